@@ -1,0 +1,34 @@
+// References that keep code mapped while it can still be run.
+#pragma once
+
+#include <windows.h>
+
+namespace velto {
+
+// A counted reference to the module that contains an address: while one is held, the loader
+// does not unmap that module.
+// https://learn.microsoft.com/windows/win32/api/libloaderapi/nf-libloaderapi-getmodulehandleexw
+class ModuleReference {
+public:
+    ModuleReference() = default;
+    ~ModuleReference() { Drop(); }
+    ModuleReference(const ModuleReference &) = delete;
+    ModuleReference &operator=(const ModuleReference &) = delete;
+
+    // Holds the module of `address` instead of what was held before.
+    void HoldModuleOf(const void *address);
+    // Holds the module that implements a COM object: once COM has been left, it may unload an
+    // in-process server to whose objects pointers are still kept.
+    void HoldImplementationOf(void *comObject);
+    void Drop();
+
+private:
+    HMODULE m_module = nullptr;
+};
+
+// Runs `body` on a new, detached thread which keeps this module mapped until the body has
+// returned; if it then held the last reference, the module goes away from that thread. Returns
+// once the thread exists. Throws std::system_error when there can be none.
+void StartDetachedThread(void (*body)());
+
+} // namespace velto
