@@ -53,29 +53,38 @@ private:
     static constexpr int64_t inputChannelLayout = 3; // front left + front right
     static constexpr uint64_t maxBlockBytes = 4096;  // 1024 frames x 2 channels x 2 bytes
 
+    struct ActivationLines;
+
     // --- audio_player_lifecycle.cpp: opening, activation, clean-up
+    bool RegisterForNotifications();
+    void EndNotifications();
+    void ReleaseEarlierOpening();
     void InitDefaultAudioDevice();
-    bool FindDefaultEndpoint(const char *tag);
-    bool SetUpClient(const char *tag);
-    int32_t ActivateWasClient();
-    void EditMixFormat();
-    HRESULT InitializeClient();
+    bool FindDefaultEndpoint();
+    bool StartOnEndpoint();
+    int32_t ActivateWasClient(); // 0, or 1 when there is no client afterwards
+    bool ActivateClient(const ActivationLines &lines);
+    bool InitializeClient(const ActivationLines &lines);
+    bool BindClient(const ActivationLines &lines);
     void ReleaseResources();
 
     // --- audio_player_resample.cpp: conversion to the mix format
     void GetWaveFormatParm();
-    int32_t ResampleInit();
-    int32_t Resample(const uint8_t *data, uint64_t size);
-    void FreeOutputBuffer();
+    int32_t ResampleInit(); // 0, or negative
+    int32_t Resample(const uint8_t *data, uint64_t size); // frames, or -1
+    bool CanResample(const uint8_t *data, uint64_t size) const;
+    bool GrowOutputBuffer();
 
     // --- audio_player_write.cpp: into the endpoint buffer
     void AudioWriteToWasClient();
-    void WriteOutput();
+    void WriteBlock(const uint8_t *cursor, uint64_t remaining);
+    bool QueryPadding(uint32_t &padding);
     bool WriteFrames(const uint8_t *cursor, uint32_t frames);
 
-    // --- audio_player_device_change.cpp
+    // --- audio_player_device_change.cpp: 0 for success
     int32_t CheckDeviceChanged();
     int32_t OnAudioDeviceChanged();
+    int32_t SwitchTo(IMMDevice *device);
     int32_t OnAudioPropertyValueChanged();
     void DropClient();
 
@@ -100,7 +109,7 @@ private:
     int32_t m_outputCapacityFrames = 0;         // that the output buffer can hold
     uint8_t **m_inputBuffer = nullptr;          // planes and storage, av_freep
     uint8_t **m_outputBuffer = nullptr;         // the same
-    uint8_t **m_blockInFlight = nullptr;        // the output buffer that the write loop reads from
+    uint8_t **m_blockInFlight = nullptr;        // the output buffer that the write loop reads, while it runs
     int32_t m_inputLineSize = 0;
     int32_t m_outputLineSize = 0;
     uint32_t m_bufferFrames = 0;                // endpoint buffer; 0 while there is no client

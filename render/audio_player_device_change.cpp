@@ -1,0 +1,114 @@
+// Following the default endpoint and its format.
+#include "render/audio_player_was.h"
+
+#include <cwchar>
+#include <utility>
+
+#include "handler/log.h"
+#include "render/call_log.h"
+#include "support/com.h"
+
+namespace velto {
+namespace {
+
+constexpr char checkTag[] = "AudioPlayerWas::CheckDeviceChanged";
+constexpr char deviceTag[] = "AudioPlayerWas::OnAudioDeviceChanged";
+constexpr char propertyTag[] = "AudioPlayerWas::OnAudioPropertyValueChanged";
+
+void LogNotOpen(const char *tag, bool isOpen)
+{
+    LogError(tag, "AudioPlayerWas ", "isOpen=", isOpen ? 1 : 0);
+}
+
+} // namespace
+
+// Each flag is cleared before it is acted on: a failed switch waits for the next notification.
+int32_t AudioPlayerWas::CheckDeviceChanged()
+{
+    if (m_deviceChanged.exchange(false)) {
+        const int32_t result = OnAudioDeviceChanged();
+        if (result != 0) {
+            LogError(checkTag, "AudioPlayerWas ", "OnAudioDeviceChanged failed");
+            return result;
+        }
+    }
+    if (m_propertyChanged.exchange(false)) {
+        const int32_t result = OnAudioPropertyValueChanged();
+        if (result != 0) {
+            LogError(checkTag, "AudioPlayerWas ", "OnAudioPropertyValueChanged failed");
+            return result;
+        }
+    }
+    return 0;
+}
+
+int32_t AudioPlayerWas::OnAudioDeviceChanged()
+{
+    if (!m_isOpen || m_enumerator == nullptr) {
+        LogNotOpen(deviceTag, m_isOpen);
+        return 0;
+    }
+    LogError(deviceTag, "AudioPlayerWas ", "OnAudioDeviceChanged");
+
+    IMMDevice *device = nullptr;
+    const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &device);
+    if (result < 0) {
+        LogError(deviceTag, "AudioPlayer GetDefaultAudioEndpoint fail with ", result, ". Just return");
+        SafeCoTaskMemFree(m_deviceId);
+        SafeRelease(device);
+        return 1;
+    }
+    const int32_t switched = SwitchTo(device);
+    SafeRelease(device);
+    return switched;
+}
+
+int32_t AudioPlayerWas::SwitchTo(IMMDevice *device)
+{
+    LPWSTR deviceId = nullptr;
+    const auto getId = [&] { return device->GetId(&deviceId); };
+    if (getId() < 0) {
+        const HRESULT shown = ResultOfSecondCall(getId, [&] { SafeCoTaskMemFree(deviceId); });
+        LogError(deviceTag, "AudioPlayer function fail with ", shown, ". Just return");
+        return 1;
+    }
+    if (deviceId != nullptr && m_deviceId != nullptr && std::wcscmp(deviceId, m_deviceId) == 0) {
+        LogError(deviceTag, "AudioPlayerWas ", "same deviceId");
+        SafeCoTaskMemFree(deviceId);
+        return 0;
+    }
+    LogInfo(deviceTag, "AudioPlayerWas ", "Need to change default audio device.");
+    SafeCoTaskMemFree(m_deviceId);
+    m_deviceId = deviceId;
+    DropClient();
+    SafeRelease(m_device);
+    m_device = device;
+    m_device->AddRef();
+    return ActivateWasClient();
+}
+
+int32_t AudioPlayerWas::OnAudioPropertyValueChanged()
+{
+    if (!m_isOpen || m_device == nullptr) {
+        LogNotOpen(propertyTag, m_isOpen);
+        return 0;
+    }
+    if (m_audioClient != nullptr) {
+        UINT32 frames = 0;
+        if (m_audioClient->GetBufferSize(&frames) != AUDCLNT_E_DEVICE_INVALIDATED) {
+            return 0; // the client still works
+        }
+    }
+    LogInfo(propertyTag, "AudioPlayerWas ", "Need to deal with audio property value change");
+    DropClient();
+    return ActivateWasClient();
+}
+
+void AudioPlayerWas::DropClient()
+{
+    Stop();
+    ReleaseClient();
+    SafeCoTaskMemFree(m_mixFormat);
+}
+
+} // namespace velto

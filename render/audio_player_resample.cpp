@@ -1,0 +1,143 @@
+// Conversion of the fixed input format to the engine's mix format.
+#include "render/audio_player_was.h"
+
+#include "handler/log.h"
+#include "render/sample_buffer.h"
+#include "support/checked_copy.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/mathematics.h>
+#include <libavutil/opt.h>
+#include <libavutil/samplefmt.h>
+#include <libswresample/swresample.h>
+}
+
+namespace velto {
+namespace {
+
+constexpr char resampleTag[] = "AudioPlayerWas::Resample";
+constexpr AVSampleFormat inputSampleFormat = AV_SAMPLE_FMT_S16;
+
+int ChannelsOf(int64_t layoutMask)
+{
+    AVChannelLayout layout{};
+    av_channel_layout_from_mask(&layout, static_cast<uint64_t>(layoutMask));
+    return layout.nb_channels;
+}
+
+template <typename... Values>
+int32_t Refused(const Values &...values)
+{
+    LogError(resampleTag, "AudioPlayerWas ", values...);
+    return -1;
+}
+
+} // namespace
+
+void AudioPlayerWas::GetWaveFormatParm()
+{
+    if (m_mixFormat == nullptr) {
+        LogError("AudioPlayerWas::GetWaveFormatParm", "AudioPlayerWas ", "GetWaveFormatParm parm error");
+        return;
+    }
+    m_output = OutputFormatFor(*m_mixFormat);
+}
+
+int32_t AudioPlayerWas::ResampleInit()
+{
+    GetWaveFormatParm();
+    if (m_resampler == nullptr) {
+        m_resampler = swr_alloc();
+    }
+    const auto outputSampleFormat = static_cast<AVSampleFormat>(m_output.sampleFormat);
+    av_opt_set_int(m_resampler, "in_channel_layout", inputChannelLayout, 0);
+    av_opt_set_int(m_resampler, "in_sample_rate", inputSampleRateHz, 0);
+    av_opt_set_sample_fmt(m_resampler, "in_sample_fmt", inputSampleFormat, 0);
+    av_opt_set_int(m_resampler, "out_channel_layout", m_output.channelLayout, 0);
+    av_opt_set_int(m_resampler, "out_sample_rate", m_output.sampleRateHz, 0);
+    av_opt_set_sample_fmt(m_resampler, "out_sample_fmt", outputSampleFormat, 0);
+    const int result = swr_init(m_resampler);
+    if (result < 0) {
+        LogError("AudioPlayerWas::ResampleInit", "AudioPlayerWas ", "Failed to initialize the resampling context");
+        return result;
+    }
+
+    FreeSampleBuffer(m_inputBuffer);
+    av_samples_alloc_array_and_samples(&m_inputBuffer, &m_inputLineSize, ChannelsOf(inputChannelLayout),
+                                       inputBlockFrames, inputSampleFormat, 0);
+
+    m_outputFrames = static_cast<int32_t>(
+        av_rescale_rnd(inputBlockFrames, m_output.sampleRateHz, inputSampleRateHz, AV_ROUND_UP));
+    m_outputCapacityFrames = m_outputFrames;
+    m_output.channels = ChannelsOf(m_output.channelLayout);
+    // The write loop may have come here in the middle of a block, which it goes on reading.
+    if (m_outputBuffer == m_blockInFlight) {
+        m_outputBuffer = nullptr;
+    }
+    FreeSampleBuffer(m_outputBuffer);
+    av_samples_alloc_array_and_samples(&m_outputBuffer, &m_outputLineSize, m_output.channels, m_outputFrames,
+                                       outputSampleFormat, 0);
+    return 0;
+}
+
+bool AudioPlayerWas::CanResample(const uint8_t *data, uint64_t size) const
+{
+    return m_isOpen && data != nullptr && size - 1 < maxBlockBytes && m_inputBuffer != nullptr &&
+           m_inputBuffer[0] != nullptr;
+}
+
+int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
+{
+    if (!CanResample(data, size)) {
+        Refused("parm is false, do not resample.");
+        if (m_inputBuffer != nullptr) {
+            Refused("resample state ", m_inputBuffer[0] != nullptr ? 1 : 0);
+        }
+        return -1;
+    }
+    if (CheckedCopy(m_inputBuffer[0], size, data, size) != 0) {
+        return Refused("memcpy_s fail");
+    }
+
+    const int64_t pending = swr_get_delay(m_resampler, inputSampleRateHz) + inputBlockFrames;
+    m_outputFrames =
+        static_cast<int32_t>(av_rescale_rnd(pending, m_output.sampleRateHz, inputSampleRateHz, AV_ROUND_UP));
+    if (!GrowOutputBuffer()) {
+        return Refused("av_samples_alloc failed");
+    }
+
+    // Always a whole block: a short one is converted with what earlier blocks left behind it.
+    const int converted = swr_convert(m_resampler, m_outputBuffer, m_outputFrames,
+                                      const_cast<const uint8_t **>(m_inputBuffer), inputBlockFrames);
+    if (converted < 0) {
+        return Refused("Error while converting");
+    }
+    m_outputBytes = av_samples_get_buffer_size(&m_outputLineSize, m_output.channels, converted,
+                                               static_cast<AVSampleFormat>(m_output.sampleFormat), 1);
+    if (m_outputBytes < 0) {
+        return Refused("Could not get sample buffer size");
+    }
+    return converted;
+}
+
+// Makes room for m_outputFrames; the buffer only grows. False without memory, and then again for
+// every block until there is some.
+bool AudioPlayerWas::GrowOutputBuffer()
+{
+    if (m_outputBuffer == nullptr) {
+        return false;
+    }
+    if (m_outputFrames <= m_outputCapacityFrames && m_outputBuffer[0] != nullptr) {
+        return true;
+    }
+    av_freep(static_cast<void *>(m_outputBuffer));
+    if (av_samples_alloc(m_outputBuffer, &m_outputLineSize, m_output.channels, m_outputFrames,
+                         static_cast<AVSampleFormat>(m_output.sampleFormat), 1) < 0) {
+        return false;
+    }
+    m_outputCapacityFrames = m_outputFrames;
+    return true;
+}
+
+} // namespace velto

@@ -1,0 +1,48 @@
+// The renderer's one idiom for a failing call.
+#pragma once
+
+#include <windows.h>
+
+#include "handler/log.h"
+
+namespace velto {
+
+struct NothingToUndo {
+    void operator()() const {}
+};
+
+// What a call that failed returns when it is made a second time: the value that the log shows.
+// Should the second call succeed, `undo` gives back what it obtained and no member holds.
+template <typename Call, typename Undo = NothingToUndo>
+HRESULT ResultOfSecondCall(Call &&call, Undo &&undo = {})
+{
+    const auto result = static_cast<HRESULT>(call());
+    if (result >= 0) {
+        undo();
+    }
+    return result;
+}
+
+// Makes a call and logs its failure. True when the call succeeded.
+template <typename Call, typename Undo = NothingToUndo>
+bool CallSucceeded(const char *tag, int line, Call &&call, Undo &&undo = {})
+{
+    if (call() >= 0) {
+        return true;
+    }
+    LogError(tag, "AudioPlayerWas function fail with ", ResultOfSecondCall(call, undo), ". Release resource. Line:",
+             line);
+    return false;
+}
+
+// Logs a pointer that must not be null. True when it is not.
+inline bool PointerPresent(const char *tag, int line, const void *pointer)
+{
+    if (pointer != nullptr) {
+        return true;
+    }
+    LogError(tag, "AudioPlayerWas memory fail with ", pointer, ". Release resource. Line:", line);
+    return false;
+}
+
+} // namespace velto
