@@ -1,0 +1,149 @@
+#include "playback/audio_play_thread.h"
+
+#include <new>
+
+#include "handler/log.h"
+#include "render/audio_player_was.h"
+
+namespace velto {
+namespace {
+
+constexpr size_t delayBlocks = 5;
+constexpr size_t maxQueuedBlocks = 20;
+
+void FreeBlock(AudioPlayBuffer *block)
+{
+    delete[] block->buf;
+    delete block;
+}
+
+} // namespace
+
+AudioPlayThread::AudioPlayThread(const SpeakerAudioParams *params, PlayerNotify notify)
+    : audioParam(params), playerNotify(notify)
+{
+}
+
+// Blocks that are still queued are given up with the queues: by then there is no time to play them.
+AudioPlayThread::~AudioPlayThread()
+{
+    StopPlayThread();
+}
+
+bool AudioPlayThread::StartPlayThread()
+{
+    moduleReference.HoldModuleOf(reinterpret_cast<const void *>(&AudioPlayThread::ThreadFun));
+    workThread = std::thread(&AudioPlayThread::ThreadFun, this);
+    return true;
+}
+
+void AudioPlayThread::StopPlayThread()
+{
+    threadStarted = false;
+    isRunning = 0;
+    if (workThread.joinable()) {
+        workThread.join();
+        moduleReference.Drop(); // whoever stops the thread holds the module itself
+    }
+}
+
+uint32_t AudioPlayThread::ThreadFun(void *param)
+{
+    auto *playThread = static_cast<AudioPlayThread *>(param);
+    if (playThread == nullptr) {
+        LogError("velto::AudioPlayThread::ThreadFun", "playThread is nullptr");
+        Sleep(1);
+        return 0;
+    }
+    playThread->InitPlayThread();
+    playThread->threadStarted = true;
+    while (playThread->isRunning != 0) {
+        playThread->PlayNext();
+        Sleep(1);
+    }
+    if (playThread->audioSpkPlayer != nullptr) {
+        playThread->audioSpkPlayer->Close();
+    }
+    playThread->threadExited = 1;
+    return 0;
+}
+
+void AudioPlayThread::InitPlayThread()
+{
+    if (audioSpkPlayer == nullptr) {
+        audioSpkPlayer.reset(new (std::nothrow) AudioPlayerWas);
+        publishedPlayer = audioSpkPlayer.get();
+    }
+    if (audioSpkPlayer == nullptr) {
+        LogError("velto::AudioPlayThread::InitPlayThread", "audioSpkPlayer is nullptr");
+        return;
+    }
+    audioSpkPlayer->SetCallback(this);
+    audioSpkPlayer->Open(static_cast<int32_t>(audioParam->bitsPerSample.load()),
+                         static_cast<int32_t>(audioParam->channels.load()),
+                         static_cast<int32_t>(audioParam->sampleRate.load()));
+}
+
+// Takes one block off the queue and plays it. Without a renderer the block is lost unfreed, so
+// that this thread never touches a block that it cannot play.
+void AudioPlayThread::PlayNext()
+{
+    AudioPlayBuffer *block = nullptr;
+    {
+        const std::lock_guard lock(queueMutex);
+        if (!playQueue.empty()) {
+            block = playQueue.front();
+            playQueue.pop_front();
+        }
+    }
+    if (block != nullptr && block->buf != nullptr && audioSpkPlayer != nullptr) {
+        audioSpkPlayer->PlayAudio(block->buf, int64_t{block->len});
+        FreeBlock(block);
+    }
+}
+
+void AudioPlayThread::PushBuffer(AudioPlayBuffer *buffer)
+{
+    if (!needDelay) {
+        PushPlayQueue(buffer);
+        return;
+    }
+    delayQueue.push_back(buffer);
+    if (delayQueue.size() < delayBlocks) {
+        return;
+    }
+    LogInfo("velto::AudioPlayThread::PushBuffer", "needDelay. push all delay buffer queue");
+    needDelay = false;
+    while (!delayQueue.empty()) {
+        PushPlayQueue(delayQueue.front());
+        delayQueue.pop_front();
+    }
+}
+
+void AudioPlayThread::PushPlayQueue(AudioPlayBuffer *buffer)
+{
+    const std::lock_guard lock(queueMutex);
+    if (playQueue.size() >= maxQueuedBlocks) {
+        if (AudioPlayBuffer *oldest = playQueue.front()) {
+            FreeBlock(oldest);
+        }
+        playQueue.pop_front();
+    }
+    playQueue.push_back(buffer);
+}
+
+void AudioPlayThread::OnBroadcastFlag(bool value)
+{
+    if (playerNotify != nullptr) {
+        playerNotify(value);
+    }
+}
+
+void AudioPlayThread::SetBroadcastFlag(bool value)
+{
+    if (IAudioPlayer *player = publishedPlayer) {
+        player->SetBroadcastFlag(value);
+    }
+}
+
+} // namespace velto
