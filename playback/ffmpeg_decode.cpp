@@ -26,7 +26,6 @@ constexpr char checkTag[] = "velto::FFmpegDecode::CheckNullPtrForDecoderValid";
 constexpr char postTag[] = "velto::FFmpegDecode::PostAudioData";
 
 constexpr int32_t maxSampleRateHz = 0x3FFFFFFF; // twice this still fits
-const AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
 
 int32_t Failed(const char *tag, const char *message)
 {
@@ -85,12 +84,13 @@ int32_t FFmpegDecode::InitSwrContext()
     if (packetToPlay == nullptr) {
         return Failed(swrTag, "av_packet_alloc failed");
     }
+    AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     outSampleFmt = AV_SAMPLE_FMT_S16;
     outChannels = stereo.nb_channels;
     // Same rate on both sides: the converter only changes the sample format.
     swr_alloc_set_opts2(&swrContext, &stereo, AV_SAMPLE_FMT_S16, sampleRate, &codecContext->ch_layout,
                         codecContext->sample_fmt, codecContext->sample_rate, 0, nullptr);
-    if (swr_init(swrContext) < 0) {
+    if (swrContext == nullptr || swr_init(swrContext) < 0) {
         return Failed(swrTag, "swr_init failed");
     }
     return 0;
@@ -120,9 +120,9 @@ void FFmpegDecode::DecoderAudioFrame(StreamFrame *data)
     packetToPlay->data = data->data;
     packetToPlay->size = static_cast<int>(data->header->size);
     // FFmpeg would read through a missing payload, or take an empty one for the stream's end and
-    // refuse every later frame.
-    const int result =
-        data->data == nullptr ? AVERROR(EINVAL) : avcodec_send_packet(codecContext, packetToPlay);
+    // refuse every later frame; and it takes no missing context.
+    const bool canSend = data->data != nullptr && codecContext != nullptr;
+    const int result = canSend ? avcodec_send_packet(codecContext, packetToPlay) : AVERROR(EINVAL);
     if (result != 0) {
         LogError(decodeTag, "AUDIO decode error:", result);
         return;
