@@ -1,6 +1,7 @@
 // The platform's logging library, as this module calls it: a named channel logger and a
 // process-wide singleton. Both may be called from any thread, at load, at unload and at process
-// exit; a log that cannot be opened never fails the caller.
+// exit, even after the static objects of the module have been destroyed; a log that cannot be
+// opened never fails the caller, and no call throws or changes the thread's last error.
 //
 // Lines carry a time stamp with milliseconds, the thread id, the level, the channel and the
 // message as UTF-8. They go to a rotating file under the user's local application data
@@ -17,7 +18,7 @@ enum LOG_MESSAGE_LEVEL {
     LOG_LEVEL_ERROR = 4,
 };
 
-// A named channel.
+// A named channel. A name longer than 63 bytes is cut.
 class Logger {
 public:
     explicit Logger(std::string channel);
@@ -29,7 +30,9 @@ public:
     void Log(LOG_MESSAGE_LEVEL level, const std::wstringstream &message);
 
 private:
-    std::string m_channel;
+    // A plain array: a destructor that runs late at unload may still log through this object
+    // after its own destruction, and then has to find the name as it was.
+    char m_channel[64] = {};
 };
 
 // The process-wide logger.

@@ -1,0 +1,101 @@
+#include "logging/append_file.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace logging {
+
+#ifdef _WIN32
+
+namespace {
+
+FILE_STANDARD_INFO StandardInfo(HANDLE file)
+{
+    FILE_STANDARD_INFO info{};
+    GetFileInformationByHandleEx(file, FileStandardInfo, &info, sizeof(info));
+    return info;
+}
+
+} // namespace
+
+bool AppendFile::Open(const std::filesystem::path &path)
+{
+    Close();
+    // With the right to append and without the right to write, the system itself looks for the
+    // end at each write.
+    const HANDLE file =
+        CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_handle = file != INVALID_HANDLE_VALUE ? file : noHandle;
+    return IsOpen();
+}
+
+void AppendFile::Close()
+{
+    if (IsOpen()) {
+        CloseHandle(m_handle);
+        m_handle = noHandle;
+    }
+}
+
+bool AppendFile::Append(std::string_view bytes)
+{
+    DWORD written = 0;
+    return WriteFile(m_handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+           written == bytes.size();
+}
+
+std::uint64_t AppendFile::Size() const
+{
+    return static_cast<std::uint64_t>(StandardInfo(m_handle).EndOfFile.QuadPart);
+}
+
+bool AppendFile::HasName() const
+{
+    const FILE_STANDARD_INFO info = StandardInfo(m_handle);
+    return info.NumberOfLinks != 0 && !info.DeletePending;
+}
+
+#else
+
+bool AppendFile::Open(const std::filesystem::path &path)
+{
+    Close();
+    m_handle = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    return IsOpen();
+}
+
+void AppendFile::Close()
+{
+    if (IsOpen()) {
+        close(m_handle);
+        m_handle = noHandle;
+    }
+}
+
+bool AppendFile::Append(std::string_view bytes)
+{
+    return write(m_handle, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+}
+
+std::uint64_t AppendFile::Size() const
+{
+    struct stat info{};
+    return fstat(m_handle, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
+
+bool AppendFile::HasName() const
+{
+    struct stat info{};
+    return fstat(m_handle, &info) == 0 && info.st_nlink != 0;
+}
+
+#endif
+
+} // namespace logging

@@ -1,0 +1,25 @@
+// What the environment says about the log.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace logging {
+
+// One above LOG_LEVEL_ERROR: nothing is logged.
+constexpr int levelOff = 5;
+
+struct LogSettings {
+    std::filesystem::path file; // empty: no file
+    int lowestLevel = 1;        // LOG_MESSAGE_LEVEL, or levelOff
+    bool levelIsInvalid = false;
+    std::uint64_t maxFileBytes = 5U * 1024 * 1024;
+    int oldFiles = 2; // kept beside the current one
+};
+
+// Reads VELTO_LOG_FILE and VELTO_LOG_LEVEL (1 to 4, or trace, debug, info, error, off; in any
+// case). Without the former the file is VELTO/LibVeltoAudioHandler.log under the user's local
+// application data (%LOCALAPPDATA%; elsewhere $XDG_STATE_HOME, or ~/.local/state).
+LogSettings ReadLogSettings();
+
+} // namespace logging

@@ -1,0 +1,98 @@
+#include "logging/log_writer.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "logging/last_error.h"
+#include "logging/log_settings.h"
+#include "logging/log_sinks.h"
+#include "logging/process_end.h"
+#include "logging/utf8.h"
+
+namespace logging {
+namespace {
+
+// Beyond this, a message is cut: one line must never outgrow the bounded file.
+constexpr std::size_t maxMessageBytes = 8192;
+
+std::unique_ptr<LogSinks> OpenSinks()
+{
+    const LogSettings settings = ReadLogSettings();
+    auto sinks = std::make_unique<LogSinks>(settings);
+    if (settings.levelIsInvalid) {
+        sinks->Write(LOG_LEVEL_ERROR, "Logging",
+                     "VELTO_LOG_LEVEL is none of 1 to 4, trace, debug, info, error, off; everything is logged");
+    }
+    return sinks;
+}
+
+// The sinks that all threads share, from the first line until the module unloads.
+class LogWriter {
+public:
+    LogWriter();
+    ~LogWriter();
+    LogWriter(const LogWriter &) = delete;
+    LogWriter &operator=(const LogWriter &) = delete;
+
+    void Write(LOG_MESSAGE_LEVEL level, const char *channel, const std::string &text);
+
+private:
+    std::mutex m_mutex;
+    std::unique_ptr<LogSinks> m_sinks; // guarded by m_mutex
+};
+
+// Null before the writer's construction and after its destruction, when other static objects
+// of the module may still log: constant-initialised, never destroyed.
+constinit std::atomic<LogWriter *> currentWriter = nullptr;
+
+LogWriter::LogWriter()
+{
+    currentWriter = this;
+}
+
+LogWriter::~LogWriter()
+{
+    currentWriter = nullptr;
+    if (ProcessIsEnding()) {
+        // A thread may have been killed in the middle of a line; the system closes the file.
+        static_cast<void>(m_sinks.release());
+    }
+}
+
+void LogWriter::Write(LOG_MESSAGE_LEVEL level, const char *channel, const std::string &text)
+{
+    std::unique_lock lock(m_mutex, std::defer_lock);
+    if (!ProcessIsEnding()) {
+        lock.lock();
+    } else if (!lock.try_lock()) {
+        return; // the thread that held the lock was killed
+    }
+    if (m_sinks == nullptr) {
+        m_sinks = OpenSinks();
+    }
+    m_sinks->Write(level, channel, text);
+}
+
+LogWriter writer;
+
+} // namespace
+
+void WriteLine(LOG_MESSAGE_LEVEL level, const char *channel, std::wstring_view message) noexcept
+{
+    const KeepLastError keepLastError;
+    try {
+        const std::string text = ToLogText(message, maxMessageBytes);
+        if (LogWriter *shared = currentWriter; shared != nullptr) {
+            shared->Write(level, channel, text);
+        } else {
+            OpenSinks()->Write(level, channel, text);
+        }
+    } catch (...) {
+        // No memory for a line, or a lock that the system refuses: there is no one to tell.
+        return;
+    }
+}
+
+} // namespace logging

@@ -1,0 +1,29 @@
+#include "logging/logger.h"
+
+#include <algorithm>
+
+#include "logging/log_writer.h"
+
+Logger::Logger(std::string channel)
+{
+    channel.copy(m_channel, std::min(channel.size(), sizeof(m_channel) - 1));
+}
+
+// Nothing to give back: the file belongs to all channels and is closed when the module unloads.
+Logger::~Logger() = default;
+
+void Logger::Log(LOG_MESSAGE_LEVEL level, const std::wstringstream &message)
+{
+    logging::WriteLine(level, m_channel, message.view());
+}
+
+NrLogger &NrLogger::GetInstance()
+{
+    static NrLogger instance;
+    return instance;
+}
+
+void NrLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream &message)
+{
+    logging::WriteLine(level, "NR", message.view());
+}

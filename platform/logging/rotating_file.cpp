@@ -1,0 +1,90 @@
+#include "logging/rotating_file.h"
+
+#include <system_error>
+#include <utility>
+
+namespace logging {
+
+RotatingFile::RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, int oldFiles,
+                           std::chrono::milliseconds retryAfter)
+    : m_path(std::move(path)), m_maxBytes(maxBytes), m_oldFiles(oldFiles), m_retryAfter(retryAfter)
+{
+}
+
+bool RotatingFile::Append(std::string_view line)
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (m_path.empty() || now < m_notBefore) {
+        return false;
+    }
+    if (TryAppend(line)) {
+        return true;
+    }
+    m_file.Close();
+    m_notBefore = now + m_retryAfter;
+    return false;
+}
+
+bool RotatingFile::TryAppend(std::string_view line)
+{
+    if (!m_file.IsOpen() || !m_file.HasName()) {
+        if (!Open()) {
+            return false;
+        }
+    }
+    return (HasRoomFor(line.size()) || MakeRoomFor(line.size())) && m_file.Append(line);
+}
+
+bool RotatingFile::Open()
+{
+    std::error_code ignored; // what matters is whether the file can be opened
+    std::filesystem::create_directories(m_path.parent_path(), ignored);
+    return m_file.Open(m_path);
+}
+
+// An empty file takes any line.
+bool RotatingFile::HasRoomFor(std::uint64_t bytes) const
+{
+    const std::uint64_t size = m_file.Size();
+    return size == 0 || size + bytes <= m_maxBytes;
+}
+
+bool RotatingFile::MakeRoomFor(std::uint64_t bytes)
+{
+    // Another process may have rotated already: then what bears the name is another file.
+    if (!Open()) {
+        return false;
+    }
+    if (HasRoomFor(bytes)) {
+        return true;
+    }
+    m_file.Close();
+    Rotate();
+    return Open() && HasRoomFor(bytes);
+}
+
+void RotatingFile::Rotate()
+{
+    std::error_code error;
+    for (int age = m_oldFiles; age > 0; --age) {
+        std::filesystem::rename(OldPath(age - 1), OldPath(age), error);
+    }
+    // The last one renamed was the current file.
+    if (m_oldFiles == 0 || error) {
+        std::filesystem::resize_file(m_path, 0, error);
+    }
+}
+
+std::filesystem::path RotatingFile::OldPath(int age) const
+{
+    if (age == 0) {
+        return m_path;
+    }
+    std::filesystem::path path = m_path;
+    path.replace_filename(m_path.stem());
+    path += "." + std::to_string(age);
+    path += m_path.extension();
+    return path;
+}
+
+} // namespace logging
