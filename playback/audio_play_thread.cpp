@@ -43,6 +43,7 @@ void AudioPlayThread::StopPlayThread()
     isRunning = 0;
     if (workThread.joinable()) {
         workThread.join();
+        threadStarted = false;  // the thread may have been slow to set it
         moduleReference.Drop(); // whoever stops the thread holds the module itself
     }
 }

@@ -1,0 +1,84 @@
+// The module's one export and the table that it fills.
+#include <windows.h>
+
+#include <exception>
+
+#include "handler/host_records.h"
+#include "handler/listener.h"
+#include "handler/log.h"
+#include "handler/microphone_record.h"
+#include "handler/speaker_track.h"
+#include "velto/audio_handler.h"
+
+namespace velto {
+namespace {
+
+int32_t NoOperation()
+{
+    return VELTO_OK;
+}
+
+// A table function as the host calls it: what fails inside, out of memory or of threads, becomes
+// a log line and a status code instead of an exception in a C caller.
+template <auto function>
+struct Guarded;
+
+template <typename... Arguments, int32_t (*function)(Arguments...)>
+struct Guarded<function> {
+    static int32_t Call(Arguments... arguments) noexcept
+    {
+        try {
+            return function(arguments...);
+        } catch (const std::exception &failure) {
+            LogError("`anonymous-namespace'::Guarded", "call failed: ", failure.what());
+            return VELTO_ERROR_INVALID;
+        }
+    }
+};
+
+template <typename... Arguments, void (*function)(Arguments...)>
+struct Guarded<function> {
+    static void Call(Arguments... arguments) noexcept
+    {
+        try {
+            function(arguments...);
+        } catch (const std::exception &failure) {
+            LogError("`anonymous-namespace'::Guarded", "call failed: ", failure.what());
+        }
+    }
+};
+
+constexpr AudioHandlerTable handlerTable{
+    .GetAudioCapability = Guarded<VeltoGetAudioCapability>::Call,
+    .NoOperation1 = NoOperation,
+    .SetAudioParameter = Guarded<VeltoSetAudioParameter>::Call,
+    .WriteStreamBuffer = Guarded<VeltoWriteStreamBuffer>::Call,
+    .CloseAudioTrack = Guarded<VeltoCloseAudioTrack>::Call,
+    .OpenAudioRecord = Guarded<VeltoOpenAudioRecord>::Call,
+    .ReadStreamBuffer = Guarded<VeltoReadStreamBuffer>::Call,
+    .CloseAudioRecord = Guarded<VeltoCloseAudioRecord>::Call,
+    .Release = Guarded<VeltoRelease>::Call,
+    .RegisterListener = Guarded<VeltoRegisterListener>::Call,
+    .NoOperation10 = NoOperation,
+};
+
+} // namespace
+} // namespace velto
+
+#ifdef _WIN32
+#define VELTO_EXPORT __declspec(dllexport)
+#else
+#define VELTO_EXPORT __attribute__((visibility("default")))
+#endif
+
+// A second call replaces the event without closing it: a watchdog may be waiting on the first.
+extern "C" VELTO_EXPORT int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
+{
+    if (table == nullptr) {
+        return VELTO_ERROR_INVALID;
+    }
+    *table = velto::handlerTable;
+    velto::IdleEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    ResetEvent(velto::IdleEvent);
+    return VELTO_OK;
+}

@@ -1,0 +1,12 @@
+#include <windows.h>
+
+#include "support/process_state.h"
+
+// Runs before the module's static destructors, which ask what is ending.
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
+{
+    if (reason == DLL_PROCESS_DETACH && reserved != nullptr) {
+        velto::SetProcessIsEnding();
+    }
+    return TRUE;
+}

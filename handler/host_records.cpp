@@ -1,0 +1,181 @@
+#include "handler/host_records.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "handler/device_ids.h"
+#include "handler/log.h"
+
+namespace velto {
+namespace {
+
+constexpr char capabilityTag[] = "`anonymous-namespace'::VeltoGetAudioCapability";
+constexpr char itemTag[] = "`anonymous-namespace'::GetAudioCapabilityItem";
+constexpr char parameterTag[] = "`anonymous-namespace'::GetAudioParameter";
+constexpr char releaseTag[] = "`anonymous-namespace'::VeltoRelease";
+
+constexpr size_t nameBytes = 64;
+
+struct Device {
+    const char *id;
+    uint32_t type;
+};
+
+constexpr std::array<Device, 4> devices{{
+    {VELTO_ID_SPEAKER, VELTO_DEVICE_TYPE_SPEAKER},
+    {VELTO_ID_MODEM_SPEAKER, VELTO_DEVICE_TYPE_MODEM_SPEAKER},
+    {VELTO_ID_MODEM_MIC, VELTO_DEVICE_TYPE_MODEM_MIC},
+    {VELTO_ID_MIC, VELTO_DEVICE_TYPE_MIC},
+}};
+
+// Zeroed, from the C runtime's heap, from which hosts' blocks are freed.
+template <typename Record>
+Record *Allocate(size_t count = 1)
+{
+    return static_cast<Record *>(std::calloc(count, sizeof(Record)));
+}
+
+template <typename Block>
+void FreeAndClear(Block *&block)
+{
+    std::free(block);
+    block = nullptr;
+}
+
+void FreeCapabilities(void *block, uint32_t count)
+{
+    auto *items = static_cast<AudioCapabilityItem *>(block);
+    for (uint32_t i = 0; i < count; ++i) {
+        FreeAndClear(items[i].name);
+        FreeAndClear(items[i].profiles);
+        FreeAndClear(items[i].codecs);
+    }
+    std::free(block);
+}
+
+void ApplyChannel(uint32_t code, uint32_t &channels)
+{
+    switch (code) {
+    case VELTO_CHANNEL_MONO:
+    case VELTO_CHANNEL_MONO_IN:
+        channels = 1;
+        break;
+    case VELTO_CHANNEL_STEREO:
+    case VELTO_CHANNEL_STEREO_IN:
+        channels = 2;
+        break;
+    default:
+        break;
+    }
+}
+
+void ApplyFormat(uint32_t code, uint32_t &bitsPerSample)
+{
+    switch (code) {
+    case VELTO_FORMAT_S16:
+        bitsPerSample = 16;
+        break;
+    case VELTO_FORMAT_U8:
+        bitsPerSample = 8;
+        break;
+    case VELTO_FORMAT_S32:
+        bitsPerSample = 32;
+        break;
+    case VELTO_FORMAT_S24:
+        bitsPerSample = 24;
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace
+
+int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
+{
+    if (list == nullptr || count == nullptr) {
+        LogError(capabilityTag, "audio capabilities or num is null");
+        return VELTO_ERROR_INVALID;
+    }
+    *count = static_cast<uint32_t>(devices.size());
+    auto *items = Allocate<AudioCapabilityItem>(devices.size());
+    *list = items;
+    if (items == nullptr) {
+        return VELTO_ERROR_NULL_POINTER;
+    }
+    for (size_t i = 0; i < devices.size(); ++i) {
+        if (GetAudioCapabilityItem(devices[i].id, devices[i].type, items[i]) != VELTO_OK) {
+            FreeCapabilities(items, *count);
+            return VELTO_ERROR_NULL_POINTER;
+        }
+    }
+    return VELTO_OK;
+}
+
+int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabilityItem &item)
+{
+    if (id == nullptr) {
+        LogError(itemTag, "device name is null");
+        return VELTO_ERROR_INVALID;
+    }
+    const size_t length = std::strlen(id);
+    auto *name = Allocate<char>(nameBytes);
+    if (name == nullptr || length > nameBytes) {
+        std::free(name);
+        return VELTO_ERROR_NULL_POINTER;
+    }
+    std::memcpy(name, id, length);
+    item.name = name;
+    item.nameLength = static_cast<uint32_t>(length);
+    item.deviceType = deviceType;
+    item.profileCount = 1;
+
+    item.profiles = Allocate<AudioCapabilityProfile>();
+    if (item.profiles == nullptr) {
+        return VELTO_ERROR_NULL_POINTER;
+    }
+    *item.profiles = {48000, VELTO_CHANNEL_STEREO, VELTO_FORMAT_S16};
+    item.codecCount = 1;
+
+    item.codecs = Allocate<uint32_t>();
+    if (item.codecs == nullptr) {
+        return VELTO_ERROR_NULL_POINTER;
+    }
+    *item.codecs = VELTO_CODEC_AAC;
+    return VELTO_OK;
+}
+
+void VeltoRelease(uint32_t type, void *block, uint32_t count)
+{
+    LogInfo(releaseTag, "VeltoRelease type = ", type);
+    if (block == nullptr) {
+        LogError(releaseTag, "released ptr is null");
+        return;
+    }
+    if (type == VELTO_RELEASE_CAPABILITIES) {
+        FreeCapabilities(block, count);
+    }
+}
+
+void GetAudioParameter(const AudioProfileList *profiles, AudioParameters &parameters)
+{
+    if (profiles == nullptr || profiles->entries == nullptr) {
+        LogError(parameterTag, "audio profiles is null");
+        return;
+    }
+    for (uint32_t i = 0; i < profiles->count; ++i) {
+        const AudioProfileEntry &entry = profiles->entries[i];
+        const std::string key = entry.key != nullptr ? entry.key : "";
+        if (key == sampleRateKey) {
+            parameters.sampleRate = entry.value;
+        } else if (key == channelKey) {
+            ApplyChannel(entry.value, parameters.channels);
+        } else if (key == formatKey) {
+            ApplyFormat(entry.value, parameters.bitsPerSample);
+        }
+    }
+}
+
+} // namespace velto

@@ -1,0 +1,48 @@
+#include "handler/idle_watchdog.h"
+
+#include <windows.h>
+
+#include "handler/log.h"
+#include "handler/speaker_track.h"
+#include "support/module_reference.h"
+
+namespace velto {
+namespace {
+
+constexpr DWORD idleMs = 240000;
+constexpr char watchdogTag[] = "`anonymous-namespace'::InitDefaultAudioDevice::<lambda_1>::operator ()";
+
+// Waits until a whole period has passed without a frame: each frame starts a new period.
+void WaitUntilIdle()
+{
+    DWORD result = WAIT_OBJECT_0;
+    while (result != WAIT_TIMEOUT) {
+        if (IdleEvent == nullptr) {
+            IdleEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+        }
+        const HANDLE event = IdleEvent;
+        ResetEvent(event);
+        result = WaitForSingleObject(event, idleMs);
+        if (result == WAIT_FAILED) {
+            Sleep(1); // no event: keep trying without spinning
+        }
+    }
+}
+
+void IdleWatchdog()
+{
+    WaitUntilIdle();
+    LogInfo(watchdogTag, "No audio data for 4mins, release audio resource.");
+    DeviceState = DEVICE_RELEASING;
+    StopSpeakerTracks();
+    DeviceState = DEVICE_NOT_INITIALISED;
+}
+
+} // namespace
+
+void StartIdleWatchdog()
+{
+    StartDetachedThread(IdleWatchdog);
+}
+
+} // namespace velto

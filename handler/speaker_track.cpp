@@ -1,0 +1,233 @@
+#include "handler/speaker_track.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "handler/device_ids.h"
+#include "handler/host_records.h"
+#include "handler/idle_watchdog.h"
+#include "handler/listener.h"
+#include "handler/log.h"
+#include "playback/audio_play_thread.h"
+#include "playback/ffmpeg_decode.h"
+#include "registry/registry.h"
+#include "support/process_state.h"
+
+namespace velto {
+
+std::atomic<int32_t> DeviceState{DEVICE_NOT_INITIALISED};
+std::atomic<HANDLE> IdleEvent{nullptr};
+
+namespace {
+
+constexpr char writeTag[] = "`anonymous-namespace'::VeltoWriteStreamBuffer";
+constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioTrack";
+constexpr char parameterTag[] = "`anonymous-namespace'::VeltoSetAudioParameter";
+constexpr char initTag[] = "`anonymous-namespace'::InitDefaultAudioDevice";
+constexpr char streamTypeTag[] = "`anonymous-namespace'::SetStreamType";
+
+constexpr int32_t decoderRateHz = 48000;
+constexpr uint32_t callsPerLogLine = 50;
+constexpr int32_t noStreamType = -1;
+
+const std::wstring registryKey = L"\\SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
+const std::wstring streamTypeValue = L"StreamType";
+constexpr REGSAM registryAccess = 0xF003F; // KEY_ALL_ACCESS
+
+SpeakerAudioParams speakerAudioParams;
+
+std::recursive_mutex InitMutex; // only ever tried: no writer waits behind the initialisation
+std::mutex TrackMutex;          // the open flags and the decoders
+
+void BroadcastToPlayers(bool value);
+
+// One speaker. Members are destroyed in reverse: the decoder gives its play thread back first.
+struct SpeakerTrack {
+    std::shared_ptr<AudioPlayThread> playThread =
+        std::make_shared<AudioPlayThread>(&speakerAudioParams, BroadcastToPlayers);
+    std::unique_ptr<FFmpegDecode> decoder = std::make_unique<FFmpegDecode>(playThread, decoderRateHz);
+    bool isOpen = false; // guarded by TrackMutex
+};
+
+struct SpeakerTracks {
+    SpeakerTrack media; // "speaker1"
+    SpeakerTrack call;  // "ModemSpeaker1"
+};
+
+// Built at load. Destroyed at unload, when no thread of the module runs any more; left alone when
+// the process ends, which has killed the threads wherever they were.
+class TracksAtLoad {
+public:
+    TracksAtLoad() : m_tracks(new SpeakerTracks) {}
+    ~TracksAtLoad()
+    {
+        if (!ProcessIsEnding()) {
+            delete m_tracks;
+        }
+    }
+    TracksAtLoad(const TracksAtLoad &) = delete;
+    TracksAtLoad &operator=(const TracksAtLoad &) = delete;
+    SpeakerTracks *operator->() const { return m_tracks; }
+
+private:
+    SpeakerTracks *m_tracks;
+};
+
+TracksAtLoad tracks;
+
+void BroadcastToPlayers(bool value)
+{
+    tracks->media.playThread->SetBroadcastFlag(value);
+    tracks->call.playThread->SetBroadcastFlag(value);
+}
+
+SpeakerTrack *TrackOf(const std::string &id)
+{
+    if (id == speakerId) {
+        return &tracks->media;
+    }
+    if (id == modemSpeakerId) {
+        return &tracks->call;
+    }
+    return nullptr;
+}
+
+bool StartTrack(SpeakerTrack &track, const char *failure)
+{
+    if (track.playThread->threadStarted) {
+        return true;
+    }
+    DeviceState = DEVICE_INITIALISING;
+    track.playThread->isRunning = 1;
+    track.playThread->StartPlayThread();
+    if (track.decoder->InitFFmpeg() != 0) {
+        LogError(initTag, failure);
+        return false;
+    }
+    const std::lock_guard lock(TrackMutex);
+    track.isOpen = true;
+    return true;
+}
+
+// Runs under InitMutex. After a failure DeviceState stays DEVICE_INITIALISING: nothing tries again
+// until the module is loaded anew.
+int32_t InitDefaultAudioDevice()
+{
+    if (!StartTrack(tracks->media, "Init Audio Decode failed") ||
+        !StartTrack(tracks->call, "Init modem Decodee failed")) {
+        return VELTO_ERROR_INVALID;
+    }
+    DeviceState = DEVICE_READY;
+    StartIdleWatchdog();
+    return VELTO_OK;
+}
+
+// Keeps the stream type of the last frame in the registry; writes only what has changed.
+void SetStreamType(int32_t streamType)
+{
+    const auto value = static_cast<DWORD>(streamType);
+    DWORD stored = static_cast<DWORD>(noStreamType);
+    const bool known =
+        DE::Registry::GetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, stored, registryAccess);
+    if (known && stored == value) {
+        return;
+    }
+    if (!DE::Registry::SetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, value, registryAccess)) {
+        LogError(streamTypeTag, "Set streamType failed!");
+    }
+}
+
+void CountWrite()
+{
+    static std::atomic<uint32_t> frameCounter{0};
+    const uint32_t count = frameCounter++;
+    // Signed, as hosts know the sequence: past the signed maximum the remainder is taken of a
+    // negative count.
+    if (static_cast<int32_t>(count) % static_cast<int32_t>(callsPerLogLine) == 0) {
+        LogInfoToSingleton(writeTag, "VeltoWriteStream has received", count + 1, " frame");
+    }
+}
+
+} // namespace
+
+void StopSpeakerTracks()
+{
+    tracks->media.playThread->StopPlayThread();
+    tracks->call.playThread->StopPlayThread();
+}
+
+int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, StreamFrame *frame)
+{
+    CountWrite();
+    {
+        const std::unique_lock lock(InitMutex, std::try_to_lock);
+        if (!lock.owns_lock()) {
+            return VELTO_OK; // initialising on another thread: the frame is dropped
+        }
+        if (DeviceState == DEVICE_NOT_INITIALISED) {
+            InitDefaultAudioDevice();
+        }
+    }
+    SetEvent(IdleEvent);
+    if (!IsValidId(id, idLength)) {
+        LogError(writeTag, "speaker id or data is null or invalid");
+        return VELTO_ERROR_INVALID;
+    }
+    if (frame == nullptr || frame->header == nullptr) {
+        LogError(writeTag, "Data for audio play is null");
+        return VELTO_ERROR_INVALID;
+    }
+    SetStreamType(frame->header->streamType);
+
+    const std::lock_guard lock(TrackMutex);
+    if (SpeakerTrack *track = TrackOf(id)) {
+        track->isOpen = true;
+        track->decoder->DecoderAudioFrame(frame);
+    }
+    return VELTO_OK;
+}
+
+// Stops nothing: what is queued is played, and the watchdog gives the speakers back.
+int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength)
+{
+    if (!IsValidId(id, idLength)) {
+        LogError(closeTag, "speaker id is invalid");
+        return VELTO_ERROR_INVALID;
+    }
+    {
+        const std::lock_guard lock(TrackMutex);
+        if (SpeakerTrack *track = TrackOf(id)) {
+            track->isOpen = false;
+        }
+    }
+    SendEvent(id, idLength, VELTO_EVENT_TRACK_CLOSED);
+    SetStreamType(noStreamType);
+    return VELTO_OK;
+}
+
+int32_t VeltoSetAudioParameter(const char *id, uint32_t idLength, void *, void *,
+                               const AudioProfileList *profiles)
+{
+    if (!IsValidId(id, idLength)) {
+        LogError(parameterTag, "speaker id invalid");
+        return VELTO_ERROR_INVALID;
+    }
+    if (profiles == nullptr || profiles->count == 0 || profiles->entries == nullptr) {
+        LogError(parameterTag, "Set Audio Parameter failed, profile is null");
+        return VELTO_ERROR_INVALID;
+    }
+    AudioParameters parameters; // what the list omits returns to its default
+    GetAudioParameter(profiles, parameters);
+    speakerAudioParams.sampleRate = parameters.sampleRate;
+    speakerAudioParams.channels = parameters.channels;
+    speakerAudioParams.bitsPerSample = parameters.bitsPerSample;
+
+    if (SpeakerTrack *track = TrackOf(id)) {
+        track->playThread->needDelay = true;
+    }
+    SendEvent(id, idLength, VELTO_EVENT_PARAMETERS_SET);
+    return VELTO_OK;
+}
+
+} // namespace velto

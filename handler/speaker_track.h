@@ -1,0 +1,35 @@
+// The speaker direction behind the table: frames in, sound out.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "velto/audio_handler.h"
+
+namespace velto {
+
+// Table slots 2, 3 and 4.
+int32_t VeltoSetAudioParameter(const char *id, uint32_t idLength, void *unused1, void *unused2,
+                               const AudioProfileList *profiles);
+int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
+int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength);
+
+// Where the speaker machinery stands. Written by the initialising thread and by the watchdog,
+// read by every writer.
+enum DeviceStateValue : int32_t {
+    DEVICE_NOT_INITIALISED = -1,
+    DEVICE_READY = 0,
+    DEVICE_INITIALISING = 1, // and for good after a decoder that could not be set up
+    DEVICE_RELEASING = 2,
+};
+extern std::atomic<int32_t> DeviceState;
+
+// Auto-reset; signalled by each write, waited on by the watchdog. Made by the module's entry.
+extern std::atomic<HANDLE> IdleEvent;
+
+// Stops both play threads, which close their renderers. Called by the watchdog.
+void StopSpeakerTracks();
+
+} // namespace velto
