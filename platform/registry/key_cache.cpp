@@ -1,0 +1,51 @@
+#include "registry/key_cache.h"
+
+namespace DE {
+
+KeyCache::~KeyCache()
+{
+    // No lock: at unload no other thread runs this module's code, and at the end of the process
+    // a killed thread may hold it.
+    for (Entry &entry : m_entries) {
+        Close(entry);
+    }
+}
+
+bool KeyCache::IsStale(LSTATUS status)
+{
+    return status == ERROR_KEY_DELETED || status == ERROR_INVALID_HANDLE;
+}
+
+LSTATUS KeyCache::Open(Entry &entry, OpenKey open)
+{
+    // The system calls refuse a sub-key that starts with a backslash.
+    const std::size_t start = entry.subKey.find_first_not_of(L'\\');
+    const std::size_t end = entry.subKey.size();
+    HKEY key = nullptr;
+    const LSTATUS status =
+        open(entry.root, entry.subKey.c_str() + (start < end ? start : end), entry.access, key);
+    if (status == ERROR_SUCCESS) {
+        entry.key = key;
+    }
+    return status;
+}
+
+void KeyCache::Close(Entry &entry)
+{
+    if (entry.key != nullptr) {
+        RegCloseKey(entry.key);
+        entry.key = nullptr;
+    }
+}
+
+KeyCache::Entry &KeyCache::EntryOf(HKEY root, const std::wstring &subKey, REGSAM access)
+{
+    for (Entry &entry : m_entries) {
+        if (entry.root == root && entry.access == access && entry.subKey == subKey) {
+            return entry;
+        }
+    }
+    return m_entries.emplace_back(Entry{root, access, subKey, nullptr});
+}
+
+} // namespace DE
