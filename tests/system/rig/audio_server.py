@@ -1,0 +1,109 @@
+"""A PulseAudio server of the run's own, with null sinks as its loudspeakers."""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+
+from . import processes, waiting
+
+# A UNIX socket's name holds 108 bytes; "pulse/native" and some room are kept free.
+_LONGEST_RUNTIME_NAME = 80
+
+
+class PrivateAudioServer:
+    """One server in its own runtime folder. Nothing of the user's server is read or touched."""
+
+    def __init__(self, folder, sinks=()):
+        """sinks: (name, rate in Hz, channels) of each null sink, the first being the default."""
+        self.folder = pathlib.Path(folder)
+        self.sinks = list(sinks)
+        self.process = None
+        self.runtime = self._make_runtime_folder()
+        self.home = self.folder / "home"
+        self.home.mkdir(parents=True, exist_ok=True)
+
+    def _make_runtime_folder(self):
+        runtime = self.folder / "run"
+        if len(str(runtime)) > _LONGEST_RUNTIME_NAME:
+            return pathlib.Path(tempfile.mkdtemp(prefix="velto-"))
+        runtime.mkdir(parents=True, exist_ok=True, mode=0o700)
+        os.chmod(runtime, 0o700)
+        return runtime
+
+    @property
+    def environment(self):
+        """What a client of this server needs; everything that could lead elsewhere is taken out."""
+        env = {k: v for k, v in os.environ.items() if not k.startswith("PULSE_")}
+        env.update(XDG_RUNTIME_DIR=str(self.runtime), HOME=str(self.home), DISPLAY="", LC_ALL="C.UTF-8")
+        env.pop("DBUS_SESSION_BUS_ADDRESS", None)
+        return env
+
+    def start(self):
+        """Starts the server and waits until it answers."""
+        command = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=no",
+                   "--use-pid-file=no", "--log-target=stderr"]
+        for name, rate, channels in self.sinks:
+            command += ["-L", f"module-null-sink sink_name={name} rate={rate} channels={channels}"]
+        command += ["-L", "module-native-protocol-unix"]
+        log = open(self.folder / "pulseaudio.log", "ab")
+        self.process = processes.start(command, stdout=log, stderr=log, env=self.environment)
+        log.close()
+        waiting.until(self._answers, "the private audio server to answer", 20)
+        return self
+
+    def _answers(self):
+        if self.process.poll() is not None:
+            raise RuntimeError(f"pulseaudio ended with {self.process.returncode}; see {self.folder}/pulseaudio.log")
+        return subprocess.run(["pactl", "info"], env=self.environment, capture_output=True, timeout=10).returncode == 0
+
+    def kill(self):
+        """Ends the server at once, as a crash would."""
+        self.process.kill()
+        self.process.wait(10)
+        shutil.rmtree(self.runtime / "pulse", ignore_errors=True)
+
+    def freeze(self):
+        self.process.send_signal(signal.SIGSTOP)
+
+    def thaw(self):
+        self.process.send_signal(signal.SIGCONT)
+
+    def stop(self):
+        if self.process is not None:
+            processes.end(self.process)
+        if self.runtime.parent != self.folder:
+            shutil.rmtree(self.runtime, ignore_errors=True)
+
+    def pactl(self, *arguments):
+        return processes.run(["pactl", *arguments], env=self.environment, timeout_s=20)
+
+    def list(self, kind):
+        """What the server has of a kind ("sinks", "sink-inputs", "modules"), as dictionaries."""
+        return json.loads(self.pactl("--format=json", "list", kind) or "[]")
+
+    def streams(self, process_name="velto"):
+        """(sink-input index, sink name) of each playing stream whose client is named so."""
+        names = {sink["index"]: sink["name"] for sink in self.list("sinks")}
+        found = []
+        for stream in self.list("sink-inputs"):
+            properties = stream.get("properties", {})
+            label = " ".join(str(properties.get(key, "")) for key in
+                             ("application.name", "application.process.binary", "media.name"))
+            if process_name in label:
+                found.append((stream["index"], names.get(stream["sink"], "?")))
+        return found
+
+    def unload_sink(self, name):
+        """Takes one endpoint away while the server goes on."""
+        for module in self.list("modules"):
+            if module["name"] == "module-null-sink" and f"sink_name={name} " in (module["argument"] or "") + " ":
+                self.pactl("unload-module", str(module["index"]) if "index" in module else module["name"])
+                return
+        raise KeyError(name)
+
+    def load_sink(self, name, rate, channels):
+        self.pactl("load-module", "module-null-sink", f"sink_name={name}", f"rate={rate}", f"channels={channels}")

@@ -1,0 +1,216 @@
+"""The judge: was the sound that was heard the sound that was sent?
+
+The reference is aligned with the recording as a whole, then window by window; each
+window's match is the energy of the reference over the energy of what differs from it,
+in dB. Only content counts: when the sound came plays no part in the verdict.
+
+ * A window is good when it matches by at least GOOD_MATCH_DB at the common volume.
+ * A window in which the reference is quiet is good when the recording is quiet too.
+ * Sound that goes on at another place of the recording (a pause was put in, a piece is
+   missing) is followed by a wide search and counted as a slip. A recording at a wrong
+   speed slips in every window, or matches nowhere, and fails either way.
+"""
+
+from dataclasses import dataclass, field
+
+import numpy
+
+WINDOW_S = 0.2
+GOOD_MATCH_DB = 20.0
+QUIET_RMS = 1e-3          # -60 dBFS
+NEAR_FRAMES = 3           # re-alignment that is no slip
+WIDE_SEARCH_S = 1.5
+FRACTIONS = numpy.arange(-0.5, 0.51, 0.125)
+DRIFT_FRAMES = 6          # of the whole, slips apart
+GAIN_RANGE = (0.5, 2.0)   # of the whole
+GAIN_SPREAD = 1.2         # of one window against the whole
+
+GOOD, DAMAGED, QUIET = "good", "damaged", "quiet"
+
+
+@dataclass
+class Window:
+    start_s: float      # in the reference
+    match_db: float
+    offset: int         # frame of the recording that answers frame 0 of the reference
+    gain: float
+    state: str
+
+
+@dataclass
+class Comparison:
+    rate: int
+    windows: list = field(default_factory=list)
+    offset: int = 0
+    slips: int = 0
+    drift: int = 0          # frames by which the sound wandered without a slip
+
+    @property
+    def spoken(self):
+        return [w for w in self.windows if w.state != QUIET]
+
+    @property
+    def good(self):
+        return [w for w in self.windows if w.state == GOOD]
+
+    @property
+    def damaged(self):
+        return [w for w in self.windows if w.state == DAMAGED]
+
+    @property
+    def match_db(self):
+        """Median match of the windows that hold sound; 0 when nothing was recognised."""
+        return float(numpy.median([w.match_db for w in self.spoken])) if self.spoken else 0.0
+
+    @property
+    def gain(self):
+        return float(numpy.median([w.gain for w in self.good])) if self.good else 0.0
+
+    @property
+    def dropouts(self):
+        """Runs of damaged windows and slips outside such runs."""
+        runs = slips = 0
+        last_state, last_offset = GOOD, None
+        for window in self.windows:
+            if window.state == DAMAGED:
+                runs += last_state != DAMAGED
+            elif window.state == GOOD:
+                if last_offset is not None and abs(window.offset - last_offset) > NEAR_FRAMES:
+                    slips += last_state != DAMAGED
+                last_offset = window.offset
+            last_state = window.state
+        return runs + slips
+
+    @property
+    def heard_s(self):
+        """Seconds of the reference that came out right."""
+        return WINDOW_S * len([w for w in self.windows if w.state != DAMAGED])
+
+    def verdict(self, tolerated_windows=3, tolerated_slips=1):
+        """Empty when the sound is right, else the reason why it is not."""
+        if not self.spoken:
+            return "the reference holds no sound to compare"
+        if not self.good:
+            return "nothing of what was sent was heard"
+        if len(self.damaged) > tolerated_windows:
+            places = ", ".join(f"{w.start_s:.1f}" for w in self.damaged[:12])
+            return (f"{len(self.damaged)} of {len(self.windows)} windows are damaged "
+                    f"(tolerated: {tolerated_windows}), at {places} s")
+        if self.slips > tolerated_slips:
+            return f"the sound slipped {self.slips} times (tolerated: {tolerated_slips})"
+        if abs(self.drift) > DRIFT_FRAMES:
+            return f"the speed is wrong: the sound wandered by {self.drift} frames"
+        if not GAIN_RANGE[0] <= self.gain <= GAIN_RANGE[1]:
+            return f"the volume is {self.gain:.2f} times that of what was sent"
+        return ""
+
+
+def compare(heard, reference, rate):
+    """Compares two recordings of the same rate and channel count (frames by channels)."""
+    heard, reference = _two_dimensional(heard), _two_dimensional(reference)
+    result = Comparison(rate)
+    result.offset = place = _best_offset(heard, reference)
+    length = int(WINDOW_S * rate)
+    for start in range(0, len(reference) - length + 1, length):
+        window, place = _judge_window(heard, reference, start, length, place, rate)
+        result.windows.append(window)
+    _check_gains(result)
+    offsets = [w.offset for w in result.good]
+    moves = [b - a for a, b in zip(offsets, offsets[1:])]
+    result.slips = sum(abs(move) > NEAR_FRAMES for move in moves)
+    result.drift = sum(move for move in moves if abs(move) <= NEAR_FRAMES)
+    return result
+
+
+def first_sound(comparison):
+    """Frame of the recording at which the first good window of the reference begins, or None."""
+    if not comparison.good:
+        return None
+    window = comparison.good[0]
+    return int(window.start_s * comparison.rate) + window.offset
+
+
+def _judge_window(heard, reference, start, length, place, rate):
+    part = reference[start:start + length]
+    if _rms(part) < QUIET_RMS:
+        there = _cut(heard, start + place, length)
+        state = QUIET if _rms(there) < 3 * QUIET_RMS else DAMAGED
+        return Window(start / rate, 0.0, place, 0.0, state), place
+    best = _best_match(heard, reference, start, length, range(place - NEAR_FRAMES, place + NEAR_FRAMES + 1))
+    if best[0] < GOOD_MATCH_DB:
+        wide = int(WIDE_SEARCH_S * rate)
+        low = start + place - wide
+        found = _best_offset(_cut(heard, low, length + 2 * wide), part) + low - start
+        other = _best_match(heard, reference, start, length, range(found - NEAR_FRAMES, found + NEAR_FRAMES + 1))
+        best = max(best, other)
+    match_db, offset, gain = best
+    state = GOOD if match_db >= GOOD_MATCH_DB else DAMAGED
+    return Window(start / rate, match_db, offset, gain, state), offset if state == GOOD else place
+
+
+def _best_match(heard, reference, start, length, offsets):
+    part = reference[start:start + length]
+    best = max((*_match(_cut(heard, start + o, length), part), o) for o in offsets)
+    if best[0] < 40.0:  # the sound may lie between two samples
+        there = _cut(heard, start + best[2], length)
+        for fraction in FRACTIONS:
+            shifted = _delayed(reference, start, length, fraction)
+            best = max(best, (*_match(there, shifted), best[2]))
+    match_db, gain, offset = best
+    return match_db, offset, gain
+
+
+def _match(there, part):
+    """(match in dB, gain) of the best scaled fit of part to there."""
+    energy = float(numpy.sum(part * part))
+    gain = float(numpy.sum(there * part)) / energy if energy else 0.0
+    if gain <= 0:
+        return 0.0, 0.0
+    rest = there - gain * part
+    return 10 * numpy.log10(gain * gain * energy / max(float(numpy.sum(rest * rest)), 1e-20)), gain
+
+
+def _delayed(signal, start, length, fraction):
+    """A stretch of signal delayed by a part of a frame; the margin takes the edge effects."""
+    margin = 256
+    wide = _cut(signal, start - margin, length + 2 * margin)
+    spectrum = numpy.fft.rfft(wide, axis=0)
+    turn = numpy.exp(-2j * numpy.pi * numpy.fft.rfftfreq(len(wide)) * fraction)[:, None]
+    return numpy.fft.irfft(spectrum * turn, len(wide), axis=0)[margin:margin + length]
+
+
+def _check_gains(result):
+    """A window that is right but at a volume of its own is damaged."""
+    common = result.gain
+    for window in result.good:
+        if not common / GAIN_SPREAD <= window.gain <= common * GAIN_SPREAD:
+            window.state = DAMAGED
+
+
+def _best_offset(heard, part):
+    """Where part lies in heard, by cross-correlation of all channels."""
+    size = 1 << int(numpy.ceil(numpy.log2(len(heard) + len(part) + 1)))
+    product = numpy.fft.rfft(heard, size, axis=0) * numpy.conj(numpy.fft.rfft(part, size, axis=0))
+    correlation = numpy.fft.irfft(product.sum(axis=1), size)
+    peak = int(numpy.argmax(correlation))
+    return peak if peak < len(heard) else peak - size
+
+
+def _cut(signal, start, length):
+    """length frames from start on; what lies outside is silence."""
+    low, high = max(start, 0), min(start + length, len(signal))
+    if low == start and high == start + length:
+        return signal[low:high]
+    out = numpy.zeros((length, signal.shape[1]))
+    if high > low:
+        out[low - start:high - start] = signal[low:high]
+    return out
+
+
+def _rms(part):
+    return float(numpy.sqrt(numpy.mean(part * part))) if len(part) else 0.0
+
+
+def _two_dimensional(samples):
+    samples = numpy.asarray(samples, dtype=float)
+    return samples[:, None] if samples.ndim == 1 else samples

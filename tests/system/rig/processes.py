@@ -1,0 +1,84 @@
+"""Child processes that never outlive the run.
+
+Every child leads its own session, is ended by its process id when the run ends in
+whatever way (return, failure, Ctrl-C, SIGTERM), and is told by the kernel to die
+should the run itself be killed. Start children from the main thread only: the
+kernel watches the starting thread, not the process.
+"""
+
+import atexit
+import ctypes
+import os
+import signal
+import subprocess
+import sys
+
+_PR_SET_PDEATHSIG = 1
+_libc = ctypes.CDLL(None, use_errno=True)
+_children = []
+
+
+def _die_with_parent():
+    _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+def start(command, **options):
+    """Starts command as a child that cannot outlive the run."""
+    child = subprocess.Popen(
+        [str(part) for part in command],
+        stdin=options.pop("stdin", subprocess.DEVNULL),
+        start_new_session=True,
+        preexec_fn=_die_with_parent,
+        **options,
+    )
+    _children.append(child)
+    return child
+
+
+def run(command, timeout_s=60, check=True, **options):
+    """Runs a short command to its end and returns its output as text."""
+    child = start(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
+    try:
+        out, err = child.communicate(timeout=timeout_s)
+    finally:
+        end(child)
+    if check and child.returncode != 0:
+        raise RuntimeError(f"{command[0]} ended with {child.returncode}: {err.strip()[-800:]}")
+    return out
+
+
+def end(child, grace_s=3.0):
+    """Ends a child and what it started in its session; harmless when it has ended already."""
+    if child.poll() is None:
+        for sig, wait_s in ((signal.SIGCONT, 0), (signal.SIGTERM, grace_s), (signal.SIGKILL, 10)):
+            try:
+                os.killpg(child.pid, sig)
+            except ProcessLookupError:
+                pass
+            if wait_s:
+                try:
+                    child.wait(wait_s)
+                    break
+                except subprocess.TimeoutExpired:
+                    continue
+    if child in _children:
+        _children.remove(child)
+
+
+def end_all():
+    """Ends what is left, youngest first."""
+    for child in reversed(list(_children)):
+        end(child)
+
+
+def _on_signal(number, _frame):
+    sys.exit(128 + number)
+
+
+def install_handlers():
+    """Turns the usual ending signals into an ordinary exit, so that clean-up runs."""
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _on_signal)
+
+
+atexit.register(end_all)

@@ -1,0 +1,88 @@
+"""Records what an endpoint plays, from the monitor of its sink."""
+
+import subprocess
+import threading
+import time
+import wave
+
+import numpy
+
+from . import processes, waiting
+
+
+class Recorder:
+    """32-bit float samples of one sink, kept in memory with the time at which they came."""
+
+    def __init__(self, server, sink, rate, channels):
+        self.sink, self.rate, self.channels = sink, rate, channels
+        self._chunks = []
+        self._frames = 0
+        self._clock = None  # wall time of frame 0, from the least delayed chunk
+        self._lock = threading.Lock()
+        self._process = processes.start(
+            ["parec", "--raw", "-d", f"{sink}.monitor", "--latency-msec=20", "--format=float32le",
+             f"--rate={rate}", f"--channels={channels}"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=server.environment)
+        self._thread = threading.Thread(target=self._read, daemon=True)
+        self._thread.start()
+        waiting.until(lambda: self._frames > 0 or self._process.poll() is not None, f"sound from {sink}.monitor", 20)
+
+    def _read(self):
+        stream, width, rest = self._process.stdout, 4 * self.channels, b""
+        while True:
+            data = stream.read1(65536)
+            if not data:
+                return
+            now, data = time.time(), rest + data
+            whole = len(data) - len(data) % width
+            rest = data[whole:]
+            with self._lock:
+                self._chunks.append(data[:whole])
+                self._frames += whole // width
+                start = now - self._frames / self.rate
+                self._clock = start if self._clock is None else min(self._clock, start)
+
+    @property
+    def seconds(self):
+        return self._frames / self.rate
+
+    def samples(self):
+        """All frames so far, as an array of frames by channels."""
+        with self._lock:
+            data = b"".join(self._chunks)
+        return numpy.frombuffer(data, dtype="<f4").reshape(-1, self.channels)
+
+    def time_of(self, frame):
+        """Wall time (as time.time() counts) at which a frame was heard; good to some 20 ms."""
+        return self._clock + frame / self.rate
+
+    def peak_since(self, frame):
+        part = self.samples()[frame:]
+        return float(numpy.abs(part).max()) if len(part) else 0.0
+
+    def wait_for_sound(self, timeout_s=30, level=0.02):
+        """Waits until something louder than level was heard; returns that frame's number."""
+        def loud():
+            over = numpy.flatnonzero(numpy.abs(self.samples()).max(axis=1) > level)
+            return int(over[0]) + 1 if len(over) else 0
+        return waiting.until(loud, f"sound on {self.sink}", timeout_s) - 1
+
+    def wait_for_more(self, seconds, timeout_s=60):
+        """Waits until that many more seconds have been recorded; the sink's clock counts."""
+        goal = self._frames + int(seconds * self.rate)
+        waiting.until(lambda: self._frames >= goal, f"{seconds} s more of {self.sink}", timeout_s)
+
+    def stop(self):
+        processes.end(self._process)
+        self._thread.join(10)
+        return self.samples()
+
+
+def write_wav(path, samples, rate):
+    """Writes 16-bit PCM, clipping what does not fit."""
+    pcm = numpy.clip(numpy.rint(numpy.asarray(samples) * 32767.0), -32768, 32767).astype("<i2")
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(pcm.shape[1] if pcm.ndim == 2 else 1)
+        out.setsampwidth(2)
+        out.setframerate(rate)
+        out.writeframes(pcm.tobytes())

@@ -1,0 +1,145 @@
+#!/usr/bin/python3
+"""The judge is able to fail: each kind of damage is made on purpose and has to be found."""
+
+import unittest
+
+import numpy
+
+from rig import compare
+
+RATE = 48000
+
+
+def voice(seconds=8.0, seed=1):
+    """Noise shaped like speech: syllables of varying loudness, low frequencies leading, two channels."""
+    random = numpy.random.default_rng(seed)
+    count = int(seconds * RATE)
+    white = random.standard_normal((count, 2))
+    spectrum = numpy.fft.rfft(white, axis=0) / (1 + (numpy.fft.rfftfreq(count, 1 / RATE) / 500.0)[:, None])
+    sound = numpy.fft.irfft(spectrum, count, axis=0)
+    envelope = 0.2 + numpy.abs(numpy.sin(numpy.arange(count) / RATE * 9.0))[:, None]
+    sound *= envelope
+    return 0.3 * sound / numpy.abs(sound).max()
+
+
+def resampled(sound, factor):
+    place = numpy.arange(0, len(sound) - 1, factor)
+    return numpy.stack([numpy.interp(place, numpy.arange(len(sound)), c) for c in sound.T], axis=1)
+
+
+def silence(seconds):
+    return numpy.zeros((int(seconds * RATE), 2))
+
+
+class TheJudge(unittest.TestCase):
+    def setUp(self):
+        self.sent = voice()
+
+    def judge(self, heard, **tolerance):
+        self.result = compare.compare(heard, self.sent, RATE)
+        return self.result.verdict(**tolerance)
+
+    def test_accepts_a_perfect_copy_whenever_it_comes(self):
+        for delay in (0.0, 0.7312, 5.0):
+            self.assertEqual(self.judge(numpy.concatenate([silence(delay), self.sent, silence(1)])), "")
+            self.assertEqual(self.result.offset, int(delay * RATE))
+            self.assertEqual(compare.first_sound(self.result), int(delay * RATE))
+            self.assertEqual((self.result.dropouts, len(self.result.damaged), self.result.slips), (0, 0, 0))
+            self.assertGreater(self.result.match_db, 60)
+
+    def test_accepts_another_volume_within_reason(self):
+        self.assertEqual(self.judge(0.8 * self.sent), "")
+        self.assertAlmostEqual(self.result.gain, 0.8, 2)
+
+    def test_accepts_sound_that_lies_between_two_samples(self):
+        self.assertEqual(self.judge(compare._delayed(self.sent, 0, len(self.sent), 0.37)), "")
+
+    def test_accepts_noise_far_below_the_sound(self):
+        noise = 1e-4 * numpy.random.default_rng(2).standard_normal(self.sent.shape)
+        self.assertEqual(self.judge(self.sent + noise), "")
+
+    def test_refuses_silence(self):
+        self.assertEqual(self.judge(silence(9)), "nothing of what was sent was heard")
+
+    def test_refuses_an_empty_recording(self):
+        self.assertEqual(self.judge(numpy.zeros((0, 2))), "nothing of what was sent was heard")
+
+    def test_refuses_noise(self):
+        noise = 0.1 * numpy.random.default_rng(3).standard_normal(self.sent.shape)
+        self.assertEqual(self.judge(noise), "nothing of what was sent was heard")
+
+    def test_refuses_other_sound_of_the_same_kind(self):
+        self.assertEqual(self.judge(voice(seed=9)), "nothing of what was sent was heard")
+
+    def test_refuses_wrong_speeds(self):
+        for factor in (22050 / 48000, 44100 / 48000, 2.0, 1.01, 0.99, 1.001, 1.0002):
+            self.assertNotEqual(self.judge(resampled(self.sent, factor)), "", factor)
+
+    def test_refuses_a_slightly_wrong_speed_even_where_every_window_matches(self):
+        count = numpy.arange(8 * RATE)
+        self.sent = 0.3 * numpy.stack([numpy.sin(count ** 2 * 1e-7 + k) for k in (0, 1)], axis=1)
+        self.assertIn("speed", self.judge(resampled(self.sent, 1.00005), tolerated_windows=0))
+
+    def test_refuses_loud_noise_over_the_sound(self):
+        noise = 0.05 * numpy.random.default_rng(4).standard_normal(self.sent.shape)
+        self.assertNotEqual(self.judge(self.sent + noise), "")
+
+    def test_refuses_swapped_channels(self):
+        self.assertNotEqual(self.judge(self.sent[:, ::-1]), "")
+
+    def test_refuses_one_silent_channel(self):
+        self.assertNotEqual(self.judge(self.sent * [1.0, 0.0]), "")
+
+    def test_refuses_inverted_sound(self):
+        self.assertNotEqual(self.judge(-self.sent), "")
+
+    def test_refuses_a_fraction_of_the_volume(self):
+        self.assertIn("volume", self.judge(0.1 * self.sent))
+
+    def test_refuses_sound_that_stops_half_way(self):
+        self.assertIn("damaged", self.judge(numpy.concatenate([self.sent[:4 * RATE], silence(5)])))
+
+    def test_refuses_a_second_of_silence_in_the_middle(self):
+        heard = self.sent.copy()
+        heard[3 * RATE:4 * RATE] = 0
+        self.assertIn("damaged", self.judge(heard))
+        self.assertEqual(self.result.dropouts, 1)
+        self.assertTrue(all(2.8 <= w.start_s < 4.0 for w in self.result.damaged))
+
+    def test_follows_a_pause_that_was_put_in_and_counts_it(self):
+        cut = int(3.1 * RATE)
+        heard = numpy.concatenate([self.sent[:cut], silence(0.3), self.sent[cut:]])
+        self.assertEqual(self.judge(heard), "")
+        self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
+        self.assertLessEqual(len(self.result.damaged), 1)
+
+    def test_follows_a_missing_piece_and_counts_it(self):
+        heard = numpy.delete(self.sent, slice(3 * RATE, int(3.1 * RATE)), axis=0)
+        self.assertEqual(self.judge(heard), "")
+        self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
+
+    def test_refuses_many_pauses(self):
+        pieces = [p for i in range(8) for p in (self.sent[i * RATE:(i + 1) * RATE], silence(0.05))]
+        self.assertNotEqual(self.judge(numpy.concatenate(pieces)), "")
+
+    def test_finds_the_one_damaged_window_and_tolerates_it_only_when_told(self):
+        heard = self.sent.copy()
+        heard[int(5.05 * RATE):int(5.10 * RATE)] = 0
+        self.assertEqual(self.judge(heard, tolerated_windows=1), "")
+        self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [5.0])
+        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+
+    def test_refuses_a_click_in_a_quiet_place(self):
+        self.sent[2 * RATE:3 * RATE] = 0
+        heard = self.sent.copy()
+        heard[int(2.5 * RATE):int(2.51 * RATE)] = 0.5
+        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+
+    def test_a_window_at_a_volume_of_its_own_is_damaged(self):
+        heard = self.sent.copy()
+        heard[4 * RATE:5 * RATE] *= 0.5
+        self.assertIn("damaged", self.judge(heard))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
