@@ -1,7 +1,7 @@
 #include "handler/host_records.h"
 
 #include <array>
-#include <cstdlib>
+#include <stdlib.h>
 #include <cstring>
 #include <string>
 
@@ -34,13 +34,13 @@ constexpr std::array<Device, 4> devices{{
 template <typename Record>
 Record *Allocate(size_t count = 1)
 {
-    return static_cast<Record *>(std::calloc(count, sizeof(Record)));
+    return static_cast<Record *>(calloc(count, sizeof(Record)));
 }
 
 template <typename Block>
 void FreeAndClear(Block *&block)
 {
-    std::free(block);
+    free(block);
     block = nullptr;
 }
 
@@ -52,7 +52,7 @@ void FreeCapabilities(void *block, uint32_t count)
         FreeAndClear(items[i].profiles);
         FreeAndClear(items[i].codecs);
     }
-    std::free(block);
+    free(block);
 }
 
 void ApplyChannel(uint32_t code, uint32_t &channels)
@@ -123,7 +123,7 @@ int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabil
     const size_t length = std::strlen(id);
     auto *name = Allocate<char>(nameBytes);
     if (name == nullptr || length > nameBytes) {
-        std::free(name);
+        free(name);
         return VELTO_ERROR_NULL_POINTER;
     }
     std::memcpy(name, id, length);

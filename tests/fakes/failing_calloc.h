@@ -1,0 +1,19 @@
+// Lets `calloc` find no memory. tests/fakes/redirect.h leads the module's calls here.
+#pragma once
+
+#include <cstddef>
+
+namespace fakes {
+
+void *Calloc(std::size_t count, std::size_t bytes);
+
+// While one exists, the nth call of Calloc from its making gives null.
+class FailingCalloc {
+public:
+    explicit FailingCalloc(int nth);
+    ~FailingCalloc();
+    FailingCalloc(const FailingCalloc &) = delete;
+    FailingCalloc &operator=(const FailingCalloc &) = delete;
+};
+
+} // namespace fakes

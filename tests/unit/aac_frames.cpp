@@ -1,0 +1,75 @@
+#include "aac_frames.h"
+
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <stdexcept>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace velto_test {
+namespace {
+
+struct FreeContext {
+    void operator()(AVCodecContext *context) const { avcodec_free_context(&context); }
+};
+struct FreeFrame {
+    void operator()(AVFrame *frame) const { av_frame_free(&frame); }
+};
+struct FreePacket {
+    void operator()(AVPacket *packet) const { av_packet_free(&packet); }
+};
+
+void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacFrame> &units)
+{
+    while (avcodec_receive_packet(encoder, packet) == 0) {
+        units.emplace_back(packet->data, packet->data + packet->size);
+        av_packet_unref(packet);
+    }
+}
+
+} // namespace
+
+std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
+{
+    const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    std::unique_ptr<AVCodecContext, FreeContext> encoder(avcodec_alloc_context3(codec));
+    av_channel_layout_default(&encoder->ch_layout, channels);
+    encoder->sample_rate = 48000;
+    encoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    encoder->bit_rate = 128000;
+    if (avcodec_open2(encoder.get(), codec, nullptr) < 0) {
+        throw std::runtime_error("no AAC encoder");
+    }
+    std::unique_ptr<AVFrame, FreeFrame> frame(av_frame_alloc());
+    std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
+    std::vector<AacFrame> units;
+    int64_t position = 0;
+    while (static_cast<int>(units.size()) < frames) {
+        frame->nb_samples = encoder->frame_size;
+        frame->format = encoder->sample_fmt;
+        frame->sample_rate = encoder->sample_rate;
+        av_channel_layout_copy(&frame->ch_layout, &encoder->ch_layout);
+        if (av_frame_get_buffer(frame.get(), 0) < 0) {
+            throw std::runtime_error("no memory for a frame");
+        }
+        for (int i = 0; i < frame->nb_samples; ++i) {
+            const double t = static_cast<double>(position + i) / encoder->sample_rate;
+            for (int c = 0; c < channels; ++c) {
+                reinterpret_cast<float *>(frame->data[c])[i] =
+                    static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * frequencyHz * t));
+            }
+        }
+        frame->pts = position;
+        position += frame->nb_samples;
+        avcodec_send_frame(encoder.get(), frame.get());
+        av_frame_unref(frame.get());
+        Drain(encoder.get(), packet.get(), units);
+    }
+    units.resize(static_cast<size_t>(frames));
+    return units;
+}
+
+} // namespace velto_test

@@ -1,0 +1,341 @@
+#include "playback/ffmpeg_decode.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+
+#include "aac_frames.h"
+#include "log_recorder.h"
+#include "play_thread_probe.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/frame.h>
+#include <libavutil/mem.h>
+#include <libswresample/swresample.h>
+}
+
+namespace velto {
+
+// The unit tests' view of a decoder's members.
+class FFmpegDecodeProbe {
+public:
+    explicit FFmpegDecodeProbe(FFmpegDecode &decoder) : d(decoder) {}
+
+    AVFormatContext *&Format() { return d.formatContext; }
+    AVCodecContext *&Codec() { return d.codecContext; }
+    AVFrame *&Frame() { return d.decoderFrame; }
+    AVPacket *&Packet() { return d.packetToPlay; }
+    SwrContext *&Converter() { return d.swrContext; }
+    uint8_t *&OutBuffer() { return d.outBuffer; }
+    int32_t &Capacity() { return d.maxDstNbSamples; }
+    int32_t &Needed() { return d.dstNbSamples; }
+    int32_t &OutChannels() { return d.outChannels; }
+    bool PostDecodedFrame() { return d.PostDecodedFrame(); }
+    void PostAudioData(const uint8_t *pcm, int32_t size) { d.PostAudioData(pcm, size); }
+
+private:
+    FFmpegDecode &d;
+};
+
+} // namespace velto
+
+namespace {
+
+using namespace velto;
+using velto_test::AacFrame;
+using velto_test::EncodeTone;
+using velto_test::LogRecorder;
+
+constexpr char decodeTag[] = "velto::FFmpegDecode::DecoderAudioFrame";
+constexpr char resampleTag[] = "velto::FFmpegDecode::ResampleFrame";
+constexpr char checkTag[] = "velto::FFmpegDecode::CheckNullPtrForDecoderValid";
+constexpr char postTag[] = "velto::FFmpegDecode::PostAudioData";
+
+class Decoder : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        LogRecorder::Clear();
+        playThread->needDelay = false;
+    }
+
+    void TearDown() override
+    {
+        queue.FreeQueued();
+        // The codec context's record outlives ReleaseFFmpeg by design; the tests give it back.
+        AVCodecContext *context = members.Codec();
+        decoder.ReleaseFFmpeg();
+        av_free(context);
+    }
+
+    void Write(AacFrame frame)
+    {
+        StreamFrameHeader header{0, static_cast<uint32_t>(frame.size()), 0};
+        StreamFrame record{frame.data(), {}, &header};
+        decoder.DecoderAudioFrame(&record);
+    }
+
+    void Write(uint8_t *data, uint32_t size)
+    {
+        StreamFrameHeader header{0, size, 0};
+        StreamFrame record{data, {}, &header};
+        decoder.DecoderAudioFrame(&record);
+    }
+
+    std::shared_ptr<AudioPlayThread> playThread = std::make_shared<AudioPlayThread>(nullptr, nullptr);
+    FFmpegDecode decoder{playThread, 48000};
+    FFmpegDecodeProbe members{decoder};
+    AudioPlayThreadProbe queue{*playThread};
+};
+
+TEST_F(Decoder, OpensAsStereoAtTheGivenRateWithoutExtradata)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    ASSERT_NE(members.Format(), nullptr);
+    ASSERT_NE(members.Codec(), nullptr);
+    EXPECT_EQ(members.Codec()->codec_id, AV_CODEC_ID_AAC);
+    EXPECT_EQ(members.Codec()->ch_layout.nb_channels, 2);
+    EXPECT_EQ(members.Codec()->ch_layout.u.mask, 3u);
+    EXPECT_EQ(members.Codec()->sample_rate, 48000);
+    EXPECT_EQ(members.Codec()->extradata, nullptr);
+    ASSERT_NE(members.Frame(), nullptr);
+    ASSERT_NE(members.Packet(), nullptr);
+    ASSERT_NE(members.OutBuffer(), nullptr);
+    EXPECT_EQ(members.Needed(), 96000) << "the placeholder buffer's size in bytes";
+    EXPECT_EQ(members.Capacity(), 0) << "the placeholder does not count as capacity";
+    EXPECT_EQ(members.OutChannels(), 2);
+    EXPECT_TRUE(swr_is_initialized(members.Converter()));
+    EXPECT_TRUE(LogRecorder::Lines().empty());
+}
+
+TEST_F(Decoder, RefusesARateWhoseDoubleWouldOverflowWithoutLogging)
+{
+    FFmpegDecode fast(playThread, 1073741824);
+    EXPECT_EQ(fast.InitFFmpeg(), -1);
+    EXPECT_TRUE(LogRecorder::Lines().empty());
+    AVCodecContext *context = FFmpegDecodeProbe(fast).Codec();
+    fast.ReleaseFFmpeg();
+    av_free(context);
+}
+
+TEST_F(Decoder, AFrameOf1024SamplesYieldsOneBlockOf4096Bytes)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const AacFrame &frame : EncodeTone(4)) {
+        Write(frame);
+    }
+    ASSERT_EQ(queue.PlayQueue().size(), 4u);
+    for (const AudioPlayBuffer *block : queue.PlayQueue()) {
+        EXPECT_EQ(block->len, 4096);
+    }
+    EXPECT_TRUE(LogRecorder::Lines().empty()) << "running out of frames is no error";
+}
+
+TEST_F(Decoder, DecodedSoundIsTheEncodedTone)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const AacFrame &frame : EncodeTone(10)) {
+        Write(frame);
+    }
+    const auto *samples = reinterpret_cast<const int16_t *>(queue.PlayQueue().back()->buf);
+    int crossings = 0;
+    int peak = 0;
+    for (int i = 0; i < 1024; ++i) {
+        EXPECT_NEAR(samples[2 * i], samples[2 * i + 1], 600) << "both channels carry the tone";
+        peak = std::max(peak, std::abs(int{samples[2 * i]}));
+        crossings += i > 0 && (samples[2 * i] >= 0) != (samples[2 * i - 2] >= 0) ? 1 : 0;
+    }
+    EXPECT_NEAR(peak, 16384, 1200) << "half of full scale";
+    EXPECT_NEAR(crossings, 2 * 440 * 1024 / 48000, 2) << "440 Hz";
+}
+
+TEST_F(Decoder, TheFirstFrameReplacesThePlaceholderBuffer)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    const AacFrame frame = EncodeTone(1)[0];
+    Write(frame);
+    EXPECT_EQ(members.Capacity(), 1024);
+    EXPECT_EQ(members.Needed(), 1024);
+    const uint8_t *buffer = members.OutBuffer();
+    Write(frame);
+    EXPECT_EQ(members.OutBuffer(), buffer) << "no allocation while the frames need no more room";
+}
+
+TEST_F(Decoder, TheHostsBytesAreBorrowedAndLeftAlone)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    AacFrame frame = EncodeTone(1)[0];
+    const AacFrame before = frame;
+    Write(frame.data(), static_cast<uint32_t>(frame.size()));
+    EXPECT_EQ(frame, before);
+    EXPECT_EQ(members.Packet()->data, frame.data());
+    EXPECT_EQ(members.Packet()->buf, nullptr);
+}
+
+TEST_F(Decoder, BlocksAreHeldBackWhileTheStreamIsDelayed)
+{
+    playThread->needDelay = true;
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const AacFrame &frame : EncodeTone(4)) {
+        Write(frame);
+    }
+    EXPECT_EQ(queue.DelayQueue().size(), 4u);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, ANullFrameOrHeaderIsLoggedAndDecodesNothing)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    decoder.DecoderAudioFrame(nullptr);
+    StreamFrame record{};
+    decoder.DecoderAudioFrame(&record);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"frame data or data->header is nullptr", checkTag, 2);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, BeforeInitialisationTheMissingFrameIsLogged)
+{
+    Write(AacFrame{1, 2, 3});
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
+}
+
+TEST_F(Decoder, AMissingPacketIsLogged)
+{
+    members.Frame() = av_frame_alloc();
+    Write(AacFrame{1, 2, 3});
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"packetToPlay is null, can not decode audio frame", checkTag);
+}
+
+TEST_F(Decoder, AnEmptyPayloadIsRefusedWithItsCodeRightBehindTheMessage)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    uint8_t byte = 0;
+    Write(&byte, 0);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
+}
+
+TEST_F(Decoder, AMissingPayloadIsRefusedAndTheNextFrameStillPlays)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    Write(nullptr, 0);
+    Write(nullptr, 100);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag, 2);
+    Write(EncodeTone(1)[0]);
+    EXPECT_EQ(queue.PlayQueue().size(), 1u);
+}
+
+TEST_F(Decoder, ASizeAboveTheSignedRangeIsRefused)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    uint8_t byte = 0;
+    Write(&byte, 0xFFFFFFFFu);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
+}
+
+TEST_F(Decoder, CorruptFramesAreDroppedAndTheDecoderStaysUsable)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (AacFrame frame : EncodeTone(20)) {
+        for (size_t i = 0; i < frame.size(); i += 3) {
+            frame[i] ^= 0x5A;
+        }
+        Write(frame);
+    }
+    queue.FreeQueued();
+    for (const AacFrame &frame : EncodeTone(3)) {
+        Write(frame);
+    }
+    EXPECT_GE(queue.PlayQueue().size(), 2u);
+}
+
+TEST_F(Decoder, AMonoFrameHasNoSecondPlaneAndIsDroppedWithALine)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const AacFrame &frame : EncodeTone(2, 1)) {
+        Write(frame);
+    }
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"frame->data 1 is null", decodeTag, 2);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, AMissingConverterIsLoggedAndAbandonsTheCall)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    swr_free(&members.Converter());
+    Write(EncodeTone(1)[0]);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"swrContext is nullptr", resampleTag);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, AConverterThatIsNotSetUpIsLoggedWithItsCode)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    swr_close(members.Converter());
+    Write(EncodeTone(1)[0]);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
+}
+
+TEST_F(Decoder, ABlockWithoutSizeIsLogged)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    members.OutChannels() = 2;
+    const AacFrame frame = EncodeTone(1)[0];
+    Write(frame);
+    queue.FreeQueued();
+    members.OutChannels() = 0; // no channels: the size comes out as an error
+    Write(frame);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"out_buffer_size too small", decodeTag);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, ABufferThatCannotBeAllocatedIsLoggedAndTriedAgainForTheNextFrame)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    const AacFrame frame = EncodeTone(1)[0];
+    members.OutChannels() = -1; // refused as a buffer size
+    Write(frame);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"av_samples_alloc failed", resampleTag);
+    EXPECT_EQ(members.OutBuffer(), nullptr);
+    EXPECT_EQ(members.Capacity(), 0) << "the old capacity stays";
+    members.OutChannels() = 2;
+    Write(frame);
+    EXPECT_EQ(queue.PlayQueue().size(), 1u);
+}
+
+TEST_F(Decoder, AMissingOutputBufferIsLogged)
+{
+    members.PostAudioData(nullptr, 16);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"outBuffer is nullptr", postTag);
+}
+
+TEST_F(Decoder, ReleaseFreesEverythingAndMayBeRepeated)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    AVCodecContext *context = members.Codec();
+    decoder.ReleaseFFmpeg();
+    EXPECT_EQ(members.Frame(), nullptr);
+    EXPECT_EQ(members.OutBuffer(), nullptr);
+    EXPECT_EQ(members.Converter(), nullptr);
+    EXPECT_EQ(members.Codec(), nullptr);
+    EXPECT_EQ(members.Format(), nullptr);
+    EXPECT_EQ(members.Packet(), nullptr);
+    decoder.ReleaseFFmpeg();
+    av_free(context);
+}
+
+TEST_F(Decoder, AfterReleaseAFrameIsRefusedWithoutACrash)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    AVCodecContext *context = members.Codec();
+    decoder.ReleaseFFmpeg();
+    av_free(context);
+    Write(AacFrame{1, 2, 3});
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
+}
+
+} // namespace

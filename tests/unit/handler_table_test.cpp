@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "handler/listener.h"
+#include "handler/speaker_track.h"
+#include "log_recorder.h"
+#include "tests/fakes/fake_windows.h"
+#include "velto/audio_handler.h"
+
+extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
+
+namespace {
+
+using velto_test::LogRecorder;
+
+class HandlerTable : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        LogRecorder::Clear();
+        fakewin::Reset();
+    }
+
+    void TearDown() override
+    {
+        const AudioListener none{nullptr, nullptr};
+        velto::VeltoRegisterListener(&none);
+    }
+};
+
+struct Event {
+    std::string id;
+    uint32_t idLength;
+    int32_t code;
+};
+Event lastEvent;
+int events = 0;
+
+void Record(const char *id, uint32_t idLength, int32_t code)
+{
+    lastEvent = {id, idLength, code};
+    ++events;
+}
+
+TEST_F(HandlerTable, ANullTableIsRefusedWithoutAnyOtherEffect)
+{
+    EXPECT_EQ(VELTOGetAudioHandler(nullptr), -2000);
+    EXPECT_TRUE(LogRecorder::Lines().empty());
+    EXPECT_TRUE(fakewin::CreatedEvents().empty());
+}
+
+TEST_F(HandlerTable, GarbageIsOverwrittenInAllElevenSlots)
+{
+    AudioHandlerTable table;
+    std::memset(&table, 0xA5, sizeof table);
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    void *slots[11];
+    static_assert(sizeof slots == sizeof table);
+    std::memcpy(slots, &table, sizeof table);
+    void *garbage;
+    std::memset(&garbage, 0xA5, sizeof garbage);
+    for (void *slot : slots) {
+        EXPECT_NE(slot, garbage);
+        EXPECT_NE(slot, nullptr);
+    }
+    EXPECT_EQ(slots[1], slots[10]) << "both reserved slots hold the very same function";
+}
+
+TEST_F(HandlerTable, TheReservedSlotsReturnZeroForAnyArguments)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    EXPECT_EQ(table.NoOperation1(), 0);
+    using AnyArguments = int32_t (*)(const char *, uint32_t, void *, void *, void *);
+    const auto any = reinterpret_cast<AnyArguments>(reinterpret_cast<void *>(table.NoOperation10));
+    EXPECT_EQ(any("speaker1", 99, nullptr, &table, nullptr), 0);
+}
+
+TEST_F(HandlerTable, TheEntryCreatesOneAutoResetUnsignalledEventAndNothingElse)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    const auto created = fakewin::CreatedEvents();
+    ASSERT_EQ(created.size(), 1u);
+    EXPECT_FALSE(created[0].manualReset);
+    EXPECT_FALSE(created[0].initialState);
+    EXPECT_TRUE(created[0].plain);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::ResetEvent), 1);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoCreateInstance), 0);
+    EXPECT_EQ(velto::DeviceState, -1);
+}
+
+TEST_F(HandlerTable, ASecondCallReplacesTheEventWithoutClosingTheFirst)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    const HANDLE first = velto::IdleEvent;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    EXPECT_NE(velto::IdleEvent.load(), first);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CloseHandle), 0);
+}
+
+TEST_F(HandlerTable, ANullListenerIsRefusedAndTheEarlierOneIsKept)
+{
+    const AudioListener listener{Record, nullptr};
+    ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
+    EXPECT_EQ(velto::VeltoRegisterListener(nullptr), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null",
+                            "`anonymous-namespace'::VeltoRegisterListener");
+    events = 0;
+    velto::SendEvent("mic1", 4, 4);
+    EXPECT_EQ(events, 1);
+    EXPECT_EQ(lastEvent.id, "mic1");
+    EXPECT_EQ(lastEvent.idLength, 4u);
+    EXPECT_EQ(lastEvent.code, 4);
+}
+
+TEST_F(HandlerTable, ALaterListenerReplacesAndARecordOfNullsRemoves)
+{
+    const AudioListener listener{Record, &events};
+    const AudioListener none{nullptr, nullptr};
+    ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
+    ASSERT_EQ(velto::VeltoRegisterListener(&none), 0);
+    events = 0;
+    velto::SendEvent("mic1", 4, 3);
+    EXPECT_EQ(events, 0);
+}
+
+} // namespace

@@ -1,0 +1,456 @@
+// The speaker direction behind the table, from the host's call to the decoder and back to idle.
+#include "handler/speaker_track.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aac_frames.h"
+#include "handler/listener.h"
+#include "log_recorder.h"
+#include "tests/fakes/fake_ffmpeg.h"
+#include "tests/fakes/fake_windows.h"
+#include "velto/audio_handler.h"
+
+extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
+
+namespace {
+
+using namespace std::chrono_literals;
+using fakewin::Call;
+using velto_test::AacFrame;
+using velto_test::EncodeTone;
+using velto_test::LogRecorder;
+
+constexpr char writeTag[] = "`anonymous-namespace'::VeltoWriteStreamBuffer";
+constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioTrack";
+constexpr char parameterTag[] = "`anonymous-namespace'::VeltoSetAudioParameter";
+constexpr char initTag[] = "`anonymous-namespace'::InitDefaultAudioDevice";
+constexpr wchar_t idleLine[] = L"No audio data for 4mins, release audio resource.";
+constexpr DWORD idleMs = 240000;
+
+struct SentEvent {
+    std::string id;
+    uint32_t idLength;
+    int32_t code;
+    bool operator==(const SentEvent &) const = default;
+};
+std::vector<SentEvent> sentEvents;
+
+void RecordEvent(const char *id, uint32_t idLength, int32_t code)
+{
+    sentEvents.push_back({id, idLength, code});
+}
+
+bool Await(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 5000 && !condition(); ++i) {
+        std::this_thread::sleep_for(1ms);
+    }
+    return condition();
+}
+
+int IdleWaits()
+{
+    int waits = 0;
+    for (const auto &wait : fakewin::Waits()) {
+        waits += wait.waitMs == idleMs ? 1 : 0;
+    }
+    return waits;
+}
+
+class SpeakerTrack : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        fakewin::Reset();
+        fakeffmpeg::Script().Reset();
+        LogRecorder::Clear();
+        sentEvents.clear();
+        ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+        const AudioListener listener{RecordEvent, nullptr};
+        ASSERT_EQ(table.RegisterListener(&listener), 0);
+    }
+
+    void TearDown() override
+    {
+        if (velto::DeviceState == velto::DEVICE_READY) {
+            Release();
+        } else if (velto::DeviceState != velto::DEVICE_NOT_INITIALISED) {
+            velto::StopSpeakerTracks();
+            velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
+        }
+        const AudioListener none{nullptr, nullptr};
+        table.RegisterListener(&none);
+    }
+
+    // Four minutes without a frame.
+    void Release()
+    {
+        ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
+        fakewin::AdvanceClock(idleMs);
+        ASSERT_TRUE(Await([] { return velto::DeviceState == velto::DEVICE_NOT_INITIALISED; }));
+    }
+
+    int32_t Write(const char *id, AacFrame frame, int32_t streamType = 3)
+    {
+        StreamFrameHeader header{streamType, static_cast<uint32_t>(frame.size()), 0};
+        StreamFrame record{frame.data(), {}, &header};
+        return table.WriteStreamBuffer(id, static_cast<uint32_t>(std::strlen(id)), nullptr, &record);
+    }
+
+    // A write that reaches the registry but no decoder.
+    int32_t WriteUndecoded(int32_t streamType) { return Write("mic1", AacFrame{0}, streamType); }
+
+    static std::optional<DWORD> StreamType()
+    {
+        return fakewin::RegistryDword(HKEY_CURRENT_USER, L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror", L"StreamType");
+    }
+
+    AudioHandlerTable table{};
+};
+
+TEST_F(SpeakerTrack, TheFirstFrameStartsBothTracksAndTheWatchdog)
+{
+    EXPECT_EQ(velto::DeviceState, -1);
+    EXPECT_EQ(Write("speaker1", EncodeTone(1)[0]), 0);
+    EXPECT_EQ(velto::DeviceState, 0);
+    EXPECT_TRUE(Await([] { return fakewin::ApartmentModels().size() >= 2; })) << "one renderer a track";
+    EXPECT_TRUE(Await([] { return IdleWaits() >= 1; }));
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), 1) << "the watchdog";
+    EXPECT_EQ(Write("ModemSpeaker1", EncodeTone(1)[0]), 0);
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), 1);
+}
+
+TEST_F(SpeakerTrack, EveryFiftiethCallIsCountedOnTheSingletonAlone)
+{
+    const auto counterLines = [] {
+        std::vector<LogRecorder::Line> found;
+        for (const auto &line : LogRecorder::Lines()) {
+            if (line.text.find(L"VeltoWriteStream has received") != std::wstring::npos) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    };
+    for (int i = 0; i < 50; ++i) {
+        WriteUndecoded(1);
+    }
+    ASSERT_EQ(counterLines().size(), 1u);
+    const unsigned long first = std::stoul(counterLines()[0].text.substr(29));
+    EXPECT_EQ(first % 50, 1u) << "1, 51, 101, ...";
+    for (int i = 0; i < 50; ++i) {
+        table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); // invalid calls count as well
+    }
+    ASSERT_EQ(counterLines().size(), 2u);
+    const LogRecorder::Line &line = counterLines()[1];
+    EXPECT_EQ(line.sink, LogRecorder::Sink::Singleton);
+    EXPECT_EQ(line.level, 3);
+    EXPECT_EQ(line.text, L"VeltoWriteStream has received" + std::to_wstring(first + 50) +
+                             L" frame(`anonymous-namespace'::VeltoWriteStreamBuffer)");
+}
+
+TEST_F(SpeakerTrack, AWriterThatMeetsTheInitialisationLosesItsFrameSilently)
+{
+    int32_t second = -1;
+    int signalled = -1;
+    fakewin::Before(Call::GetModuleHandleExW, [&] {
+        std::thread other([&] {
+            second = Write("speaker1", EncodeTone(1)[0], 42);
+            signalled = fakewin::Count(Call::SetEvent);
+        });
+        other.join();
+    });
+    EXPECT_EQ(Write("speaker1", EncodeTone(1)[0], 7), 0);
+    EXPECT_EQ(second, 0);
+    EXPECT_EQ(signalled, 0) << "the dropped frame does not even re-arm the watchdog";
+    EXPECT_EQ(StreamType(), 7u);
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR, L"speaker id or data is null or invalid"), 0u);
+}
+
+TEST_F(SpeakerTrack, AnInvalidIdStillStartsTheTracksAndReArmsTheWatchdog)
+{
+    StreamFrameHeader header{1, 1, 0};
+    uint8_t byte = 0;
+    StreamFrame frame{&byte, {}, &header};
+    EXPECT_EQ(table.WriteStreamBuffer(nullptr, 8, nullptr, &frame), -2000);
+    EXPECT_EQ(velto::DeviceState, 0);
+    EXPECT_EQ(fakewin::Count(Call::SetEvent), 1);
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 7, nullptr, &frame), -2000);
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 9, nullptr, &frame), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"speaker id or data is null or invalid", writeTag, 3);
+    EXPECT_EQ(StreamType(), std::nullopt) << "no stream type of an invalid call is kept";
+}
+
+TEST_F(SpeakerTrack, AMissingFrameOrHeaderIsRefusedAndLogged)
+{
+    StreamFrame frame{};
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 8, nullptr, nullptr), -2000);
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 8, nullptr, &frame), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"Data for audio play is null", writeTag, 2);
+}
+
+TEST_F(SpeakerTrack, AWriteForAMicrophoneKeepsItsStreamTypeAndDecodesNothing)
+{
+    EXPECT_EQ(Write("mic1", AacFrame{0}, 9), 0);
+    EXPECT_EQ(StreamType(), 9u);
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR, L"AUDIO decode error:-22"), 0u);
+    EXPECT_EQ(Write("SPEAKER1", AacFrame{}, 9), 0) << "ids are case-sensitive";
+}
+
+TEST_F(SpeakerTrack, BothSpeakersDecode)
+{
+    for (const char *id : {"speaker1", "ModemSpeaker1"}) {
+        LogRecorder::Clear();
+        for (const AacFrame &frame : EncodeTone(5)) {
+            EXPECT_EQ(Write(id, frame), 0);
+        }
+        LogRecorder::ExpectLine(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue",
+                                "velto::AudioPlayThread::PushBuffer");
+    }
+}
+
+TEST_F(SpeakerTrack, AnUnchangedStreamTypeCostsOneReadAndNoWrite)
+{
+    WriteUndecoded(5);
+    const int writes = fakewin::Count(Call::RegSetValueExW);
+    EXPECT_EQ(writes, 1);
+    const int reads = fakewin::Count(Call::RegQueryValueExW);
+    WriteUndecoded(5);
+    EXPECT_EQ(fakewin::Count(Call::RegSetValueExW), writes);
+    EXPECT_EQ(fakewin::Count(Call::RegQueryValueExW), reads + 1);
+    WriteUndecoded(6);
+    EXPECT_EQ(fakewin::Count(Call::RegSetValueExW), writes + 1);
+    EXPECT_EQ(StreamType(), 6u);
+}
+
+TEST_F(SpeakerTrack, AStreamTypeOfMinusOneIsWrittenWhenNoneIsStored)
+{
+    WriteUndecoded(-1);
+    EXPECT_EQ(StreamType(), 4294967295u) << "a failed read writes whatever the preset is";
+}
+
+TEST_F(SpeakerTrack, AFailedRegistryWriteIsLoggedAndTheFrameIsStillTaken)
+{
+    fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED, 1, 1000);
+    fakewin::Fail(Call::RegSetValueExW, ERROR_ACCESS_DENIED, 1, 1000);
+    EXPECT_EQ(WriteUndecoded(5), 0);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"Set streamType failed!", "`anonymous-namespace'::SetStreamType");
+}
+
+TEST_F(SpeakerTrack, ClosingResetsTheStreamTypeSendsEventThreeAndTheNextFrameRestoresIt)
+{
+    WriteUndecoded(5);
+    EXPECT_EQ(table.CloseAudioTrack("speaker1", 8), 0);
+    EXPECT_EQ(StreamType(), 4294967295u);
+    ASSERT_EQ(sentEvents.size(), 1u);
+    EXPECT_EQ(sentEvents[0], (SentEvent{"speaker1", 8, 3}));
+    WriteUndecoded(5);
+    EXPECT_EQ(StreamType(), 5u);
+    EXPECT_EQ(velto::DeviceState, 0) << "closing stops nothing";
+}
+
+TEST_F(SpeakerTrack, TheCloseEventComesBeforeTheStreamTypeIsReset)
+{
+    WriteUndecoded(5);
+    static std::optional<DWORD> seen;
+    const AudioListener listener{[](const char *, uint32_t, int32_t) { seen = StreamType(); }, nullptr};
+    table.RegisterListener(&listener);
+    EXPECT_EQ(table.CloseAudioTrack("ModemSpeaker1", 13), 0);
+    EXPECT_EQ(seen, 5u);
+    EXPECT_EQ(StreamType(), 4294967295u);
+}
+
+TEST_F(SpeakerTrack, ClosingAnUnknownIdSendsItsEvent)
+{
+    EXPECT_EQ(table.CloseAudioTrack("mic1", 4), 0);
+    ASSERT_EQ(sentEvents.size(), 1u);
+    EXPECT_EQ(sentEvents[0], (SentEvent{"mic1", 4, 3}));
+}
+
+TEST_F(SpeakerTrack, ClosingAnInvalidIdIsRefusedAndLogged)
+{
+    EXPECT_EQ(table.CloseAudioTrack(nullptr, 0), -2000);
+    EXPECT_EQ(table.CloseAudioTrack("speaker1", 3), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"speaker id is invalid", closeTag, 2);
+    EXPECT_TRUE(sentEvents.empty());
+}
+
+TEST_F(SpeakerTrack, WithoutAListenerClosingSendsNothing)
+{
+    const AudioListener none{nullptr, nullptr};
+    table.RegisterListener(&none);
+    EXPECT_EQ(table.CloseAudioTrack("speaker1", 8), 0);
+    EXPECT_TRUE(sentEvents.empty());
+}
+
+TEST_F(SpeakerTrack, ParametersWithAnInvalidIdOrListAreRefusedAndLogged)
+{
+    const AudioProfileEntry entry{"channel", 7, 1};
+    const AudioProfileList list{1, 0, &entry};
+    const AudioProfileList none{0, 0, &entry};
+    const AudioProfileList missing{1, 0, nullptr};
+    EXPECT_EQ(table.SetAudioParameter(nullptr, 0, nullptr, nullptr, &list), -2000);
+    EXPECT_EQ(table.SetAudioParameter("speaker1", 7, nullptr, nullptr, &list), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"speaker id invalid", parameterTag, 2);
+    EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, nullptr), -2000);
+    EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, &none), -2000);
+    EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, &missing), -2000);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"Set Audio Parameter failed, profile is null", parameterTag, 3);
+    EXPECT_TRUE(sentEvents.empty());
+}
+
+TEST_F(SpeakerTrack, ParametersSendEventFourForAnyValidId)
+{
+    const AudioProfileEntry entry{"channel", 7, 12};
+    const AudioProfileList list{1, 0, &entry};
+    EXPECT_EQ(table.SetAudioParameter("mic1", 4, nullptr, nullptr, &list), 0);
+    ASSERT_EQ(sentEvents.size(), 1u);
+    EXPECT_EQ(sentEvents[0], (SentEvent{"mic1", 4, 4}));
+}
+
+TEST_F(SpeakerTrack, ParametersReArmTheCushionOfTheNamedSpeakerOnly)
+{
+    const auto frames = EncodeTone(5);
+    for (const char *id : {"speaker1", "ModemSpeaker1"}) {
+        for (const AacFrame &frame : frames) {
+            Write(id, frame);
+        }
+    }
+    LogRecorder::Clear();
+    const AudioProfileEntry entry{"format", 6, 1};
+    const AudioProfileList list{1, 0, &entry};
+    ASSERT_EQ(table.SetAudioParameter("ModemSpeaker1", 13, nullptr, nullptr, &list), 0);
+    for (const AacFrame &frame : frames) {
+        Write("speaker1", frame);
+    }
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue"), 0u);
+    for (const AacFrame &frame : frames) {
+        Write("ModemSpeaker1", frame);
+    }
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue"), 1u);
+}
+
+TEST_F(SpeakerTrack, ADecoderThatCannotBeSetUpLeavesTheStateAtOneForGood)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -1);
+    EXPECT_EQ(WriteUndecoded(1), 0) << "the write goes on";
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"Init Audio Decode failed", initTag);
+    EXPECT_EQ(velto::DeviceState, 1);
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), 0) << "no watchdog";
+    LogRecorder::Clear();
+    EXPECT_EQ(WriteUndecoded(1), 0);
+    EXPECT_EQ(table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr), -2000);
+    EXPECT_EQ(velto::DeviceState, 1);
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR, L"Init Audio Decode failed"), 0u) << "nothing is retried";
+}
+
+TEST_F(SpeakerTrack, ACallDecoderThatCannotBeSetUpHasItsOwnLine)
+{
+    // Each renderer's converter and each decoder's are set up by the same call; the decoders' are
+    // the ones on this thread.
+    const auto self = std::this_thread::get_id();
+    int decoders = 0;
+    for (int i = 1; i <= 4; ++i) {
+        fakeffmpeg::Script().Before(
+            fakeffmpeg::Call::swr_init,
+            [&, self] {
+                if (std::this_thread::get_id() == self && ++decoders == 1) {
+                    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -1, 1, 100);
+                }
+            },
+            i);
+    }
+    EXPECT_EQ(WriteUndecoded(1), 0);
+    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"Init modem Decodee failed", initTag);
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR, L"Init Audio Decode failed"), 0u);
+    EXPECT_EQ(velto::DeviceState, 1);
+}
+
+TEST_F(SpeakerTrack, FourMinutesWithoutAFrameReleaseOnceAndTheNextFrameStartsAgain)
+{
+    WriteUndecoded(1);
+    ASSERT_TRUE(Await([] { return IdleWaits() == 1; }));
+    fakewin::AdvanceClock(idleMs - 1);
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(velto::DeviceState, 0);
+    fakewin::AdvanceClock(1);
+    ASSERT_TRUE(Await([] { return velto::DeviceState == -1; }));
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_INFO, idleLine), 1u);
+    for (const auto &line : LogRecorder::Lines()) {
+        if (line.sink == LogRecorder::Sink::Singleton && line.text.starts_with(idleLine)) {
+            EXPECT_TRUE(line.text.starts_with(std::wstring(idleLine) +
+                                              L"(`anonymous-namespace'::InitDefaultAudioDevice::"));
+        }
+    }
+    EXPECT_TRUE(Await([] { return fakewin::OpenApartments() == 0; })) << "both play threads have left COM";
+    WriteUndecoded(1);
+    EXPECT_EQ(velto::DeviceState, 0);
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), 2) << "a new watchdog";
+}
+
+TEST_F(SpeakerTrack, EachWriteStartsANewFullWait)
+{
+    WriteUndecoded(1);
+    ASSERT_TRUE(Await([] { return IdleWaits() == 1; }));
+    for (int i = 2; i <= 4; ++i) {
+        fakewin::AdvanceClock(idleMs - 1);
+        table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); // even an invalid call
+        ASSERT_TRUE(Await([i] { return IdleWaits() == i; }));
+        EXPECT_EQ(velto::DeviceState, 0);
+    }
+    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_INFO, idleLine), 0u);
+}
+
+TEST_F(SpeakerTrack, TheReleaseLeavesTheRegistryValueAndTheDecodersAsTheyAre)
+{
+    WriteUndecoded(8);
+    Release();
+    EXPECT_EQ(StreamType(), 8u);
+}
+
+TEST_F(SpeakerTrack, TheModuleStaysReferencedWhileAnyOfItsThreadsRuns)
+{
+    WriteUndecoded(1);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 3) << "two play threads and the watchdog";
+    Release();
+    EXPECT_TRUE(Await([] { return fakewin::ModuleReferences(fakewin::ThisModule()) == 0; }));
+    EXPECT_EQ(fakewin::Count(Call::FreeLibraryAndExitThread), 1) << "the watchdog leaves through the loader";
+}
+
+TEST_F(SpeakerTrack, AWatchdogThatCannotBeStartedBecomesAStatusCode)
+{
+    fakewin::Fail(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(WriteUndecoded(1), -2000) << "no exception reaches the host";
+    EXPECT_EQ(velto::DeviceState, 0);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 2) << "the failed start keeps no reference";
+    velto::StopSpeakerTracks();
+    velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
+}
+
+TEST_F(SpeakerTrack, WritersOnBothSpeakersNeverDisturbEachOther)
+{
+    const auto frames = EncodeTone(40);
+    std::vector<std::thread> writers;
+    std::atomic<int> failures{0};
+    for (const char *id : {"speaker1", "ModemSpeaker1", "speaker1", "ModemSpeaker1"}) {
+        writers.emplace_back([&, id] {
+            for (const AacFrame &frame : frames) {
+                failures += Write(id, frame) == 0 ? 0 : 1;
+            }
+        });
+    }
+    for (auto &writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+} // namespace
