@@ -1,0 +1,70 @@
+# What the build takes from elsewhere: FFmpeg, the header-only libraries, GoogleTest.
+# Included before compiler.cmake: our warnings are for our own sources.
+
+add_library(velto_ffmpeg INTERFACE)
+set(velto_ffmpeg_parts avcodec avformat avutil swresample)
+if(WIN32)
+    if(NOT VELTO_FFMPEG_ROOT)
+        if(DEFINED ENV{XDG_CACHE_HOME})
+            set(cache "$ENV{XDG_CACHE_HOME}")
+        else()
+            set(cache "$ENV{HOME}/.cache")
+        endif()
+        file(REAL_PATH "${cache}/velto-audio-handler/ffmpeg-windows" velto_ffmpeg_root)
+    else()
+        file(REAL_PATH "${VELTO_FFMPEG_ROOT}" velto_ffmpeg_root BASE_DIRECTORY "${PROJECT_SOURCE_DIR}")
+    endif()
+    if(NOT EXISTS "${velto_ffmpeg_root}/include/libavcodec/avcodec.h")
+        message(FATAL_ERROR "There is no FFmpeg for Windows in ${velto_ffmpeg_root}.\n"
+            "Run scripts/setup, or give another 5.1 build with -DVELTO_FFMPEG_ROOT=<folder>.")
+    endif()
+    # 59, 59, 57 and 4 are the ABI of FFmpeg 5.x.
+    set(velto_ffmpeg_dlls avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
+    foreach(dll IN LISTS velto_ffmpeg_dlls)
+        if(NOT EXISTS "${velto_ffmpeg_root}/bin/${dll}")
+            message(FATAL_ERROR "${velto_ffmpeg_root}/bin has no ${dll}: this is not a shared build of FFmpeg 5.1.")
+        endif()
+        add_custom_command(
+            OUTPUT "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${dll}"
+            COMMAND "${CMAKE_COMMAND}" -E copy "${velto_ffmpeg_root}/bin/${dll}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
+            DEPENDS "${velto_ffmpeg_root}/bin/${dll}"
+            COMMENT "Copying ${dll}")
+    endforeach()
+    list(TRANSFORM velto_ffmpeg_dlls PREPEND "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/" OUTPUT_VARIABLE copied)
+    add_custom_target(velto_ffmpeg_dlls ALL DEPENDS ${copied})
+    target_include_directories(velto_ffmpeg SYSTEM INTERFACE "${velto_ffmpeg_root}/include")
+    foreach(part IN LISTS velto_ffmpeg_parts)
+        target_link_libraries(velto_ffmpeg INTERFACE "${velto_ffmpeg_root}/lib/lib${part}.dll.a")
+    endforeach()
+else()
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
+        libavcodec>=59 libavcodec<60 libavformat>=59 libavformat<60
+        libavutil>=57 libavutil<58 libswresample>=4 libswresample<5)
+    target_link_libraries(velto_ffmpeg INTERFACE PkgConfig::FFMPEG)
+endif()
+
+# Debian's header-only libraries by themselves: the cross compiler must not see the rest of
+# /usr/include.
+set(header_libs "${CMAKE_BINARY_DIR}/header_libs")
+file(MAKE_DIRECTORY "${header_libs}")
+foreach(library IN ITEMS spdlog fmt CLI nlohmann)
+    if(NOT EXISTS "/usr/include/${library}")
+        message(FATAL_ERROR "/usr/include/${library} is missing. Run scripts/setup.")
+    endif()
+    file(CREATE_LINK "/usr/include/${library}" "${header_libs}/${library}" SYMBOLIC)
+endforeach()
+add_library(velto_header_libs INTERFACE)
+target_include_directories(velto_header_libs SYSTEM INTERFACE "${header_libs}")
+target_compile_definitions(velto_header_libs INTERFACE SPDLOG_HEADER_ONLY SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
+
+find_package(Threads REQUIRED)
+
+if(BUILD_TESTING)
+    if(VELTO_SANITIZE)
+        add_compile_options(-fsanitize=${VELTO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        add_link_options(-fsanitize=${VELTO_SANITIZE})
+    endif()
+    set(INSTALL_GTEST OFF)
+    add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+endif()

@@ -1,0 +1,151 @@
+# Builds FFmpeg 5.1 for Windows from Debian's source package into the cache.
+# Sourced by scripts/setup after lib.sh.
+#
+# A finished build is a folder ffmpeg-<version>-<hash of the configure line> that
+# holds bin/, include/, lib/ and a stamp with the checksum of every file. It is
+# made in a temporary folder and renamed into place, so a folder without a
+# matching stamp is one that was damaged later, and is built again.
+# The link ffmpeg-windows beside it is what CMake looks at by default.
+
+# Only what the module and its host need: AAC in the containers people have, and
+# the resampler. Win32 threads, and a static winpthread for the two clock functions
+# that FFmpeg takes from it, keep libwinpthread-1.dll out of the import tables.
+ffmpeg_options=(
+    --target-os=mingw32 --arch=x86_64 --enable-cross-compile
+    --cross-prefix=x86_64-w64-mingw32- --cc=x86_64-w64-mingw32-gcc-posix
+    --enable-shared --disable-static --disable-debug
+    --disable-programs --disable-doc --disable-network --disable-autodetect
+    --disable-pthreads --enable-w32threads
+    --disable-everything --disable-avdevice --disable-avfilter --disable-swscale
+    --disable-postproc
+    --enable-decoder=aac --enable-encoder=aac --enable-parser=aac
+    --enable-demuxer=aac,mov --enable-muxer=adts,ipod,mp4
+    --enable-bsf=aac_adtstoasc --enable-protocol=file
+    --extra-ldflags=-static-libgcc --extra-libs=-Wl,-Bstatic,-lwinpthread,-Bdynamic
+)
+
+ffmpeg_dlls=(avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
+
+ffmpeg_hash() { printf '%s\n' "${ffmpeg_options[@]}" | sha256sum | cut -c1-12; }
+
+# ffmpeg_whole FOLDER: are all files there, unchanged, and the four DLLs among them?
+ffmpeg_whole() {
+    local dll
+    [ -f "$1/stamp" ] || return 1
+    for dll in "${ffmpeg_dlls[@]}"; do
+        grep -q " ./bin/$dll\$" "$1/stamp" || return 1
+    done
+    (cd "$1" && sha256sum --quiet --strict --check stamp) >/dev/null 2>&1
+}
+
+# Prints the newest whole build of this configure line, if there is one.
+ffmpeg_cached() {
+    local folder
+    while IFS= read -r folder; do
+        if ffmpeg_whole "$folder"; then
+            printf '%s\n' "$folder"
+            return 0
+        fi
+    done < <(find "$cache" -maxdepth 1 -type d -name "ffmpeg-5.1*-$(ffmpeg_hash)" 2>/dev/null | sort -rV)
+    return 1
+}
+
+ffmpeg_link() { ln -sfnT "$1" "$cache/ffmpeg-windows"; }
+
+# private_source_list FOLDER: the machine's own package sources, asked for source packages.
+# Only Debian's own suites matter; foreign sources may be out of reach and are left out.
+private_source_list() {
+    local file out=$1/parts
+    mkdir -p "$out"
+    for file in /etc/apt/sources.list.d/*.sources; do
+        [ -f "$file" ] || continue
+        # A stanza at a time: keep the Debian ones, and turn their type.
+        awk -v RS= -v ORS='\n\n' '/\n?URIs:[^\n]*debian/ || /\nSuites:[^\n]*bookworm/' "$file" |
+            sed 's/^Types:.*/Types: deb-src/' >"$out/$(basename "$file")"
+    done
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+        [ -f "$file" ] || continue
+        sed -nE 's/^[[:space:]]*deb(-src)?([[:space:]].*\<bookworm.*)$/deb-src\2/p' "$file" |
+            sort -u >"$out/$(basename "$file" .list)-lines.list"
+    done
+    find "$out" -size 0 -delete
+    if [ -z "$(ls "$out")" ]; then
+        die "no Debian package source was found under /etc/apt" \
+            "Add this line to /etc/apt/sources.list and run scripts/setup again:
+deb http://deb.debian.org/debian bookworm main"
+    fi
+}
+
+# fetch_source PACKAGE FOLDER: downloads a Debian source package and unpacks it to FOLDER/tree.
+# Needs no root, leaves the machine's own package lists alone.
+fetch_source() {
+    local package=$1 folder=$2
+    mkdir -p "$folder/lists/partial" "$folder/archives/partial" "$folder/download"
+    private_source_list "$folder"
+    local options=(
+        -oDir::Etc::SourceList=/dev/null -oDir::Etc::SourceParts="$folder/parts"
+        -oDir::State::Lists="$folder/lists" -oDir::Cache="$folder/archives"
+        -oAPT::Sandbox::User= -oAcquire::Retries=3
+    )
+    if ! apt-get "${options[@]}" update >"$folder/log" 2>&1 ||
+        ! (cd "$folder/download" && apt-get "${options[@]}" source --download-only "$package") >>"$folder/log" 2>&1; then
+        tail -n 12 "$folder/log" | sed 's/^/    | /' >&2
+        die "the source package $package could not be downloaded" \
+            "Check that this machine reaches the archive named under /etc/apt, then run scripts/setup again."
+    fi
+    run_logged "$folder/log" "unpacking $package" \
+        dpkg-source --no-check -x "$folder/download"/"$package"_*.dsc "$folder/tree"
+}
+
+build_ffmpeg() {
+    local work version target
+    mkdir -p "$cache"
+    # One build at a time: whoever comes second finds the first one's result.
+    exec 9>"$cache/lock"
+    flock 9
+    if target=$(ffmpeg_cached); then
+        ffmpeg_link "$target"
+        return
+    fi
+    work=$(mktemp -d "$cache/build.XXXXXX")
+    # shellcheck disable=SC2064  # the folder's name as it is now
+    trap "rm -rf '$work'" EXIT
+
+    say "fetching the source of FFmpeg"
+    fetch_source ffmpeg "$work"
+    version=$(cat "$work/tree/RELEASE")
+    case $version in
+        5.1*) ;;
+        *) die "Debian's FFmpeg is $version here, this module needs 5.1" \
+            "Use Debian 12, or give your own build: scripts/build -DVELTO_FFMPEG_ROOT=<folder>" ;;
+    esac
+
+    target=$cache/ffmpeg-$version-$(ffmpeg_hash)
+    if [ -d "$target" ]; then
+        say "the cached FFmpeg is damaged, building it again"
+    fi
+    say "configuring FFmpeg $version for Windows (about half a minute)"
+    mkdir "$work/build"
+    cd "$work/build"
+    run_logged "$work/log" "configuring FFmpeg" \
+        ../tree/configure --prefix="$work/out" "${ffmpeg_options[@]}"
+    say "compiling FFmpeg (about a minute)"
+    run_logged "$work/log" "compiling FFmpeg" make -j"$(nproc)"
+    run_logged "$work/log" "installing FFmpeg" make install
+    cd "$repo"
+
+    mkdir -p "$work/out/licenses"
+    cp "$work/tree"/COPYING.LGPLv2.1 "$work/tree"/LICENSE.md "$work/out/licenses/"
+    printf '%s\n' "${ffmpeg_options[@]}" >"$work/out/configure-options"
+    (cd "$work/out" && find . -type f ! -name stamp -print0 | sort -z | xargs -0 sha256sum >"$work/stamp")
+    mv "$work/stamp" "$work/out/stamp"
+    ffmpeg_whole "$work/out" || die "FFmpeg was built, but its four DLLs are not all there"
+    ! x86_64-w64-mingw32-objdump -p "$work/out/bin"/*.dll | grep 'DLL Name: lib' ||
+        die "FFmpeg was built, but its DLLs need the compiler's run-time DLLs"
+    rm -rf "$target"
+    mv -T "$work/out" "$target"
+    ffmpeg_link "$target"
+    rm -rf "$work"
+    trap - EXIT
+    say "FFmpeg $version for Windows is in $target"
+}
