@@ -49,9 +49,9 @@ class PrivateAudioServer:
         for name, rate, channels in self.sinks:
             command += ["-L", f"module-null-sink sink_name={name} rate={rate} channels={channels}"]
         command += ["-L", "module-native-protocol-unix"]
-        log = open(self.folder / "pulseaudio.log", "ab")
-        self.process = processes.start(command, stdout=log, stderr=log, env=self.environment)
-        log.close()
+        processes.at_end(self.stop)
+        with open(self.folder / "pulseaudio.log", "ab") as log:
+            self.process = processes.start(command, stdout=log, stderr=log, env=self.environment)
         waiting.until(self._answers, "the private audio server to answer", 20)
         return self
 
@@ -99,9 +99,10 @@ class PrivateAudioServer:
 
     def unload_sink(self, name):
         """Takes one endpoint away while the server goes on."""
-        for module in self.list("modules"):
-            if module["name"] == "module-null-sink" and f"sink_name={name} " in (module["argument"] or "") + " ":
-                self.pactl("unload-module", str(module["index"]) if "index" in module else module["name"])
+        for line in self.pactl("list", "short", "modules").splitlines():
+            index, module, arguments = (line.split("\t") + ["", ""])[:3]
+            if module == "module-null-sink" and f"sink_name={name}" in arguments.split():
+                self.pactl("unload-module", index)
                 return
         raise KeyError(name)
 

@@ -9,9 +9,11 @@ kernel watches the starting thread, not the process.
 import atexit
 import ctypes
 import os
+import pathlib
 import signal
 import subprocess
 import sys
+import tempfile
 
 _PR_SET_PDEATHSIG = 1
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -36,15 +38,23 @@ def start(command, **options):
 
 
 def run(command, timeout_s=60, check=True, **options):
-    """Runs a short command to its end and returns its output as text."""
-    child = start(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
-    try:
-        out, err = child.communicate(timeout=timeout_s)
-    finally:
-        end(child)
-    if check and child.returncode != 0:
-        raise RuntimeError(f"{command[0]} ended with {child.returncode}: {err.strip()[-800:]}")
-    return out
+    """Runs a short command to its end and returns its output as text.
+
+    The output goes through files: what Wine starts in passing inherits it, and would
+    keep a pipe open long after the command has ended.
+    """
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        child = start(command, stdout=out, stderr=err, **options)
+        try:
+            child.wait(timeout_s)
+        finally:
+            end(child)
+        out.seek(0)
+        err.seek(0)
+        if check and child.returncode != 0:
+            reason = err.read().decode("utf-8", "replace").strip()[-800:]
+            raise RuntimeError(f"{command[0]} ended with {child.returncode}: {reason}")
+        return out.read().decode("utf-8", "replace")
 
 
 def end(child, grace_s=3.0):
@@ -65,6 +75,20 @@ def end(child, grace_s=3.0):
         _children.remove(child)
 
 
+def end_by_environment(entry):
+    """Ends every process that carries this entry ("NAME=value") in its environment.
+
+    For what Wine starts in sessions of its own, told apart by the run's private prefix.
+    """
+    wanted = entry.encode()
+    for folder in pathlib.Path("/proc").glob("[0-9]*"):
+        try:
+            if wanted in (folder / "environ").read_bytes().split(b"\0") and int(folder.name) != os.getpid():
+                os.kill(int(folder.name), signal.SIGKILL)
+        except OSError:
+            continue
+
+
 def end_all():
     """Ends what is left, youngest first."""
     for child in reversed(list(_children)):
@@ -82,3 +106,4 @@ def install_handlers():
 
 
 atexit.register(end_all)
+at_end = atexit.register  # called before the children are ended

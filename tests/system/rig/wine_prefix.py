@@ -50,6 +50,7 @@ class WinePrefix:
         self._server = None
 
     def start(self):
+        processes.end_by_environment(f"WINEPREFIX={self.root}")  # of an earlier run that was killed
         template = _template(self.environment) / "prefix"
         shutil.rmtree(self.root, ignore_errors=True)
         self.root.mkdir(parents=True)
@@ -58,6 +59,7 @@ class WinePrefix:
         for name in _OWN_FILES:
             if (template / name).exists():
                 shutil.copy2(template / name, self.root / name)
+        processes.at_end(self.stop)
         self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment)
         self.run(["cmd", "/c", "ver"])
         return self
@@ -68,6 +70,7 @@ class WinePrefix:
             return
         processes.run(["wineserver", "-k"], env=self.environment, check=False, timeout_s=20)
         processes.end(self._server)
+        processes.end_by_environment(f"WINEPREFIX={self.root}")
         self._server = None
         shutil.rmtree(self.root, ignore_errors=True)
 

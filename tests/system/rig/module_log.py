@@ -1,0 +1,44 @@
+"""The module's log file, as the tests read it."""
+
+import datetime
+import pathlib
+import re
+
+from . import waiting
+
+_LINE = re.compile(r"^(\S+ \S+) \[(\d+)\] \[(\w+)\] \[([^\]]*)\] (.*)$")
+
+
+class ModuleLog:
+    """Every message stands in the file twice: once for its channel, and once with the
+    reporting function's name in parentheses. Counts here are of the second kind."""
+
+    def __init__(self, path):
+        self.path = pathlib.Path(path)
+
+    def text(self):
+        return self.path.read_text("utf-8", "replace") if self.path.exists() else ""
+
+    def messages(self, containing="", tag=""):
+        """Messages with a function's name at the end, in order."""
+        found = []
+        for line in self.text().splitlines():
+            match = _LINE.match(line)
+            message = match.group(5) if match else line
+            if message.endswith(f"{tag})") and "(" in message and containing in message:
+                found.append(message)
+        return found
+
+    def count(self, containing, tag=""):
+        return len(self.messages(containing, tag))
+
+    def time_of(self, containing):
+        """Wall time (as time.time() counts) of the first line with that text, or None."""
+        for line in self.text().splitlines():
+            match = _LINE.match(line)
+            if match and containing in match.group(5):
+                return datetime.datetime.strptime(match.group(1), "%Y-%m-%d %H:%M:%S.%f").timestamp()
+        return None
+
+    def wait_for(self, containing, timeout_s=30, times=1):
+        waiting.until(lambda: self.count(containing) >= times, f'"{containing}" in {self.path.name}', timeout_s)

@@ -1,0 +1,110 @@
+"""One test's world: its own server, prefix and folder, and the test case that stands in it."""
+
+import os
+import shutil
+import signal
+import sys
+import unittest
+
+from . import compare, media, paths, processes, waiting
+from .audio_server import PrivateAudioServer
+from .recorder import Recorder, write_wav
+from .velto_host import VeltoHost
+from .wine_prefix import WinePrefix
+
+STEREO_48K = ("spkA", 48000, 2)
+
+
+class Session:
+    """Set up in the order server, prefix; taken down in reverse, whatever happened."""
+
+    def __init__(self, name, sinks=(STEREO_48K,), with_server=True):
+        self.folder = paths.RESULTS / name
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
+        self.server = PrivateAudioServer(self.folder, sinks)
+        self.prefix = WinePrefix(self.folder, self.server.environment)
+        self.recorders, self.hosts = [], []
+        try:
+            if with_server:
+                self.server.start()
+            self.prefix.start()
+        except BaseException:
+            self.close()
+            raise
+
+    def record(self, sink="spkA", rate=48000, channels=2):
+        recorder = Recorder(self.server, sink, rate, channels)
+        self.recorders.append(recorder)
+        return recorder
+
+    def host(self, *arguments, name="host", program=None):
+        host = VeltoHost(self.prefix, self.folder, arguments, name, program)
+        self.hosts.append(host)
+        return host
+
+    def play(self, path, *arguments, name="host"):
+        return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
+
+    def endpoints(self):
+        """{name: id} of the render endpoints as Windows sees them."""
+        host = self.host("devices", "--json", name="devices")
+        assert host.wait(60) == 0, host.errors()
+        listed = host.records()[-1]
+        listed = listed.get("endpoints", listed.get("devices", [])) if isinstance(listed, dict) else listed
+        return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == "render"}
+
+    def close(self):
+        for host in self.hosts:
+            host.stop()
+        for number, recorder in enumerate(self.recorders):
+            samples = recorder.stop()
+            if len(samples):
+                write_wav(self.folder / f"heard-{number}-{recorder.sink}.wav", samples, recorder.rate)
+        self.prefix.stop()
+        self.server.stop()
+
+
+class SystemTest(unittest.TestCase):
+    """A test with a session of its own. SINKS and WITH_SERVER say what is there at its start."""
+
+    SINKS = (STEREO_48K,)
+    WITH_SERVER = True
+
+    def setUp(self):
+        if not paths.HOST.exists() or not paths.MODULE.exists():
+            self.fail(f"{paths.WINDOWS_BIN} lacks velto-host.exe or the DLL; run scripts/build windows")
+        name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
+        self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER)
+        self.addCleanup(self.session.close)
+
+    def assert_heard(self, recorder, path, channels=slice(None), tolerated_windows=3, tolerated_slips=1):
+        """The recording holds the whole of what was sent."""
+        reference = media.decode(path, recorder.rate)
+        heard = recorder.samples()[:, :2]
+        result = compare.compare(heard[:, channels], reference[:, channels], recorder.rate)
+        self.report(recorder.sink, result)
+        self.assertEqual(result.verdict(tolerated_windows, tolerated_slips), "")
+        return result
+
+    def report(self, label, result):
+        print(f"  {label}: {result.heard_s:.1f} s heard, match {result.match_db:.1f} dB, "
+              f"{len(result.damaged)} damaged of {len(result.windows)} windows, "
+              f"{result.dropouts} drop-outs, {result.slips} slips", flush=True)
+
+    def assert_ended_well(self, host, timeout_s=90):
+        code = host.wait(timeout_s)
+        self.assertEqual(code, 0, host.output()[-1500:] + host.errors()[-1500:])
+
+    def until(self, condition, what, timeout_s=30.0):
+        return waiting.until(condition, what, timeout_s)
+
+
+def main():
+    """Runs the tests of the calling file. Everything that was started ends with it."""
+    processes.install_handlers()
+    for variable in ("PULSE_SERVER", "PULSE_SINK", "PULSE_RUNTIME_PATH"):
+        os.environ.pop(variable, None)
+    signal.siginterrupt(signal.SIGTERM, True)
+    sys.stdout.reconfigure(line_buffering=True)
+    unittest.main(module="__main__", verbosity=2, failfast=False, catchbreak=False)

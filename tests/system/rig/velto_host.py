@@ -1,0 +1,70 @@
+"""Runs velto-host under Wine."""
+
+import json
+import os
+import pathlib
+import subprocess
+
+from . import module_log, paths, processes, waiting
+
+
+class VeltoHost:
+    """One run of the host program: its output, its log, its end."""
+
+    def __init__(self, prefix, folder, arguments, name="host", program=None):
+        folder = pathlib.Path(folder)
+        self.output_path = folder / f"{name}.out"
+        self.error_path = folder / f"{name}.err"
+        self.log = module_log.ModuleLog(folder / f"{name}.log")
+        for path in (self.output_path, self.error_path, self.log.path):
+            path.unlink(missing_ok=True)
+        env = dict(prefix.environment, VELTO_LOG_FILE=paths.to_windows(self.log.path))
+        with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
+            self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
+                                           stdout=out, stderr=err, cwd=folder)
+
+    @property
+    def running(self):
+        return self.process.poll() is None
+
+    def output(self):
+        return self.output_path.read_text("utf-8", "replace")
+
+    def errors(self):
+        return self.error_path.read_text("utf-8", "replace")
+
+    def records(self):
+        """The JSON objects among the output: one a line, or the whole of it."""
+        text, found = self.output(), []
+        for line in text.splitlines():
+            if line.startswith("{"):
+                try:
+                    found.append(json.loads(line))
+                except ValueError:
+                    pass
+        return found or ([json.loads(text)] if text.strip().startswith(("{", "[")) else [])
+
+    @property
+    def summary(self):
+        """The last record printed."""
+        records = self.records()
+        if not records:
+            raise AssertionError(f"the host printed no JSON:\n{self.output()[-1500:]}\n{self.errors()[-1500:]}")
+        return records[-1]
+
+    def wait(self, timeout_s=90):
+        """Waits for the end and returns the exit code."""
+        try:
+            return self.process.wait(timeout_s)
+        except subprocess.TimeoutExpired:
+            raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n"
+                                   f"{self.output()[-800:]}\n{self.errors()[-800:]}") from None
+
+    def cpu_seconds(self):
+        """Processor time used so far."""
+        with open(f"/proc/{self.process.pid}/stat") as stat:
+            fields = stat.read().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def stop(self):
+        processes.end(self.process)
