@@ -1,0 +1,172 @@
+#include "tests/fakes/fake_endpoint.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "tests/fakes/fake_objects.h"
+#include "tests/fakes/fake_windows.h"
+
+namespace fakes {
+
+AudioSystem &AudioSystem::Instance()
+{
+    static auto *system = new AudioSystem; // outlives the module's static objects
+    return *system;
+}
+
+void AudioSystem::Reset()
+{
+    const std::lock_guard lock(m_mutex);
+    m_script.Reset();
+    m_endpoints.clear();
+    m_requestedRoles.clear();
+    m_requestedFrames.clear();
+    m_clients.clear();
+    std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
+    Add(L"speakers");
+    SetDefaultForAllRoles(L"speakers");
+    fakewin::SetClassFactory([this](REFCLSID classId, REFIID iid, void **object) -> HRESULT {
+        if (!IsEqualCLSID(classId, CLSID_MMDeviceEnumerator) || !IsEqualIID(iid, IID_IMMDeviceEnumerator)) {
+            return REGDB_E_CLASSNOTREG;
+        }
+        const std::lock_guard factoryLock(m_mutex);
+        auto enumerator = std::make_unique<FakeEnumerator>(*this);
+        *object = static_cast<IMMDeviceEnumerator *>(enumerator.get());
+        m_objects.push_back(std::move(enumerator));
+        return S_OK;
+    });
+}
+
+Endpoint &AudioSystem::Add(const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    m_endpoints.push_back(std::make_shared<Endpoint>());
+    m_endpoints.back()->id = id;
+    return *m_endpoints.back();
+}
+
+Endpoint &AudioSystem::Get(const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    const auto found = std::find_if(m_endpoints.begin(), m_endpoints.end(),
+                                    [&](const auto &endpoint) { return endpoint->id == id; });
+    return found != m_endpoints.end() ? **found : Add(id);
+}
+
+void AudioSystem::SetDefault(ERole role, const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    m_defaults[role] = id;
+}
+
+void AudioSystem::SetDefaultForAllRoles(const std::wstring &id)
+{
+    for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
+        SetDefault(role, id);
+    }
+}
+
+void AudioSystem::Invalidate(const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    ++Get(id).invalidations;
+}
+
+void AudioSystem::Fail(Method method, int64_t result, int nth, int times) { m_script.Fail(method, result, nth, times); }
+
+void AudioSystem::Before(Method method, std::function<void()> action, int nth)
+{
+    m_script.Before(method, std::move(action), nth);
+}
+
+int AudioSystem::Count(Method method) const { return m_script.Count(method); }
+
+std::vector<ERole> AudioSystem::RequestedRoles() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_requestedRoles;
+}
+
+std::vector<UINT32> AudioSystem::RequestedFrames() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_requestedFrames;
+}
+
+std::vector<ClientRecord> AudioSystem::Clients() const
+{
+    const std::lock_guard lock(m_mutex);
+    std::vector<ClientRecord> records;
+    for (const auto &client : m_clients) {
+        records.push_back(*client);
+    }
+    return records;
+}
+
+std::vector<uint8_t> AudioSystem::Written(const std::wstring &id) const
+{
+    const std::lock_guard lock(m_mutex);
+    for (const auto &endpoint : m_endpoints) {
+        if (endpoint->id == id) {
+            return endpoint->written;
+        }
+    }
+    return {};
+}
+
+int AudioSystem::LiveObjects() const
+{
+    const std::lock_guard lock(m_mutex);
+    return static_cast<int>(
+        std::count_if(m_objects.begin(), m_objects.end(), [](const auto &object) { return object->IsAlive(); }));
+}
+
+int AudioSystem::RegisteredCallbacks() const
+{
+    const std::lock_guard lock(m_mutex);
+    return static_cast<int>(m_callbacks.size());
+}
+
+// --- Notifications ---------------------------------------------------------------------------
+
+void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
+{
+    std::vector<IMMNotificationClient *> callbacks;
+    {
+        const std::lock_guard lock(m_mutex);
+        callbacks = m_callbacks;
+    }
+    std::thread([&] {
+        const fakewin::NotificationScope scope;
+        for (IMMNotificationClient *callback : callbacks) {
+            deliver(*callback);
+        }
+    }).join();
+}
+
+void AudioSystem::NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id)
+{
+    Notify([&](IMMNotificationClient &client) { client.OnDefaultDeviceChanged(flow, role, id.c_str()); });
+}
+
+void AudioSystem::NotifyPropertyChanged(const std::wstring &id)
+{
+    Notify([&](IMMNotificationClient &client) { client.OnPropertyValueChanged(id.c_str(), PROPERTYKEY{}); });
+}
+
+void AudioSystem::NotifyStateChanged(const std::wstring &id, DWORD state)
+{
+    Notify([&](IMMNotificationClient &client) { client.OnDeviceStateChanged(id.c_str(), state); });
+}
+
+void AudioSystem::NotifyAdded(const std::wstring &id)
+{
+    Notify([&](IMMNotificationClient &client) { client.OnDeviceAdded(id.c_str()); });
+}
+
+void AudioSystem::NotifyRemoved(const std::wstring &id)
+{
+    Notify([&](IMMNotificationClient &client) { client.OnDeviceRemoved(id.c_str()); });
+}
+
+} // namespace fakes

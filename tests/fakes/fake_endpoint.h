@@ -1,0 +1,150 @@
+// Core Audio endpoints for unit tests: scripted, counted, recording what is written to them.
+//
+// Objects follow COM's rules and report (as fakewin violations) what breaks them: a call on an
+// object that was released or whose DLL is gone, outside an apartment, inside a notification, or
+// on another thread than the one that activated the client.
+#pragma once
+
+#include <windows.h>
+#include <mmreg.h>
+#include <audioclient.h>
+#include <mmdeviceapi.h>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/fakes/fault_script.h"
+
+namespace fakes {
+
+enum class Method {
+    GetDefaultAudioEndpoint,
+    RegisterCallback,
+    UnregisterCallback,
+    Activate,
+    GetId,
+    GetState,
+    Initialize,
+    GetBufferSize,
+    GetCurrentPadding,
+    GetMixFormat,
+    Start,
+    Stop,
+    SetEventHandle,
+    GetService,
+    GetBuffer,
+    ReleaseBuffer,
+};
+
+// Scripted in place of a failure: the method succeeds and hands out a null pointer.
+constexpr int64_t nullResult = INT64_C(1) << 40;
+
+// What GetMixFormat reports.
+struct MixFormat {
+    uint16_t channels = 2;
+    uint16_t bits = 32;
+    uint32_t rateHz = 48000;
+    bool extensible = true;
+    uint32_t channelMask = 0x3;
+
+    uint16_t FrameBytes() const { return static_cast<uint16_t>(channels * bits / 8); }
+};
+
+// What a client was initialised with.
+struct ClientRecord {
+    std::wstring endpoint;
+    AUDCLNT_SHAREMODE mode = AUDCLNT_SHAREMODE_EXCLUSIVE;
+    DWORD flags = 0;
+    REFERENCE_TIME bufferDuration = 0;
+    REFERENCE_TIME periodicity = -1;
+    std::vector<uint8_t> format; // the bytes of the wave format, extension included
+    bool hasSession = true;
+    HANDLE event = nullptr;
+    int starts = 0;
+    int stops = 0;
+    bool alive = true;
+};
+
+// One endpoint; a test changes it before the module's threads see it.
+struct Endpoint {
+    std::wstring id;
+    DWORD state = DEVICE_STATE_ACTIVE;
+    MixFormat mixFormat;
+    UINT32 bufferFrames = 14400;
+
+    // What GetCurrentPadding reports: the script's values first; then, with a drain, what was
+    // written minus so many frames each time; else the constant.
+    std::deque<UINT32> paddingScript;
+    std::optional<UINT32> drainFrames;
+    UINT32 constantPadding = 480;
+
+    UINT32 queuedFrames = 0;
+    std::vector<uint8_t> written;     // all bytes given to ReleaseBuffer
+    std::vector<UINT32> writtenFrames; // of each ReleaseBuffer
+    int invalidations = 0;
+};
+
+// All endpoints, behind CoCreateInstance(CLSID_MMDeviceEnumerator) from Reset on. Any thread.
+class AudioSystem {
+public:
+    static AudioSystem &Instance();
+
+    // Back to one endpoint "speakers", default for all roles; installs the class factory. Call it
+    // after fakewin::Reset. Objects that the module still holds stay usable.
+    void Reset();
+
+    Endpoint &Add(const std::wstring &id);
+    Endpoint &Get(const std::wstring &id = L"speakers");
+    void SetDefault(ERole role, const std::wstring &id);
+    void SetDefaultForAllRoles(const std::wstring &id); // empty: there is none
+    // The clients of an endpoint, as they are now, are told that the device is gone.
+    void Invalidate(const std::wstring &id);
+
+    void Fail(Method method, int64_t result, int nth = 1, int times = 1);
+    void Before(Method method, std::function<void()> action, int nth = 1);
+    int Count(Method method) const;
+
+    // The role or the frame count of each call.
+    std::vector<ERole> RequestedRoles() const;
+    std::vector<UINT32> RequestedFrames() const;
+    std::vector<ClientRecord> Clients() const; // in the order of their activation
+    std::vector<uint8_t> Written(const std::wstring &id) const;
+    int LiveObjects() const;         // since the last Reset
+    int RegisteredCallbacks() const;
+
+    // Deliver a notification to every registered callback on a thread of their own, and wait.
+    void NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id);
+    void NotifyPropertyChanged(const std::wstring &id);
+    // The other three.
+    void NotifyStateChanged(const std::wstring &id, DWORD state);
+    void NotifyAdded(const std::wstring &id);
+    void NotifyRemoved(const std::wstring &id);
+
+private:
+    friend class FakeObject;
+    friend class FakeEnumerator;
+    friend class FakeDevice;
+    friend class FakeAudioClient;
+    friend class FakeRenderClient;
+
+    AudioSystem() = default;
+    void Notify(const std::function<void(IMMNotificationClient &)> &deliver);
+
+    mutable std::recursive_mutex m_mutex; // guards all below
+    FaultScript<Method> m_script;
+    std::vector<std::shared_ptr<Endpoint>> m_endpoints;
+    std::wstring m_defaults[ERole_enum_count];
+    std::vector<ERole> m_requestedRoles;
+    std::vector<UINT32> m_requestedFrames;
+    std::vector<std::shared_ptr<ClientRecord>> m_clients;
+    std::vector<IMMNotificationClient *> m_callbacks;
+    std::vector<std::unique_ptr<class FakeObject>> m_objects; // also those that were released
+};
+
+} // namespace fakes

@@ -1,0 +1,49 @@
+#include "tests/fakes/fake_ffmpeg.h"
+
+namespace fakeffmpeg {
+namespace {
+
+// The scripted result, or else the real call's.
+template <typename Real>
+int Scripted(Call call, Real real)
+{
+    const auto fault = Script().Next(call);
+    return fault ? static_cast<int>(*fault) : real();
+}
+
+} // namespace
+
+fakes::FaultScript<Call> &Script()
+{
+    static auto *script = new fakes::FaultScript<Call>; // outlives the module's static objects
+    return *script;
+}
+
+SwrContext *swr_alloc()
+{
+    return Script().Next(Call::swr_alloc) ? nullptr : ::swr_alloc();
+}
+
+int swr_init(SwrContext *context)
+{
+    return Scripted(Call::swr_init, [&] { return ::swr_init(context); });
+}
+
+int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount)
+{
+    return Scripted(Call::swr_convert, [&] { return ::swr_convert(context, out, outCount, in, inCount); });
+}
+
+int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format, int align)
+{
+    return Scripted(Call::av_samples_alloc,
+                    [&] { return ::av_samples_alloc(planes, lineSize, channels, samples, format, align); });
+}
+
+int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align)
+{
+    return Scripted(Call::av_samples_get_buffer_size,
+                    [&] { return ::av_samples_get_buffer_size(lineSize, channels, samples, format, align); });
+}
+
+} // namespace fakeffmpeg

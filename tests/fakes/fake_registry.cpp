@@ -1,0 +1,323 @@
+// A registry in memory.
+#include <algorithm>
+#include <cwctype>
+#include <map>
+#include <mutex>
+
+#include "tests/fakes/fake_windows.h"
+#include "tests/fakes/fake_windows_state.h"
+
+namespace fakewin {
+namespace {
+
+struct Value {
+    DWORD type;
+    std::vector<BYTE> data;
+};
+using Values = std::map<std::wstring, Value>;
+
+// A full path: the root's number, then the sub-keys.
+using Path = std::wstring;
+
+struct OpenKey {
+    Path path;
+    REGSAM access;
+    bool deleted;
+};
+
+// Never destroyed: the module's static objects make calls when the process ends.
+struct State {
+    std::mutex mutex;
+    std::map<Path, Values> keys;
+    std::map<HKEY, OpenKey> openKeys;
+    uintptr_t nextKey = 0x1000;
+};
+
+State &TheState()
+{
+    static auto *state = new State;
+    return *state;
+}
+
+std::wstring Folded(std::wstring text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return std::towlower(c); });
+    return text;
+}
+
+bool IsRoot(HKEY key) { return key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE; }
+
+Path RootPath(HKEY root) { return root == HKEY_CURRENT_USER ? L"user" : L"machine"; }
+
+Path Join(const Path &parent, const std::wstring &subKey)
+{
+    return subKey.empty() ? parent : parent + L"\\" + Folded(subKey);
+}
+
+// Finds the path of `subKey` below `key`. The lock is held.
+LSTATUS Resolve(State &state, HKEY key, LPCWSTR subKey, Path &path)
+{
+    const std::wstring name = subKey != nullptr ? subKey : L"";
+    if (!name.empty() && name.front() == L'\\') {
+        return ERROR_BAD_PATHNAME;
+    }
+    if (IsRoot(key)) {
+        path = Join(RootPath(key), name);
+        return ERROR_SUCCESS;
+    }
+    const auto found = state.openKeys.find(key);
+    if (found == state.openKeys.end()) {
+        return ERROR_INVALID_HANDLE;
+    }
+    if (found->second.deleted) {
+        return ERROR_KEY_DELETED;
+    }
+    path = Join(found->second.path, name);
+    return ERROR_SUCCESS;
+}
+
+bool Exists(const State &state, const Path &path)
+{
+    return path.find(L'\\') == Path::npos || state.keys.count(path) != 0;
+}
+
+HKEY AddOpenKey(State &state, const Path &path, REGSAM access)
+{
+    const auto key = reinterpret_cast<HKEY>(state.nextKey += 4);
+    state.openKeys[key] = {path, access, false};
+    return key;
+}
+
+void CreateWithParents(State &state, const Path &path)
+{
+    for (size_t end = path.find(L'\\'); end != Path::npos; end = path.find(L'\\', end + 1)) {
+        if (const Path parent = path.substr(0, end); parent.find(L'\\') != Path::npos) {
+            state.keys[parent];
+        }
+    }
+    state.keys[path];
+}
+
+void DeleteWithChildren(State &state, const Path &path)
+{
+    const auto below = [&](const Path &candidate) {
+        return candidate == path || candidate.compare(0, path.size() + 1, path + L"\\") == 0;
+    };
+    std::erase_if(state.keys, [&](const auto &entry) { return below(entry.first); });
+    for (auto &[handle, key] : state.openKeys) {
+        key.deleted = key.deleted || below(key.path);
+    }
+}
+
+LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD type, void *data, LPDWORD dataBytes)
+{
+    const auto values = state.keys.find(path);
+    if (values == state.keys.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    const auto value = values->second.find(Folded(name != nullptr ? name : L""));
+    if (value == values->second.end()) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    if (type != nullptr) {
+        *type = value->second.type;
+    }
+    const auto bytes = static_cast<DWORD>(value->second.data.size());
+    const DWORD room = dataBytes != nullptr ? *dataBytes : 0;
+    if (dataBytes != nullptr) {
+        *dataBytes = bytes;
+    }
+    if (data != nullptr) {
+        if (room < bytes) {
+            return ERROR_MORE_DATA;
+        }
+        std::copy(value->second.data.begin(), value->second.data.end(), static_cast<BYTE *>(data));
+    }
+    return ERROR_SUCCESS;
+}
+
+void SetValueAt(State &state, const Path &path, const std::wstring &name, DWORD type, const void *data, size_t bytes)
+{
+    const auto *begin = static_cast<const BYTE *>(data);
+    state.keys[path][Folded(name)] = {type, std::vector<BYTE>(begin, begin + bytes)};
+}
+
+LSTATUS Delete(HKEY key, LPCWSTR subKey)
+{
+    if (const auto fault = Enter(Call::RegDeleteTreeW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
+        return status;
+    }
+    if (!Exists(state, path)) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    DeleteWithChildren(state, path);
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+void ResetRegistry()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.keys.clear();
+    for (auto &[handle, key] : state.openKeys) {
+        key.deleted = true;
+    }
+}
+
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY result)
+{
+    if (const auto fault = Enter(Call::RegOpenKeyExW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
+        return status;
+    }
+    if (!Exists(state, path)) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    *result = AddOpenKey(state, path, access);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM access, const SECURITY_ATTRIBUTES *,
+                        PHKEY result, LPDWORD disposition)
+{
+    if (const auto fault = Enter(Call::RegCreateKeyExW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
+        return status;
+    }
+    constexpr DWORD createdNew = 1;
+    constexpr DWORD openedExisting = 2;
+    if (disposition != nullptr) {
+        *disposition = Exists(state, path) ? openedExisting : createdNew;
+    }
+    CreateWithParents(state, path);
+    *result = AddOpenKey(state, path, access);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD dataBytes)
+{
+    if (const auto fault = Enter(Call::RegQueryValueExW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, nullptr, path)) {
+        return status;
+    }
+    if (!IsRoot(key) && (state.openKeys[key].access & KEY_QUERY_VALUE) == 0) {
+        return ERROR_ACCESS_DENIED;
+    }
+    return CopyValue(state, path, name, type, data, dataBytes);
+}
+
+LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data, LPDWORD dataBytes)
+{
+    if (const auto fault = Enter(Call::RegGetValueW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
+        return status;
+    }
+    DWORD found = REG_NONE;
+    if (const LSTATUS status = CopyValue(state, path, name, &found, nullptr, nullptr)) {
+        return status;
+    }
+    if (found == REG_SZ && (flags & RRF_RT_ANY) != RRF_RT_ANY) {
+        return ERROR_UNSUPPORTED_TYPE;
+    }
+    return CopyValue(state, path, name, type, data, dataBytes);
+}
+
+LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE *data, DWORD dataBytes)
+{
+    if (const auto fault = Enter(Call::RegSetValueExW)) {
+        return static_cast<LSTATUS>(*fault);
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    Path path;
+    if (const LSTATUS status = Resolve(state, key, nullptr, path)) {
+        return status;
+    }
+    if (!IsRoot(key) && (state.openKeys[key].access & KEY_SET_VALUE) == 0) {
+        return ERROR_ACCESS_DENIED;
+    }
+    SetValueAt(state, path, name != nullptr ? name : L"", type, data, dataBytes);
+    return ERROR_SUCCESS;
+}
+
+LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey) { return Delete(key, subKey); }
+LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey) { return Delete(key, subKey); }
+
+LSTATUS RegCloseKey(HKEY key)
+{
+    Enter(Call::RegCloseKey);
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    if (state.openKeys.erase(key) == 0 && !IsRoot(key)) {
+        AddViolation("a registry key was closed that is not open");
+        return ERROR_INVALID_HANDLE;
+    }
+    return ERROR_SUCCESS;
+}
+
+void SetRegistryDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD value)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    CreateWithParents(state, Join(RootPath(root), path));
+    SetValueAt(state, Join(RootPath(root), path), name, REG_DWORD, &value, sizeof(value));
+}
+
+void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &value)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    CreateWithParents(state, Join(RootPath(root), path));
+    SetValueAt(state, Join(RootPath(root), path), name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
+}
+
+std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const std::wstring &name)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    DWORD type = REG_NONE;
+    DWORD value = 0;
+    DWORD bytes = sizeof(value);
+    if (CopyValue(state, Join(RootPath(root), path), name.c_str(), &type, &value, &bytes) != ERROR_SUCCESS ||
+        type != REG_DWORD) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+int LiveRegistryKeys()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return static_cast<int>(state.openKeys.size());
+}
+
+} // namespace fakewin

@@ -1,0 +1,315 @@
+// Handles, waits, clock, threads.
+#include "tests/fakes/fake_windows.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "tests/fakes/fake_windows_state.h"
+
+namespace fakewin {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr DWORD clockWaitMs = 1000; // waits from here on run on the driven clock
+constexpr auto briefly = 50us;
+constexpr size_t maxRecords = 10000;
+
+struct Waitable {
+    bool isEvent;
+    bool manualReset;
+    bool signalled;
+};
+
+// Never destroyed: the module's static objects make calls when the process ends.
+struct State {
+    std::mutex mutex;
+    std::condition_variable changed; // a handle, the clock, a thread's end
+    std::map<HANDLE, Waitable> handles;
+    uintptr_t nextHandle = 0x100;
+    uint64_t clockMs = 0;
+    int clockWaiters = 0;
+    int liveThreads = 0;
+    std::vector<EventRecord> events;
+    std::vector<WaitRecord> waits;
+    std::vector<std::string> violations;
+};
+
+State &TheState()
+{
+    static auto *state = new State;
+    return *state;
+}
+
+thread_local DWORD lastError = 0;
+thread_local int notificationDepth = 0;
+
+HANDLE AddHandle(State &state, Waitable waitable)
+{
+    const auto handle = reinterpret_cast<HANDLE>(state.nextHandle += 4);
+    state.handles[handle] = waitable;
+    return handle;
+}
+
+void Record(State &state, WaitRecord record)
+{
+    if (state.waits.size() < maxRecords) {
+        state.waits.push_back(record);
+    }
+}
+
+// Blocks on the driven clock until `done` or the time has come. The lock is held.
+template <typename Done>
+void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, DWORD waitMs, Done done)
+{
+    const uint64_t deadline = state.clockMs + waitMs;
+    ++state.clockWaiters;
+    state.changed.notify_all();
+    state.changed.wait(lock, [&] { return done() || state.clockMs >= deadline; });
+    --state.clockWaiters;
+}
+
+BOOL ChangeEvent(Call call, HANDLE event, bool signalled)
+{
+    if (const auto fault = Enter(call)) {
+        lastError = static_cast<DWORD>(*fault);
+        return FALSE;
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const auto found = state.handles.find(event);
+    if (found == state.handles.end() || !found->second.isEvent) {
+        state.violations.push_back("an event was signalled or reset that is not open");
+        lastError = ERROR_INVALID_HANDLE;
+        return FALSE;
+    }
+    found->second.signalled = signalled;
+    state.changed.notify_all();
+    return TRUE;
+}
+
+} // namespace
+
+fakes::FaultScript<Call> &Script()
+{
+    static auto *script = new fakes::FaultScript<Call>;
+    return *script;
+}
+
+std::optional<int64_t> Enter(Call call)
+{
+    if (notificationDepth > 0) {
+        AddViolation("a system call was made inside a notification");
+    }
+    return Script().Next(call);
+}
+
+void Fail(Call call, int64_t result, int nth, int times) { Script().Fail(call, result, nth, times); }
+void Before(Call call, std::function<void()> action, int nth) { Script().Before(call, std::move(action), nth); }
+int Count(Call call) { return Script().Count(call); }
+int TotalCalls() { return Script().TotalCount(); }
+
+void AddViolation(const std::string &text)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.violations.push_back(text);
+}
+
+std::vector<std::string> Violations()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.violations;
+}
+
+void Reset()
+{
+    State &state = TheState();
+    std::unique_lock lock(state.mutex);
+    const bool ended = state.changed.wait_for(lock, 5s, [&] { return state.liveThreads == 0; });
+    state.events.clear();
+    state.waits.clear();
+    state.violations.clear();
+    if (!ended) {
+        state.violations.push_back("a thread of an earlier test is still running");
+    }
+    lock.unlock();
+    Script().Reset();
+    ResetCom();
+    ResetRegistry();
+}
+
+// --- Events and waits ------------------------------------------------------------------------
+
+HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR name)
+{
+    if (const auto fault = Enter(Call::CreateEventW)) {
+        lastError = static_cast<DWORD>(*fault);
+        return nullptr;
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const HANDLE handle = AddHandle(state, {true, manualReset != FALSE, initialState != FALSE});
+    state.events.push_back({handle, manualReset != FALSE, initialState != FALSE, security == nullptr && name == nullptr});
+    return handle;
+}
+
+BOOL SetEvent(HANDLE event) { return ChangeEvent(Call::SetEvent, event, true); }
+BOOL ResetEvent(HANDLE event) { return ChangeEvent(Call::ResetEvent, event, false); }
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
+{
+    const auto fault = Enter(Call::WaitForSingleObject);
+    State &state = TheState();
+    std::unique_lock lock(state.mutex);
+    Record(state, {Call::WaitForSingleObject, handle, waitMs});
+    if (fault) {
+        lastError = ERROR_INVALID_HANDLE;
+        return static_cast<DWORD>(*fault);
+    }
+    const auto closed = [&] { return state.handles.find(handle) == state.handles.end(); };
+    if (closed()) {
+        if (handle != nullptr) {
+            state.violations.push_back("a wait for a handle that is not open");
+        }
+        lastError = ERROR_INVALID_HANDLE;
+        return WAIT_FAILED;
+    }
+    const auto over = [&] { return closed() || state.handles[handle].signalled; };
+    if (!over()) {
+        if (waitMs == INFINITE) {
+            state.changed.wait(lock, over);
+        } else if (waitMs >= clockWaitMs) {
+            WaitOnClock(state, lock, waitMs, over);
+        } else if (waitMs > 0) {
+            state.changed.wait_for(lock, briefly, over);
+        }
+    }
+    if (closed()) {
+        state.violations.push_back("a handle was closed while it was waited for");
+        return WAIT_FAILED;
+    }
+    Waitable &waitable = state.handles[handle];
+    if (!waitable.signalled) {
+        return WAIT_TIMEOUT;
+    }
+    waitable.signalled = waitable.manualReset;
+    return WAIT_OBJECT_0;
+}
+
+BOOL CloseHandle(HANDLE handle)
+{
+    Enter(Call::CloseHandle);
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    if (state.handles.erase(handle) == 0) {
+        state.violations.push_back("a handle was closed that is not open");
+        lastError = ERROR_INVALID_HANDLE;
+        return FALSE;
+    }
+    state.changed.notify_all();
+    return TRUE;
+}
+
+void Sleep(DWORD sleepMs)
+{
+    Enter(Call::Sleep);
+    State &state = TheState();
+    std::unique_lock lock(state.mutex);
+    Record(state, {Call::Sleep, nullptr, sleepMs});
+    if (sleepMs >= clockWaitMs) {
+        WaitOnClock(state, lock, sleepMs, [] { return false; });
+        return;
+    }
+    lock.unlock();
+    std::this_thread::sleep_for(briefly);
+}
+
+std::vector<EventRecord> CreatedEvents()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.events;
+}
+
+int LiveHandles()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return static_cast<int>(state.handles.size());
+}
+
+std::vector<WaitRecord> Waits()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.waits;
+}
+
+// --- Clock -----------------------------------------------------------------------------------
+
+void AdvanceClock(uint64_t milliseconds)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.clockMs += milliseconds;
+    state.changed.notify_all();
+}
+
+bool AwaitClockWaiters(int count)
+{
+    State &state = TheState();
+    std::unique_lock lock(state.mutex);
+    return state.changed.wait_for(lock, 2s, [&] { return state.clockWaiters == count; });
+}
+
+ULONGLONG GetTickCount64()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.clockMs;
+}
+
+// --- Threads and errors ----------------------------------------------------------------------
+
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD,
+                    LPDWORD threadId)
+{
+    if (const auto fault = Enter(Call::CreateThread)) {
+        lastError = static_cast<DWORD>(*fault);
+        return nullptr;
+    }
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const HANDLE handle = AddHandle(state, {false, true, false});
+    ++state.liveThreads;
+    if (threadId != nullptr) {
+        *threadId = static_cast<DWORD>(reinterpret_cast<uintptr_t>(handle));
+    }
+    std::thread([start, parameter, handle] {
+        start(parameter);
+        State &atEnd = TheState();
+        const std::lock_guard endLock(atEnd.mutex);
+        --atEnd.liveThreads;
+        if (const auto found = atEnd.handles.find(handle); found != atEnd.handles.end()) {
+            found->second.signalled = true;
+        }
+        atEnd.changed.notify_all();
+    }).detach();
+    return handle;
+}
+
+DWORD GetLastError() { return lastError; }
+void SetLastError(DWORD error) { lastError = error; }
+
+// --- Notifications ---------------------------------------------------------------------------
+
+NotificationScope::NotificationScope() { ++notificationDepth; }
+NotificationScope::~NotificationScope() { --notificationDepth; }
+bool InNotification() { return notificationDepth > 0; }
+
+} // namespace fakewin

@@ -1,0 +1,171 @@
+#include "tests/fakes/log_recorder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace fakes {
+namespace {
+
+// Never destroyed: the module's static objects report when the process ends.
+struct State {
+    std::mutex mutex;
+    std::vector<std::string> channels;
+    std::vector<LogEntry> entries;
+    std::map<std::thread::id, LogEntry> halfWritten; // to the channel, not yet to the singleton
+};
+
+State &TheState()
+{
+    static auto *state = new State;
+    return *state;
+}
+
+// Splits "text(tag)". The tag may itself hold parentheses, so only its length tells them apart:
+// the text is what the channel received, or else ends at the last opening parenthesis.
+LogEntry SplitTag(int level, const std::wstring &line, const LogEntry *channelLine)
+{
+    size_t open = line.rfind(L'(');
+    if (channelLine != nullptr && line.starts_with(channelLine->text + L"(")) {
+        open = channelLine->text.size();
+    }
+    if (open == std::wstring::npos || line.back() != L')') {
+        return {level, line, "?", false};
+    }
+    LogEntry entry{level, line.substr(0, open), "", false};
+    for (const wchar_t c : line.substr(open + 1, line.size() - open - 2)) {
+        entry.tag.push_back(static_cast<char>(c));
+    }
+    return entry;
+}
+
+std::string Narrow(const std::wstring &text)
+{
+    std::string narrow;
+    for (const wchar_t c : text) {
+        narrow.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+    }
+    return narrow;
+}
+
+void ToChannel(const std::string &channel, int level, const std::wstring &text)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.channels.push_back(channel);
+    LogEntry &half = state.halfWritten[std::this_thread::get_id()];
+    if (!half.tag.empty()) {
+        state.entries.push_back(half);
+    }
+    half = {level, text, "?", true};
+}
+
+void ToSingleton(int level, const std::wstring &text)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const auto half = state.halfWritten.find(std::this_thread::get_id());
+    const bool follows = half != state.halfWritten.end();
+    LogEntry entry = SplitTag(level, text, follows ? &half->second : nullptr);
+    if (follows) {
+        if (half->second.level == level && half->second.text == entry.text) {
+            entry.inChannel = true;
+        } else {
+            state.entries.push_back(half->second);
+        }
+        state.halfWritten.erase(half);
+    }
+    state.entries.push_back(std::move(entry));
+}
+
+} // namespace
+
+void PrintTo(const LogEntry &entry, std::ostream *out)
+{
+    *out << "{" << entry.level << ", \"" << Narrow(entry.text) << "\", \"" << entry.tag << "\""
+         << (entry.inChannel ? "" : ", singleton only") << "}";
+}
+
+LogRecorder &LogRecorder::Instance()
+{
+    static LogRecorder recorder;
+    return recorder;
+}
+
+void LogRecorder::Clear()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.channels.clear();
+    state.entries.clear();
+    state.halfWritten.clear();
+}
+
+std::vector<LogEntry> LogRecorder::Entries() const
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    std::vector<LogEntry> entries = state.entries;
+    for (const auto &[thread, half] : state.halfWritten) {
+        entries.push_back(half);
+    }
+    return entries;
+}
+
+std::vector<LogEntry> LogRecorder::EntriesOf(const std::string &tag) const
+{
+    std::vector<LogEntry> entries = Entries();
+    std::erase_if(entries, [&](const LogEntry &entry) { return entry.tag != tag; });
+    return entries;
+}
+
+int LogRecorder::Count(int level, const std::wstring &text, const std::string &tag) const
+{
+    const std::vector<LogEntry> entries = Entries();
+    return static_cast<int>(std::count(entries.begin(), entries.end(), LogEntry{level, text, tag, true}));
+}
+
+std::vector<std::string> LogRecorder::Channels() const
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.channels;
+}
+
+bool LogRecorder::Await(int level, const std::wstring &text, const std::string &tag) const
+{
+    using namespace std::chrono_literals;
+    for (int attempt = 0; attempt < 2000 && Count(level, text, tag) == 0; ++attempt) {
+        std::this_thread::sleep_for(1ms);
+    }
+    return Count(level, text, tag) > 0;
+}
+
+} // namespace fakes
+
+// --- The library that this replaces ------------------------------------------------------------
+
+Logger::Logger(std::string channel)
+{
+    channel.copy(m_channel, sizeof(m_channel) - 1);
+}
+
+Logger::~Logger() = default;
+
+void Logger::Log(LOG_MESSAGE_LEVEL level, const std::wstringstream &message)
+{
+    fakes::ToChannel(m_channel, level, message.str());
+}
+
+NrLogger &NrLogger::GetInstance()
+{
+    static NrLogger logger;
+    return logger;
+}
+
+void NrLogger::Log(LOG_MESSAGE_LEVEL level, std::wstringstream &message)
+{
+    fakes::ToSingleton(level, message.str());
+}

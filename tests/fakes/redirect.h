@@ -1,0 +1,60 @@
+// Included ahead of each of the module's sources in unit-test builds: leads the calls to Windows,
+// and those to FFmpeg that a test lets fail, to the fakes. The headers come first, so that their
+// own declarations keep their names.
+#pragma once
+
+#include <windows.h>
+#include <objbase.h>
+#include <audioclient.h>
+#include <endpointvolume.h>
+#include <mmdeviceapi.h>
+#include <stdlib.h>
+#include <cstdlib>
+
+#include "tests/fakes/failing_calloc.h"
+#include <cstdlib>
+
+#include "tests/fakes/failing_calloc.h"
+#include "tests/fakes/fake_ffmpeg.h"
+#include "tests/fakes/fake_windows.h"
+
+#define CreateEventW fakewin::CreateEventW
+#define SetEvent fakewin::SetEvent
+#define ResetEvent fakewin::ResetEvent
+#define WaitForSingleObject fakewin::WaitForSingleObject
+#define CloseHandle fakewin::CloseHandle
+#define Sleep fakewin::Sleep
+#define CreateThread fakewin::CreateThread
+#define GetLastError fakewin::GetLastError
+#define SetLastError fakewin::SetLastError
+#define GetTickCount64 fakewin::GetTickCount64
+
+#define CoInitializeEx fakewin::CoInitializeEx
+#define CoInitialize fakewin::CoInitialize
+#define CoUninitialize fakewin::CoUninitialize
+#define CoCreateInstance fakewin::CoCreateInstance
+#define CoTaskMemAlloc fakewin::CoTaskMemAlloc
+#define CoTaskMemFree fakewin::CoTaskMemFree
+
+#define GetModuleHandleExW fakewin::GetModuleHandleExW
+#define FreeLibrary fakewin::FreeLibrary
+#define FreeLibraryAndExitThread fakewin::FreeLibraryAndExitThread
+
+#define RegOpenKeyExW fakewin::RegOpenKeyExW
+#define RegCreateKeyExW fakewin::RegCreateKeyExW
+#define RegQueryValueExW fakewin::RegQueryValueExW
+#define RegGetValueW fakewin::RegGetValueW
+#define RegSetValueExW fakewin::RegSetValueExW
+#define RegDeleteTreeW fakewin::RegDeleteTreeW
+#define RegDeleteKeyW fakewin::RegDeleteKeyW
+#define RegCloseKey fakewin::RegCloseKey
+
+#define calloc fakes::Calloc
+
+#define swr_alloc fakeffmpeg::swr_alloc
+#define swr_init fakeffmpeg::swr_init
+#define swr_convert fakeffmpeg::swr_convert
+#define av_samples_alloc fakeffmpeg::av_samples_alloc
+#define av_samples_get_buffer_size fakeffmpeg::av_samples_get_buffer_size
+
+#define calloc fakes::Calloc
