@@ -1,0 +1,178 @@
+#include "host/aac_reader.h"
+
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "host/adts_header.h"
+#include "host/ffmpeg.h"
+
+namespace velto::host {
+namespace {
+
+constexpr uint32_t samplesPerUnit = 1024;
+constexpr uint32_t lowComplexity = 2;
+constexpr uint32_t spectralBandReplication = 5;
+constexpr uint32_t parametricStereo = 29;
+constexpr uint32_t lowestRateHz = 7350;
+constexpr uint32_t highestRateHz = 96000;
+constexpr int mostFailuresInARow = 1000; // then the file is given up, however long it claims to be
+
+} // namespace
+
+double AacStream::FrameSeconds() const
+{
+    return static_cast<double>(samplesPerUnit) / sampleRateHz;
+}
+
+std::string ObjectTypeName(uint32_t objectType)
+{
+    switch (objectType) {
+    case 1:
+        return "AAC Main";
+    case lowComplexity:
+        return "AAC-LC";
+    case 3:
+        return "AAC SSR";
+    case 4:
+        return "AAC LTP";
+    case spectralBandReplication:
+        return "HE-AAC";
+    case parametricStereo:
+        return "HE-AAC v2";
+    default:
+        return fmt::format("MPEG-4 audio object type {}", objectType);
+    }
+}
+
+void AacReader::FormatCloser::operator()(AVFormatContext *context) const
+{
+    avformat_close_input(&context);
+}
+
+void AacReader::PacketCloser::operator()(AVPacket *packet) const
+{
+    av_packet_free(&packet);
+}
+
+AacReader::AacReader(const std::string &path) : m_packet(av_packet_alloc())
+{
+    if (m_packet == nullptr) {
+        throw std::bad_alloc();
+    }
+    Open(path);
+    Describe();
+}
+
+AacReader::~AacReader() = default;
+
+void AacReader::Open(const std::string &path)
+{
+    // Without the prefix a colon in the name could be taken for a protocol.
+    AVFormatContext *format = nullptr;
+    int result = avformat_open_input(&format, ("file:" + path).c_str(), nullptr, nullptr);
+    m_format.reset(format);
+    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) {
+        throw AacFileError("neither an ADTS (.aac) nor an MP4 (.m4a, .mp4) file");
+    }
+    if (result < 0) {
+        throw AacFileError(FFmpegErrorText(result));
+    }
+    const std::string_view container = format->iformat->name;
+    m_stream.isAdts = container == "aac";
+    if (!m_stream.isAdts && container.find("mp4") == std::string_view::npos) {
+        throw AacFileError(
+            fmt::format("a file of format \"{}\"; ADTS (.aac) and MP4 (.m4a, .mp4) are played", container));
+    }
+    result = avformat_find_stream_info(format, nullptr);
+    if (result < 0) {
+        throw AacFileError("its sound cannot be read: " + FFmpegErrorText(result));
+    }
+    m_index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (m_index < 0) {
+        throw AacFileError("holds no sound");
+    }
+}
+
+void AacReader::Describe()
+{
+    const AVStream *stream = m_format->streams[m_index];
+    const AVCodecParameters *codec = stream->codecpar;
+    if (codec->codec_id != AV_CODEC_ID_AAC) {
+        throw AacFileError(fmt::format("its sound is {}, not AAC", avcodec_get_name(codec->codec_id)));
+    }
+    m_stream.channels = static_cast<uint32_t>(codec->ch_layout.nb_channels);
+    m_stream.objectType =
+        codec->profile == FF_PROFILE_UNKNOWN ? lowComplexity : static_cast<uint32_t>(codec->profile) + 1;
+    m_stream.sampleRateHz = static_cast<uint32_t>(codec->sample_rate);
+    if (m_stream.objectType == spectralBandReplication || m_stream.objectType == parametricStereo) {
+        m_stream.sampleRateHz /= 2; // the file is known by the rate that it decodes to
+    }
+    if (m_stream.sampleRateHz < lowestRateHz || m_stream.sampleRateHz > highestRateHz ||
+        m_stream.channels == 0) {
+        throw AacFileError("holds no AAC frame that can be read");
+    }
+    if (!m_stream.isAdts && codec->extradata_size > 0) {
+        m_stream.specificConfig.assign(codec->extradata, codec->extradata + codec->extradata_size);
+    } else if (m_stream.channels <= 6) { // where the number of the configuration is the channels'
+        m_stream.specificConfig =
+            MakeSpecificConfig(lowComplexity, m_stream.sampleRateHz, m_stream.channels);
+    }
+    // For ADTS the duration is a guess from the first frames' bit rate, and often far off.
+    if (!m_stream.isAdts && m_format->duration > 0) {
+        m_stream.durationSeconds = static_cast<double>(m_format->duration) / AV_TIME_BASE;
+    }
+}
+
+AacReader::Outcome AacReader::Read(std::vector<uint8_t> &frame)
+{
+    for (;;) {
+        av_packet_unref(m_packet.get());
+        const int result = av_read_frame(m_format.get(), m_packet.get());
+        if (result == AVERROR_EOF || m_failuresInARow >= mostFailuresInARow) {
+            return Outcome::END;
+        }
+        if (result < 0) {
+            ++m_failuresInARow;
+            return Fail(Outcome::MISSING, FFmpegErrorText(result));
+        }
+        m_failuresInARow = 0;
+        if (m_packet->stream_index == m_index) {
+            return TakeUnit(frame);
+        }
+    }
+}
+
+AacReader::Outcome AacReader::TakeUnit(std::vector<uint8_t> &frame)
+{
+    std::span<const uint8_t> bytes(m_packet->data, static_cast<size_t>(m_packet->size));
+    if (m_stream.isAdts) {
+        const auto header = ParseAdtsHeader(bytes);
+        if (!header) {
+            return Fail(Outcome::DAMAGED, "no ADTS header");
+        }
+        if (header->frameBytes != bytes.size()) {
+            return Fail(Outcome::DAMAGED, fmt::format("{} bytes of a frame of {}", bytes.size(),
+                                                      header->frameBytes));
+        }
+        if (header->rawBlocks != 1) {
+            return Fail(Outcome::DAMAGED, fmt::format("{} raw blocks in one frame", header->rawBlocks));
+        }
+        bytes = bytes.subspan(header->headerBytes);
+    }
+    if (bytes.empty() || (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+        return Fail(Outcome::DAMAGED, "incomplete");
+    }
+    frame.assign(bytes.begin(), bytes.end());
+    return Outcome::FRAME;
+}
+
+AacReader::Outcome AacReader::Fail(Outcome outcome, std::string damage)
+{
+    m_damage = std::move(damage);
+    return outcome;
+}
+
+} // namespace velto::host

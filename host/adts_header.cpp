@@ -1,0 +1,47 @@
+#include "host/adts_header.h"
+
+#include <algorithm>
+#include <array>
+
+namespace velto::host {
+namespace {
+
+constexpr std::array<uint32_t, 13> standardRatesHz{96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                                                   22050, 16000, 12000, 11025, 8000,  7350};
+constexpr size_t shortHeaderBytes = 7;
+constexpr size_t checksumBytes = 2;
+
+} // namespace
+
+std::optional<AdtsHeader> ParseAdtsHeader(std::span<const uint8_t> bytes)
+{
+    if (bytes.size() < shortHeaderBytes || bytes[0] != 0xFF || (bytes[1] & 0xF6) != 0xF0) {
+        return std::nullopt; // twelve set bits, then the layer, which is always 0
+    }
+    const bool hasChecksum = (bytes[1] & 0x01) == 0;
+    const uint32_t rateIndex = (bytes[2] >> 2) & 0x0F;
+    AdtsHeader header;
+    header.headerBytes = shortHeaderBytes + (hasChecksum ? checksumBytes : 0);
+    header.frameBytes = static_cast<size_t>((bytes[3] & 0x03) << 11 | bytes[4] << 3 | bytes[5] >> 5);
+    header.objectType = (bytes[2] >> 6) + 1u;
+    header.channelConfiguration = static_cast<uint32_t>((bytes[2] & 0x01) << 2 | bytes[3] >> 6);
+    header.rawBlocks = (bytes[6] & 0x03) + 1u;
+    if (rateIndex >= standardRatesHz.size() || header.frameBytes <= header.headerBytes) {
+        return std::nullopt;
+    }
+    header.sampleRateHz = standardRatesHz[rateIndex];
+    return header;
+}
+
+std::vector<uint8_t> MakeSpecificConfig(uint32_t objectType, uint32_t sampleRateHz, uint32_t channels)
+{
+    const auto rate = std::find(standardRatesHz.begin(), standardRatesHz.end(), sampleRateHz);
+    if (rate == standardRatesHz.end()) {
+        return {};
+    }
+    const auto index = static_cast<uint32_t>(rate - standardRatesHz.begin());
+    const uint32_t bits = objectType << 11 | index << 7 | channels << 3;
+    return {static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits)};
+}
+
+} // namespace velto::host

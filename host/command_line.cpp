@@ -1,0 +1,132 @@
+#include "host/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include <charconv>
+
+#include "host/exit_code.h"
+
+namespace velto::host {
+namespace {
+
+constexpr char diagnostics[] = "Diagnostics";
+
+Parameter ReadParameter(const std::string &text)
+{
+    const size_t equals = text.find('=');
+    Parameter parameter{text.substr(0, equals), 0};
+    const char *end = text.data() + text.size();
+    const char *value = equals == std::string::npos ? end : text.data() + equals + 1;
+    const auto read = std::from_chars(value, end, parameter.value);
+    if (equals == 0 || value == end || read.ec != std::errc() || read.ptr != end) {
+        throw CLI::ValidationError("--set-parameters", "\"" + text + "\" is not of the form key=number");
+    }
+    return parameter;
+}
+
+void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
+{
+    command.add_flag("--json", line.json, "Print one JSON object on stdout; text for people goes to stderr");
+    if (usesModule) {
+        command.add_option("--module", line.modulePath,
+                           "The DLL to load (default: LibVeltoAudioHandler.dll beside this program)");
+    }
+}
+
+void AddPlay(CLI::App &command, PlayOptions &play)
+{
+    command.add_option("FILE", play.file, "ADTS (.aac) or MP4 (.m4a, .mp4) file")->required();
+    command.add_option("--device", play.device, "Which speaker of the module gets the frames")
+        ->check(CLI::IsMember({VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}))
+        ->capture_default_str();
+    command.add_option("--stream-type", play.streamType, "Stream type in each frame's header")
+        ->capture_default_str();
+    command.add_flag("--loop", play.loop, "Begin again at the end of the file");
+    command.add_option("--seconds", play.seconds, "End after so many seconds of the stream")
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", play.showProgress, "Show the progress line when stderr is no console, too");
+}
+
+void AddDiagnostics(CLI::App &command, PlayOptions &play)
+{
+    command.add_option("--also-modem", play.modemFile, "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
+        ->type_name("FILE2")
+        ->group(diagnostics);
+    command.add_option("--pace-rate", play.paceRateHz, "Send as fast as if the stream had this rate in Hz")
+        ->check(CLI::Range(1000u, 1000000u))
+        ->group(diagnostics);
+    command.add_flag("--send-damaged", play.sendDamaged, "Send frames that cannot be decoded, too")
+        ->group(diagnostics);
+    command.add_option_function<std::vector<std::string>>(
+               "--set-parameters",
+               [&play](const std::vector<std::string> &texts) {
+                   for (const std::string &text : texts) {
+                       play.parameters.push_back(ReadParameter(text));
+                   }
+               },
+               "Call SetAudioParameter first, e.g. sampleRate=48000,channel=3,format=1")
+        ->delimiter(',')
+        ->type_name("KEY=N,...")
+        ->group(diagnostics);
+    command.add_flag("--events", play.showEvents, "Print the listener's events as they come")->group(diagnostics);
+    command.add_option("--pause-after", play.pauseAfter, "Stop sending after so many seconds of the stream ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--pause", play.pause, "... for so many seconds, then go on")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--unload-after", play.unloadAfter,
+                       "Free the DLL after so many seconds, while it plays, and watch it go")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--unload-wait", play.unloadWait, "Watch for so many seconds at most")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str()
+        ->group(diagnostics);
+    command.add_option("--exit-after", play.exitAfter, "End the process after so many seconds, while the module plays ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--exit-code", play.exitCode, "... with this exit code")->group(diagnostics);
+}
+
+} // namespace
+
+CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
+{
+    CommandLine line;
+    CLI::App app{"Drives LibVeltoAudioHandler as the VELTO platform's host process does.", "velto-host"};
+    app.set_version_flag("--version", "velto-host " VELTO_VERSION);
+    app.require_subcommand(1);
+    app.footer(exitCodeHelp);
+
+    CLI::App &capabilities = *app.add_subcommand("capabilities", "Devices, profiles and codecs of the module");
+    AddCommon(capabilities, line, true);
+    CLI::App &play = *app.add_subcommand("play", "Play an AAC file through the module");
+    AddPlay(play, line.play);
+    AddCommon(play, line, true);
+    AddDiagnostics(play, line.play);
+    play.footer(exitCodeHelp);
+    CLI::App &devices = *app.add_subcommand("devices", "The sound endpoints of Windows and which are default");
+    AddCommon(devices, line, false);
+    CLI::App &probe = *app.add_subcommand("probe", "Call every slot with invalid arguments and print the results");
+    AddCommon(probe, line, true);
+
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    if (!reversed.empty()) {
+        reversed.pop_back(); // the program's own name
+    }
+    try {
+        app.parse(std::move(reversed));
+    } catch (const CLI::ParseError &error) {
+        line.exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+        return line;
+    }
+    using Command = CommandLine::Command;
+    line.command = capabilities.parsed() ? Command::CAPABILITIES
+                   : play.parsed()       ? Command::PLAY
+                   : devices.parsed()    ? Command::DEVICES
+                                         : Command::PROBE;
+    return line;
+}
+
+} // namespace velto::host

@@ -1,0 +1,24 @@
+// The command line of velto-host, read.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/play_options.h"
+
+namespace velto::host {
+
+struct CommandLine {
+    enum class Command { NONE, CAPABILITIES, PLAY, DEVICES, PROBE };
+
+    Command command = Command::NONE; // NONE: it has all been said, end with exitCode
+    int exitCode = 0;
+    bool json = false;
+    std::string modulePath; // empty: beside the program
+    PlayOptions play;
+};
+
+// Prints help, version and complaints itself.
+CommandLine ReadCommandLine(const std::vector<std::string> &arguments);
+
+} // namespace velto::host

@@ -1,0 +1,23 @@
+// FFmpeg's headers are C and do not say so.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libavutil/log.h>
+}
+
+#include <string>
+
+namespace velto::host {
+
+inline std::string FFmpegErrorText(int code)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof(text));
+    return text;
+}
+
+} // namespace velto::host

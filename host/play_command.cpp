@@ -1,0 +1,234 @@
+#include "host/play_command.h"
+
+#include <algorithm>
+
+namespace velto::host {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+
+// What may still be on its way when the last frame was handed over: the module's queue of 20 blocks
+// of 1024 frames at 48000 Hz, the endpoint's buffer of 300 ms, and the time that the sound system
+// itself takes.
+constexpr Seconds queuedAtMost{20 * 1024 / 48000.0 + 0.300 + 0.300};
+constexpr auto unloadPoll = std::chrono::milliseconds(100);
+
+StreamTimer::Clock::duration ToClock(Seconds time)
+{
+    return std::chrono::duration_cast<StreamTimer::Clock::duration>(time);
+}
+
+double SecondsSince(StreamTimer::Clock::time_point begin)
+{
+    return Seconds(StreamTimer::Clock::now() - begin).count();
+}
+
+bool IsReached(double limit, double value)
+{
+    return limit >= 0 && value >= limit;
+}
+
+} // namespace
+
+PlayCommand::PlayCommand(const PlayOptions &options, const Output &output)
+    : m_options(options), m_output(output), m_timer(m_interruption), m_progress(options.showProgress)
+{
+    m_tracks.push_back(std::make_unique<TrackSender>(options.file, options.device, options, output));
+    if (!options.modemFile.empty()) {
+        m_tracks.push_back(std::make_unique<TrackSender>(options.modemFile, VELTO_ID_MODEM_SPEAKER,
+                                                         options, output));
+    }
+}
+
+ExitCode PlayCommand::Run(Module &module)
+{
+    m_listener = std::make_unique<ListenerLog>(module, m_output, m_options.showEvents);
+    SetParameters(module);
+    m_begin = StreamTimer::Clock::now();
+    const Ending ending = SendAll(module);
+    if (ending == Ending::UNLOAD) {
+        Unload(module);
+    } else {
+        CloseTracks(module);
+        if (ending == Ending::END_OF_STREAM) {
+            WaitUntilHeard();
+        }
+    }
+    uint64_t refused = m_refusedParameters;
+    bool allSent = true;
+    for (const auto &track : m_tracks) {
+        refused += track->NonzeroResults();
+        allSent = allSent && track->Sent() > 0;
+    }
+    ExitCode exitCode = refused == 0 && allSent ? EXIT_OK : EXIT_FAILED;
+    if (m_interruption.IsRaised()) {
+        exitCode = EXIT_INTERRUPTED;
+    }
+    Summarise();
+    m_output.Result(Report(exitCode));
+    return exitCode;
+}
+
+void PlayCommand::SetParameters(const Module &module)
+{
+    if (m_options.parameters.empty()) {
+        return;
+    }
+    std::vector<AudioProfileEntry> entries;
+    for (const Parameter &parameter : m_options.parameters) {
+        entries.push_back(
+            {parameter.key.c_str(), static_cast<uint32_t>(parameter.key.size()), parameter.value});
+    }
+    const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
+    for (const auto &track : m_tracks) {
+        const DeviceId &id = track->Device();
+        const int32_t result = module->SetAudioParameter(id.Text(), id.Length(), nullptr, nullptr, &list);
+        if (result != VELTO_OK) {
+            ++m_refusedParameters;
+            m_output.Complain("SetAudioParameter for {} returned {}", id.id, result);
+        }
+    }
+}
+
+// The track whose frame is due first; null when no track has one.
+TrackSender *PlayCommand::NextTrack()
+{
+    const auto now = StreamTimer::Clock::now();
+    TrackSender *next = nullptr;
+    for (const auto &track : m_tracks) {
+        if (track->HasFrame() && (next == nullptr || track->Due(now) < next->Due(now))) {
+            next = track.get();
+        }
+    }
+    return next;
+}
+
+PlayCommand::Ending PlayCommand::SendAll(const Module &module)
+{
+    while (TrackSender *track = NextTrack()) {
+        if (!m_timer.WaitUntil(track->Due(StreamTimer::Clock::now()))) {
+            return Ending::INTERRUPTED;
+        }
+        track->Send(module);
+        m_progress.Show(*m_tracks.front());
+        const double played = SecondsSince(m_begin);
+        ExitIfAsked(played);
+        if (IsReached(m_options.unloadAfter, played)) {
+            return Ending::UNLOAD;
+        }
+        if (!PauseIfAsked()) {
+            return Ending::INTERRUPTED;
+        }
+    }
+    return Ending::END_OF_STREAM;
+}
+
+// False when interrupted.
+bool PlayCommand::PauseIfAsked()
+{
+    if (m_paused || !IsReached(m_options.pauseAfter, m_tracks.front()->SentSeconds())) {
+        return true;
+    }
+    m_paused = true;
+    m_output.Say("sending nothing for {} s", m_options.pause);
+    const bool completed = m_timer.WaitFor(ToClock(Seconds(m_options.pause)));
+    for (const auto &track : m_tracks) {
+        track->RestartPace();
+    }
+    m_output.Say("sending again");
+    return completed;
+}
+
+// Ends the process while the module's threads play: nothing is closed, no destructor runs.
+void PlayCommand::ExitIfAsked(double played)
+{
+    if (!IsReached(m_options.exitAfter, played)) {
+        return;
+    }
+    Json report = Report(static_cast<ExitCode>(m_options.exitCode));
+    report["exitedWhilePlaying"] = true;
+    m_output.Say("ending the process after {:.1f} s", played);
+    m_output.Result(report);
+    ExitProcess(m_options.exitCode);
+}
+
+void PlayCommand::CloseTracks(const Module &module)
+{
+    for (const auto &track : m_tracks) {
+        track->Close(module);
+    }
+}
+
+void PlayCommand::WaitUntilHeard()
+{
+    m_timer.WaitFor(ToClock(queuedAtMost));
+}
+
+// Gives the module back in the middle of the stream and watches when it goes.
+void PlayCommand::Unload(Module &module)
+{
+    const auto begin = StreamTimer::Clock::now();
+    module.Unload();
+    const double callSeconds = SecondsSince(begin);
+    m_output.Say("the module was given back in {:.3f} s; waiting until it is gone, {} s at most",
+                 callSeconds, m_options.unloadWait);
+    bool isMapped = module.IsMapped();
+    while (isMapped && SecondsSince(begin) < m_options.unloadWait && m_timer.WaitFor(unloadPoll)) {
+        isMapped = module.IsMapped();
+    }
+    const double seconds = SecondsSince(begin);
+    m_output.Say("the module {} after {:.1f} s", isMapped ? "is still there" : "was gone", seconds);
+    m_unload = {{"freeLibrarySeconds", callSeconds}, {"moduleGone", !isMapped}, {"seconds", seconds}};
+}
+
+Json PlayCommand::Report(ExitCode exitCode) const
+{
+    Json tracks = Json::array();
+    uint64_t sent = 0;
+    uint64_t skipped = 0;
+    uint64_t nonzero = m_refusedParameters;
+    for (const auto &track : m_tracks) {
+        tracks.push_back(track->Report());
+        sent += track->Sent();
+        skipped += track->Skipped();
+        nonzero += track->NonzeroResults();
+    }
+    Json events = Json::array();
+    for (const ListenerEvent &event : m_listener->Events()) {
+        events.push_back({{"device", event.device}, {"code", event.code}});
+    }
+    Json report{{"framesSent", sent},
+                {"framesSkipped", skipped},
+                {"seconds", m_tracks.front()->SentSeconds()},
+                {"wallSeconds", SecondsSince(m_begin)},
+                {"nonzeroResults", nonzero},
+                {"streamType", m_options.streamType},
+                {"tracks", tracks},
+                {"events", events},
+                {"interrupted", m_interruption.IsRaised()}};
+    if (!m_unload.is_null()) {
+        report["unload"] = m_unload;
+    }
+    report["exitCode"] = int{exitCode};
+    return report;
+}
+
+void PlayCommand::Summarise() const
+{
+    for (const auto &track : m_tracks) {
+        const Json report = track->Report();
+        m_output.Say("{}: {} frames sent, {} skipped, {:.3f} s, {} bytes, {} nonzero results",
+                     track->Device().id, track->Sent(), track->Skipped(), track->SentSeconds(),
+                     report["bytes"].get<uint64_t>(), track->NonzeroResults());
+        if (track->NonzeroResults() > 0) {
+            m_output.Complain("{}: first nonzero result: {}", track->Device().id,
+                              report["firstNonzeroResult"].get<int32_t>());
+        }
+        if (track->Sent() == 0) {
+            m_output.Complain("{}: there was no frame to send", track->Device().id);
+        }
+    }
+    m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), SecondsSince(m_begin));
+}
+
+} // namespace velto::host

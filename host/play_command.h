@@ -1,0 +1,57 @@
+// velto-host play: sends files to the module's speakers as the platform's host does, and reports.
+//
+// The calling thread makes every call; it never enters COM, as the platform's host threads do not.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/exit_code.h"
+#include "host/interruption.h"
+#include "host/listener_log.h"
+#include "host/module.h"
+#include "host/output.h"
+#include "host/play_options.h"
+#include "host/progress_line.h"
+#include "host/stream_timer.h"
+#include "host/track_sender.h"
+
+namespace velto::host {
+
+class PlayCommand {
+public:
+    // Opens the files; throws AacFileError. Both references outlive the command.
+    PlayCommand(const PlayOptions &options, const Output &output);
+
+    // Plays to the end and reports. Unloads the module when asked to.
+    ExitCode Run(Module &module);
+
+private:
+    enum class Ending { END_OF_STREAM, INTERRUPTED, UNLOAD };
+
+    void SetParameters(const Module &module);
+    Ending SendAll(const Module &module);
+    bool PauseIfAsked();
+    void ExitIfAsked(double played);
+    void CloseTracks(const Module &module);
+    void WaitUntilHeard();
+    void Unload(Module &module);
+    TrackSender *NextTrack();
+    Json Report(ExitCode exitCode) const;
+    void Summarise() const;
+
+    const PlayOptions &m_options;
+    const Output &m_output;
+    Interruption m_interruption;
+    StreamTimer m_timer;
+    ProgressLine m_progress;
+    std::vector<std::unique_ptr<TrackSender>> m_tracks; // the main one first
+    std::unique_ptr<ListenerLog> m_listener;
+    bool m_paused = false; // the pause that was asked for is over
+    uint64_t m_refusedParameters = 0;
+    StreamTimer::Clock::time_point m_begin;
+    Json m_unload; // null unless asked for
+};
+
+} // namespace velto::host

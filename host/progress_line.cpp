@@ -1,0 +1,59 @@
+#include "host/progress_line.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+namespace velto::host {
+namespace {
+
+constexpr int meterWidth = 20;
+constexpr double meterLowestDb = -60.0;
+
+std::string Meter(double peakDb)
+{
+    const double share = std::clamp(1.0 - peakDb / meterLowestDb, 0.0, 1.0);
+    const auto filled = static_cast<size_t>(std::lround(share * meterWidth));
+    return std::string(filled, '#') + std::string(meterWidth - filled, '.');
+}
+
+std::string Minutes(double seconds)
+{
+    const auto milliseconds = static_cast<int64_t>(seconds * 1000.0);
+    return fmt::format("{:02}:{:02}.{:01}", milliseconds / 60000, milliseconds / 1000 % 60,
+                       milliseconds / 100 % 10);
+}
+
+} // namespace
+
+ProgressLine::ProgressLine(bool always)
+    : m_inPlace(Output::IsWatched()), m_shown(always || m_inPlace)
+{
+}
+
+ProgressLine::~ProgressLine()
+{
+    if (m_open) {
+        fmt::print(stderr, "\n");
+    }
+}
+
+void ProgressLine::Show(const TrackSender &track)
+{
+    m_peakDb = std::max(m_peakDb, track.PeakDb());
+    const auto now = Clock::now();
+    if (!m_shown || now < m_next) {
+        return;
+    }
+    m_next = now + (m_inPlace ? std::chrono::milliseconds(100) : std::chrono::milliseconds(1000));
+    const double length = track.Stream().durationSeconds;
+    fmt::print(stderr, "{}{}{}  {} frames  [{}] {:5.1f} dBFS  {} skipped{}", m_inPlace ? "\r" : "",
+               Minutes(track.SentSeconds()), length > 0 ? " of " + Minutes(length) : "", track.Sent(),
+               Meter(m_peakDb), m_peakDb, track.Skipped(), m_inPlace ? "  " : "\n");
+    std::fflush(stderr);
+    m_open = m_inPlace;
+    m_peakDb = silenceDb;
+}
+
+} // namespace velto::host

@@ -1,0 +1,163 @@
+#include "host/track_sender.h"
+
+#include <algorithm>
+
+namespace velto::host {
+namespace {
+
+constexpr uint32_t moduleRateHz = 48000;
+constexpr uint32_t lowComplexity = 2;
+constexpr int mostFramesAtOnce = 4;
+constexpr uint64_t mostComplaints = 5; // about units left out; the summary counts them all
+
+std::chrono::nanoseconds FrameTime(const AacStream &stream, uint32_t paceRateHz)
+{
+    const double rateFactor =
+        paceRateHz != 0 ? static_cast<double>(stream.sampleRateHz) / paceRateHz : 1.0;
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(stream.FrameSeconds() * rateFactor));
+}
+
+double Milliseconds(Pacer::Clock::duration time)
+{
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+} // namespace
+
+TrackSender::TrackSender(const std::string &file, const std::string &device, const PlayOptions &options,
+                         const Output &output)
+    : m_file(file), m_device(device), m_options(options), m_output(output),
+      m_reader(std::make_unique<AacReader>(file)),
+      m_meter(std::make_unique<LevelMeter>(m_reader->Stream())),
+      m_pacer(FrameTime(m_reader->Stream(), options.paceRateHz), mostFramesAtOnce),
+      m_frameSeconds(m_reader->Stream().FrameSeconds())
+{
+    const AacStream &stream = m_reader->Stream();
+    m_output.Say("{}: {}, {} Hz, {} channel(s), {} -> {}", file, ObjectTypeName(stream.objectType),
+                 stream.sampleRateHz, stream.channels, stream.isAdts ? "ADTS" : "MP4", device);
+    WarnAbout(stream);
+    Fetch();
+}
+
+void TrackSender::WarnAbout(const AacStream &stream)
+{
+    if (stream.sampleRateHz != moduleRateHz) {
+        m_warnings.push_back(
+            fmt::format("the stream has {} Hz; the module plays it at {} Hz, at the wrong speed",
+                        stream.sampleRateHz, moduleRateHz));
+    }
+    if (stream.objectType != lowComplexity) {
+        m_warnings.push_back(fmt::format("the stream is {}; the module is made for AAC-LC",
+                                         ObjectTypeName(stream.objectType)));
+    }
+    if (!m_meter->IsAvailable()) {
+        m_warnings.push_back("no decoder for this stream here: no level, and frames go out unjudged");
+    }
+    for (const std::string &warning : m_warnings) {
+        m_output.Complain("{}: warning: {}", m_file, warning);
+    }
+}
+
+void TrackSender::Send(const Module &module)
+{
+    StreamFrameHeader header{m_options.streamType, static_cast<uint32_t>(m_frame.size()), 0};
+    StreamFrame frame{m_frame.data(), {}, &header};
+    const auto before = Clock::now();
+    NoteResult(module->WriteStreamBuffer(m_device.Text(), m_device.Length(), nullptr, &frame));
+    m_longestCall = std::max(m_longestCall, Clock::now() - before);
+    ++m_sent;
+    m_bytes += m_frame.size();
+    m_seconds += m_frameSeconds;
+    m_pacer.Advance();
+    Fetch();
+}
+
+void TrackSender::Close(const Module &module)
+{
+    NoteResult(module->CloseAudioTrack(m_device.Text(), m_device.Length()));
+}
+
+// Reads on to the next unit that can be sent, in the next pass over the file if need be.
+void TrackSender::Fetch()
+{
+    m_hasFrame = false;
+    while (!m_hasFrame && (m_options.seconds < 0 || m_seconds < m_options.seconds)) {
+        switch (m_reader->Read(m_frame)) {
+        case AacReader::Outcome::FRAME:
+            m_hasFrame = Judge();
+            m_framesInThisPass = m_framesInThisPass || m_hasFrame;
+            break;
+        case AacReader::Outcome::DAMAGED:
+            Leave(m_damaged, m_reader->Damage());
+            break;
+        case AacReader::Outcome::MISSING:
+            ++m_missing; // nobody knows how long it would have been: no place in time is kept
+            break;
+        case AacReader::Outcome::END:
+            if (!m_options.loop || !m_framesInThisPass) {
+                return;
+            }
+            m_reader = std::make_unique<AacReader>(m_file);
+            m_framesInThisPass = false;
+            ++m_passes;
+            break;
+        }
+    }
+}
+
+bool TrackSender::Judge()
+{
+    const std::optional<double> peak = m_meter->PeakDb(m_frame);
+    m_peakDb = peak.value_or(silenceDb);
+    if (!peak && !m_options.sendDamaged) {
+        Leave(m_refused, "it cannot be decoded");
+        return false;
+    }
+    return true;
+}
+
+void TrackSender::Leave(uint64_t &counter, const std::string &why)
+{
+    ++counter;
+    if (Skipped() <= mostComplaints) {
+        m_output.Complain("{}: frame at {:.3f} s left out: {}{}", m_file, m_seconds, why,
+                          Skipped() == mostComplaints ? "; further ones are only counted" : "");
+    }
+    m_seconds += m_frameSeconds;
+    m_pacer.Advance();
+}
+
+void TrackSender::NoteResult(int32_t result)
+{
+    if (result == VELTO_OK) {
+        return;
+    }
+    if (m_nonzeroResults++ == 0) {
+        m_firstNonzeroResult = result;
+    }
+}
+
+Json TrackSender::Report() const
+{
+    const AacStream &stream = m_reader->Stream();
+    return {{"file", m_file},
+            {"device", m_device.id},
+            {"container", stream.isAdts ? "ADTS" : "MP4"},
+            {"objectType", stream.objectType},
+            {"sampleRate", stream.sampleRateHz},
+            {"channels", stream.channels},
+            {"framesSent", m_sent},
+            {"framesSkipped", Skipped()},
+            {"skipped", {{"damaged", m_damaged}, {"missing", m_missing}, {"undecodable", m_refused}}},
+            {"seconds", m_seconds},
+            {"bytes", m_bytes},
+            {"passes", m_passes},
+            {"nonzeroResults", m_nonzeroResults},
+            {"firstNonzeroResult", m_firstNonzeroResult},
+            {"longestCallMs", Milliseconds(m_longestCall)},
+            {"paceSlips", m_pacer.Slips()},
+            {"warnings", m_warnings}};
+}
+
+} // namespace velto::host

@@ -1,0 +1,86 @@
+#include "host/adts_header.h"
+
+#include <array>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velto::host {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// AAC-LC, 48000 Hz, stereo, no checksum, 263 bytes in all.
+constexpr std::array<uint8_t, 7> header{0xFF, 0xF1, 0x4C, 0x80, 0x20, 0xFF, 0xFC};
+
+TEST(AdtsHeader, FieldsAreReadFromTheirBits)
+{
+    const auto parsed = ParseAdtsHeader(header);
+    ASSERT_TRUE(parsed.has_value());
+    EXPECT_EQ(parsed->headerBytes, 7u);
+    EXPECT_EQ(parsed->frameBytes, 263u);
+    EXPECT_EQ(parsed->objectType, 2u);
+    EXPECT_EQ(parsed->sampleRateHz, 48000u);
+    EXPECT_EQ(parsed->channelConfiguration, 2u);
+    EXPECT_EQ(parsed->rawBlocks, 1u);
+}
+
+TEST(AdtsHeader, ChecksumMakesTheHeaderTwoBytesLonger)
+{
+    auto bytes = header;
+    bytes[1] = 0xF0;
+    EXPECT_EQ(ParseAdtsHeader(bytes)->headerBytes, 9u);
+}
+
+TEST(AdtsHeader, AnotherSyncWordIsRefused)
+{
+    auto bytes = header;
+    bytes[0] = 0xFE;
+    EXPECT_FALSE(ParseAdtsHeader(bytes));
+    bytes = header;
+    bytes[1] = 0xE1;
+    EXPECT_FALSE(ParseAdtsHeader(bytes));
+}
+
+TEST(AdtsHeader, LayerOfAnMp3FrameIsRefused)
+{
+    auto bytes = header;
+    bytes[1] = 0xFB;
+    EXPECT_FALSE(ParseAdtsHeader(bytes));
+}
+
+TEST(AdtsHeader, ReservedRateIsRefused)
+{
+    auto bytes = header;
+    bytes[2] = 0x7C; // index 15
+    EXPECT_FALSE(ParseAdtsHeader(bytes));
+}
+
+TEST(AdtsHeader, FrameThatIsNotLongerThanItsHeaderIsRefused)
+{
+    auto bytes = header;
+    bytes[4] = 0;
+    bytes[5] = 0xFF; // 7 bytes
+    EXPECT_FALSE(ParseAdtsHeader(bytes));
+}
+
+TEST(AdtsHeader, FewerThanSevenBytesAreRefused)
+{
+    EXPECT_FALSE(ParseAdtsHeader(std::span(header).first(6)));
+    EXPECT_FALSE(ParseAdtsHeader({}));
+}
+
+TEST(SpecificConfig, HoldsTypeRateAndChannels)
+{
+    EXPECT_THAT(MakeSpecificConfig(2, 48000, 2), ElementsAre(0x11, 0x90));
+    EXPECT_THAT(MakeSpecificConfig(2, 22050, 1), ElementsAre(0x13, 0x88));
+}
+
+TEST(SpecificConfig, IsEmptyForARateWithoutANumber)
+{
+    EXPECT_THAT(MakeSpecificConfig(2, 48001, 2), IsEmpty());
+}
+
+} // namespace
+} // namespace velto::host
