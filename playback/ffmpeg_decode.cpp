@@ -58,15 +58,16 @@ int32_t FFmpegDecode::InitFFmpeg()
     }
     av_channel_layout_default(&codecContext->ch_layout, channels);
     codecContext->sample_rate = sampleRate;
+    // Asked before the codec is opened, which refuses such a rate itself and would be logged.
+    if (sampleRate > maxSampleRateHz) {
+        return -1;
+    }
     if (avcodec_open2(codecContext, codec, nullptr) < 0) {
         return Failed(initTag, "open codec fail");
     }
     decoderFrame = av_frame_alloc();
     if (decoderFrame == nullptr) {
         return Failed(initTag, "av_frame_alloc fail");
-    }
-    if (sampleRate > maxSampleRateHz) {
-        return -1;
     }
     // A placeholder: the first decoded frame brings a buffer of the right size.
     dstNbSamples = 2 * sampleRate;

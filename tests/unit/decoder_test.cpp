@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "aac_frames.h"
-#include "log_recorder.h"
+#include "log_lines.h"
 #include "play_thread_probe.h"
 
 extern "C" {
@@ -47,9 +47,7 @@ private:
 namespace {
 
 using namespace velto;
-using velto_test::AacFrame;
-using velto_test::EncodeTone;
-using velto_test::LogRecorder;
+using namespace velto_test;
 
 constexpr char decodeTag[] = "velto::FFmpegDecode::DecoderAudioFrame";
 constexpr char resampleTag[] = "velto::FFmpegDecode::ResampleFrame";
@@ -60,7 +58,7 @@ class Decoder : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        LogRecorder::Clear();
+        Recorded().Clear();
         playThread->needDelay = false;
     }
 
@@ -110,14 +108,14 @@ TEST_F(Decoder, OpensAsStereoAtTheGivenRateWithoutExtradata)
     EXPECT_EQ(members.Capacity(), 0) << "the placeholder does not count as capacity";
     EXPECT_EQ(members.OutChannels(), 2);
     EXPECT_TRUE(swr_is_initialized(members.Converter()));
-    EXPECT_TRUE(LogRecorder::Lines().empty());
+    EXPECT_TRUE(Recorded().Entries().empty());
 }
 
 TEST_F(Decoder, RefusesARateWhoseDoubleWouldOverflowWithoutLogging)
 {
     FFmpegDecode fast(playThread, 1073741824);
     EXPECT_EQ(fast.InitFFmpeg(), -1);
-    EXPECT_TRUE(LogRecorder::Lines().empty());
+    EXPECT_TRUE(Recorded().Entries().empty());
     AVCodecContext *context = FFmpegDecodeProbe(fast).Codec();
     fast.ReleaseFFmpeg();
     av_free(context);
@@ -133,7 +131,7 @@ TEST_F(Decoder, AFrameOf1024SamplesYieldsOneBlockOf4096Bytes)
     for (const AudioPlayBuffer *block : queue.PlayQueue()) {
         EXPECT_EQ(block->len, 4096);
     }
-    EXPECT_TRUE(LogRecorder::Lines().empty()) << "running out of frames is no error";
+    EXPECT_TRUE(Recorded().Entries().empty()) << "running out of frames is no error";
 }
 
 TEST_F(Decoder, DecodedSoundIsTheEncodedTone)
@@ -194,21 +192,21 @@ TEST_F(Decoder, ANullFrameOrHeaderIsLoggedAndDecodesNothing)
     decoder.DecoderAudioFrame(nullptr);
     StreamFrame record{};
     decoder.DecoderAudioFrame(&record);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"frame data or data->header is nullptr", checkTag, 2);
+    ExpectLine(LOG_LEVEL_ERROR, L"frame data or data->header is nullptr", checkTag, 2);
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
 TEST_F(Decoder, BeforeInitialisationTheMissingFrameIsLogged)
 {
     Write(AacFrame{1, 2, 3});
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
 }
 
 TEST_F(Decoder, AMissingPacketIsLogged)
 {
     members.Frame() = av_frame_alloc();
     Write(AacFrame{1, 2, 3});
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"packetToPlay is null, can not decode audio frame", checkTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"packetToPlay is null, can not decode audio frame", checkTag);
 }
 
 TEST_F(Decoder, AnEmptyPayloadIsRefusedWithItsCodeRightBehindTheMessage)
@@ -216,7 +214,7 @@ TEST_F(Decoder, AnEmptyPayloadIsRefusedWithItsCodeRightBehindTheMessage)
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     uint8_t byte = 0;
     Write(&byte, 0);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
 }
 
 TEST_F(Decoder, AMissingPayloadIsRefusedAndTheNextFrameStillPlays)
@@ -224,7 +222,7 @@ TEST_F(Decoder, AMissingPayloadIsRefusedAndTheNextFrameStillPlays)
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     Write(nullptr, 0);
     Write(nullptr, 100);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag, 2);
+    ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag, 2);
     Write(EncodeTone(1)[0]);
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
@@ -234,7 +232,7 @@ TEST_F(Decoder, ASizeAboveTheSignedRangeIsRefused)
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     uint8_t byte = 0;
     Write(&byte, 0xFFFFFFFFu);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
 }
 
 TEST_F(Decoder, CorruptFramesAreDroppedAndTheDecoderStaysUsable)
@@ -253,14 +251,36 @@ TEST_F(Decoder, CorruptFramesAreDroppedAndTheDecoderStaysUsable)
     EXPECT_GE(queue.PlayQueue().size(), 2u);
 }
 
-TEST_F(Decoder, AMonoFrameHasNoSecondPlaneAndIsDroppedWithALine)
+TEST_F(Decoder, AFrameWithoutASecondPlaneIsDroppedWithALine)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (const AacFrame &frame : EncodeTone(2, 1)) {
+    AVFrame *frame = members.Frame();
+    frame->format = AV_SAMPLE_FMT_FLTP;
+    frame->sample_rate = 48000;
+    frame->nb_samples = 1024;
+    av_channel_layout_default(&frame->ch_layout, 1);
+    ASSERT_EQ(av_frame_get_buffer(frame, 0), 0);
+    EXPECT_FALSE(members.PostDecodedFrame());
+    ExpectLine(4, L"frame->data 1 is null", decodeTag);
+    frame->data[0] = nullptr;
+    EXPECT_FALSE(members.PostDecodedFrame());
+    ExpectLine(4, L"frame->data 0 is null", decodeTag);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+TEST_F(Decoder, AMonoStreamPlaysOnTheLeftChannelAtLeast)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const AacFrame &frame : EncodeTone(6, 1)) {
         Write(frame);
     }
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"frame->data 1 is null", decodeTag, 2);
-    EXPECT_TRUE(queue.PlayQueue().empty());
+    ASSERT_FALSE(queue.PlayQueue().empty());
+    const auto *samples = reinterpret_cast<const int16_t *>(queue.PlayQueue().back()->buf);
+    int peak = 0;
+    for (int i = 0; i < 1024; ++i) {
+        peak = std::max(peak, std::abs(int{samples[2 * i]}));
+    }
+    EXPECT_NEAR(peak, 16384, 1200);
 }
 
 TEST_F(Decoder, AMissingConverterIsLoggedAndAbandonsTheCall)
@@ -268,7 +288,7 @@ TEST_F(Decoder, AMissingConverterIsLoggedAndAbandonsTheCall)
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     swr_free(&members.Converter());
     Write(EncodeTone(1)[0]);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"swrContext is nullptr", resampleTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"swrContext is nullptr", resampleTag);
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
@@ -277,7 +297,7 @@ TEST_F(Decoder, AConverterThatIsNotSetUpIsLoggedWithItsCode)
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     swr_close(members.Converter());
     Write(EncodeTone(1)[0]);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
 }
 
 TEST_F(Decoder, ABlockWithoutSizeIsLogged)
@@ -289,7 +309,7 @@ TEST_F(Decoder, ABlockWithoutSizeIsLogged)
     queue.FreeQueued();
     members.OutChannels() = 0; // no channels: the size comes out as an error
     Write(frame);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"out_buffer_size too small", decodeTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"out_buffer_size too small", decodeTag);
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
@@ -299,7 +319,7 @@ TEST_F(Decoder, ABufferThatCannotBeAllocatedIsLoggedAndTriedAgainForTheNextFrame
     const AacFrame frame = EncodeTone(1)[0];
     members.OutChannels() = -1; // refused as a buffer size
     Write(frame);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"av_samples_alloc failed", resampleTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"av_samples_alloc failed", resampleTag);
     EXPECT_EQ(members.OutBuffer(), nullptr);
     EXPECT_EQ(members.Capacity(), 0) << "the old capacity stays";
     members.OutChannels() = 2;
@@ -310,7 +330,7 @@ TEST_F(Decoder, ABufferThatCannotBeAllocatedIsLoggedAndTriedAgainForTheNextFrame
 TEST_F(Decoder, AMissingOutputBufferIsLogged)
 {
     members.PostAudioData(nullptr, 16);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"outBuffer is nullptr", postTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"outBuffer is nullptr", postTag);
 }
 
 TEST_F(Decoder, ReleaseFreesEverythingAndMayBeRepeated)
@@ -335,7 +355,7 @@ TEST_F(Decoder, AfterReleaseAFrameIsRefusedWithoutACrash)
     decoder.ReleaseFFmpeg();
     av_free(context);
     Write(AacFrame{1, 2, 3});
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 
 #include "handler/listener.h"
 #include "handler/speaker_track.h"
-#include "log_recorder.h"
+#include "log_lines.h"
 #include "tests/fakes/fake_windows.h"
 #include "velto/audio_handler.h"
 
@@ -13,13 +13,13 @@ extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace {
 
-using velto_test::LogRecorder;
+using namespace velto_test;
 
 class HandlerTable : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        LogRecorder::Clear();
+        Recorded().Clear();
         fakewin::Reset();
     }
 
@@ -47,7 +47,7 @@ void Record(const char *id, uint32_t idLength, int32_t code)
 TEST_F(HandlerTable, ANullTableIsRefusedWithoutAnyOtherEffect)
 {
     EXPECT_EQ(VELTOGetAudioHandler(nullptr), -2000);
-    EXPECT_TRUE(LogRecorder::Lines().empty());
+    EXPECT_TRUE(Recorded().Entries().empty());
     EXPECT_TRUE(fakewin::CreatedEvents().empty());
 }
 
@@ -108,7 +108,7 @@ TEST_F(HandlerTable, ANullListenerIsRefusedAndTheEarlierOneIsKept)
     const AudioListener listener{Record, nullptr};
     ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
     EXPECT_EQ(velto::VeltoRegisterListener(nullptr), -2000);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null",
+    ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null",
                             "`anonymous-namespace'::VeltoRegisterListener");
     events = 0;
     velto::SendEvent("mic1", 4, 4);

@@ -8,21 +8,21 @@
 #include <string>
 #include <vector>
 
-#include "log_recorder.h"
+#include "log_lines.h"
 #include "tests/fakes/failing_calloc.h"
 #include "velto/audio_handler.h"
 
 namespace {
 
 using namespace velto;
-using velto_test::LogRecorder;
+using namespace velto_test;
 
 constexpr char capabilityTag[] = "`anonymous-namespace'::VeltoGetAudioCapability";
 constexpr char releaseTag[] = "`anonymous-namespace'::VeltoRelease";
 
 class HostRecords : public ::testing::Test {
 protected:
-    void SetUp() override { LogRecorder::Clear(); }
+    void SetUp() override { Recorded().Clear(); }
 
     static AudioParameters Apply(const std::vector<AudioProfileEntry> &entries, AudioParameters parameters = {})
     {
@@ -70,12 +70,12 @@ TEST_F(HostRecords, CapabilitiesWithANullArgumentAreRefusedAndLogged)
     EXPECT_EQ(count, 77u);
     EXPECT_EQ(VeltoGetAudioCapability(&list, nullptr), -2000);
     EXPECT_EQ(list, nullptr);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"audio capabilities or num is null", capabilityTag, 2);
+    ExpectLine(LOG_LEVEL_ERROR, L"audio capabilities or num is null", capabilityTag, 2);
 }
 
 TEST_F(HostRecords, WithoutMemoryForTheListTheCountIsStillFourAndTheListNull)
 {
-    auto *list = reinterpret_cast<AudioCapabilityItem *>(&list);
+    AudioCapabilityItem *list = reinterpret_cast<AudioCapabilityItem *>(&list);
     uint32_t count = 0;
     const fakes::FailingCalloc noMemory(1);
     EXPECT_EQ(VeltoGetAudioCapability(&list, &count), -3);
@@ -101,7 +101,7 @@ TEST_F(HostRecords, ItemWithoutAnIdIsRefusedAndLogged)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(nullptr, 0, item), -2000);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"device name is null",
+    ExpectLine(LOG_LEVEL_ERROR, L"device name is null",
                             "`anonymous-namespace'::GetAudioCapabilityItem");
 }
 
@@ -133,15 +133,15 @@ TEST_F(HostRecords, ReleaseOfAnotherTypeLogsTheTypeAndFreesNothing)
     VeltoRelease(2, block, 4);
     EXPECT_STREQ(block, "still here");
     std::free(block); // would be a double free had Release freed it
-    LogRecorder::ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 2", releaseTag);
-    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR), 0u);
+    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 2", releaseTag);
+    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
 }
 
 TEST_F(HostRecords, ReleaseOfANullBlockLogsBothLines)
 {
     VeltoRelease(1, nullptr, 4);
-    LogRecorder::ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"released ptr is null", releaseTag);
+    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
+    ExpectLine(LOG_LEVEL_ERROR, L"released ptr is null", releaseTag);
 }
 
 TEST_F(HostRecords, ReleaseWithCountZeroFreesTheBlockAlone)
@@ -151,7 +151,7 @@ TEST_F(HostRecords, ReleaseWithCountZeroFreesTheBlockAlone)
     auto *block = std::malloc(sizeof(AudioCapabilityItem));
     std::memset(block, 0xA5, sizeof(AudioCapabilityItem));
     VeltoRelease(1, block, 0);
-    LogRecorder::ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
+    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
 }
 
 TEST_F(HostRecords, ReleaseSkipsWhatAnItemDoesNotHave)
@@ -159,7 +159,7 @@ TEST_F(HostRecords, ReleaseSkipsWhatAnItemDoesNotHave)
     auto *items = static_cast<AudioCapabilityItem *>(std::calloc(2, sizeof(AudioCapabilityItem)));
     items[1].codecs = static_cast<uint32_t *>(std::malloc(4));
     VeltoRelease(1, items, 2);
-    EXPECT_EQ(LogRecorder::Count(LOG_LEVEL_ERROR), 0u);
+    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
 }
 
 TEST_F(HostRecords, ChannelCodesMapToCountsAndUnknownOnesChangeNothing)
@@ -212,7 +212,7 @@ TEST_F(HostRecords, ANullListOrNullEntriesAreLoggedAndChangeNothing)
     EXPECT_EQ(parameters.sampleRate, 1u);
     EXPECT_EQ(parameters.channels, 2u);
     EXPECT_EQ(parameters.bitsPerSample, 3u);
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter",
+    ExpectLine(LOG_LEVEL_ERROR, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter",
                             2);
 }
 

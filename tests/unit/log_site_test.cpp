@@ -6,53 +6,44 @@
 #include <thread>
 #include <vector>
 
-#include "log_recorder.h"
+#include "log_lines.h"
 
 namespace {
 
-using velto_test::LogRecorder;
+using namespace velto_test;
 
 class LogSite : public ::testing::Test {
 protected:
-    void SetUp() override { LogRecorder::Clear(); }
+    void SetUp() override { Recorded().Clear(); }
 };
 
 TEST_F(LogSite, ChannelGetsTheMessageAloneAndThenTheSingletonGetsItWithTheTag)
 {
     velto::LogInfo("`anonymous-namespace'::VeltoRelease", "VeltoRelease type = ", 1u);
-    const auto lines = LogRecorder::Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].sink, LogRecorder::Sink::Channel);
-    EXPECT_EQ(lines[0].channel, "OceloMirror");
-    EXPECT_EQ(lines[0].level, 3);
-    EXPECT_EQ(lines[0].text, L"VeltoRelease type = 1");
-    EXPECT_EQ(lines[1].sink, LogRecorder::Sink::Singleton);
-    EXPECT_EQ(lines[1].level, 3);
-    EXPECT_EQ(lines[1].text, L"VeltoRelease type = 1(`anonymous-namespace'::VeltoRelease)");
+    const std::vector<fakes::LogEntry> expected{
+        {3, L"VeltoRelease type = 1", "`anonymous-namespace'::VeltoRelease", true}};
+    EXPECT_EQ(Recorded().Entries(), expected);
+    EXPECT_EQ(Recorded().Channels(), std::vector<std::string>{"OceloMirror"});
 }
 
 TEST_F(LogSite, ErrorsHaveLevelFour)
 {
     velto::LogError("tag", "message");
-    for (const auto &line : LogRecorder::Lines()) {
-        EXPECT_EQ(line.level, 4);
-    }
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"message", "tag");
+    ExpectLine(4, L"message", "tag");
 }
 
 TEST_F(LogSite, NarrowTextIsWidenedAndIntegersAreDecimal)
 {
     velto::LogError("tag", "a", std::string("b"), L"c", int32_t{-22}, uint32_t{4294967295u});
-    LogRecorder::ExpectLine(LOG_LEVEL_ERROR, L"abc-224294967295", "tag");
+    ExpectLine(LOG_LEVEL_ERROR, L"abc-224294967295", "tag");
 }
 
 TEST_F(LogSite, TheFrameCounterGoesToTheSingletonOnly)
 {
     velto::LogInfoToSingleton("tag", "VeltoWriteStream has received", 51u, " frame");
-    const auto lines = LogRecorder::Lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].sink, LogRecorder::Sink::Singleton);
-    EXPECT_EQ(lines[0].text, L"VeltoWriteStream has received51 frame(tag)");
+    const std::vector<fakes::LogEntry> expected{{3, L"VeltoWriteStream has received51 frame", "tag", false}};
+    EXPECT_EQ(Recorded().Entries(), expected);
+    EXPECT_TRUE(Recorded().Channels().empty());
 }
 
 TEST_F(LogSite, ManyThreadsKeepTheirLinesWhole)
@@ -70,7 +61,7 @@ TEST_F(LogSite, ManyThreadsKeepTheirLinesWhole)
     }
     for (int i = 0; i < 4; ++i) {
         for (int k = 0; k < 100; ++k) {
-            LogRecorder::ExpectLine(LOG_LEVEL_ERROR,
+            ExpectLine(LOG_LEVEL_ERROR,
                                     L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k), "tag");
         }
     }
