@@ -1,8 +1,10 @@
 // Handles, waits, clock, threads.
 #include "tests/fakes/fake_windows.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <list>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -24,6 +26,11 @@ struct Waitable {
     bool signalled;
 };
 
+struct ClockWaiter {
+    HANDLE handle; // null: a sleep
+    uint64_t deadlineMs;
+};
+
 // Never destroyed: the module's static objects make calls when the process ends.
 struct State {
     std::mutex mutex;
@@ -31,7 +38,7 @@ struct State {
     std::map<HANDLE, Waitable> handles;
     uintptr_t nextHandle = 0x100;
     uint64_t clockMs = 0;
-    int clockWaiters = 0;
+    std::list<ClockWaiter> clockWaiters;
     int liveThreads = 0;
     std::vector<EventRecord> events;
     std::vector<WaitRecord> waits;
@@ -63,13 +70,26 @@ void Record(State &state, WaitRecord record)
 
 // Blocks on the driven clock until `done` or the time has come. The lock is held.
 template <typename Done>
-void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, DWORD waitMs, Done done)
+void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, HANDLE handle, DWORD waitMs, Done done)
 {
     const uint64_t deadline = state.clockMs + waitMs;
-    ++state.clockWaiters;
+    const auto self = state.clockWaiters.insert(state.clockWaiters.end(), {handle, deadline});
     state.changed.notify_all();
     state.changed.wait(lock, [&] { return done() || state.clockMs >= deadline; });
-    --state.clockWaiters;
+    state.clockWaiters.erase(self);
+    state.changed.notify_all();
+}
+
+// Threads that only the clock, or an event to come, will wake; not those that have been woken and
+// did not run yet. The lock is held.
+int SettledClockWaiters(const State &state)
+{
+    return static_cast<int>(std::count_if(
+        state.clockWaiters.begin(), state.clockWaiters.end(), [&](const ClockWaiter &waiter) {
+            const auto found = state.handles.find(waiter.handle);
+            const bool woken = found != state.handles.end() && found->second.signalled;
+            return !woken && state.clockMs < waiter.deadlineMs;
+        }));
 }
 
 BOOL ChangeEvent(Call call, HANDLE event, bool signalled)
@@ -184,7 +204,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
         if (waitMs == INFINITE) {
             state.changed.wait(lock, over);
         } else if (waitMs >= clockWaitMs) {
-            WaitOnClock(state, lock, waitMs, over);
+            WaitOnClock(state, lock, handle, waitMs, over);
         } else if (waitMs > 0) {
             state.changed.wait_for(lock, briefly, over);
         }
@@ -222,7 +242,7 @@ void Sleep(DWORD sleepMs)
     std::unique_lock lock(state.mutex);
     Record(state, {Call::Sleep, nullptr, sleepMs});
     if (sleepMs >= clockWaitMs) {
-        WaitOnClock(state, lock, sleepMs, [] { return false; });
+        WaitOnClock(state, lock, nullptr, sleepMs, [] { return false; });
         return;
     }
     lock.unlock();
@@ -264,7 +284,7 @@ bool AwaitClockWaiters(int count)
 {
     State &state = TheState();
     std::unique_lock lock(state.mutex);
-    return state.changed.wait_for(lock, 2s, [&] { return state.clockWaiters == count; });
+    return state.changed.wait_for(lock, 2s, [&] { return SettledClockWaiters(state) == count; });
 }
 
 ULONGLONG GetTickCount64()

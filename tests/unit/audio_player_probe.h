@@ -1,0 +1,61 @@
+// The unit tests' view of a renderer's members.
+#pragma once
+
+#include <utility>
+
+#include "render/audio_player_was.h"
+
+extern "C" {
+#include <libswresample/swresample.h>
+}
+
+namespace velto {
+
+class AudioPlayerWasProbe {
+public:
+    explicit AudioPlayerWasProbe(AudioPlayerWas &player) : m_player(player) {}
+
+    bool IsOpen() const { return m_player.m_isOpen; }
+    void SetOpen(bool value) { m_player.m_isOpen = value; }
+    bool BroadcastFlag() const { return m_player.m_broadcastFlag; }
+    bool DeviceChanged() const { return m_player.m_deviceChanged; }
+    bool PropertyChanged() const { return m_player.m_propertyChanged; }
+    IAudioPlayerCallback *Callback() const { return m_player.m_callback; }
+
+    IMMDeviceEnumerator *&Enumerator() { return m_player.m_enumerator; }
+    IMMDevice *&Device() { return m_player.m_device; }
+    IAudioClient *&AudioClient() { return m_player.m_audioClient; }
+    IAudioRenderClient *&RenderClient() { return m_player.m_renderClient; }
+    WasapiDeviceEvents *NotificationClient() const { return m_player.m_notificationClient; }
+    WAVEFORMATEX *&MixFormat() { return m_player.m_mixFormat; }
+    LPWSTR DeviceId() const { return m_player.m_deviceId; }
+    HANDLE BufferEvent() const { return m_player.m_bufferEvent; }
+    HANDLE WaitEvent() const { return m_player.m_waitEvent; }
+    bool NotificationRegistered() const { return m_player.m_notificationRegistered; }
+    uint32_t BufferFrames() const { return m_player.m_bufferFrames; }
+
+    const OutputFormat &Output() const { return m_player.m_output; }
+    uint32_t &FrameBytes() { return m_player.m_frameBytes; }
+    int32_t OutputFrames() const { return m_player.m_outputFrames; }
+    int32_t OutputCapacityFrames() const { return m_player.m_outputCapacityFrames; }
+    int32_t &OutputBytes() { return m_player.m_outputBytes; }
+    uint8_t **&InputBuffer() { return m_player.m_inputBuffer; }
+    uint8_t **&OutputBuffer() { return m_player.m_outputBuffer; }
+    bool HasResampler() const { return m_player.m_resampler != nullptr; }
+    // Takes the converter away, so that a later Open does not lose it.
+    SwrContext *TakeResampler() { return std::exchange(m_player.m_resampler, nullptr); }
+
+    int32_t ActivateWasClient() { return m_player.ActivateWasClient(); }
+    void GetWaveFormatParm() { m_player.GetWaveFormatParm(); }
+    int32_t ResampleInit() { return m_player.ResampleInit(); }
+    int32_t Resample(const uint8_t *data, uint64_t size) { return m_player.Resample(data, size); }
+    void AudioWriteToWasClient() { m_player.AudioWriteToWasClient(); }
+    int32_t CheckDeviceChanged() { return m_player.CheckDeviceChanged(); }
+    int32_t OnAudioDeviceChanged() { return m_player.OnAudioDeviceChanged(); }
+    int32_t OnAudioPropertyValueChanged() { return m_player.OnAudioPropertyValueChanged(); }
+
+private:
+    AudioPlayerWas &m_player;
+};
+
+} // namespace velto

@@ -1,0 +1,85 @@
+#include "render_fixture.h"
+
+#include <cstring>
+
+namespace velto_test {
+
+std::vector<uint8_t> MakeBlock(uint32_t seed, size_t frames)
+{
+    std::vector<uint8_t> block(frames * 4);
+    uint32_t state = seed * 2654435761U + 1;
+    for (uint8_t &byte : block) {
+        state = state * 1664525U + 1013904223U;
+        byte = static_cast<uint8_t>(state >> 24);
+    }
+    return block;
+}
+
+std::vector<uint8_t> Widened(const std::vector<uint8_t> &block)
+{
+    std::vector<uint8_t> wide(block.size() * 2);
+    for (size_t i = 0; i < block.size(); i += 2) {
+        wide[2 * i + 2] = block[i];
+        wide[2 * i + 3] = block[i + 1];
+    }
+    return wide;
+}
+
+std::wstring FunctionFail(int64_t result, int line)
+{
+    return L"AudioPlayerWas function fail with " + std::to_wstring(result) + L". Release resource. Line:" +
+           std::to_wstring(line);
+}
+
+std::wstring MemoryFail(int line)
+{
+    return L"AudioPlayerWas memory fail with 0. Release resource. Line:" + std::to_wstring(line);
+}
+
+std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
+{
+    fakewin::Reset();
+    fakes::AudioSystem::Instance().Reset();
+    fakeffmpeg::Script().Reset();
+    fakes::LogRecorder::Instance().Clear();
+    return std::make_unique<velto::AudioPlayerWas>();
+}
+
+RenderTest::RenderTest()
+    : player(MakePlayer()), probe(*player), m_handles(fakewin::LiveHandles()),
+      m_taskBlocks(fakewin::LiveTaskBlocks()), m_objects(audio.LiveObjects()),
+      m_apartments(fakewin::OpenApartments()), m_callbacks(audio.RegisteredCallbacks()),
+      m_implementationReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
+{
+}
+
+RenderTest::~RenderTest()
+{
+    Destroy();
+    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
+    EXPECT_EQ(fakewin::LiveHandles(), m_handles);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), m_taskBlocks);
+    EXPECT_EQ(audio.LiveObjects(), m_objects);
+    EXPECT_EQ(fakewin::OpenApartments(), m_apartments);
+    EXPECT_EQ(audio.RegisteredCallbacks(), m_callbacks);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), m_implementationReferences);
+}
+
+void RenderTest::Destroy()
+{
+    if (player != nullptr && fakewin::ApartmentDepth() > 0) {
+        probe.SetOpen(true); // a test may have cleared it
+        player->Close();
+    }
+    player.reset();
+}
+
+void RenderTest::OpenWith(const fakes::MixFormat &mix)
+{
+    Speakers().mixFormat = mix;
+    ASSERT_TRUE(Open());
+    ASSERT_NE(probe.RenderClient(), nullptr) << ::testing::PrintToString(Log());
+    ClearLog();
+}
+
+} // namespace velto_test
