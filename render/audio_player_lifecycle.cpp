@@ -1,9 +1,6 @@
 // Opening, activating, closing and cleaning up.
 #include "render/audio_player_was.h"
 
-#include <ks.h>
-#include <ksmedia.h>
-
 #include <new>
 
 #include "handler/log.h"
@@ -19,6 +16,9 @@ namespace velto {
 namespace {
 
 constexpr REFERENCE_TIME bufferDuration100ns = 3000000; // 300 ms
+
+// KSDATAFORMAT_SUBTYPE_PCM of ksmedia.h, which not every SDK has in a library.
+constexpr GUID pcmSubFormat{0x00000001, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 
 constexpr char openTag[] = "AudioPlayerWas::Open";
 constexpr char initTag[] = "AudioPlayerWas::InitDefaultAudioDevice";
@@ -200,7 +200,7 @@ bool AudioPlayerWas::InitializeClient(const ActivationLines &lines)
 {
     m_frameBytes = m_mixFormat->nBlockAlign;
     if (m_mixFormat->cbSize >= sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX)) {
-        reinterpret_cast<WAVEFORMATEXTENSIBLE *>(m_mixFormat)->SubFormat = KSDATAFORMAT_SUBTYPE_PCM;
+        reinterpret_cast<WAVEFORMATEXTENSIBLE *>(m_mixFormat)->SubFormat = pcmSubFormat;
     }
     return CallSucceeded(lines.tag, lines.initialize, [this] {
         return m_audioClient->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK,
