@@ -1,0 +1,100 @@
+#include "render/wasapi_device_events.h"
+
+#include "render_fixture.h"
+
+namespace {
+
+using namespace velto_test;
+
+class DeviceEvents : public RenderTest {};
+
+TEST_F(DeviceEvents, OnlyTheMultimediaRoleOfTheRenderFlowRaisesTheDeviceFlag)
+{
+    EXPECT_TRUE(Open());
+    for (const EDataFlow flow : {eRender, eCapture, eAll}) {
+        for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
+            player->SetDeviceChanged(false);
+            audio.NotifyDefaultChanged(flow, role, L"speakers");
+            EXPECT_EQ(probe.DeviceChanged(), flow == eRender && role == eMultimedia) << flow << " " << role;
+        }
+    }
+    EXPECT_FALSE(probe.PropertyChanged());
+}
+
+TEST_F(DeviceEvents, AnyPropertyOfAnyDeviceRaisesThePropertyFlag)
+{
+    EXPECT_TRUE(Open());
+    audio.NotifyPropertyChanged(L"some microphone");
+    EXPECT_TRUE(probe.PropertyChanged());
+    EXPECT_FALSE(probe.DeviceChanged());
+}
+
+TEST_F(DeviceEvents, StatesAdditionsAndRemovalsAreIgnored)
+{
+    EXPECT_TRUE(Open());
+    ClearLog();
+    audio.NotifyStateChanged(L"speakers", DEVICE_STATE_UNPLUGGED);
+    audio.NotifyAdded(L"headset");
+    audio.NotifyRemoved(L"speakers");
+    EXPECT_FALSE(probe.DeviceChanged());
+    EXPECT_FALSE(probe.PropertyChanged());
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(DeviceEvents, EveryNotificationReturnsSuccess)
+{
+    velto::WasapiDeviceEvents events(player.get());
+    EXPECT_EQ(events.OnDeviceStateChanged(L"id", DEVICE_STATE_DISABLED), S_OK);
+    EXPECT_EQ(events.OnDeviceAdded(L"id"), S_OK);
+    EXPECT_EQ(events.OnDeviceRemoved(L"id"), S_OK);
+    EXPECT_EQ(events.OnDefaultDeviceChanged(eCapture, eConsole, nullptr), S_OK);
+    EXPECT_EQ(events.OnDefaultDeviceChanged(eRender, eMultimedia, nullptr), S_OK);
+    EXPECT_EQ(events.OnPropertyValueChanged(nullptr, PROPERTYKEY{}), S_OK);
+}
+
+TEST_F(DeviceEvents, WithoutARendererBothNotificationsLogAndSucceed)
+{
+    velto::WasapiDeviceEvents events(nullptr);
+    EXPECT_EQ(events.OnDefaultDeviceChanged(eRender, eMultimedia, L"id"), S_OK);
+    EXPECT_EQ(events.OnDefaultDeviceChanged(eCapture, eConsole, L"id"), S_OK);
+    EXPECT_EQ(events.OnPropertyValueChanged(L"id", PROPERTYKEY{}), S_OK);
+    const std::wstring text = L"WasapiDeviceEvents playerWas is nullptr";
+    ExpectLine(errorLevel, text, "WasapiDeviceEvents::OnDefaultDeviceChanged", 2);
+    ExpectLine(errorLevel, text, "WasapiDeviceEvents::OnPropertyValueChanged", 1);
+}
+
+TEST_F(DeviceEvents, ReferencesAreNotCounted)
+{
+    velto::WasapiDeviceEvents events(player.get());
+    EXPECT_EQ(events.AddRef(), 0u);
+    EXPECT_EQ(events.AddRef(), 0u);
+    EXPECT_EQ(events.Release(), 0u);
+    EXPECT_EQ(events.Release(), 0u);
+    EXPECT_EQ(events.Release(), 0u);
+}
+
+TEST_F(DeviceEvents, AnswersItsOwnInterfacesOnly)
+{
+    velto::WasapiDeviceEvents events(player.get());
+    void *object = nullptr;
+    EXPECT_EQ(events.QueryInterface(IID_IUnknown, &object), S_OK);
+    EXPECT_EQ(object, &events);
+    object = nullptr;
+    EXPECT_EQ(events.QueryInterface(__uuidof(IMMNotificationClient), &object), S_OK);
+    EXPECT_EQ(object, &events);
+    EXPECT_EQ(events.QueryInterface(__uuidof(IMMDevice), &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+}
+
+TEST_F(DeviceEvents, RaisingAFlagMakesNoSystemCall)
+{
+    EXPECT_TRUE(Open());
+    const int calls = fakewin::TotalCalls();
+    const int requests = audio.Count(Method::GetDefaultAudioEndpoint);
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    audio.NotifyPropertyChanged(L"speakers");
+    EXPECT_EQ(fakewin::TotalCalls(), calls);
+    EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), requests);
+}
+
+} // namespace

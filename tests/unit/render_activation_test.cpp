@@ -1,0 +1,431 @@
+// Finding the default endpoint and activating a client on it, first and again.
+#include <algorithm>
+#include <cstring>
+
+#include "render_fixture.h"
+
+#include <ks.h>
+#include <ksmedia.h>
+
+namespace {
+
+using namespace velto_test;
+using fakewin::Call;
+
+constexpr char initTag[] = "AudioPlayerWas::InitDefaultAudioDevice";
+constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
+constexpr char resampleInitTag[] = "AudioPlayerWas::ResampleInit";
+constexpr wchar_t initializeEnd[] = L"AudioPlayerWas Initialize end. BUFF_DURATIAN=3000000";
+constexpr wchar_t resamplerFailed[] = L"AudioPlayerWas Failed to initialize the resampling context";
+constexpr HRESULT firstError = E_ACCESSDENIED;
+constexpr HRESULT secondError = E_UNEXPECTED;
+
+WAVEFORMATEXTENSIBLE ExtensibleOf(const fakes::ClientRecord &client)
+{
+    WAVEFORMATEXTENSIBLE format{};
+    EXPECT_EQ(client.format.size(), sizeof(format));
+    std::memcpy(&format, client.format.data(), std::min(sizeof(format), client.format.size()));
+    return format;
+}
+
+struct FailingStep {
+    Method method;
+    int line;
+    int nth; // of the method's calls while opening or re-activating
+};
+
+std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info) { return "Line" + std::to_string(info.param.line); }
+
+// --- The first activation --------------------------------------------------------------------
+
+class RenderActivation : public RenderTest {
+protected:
+    void ExpectOpenWithoutClient()
+    {
+        EXPECT_TRUE(probe.IsOpen());
+        EXPECT_EQ(probe.Device(), nullptr);
+        EXPECT_EQ(probe.AudioClient(), nullptr);
+        EXPECT_EQ(probe.RenderClient(), nullptr);
+        EXPECT_EQ(audio.LiveObjects(), 1) << "the enumerator";
+        EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+        ClearLog();
+        Play(MakeBlock());
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
+                                                 "AudioPlayerWas::PlayAudio"}}));
+    }
+};
+
+class RenderActivationStep : public RenderActivation, public ::testing::WithParamInterface<FailingStep> {};
+
+TEST_P(RenderActivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClient)
+{
+    audio.Fail(GetParam().method, firstError, GetParam().nth);
+    audio.Fail(GetParam().method, secondError, GetParam().nth + 1);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, FunctionFail(secondError, GetParam().line), initTag);
+    ExpectOpenWithoutClient();
+}
+
+TEST_P(RenderActivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
+{
+    audio.Fail(GetParam().method, firstError, GetParam().nth);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, FunctionFail(S_OK, GetParam().line), initTag);
+    ExpectOpenWithoutClient();
+}
+
+INSTANTIATE_TEST_SUITE_P(, RenderActivationStep,
+                         ::testing::Values(FailingStep{Method::GetDefaultAudioEndpoint, 296, 1},
+                                           FailingStep{Method::GetId, 297, 1}, FailingStep{Method::Activate, 307, 1},
+                                           FailingStep{Method::GetMixFormat, 308, 1},
+                                           FailingStep{Method::Initialize, 315, 1},
+                                           FailingStep{Method::SetEventHandle, 320, 1},
+                                           FailingStep{Method::GetBufferSize, 321, 1},
+                                           FailingStep{Method::GetService, 323, 1}),
+                         NameOf);
+
+TEST_F(RenderActivation, LogsOneLineOnSuccess)
+{
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}}));
+}
+
+TEST_F(RenderActivation, InitialisesASharedEventDrivenClientOf300Milliseconds)
+{
+    EXPECT_TRUE(Open());
+    const auto clients = audio.Clients();
+    ASSERT_EQ(clients.size(), 1u);
+    EXPECT_EQ(clients[0].mode, AUDCLNT_SHAREMODE_SHARED);
+    EXPECT_EQ(clients[0].flags, 0x40000u);
+    EXPECT_EQ(clients[0].bufferDuration, 3000000);
+    EXPECT_EQ(clients[0].periodicity, 0);
+    EXPECT_FALSE(clients[0].hasSession);
+    EXPECT_EQ(clients[0].event, probe.BufferEvent());
+    EXPECT_EQ(clients[0].starts, 1);
+    EXPECT_EQ(probe.BufferFrames(), 14400u);
+}
+
+TEST_F(RenderActivation, RelabelsTheMixFormatAsPcmAndKeepsTheRest)
+{
+    Speakers().mixFormat = {6, 32, 44100, true, 0x60F};
+    EXPECT_TRUE(Open());
+    const WAVEFORMATEXTENSIBLE format = ExtensibleOf(audio.Clients().at(0));
+    EXPECT_TRUE(IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
+    EXPECT_EQ(format.Format.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
+    EXPECT_EQ(format.Format.nChannels, 6);
+    EXPECT_EQ(format.Format.wBitsPerSample, 32);
+    EXPECT_EQ(DWORD{format.Format.nSamplesPerSec}, 44100u);
+    EXPECT_EQ(format.Format.nBlockAlign, 24);
+    EXPECT_EQ(DWORD{format.dwChannelMask}, 0x60Fu);
+    EXPECT_EQ(probe.FrameBytes(), 24u);
+}
+
+TEST_F(RenderActivation, AMixFormatWithoutAnExtensionIsNotWrittenPast)
+{
+    Speakers().mixFormat = {2, 16, 48000, false};
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(audio.Clients().at(0).format.size(), sizeof(WAVEFORMATEX));
+    const auto block = MakeBlock();
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers"), block);
+}
+
+TEST_F(RenderActivation, SixChannelsOf32BitsAt44100SetUpTheConverter)
+{
+    Speakers().mixFormat = {6, 32, 44100};
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(probe.Output().channelLayout, 311);
+    EXPECT_EQ(probe.Output().sampleFormat, 2);
+    EXPECT_EQ(probe.Output().sampleRateHz, 44100);
+    EXPECT_EQ(probe.Output().channels, 6);
+    EXPECT_EQ(probe.OutputFrames(), 941);
+    EXPECT_EQ(probe.OutputCapacityFrames(), 941);
+}
+
+TEST_F(RenderActivation, TheFirstEndpointIsTheConsoleRoles)
+{
+    audio.Add(L"headset");
+    audio.SetDefault(eMultimedia, L"headset");
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(audio.RequestedRoles(), std::vector<ERole>{eConsole});
+    EXPECT_EQ(audio.Clients().at(0).endpoint, L"speakers");
+    EXPECT_STREQ(probe.DeviceId(), L"speakers");
+}
+
+TEST_F(RenderActivation, WithoutAnEndpointTheRendererIsOpenWithoutAClient)
+{
+    audio.SetDefaultForAllRoles(L"");
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, FunctionFail(E_NOTFOUND, 296), initTag}}));
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, AnEndpointThatIsNotActiveLeavesTheRendererOpenWithoutAClient)
+{
+    for (const DWORD state : {DEVICE_STATE_DISABLED, DEVICE_STATE_NOTPRESENT, DEVICE_STATE_UNPLUGGED}) {
+        ClearLog();
+        Speakers().state = state;
+        EXPECT_TRUE(Open());
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas endpointDevice is not active", initTag}}));
+        ExpectOpenWithoutClient();
+        player->Close();
+    }
+}
+
+TEST_F(RenderActivation, AnEndpointThatCannotTellItsStateCountsAsActive)
+{
+    audio.Fail(Method::GetState, E_FAIL);
+    Speakers().state = DEVICE_STATE_DISABLED;
+    EXPECT_TRUE(Open());
+    EXPECT_NE(probe.RenderClient(), nullptr);
+    EXPECT_EQ(audio.Count(Method::GetState), 1) << "this failure is not logged, so not called again";
+}
+
+TEST_F(RenderActivation, ANullMixFormatIsLogged)
+{
+    audio.Fail(Method::GetMixFormat, fakes::nullResult);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, MemoryFail(309), initTag}}));
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, WithoutMemoryForTheConverterThereIsNoClient)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}, {errorLevel, MemoryFail(318), initTag}}));
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, AConverterThatCannotBeSetUpIsTriedTwice)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22, 1);
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -5, 2);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag},
+                                            {errorLevel, resamplerFailed, resampleInitTag},
+                                            {errorLevel, resamplerFailed, resampleInitTag},
+                                            {errorLevel, FunctionFail(-5, 319), initTag}}));
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, AConverterThatIsSetUpAtTheSecondTimeShowsAndLeaksNothing)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, FunctionFail(0, 319), initTag);
+    ExpectLine(errorLevel, resamplerFailed, resampleInitTag);
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, WithoutAWaitEventThereIsNoClient)
+{
+    fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 2);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}, {errorLevel, MemoryFail(327), initTag}}));
+    ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, TheResultOfStartingIsIgnored)
+{
+    audio.Fail(Method::Start, E_FAIL);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}}));
+    EXPECT_EQ(audio.Count(Method::Start), 1);
+    EXPECT_NE(probe.RenderClient(), nullptr);
+}
+
+TEST_F(RenderActivation, MixFormatIdConverterAndBuffersOutliveAFailureUntilDestruction)
+{
+    audio.Fail(Method::GetService, E_FAIL, 1, 2);
+    EXPECT_TRUE(Open());
+    EXPECT_NE(probe.MixFormat(), nullptr);
+    EXPECT_STREQ(probe.DeviceId(), L"speakers");
+    EXPECT_TRUE(probe.HasResampler());
+    EXPECT_NE(probe.InputBuffer(), nullptr);
+    EXPECT_NE(probe.OutputBuffer(), nullptr);
+}
+
+// --- Activating again on the same or another device ------------------------------------------
+
+class RenderReactivation : public RenderTest {
+protected:
+    // Opens, then has the client invalidated, so that the next block activates anew.
+    void OpenAndInvalidate()
+    {
+        EXPECT_TRUE(Open());
+        audio.Invalidate(L"speakers");
+        audio.NotifyPropertyChanged(L"speakers");
+        ClearLog();
+    }
+};
+
+class RenderReactivationStep : public RenderReactivation, public ::testing::WithParamInterface<FailingStep> {
+protected:
+    void ExpectNoClientUntilALaterNotification()
+    {
+        EXPECT_EQ(probe.AudioClient(), nullptr);
+        EXPECT_EQ(probe.RenderClient(), nullptr);
+        EXPECT_NE(probe.Device(), nullptr) << "the device is kept";
+        EXPECT_EQ(audio.LiveObjects(), 2) << "enumerator and device";
+        ClearLog();
+        for (int block = 0; block < 3; ++block) {
+            Play(MakeBlock());
+        }
+        ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", "AudioPlayerWas::PlayAudio", 3);
+        EXPECT_EQ(Log().size(), 3u);
+        audio.NotifyPropertyChanged(L"speakers");
+        ClearLog();
+        Play(MakeBlock());
+        EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "sound again, of the new block only";
+    }
+};
+
+TEST_P(RenderReactivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClient)
+{
+    OpenAndInvalidate();
+    audio.Fail(GetParam().method, firstError, GetParam().nth);
+    audio.Fail(GetParam().method, secondError, GetParam().nth + 1);
+    Play(MakeBlock());
+    EXPECT_EQ(LogOf(activateTag), (std::vector<LogEntry>{{errorLevel, FunctionFail(secondError, GetParam().line), activateTag}}));
+    ExpectLine(errorLevel, L"AudioPlayerWas OnAudioPropertyValueChanged failed", "AudioPlayerWas::CheckDeviceChanged");
+    ExpectNoClientUntilALaterNotification();
+}
+
+TEST_P(RenderReactivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
+{
+    OpenAndInvalidate();
+    audio.Fail(GetParam().method, firstError, GetParam().nth);
+    Play(MakeBlock());
+    EXPECT_EQ(LogOf(activateTag), (std::vector<LogEntry>{{errorLevel, FunctionFail(S_OK, GetParam().line), activateTag}}));
+    ExpectNoClientUntilALaterNotification();
+}
+
+// The first GetBufferSize asks the old client whether it still works.
+INSTANTIATE_TEST_SUITE_P(, RenderReactivationStep,
+                         ::testing::Values(FailingStep{Method::Activate, 175, 1}, FailingStep{Method::GetMixFormat, 177, 1},
+                                           FailingStep{Method::Initialize, 186, 1},
+                                           FailingStep{Method::SetEventHandle, 188, 1},
+                                           FailingStep{Method::GetBufferSize, 189, 2},
+                                           FailingStep{Method::GetService, 191, 1}),
+                         NameOf);
+
+TEST_F(RenderReactivation, WithoutADeviceItFailsAtOnceAndSilently)
+{
+    EXPECT_EQ(probe.ActivateWasClient(), 1);
+    EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(fakewin::TotalCalls(), 0);
+}
+
+TEST_F(RenderReactivation, ANullMixFormatFailsSilentlyAndReleasesNothing)
+{
+    OpenAndInvalidate();
+    audio.Fail(Method::GetMixFormat, fakes::nullResult);
+    Play(MakeBlock());
+    EXPECT_TRUE(LogOf(activateTag).empty());
+    EXPECT_NE(probe.AudioClient(), nullptr) << "the client without a format stays";
+    ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", "AudioPlayerWas::PlayAudio");
+}
+
+TEST_F(RenderReactivation, AfterANullMixFormatANewDefaultDeviceIsTaken)
+{
+    OpenAndInvalidate();
+    audio.Fail(Method::GetMixFormat, fakes::nullResult);
+    Play(MakeBlock());
+    audio.Add(L"headset");
+    audio.SetDefaultForAllRoles(L"headset");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    Play(MakeBlock());
+    EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
+}
+
+TEST_F(RenderReactivation, InitialisesWithTheSameArgumentsAndTheNewFormat)
+{
+    OpenAndInvalidate();
+    Speakers().mixFormat = {8, 16, 96000};
+    Speakers().bufferFrames = 28800;
+    Play(MakeBlock());
+    const auto clients = audio.Clients();
+    ASSERT_EQ(clients.size(), 2u);
+    EXPECT_FALSE(clients[0].alive);
+    EXPECT_EQ(clients[0].endpoint, clients[1].endpoint);
+    EXPECT_EQ(clients[1].mode, AUDCLNT_SHAREMODE_SHARED);
+    EXPECT_EQ(clients[1].flags, 0x40000u);
+    EXPECT_EQ(clients[1].bufferDuration, 3000000);
+    EXPECT_EQ(clients[1].periodicity, 0);
+    EXPECT_FALSE(clients[1].hasSession);
+    EXPECT_EQ(clients[1].event, probe.BufferEvent()) << "the same event";
+    EXPECT_EQ(clients[1].starts, 1);
+    const WAVEFORMATEXTENSIBLE format = ExtensibleOf(clients[1]);
+    EXPECT_TRUE(IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
+    EXPECT_EQ(DWORD{format.Format.nSamplesPerSec}, 96000u);
+    EXPECT_EQ(probe.FrameBytes(), 16u);
+    EXPECT_EQ(probe.BufferFrames(), 28800u);
+    EXPECT_EQ(probe.Output().channelLayout, 1847);
+    EXPECT_EQ(probe.Output().sampleRateHz, 96000);
+    EXPECT_FALSE(Speakers().written.empty());
+    ExpectLine(infoLevel, initializeEnd, initTag, 0);
+}
+
+TEST_F(RenderReactivation, ReusesTheConverter)
+{
+    OpenAndInvalidate();
+    const int allocated = fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_alloc);
+    const int initialised = fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init);
+    Play(MakeBlock());
+    EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_alloc), allocated);
+    EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init), initialised + 1);
+}
+
+TEST_F(RenderReactivation, AConverterThatCannotBeSetUpIsIgnored)
+{
+    OpenAndInvalidate();
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
+    EXPECT_EQ(probe.CheckDeviceChanged(), 0);
+    EXPECT_EQ(LogOf(resampleInitTag), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
+    EXPECT_TRUE(LogOf(activateTag).empty());
+    EXPECT_NE(probe.RenderClient(), nullptr);
+}
+
+TEST_F(RenderReactivation, TheResultOfStartingIsIgnored)
+{
+    OpenAndInvalidate();
+    audio.Fail(Method::Start, E_FAIL);
+    EXPECT_EQ(probe.CheckDeviceChanged(), 0);
+    EXPECT_TRUE(LogOf(activateTag).empty());
+}
+
+TEST_F(RenderReactivation, ARendererWithoutAConverterMakesOne)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
+    EXPECT_TRUE(Open()) << "without a client, device or converter";
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    Play(MakeBlock());
+    EXPECT_TRUE(Speakers().written.empty()) << "same endpoint: it is not looked at again";
+    audio.Add(L"headset");
+    audio.SetDefaultForAllRoles(L"headset");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    Play(MakeBlock());
+    EXPECT_TRUE(probe.HasResampler());
+    EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
+}
+
+TEST_F(RenderReactivation, ManyReactivationsHoldNothingBack)
+{
+    EXPECT_TRUE(Open());
+    const int objects = audio.LiveObjects();
+    const int handles = fakewin::LiveHandles();
+    const int blocks = fakewin::LiveTaskBlocks();
+    for (int i = 0; i < 30; ++i) {
+        Speakers().mixFormat = i % 2 == 0 ? fakes::MixFormat{6, 32, 44100} : fakes::MixFormat{2, 16, 48000};
+        audio.Invalidate(L"speakers");
+        audio.NotifyPropertyChanged(L"speakers");
+        Play(MakeBlock());
+        EXPECT_EQ(audio.LiveObjects(), objects);
+        EXPECT_EQ(fakewin::LiveHandles(), handles);
+        EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
+    }
+    EXPECT_EQ(Speakers().writtenFrames.size(), 30u);
+}
+
+} // namespace
