@@ -1,0 +1,276 @@
+// Conversion of one block to the mix format.
+#include <algorithm>
+
+#include "render_fixture.h"
+
+namespace {
+
+using namespace velto_test;
+using fakeffmpeg::Call;
+
+constexpr char resampleTag[] = "AudioPlayerWas::Resample";
+constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
+constexpr wchar_t refused[] = L"AudioPlayerWas parm is false, do not resample.";
+
+class RenderResampler : public RenderTest {
+protected:
+    int32_t Resample(const std::vector<uint8_t> &block) { return probe.Resample(block.data(), block.size()); }
+
+    std::vector<uint8_t> Output()
+    {
+        const uint8_t *begin = probe.OutputBuffer()[0];
+        return {begin, begin + probe.OutputBytes()};
+    }
+
+    static int Reallocations() { return fakeffmpeg::Script().Count(Call::av_samples_alloc); }
+
+    const std::vector<LogEntry> refusedWithPlane{{errorLevel, refused, resampleTag},
+                                                 {errorLevel, L"AudioPlayerWas resample state 1", resampleTag}};
+};
+
+// --- What is refused -------------------------------------------------------------------------
+
+TEST_F(RenderResampler, ABlockOf4096BytesIsConverted)
+{
+    OpenWith({2, 32, 48000});
+    const auto block = MakeBlock();
+    EXPECT_EQ(Resample(block), 1024);
+    EXPECT_EQ(probe.OutputBytes(), 8192);
+    EXPECT_EQ(Output(), Widened(block));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(RenderResampler, ABlockOf4097BytesIsRefused)
+{
+    OpenWith({2, 32, 48000});
+    const std::vector<uint8_t> block(4097);
+    EXPECT_EQ(Resample(block), -1);
+    EXPECT_EQ(Log(), refusedWithPlane);
+}
+
+TEST_F(RenderResampler, ABlockOfNoBytesIsRefused)
+{
+    OpenWith({2, 32, 48000});
+    EXPECT_EQ(probe.Resample(MakeBlock().data(), 0), -1);
+    EXPECT_EQ(Log(), refusedWithPlane);
+}
+
+TEST_F(RenderResampler, ANegativeSizeIsRefused)
+{
+    OpenWith({2, 32, 48000});
+    player->PlayAudio(MakeBlock().data(), -1);
+    ExpectLine(errorLevel, refused, resampleTag);
+    ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag);
+}
+
+TEST_F(RenderResampler, NoDataIsRefused)
+{
+    OpenWith({2, 32, 48000});
+    EXPECT_EQ(probe.Resample(nullptr, 4096), -1);
+    EXPECT_EQ(Log(), refusedWithPlane);
+}
+
+TEST_F(RenderResampler, ARendererThatIsNotOpenRefuses)
+{
+    OpenWith({2, 32, 48000});
+    probe.SetOpen(false);
+    EXPECT_EQ(Resample(MakeBlock()), -1);
+    EXPECT_EQ(Log(), refusedWithPlane);
+}
+
+TEST_F(RenderResampler, WithoutAnInputBufferOnlyTheRefusalIsLogged)
+{
+    EXPECT_EQ(Resample(MakeBlock()), -1);
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, refused, resampleTag}}));
+}
+
+TEST_F(RenderResampler, WithoutTheBuffersFirstPlaneItsAbsenceIsLogged)
+{
+    OpenWith({2, 32, 48000});
+    uint8_t *plane = std::exchange(probe.InputBuffer()[0], nullptr);
+    EXPECT_EQ(Resample(MakeBlock()), -1);
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, refused, resampleTag},
+                                            {errorLevel, L"AudioPlayerWas resample state 0", resampleTag}}));
+    probe.InputBuffer()[0] = plane;
+}
+
+// --- What comes out --------------------------------------------------------------------------
+
+TEST_F(RenderResampler, AShortBlockIsConvertedTogetherWithTheTailOfTheOneBefore)
+{
+    OpenWith({2, 16, 48000});
+    const auto whole = MakeBlock(1);
+    const auto half = MakeBlock(2, 512);
+    EXPECT_EQ(Resample(whole), 1024);
+    EXPECT_EQ(Resample(half), 1024);
+    std::vector<uint8_t> expected = half;
+    expected.insert(expected.end(), whole.begin() + 2048, whole.end());
+    EXPECT_EQ(Output(), expected);
+}
+
+TEST_F(RenderResampler, ABlockOfOneByteIsConvertedToo)
+{
+    OpenWith({2, 16, 48000});
+    const auto whole = MakeBlock(1);
+    EXPECT_EQ(Resample(whole), 1024);
+    std::vector<uint8_t> expected = whole;
+    expected[0] = 0x5A;
+    EXPECT_EQ(Resample({0x5A}), 1024);
+    EXPECT_EQ(Output(), expected);
+}
+
+TEST_F(RenderResampler, TheCallerKeepsItsData)
+{
+    OpenWith({2, 32, 48000});
+    const auto block = MakeBlock();
+    auto copy = block;
+    EXPECT_EQ(Resample(copy), 1024);
+    EXPECT_EQ(copy, block);
+    std::fill(copy.begin(), copy.end(), uint8_t{0});
+    EXPECT_EQ(Output(), Widened(block));
+}
+
+TEST_F(RenderResampler, At44100ABlockYieldsAbout940Frames)
+{
+    OpenWith({2, 32, 44100});
+    int64_t frames = 0;
+    constexpr int blocks = 100;
+    for (int i = 0; i < blocks; ++i) {
+        const int32_t produced = Resample(MakeBlock(static_cast<uint32_t>(i)));
+        ASSERT_GE(produced, i == 0 ? 900 : 940); // the filter fills up in the first block
+        ASSERT_LE(produced, 941);
+        EXPECT_EQ(probe.OutputBytes(), produced * 8);
+        frames += produced;
+    }
+    EXPECT_NEAR(static_cast<double>(frames), blocks * 1024 * 44100.0 / 48000.0, 40);
+}
+
+TEST_F(RenderResampler, At96000ABlockYieldsAbout2048Frames)
+{
+    OpenWith({2, 32, 96000});
+    int64_t frames = 0;
+    for (int i = 0; i < 50; ++i) {
+        frames += Resample(MakeBlock(static_cast<uint32_t>(i)));
+    }
+    EXPECT_NEAR(static_cast<double>(frames), 50 * 2048, 80);
+}
+
+TEST_F(RenderResampler, EachMixFormatGetsWholeFramesOfItsSize)
+{
+    for (const uint16_t channels : {1, 2, 4, 6, 8}) {
+        for (const uint16_t bits : {8, 16, 32}) {
+            Speakers().mixFormat = {channels, bits, 48000};
+            ASSERT_TRUE(Open());
+            EXPECT_EQ(Resample(MakeBlock()), 1024) << channels << " channels, " << bits << " bits";
+            EXPECT_EQ(probe.OutputBytes(), 1024 * channels * bits / 8);
+            player->Close();
+            SwrContext *lost = probe.TakeResampler();
+            swr_free(&lost);
+        }
+    }
+}
+
+TEST_F(RenderResampler, TheOutputBufferOnlyGrowsAndSoonNoMore)
+{
+    OpenWith({6, 32, 44100});
+    int32_t capacity = probe.OutputCapacityFrames();
+    EXPECT_EQ(capacity, 941);
+    for (int i = 0; i < 50; ++i) {
+        Resample(MakeBlock());
+        EXPECT_GE(probe.OutputCapacityFrames(), capacity);
+        EXPECT_GE(probe.OutputCapacityFrames(), probe.OutputFrames());
+        capacity = probe.OutputCapacityFrames();
+    }
+    EXPECT_GE(Reallocations(), 1) << "what the filter holds back makes later blocks longer";
+    EXPECT_LE(Reallocations(), 3);
+}
+
+TEST_F(RenderResampler, AtEqualRatesNothingIsAllocatedPerBlock)
+{
+    OpenWith({2, 32, 48000});
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(Resample(MakeBlock()), 1024);
+    }
+    EXPECT_EQ(Reallocations(), 0);
+    EXPECT_EQ(probe.OutputFrames(), 1024);
+}
+
+// --- What fails ------------------------------------------------------------------------------
+
+class RenderResamplerFailure : public RenderResampler {
+protected:
+    // Plays a block that fails with this line, then one that is heard.
+    void ExpectBlockDropped(const std::wstring &text)
+    {
+        ClearLog();
+        const size_t written = Speakers().writtenFrames.size();
+        Play(MakeBlock());
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, text, resampleTag},
+                                                {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
+        EXPECT_EQ(Speakers().writtenFrames.size(), written);
+        ClearLog();
+        Play(MakeBlock());
+        EXPECT_TRUE(Log().empty());
+        EXPECT_EQ(Speakers().writtenFrames.size(), written + 1);
+    }
+};
+
+TEST_F(RenderResamplerFailure, WithoutMemoryForALongerOutputTheBlockIsDropped)
+{
+    OpenWith({2, 32, 44100});
+    int blocks = 0;
+    fakeffmpeg::Script().Fail(Call::av_samples_alloc, -12);
+    ClearLog();
+    while (Reallocations() == 0 && blocks++ < 10) {
+        Play(MakeBlock());
+    }
+    ASSERT_EQ(Reallocations(), 1) << "the buffer had to grow";
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag},
+                                            {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
+    ClearLog();
+    const size_t written = Speakers().writtenFrames.size();
+    Play(MakeBlock());
+    EXPECT_TRUE(Log().empty()) << "with memory again, sound again";
+    EXPECT_EQ(Speakers().writtenFrames.size(), written + 1);
+}
+
+TEST_F(RenderResamplerFailure, AsLongAsThereIsNoMemoryEveryBlockIsDropped)
+{
+    OpenWith({2, 32, 44100});
+    fakeffmpeg::Script().Fail(Call::av_samples_alloc, -12, 1, 100);
+    for (int i = 0; i < 10; ++i) {
+        Play(MakeBlock());
+    }
+    const size_t written = Speakers().writtenFrames.size();
+    ClearLog();
+    for (int i = 0; i < 5; ++i) {
+        Play(MakeBlock());
+    }
+    ExpectLine(errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag, 5);
+    ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag, 5);
+    EXPECT_EQ(Speakers().writtenFrames.size(), written);
+}
+
+TEST_F(RenderResamplerFailure, AFailedConversionDropsTheBlock)
+{
+    OpenWith({2, 32, 48000});
+    fakeffmpeg::Script().Fail(Call::swr_convert, -22);
+    ExpectBlockDropped(L"AudioPlayerWas Error while converting");
+}
+
+TEST_F(RenderResamplerFailure, AFailedSizeComputationDropsTheBlock)
+{
+    OpenWith({2, 32, 48000});
+    fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, -22);
+    ExpectBlockDropped(L"AudioPlayerWas Could not get sample buffer size");
+}
+
+TEST_F(RenderResamplerFailure, AFailedSizeComputationLeavesTheNegativeSize)
+{
+    OpenWith({2, 32, 48000});
+    fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, -22);
+    EXPECT_EQ(Resample(MakeBlock()), -1);
+    EXPECT_EQ(probe.OutputBytes(), -22);
+}
+
+} // namespace
