@@ -1,0 +1,91 @@
+#include "logging/log_settings.h"
+
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "tests/platform/test_folder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using logging::LogSettings;
+using logging::ReadLogSettings;
+
+// Gives a variable another value for the length of a test.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(std::string name, const fs::path &value)
+        : m_name(std::move(name)), m_before(GetEnvironment(m_name))
+    {
+        SetEnvironment(m_name, value);
+    }
+    ~ScopedEnvironment() { SetEnvironment(m_name, m_before); }
+    ScopedEnvironment(const ScopedEnvironment &) = delete;
+    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+
+private:
+    const std::string m_name;
+    const fs::path m_before;
+};
+
+int LevelOf(const char *text)
+{
+    const ScopedEnvironment level("VELTO_LOG_LEVEL", text);
+    const LogSettings settings = ReadLogSettings();
+    return settings.levelIsInvalid ? -1 : settings.lowestLevel;
+}
+
+TEST(LogSettings, LevelsAreNumbersOrNamesInAnyCase)
+{
+    const std::pair<const char *, int> levels[] = {
+        {"", 1},      {"1", 1},     {"2", 2},    {"3", 3},     {"4", 4},   {"trace", 1},
+        {"debug", 2}, {"Debug", 2}, {"info", 3}, {"ERROR", 4}, {"off", 5},
+    };
+    for (const auto &[text, level] : levels) {
+        EXPECT_EQ(LevelOf(text), level) << text;
+    }
+}
+
+TEST(LogSettings, AnyOtherLevelIsInvalidAndFiltersNothing)
+{
+    for (const char *text : {"0", "5", "33", "-1", " 3", "warn", "infos", "3x", "\xC3\xA4"}) {
+        EXPECT_EQ(LevelOf(text), -1) << text;
+    }
+    const ScopedEnvironment level("VELTO_LOG_LEVEL", "verbose");
+    EXPECT_EQ(ReadLogSettings().lowestLevel, 1);
+}
+
+TEST(LogSettings, TheFileMayHaveAnyName)
+{
+    const fs::path name = fs::path(u8"\u97F3\u9891") / fs::path(u8"n\u00E4me \U0001F3A7.log");
+    const ScopedEnvironment file("VELTO_LOG_FILE", name);
+    EXPECT_EQ(ReadLogSettings().file, name);
+}
+
+TEST(LogSettings, WithoutANameTheFileIsInTheUsersLocalData)
+{
+    const ScopedEnvironment file("VELTO_LOG_FILE", {});
+#ifdef _WIN32
+    const ScopedEnvironment data("LOCALAPPDATA", L"C:\\users\\j\u00F6rg\\AppData\\Local");
+    EXPECT_EQ(ReadLogSettings().file, L"C:\\users\\j\u00F6rg\\AppData\\Local\\VELTO\\LibVeltoAudioHandler.log");
+#else
+    const ScopedEnvironment state("XDG_STATE_HOME", "/home/j/state");
+    EXPECT_EQ(ReadLogSettings().file, "/home/j/state/VELTO/LibVeltoAudioHandler.log");
+    const ScopedEnvironment noState("XDG_STATE_HOME", {});
+    const ScopedEnvironment home("HOME", "/home/j");
+    EXPECT_EQ(ReadLogSettings().file, "/home/j/.local/state/VELTO/LibVeltoAudioHandler.log");
+#endif
+}
+
+TEST(LogSettings, WithoutAUserThereIsNoFile)
+{
+    const ScopedEnvironment file("VELTO_LOG_FILE", {});
+    const ScopedEnvironment local("LOCALAPPDATA", {});
+    const ScopedEnvironment state("XDG_STATE_HOME", {});
+    const ScopedEnvironment home("HOME", {});
+    EXPECT_TRUE(ReadLogSettings().file.empty());
+}
+
+} // namespace

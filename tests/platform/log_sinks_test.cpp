@@ -1,0 +1,93 @@
+#include "logging/log_sinks.h"
+
+#include <regex>
+
+#include <gtest/gtest.h>
+
+#include "tests/platform/test_folder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using logging::LogSettings;
+using logging::LogSinks;
+
+LogSettings SettingsFor(const fs::path &file, int lowestLevel = 1)
+{
+    LogSettings settings;
+    settings.file = file;
+    settings.lowestLevel = lowestLevel;
+    return settings;
+}
+
+TEST(LogSinks, ALineHasTimeThreadLevelChannelAndMessage)
+{
+    const fs::path path = FreshPath("format.log");
+    LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "OceloMirror", "VeltoRelease type = 1");
+    const std::vector<std::string> lines = ReadLines(path);
+    ASSERT_EQ(lines.size(), 1U);
+    const std::regex format(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[\d+\] \[info\] \[OceloMirror\] )"
+                            R"(VeltoRelease type = 1)");
+    EXPECT_TRUE(std::regex_match(lines[0], format)) << lines[0];
+}
+
+TEST(LogSinks, EachLevelHasItsName)
+{
+    const fs::path path = FreshPath("levels.log");
+    LogSinks sinks(SettingsFor(path));
+    for (const auto level : {LOG_LEVEL_TRACE, LOG_LEVEL_DEBUG, LOG_LEVEL_INFO, LOG_LEVEL_ERROR}) {
+        sinks.Write(level, "NR", "x");
+    }
+    const std::vector<std::string> lines = ReadLines(path);
+    ASSERT_EQ(lines.size(), 4U);
+    const char *names[] = {"[trace]", "[debug]", "[info]", "[error]"};
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_NE(lines[i].find(names[i]), std::string::npos) << lines[i];
+    }
+}
+
+TEST(LogSinks, LevelsBelowTheLowestAreFiltered)
+{
+    const fs::path path = FreshPath("filter.log");
+    LogSinks errorsOnly(SettingsFor(path, LOG_LEVEL_ERROR));
+    errorsOnly.Write(LOG_LEVEL_INFO, "NR", "periodic");
+    errorsOnly.Write(LOG_LEVEL_ERROR, "NR", "failed");
+    EXPECT_EQ(CountLinesWith(path, "periodic"), 0);
+    EXPECT_EQ(CountLinesWith(path, "failed"), 1);
+
+    const fs::path unused = FreshPath("off.log");
+    LogSinks(SettingsFor(unused, logging::levelOff)).Write(LOG_LEVEL_ERROR, "NR", "failed");
+    EXPECT_FALSE(fs::exists(unused)) << "a log that is off makes no file";
+}
+
+TEST(LogSinks, BracesInAMessageAreNoFormat)
+{
+    const fs::path path = FreshPath("braces.log");
+    LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "{} {0} %v %n");
+    EXPECT_EQ(CountLinesWith(path, "[NR] {} {0} %v %n"), 1);
+}
+
+TEST(LogSinks, ALogThatCannotBeOpenedIsHarmless)
+{
+    const fs::path path = FreshPath("folder");
+    fs::create_directories(path);
+    LogSinks sinks(SettingsFor(path));
+    EXPECT_NO_THROW({
+        for (int i = 0; i < 100; ++i) {
+            sinks.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go");
+        }
+    });
+    LogSinks without{SettingsFor({})};
+    EXPECT_NO_THROW(without.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go"));
+}
+
+#ifndef _WIN32
+TEST(LogSinks, AFullDiskIsHarmless)
+{
+    LogSinks sinks(SettingsFor("/dev/full"));
+    EXPECT_NO_THROW(sinks.Write(LOG_LEVEL_ERROR, "NR", "no room"));
+}
+#endif
+
+} // namespace

@@ -1,0 +1,69 @@
+#include "logging/utf8.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using logging::ToLogText;
+
+constexpr std::size_t plenty = 1000;
+
+TEST(LogText, PlainTextIsKept)
+{
+    EXPECT_EQ(ToLogText(L"VeltoRelease type = 1", plenty), "VeltoRelease type = 1");
+    EXPECT_EQ(ToLogText(L"", plenty), "");
+    EXPECT_EQ(ToLogText(L"C:\\new\\table `anonymous-namespace'::X", plenty),
+              "C:\\new\\table `anonymous-namespace'::X");
+}
+
+TEST(LogText, EveryLengthOfUtf8IsWritten)
+{
+    EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", plenty), "~\xC3\xA4\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD");
+    EXPECT_EQ(ToLogText(L"Kopfh\u00F6rer \u8033\u673A", plenty), "Kopfh\xC3\xB6rer \xE8\x80\xB3\xE6\x9C\xBA");
+}
+
+TEST(LogText, EmojiAreOneCharacterOfFourBytes)
+{
+    EXPECT_EQ(ToLogText(L"a\U0001F3A7b", plenty), "a\xF0\x9F\x8E\xA7"
+                                                  "b");
+    EXPECT_EQ(ToLogText(L"\U00010000\U0010FFFF", plenty), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+}
+
+TEST(LogText, LoneSurrogatesBecomeTheReplacementCharacter)
+{
+    const wchar_t high = 0xD83C;
+    const wchar_t low = 0xDFA7;
+    const std::string replacement = "\xEF\xBF\xBD";
+    EXPECT_EQ(ToLogText(std::wstring{L'a', high}, plenty), "a" + replacement);
+    EXPECT_EQ(ToLogText(std::wstring{high, L'b'}, plenty), replacement + "b");
+    EXPECT_EQ(ToLogText(std::wstring{low, L'c'}, plenty), replacement + "c");
+    EXPECT_EQ(ToLogText(std::wstring{low, high}, plenty), replacement + replacement);
+    EXPECT_EQ(ToLogText(std::wstring{high, high, L'd'}, plenty), replacement + replacement + "d");
+}
+
+#ifndef _WIN32
+TEST(LogText, ValuesBeyondUnicodeBecomeTheReplacementCharacter)
+{
+    const std::string replacement = "\xEF\xBF\xBD";
+    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(0x110000)}, plenty), replacement);
+    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(-1)}, plenty), replacement);
+}
+#endif
+
+TEST(LogText, LineBreaksAndControlCharactersAreEscaped)
+{
+    EXPECT_EQ(ToLogText(L"a\nb\r\nc\td", plenty), "a\\nb\\r\\nc\\td");
+    EXPECT_EQ(ToLogText(std::wstring_view(L"\0\x1B[31m\x7F\x85", 8), plenty), "\\x00\\x1B[31m\\x7F\\x85");
+    EXPECT_EQ(ToLogText(L"\u2028\u2029", plenty), "\\u2028\\u2029");
+}
+
+TEST(LogText, LongTextEndsInAnEllipsisAtACharacterBoundary)
+{
+    const std::string ellipsis = "\xE2\x80\xA6";
+    EXPECT_EQ(ToLogText(L"12345", 5), "12345");
+    EXPECT_EQ(ToLogText(L"123456", 5), "12345" + ellipsis);
+    EXPECT_EQ(ToLogText(L"1234\u00E4", 5), "1234" + ellipsis);
+    EXPECT_EQ(ToLogText(L"1234\n", 5), "1234" + ellipsis);
+}
+
+} // namespace

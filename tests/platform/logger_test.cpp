@@ -1,0 +1,172 @@
+// The two loggers as the module uses them, and what becomes of lines at the end of a process.
+#include "logging/logger.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/platform/test_folder.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace {
+
+std::wstringstream Text(const wchar_t *text)
+{
+    std::wstringstream stream;
+    stream << text;
+    return stream;
+}
+
+// Logs from a destructor that runs after those of all other static objects.
+class LogsAfterAllDestructors {
+public:
+    ~LogsAfterAllDestructors()
+    {
+        if (logger != nullptr) {
+            logger->Log(LOG_LEVEL_INFO, Text(L"after all destructors"));
+            auto stream = Text(L"after all destructors");
+            NrLogger::GetInstance().Log(LOG_LEVEL_INFO, stream);
+        }
+    }
+    static inline Logger *logger = nullptr;
+};
+__attribute__((init_priority(101))) LogsAfterAllDestructors last; // constructed first
+
+Logger &StaticLogger()
+{
+    static Logger logger("Late");
+    return logger;
+}
+
+TEST(Logger, WritesItsChannelAndTheStreamIsOnlyRead)
+{
+    Logger logger("OceloMirror");
+    std::wstringstream stream = Text(L"Kopfh\u00F6rer \U0001F3A7 ");
+    stream << 42;
+    logger.Log(LOG_LEVEL_ERROR, stream);
+    stream << L"(" << "Some::Tag" << L")";
+    NrLogger::GetInstance().Log(LOG_LEVEL_ERROR, stream);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [OceloMirror] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42"), 1);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [NR] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42(Some::Tag)"), 1);
+    EXPECT_EQ(stream.str(), L"Kopfh\u00F6rer \U0001F3A7 42(Some::Tag)");
+}
+
+TEST(Logger, AMessageCannotForgeALine)
+{
+    const std::size_t before = ReadLines(SharedLogFile()).size();
+    Logger("OceloMirror").Log(LOG_LEVEL_INFO, Text(L"first\r\n2024-01-01 00:00:00.000 [1] [error] [NR] second"));
+    EXPECT_EQ(ReadLines(SharedLogFile()).size(), before + 1);
+}
+
+TEST(Logger, AnEmptyMessageIsALine)
+{
+    Logger("Empty").Log(LOG_LEVEL_INFO, std::wstringstream());
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[Empty] "), 1);
+}
+
+TEST(Logger, LongNamesAndMessagesAreCut)
+{
+    Logger(std::string(200, 'n')).Log(LOG_LEVEL_INFO, Text(std::wstring(100000, L'm').c_str()));
+    const std::string name = "[" + std::string(63, 'n') + "] ";
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), name + std::string(8192, 'm') + "\xE2\x80\xA6"), 1);
+}
+
+TEST(NrLogger, IsOneForTheWholeProcess)
+{
+    NrLogger *seen = nullptr;
+    std::thread([&seen] { seen = &NrLogger::GetInstance(); }).join();
+    EXPECT_EQ(seen, &NrLogger::GetInstance());
+}
+
+TEST(Logger, KeepsTheLastError)
+{
+    Logger logger("Error");
+    errno = 4711;
+#ifdef _WIN32
+    SetLastError(1168);
+#endif
+    logger.Log(LOG_LEVEL_ERROR, Text(L"err="));
+#ifdef _WIN32
+    EXPECT_EQ(GetLastError(), 1168U);
+#endif
+    EXPECT_EQ(errno, 4711);
+}
+
+TEST(Logger, EightThreadsLoseAndTearNoLine)
+{
+    constexpr int threadCount = 8;
+    constexpr int linesEach = 1000;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back([thread] {
+            Logger logger("Threads");
+            for (int line = 0; line < linesEach; ++line) {
+                std::wstringstream stream;
+                stream << L"thread " << thread << L" line " << line << L" end";
+                logger.Log(LOG_LEVEL_INFO, stream);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    const std::regex format(R"([-0-9]{10} [:.0-9]{12} \[\d+\] \[info\] \[Threads\] (thread \d line \d+ end))");
+    std::set<std::string> seen;
+    for (const std::string &line : ReadLines(SharedLogFile())) {
+        if (line.find("Threads") != std::string::npos) {
+            std::smatch match;
+            ASSERT_TRUE(std::regex_match(line, match, format)) << line;
+            seen.insert(match[1]);
+        }
+    }
+    EXPECT_EQ(seen.size(), static_cast<std::size_t>(threadCount) * linesEach);
+}
+
+TEST(LoggerDeathTest, LinesAfterStaticDestructionAreStillWritten)
+{
+    const int before = CountLinesWith(SharedLogFile(), "after all destructors");
+    EXPECT_EXIT(
+        {
+            StaticLogger().Log(LOG_LEVEL_INFO, Text(L"while it lives"));
+            LogsAfterAllDestructors::logger = &StaticLogger();
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "after all destructors"), before + 2);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[Late] after all destructors"), 1);
+}
+
+#ifdef _WIN32
+// The process ends while threads are in the middle of logging: they are killed wherever they
+// are, and the destructors that run afterwards log too.
+TEST(LoggerDeathTest, ProcessExitWithThreadsKilledInTheMiddleOfALineEndsPromptly)
+{
+    for (int run = 0; run < 5; ++run) {
+        EXPECT_EXIT(
+            {
+                SetEnvironment("VELTO_LOG_FILE", FreshPath("killed.log"));
+                for (int thread = 0; thread < 4; ++thread) {
+                    std::thread([] {
+                        Logger logger("Killed");
+                        for (;;) {
+                            logger.Log(LOG_LEVEL_INFO, Text(L"busy"));
+                        }
+                    }).detach();
+                }
+                Sleep(50);
+                LogsAfterAllDestructors::logger = &StaticLogger();
+                ExitProcess(7);
+            },
+            testing::ExitedWithCode(7), "");
+    }
+}
+#endif
+
+} // namespace

@@ -1,0 +1,195 @@
+// The registry library against a registry in memory: what it asks of the system, how often, and
+// what it makes of failures.
+#include "registry/registry.h"
+
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/fakes/fake_windows.h"
+
+namespace {
+
+using DE::Registry;
+using fakewin::Call;
+using fakewin::Count;
+
+constexpr REGSAM allAccess = 0xF003F;
+const std::wstring path = L"\\SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
+const std::wstring plainPath = L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
+const std::wstring name = L"StreamType";
+
+class RegistryFaults : public testing::Test {
+protected:
+    // Keys that an earlier test left open answer as deleted from now on, and are opened anew.
+    RegistryFaults() { fakewin::Reset(); }
+
+    static bool Get(DWORD &value) { return Registry::GetValue(HKEY_CURRENT_USER, path, name, value, allAccess); }
+    static bool Set(DWORD value) { return Registry::SetValue(HKEY_CURRENT_USER, path, name, value, allAccess); }
+    static void Store(DWORD value) { fakewin::SetRegistryDword(HKEY_CURRENT_USER, plainPath, name, value); }
+    static auto Stored() { return fakewin::RegistryDword(HKEY_CURRENT_USER, plainPath, name); }
+};
+
+TEST_F(RegistryFaults, AReadCostsOneQueryOnceTheKeyIsOpen)
+{
+    Store(3);
+    DWORD value = 0;
+    ASSERT_TRUE(Get(value));
+    const int opens = Count(Call::RegOpenKeyExW);
+    const int queries = Count(Call::RegQueryValueExW);
+    const int total = fakewin::TotalCalls();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(Get(value));
+    }
+    EXPECT_EQ(Count(Call::RegOpenKeyExW), opens);
+    EXPECT_EQ(Count(Call::RegQueryValueExW), queries + 100);
+    EXPECT_EQ(fakewin::TotalCalls(), total + 100);
+    EXPECT_EQ(value, 3U);
+}
+
+TEST_F(RegistryFaults, AWriteUsesTheKeyThatAReadOpened)
+{
+    Store(3);
+    DWORD value = 0;
+    ASSERT_TRUE(Get(value));
+    EXPECT_TRUE(Set(4));
+    EXPECT_EQ(Count(Call::RegCreateKeyExW), 0);
+    EXPECT_EQ(Stored(), 4U);
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 4U);
+}
+
+TEST_F(RegistryFaults, AMissingKeyFailsAndLeavesTheValueAlone)
+{
+    DWORD value = 4711;
+    EXPECT_FALSE(Get(value));
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    Store(9); // another program makes it
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 9U);
+}
+
+TEST_F(RegistryFaults, AWriteCreatesTheKey)
+{
+    EXPECT_TRUE(Set(7));
+    EXPECT_EQ(Count(Call::RegCreateKeyExW), 1);
+    EXPECT_EQ(Stored(), 7U);
+    EXPECT_TRUE(Set(8));
+    EXPECT_EQ(Count(Call::RegCreateKeyExW), 1);
+    EXPECT_EQ(Stored(), 8U);
+}
+
+TEST_F(RegistryFaults, AKeyDeletedMeanwhileIsOpenedAnew)
+{
+    Store(1);
+    DWORD value = 0;
+    ASSERT_TRUE(Get(value));
+    const int keys = fakewin::LiveRegistryKeys();
+    fakewin::Reset(); // deletes it
+    EXPECT_FALSE(Get(value));
+    Store(2);
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 2U);
+    fakewin::Reset();
+    EXPECT_TRUE(Set(3));
+    EXPECT_EQ(Stored(), 3U);
+    EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "the deleted keys were closed";
+}
+
+TEST_F(RegistryFaults, AStaleHandleIsOpenedAnewOnce)
+{
+    Store(1);
+    DWORD value = 0;
+    ASSERT_TRUE(Get(value));
+    const int opens = Count(Call::RegOpenKeyExW);
+    fakewin::Fail(Call::RegQueryValueExW, ERROR_INVALID_HANDLE);
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 1);
+
+    fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED, 1, 2);
+    EXPECT_FALSE(Get(value)) << "a key that is gone again at once is not tried for ever";
+    EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 2);
+    EXPECT_TRUE(Get(value));
+}
+
+TEST_F(RegistryFaults, OtherFailuresKeepTheKeyOpen)
+{
+    Store(1);
+    DWORD value = 0;
+    ASSERT_TRUE(Get(value));
+    const int opens = Count(Call::RegOpenKeyExW);
+    fakewin::Fail(Call::RegQueryValueExW, ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(Get(value));
+    fakewin::Fail(Call::RegSetValueExW, ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(Set(5));
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(Count(Call::RegOpenKeyExW), opens);
+    EXPECT_EQ(value, 1U);
+}
+
+TEST_F(RegistryFaults, AKeyThatCannotBeCreatedFailsTheWrite)
+{
+    fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(Set(5));
+    EXPECT_EQ(Stored(), std::nullopt);
+    EXPECT_TRUE(Set(5));
+}
+
+TEST_F(RegistryFaults, AValueOfAnotherTypeIsNotRead)
+{
+    fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"");
+    DWORD value = 4711;
+    EXPECT_FALSE(Get(value));
+    fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"x"); // four bytes, as a number
+    EXPECT_FALSE(Get(value));
+    fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"a longer text");
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    EXPECT_TRUE(Set(5)) << "a write replaces it";
+    EXPECT_TRUE(Get(value));
+}
+
+TEST_F(RegistryFaults, KeysAreToldApartByRootPathAndAccess)
+{
+    Store(1);
+    fakewin::SetRegistryDword(HKEY_LOCAL_MACHINE, plainPath, name, 2);
+    fakewin::SetRegistryDword(HKEY_CURRENT_USER, plainPath + L"2", name, 3);
+    constexpr REGSAM readAccess = 0x20019;
+    DWORD values[4] = {};
+    EXPECT_TRUE(Registry::GetValue(HKEY_CURRENT_USER, path, name, values[0], allAccess));
+    EXPECT_TRUE(Registry::GetValue(HKEY_LOCAL_MACHINE, path, name, values[1], allAccess));
+    EXPECT_TRUE(Registry::GetValue(HKEY_CURRENT_USER, path + L"2", name, values[2], allAccess));
+    const int opens = Count(Call::RegOpenKeyExW);
+    EXPECT_TRUE(Registry::GetValue(HKEY_CURRENT_USER, path, name, values[3], readAccess));
+    EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 1);
+    EXPECT_EQ((std::vector<DWORD>(values, values + 4)), (std::vector<DWORD>{1, 2, 3, 1}));
+}
+
+TEST_F(RegistryFaults, ThreadsShareOneKeyWhileItIsDeletedUnderThem)
+{
+    Store(1);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 500; ++i) {
+                DWORD value = 0;
+                if (i % 50 == 0) {
+                    fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED);
+                }
+                Get(value);
+                Set(static_cast<DWORD>(i));
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    DWORD value = 0;
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 499U);
+    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>());
+}
+
+} // namespace

@@ -1,0 +1,126 @@
+// The registry library against the system's registry, under a key of this program's own.
+#include "registry/registry.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using DE::Registry;
+
+constexpr REGSAM allAccess = 0xF003F;
+
+class SystemRegistry : public testing::Test {
+protected:
+    SystemRegistry() { Delete(); }
+    ~SystemRegistry() override { Delete(); }
+
+    void Delete() const { RegDeleteTreeW(HKEY_CURRENT_USER, key.c_str()); }
+    bool Get(DWORD &value) const
+    {
+        return Registry::GetValue(HKEY_CURRENT_USER, L"\\" + key, L"StreamType", value, allAccess);
+    }
+    bool Set(DWORD value) const
+    {
+        return Registry::SetValue(HKEY_CURRENT_USER, L"\\" + key, L"StreamType", value, allAccess);
+    }
+    // As another program sees it.
+    DWORD Stored() const
+    {
+        DWORD value = 0;
+        DWORD bytes = sizeof(value);
+        const LSTATUS status = RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"StreamType", RRF_RT_REG_DWORD,
+                                            nullptr, &value, &bytes);
+        EXPECT_EQ(status, ERROR_SUCCESS);
+        return value;
+    }
+
+    const std::wstring key = L"SOFTWARE\\VeltoPlatformTests\\" + std::to_wstring(GetCurrentProcessId());
+};
+
+DWORD OpenHandles()
+{
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+}
+
+TEST_F(SystemRegistry, WritesAndReadsBehindALeadingBackslash)
+{
+    DWORD value = 4711;
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    EXPECT_TRUE(Set(0xFFFFFFFF));
+    EXPECT_EQ(Stored(), 0xFFFFFFFFU);
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 0xFFFFFFFFU);
+}
+
+TEST_F(SystemRegistry, SeveralOrNoBackslashesNameTheSameKey)
+{
+    EXPECT_TRUE(Registry::SetValue(HKEY_CURRENT_USER, L"\\\\" + key, L"StreamType", 5, allAccess));
+    EXPECT_EQ(Stored(), 5U);
+    EXPECT_TRUE(Registry::SetValue(HKEY_CURRENT_USER, key, L"StreamType", 6, allAccess));
+    EXPECT_EQ(Stored(), 6U);
+}
+
+TEST_F(SystemRegistry, RecoversWhenTheKeyIsDeletedMeanwhile)
+{
+    ASSERT_TRUE(Set(1));
+    Delete();
+    DWORD value = 4711;
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    EXPECT_TRUE(Set(2));
+    EXPECT_EQ(Stored(), 2U);
+    Delete();
+    EXPECT_TRUE(Set(3)) << "deleted between two writes";
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 3U);
+}
+
+TEST_F(SystemRegistry, SeesWhatAnotherProgramWrote)
+{
+    ASSERT_TRUE(Set(1));
+    const DWORD other = 77;
+    ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), L"StreamType", REG_DWORD, &other, sizeof(other)),
+              ERROR_SUCCESS);
+    DWORD value = 0;
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 77U);
+}
+
+TEST_F(SystemRegistry, AValueOfAnotherTypeOrSizeIsNotRead)
+{
+    ASSERT_TRUE(Set(1));
+    DWORD value = 4711;
+    const auto store = [this](DWORD type, DWORD bytes) {
+        const BYTE data[8] = {1, 0, 0, 0, 0, 0, 0, 0};
+        return RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), L"StreamType", type, data, bytes);
+    };
+    ASSERT_EQ(store(REG_BINARY, 4), ERROR_SUCCESS);
+    EXPECT_FALSE(Get(value));
+    ASSERT_EQ(store(REG_QWORD, 8), ERROR_SUCCESS);
+    EXPECT_FALSE(Get(value));
+    ASSERT_EQ(store(REG_DWORD, 2), ERROR_SUCCESS);
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    ASSERT_EQ(store(REG_DWORD, 4), ERROR_SUCCESS);
+    EXPECT_TRUE(Get(value));
+}
+
+TEST_F(SystemRegistry, ThousandReadsAndRecoveriesOpenNoMoreHandles)
+{
+    ASSERT_TRUE(Set(1));
+    const DWORD before = OpenHandles();
+    for (int i = 0; i < 1000; ++i) {
+        DWORD value = 0;
+        EXPECT_TRUE(Get(value));
+        if (i % 100 == 0) {
+            Delete();
+            EXPECT_TRUE(Set(1));
+        }
+    }
+    EXPECT_EQ(OpenHandles(), before);
+}
+
+} // namespace

@@ -1,0 +1,209 @@
+#include "logging/rotating_file.h"
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/platform/test_folder.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using logging::RotatingFile;
+using std::chrono::milliseconds;
+
+constexpr milliseconds noPause{0};
+
+std::string Line(int number)
+{
+    std::string digits = std::to_string(number);
+    return "line " + std::string(5 - digits.size(), '0') + digits + "\n"; // 11 bytes
+}
+
+fs::path Old(const fs::path &path, int age)
+{
+    fs::path old = path;
+    old.replace_filename(path.stem().string() + "." + std::to_string(age) + path.extension().string());
+    return old;
+}
+
+TEST(RotatingFile, MakesItsFoldersAtTheFirstLineAndNotBefore)
+{
+    const fs::path path = FreshPath("a") / "b" / "c.log";
+    RotatingFile file(path, 1000, 2, noPause);
+    EXPECT_FALSE(fs::exists(path.parent_path()));
+    EXPECT_TRUE(file.Append(Line(1)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00001"});
+}
+
+TEST(RotatingFile, AppendsToWhatIsThere)
+{
+    const fs::path path = FreshPath("append.log");
+    EXPECT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1)));
+    EXPECT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "line 00002"}));
+}
+
+TEST(RotatingFile, KeepsTheNewestLinesWithinTheBound)
+{
+    const fs::path path = FreshPath("bound.log");
+    RotatingFile file(path, 55, 2, noPause); // five lines
+    for (int number = 0; number < 103; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+        ASSERT_LE(fs::file_size(path), 55U);
+    }
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00100", "line 00101", "line 00102"}));
+    EXPECT_EQ(ReadLines(Old(path, 1)).front(), "line 00095");
+    EXPECT_EQ(ReadLines(Old(path, 1)).back(), "line 00099");
+    EXPECT_EQ(ReadLines(Old(path, 2)).front(), "line 00090");
+    EXPECT_FALSE(fs::exists(Old(path, 3)));
+}
+
+TEST(RotatingFile, WithoutOldFilesTheFullFileIsEmptied)
+{
+    const fs::path path = FreshPath("single.log");
+    RotatingFile file(path, 22, 0, noPause);
+    for (int number = 0; number < 5; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+    }
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00004"});
+    EXPECT_FALSE(fs::exists(Old(path, 1)));
+}
+
+TEST(RotatingFile, TwoWritersOfOneFileRotateItOnceEachTimeAndTearNoLine)
+{
+    const fs::path path = FreshPath("two.log");
+    RotatingFile first(path, 110, 20, noPause); // ten lines
+    RotatingFile second(path, 110, 20, noPause);
+    for (int number = 0; number < 100; ++number) {
+        ASSERT_TRUE((number % 2 == 0 ? first : second).Append(Line(number)));
+    }
+    std::set<std::string> seen;
+    for (int age = 0; age <= 9; ++age) {
+        const std::vector<std::string> lines = ReadLines(age == 0 ? path : Old(path, age));
+        EXPECT_EQ(lines.size(), 10U) << "generation " << age;
+        seen.insert(lines.begin(), lines.end());
+    }
+    EXPECT_FALSE(fs::exists(Old(path, 10)));
+    ASSERT_EQ(seen.size(), 100U);
+    EXPECT_EQ(*seen.begin(), "line 00000");
+    EXPECT_EQ(*seen.rbegin(), "line 00099");
+}
+
+TEST(RotatingFile, WritersInSeveralThreadsKeepTheirLinesWhole)
+{
+    const fs::path path = FreshPath("threads.log");
+    constexpr int writers = 4;
+    constexpr int linesEach = 200;
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < writers; ++writer) {
+        threads.emplace_back([&path, writer] {
+            RotatingFile file(path, 1100, 3, noPause);
+            for (int number = 0; number < linesEach; ++number) {
+                file.Append(Line(writer * linesEach + number));
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    int lines = 0;
+    for (int age = 0; age <= 3; ++age) {
+        const fs::path generation = age == 0 ? path : Old(path, age);
+        for (const std::string &line : ReadLines(generation)) {
+            EXPECT_EQ(line.size(), 10U) << line;
+            EXPECT_EQ(line.substr(0, 5), "line ") << line;
+            ++lines;
+        }
+    }
+    EXPECT_GT(lines, 0);
+}
+
+#ifndef _WIN32 // Wine goes on with the removed file until its last handle is closed
+TEST(RotatingFile, AFileRemovedWhileOpenIsMadeAnew)
+{
+    const fs::path path = FreshPath("removed.log");
+    RotatingFile file(path, 1000, 2, noPause);
+    EXPECT_TRUE(file.Append(Line(1)));
+    EXPECT_TRUE(fs::remove(path));
+    EXPECT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00002"});
+}
+#endif
+
+TEST(RotatingFile, AnEmptyPathTakesNothing)
+{
+    RotatingFile file({}, 1000, 2, noPause);
+    EXPECT_FALSE(file.Append(Line(1)));
+}
+
+TEST(RotatingFile, APathThatCannotBeOpenedFailsUntilItCan)
+{
+    const fs::path path = FreshPath("folder.log");
+    fs::create_directories(path); // a folder bears the name
+    RotatingFile file(path, 1000, 2, noPause);
+    EXPECT_FALSE(file.Append(Line(1)));
+    fs::remove(path);
+    EXPECT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00002"});
+}
+
+TEST(RotatingFile, AParentThatIsAFileFailsWithoutThrowing)
+{
+    const fs::path parent = FreshPath("parent");
+    ASSERT_TRUE(RotatingFile(parent, 1000, 2, noPause).Append("x\n"));
+    RotatingFile file(parent / "child.log", 1000, 2, noPause);
+    EXPECT_NO_THROW(EXPECT_FALSE(file.Append(Line(1))));
+}
+
+TEST(RotatingFile, AfterAFailureThereIsAPause)
+{
+    const fs::path path = FreshPath("pause.log");
+    fs::create_directories(path);
+    constexpr milliseconds pause{300};
+    RotatingFile file(path, 1000, 2, pause);
+    const auto failed = std::chrono::steady_clock::now();
+    EXPECT_FALSE(file.Append(Line(1)));
+    fs::remove(path);
+    if (!file.Append(Line(2))) { // unless this thread was held up for the length of the pause
+        EXPECT_FALSE(fs::exists(path));
+    } else {
+        EXPECT_GE(std::chrono::steady_clock::now() - failed, pause);
+    }
+    std::this_thread::sleep_for(pause);
+    EXPECT_TRUE(file.Append(Line(3)));
+}
+
+#ifdef _WIN32
+TEST(RotatingFile, AFileThatAForeignProgramHoldsIsEmptiedInsteadOfRenamed)
+{
+    const fs::path path = FreshPath("held.log");
+    RotatingFile file(path, 55, 2, noPause);
+    ASSERT_TRUE(file.Append(Line(0)));
+    // A viewer that lets others write but not rename.
+    const HANDLE viewer = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(viewer, INVALID_HANDLE_VALUE);
+    for (int number = 1; number < 30; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+        ASSERT_LE(fs::file_size(path), 55U);
+    }
+    EXPECT_EQ(ReadLines(path).back(), "line 00029");
+    EXPECT_FALSE(fs::exists(Old(path, 1)));
+    CloseHandle(viewer);
+    for (int number = 30; number < 36; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+    }
+    EXPECT_EQ(ReadLines(Old(path, 1)).back(), "line 00034") << "renamed again once nobody holds it";
+}
+#endif
+
+} // namespace
