@@ -62,8 +62,12 @@ AacReader::AacReader(const std::string &path) : m_packet(av_packet_alloc())
     if (m_packet == nullptr) {
         throw std::bad_alloc();
     }
-    Open(path);
-    Describe();
+    try {
+        Open(path);
+        Describe();
+    } catch (const AacFileError &error) {
+        throw AacFileError(path + ": " + error.what());
+    }
 }
 
 AacReader::~AacReader() = default;

@@ -97,6 +97,7 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     CLI::App app{"Drives LibVeltoAudioHandler as the VELTO platform's host process does.", "velto-host"};
     app.set_version_flag("--version", "velto-host " VELTO_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false); // "/name" is a path, not an option; handed down to the commands
     app.footer(exitCodeHelp);
 
     CLI::App &capabilities = *app.add_subcommand("capabilities", "Devices, profiles and codecs of the module");
