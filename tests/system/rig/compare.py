@@ -133,14 +133,14 @@ def first_sound(comparison):
 def _judge_window(heard, reference, start, length, place, rate):
     part = reference[start:start + length]
     if _rms(part) < QUIET_RMS:
-        there = _cut(heard, start + place, length)
+        there = cut(heard, start + place, length)
         state = QUIET if _rms(there) < 3 * QUIET_RMS else DAMAGED
         return Window(start / rate, 0.0, place, 0.0, state), place
     best = _best_match(heard, reference, start, length, range(place - NEAR_FRAMES, place + NEAR_FRAMES + 1))
     if best[0] < GOOD_MATCH_DB:
         wide = int(WIDE_SEARCH_S * rate)
         low = start + place - wide
-        found = _best_offset(_cut(heard, low, length + 2 * wide), part) + low - start
+        found = _best_offset(cut(heard, low, length + 2 * wide), part) + low - start
         other = _best_match(heard, reference, start, length, range(found - NEAR_FRAMES, found + NEAR_FRAMES + 1))
         best = max(best, other)
     match_db, offset, gain = best
@@ -150,11 +150,11 @@ def _judge_window(heard, reference, start, length, place, rate):
 
 def _best_match(heard, reference, start, length, offsets):
     part = reference[start:start + length]
-    best = max((*_match(_cut(heard, start + o, length), part), o) for o in offsets)
+    best = max((*_match(cut(heard, start + o, length), part), o) for o in offsets)
     if best[0] < 40.0:  # the sound may lie between two samples
-        there = _cut(heard, start + best[2], length)
+        there = cut(heard, start + best[2], length)
         for fraction in FRACTIONS:
-            shifted = _delayed(reference, start, length, fraction)
+            shifted = delayed(reference, start, length, fraction)
             best = max(best, (*_match(there, shifted), best[2]))
     match_db, gain, offset = best
     return match_db, offset, gain
@@ -170,10 +170,10 @@ def _match(there, part):
     return 10 * numpy.log10(gain * gain * energy / max(float(numpy.sum(rest * rest)), 1e-20)), gain
 
 
-def _delayed(signal, start, length, fraction):
+def delayed(signal, start, length, fraction):
     """A stretch of signal delayed by a part of a frame; the margin takes the edge effects."""
     margin = 256
-    wide = _cut(signal, start - margin, length + 2 * margin)
+    wide = cut(signal, start - margin, length + 2 * margin)
     spectrum = numpy.fft.rfft(wide, axis=0)
     turn = numpy.exp(-2j * numpy.pi * numpy.fft.rfftfreq(len(wide)) * fraction)[:, None]
     return numpy.fft.irfft(spectrum * turn, len(wide), axis=0)[margin:margin + length]
@@ -196,7 +196,7 @@ def _best_offset(heard, part):
     return peak if peak < len(heard) else peak - size
 
 
-def _cut(signal, start, length):
+def cut(signal, start, length):
     """length frames from start on; what lies outside is silence."""
     low, high = max(start, 0), min(start + length, len(signal))
     if low == start and high == start + length:

@@ -1,0 +1,28 @@
+#!/usr/bin/python3
+"""Media and call sound play at once, each complete, in two streams."""
+
+from rig import media, paths, session
+
+
+class BothSpeakersAtOnce(session.SystemTest):
+    def test_each_is_heard_complete(self):
+        left = media.speech("speech-left", pan="pan=stereo|c0=c0|c1=0*c0")
+        right = media.speech("speech-right-backwards", pan="pan=stereo|c0=0*c0|c1=c0", backwards=True)
+        recorder = self.session.record()
+        host = self.session.play(left, "--also-modem", paths.to_windows(right))
+        recorder.wait_for_sound(60)
+        self.until(lambda: len(self.session.server.streams()) == 2, "two streams in the server")
+        self.assert_ended_well(host)
+        self.assert_heard(recorder, left, channels=slice(0, 1))
+        self.assert_heard(recorder, right, channels=slice(1, 2))
+
+    def test_the_call_speaker_alone_is_heard_complete(self):
+        speech = media.speech("speech")
+        recorder = self.session.record()
+        host = self.session.play(speech, "--device", "ModemSpeaker1")
+        self.assert_ended_well(host)
+        self.assert_heard(recorder, speech)
+
+
+if __name__ == "__main__":
+    session.main()

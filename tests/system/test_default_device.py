@@ -1,0 +1,71 @@
+#!/usr/bin/python3
+"""The sound follows the default endpoint while it plays."""
+
+from rig import compare, media, session
+
+
+class DefaultDevice(session.SystemTest):
+    SINKS = (("spkA", 48000, 2), ("spkB", 44100, 2))
+
+    def test_sound_goes_on_at_the_new_default_endpoint(self):
+        speech = media.speech("speech")
+        endpoints = self.session.endpoints()
+        first, second = self.session.record("spkA", 48000), self.session.record("spkB", 44100)
+        host = self.session.play(speech)
+        first.wait_for_sound(60)
+        first.wait_for_more(3)
+        self.session.prefix.make_default_output(self.endpoint(endpoints, "spkB"))
+        second.wait_for_sound(30)
+        # The call speaker opened a stream of its own at the start and follows at its next block:
+        # the media speaker's stream is the one that must have moved.
+        self.until(lambda: sorted(s for _, s in self.session.server.streams()).count("spkB") == 1,
+                   "exactly one stream on the new endpoint")
+        self.assertEqual(len(self.session.server.streams()), 2, "the old stream is still there")
+        left_behind = first.samples().shape[0]
+        second.wait_for_more(2)
+        self.assertLess(first.peak_since(left_behind + 48000), 1e-3, "the old endpoint still plays")
+        self.assert_ended_well(host)
+        self.assert_covered(speech, first, second)
+        self.assertEqual(host.log.count("Need to change default audio device."), 1)
+        self.assertEqual(host.log.count("OnAudioDeviceChanged failed"), 0)
+
+    def test_a_change_to_the_endpoint_in_use_keeps_the_client(self):
+        speech = media.speech("speech")
+        endpoint = self.endpoint(self.session.endpoints(), "spkA")
+        self.session.prefix.make_default_output(self.endpoint(self.session.endpoints(), "spkB"))
+        host = self.session.host("devices", "--json", name="settle")
+        host.wait(60)
+        self.session.prefix.make_default_output(endpoint)
+        recorder = self.session.record("spkA", 48000)
+        host = self.session.play(speech)
+        recorder.wait_for_sound(60)
+        recorder.wait_for_more(2)
+        streams = self.session.server.streams()
+        # Away and back again between two blocks is what a user does; an equal value written anew
+        # is what the system reports as a change to the same endpoint.
+        self.session.prefix.make_default_output(endpoint)
+        host.log.wait_for("same deviceId")
+        self.assertEqual(self.session.server.streams(), streams)
+        self.assert_ended_well(host)
+        self.assert_heard(recorder, speech)
+        self.assertEqual(host.log.count("Need to change default audio device."), 0)
+
+    def endpoint(self, endpoints, sink):
+        named = [identity for name, identity in endpoints.items() if sink in name]
+        self.assertEqual(len(named), 1, endpoints)
+        return named[0]
+
+    def assert_covered(self, path, first, second, tolerated=6):
+        """Each part of what was sent was heard on one endpoint or the other, a short gap apart."""
+        here = compare.compare(first.samples(), media.decode(path, first.rate), first.rate)
+        there = compare.compare(second.samples(), media.decode(path, second.rate), second.rate)
+        for label, result in (("first endpoint", here), ("second endpoint", there)):
+            self.report(label, result)
+            self.assertGreater(len([w for w in result.good]), 10, f"{label}: hardly anything was heard")
+        lost = [a.start_s for a, b in zip(here.windows, there.windows)
+                if a.state == compare.DAMAGED and b.state == compare.DAMAGED]
+        self.assertLessEqual(len(lost), tolerated, f"heard on neither endpoint: {lost}")
+
+
+if __name__ == "__main__":
+    session.main()

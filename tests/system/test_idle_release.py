@@ -1,0 +1,40 @@
+#!/usr/bin/python3
+"""Four minutes without a frame release the speakers, and the next frame brings them back. Takes over four minutes."""
+
+from rig import compare, media, session
+
+RELEASED = "No audio data for 4mins, release audio resource."
+
+
+class IdleRelease(session.SystemTest):
+    def test_releases_once_and_plays_again(self):
+        speech = media.speech("speech")
+        recorder = self.session.record()
+        host = self.session.play(speech, "--pause-after", "5", "--pause", "246")
+        recorder.wait_for_sound(60)
+        self.assertEqual(len(self.session.server.streams()), 2, "one stream for each speaker")
+        host.log.wait_for(RELEASED, 300)
+        idle = host.log.time_of(RELEASED) - max(host.log.time_of("VeltoWriteStream has received1 frame"), 0)
+        self.assertGreater(idle, 240)
+        self.until(lambda: not self.session.server.streams(), "the streams to be gone")
+        self.assertTrue(host.running)
+        self.until(lambda: len(self.session.server.streams()) == 2, "the streams to be back", 60)
+        self.assert_ended_well(host, 120)
+        self.assertEqual(host.log.count(RELEASED), 1)
+        self.assertEqual(host.log.count("Initialize end. BUFF_DURATIAN=3000000"), 4)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+        self.assert_both_parts_heard(recorder, speech)
+
+    def assert_both_parts_heard(self, recorder, path):
+        heard, reference = recorder.samples(), media.decode(path, 48000)
+        middle = int(120 * recorder.rate)
+        for label, part, low, high in (("before", heard[:middle], 0.0, 4.6), ("after", heard[middle:], 5.4, 99.0)):
+            result = compare.compare(part, reference, recorder.rate)
+            self.report(label, result)
+            windows = [w for w in result.windows if low <= w.start_s < high]
+            self.assertLessEqual(len([w for w in windows if w.state == compare.DAMAGED]), 3, label)
+            self.assertGreater(len([w for w in windows if w.state == compare.GOOD]), 15, label)
+
+
+if __name__ == "__main__":
+    session.main()

@@ -1,0 +1,30 @@
+#!/usr/bin/python3
+"""The audio service is not there at the start, and comes while the host goes on. Takes over four minutes."""
+
+from rig import compare, media, session
+
+
+class LateServer(session.SystemTest):
+    WITH_SERVER = False
+
+    def test_plays_after_the_idle_release_once_the_service_is_there(self):
+        speech = media.speech("speech")
+        host = self.session.play(speech, "--pause-after", "4", "--pause", "246")
+        # Class not registered: the enumerator cannot be made without the service.
+        host.log.wait_for("AudioPlayerWas function fail with -2147221164. Release resource. Line:272", 60, times=2)
+        host.log.wait_for("CheckDeviceChanged failed audioBufferSize=0", 30, times=20)
+        self.session.server.start()
+        recorder = self.session.record()
+        host.log.wait_for("No audio data for 4mins, release audio resource.", 300)
+        self.assert_ended_well(host, 120)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+        self.assertEqual(host.log.count("No audio data for 4mins, release audio resource."), 1)
+        result = compare.compare(recorder.samples(), media.decode(speech, 48000), 48000)
+        self.report("second part", result)
+        late = [w for w in result.windows if w.start_s >= 4.4]
+        self.assertLessEqual(len([w for w in late if w.state == compare.DAMAGED]), 3)
+        self.assertGreater(len([w for w in late if w.state == compare.GOOD]), 20)
+
+
+if __name__ == "__main__":
+    session.main()
