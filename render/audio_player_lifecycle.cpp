@@ -81,7 +81,7 @@ bool AudioPlayerWas::RegisterForNotifications()
 {
     ReleaseEarlierOpening();
     const auto createEnumerator = [this] {
-        return CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
+        return CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
                                 reinterpret_cast<void **>(&m_enumerator));
     };
     if (!CallSucceeded(openTag, 272, createEnumerator)) {
@@ -188,7 +188,7 @@ int32_t AudioPlayerWas::ActivateWasClient()
 bool AudioPlayerWas::ActivateClient(const ActivationLines &lines)
 {
     const auto activate = [this] {
-        return m_device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void **>(&m_audioClient));
+        return m_device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, reinterpret_cast<void **>(&m_audioClient));
     };
     return CallSucceeded(lines.tag, lines.activate, activate) &&
            CallSucceeded(lines.tag, lines.mixFormat, [this] { return m_audioClient->GetMixFormat(&m_mixFormat); });
@@ -211,7 +211,7 @@ bool AudioPlayerWas::InitializeClient(const ActivationLines &lines)
 bool AudioPlayerWas::BindClient(const ActivationLines &lines)
 {
     const auto getService = [this] {
-        return m_audioClient->GetService(IID_IAudioRenderClient, reinterpret_cast<void **>(&m_renderClient));
+        return m_audioClient->GetService(__uuidof(IAudioRenderClient), reinterpret_cast<void **>(&m_renderClient));
     };
     return CallSucceeded(lines.tag, lines.eventHandle,
                          [this] { return m_audioClient->SetEventHandle(m_bufferEvent); }) &&

@@ -4,6 +4,7 @@
 #include <ksmedia.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
 
 namespace fakes {

@@ -62,4 +62,6 @@ struct IMMDeviceEnumerator : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
     virtual HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
 };
+class MMDeviceEnumerator; // the class behind the interface
+WIN32_UUID(MMDeviceEnumerator, CLSID_MMDeviceEnumerator)
 WIN32_UUID(IMMDeviceEnumerator, IID_IMMDeviceEnumerator)
