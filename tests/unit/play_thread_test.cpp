@@ -1,0 +1,654 @@
+// The queue between a decoder and a renderer, and the thread that empties it.
+#include "playback/audio_play_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "play_thread_probe.h"
+#include "render_fixture.h"
+#include "tests/fakes/failing_new.h"
+
+namespace {
+
+using namespace velto_test;
+using namespace std::chrono_literals;
+using fakewin::Call;
+using velto::AudioPlayBuffer;
+using velto::AudioPlayThread;
+using velto::AudioPlayThreadProbe;
+
+constexpr char pushTag[] = "velto::AudioPlayThread::PushBuffer";
+constexpr wchar_t cushionFull[] = L"needDelay. push all delay buffer queue";
+
+bool Await(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 2000 && !condition(); ++i) {
+        std::this_thread::sleep_for(1ms);
+    }
+    return condition();
+}
+
+AudioPlayBuffer *MakeBuffer(uint8_t value, int32_t bytes = 4)
+{
+    auto *buffer = new AudioPlayBuffer;
+    buffer->buf = new uint8_t[static_cast<size_t>(bytes)];
+    buffer->len = bytes;
+    std::memset(buffer->buf, value, static_cast<size_t>(bytes));
+    return buffer;
+}
+
+void FreeBuffer(AudioPlayBuffer *buffer)
+{
+    delete[] buffer->buf;
+    delete buffer;
+}
+
+// The first byte of each queued block.
+std::vector<int> Contents(const std::deque<AudioPlayBuffer *> &queue)
+{
+    std::vector<int> values;
+    for (const AudioPlayBuffer *buffer : queue) {
+        values.push_back(buffer->buf[0]);
+    }
+    return values;
+}
+
+std::vector<int> Range(int first, int last)
+{
+    std::vector<int> values;
+    for (int value = first; value <= last; ++value) {
+        values.push_back(value);
+    }
+    return values;
+}
+
+// A renderer that only records what is asked of it. Any thread.
+class RecordingPlayer : public velto::IAudioPlayer {
+public:
+    struct Record {
+        std::mutex mutex;
+        std::vector<std::string> calls;
+        std::vector<int> played; // the first byte of each block
+        std::vector<int64_t> sizes;
+        std::thread::id thread;
+        velto::IAudioPlayerCallback *callback = nullptr;
+        std::function<void()> whilePlaying;
+        bool opens = true;
+
+        std::vector<int> Played()
+        {
+            const std::lock_guard lock(mutex);
+            return played;
+        }
+        std::vector<std::string> Calls()
+        {
+            const std::lock_guard lock(mutex);
+            return calls;
+        }
+    };
+
+    explicit RecordingPlayer(Record &record) : m_record(record) {}
+    ~RecordingPlayer() override { Note("delete"); }
+
+    bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) override
+    {
+        Note("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " + std::to_string(sampleRate));
+        return m_record.opens;
+    }
+    void Close() override { Note("Close"); }
+    void ReleaseClient() override { Note("ReleaseClient"); }
+    void Stop() override { Note("Stop"); }
+    void Start() override { Note("Start"); }
+    void PlayAudio(const uint8_t *data, int64_t size) override
+    {
+        {
+            const std::lock_guard lock(m_record.mutex);
+            m_record.played.push_back(data[0]);
+            m_record.sizes.push_back(size);
+            m_record.thread = std::this_thread::get_id();
+        }
+        if (m_record.whilePlaying) {
+            m_record.whilePlaying();
+        }
+    }
+    void SetCallback(velto::IAudioPlayerCallback *callback) override
+    {
+        m_record.callback = callback;
+        Note("SetCallback");
+    }
+    void SetBroadcastFlag(bool) override {}
+    void SetDeviceChanged(bool) override {}
+    void SetPropertyChanged(bool) override {}
+
+private:
+    void Note(const std::string &call)
+    {
+        const std::lock_guard lock(m_record.mutex);
+        m_record.calls.push_back(call);
+    }
+
+    Record &m_record;
+};
+
+std::vector<bool> notified;
+void Notify(bool value) { notified.push_back(value); }
+
+class PlayThread : public ::testing::Test {
+protected:
+    PlayThread()
+    {
+        fakewin::Reset();
+        fakes::AudioSystem::Instance().Reset();
+        fakes::LogRecorder::Instance().Clear();
+        notified.clear();
+    }
+
+    ~PlayThread() override
+    {
+        thread->StopPlayThread();
+        probe.FreeQueued();
+        thread.reset();
+        EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
+    }
+
+    void UseRecordingPlayer() { probe.Player() = std::make_unique<RecordingPlayer>(record); }
+
+    // As the speaker track starts it.
+    void Start()
+    {
+        thread->isRunning = 1;
+        EXPECT_TRUE(thread->StartPlayThread());
+        ASSERT_TRUE(Await([this] { return thread->threadStarted.load(); }));
+    }
+
+    void Push(int first, int last)
+    {
+        for (int value = first; value <= last; ++value) {
+            thread->PushBuffer(MakeBuffer(static_cast<uint8_t>(value)));
+        }
+    }
+
+    static int CushionLines() { return fakes::LogRecorder::Instance().Count(infoLevel, cushionFull, pushTag); }
+
+    RecordingPlayer::Record record;
+    velto::SpeakerAudioParams params;
+    std::unique_ptr<AudioPlayThread> thread = std::make_unique<AudioPlayThread>(&params, Notify);
+    AudioPlayThreadProbe probe{*thread};
+};
+
+TEST_F(PlayThread, ConstructionStartsNothing)
+{
+    EXPECT_FALSE(thread->threadStarted);
+    EXPECT_EQ(thread->isRunning, 1);
+    EXPECT_EQ(thread->threadExited, 0);
+    EXPECT_TRUE(thread->needDelay);
+    EXPECT_TRUE(probe.PlayQueue().empty());
+    EXPECT_TRUE(probe.DelayQueue().empty());
+    EXPECT_EQ(probe.Player(), nullptr);
+    EXPECT_FALSE(probe.Joinable());
+    EXPECT_EQ(fakewin::TotalCalls(), 0);
+}
+
+// --- The cushion -----------------------------------------------------------------------------
+
+TEST_F(PlayThread, TheFirstFourBlocksAreHeldBackAndTheFifthReleasesAllInOrder)
+{
+    Push(1, 4);
+    EXPECT_EQ(Contents(probe.DelayQueue()), Range(1, 4));
+    EXPECT_TRUE(probe.PlayQueue().empty());
+    EXPECT_TRUE(thread->needDelay);
+    EXPECT_EQ(CushionLines(), 0);
+    Push(5, 5);
+    EXPECT_TRUE(probe.DelayQueue().empty());
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 5));
+    EXPECT_FALSE(thread->needDelay);
+    EXPECT_EQ(CushionLines(), 1);
+}
+
+TEST_F(PlayThread, LaterBlocksGoStraightToTheQueue)
+{
+    Push(1, 7);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 7));
+    EXPECT_EQ(CushionLines(), 1);
+}
+
+TEST_F(PlayThread, ARearmedCushionHoldsTheNextFourBlocksBack)
+{
+    Push(1, 6);
+    thread->needDelay = true;
+    Push(7, 10);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 6));
+    Push(11, 11);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 11));
+    EXPECT_EQ(CushionLines(), 2);
+}
+
+TEST_F(PlayThread, ACushionThatHoldsMoreThanFiveIsReleasedWhole)
+{
+    for (int value = 1; value <= 7; ++value) {
+        probe.DelayQueue().push_back(MakeBuffer(static_cast<uint8_t>(value)));
+    }
+    Push(8, 8);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 8));
+}
+
+// --- The queue -------------------------------------------------------------------------------
+
+TEST_F(PlayThread, TheTwentyFirstBlockEvictsTheOldestSilently)
+{
+    Push(1, 20);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 20));
+    Push(21, 21);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 21));
+    Push(22, 100);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(81, 100));
+    EXPECT_EQ(fakes::LogRecorder::Instance().Entries().size(), 1u) << "the cushion's line";
+}
+
+TEST_F(PlayThread, OneBlockIsEvictedPerPush)
+{
+    for (int value = 1; value <= 25; ++value) {
+        probe.PlayQueue().push_back(MakeBuffer(static_cast<uint8_t>(value)));
+    }
+    thread->needDelay = false;
+    Push(26, 26);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 26));
+}
+
+TEST_F(PlayThread, NullBlocksAndBlocksWithoutBytesAreEvictedToo)
+{
+    thread->needDelay = false;
+    probe.PlayQueue().push_back(nullptr);
+    probe.PlayQueue().push_back(new AudioPlayBuffer);
+    Push(3, 20);
+    EXPECT_EQ(probe.PlayQueue().size(), 20u);
+    Push(21, 22);
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(3, 22));
+}
+
+// --- One pass --------------------------------------------------------------------------------
+
+TEST_F(PlayThread, APassPlaysTheOldestBlockAndFreesIt)
+{
+    UseRecordingPlayer();
+    Push(1, 5);
+    probe.PlayNext();
+    EXPECT_EQ(record.Played(), std::vector<int>{1});
+    EXPECT_EQ(record.sizes, std::vector<int64_t>{4});
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 5));
+}
+
+TEST_F(PlayThread, APassOverAnEmptyQueueDoesNothing)
+{
+    UseRecordingPlayer();
+    probe.PlayNext();
+    EXPECT_TRUE(record.Played().empty());
+}
+
+TEST_F(PlayThread, TheLengthIsWidenedWithItsSign)
+{
+    UseRecordingPlayer();
+    AudioPlayBuffer *buffer = MakeBuffer(1);
+    buffer->len = -4;
+    probe.PlayQueue().push_back(buffer);
+    probe.PlayNext();
+    EXPECT_EQ(record.sizes, std::vector<int64_t>{-4});
+}
+
+TEST_F(PlayThread, TheQueueIsFreeWhileTheRendererPlays)
+{
+    UseRecordingPlayer();
+    Push(1, 5);
+    record.whilePlaying = [this] { Push(6, 6); }; // would wait for itself under the queue's lock
+    probe.PlayNext();
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 6));
+}
+
+TEST_F(PlayThread, ABlockWithoutBytesIsTakenButNeitherPlayedNorFreed)
+{
+    UseRecordingPlayer();
+    AudioPlayBuffer empty;
+    probe.PlayQueue().push_back(&empty);
+    probe.PlayNext();
+    EXPECT_TRUE(probe.PlayQueue().empty());
+    EXPECT_TRUE(record.Played().empty());
+}
+
+TEST_F(PlayThread, WithoutARendererABlockIsTakenButNeitherPlayedNorFreed)
+{
+    AudioPlayBuffer *buffer = MakeBuffer(9);
+    probe.PlayQueue().push_back(buffer);
+    probe.PlayNext();
+    EXPECT_TRUE(probe.PlayQueue().empty());
+    EXPECT_EQ(buffer->buf[0], 9);
+    FreeBuffer(buffer);
+}
+
+// --- The thread's body -----------------------------------------------------------------------
+
+TEST_F(PlayThread, ANullArgumentEndsTheThreadAfterAMillisecond)
+{
+    EXPECT_EQ(AudioPlayThread::ThreadFun(nullptr), 0u);
+    EXPECT_EQ(fakes::LogRecorder::Instance().Entries(),
+              (std::vector<LogEntry>{{errorLevel, L"playThread is nullptr", "velto::AudioPlayThread::ThreadFun"}}));
+    EXPECT_EQ(fakewin::Waits(), (std::vector<fakewin::WaitRecord>{{Call::Sleep, nullptr, 1}}));
+}
+
+TEST_F(PlayThread, TheRendererIsOpenedWithBitsChannelsAndRateOfTheRecord)
+{
+    UseRecordingPlayer();
+    params.bitsPerSample = 24;
+    params.channels = 6;
+    params.sampleRate = 44100;
+    probe.InitPlayThread();
+    EXPECT_EQ(record.Calls(), (std::vector<std::string>{"SetCallback", "Open 24 6 44100"}));
+    EXPECT_EQ(record.callback, thread.get());
+}
+
+TEST_F(PlayThread, ARendererIsMadeWhenThereIsNone)
+{
+    probe.InitPlayThread();
+    ASSERT_NE(probe.Player(), nullptr);
+    EXPECT_EQ(fakes::AudioSystem::Instance().RegisteredCallbacks(), 1);
+    probe.Player()->Close();
+}
+
+TEST_F(PlayThread, WithoutMemoryForARendererTheLoopStillTakesBlocksAndFreesNone)
+{
+    std::vector<AudioPlayBuffer *> lost;
+    for (int value = 1; value <= 5; ++value) {
+        lost.push_back(MakeBuffer(static_cast<uint8_t>(value)));
+        thread->PushBuffer(lost.back());
+    }
+    const fakes::FailingNew noMemory(sizeof(velto::AudioPlayerWas));
+    Start();
+    EXPECT_EQ(fakes::LogRecorder::Instance().Count(errorLevel, L"audioSpkPlayer is nullptr",
+                                                   "velto::AudioPlayThread::InitPlayThread"),
+              1);
+    const int passes = fakewin::Count(Call::Sleep);
+    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > passes + 6; }));
+    thread->StopPlayThread();
+    EXPECT_EQ(thread->threadExited, 1);
+    EXPECT_TRUE(probe.PlayQueue().empty());
+    for (AudioPlayBuffer *buffer : lost) {
+        FreeBuffer(buffer);
+    }
+}
+
+TEST_F(PlayThread, ARendererThatCannotOpenIsUsedAllTheSame)
+{
+    UseRecordingPlayer();
+    record.opens = false;
+    Push(1, 5);
+    Start();
+    EXPECT_TRUE(Await([this] { return record.Played().size() == 5; }));
+}
+
+TEST_F(PlayThread, BlocksArePlayedInOrderOnThePlayThread)
+{
+    UseRecordingPlayer();
+    Start();
+    Push(1, 20);
+    EXPECT_TRUE(Await([this] { return record.Played().size() == 20; }));
+    EXPECT_EQ(record.Played(), Range(1, 20));
+    EXPECT_NE(record.thread, std::this_thread::get_id());
+}
+
+TEST_F(PlayThread, EveryPassSleepsAMillisecondAndPlaysOneBlockAtMost)
+{
+    UseRecordingPlayer();
+    std::vector<int> sleepsBefore;
+    record.whilePlaying = [&] { sleepsBefore.push_back(fakewin::Count(Call::Sleep)); };
+    Push(1, 10);
+    Start();
+    EXPECT_TRUE(Await([this] { return record.Played().size() == 10; }));
+    const int sleeps = fakewin::Count(Call::Sleep);
+    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > sleeps; })) << "also when the queue is empty";
+    thread->StopPlayThread();
+    for (size_t i = 0; i < sleepsBefore.size(); ++i) {
+        EXPECT_EQ(sleepsBefore[i], static_cast<int>(i));
+    }
+    for (const auto &wait : fakewin::Waits()) {
+        EXPECT_EQ(wait, (fakewin::WaitRecord{Call::Sleep, nullptr, 1}));
+    }
+}
+
+// --- Starting and stopping -------------------------------------------------------------------
+
+TEST_F(PlayThread, ItCountsAsStartedOnceTheRendererHasBeenOpened)
+{
+    bool startedAtOpen = true;
+    fakewin::Before(Call::CoInitializeEx, [&] { startedAtOpen = thread->threadStarted; });
+    Start();
+    EXPECT_FALSE(startedAtOpen);
+    EXPECT_TRUE(thread->threadStarted);
+}
+
+TEST_F(PlayThread, StoppingClosesTheRendererAndKeepsIt)
+{
+    UseRecordingPlayer();
+    Start();
+    thread->StopPlayThread();
+    EXPECT_FALSE(thread->threadStarted);
+    EXPECT_EQ(thread->isRunning, 0);
+    EXPECT_EQ(thread->threadExited, 1);
+    EXPECT_FALSE(probe.Joinable());
+    EXPECT_NE(probe.Player(), nullptr);
+    EXPECT_EQ(record.Calls(), (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close"}));
+}
+
+TEST_F(PlayThread, StoppingBeforeStartingAndTwiceIsHarmless)
+{
+    thread->StopPlayThread();
+    UseRecordingPlayer();
+    Start();
+    thread->StopPlayThread();
+    thread->StopPlayThread();
+    EXPECT_EQ(record.Calls().back(), "Close");
+    EXPECT_EQ(record.Calls().size(), 3u);
+}
+
+TEST_F(PlayThread, WhatIsQueuedIsKeptAndPlayedAfterTheNextStartByTheSameRenderer)
+{
+    UseRecordingPlayer();
+    const velto::IAudioPlayer *renderer = probe.Player().get();
+    Start();
+    thread->StopPlayThread();
+    Push(1, 8);
+    params.sampleRate = 44100;
+    Start();
+    EXPECT_TRUE(Await([this] { return record.Played().size() == 8; }));
+    EXPECT_EQ(record.Played(), Range(1, 8));
+    EXPECT_EQ(probe.Player().get(), renderer);
+    EXPECT_EQ(record.Calls().back(), "Open 16 2 44100") << "with the record as it is now";
+}
+
+TEST_F(PlayThread, BlocksInTheCushionAreKeptToo)
+{
+    UseRecordingPlayer();
+    Push(1, 3);
+    Start();
+    thread->StopPlayThread();
+    EXPECT_EQ(Contents(probe.DelayQueue()), Range(1, 3));
+    EXPECT_TRUE(record.Played().empty());
+}
+
+TEST_F(PlayThread, DestructionStopsClosesAndDeletesTheRenderer)
+{
+    auto other = std::make_unique<AudioPlayThread>(&params, nullptr);
+    AudioPlayThreadProbe(*other).Player() = std::make_unique<RecordingPlayer>(record);
+    ASSERT_TRUE(other->StartPlayThread());
+    ASSERT_TRUE(Await([&] { return other->threadStarted.load(); }));
+    other.reset();
+    EXPECT_EQ(record.Calls(), (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close", "delete"}));
+}
+
+TEST_F(PlayThread, DestructionFreesNoQueuedBlock)
+{
+    std::vector<AudioPlayBuffer *> queued;
+    {
+        AudioPlayThread other(&params, nullptr);
+        for (int value = 1; value <= 8; ++value) {
+            queued.push_back(MakeBuffer(static_cast<uint8_t>(value)));
+            other.PushBuffer(queued.back());
+        }
+    }
+    for (AudioPlayBuffer *buffer : queued) {
+        FreeBuffer(buffer);
+    }
+}
+
+TEST_F(PlayThread, TheModuleIsHeldWhileTheThreadRuns)
+{
+    UseRecordingPlayer();
+    const int references = fakewin::ModuleReferences(fakewin::ThisModule());
+    Start();
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), references + 1);
+    thread->StopPlayThread();
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), references);
+}
+
+#if GTEST_HAS_DEATH_TEST && !defined(_WIN32)
+TEST(PlayThreadDeathTest, StartingARunningThreadEndsTheProcess)
+{
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    velto::SpeakerAudioParams params;
+    EXPECT_DEATH(
+        {
+            AudioPlayThread thread(&params, nullptr);
+            thread.StartPlayThread();
+            thread.StartPlayThread();
+        },
+        "");
+}
+#endif
+
+// --- The broadcast flag ----------------------------------------------------------------------
+
+TEST_F(PlayThread, ABroadcastIsForwardedToTheFunctionIfThereIsOne)
+{
+    thread->OnBroadcastFlag(true);
+    thread->OnBroadcastFlag(false);
+    EXPECT_EQ(notified, (std::vector<bool>{true, false}));
+    AudioPlayThread silent(&params, nullptr);
+    silent.OnBroadcastFlag(true);
+    EXPECT_EQ(notified.size(), 2u);
+}
+
+TEST_F(PlayThread, APlayerEventDoesNothing)
+{
+    thread->OnPlayerEvent();
+    EXPECT_TRUE(notified.empty());
+    EXPECT_EQ(fakewin::TotalCalls(), 0);
+}
+
+TEST_F(PlayThread, TheFlagReachesTheRendererOnceItExists)
+{
+    thread->SetBroadcastFlag(true);
+    Start();
+    velto::AudioPlayerWasProbe renderer(static_cast<velto::AudioPlayerWas &>(*probe.Player()));
+    EXPECT_FALSE(renderer.BroadcastFlag());
+    thread->SetBroadcastFlag(true);
+    EXPECT_TRUE(renderer.BroadcastFlag());
+    thread->SetBroadcastFlag(false);
+    EXPECT_FALSE(renderer.BroadcastFlag());
+}
+
+// --- With the real renderer ------------------------------------------------------------------
+
+class PlayThreadSound : public PlayThread {
+protected:
+    PlayThreadSound() { audio.Get().mixFormat = {2, 16, 48000}; }
+
+    // Frees the converter that opening again would lose.
+    void FreeConverter()
+    {
+        velto::AudioPlayerWasProbe renderer(static_cast<velto::AudioPlayerWas &>(*probe.Player()));
+        SwrContext *converter = renderer.TakeResampler();
+        swr_free(&converter);
+    }
+
+    std::vector<uint8_t> PushBlocks(uint32_t first, uint32_t count)
+    {
+        std::vector<uint8_t> all;
+        for (uint32_t i = first; i < first + count; ++i) {
+            const auto block = MakeBlock(i);
+            all.insert(all.end(), block.begin(), block.end());
+            AudioPlayBuffer *buffer = MakeBuffer(0, 4096);
+            std::memcpy(buffer->buf, block.data(), block.size());
+            thread->PushBuffer(buffer);
+        }
+        return all;
+    }
+
+    fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
+};
+
+TEST_F(PlayThreadSound, WhatIsPushedReachesTheEndpointUnchanged)
+{
+    Start();
+    const auto sound = PushBlocks(1, 20);
+    EXPECT_TRUE(Await([&] { return audio.Written(L"speakers").size() >= sound.size(); }));
+    EXPECT_EQ(audio.Written(L"speakers"), sound);
+    thread->StopPlayThread();
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+}
+
+TEST_F(PlayThreadSound, AFollowedDeviceChangeLosesNoBlock)
+{
+    audio.Add(L"headset").mixFormat = {2, 16, 48000};
+    Start();
+    auto sound = PushBlocks(1, 20);
+    ASSERT_TRUE(Await([&] { return audio.Written(L"speakers").size() == sound.size(); }));
+    audio.SetDefaultForAllRoles(L"headset");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    const auto more = PushBlocks(21, 20);
+    EXPECT_TRUE(Await([&] { return audio.Written(L"headset").size() == more.size(); }));
+    EXPECT_EQ(audio.Written(L"headset"), more);
+    EXPECT_EQ(audio.Written(L"speakers"), sound);
+}
+
+TEST_F(PlayThreadSound, AHundredCyclesLoseNothingButTheConverter)
+{
+    Start();
+    thread->StopPlayThread();
+    FreeConverter();
+    const int handles = fakewin::LiveHandles();
+    const int blocks = fakewin::LiveTaskBlocks();
+    const int objects = audio.LiveObjects();
+    std::vector<uint8_t> sound;
+    for (uint32_t cycle = 0; cycle < 100; ++cycle) {
+        Start();
+        const auto part = PushBlocks(cycle * 5, 5);
+        sound.insert(sound.end(), part.begin(), part.end());
+        ASSERT_TRUE(Await([&] { return audio.Written(L"speakers").size() == sound.size(); })) << cycle;
+        thread->StopPlayThread();
+        FreeConverter();
+        ASSERT_EQ(fakewin::LiveHandles(), handles);
+        ASSERT_EQ(fakewin::LiveTaskBlocks(), blocks);
+        ASSERT_EQ(audio.LiveObjects(), objects);
+        ASSERT_EQ(fakewin::OpenApartments(), 0);
+        ASSERT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
+        ASSERT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), 1);
+    }
+    EXPECT_EQ(audio.Written(L"speakers"), sound);
+}
+
+TEST_F(PlayThreadSound, WhatTheRendererKeepsOutlivesTheThreadsApartment)
+{
+    Start();
+    thread->StopPlayThread();
+    const int unloads = fakewin::ImplementationUnloads();
+    FreeConverter();
+    Start();
+    thread->StopPlayThread();
+    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads) << "the endpoints' DLL stayed mapped throughout";
+}
+
+} // namespace
