@@ -14,6 +14,19 @@ from . import processes, waiting
 _LONGEST_RUNTIME_NAME = 80
 
 
+# The order in which Windows counts six channels; PulseAudio has another one by default.
+_SIX_CHANNELS = "front-left,front-right,front-center,lfe,rear-left,rear-right"
+
+
+def channel_map(option, channels):
+    """The option that fixes the order of the channels, where there is a choice."""
+    return [f"{option}={_SIX_CHANNELS}"] if channels == 6 else []
+
+
+def _null_sink(name, rate, channels):
+    return [f"sink_name={name}", f"rate={rate}", f"channels={channels}", *channel_map("channel_map", channels)]
+
+
 class PrivateAudioServer:
     """One server in its own runtime folder. Nothing of the user's server is read or touched."""
 
@@ -46,8 +59,8 @@ class PrivateAudioServer:
         """Starts the server and waits until it answers."""
         command = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=no",
                    "--use-pid-file=no", "--log-target=stderr"]
-        for name, rate, channels in self.sinks:
-            command += ["-L", f"module-null-sink sink_name={name} rate={rate} channels={channels}"]
+        for sink in self.sinks:
+            command += ["-L", " ".join(["module-null-sink", *_null_sink(*sink)])]
         command += ["-L", "module-native-protocol-unix"]
         processes.at_end(self.stop)
         with open(self.folder / "pulseaudio.log", "ab") as log:
@@ -107,4 +120,4 @@ class PrivateAudioServer:
         raise KeyError(name)
 
     def load_sink(self, name, rate, channels):
-        self.pactl("load-module", "module-null-sink", f"sink_name={name}", f"rate={rate}", f"channels={channels}")
+        self.pactl("load-module", "module-null-sink", *_null_sink(name, rate, channels))

@@ -20,8 +20,12 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-def _die_with_parent():
+def _prepare_child():
     _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+    try:
+        os.nice(-10)  # sound first, as on a real machine; only root may ask for it
+    except OSError:
+        pass
 
 
 def start(command, **options):
@@ -30,7 +34,7 @@ def start(command, **options):
         [str(part) for part in command],
         stdin=options.pop("stdin", subprocess.DEVNULL),
         start_new_session=True,
-        preexec_fn=_die_with_parent,
+        preexec_fn=_prepare_child,
         **options,
     )
     _children.append(child)

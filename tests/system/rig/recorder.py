@@ -7,7 +7,7 @@ import wave
 
 import numpy
 
-from . import processes, waiting
+from . import audio_server, processes, waiting
 
 
 class Recorder:
@@ -21,7 +21,7 @@ class Recorder:
         self._lock = threading.Lock()
         self._process = processes.start(
             ["parec", "--raw", "-d", f"{sink}.monitor", "--latency-msec=20", "--format=float32le",
-             f"--rate={rate}", f"--channels={channels}"],
+             f"--rate={rate}", f"--channels={channels}", *audio_server.channel_map("--channel-map", channels)],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=server.environment)
         self._thread = threading.Thread(target=self._read, daemon=True)
         self._thread.start()
@@ -75,6 +75,7 @@ class Recorder:
     def stop(self):
         processes.end(self._process)
         self._thread.join(10)
+        self._process.stdout.close()
         return self.samples()
 
 

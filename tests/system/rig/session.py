@@ -78,13 +78,13 @@ class SystemTest(unittest.TestCase):
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER)
         self.addCleanup(self.session.close)
 
-    def assert_heard(self, recorder, path, channels=slice(None), tolerated_windows=3, tolerated_slips=1):
+    def assert_heard(self, recorder, path, channels=slice(None)):
         """The recording holds the whole of what was sent."""
         reference = media.decode(path, recorder.rate)
         heard = recorder.samples()[:, :2]
         result = compare.compare(heard[:, channels], reference[:, channels], recorder.rate)
         self.report(recorder.sink, result)
-        self.assertEqual(result.verdict(tolerated_windows, tolerated_slips), "")
+        self.assertEqual(result.verdict(), "")
         return result
 
     def report(self, label, result):
