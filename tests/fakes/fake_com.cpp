@@ -29,11 +29,14 @@ State &TheState()
     return *state;
 }
 
-// A thread that ends must have left COM as often as it entered it.
+// A thread that ends must have left COM as often as it entered it. MinGW runs destructors of
+// thread-local objects after their storage is gone, so there the count of open apartments is all
+// that tells.
 struct Apartment {
     int depth = 0;
     DWORD model = 0;
 
+#ifndef _WIN32
     ~Apartment()
     {
         if (depth > 0) {
@@ -42,6 +45,7 @@ struct Apartment {
             TheState().openApartments -= depth;
         }
     }
+#endif
 };
 thread_local Apartment apartment;
 

@@ -63,7 +63,7 @@ HANDLE AddHandle(State &state, Waitable waitable)
 
 void Record(State &state, WaitRecord record)
 {
-    if (state.waits.size() < maxRecords) {
+    if (state.waits.size() < maxRecords || record.waitMs >= clockWaitMs) {
         state.waits.push_back(record);
     }
 }

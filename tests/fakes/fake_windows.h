@@ -116,7 +116,7 @@ struct WaitRecord {
     DWORD waitMs;
     bool operator==(const WaitRecord &) const = default;
 };
-std::vector<WaitRecord> Waits(); // the first ten thousand
+std::vector<WaitRecord> Waits(); // the first ten thousand, and all that the clock drives
 
 void AdvanceClock(uint64_t milliseconds);
 // True when `count` threads wait on the clock, or do so within two seconds.

@@ -376,7 +376,7 @@ TEST_F(SpeakerTrack, ACallDecoderThatCannotBeSetUpHasItsOwnLine)
 TEST_F(SpeakerTrack, FourMinutesWithoutAFrameReleaseOnceAndTheNextFrameStartsAgain)
 {
     WriteUndecoded(1);
-    ASSERT_TRUE(Await([] { return IdleWaits() == 1; }));
+    ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
     fakewin::AdvanceClock(idleMs - 1);
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(velto::DeviceState, 0);
@@ -397,11 +397,11 @@ TEST_F(SpeakerTrack, FourMinutesWithoutAFrameReleaseOnceAndTheNextFrameStartsAga
 TEST_F(SpeakerTrack, EachWriteStartsANewFullWait)
 {
     WriteUndecoded(1);
-    ASSERT_TRUE(Await([] { return IdleWaits() == 1; }));
+    ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
     for (int i = 2; i <= 4; ++i) {
         fakewin::AdvanceClock(idleMs - 1);
         table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); // even an invalid call
-        ASSERT_TRUE(Await([i] { return IdleWaits() == i; }));
+        ASSERT_TRUE(fakewin::AwaitClockWaiters(1)) << i;
         EXPECT_EQ(velto::DeviceState, 0);
     }
     EXPECT_EQ(CountOf(LOG_LEVEL_INFO, idleLine), 0);
