@@ -1,0 +1,27 @@
+// The shipped DLL, loaded as a host loads it.
+#pragma once
+
+#include <windows.h>
+
+#include "bench/aac_frames.h"
+#include "velto/audio_handler.h"
+
+namespace velto::bench {
+
+// Throws std::runtime_error when the DLL beside this program cannot be loaded.
+class ModuleWriter {
+public:
+    ModuleWriter();
+    ~ModuleWriter();
+    ModuleWriter(const ModuleWriter &) = delete;
+    ModuleWriter &operator=(const ModuleWriter &) = delete;
+
+    // Writes one frame to "speaker1"; the module's result.
+    int32_t Write(AacFrame &frame);
+
+private:
+    HMODULE m_module = nullptr;
+    AudioHandlerTable m_table{};
+};
+
+} // namespace velto::bench

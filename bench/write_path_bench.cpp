@@ -1,0 +1,107 @@
+// Time per call of WriteStreamBuffer through the shipped DLL, beside FFmpeg's bare decoder over
+// the same frames. The repetitions of all benchmarks are interleaved at random, so that whatever
+// else the machine does meets all of them alike.
+//
+//   velto-write-path-bench [--benchmark_...] FILE.aac...
+#include <windows.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <deque>
+#include <exception>
+#include <filesystem>
+
+#include "bench/aac_frames.h"
+#include "bench/bare_decoder.h"
+#include "bench/module_writer.h"
+#include "bench/write_path_parts.h"
+
+namespace velto::bench {
+namespace {
+
+constexpr int framesPerRepetition = 235; // five seconds of sound
+constexpr int repetitions = 41;
+
+// Frames of one file, over and over.
+class FrameLoop {
+public:
+    explicit FrameLoop(std::vector<AacFrame> frames) : m_frames(std::move(frames)) {}
+    AacFrame &Next() { return m_frames[m_next++ % m_frames.size()]; }
+
+private:
+    std::vector<AacFrame> m_frames;
+    size_t m_next = 0;
+};
+
+void Register(const std::string &name, const std::function<void(benchmark::State &)> &function)
+{
+    benchmark::RegisterBenchmark(name.c_str(), function)
+        ->Iterations(framesPerRepetition)
+        ->Repetitions(repetitions)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
+}
+
+void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &decoder, FrameLoop &written,
+                  FrameLoop &decoded)
+{
+    const std::string name = std::filesystem::path(path).stem().string();
+    Register("WriteStreamBuffer/" + name, [&](benchmark::State &state) {
+        for (auto _ : state) {
+            if (module.Write(written.Next()) != VELTO_OK) {
+                state.SkipWithError("the module refused a frame");
+            }
+        }
+    });
+    Register("BareDecoder/" + name, [&](benchmark::State &state) {
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(decoder.Decode(decoded.Next()));
+        }
+    });
+}
+
+// The first frames open the sound device and fill its buffer, at the pace of the sound.
+void WarmUp(ModuleWriter &module, FrameLoop frames)
+{
+    for (int i = 0; i < 100; ++i) {
+        module.Write(frames.Next());
+        Sleep(20);
+    }
+}
+
+int Run(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: velto-write-path-bench [--benchmark_...] FILE.aac...\n");
+        return 2;
+    }
+    ModuleWriter module;
+    BareDecoder decoder;
+    std::deque<FrameLoop> loops; // elements keep their places
+    for (int i = 1; i < argc; ++i) {
+        const std::vector<AacFrame> frames = ReadAacFrames(argv[i]);
+        FrameLoop &written = loops.emplace_back(frames);
+        FrameLoop &decoded = loops.emplace_back(frames);
+        RegisterFile(argv[i], module, decoder, written, decoded);
+    }
+    WarmUp(module, loops.front());
+    RegisterWritePathParts(framesPerRepetition, repetitions);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
+
+} // namespace
+} // namespace velto::bench
+
+int main(int argc, char **argv)
+{
+    try {
+        return velto::bench::Run(argc, argv);
+    } catch (const std::exception &problem) {
+        std::fprintf(stderr, "velto-write-path-bench: %s\n", problem.what());
+        return 1;
+    }
+}
