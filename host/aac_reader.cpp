@@ -96,7 +96,7 @@ void AacReader::Open(const std::string &path)
     }
     m_index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (m_index < 0) {
-        throw AacFileError("holds no sound");
+        throw AacFileError(m_stream.isAdts ? "holds no AAC frame" : "holds no sound");
     }
 }
 
@@ -120,13 +120,13 @@ void AacReader::Describe()
     }
     if (!m_stream.isAdts && codec->extradata_size > 0) {
         m_stream.specificConfig.assign(codec->extradata, codec->extradata + codec->extradata_size);
-    } else if (m_stream.channels <= 6) { // where the number of the configuration is the channels'
+    } else {
         m_stream.specificConfig =
             MakeSpecificConfig(lowComplexity, m_stream.sampleRateHz, m_stream.channels);
     }
     // For ADTS the duration is a guess from the first frames' bit rate, and often far off.
-    if (!m_stream.isAdts && m_format->duration > 0) {
-        m_stream.durationSeconds = static_cast<double>(m_format->duration) / AV_TIME_BASE;
+    if (!m_stream.isAdts && stream->duration > 0) {
+        m_stream.durationSeconds = static_cast<double>(stream->duration) * av_q2d(stream->time_base);
     }
 }
 

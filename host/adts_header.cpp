@@ -10,6 +10,18 @@ constexpr std::array<uint32_t, 13> standardRatesHz{96000, 88200, 64000, 48000, 4
                                                    22050, 16000, 12000, 11025, 8000,  7350};
 constexpr size_t shortHeaderBytes = 7;
 constexpr size_t checksumBytes = 2;
+constexpr size_t longestFrame = 0x1FFF;
+constexpr uint32_t mostChannels = 6; // up to here the number of the configuration is the channels'
+
+// The rate's number in headers; empty for a rate without one.
+std::optional<uint32_t> RateIndex(uint32_t sampleRateHz)
+{
+    const auto rate = std::find(standardRatesHz.begin(), standardRatesHz.end(), sampleRateHz);
+    if (rate == standardRatesHz.end()) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(rate - standardRatesHz.begin());
+}
 
 } // namespace
 
@@ -33,14 +45,31 @@ std::optional<AdtsHeader> ParseAdtsHeader(std::span<const uint8_t> bytes)
     return header;
 }
 
-std::vector<uint8_t> MakeSpecificConfig(uint32_t objectType, uint32_t sampleRateHz, uint32_t channels)
+std::vector<uint8_t> MakeAdtsHeader(uint32_t sampleRateHz, uint32_t channels, size_t unitBytes)
 {
-    const auto rate = std::find(standardRatesHz.begin(), standardRatesHz.end(), sampleRateHz);
-    if (rate == standardRatesHz.end()) {
+    constexpr uint32_t lowComplexityProfile = 1; // the object type less one
+    const auto index = RateIndex(sampleRateHz);
+    const size_t frameBytes = shortHeaderBytes + unitBytes;
+    if (!index || channels == 0 || channels > mostChannels || frameBytes > longestFrame) {
         return {};
     }
-    const auto index = static_cast<uint32_t>(rate - standardRatesHz.begin());
-    const uint32_t bits = objectType << 11 | index << 7 | channels << 3;
+    const auto length = static_cast<uint32_t>(frameBytes);
+    return {0xFF,
+            0xF1, // MPEG-4, no checksum
+            static_cast<uint8_t>(lowComplexityProfile << 6 | *index << 2 | channels >> 2),
+            static_cast<uint8_t>((channels & 3) << 6 | length >> 11),
+            static_cast<uint8_t>(length >> 3),
+            static_cast<uint8_t>((length & 7) << 5 | 0x1F), // the rest: variable bit rate, one raw block
+            0xFC};
+}
+
+std::vector<uint8_t> MakeSpecificConfig(uint32_t objectType, uint32_t sampleRateHz, uint32_t channels)
+{
+    const auto index = RateIndex(sampleRateHz);
+    if (!index || channels == 0 || channels > mostChannels) {
+        return {};
+    }
+    const uint32_t bits = objectType << 11 | *index << 7 | channels << 3;
     return {static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits)};
 }
 

@@ -21,6 +21,10 @@ struct AdtsHeader {
 // Empty when the bytes do not begin with a header that makes sense.
 std::optional<AdtsHeader> ParseAdtsHeader(std::span<const uint8_t> bytes);
 
+// The seven bytes in front of an AAC-LC unit of this size; empty when the rate is none of the standard
+// ones, the channels are more than a header can tell, or the unit is too large.
+std::vector<uint8_t> MakeAdtsHeader(uint32_t sampleRateHz, uint32_t channels, size_t unitBytes);
+
 // The two-byte MPEG-4 AudioSpecificConfig of such a stream; empty when the rate is none of the
 // standard ones.
 std::vector<uint8_t> MakeSpecificConfig(uint32_t objectType, uint32_t sampleRateHz, uint32_t channels);

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <charconv>
+#include <map>
 
 #include "host/exit_code.h"
 
@@ -54,6 +55,11 @@ void AddDiagnostics(CLI::App &command, PlayOptions &play)
         ->group(diagnostics);
     command.add_option("--pace-rate", play.paceRateHz, "Send as fast as if the stream had this rate in Hz")
         ->check(CLI::Range(1000u, 1000000u))
+        ->group(diagnostics);
+    command.add_option("--framing", play.framing, "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Framing>{
+            {"auto", Framing::AUTO}, {"raw", Framing::RAW}, {"adts", Framing::ADTS}}))
+        ->type_name("auto|raw|adts")
         ->group(diagnostics);
     command.add_flag("--send-damaged", play.sendDamaged, "Send frames that cannot be decoded, too")
         ->group(diagnostics);

@@ -9,6 +9,14 @@
 
 namespace velto::host {
 
+// How units go to the module. A raw unit does not tell its sampling rate, and the module takes it to
+// be 48000 Hz; what was coded at another rate can then not be decoded.
+enum class Framing {
+    AUTO, // raw at 48000 Hz, ADTS at any other rate
+    RAW,
+    ADTS,
+};
+
 struct Parameter {
     std::string key; // VELTO_KEY_...
     uint32_t value = 0;
@@ -25,6 +33,7 @@ struct PlayOptions {
     // Diagnostics.
     std::string modemFile;          // sent to ModemSpeaker1 at the same time
     uint32_t paceRateHz = 0;        // send as if the stream had this rate
+    Framing framing = Framing::AUTO;
     bool sendDamaged = false;       // hand over units that this program's own decoder refuses
     std::vector<Parameter> parameters; // set before the first frame
     bool showEvents = false;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "host/adts_header.h"
+
 namespace velto::host {
 namespace {
 
@@ -31,7 +33,9 @@ TrackSender::TrackSender(const std::string &file, const std::string &device, con
       m_reader(std::make_unique<AacReader>(file)),
       m_meter(std::make_unique<LevelMeter>(m_reader->Stream())),
       m_pacer(FrameTime(m_reader->Stream(), options.paceRateHz), mostFramesAtOnce),
-      m_frameSeconds(m_reader->Stream().FrameSeconds())
+      m_frameSeconds(m_reader->Stream().FrameSeconds()),
+      m_isAdts(options.framing == Framing::ADTS ||
+               (options.framing == Framing::AUTO && m_reader->Stream().sampleRateHz != moduleRateHz))
 {
     const AacStream &stream = m_reader->Stream();
     m_output.Say("{}: {}, {} Hz, {} channel(s), {} -> {}", file, ObjectTypeName(stream.objectType),
@@ -43,19 +47,31 @@ TrackSender::TrackSender(const std::string &file, const std::string &device, con
 void TrackSender::WarnAbout(const AacStream &stream)
 {
     if (stream.sampleRateHz != moduleRateHz) {
-        m_warnings.push_back(
-            fmt::format("the stream has {} Hz; the module plays it at {} Hz, at the wrong speed",
+        Warn(fmt::format("the stream has {} Hz; the module plays it at {} Hz, at the wrong speed",
                         stream.sampleRateHz, moduleRateHz));
     }
     if (stream.objectType != lowComplexity) {
-        m_warnings.push_back(fmt::format("the stream is {}; the module is made for AAC-LC",
+        Warn(fmt::format("the stream is {}; the module is made for AAC-LC",
                                          ObjectTypeName(stream.objectType)));
     }
     if (!m_meter->IsAvailable()) {
-        m_warnings.push_back("no decoder for this stream here: no level, and frames go out unjudged");
+        Warn("no decoder for this stream here: no level, and frames go out unjudged");
     }
-    for (const std::string &warning : m_warnings) {
-        m_output.Complain("{}: warning: {}", m_file, warning);
+}
+
+void TrackSender::Warn(const std::string &warning)
+{
+    m_warnings.push_back(warning);
+    m_output.Complain("{}: warning: {}", m_file, warning);
+}
+
+// An MP4 file tells its length first. Heard once, as every pass is as short.
+void TrackSender::WarnIfShort()
+{
+    const double length = m_reader->Stream().durationSeconds;
+    const double missing = length - m_seconds;
+    if (m_passes == 1 && missing > 2 * m_frameSeconds) {
+        Warn(fmt::format("the file says that it lasts {:.3f} s; the last {:.3f} s are missing", length, missing));
     }
 }
 
@@ -95,6 +111,7 @@ void TrackSender::Fetch()
             ++m_missing; // nobody knows how long it would have been: no place in time is kept
             break;
         case AacReader::Outcome::END:
+            WarnIfShort();
             if (!m_options.loop || !m_framesInThisPass) {
                 return;
             }
@@ -114,7 +131,18 @@ bool TrackSender::Judge()
         Leave(m_refused, "it cannot be decoded");
         return false;
     }
+    if (m_isAdts) {
+        Wrap();
+    }
     return true;
+}
+
+// Puts a header in front that tells rate and channels.
+void TrackSender::Wrap()
+{
+    const AacStream &stream = m_reader->Stream();
+    const std::vector<uint8_t> header = MakeAdtsHeader(stream.sampleRateHz, stream.channels, m_frame.size());
+    m_frame.insert(m_frame.begin(), header.begin(), header.end());
 }
 
 void TrackSender::Leave(uint64_t &counter, const std::string &why)
@@ -153,6 +181,7 @@ Json TrackSender::Report() const
             {"seconds", m_seconds},
             {"bytes", m_bytes},
             {"passes", m_passes},
+            {"sentAs", m_isAdts ? "ADTS" : "raw"},
             {"nonzeroResults", m_nonzeroResults},
             {"firstNonzeroResult", m_firstNonzeroResult},
             {"longestCallMs", Milliseconds(m_longestCall)},

@@ -50,8 +50,11 @@ public:
 private:
     void Fetch();
     bool Judge();
+    void Wrap();
+    void WarnIfShort();
     void Leave(uint64_t &counter, const std::string &why);
     void NoteResult(int32_t result);
+    void Warn(const std::string &warning);
     void WarnAbout(const AacStream &stream);
 
     const std::string m_file;
@@ -63,6 +66,7 @@ private:
     std::unique_ptr<LevelMeter> m_meter;
     Pacer m_pacer;
     double m_frameSeconds;
+    bool m_isAdts; // as it is sent
     std::vector<uint8_t> m_frame;
     bool m_hasFrame = false;
     bool m_framesInThisPass = false;

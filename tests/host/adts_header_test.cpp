@@ -71,15 +71,42 @@ TEST(AdtsHeader, FewerThanSevenBytesAreRefused)
     EXPECT_FALSE(ParseAdtsHeader({}));
 }
 
+TEST(AdtsHeader, HeaderThatWasMadeReadsAsWhatItWasMadeFrom)
+{
+    for (const uint32_t rate : {48000u, 22050u, 7350u}) {
+        for (const uint32_t channels : {1u, 2u, 6u}) {
+            for (const size_t unitBytes : {size_t{1}, size_t{256}, size_t{8184}}) {
+                const auto parsed = ParseAdtsHeader(MakeAdtsHeader(rate, channels, unitBytes));
+                ASSERT_TRUE(parsed.has_value()) << rate << " " << channels << " " << unitBytes;
+                EXPECT_EQ(parsed->headerBytes, 7u);
+                EXPECT_EQ(parsed->frameBytes, unitBytes + 7);
+                EXPECT_EQ(parsed->objectType, 2u);
+                EXPECT_EQ(parsed->sampleRateHz, rate);
+                EXPECT_EQ(parsed->channelConfiguration, channels);
+                EXPECT_EQ(parsed->rawBlocks, 1u);
+            }
+        }
+    }
+}
+
+TEST(AdtsHeader, WhatAHeaderCannotTellGetsNone)
+{
+    EXPECT_THAT(MakeAdtsHeader(48001, 2, 100), IsEmpty());
+    EXPECT_THAT(MakeAdtsHeader(48000, 0, 100), IsEmpty());
+    EXPECT_THAT(MakeAdtsHeader(48000, 8, 100), IsEmpty());
+    EXPECT_THAT(MakeAdtsHeader(48000, 2, 8185), IsEmpty());
+}
+
 TEST(SpecificConfig, HoldsTypeRateAndChannels)
 {
     EXPECT_THAT(MakeSpecificConfig(2, 48000, 2), ElementsAre(0x11, 0x90));
     EXPECT_THAT(MakeSpecificConfig(2, 22050, 1), ElementsAre(0x13, 0x88));
 }
 
-TEST(SpecificConfig, IsEmptyForARateWithoutANumber)
+TEST(SpecificConfig, IsEmptyForARateOrChannelsWithoutANumber)
 {
     EXPECT_THAT(MakeSpecificConfig(2, 48001, 2), IsEmpty());
+    EXPECT_THAT(MakeSpecificConfig(2, 48000, 0), IsEmpty());
 }
 
 } // namespace
