@@ -150,7 +150,7 @@ void Reset()
 {
     State &state = TheState();
     std::unique_lock lock(state.mutex);
-    const bool ended = state.changed.wait_for(lock, 5s, [&] { return state.liveThreads == 0; });
+    const bool ended = state.changed.wait_for(lock, 10s, [&] { return state.liveThreads == 0; });
     state.events.clear();
     state.waits.clear();
     state.violations.clear();
@@ -284,7 +284,7 @@ bool AwaitClockWaiters(int count)
 {
     State &state = TheState();
     std::unique_lock lock(state.mutex);
-    return state.changed.wait_for(lock, 2s, [&] { return SettledClockWaiters(state) == count; });
+    return state.changed.wait_for(lock, 10s, [&] { return SettledClockWaiters(state) == count; });
 }
 
 ULONGLONG GetTickCount64()

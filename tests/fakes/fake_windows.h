@@ -119,7 +119,7 @@ struct WaitRecord {
 std::vector<WaitRecord> Waits(); // the first ten thousand, and all that the clock drives
 
 void AdvanceClock(uint64_t milliseconds);
-// True when `count` threads wait on the clock, or do so within two seconds.
+// True when `count` threads wait on the clock, or do so within ten seconds.
 bool AwaitClockWaiters(int count);
 
 // --- COM -----------------------------------------------------------------------------------

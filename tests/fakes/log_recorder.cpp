@@ -137,7 +137,7 @@ std::vector<std::string> LogRecorder::Channels() const
 bool LogRecorder::Await(int level, const std::wstring &text, const std::string &tag) const
 {
     using namespace std::chrono_literals;
-    for (int attempt = 0; attempt < 2000 && Count(level, text, tag) == 0; ++attempt) {
+    for (int attempt = 0; attempt < 10000 && Count(level, text, tag) == 0; ++attempt) {
         std::this_thread::sleep_for(1ms);
     }
     return Count(level, text, tag) > 0;

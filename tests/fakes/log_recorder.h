@@ -37,7 +37,7 @@ public:
     int Count(int level, const std::wstring &text, const std::string &tag) const;
     // The channel's name of each line that went to a channel.
     std::vector<std::string> Channels() const;
-    // True when the report is there, or comes within two seconds.
+    // True when the report is there, or comes within ten seconds.
     bool Await(int level, const std::wstring &text, const std::string &tag) const;
 };
 

@@ -27,7 +27,7 @@ constexpr wchar_t cushionFull[] = L"needDelay. push all delay buffer queue";
 
 bool Await(const std::function<bool()> &condition)
 {
-    for (int i = 0; i < 2000 && !condition(); ++i) {
+    for (int i = 0; i < 10000 && !condition(); ++i) {
         std::this_thread::sleep_for(1ms);
     }
     return condition();
