@@ -24,7 +24,8 @@ def channel_map(option, channels):
 
 
 def _null_sink(name, rate, channels):
-    return [f"sink_name={name}", f"rate={rate}", f"channels={channels}", *channel_map("channel_map", channels)]
+    return [f"sink_name={name}", f"rate={rate}", f"channels={channels}",
+            f"sink_properties=device.description={name}", *channel_map("channel_map", channels)]
 
 
 class PrivateAudioServer:
@@ -57,14 +58,14 @@ class PrivateAudioServer:
 
     def start(self):
         """Starts the server and waits until it answers."""
-        command = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=no",
+        command = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=no", "--realtime=yes",
                    "--use-pid-file=no", "--log-target=stderr"]
         for sink in self.sinks:
             command += ["-L", " ".join(["module-null-sink", *_null_sink(*sink)])]
         command += ["-L", "module-native-protocol-unix"]
         processes.at_end(self.stop)
         with open(self.folder / "pulseaudio.log", "ab") as log:
-            self.process = processes.start(command, stdout=log, stderr=log, env=self.environment)
+            self.process = processes.start(command, stdout=log, stderr=log, env=self.environment, with_sound=True)
         waiting.until(self._answers, "the private audio server to answer", 20)
         return self
 

@@ -22,19 +22,27 @@ _children = []
 
 def _prepare_child():
     _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
-    try:
-        os.nice(-10)  # sound first, as on a real machine; only root may ask for it
+
+
+def _prepare_sound_child():
+    _prepare_child()
+    try:  # sound first, as on a real machine; only root may ask for it
+        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(5))
     except OSError:
         pass
 
 
 def start(command, **options):
-    """Starts command as a child that cannot outlive the run."""
+    """Starts command as a child that cannot outlive the run.
+
+    with_sound: the child plays or carries sound and must not starve on a busy machine.
+    """
+    prepare = _prepare_sound_child if options.pop("with_sound", False) else _prepare_child
     child = subprocess.Popen(
         [str(part) for part in command],
         stdin=options.pop("stdin", subprocess.DEVNULL),
         start_new_session=True,
-        preexec_fn=_prepare_child,
+        preexec_fn=prepare,
         **options,
     )
     _children.append(child)

@@ -21,7 +21,7 @@ class VeltoHost:
         env = dict(prefix.environment, VELTO_LOG_FILE=paths.to_windows(self.log.path))
         with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
             self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
-                                           stdout=out, stderr=err, cwd=folder)
+                                           stdout=out, stderr=err, cwd=folder, with_sound=True)
 
     @property
     def running(self):

@@ -60,7 +60,7 @@ class WinePrefix:
             if (template / name).exists():
                 shutil.copy2(template / name, self.root / name)
         processes.at_end(self.stop)
-        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment)
+        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment, with_sound=True)
         self.run(["cmd", "/c", "ver"])
         return self
 

@@ -1,0 +1,89 @@
+#!/usr/bin/python3
+"""Files that are missing, damaged, or not what the module is made for."""
+
+import random
+
+from rig import media, session
+
+NOTHING_PLAYED, NO_AAC_FILE = 1, 4
+
+
+class Files(session.SystemTest):
+    def setUp(self):
+        super().setUp()
+        self.speech = media.speech("speech")
+
+    def file(self, name, content):
+        path = self.session.folder / name
+        path.write_bytes(content)
+        return path
+
+    def test_what_is_not_aac_is_refused_with_a_message(self):
+        noise = random.Random(1).randbytes(40000)
+        wave = media.SPEECH_FOLDER / "Front_Center.wav"
+        for name, path in (("missing", self.session.folder / "no-such-file.aac"),
+                           ("empty", self.file("empty.aac", b"")),
+                           ("noise", self.file("noise.aac", noise)),
+                           ("text", self.file("text.aac", b"This is no sound at all.\n" * 400)),
+                           ("PCM", wave)):
+            with self.subTest(name):
+                host = self.session.play(path, name=f"refused-{name}")
+                self.assertEqual(host.wait(60), NO_AAC_FILE, host.errors())
+                self.assertTrue(host.errors().strip(), "no message")
+
+    def test_a_truncated_file_plays_up_to_its_end(self):
+        whole = self.speech.read_bytes()
+        host = self.session.play(self.file("truncated.aac", whole[:len(whole) // 4]))
+        recorder = self.session.record()
+        recorder.wait_for_sound(60)
+        self.assert_ended_well(host)
+        sent = host.summary["framesSent"]
+        self.assertTrue(90 < sent < 200, sent)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+
+    def test_damaged_frames_are_reported_and_playing_goes_on(self):
+        damaged = bytearray(self.speech.read_bytes())
+        chance = random.Random(5)
+        for _ in range(60):
+            place = chance.randrange(len(damaged) // 4, len(damaged) // 2)
+            damaged[place] ^= 1 << chance.randrange(8)
+        recorder = self.session.record()
+        host = self.session.play(self.file("damaged.aac", bytes(damaged)), "--send-damaged")
+        recorder.wait_for_sound(60)
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+        self.assertGreater(host.log.count("AUDIO decode error:", "velto::FFmpegDecode::DecoderAudioFrame"), 0)
+        # The last quarter of the file is whole and must be heard.
+        reference = media.decode(self.speech, 48000)
+        reference = reference[3 * len(reference) // 4:]
+        result = session.compare.compare(recorder.samples(), reference, 48000)
+        self.report("last quarter", result)
+        self.assertEqual(result.verdict(tolerated_windows=3), "")
+
+    def test_another_sample_rate_plays_without_error_at_the_fixed_rate(self):
+        slow = media.speech("speech-22k", rate=22050)
+        recorder = self.session.record()
+        host = self.session.play(slow)
+        recorder.wait_for_sound(60)
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary["framesSkipped"], 0)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+        self.assertEqual(host.log.count("AUDIO decode error:"), 0)
+        self.assertGreater(host.summary["framesSent"], 200)
+
+    def test_another_sample_rate_is_heard_at_the_wrong_speed(self):
+        slow = media.speech("speech-22k", rate=22050)
+        recorder = self.session.record()
+        host = self.session.play(slow, "--pace-rate", "48000")
+        self.assert_ended_well(host)
+        right = session.compare.compare(recorder.samples(), media.decode(slow, 48000), 48000)
+        self.assertNotEqual(right.verdict(), "")
+        # Its samples, taken for 48000 a second, are what comes out.
+        samples = media.decode(slow, 22050)
+        wrong = session.compare.compare(recorder.samples(), samples, 48000)
+        self.report("22050 Hz taken for 48000 Hz", wrong)
+        self.assertEqual(wrong.verdict(), "")
+
+
+if __name__ == "__main__":
+    session.main()

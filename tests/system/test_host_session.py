@@ -1,0 +1,89 @@
+#!/usr/bin/python3
+"""What a host sees around the sound: the registry value, the listener's events, the other commands."""
+
+import shutil
+
+from rig import media, paths, session
+
+KEY = r"HKCU\SOFTWARE\NORVEL\NRAudio\NrMirror"
+CLOSED, PARAMETERS = 3, 4
+ALL_BITS = 4294967295
+
+
+class RegistryValue(session.SystemTest):
+    def test_holds_the_stream_type_while_playing_and_all_bits_after_the_close(self):
+        speech = media.speech("speech")
+        self.assertIsNone(self.stream_type())
+        recorder = self.session.record()
+        host = self.session.play(speech, "--stream-type", "7", "--seconds", "6")
+        recorder.wait_for_sound(60)
+        self.assertEqual(self.stream_type(), 7)
+        self.assert_ended_well(host)
+        self.assertEqual(self.stream_type(), ALL_BITS)
+        host = self.session.play(speech, "--stream-type", "2", "--seconds", "6", name="again")
+        self.until(lambda: self.stream_type() == 2, "the next frame's own stream type", 60)
+        self.assert_ended_well(host)
+        self.assertEqual(self.stream_type(), ALL_BITS)
+        self.assertEqual(host.log.count("Set streamType failed!"), 0)
+
+    def stream_type(self):
+        return self.session.prefix.read_dword(KEY, "StreamType")
+
+
+class ListenerEvents(session.SystemTest):
+    def test_parameters_and_close_are_told_in_order(self):
+        host = self.session.play(media.speech("speech"), "--seconds", "2",
+                                 "--set-parameters", "sampleRate=48000,channel=3,format=1")
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary["events"], [{"device": "speaker1", "code": PARAMETERS},
+                                                  {"device": "speaker1", "code": CLOSED}])
+
+    def test_each_speaker_is_told_of_by_its_own_id(self):
+        speech = media.speech("speech")
+        host = self.session.play(speech, "--seconds", "2", "--also-modem", paths.to_windows(speech))
+        self.assert_ended_well(host)
+        self.assertEqual(sorted((e["device"], e["code"]) for e in host.summary["events"]),
+                         [("ModemSpeaker1", CLOSED), ("speaker1", CLOSED)])
+
+
+class OtherCommands(session.SystemTest):
+    def test_capabilities_lists_the_four_devices_in_order(self):
+        host = self.session.host("capabilities", "--json")
+        self.assert_ended_well(host)
+        names = [device["id"] for device in host.summary["devices"]]
+        self.assertEqual(names, ["speaker1", "ModemSpeaker1", "ModemMic1", "mic1"])
+
+    def test_invalid_arguments_give_the_documented_results(self):
+        host = self.session.host("probe", "--json")
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary["notAsDocumented"], 0)
+        self.assertGreater(len(host.summary["calls"]), 30)
+
+    def test_devices_shows_the_sinks(self):
+        self.assertEqual(sorted(self.session.endpoints()), ["PulseAudio", "spkA"])
+
+    def test_the_c_example_is_heard_complete(self):
+        speech = media.speech("speech")
+        recorder = self.session.record()
+        host = self.session.host(paths.to_windows(speech), program=paths.EXAMPLE_HOST)
+        self.assert_ended_well(host)
+        self.assertIn(f"{media.frame_count(speech)} frames sent, 0 refused", host.output())
+        self.assert_heard(recorder, speech)
+
+    def test_the_build_folder_runs_from_another_place(self):
+        elsewhere = self.session.folder / "copied"
+        elsewhere.mkdir()
+        for name in ("velto-host.exe", *(f.name for f in paths.WINDOWS_BIN.glob("*.dll"))):
+            shutil.copy2(paths.WINDOWS_BIN / name, elsewhere)
+        host = self.session.host("capabilities", "--json", program=elsewhere / "velto-host.exe")
+        self.assert_ended_well(host)
+        shutil.rmtree(elsewhere)
+
+    def test_a_missing_module_is_told(self):
+        host = self.session.host("capabilities", "--module", paths.to_windows(self.session.folder / "none.dll"))
+        self.assertEqual(host.wait(60), 3)
+        self.assertTrue(host.errors().strip())
+
+
+if __name__ == "__main__":
+    session.main()

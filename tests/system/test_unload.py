@@ -1,0 +1,27 @@
+#!/usr/bin/python3
+"""A host frees the DLL while it plays. Takes over four minutes: the DLL leaves after its idle release."""
+
+from rig import media, session
+
+RELEASED = "No audio data for 4mins, release audio resource."
+
+
+class Unload(session.SystemTest):
+    def test_returns_at_once_and_the_module_goes_away_by_itself(self):
+        recorder = self.session.record()
+        host = self.session.play(media.speech("speech"), "--unload-after", "4", "--unload-wait", "330")
+        recorder.wait_for_sound(60)
+        host.log.wait_for(RELEASED, 320)
+        self.assert_ended_well(host, 120)
+        unload = host.summary["unload"]
+        print(f"  FreeLibrary took {unload['freeLibrarySeconds']:.3f} s, gone after {unload['seconds']:.1f} s", flush=True)
+        self.assertLess(unload["freeLibrarySeconds"], 5)
+        self.assertTrue(unload["moduleGone"])
+        # Stays while its threads run, so that they never run unmapped code.
+        self.assertGreater(unload["seconds"], 230)
+        self.assertEqual(host.log.count(RELEASED), 1)
+        self.until(lambda: not self.session.server.streams(), "the streams to be gone")
+
+
+if __name__ == "__main__":
+    session.main()
