@@ -61,10 +61,6 @@ target_compile_definitions(velto_header_libs INTERFACE SPDLOG_HEADER_ONLY SPDLOG
 find_package(Threads REQUIRED)
 
 if(BUILD_TESTING)
-    if(VELTO_SANITIZE)
-        add_compile_options(-fsanitize=${VELTO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-        add_link_options(-fsanitize=${VELTO_SANITIZE})
-    endif()
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
 endif()

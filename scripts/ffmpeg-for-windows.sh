@@ -52,26 +52,26 @@ ffmpeg_cached() {
 
 ffmpeg_link() { ln -sfnT "$1" "$cache/ffmpeg-windows"; }
 
-# private_source_list FOLDER: the machine's own package sources, asked for source packages.
-# Only Debian's own suites matter; foreign sources may be out of reach and are left out.
+# private_source_list FOLDER [APT]: the package sources of this machine, asked for source
+# packages, as files in FOLDER. Only Debian's own suites matter; a disc holds no sources.
 private_source_list() {
-    local file out=$1/parts
+    local file out=$1 apt=${2:-/etc/apt}
     mkdir -p "$out"
-    for file in /etc/apt/sources.list.d/*.sources; do
+    for file in "$apt"/sources.list.d/*.sources; do
         [ -f "$file" ] || continue
-        # A stanza at a time: keep the Debian ones, and turn their type.
-        awk -v RS= -v ORS='\n\n' '/\n?URIs:[^\n]*debian/ || /\nSuites:[^\n]*bookworm/' "$file" |
-            sed 's/^Types:.*/Types: deb-src/' >"$out/$(basename "$file")"
+        # A stanza at a time.
+        awk -v RS= -v ORS='\n\n' '/(^|\n)Suites:[^\n]*bookworm/ && !/(^|\n)URIs: *cdrom/' "$file" |
+            sed -E 's/^Types:.*/Types: deb-src/' >"$out/$(basename "$file")"
     done
-    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+    for file in "$apt"/sources.list "$apt"/sources.list.d/*.list; do
         [ -f "$file" ] || continue
-        sed -nE 's/^[[:space:]]*deb(-src)?([[:space:]].*\<bookworm.*)$/deb-src\2/p' "$file" |
+        sed -nE '/[[:space:]]cdrom:/d; s/^[[:space:]]*deb(-src)?([[:space:]].*\<bookworm.*)$/deb-src\2/p' "$file" |
             sort -u >"$out/$(basename "$file" .list)-lines.list"
     done
     find "$out" -size 0 -delete
     if [ -z "$(ls "$out")" ]; then
-        die "no Debian package source was found under /etc/apt" \
-            "Add this line to /etc/apt/sources.list and run scripts/setup again:
+        die "no Debian 12 package source was found under $apt" \
+            "Add this line to $apt/sources.list and run scripts/setup again:
 deb http://deb.debian.org/debian bookworm main"
     fi
 }
@@ -81,14 +81,15 @@ deb http://deb.debian.org/debian bookworm main"
 fetch_source() {
     local package=$1 folder=$2
     mkdir -p "$folder/lists/partial" "$folder/archives/partial" "$folder/download"
-    private_source_list "$folder"
+    private_source_list "$folder/parts"
     local options=(
         -oDir::Etc::SourceList=/dev/null -oDir::Etc::SourceParts="$folder/parts"
         -oDir::State::Lists="$folder/lists" -oDir::Cache="$folder/archives"
         -oAPT::Sandbox::User= -oAcquire::Retries=3
     )
-    if ! apt-get "${options[@]}" update >"$folder/log" 2>&1 ||
-        ! (cd "$folder/download" && apt-get "${options[@]}" source --download-only "$package") >>"$folder/log" 2>&1; then
+    # One list that cannot be had (a foreign archive without sources) is no reason to stop.
+    apt-get "${options[@]}" update >"$folder/log" 2>&1 || true
+    if ! (cd "$folder/download" && apt-get "${options[@]}" source --download-only "$package") >>"$folder/log" 2>&1; then
         tail -n 12 "$folder/log" | sed 's/^/    | /' >&2
         die "the source package $package could not be downloaded" \
             "Check that this machine reaches the archive named under /etc/apt, then run scripts/setup again."

@@ -1,0 +1,67 @@
+"""What the shipped files export and import, and what their headers say."""
+
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+import places
+
+# Part of every Windows 10.
+WINDOWS = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll",
+           "shell32.dll", "user32.dll"}
+
+
+def headers(name):
+    return subprocess.run(["x86_64-w64-mingw32-objdump", "-p", str(places.BIN / name)],
+                          check=True, capture_output=True, text=True).stdout
+
+
+def exports(name):
+    table = headers(name).split("[Ordinal/Name Pointer] Table", 1)
+    return re.findall(r"^\s*\[\s*\d+\]\s+(\S+)$", table[1], re.M) if len(table) == 2 else []
+
+
+def imports(name):
+    return {dll.lower() for dll in re.findall(r"DLL Name: (\S+)", headers(name))}
+
+
+class ShippedFiles(unittest.TestCase):
+    def test_the_module_exports_its_entry_and_nothing_else(self):
+        self.assertEqual(exports(places.MODULE), ["VELTOGetAudioHandler"])
+
+    def test_nothing_is_needed_beside_windows_and_ffmpeg(self):
+        for name in places.SHIPPED:
+            with self.subTest(name):
+                needed = imports(name)
+                self.assertIn("kernel32.dll", needed)
+                self.assertEqual(needed - WINDOWS - set(places.FFMPEG), set())
+
+    def test_the_host_reaches_the_module_at_run_time_only(self):
+        for name in ("velto-host.exe", "velto-host-example.exe"):
+            with self.subTest(name):
+                self.assertNotIn(places.MODULE.lower(), imports(name))
+
+    def test_addresses_are_random_and_data_is_not_executable(self):
+        for name in (places.MODULE, "velto-host.exe"):
+            with self.subTest(name):
+                text = headers(name)
+                for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
+                    self.assertIn(flag, text)
+
+    def test_the_module_tells_its_version(self):
+        with tempfile.TemporaryDirectory() as folder:
+            section = pathlib.Path(folder) / "rsrc"
+            subprocess.run(["x86_64-w64-mingw32-objcopy", "--dump-section", f".rsrc={section}",
+                            str(places.BIN / places.MODULE), os.devnull], check=True)
+            text = section.read_bytes().decode("utf-16-le", errors="replace")
+        version = os.environ["VELTO_VERSION"]
+        self.assertIn("VS_VERSION_INFO\0", text)
+        self.assertRegex(text, rf"FileVersion\0+{re.escape(version)}\0")
+        self.assertRegex(text, rf"OriginalFilename\0+{re.escape(places.MODULE)}\0")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,45 @@
+"""The shipped files in a folder of their own: complete, wherever they are copied."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import places
+
+
+class CopiedFolder(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="velto copied ")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        for name in places.SHIPPED:
+            shutil.copy(places.BIN / name, self.folder)
+
+    def run_host(self, *arguments):
+        environment = dict(os.environ, WINEPREFIX=str(places.BUILD / "wine"), WINEDEBUG="-all", DISPLAY="",
+                           WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=",
+                           VELTO_LOG_FILE="Z:" + str(self.folder / "module.log").replace("/", "\\"))
+        return subprocess.run(["wine", str(self.folder / "velto-host.exe"), *arguments], cwd="/",
+                              env=environment, capture_output=True, text=True, timeout=60)
+
+    def test_the_host_starts(self):
+        result = self.run_host("--help")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("play", result.stdout)
+
+    def test_the_host_finds_and_loads_the_module(self):
+        result = self.run_host("capabilities")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("speaker1", result.stdout)
+
+    def test_without_ffmpeg_the_module_cannot_be_loaded(self):
+        # Shows that the two tests above find nothing outside the folder.
+        (self.folder / "swresample-4.dll").unlink()
+        self.assertNotEqual(self.run_host("capabilities").returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

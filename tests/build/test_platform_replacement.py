@@ -1,0 +1,80 @@
+"""The module links a host platform's own logging and registry libraries in place of ours."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import places
+
+LOGGING = """
+#include "logging/logger.h"
+static const volatile char mark[] = "logging of another platform";
+Logger::Logger(std::string) { (void)mark[0]; }
+Logger::~Logger() = default;
+void Logger::Log(LOG_MESSAGE_LEVEL, const std::wstringstream &) {}
+NrLogger &NrLogger::GetInstance() { static NrLogger logger; return logger; }
+void NrLogger::Log(LOG_MESSAGE_LEVEL, std::wstringstream &) {}
+"""
+REGISTRY = """
+#include "registry/registry.h"
+static const volatile char mark[] = "registry of another platform";
+namespace DE {
+bool Registry::GetValue(HKEY, const std::wstring &, const std::wstring &, DWORD &, REGSAM) { return mark[0] == 0; }
+bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, DWORD, REGSAM) { return mark[0] != 0; }
+}
+"""
+
+
+def run(*command):
+    result = subprocess.run([str(part) for part in command], capture_output=True, text=True)
+    if result.returncode != 0:
+        raise AssertionError(f"{command[0]} failed:\n{result.stdout[-3000:]}{result.stderr[-3000:]}")
+
+
+def make_library(root, name, header, source):
+    """A folder as a host platform would hand it over: include/<name>/<header>, lib/."""
+    folder = root / f"platform-{name}"
+    (folder / "include" / name).mkdir(parents=True)
+    (folder / "lib").mkdir()
+    shutil.copy(places.REPOSITORY / "platform" / name / header, folder / "include" / name)
+    (root / f"{name}.cpp").write_text(source)
+    run("x86_64-w64-mingw32-g++-posix", "-std=c++20", "-DUNICODE", "-I", folder / "include",
+        "-c", root / f"{name}.cpp", "-o", root / f"{name}.o")
+    run("x86_64-w64-mingw32-ar", "rcs", folder / "lib" / f"libother{name}.a", root / f"{name}.o")
+    return folder
+
+
+class PlatformReplacement(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="velto-platform-")
+        self.addCleanup(folder.cleanup)
+        self.root = pathlib.Path(folder.name)
+
+    def configure(self, *options):
+        run("cmake", "-G", "Ninja", "-S", places.REPOSITORY, "-B", self.root / "build",
+            f"-DCMAKE_TOOLCHAIN_FILE={places.REPOSITORY}/cmake/mingw.cmake", "-DCMAKE_BUILD_TYPE=Debug",
+            f"-DVELTO_FFMPEG_ROOT={os.environ['VELTO_FFMPEG_ROOT']}", "-DBUILD_TESTING=OFF", *options)
+
+    def test_both_replacements_are_linked_and_ours_are_not(self):
+        logging = make_library(self.root, "logging", "logger.h", LOGGING)
+        registry = make_library(self.root, "registry", "registry.h", REGISTRY)
+        self.configure(f"-DVELTO_PLATFORM_LOGGING={logging}", f"-DVELTO_PLATFORM_REGISTRY={registry}")
+        run("cmake", "--build", self.root / "build", "--target", places.MODULE.removesuffix(".dll"), "-j", "2")
+        module = (self.root / "build" / "bin" / places.MODULE).read_bytes()
+        self.assertIn(b"logging of another platform", module)
+        self.assertIn(b"registry of another platform", module)
+        # Only our own logging reads this variable.
+        ours = "VELTO_LOG_FILE".encode("utf-16-le")
+        self.assertIn(ours, (places.BIN / places.MODULE).read_bytes())
+        self.assertNotIn(ours, module)
+
+    def test_a_folder_without_a_library_is_refused_with_the_reason(self):
+        with self.assertRaisesRegex(AssertionError, "needs include/logging/ and a library"):
+            self.configure(f"-DVELTO_PLATFORM_LOGGING={self.root}")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,107 @@
+"""What the set-up makes of a damaged cache and of a machine's package sources."""
+
+import os
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+import places
+
+FOREIGN = "deb [signed-by=/usr/share/keyrings/x.gpg] https://packages.example.org/apt stable main\n"
+
+
+def shell(commands, **environment):
+    script = f'. "{places.REPOSITORY}/scripts/lib.sh"; . "$repo/scripts/ffmpeg-for-windows.sh"; {commands}'
+    return subprocess.run(["bash", "-c", script], env={**os.environ, **environment}, capture_output=True, text=True)
+
+
+class FFmpegCache(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.home = folder.name
+        cache = pathlib.Path(folder.name) / "velto-audio-handler"
+        hash_ = shell("ffmpeg_hash").stdout.strip()
+        self.build = cache / f"ffmpeg-5.1.9-{hash_}"
+        # A small build: what counts is that its files are those in its stamp.
+        (self.build / "bin").mkdir(parents=True)
+        for dll in places.FFMPEG:
+            (self.build / "bin" / dll).write_text(f"the text of {dll}")
+        subprocess.run("find . -type f ! -name stamp -print0 | xargs -0 sha256sum >../stamp && mv ../stamp .",
+                       shell=True, cwd=self.build, check=True)
+
+    def cached(self):
+        return shell("ffmpeg_cached", XDG_CACHE_HOME=self.home).stdout.strip()
+
+    def test_a_whole_build_is_found(self):
+        self.assertEqual(self.cached(), str(self.build))
+
+    def test_a_changed_file_is_noticed(self):
+        (self.build / "bin" / places.FFMPEG[0]).write_text("half of")
+        self.assertEqual(self.cached(), "")
+
+    def test_a_missing_file_is_noticed(self):
+        (self.build / "bin" / places.FFMPEG[1]).unlink()
+        self.assertEqual(self.cached(), "")
+
+    def test_a_missing_stamp_is_noticed(self):
+        (self.build / "stamp").unlink()
+        self.assertEqual(self.cached(), "")
+
+    def test_a_build_of_another_configure_line_is_not_taken(self):
+        self.build.rename(self.build.with_name("ffmpeg-5.1.9-0123456789ab"))
+        self.assertEqual(self.cached(), "")
+
+
+class PackageSources(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.apt = pathlib.Path(folder.name) / "apt"
+        self.out = pathlib.Path(folder.name) / "out"
+        (self.apt / "sources.list.d").mkdir(parents=True)
+
+    def made(self):
+        result = shell(f'private_source_list "{self.out}" "{self.apt}"')
+        text = "".join(file.read_text() for file in sorted(self.out.glob("*"))) if self.out.is_dir() else ""
+        return result, text
+
+    def test_one_line_form(self):
+        (self.apt / "sources.list").write_text(
+            "# deb http://deb.debian.org/debian bookworm contrib\n"
+            "deb cdrom:[Debian GNU/Linux 12 _Bookworm_]/ bookworm main\n"
+            "deb http://deb.debian.org/debian bookworm main\n"
+            "deb-src http://deb.debian.org/debian bookworm main\n" + FOREIGN)
+        result, text = self.made()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(text, "deb-src http://deb.debian.org/debian bookworm main\n")
+
+    def test_stanza_form(self):
+        (self.apt / "sources.list.d" / "debian.sources").write_text(
+            "Types: deb\nURIs: http://deb.debian.org/debian\nSuites: bookworm bookworm-updates\nComponents: main\n\n"
+            "Types: deb\nURIs: https://packages.example.org\nSuites: stable\nComponents: main\n")
+        result, text = self.made()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://deb.debian.org/debian\n"
+                                       "Suites: bookworm bookworm-updates\nComponents: main")
+
+    def test_no_debian_source_is_an_error_with_a_remedy(self):
+        (self.apt / "sources.list").write_text(FOREIGN)
+        result, _ = self.made()
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("deb http://deb.debian.org/debian bookworm main", result.stderr)
+
+
+class Commands(unittest.TestCase):
+    def test_an_unknown_option_is_refused_with_the_usage(self):
+        for script in ("setup", "build"):
+            with self.subTest(script):
+                result = subprocess.run([places.REPOSITORY / "scripts" / script, "--no-such-option"],
+                                        capture_output=True, text=True)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn(f"usage: scripts/{script}", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
