@@ -46,4 +46,34 @@ int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampl
                     [&] { return ::av_samples_get_buffer_size(lineSize, channels, samples, format, align); });
 }
 
+AVFormatContext *avformat_alloc_context()
+{
+    return Script().Next(Call::avformat_alloc_context) ? nullptr : ::avformat_alloc_context();
+}
+
+const AVCodec *avcodec_find_decoder(AVCodecID id)
+{
+    return Script().Next(Call::avcodec_find_decoder) ? nullptr : ::avcodec_find_decoder(id);
+}
+
+AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
+{
+    return Script().Next(Call::avcodec_alloc_context3) ? nullptr : ::avcodec_alloc_context3(codec);
+}
+
+int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options)
+{
+    return Scripted(Call::avcodec_open2, [&] { return ::avcodec_open2(context, codec, options); });
+}
+
+AVFrame *av_frame_alloc()
+{
+    return Script().Next(Call::av_frame_alloc) ? nullptr : ::av_frame_alloc();
+}
+
+AVPacket *av_packet_alloc()
+{
+    return Script().Next(Call::av_packet_alloc) ? nullptr : ::av_packet_alloc();
+}
+
 } // namespace fakeffmpeg

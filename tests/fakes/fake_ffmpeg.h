@@ -7,15 +7,30 @@
 #include "tests/fakes/fault_script.h"
 
 extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/frame.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
 }
 
 namespace fakeffmpeg {
 
-enum class Call { swr_alloc, swr_init, swr_convert, av_samples_alloc, av_samples_get_buffer_size };
+enum class Call {
+    swr_alloc,
+    swr_init,
+    swr_convert,
+    av_samples_alloc,
+    av_samples_get_buffer_size,
+    avformat_alloc_context,
+    avcodec_find_decoder,
+    avcodec_alloc_context3,
+    avcodec_open2,
+    av_frame_alloc,
+    av_packet_alloc,
+};
 
-// A failing call returns `result`; swr_alloc returns null.
+// A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();
 
 SwrContext *swr_alloc();
@@ -23,5 +38,11 @@ int swr_init(SwrContext *context);
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount);
 int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format, int align);
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align);
+AVFormatContext *avformat_alloc_context();
+const AVCodec *avcodec_find_decoder(AVCodecID id);
+AVCodecContext *avcodec_alloc_context3(const AVCodec *codec);
+int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options);
+AVFrame *av_frame_alloc();
+AVPacket *av_packet_alloc();
 
 } // namespace fakeffmpeg

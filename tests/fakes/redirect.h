@@ -51,6 +51,12 @@
 
 #define calloc fakes::Calloc
 
+#define avformat_alloc_context fakeffmpeg::avformat_alloc_context
+#define avcodec_find_decoder fakeffmpeg::avcodec_find_decoder
+#define avcodec_alloc_context3 fakeffmpeg::avcodec_alloc_context3
+#define avcodec_open2 fakeffmpeg::avcodec_open2
+#define av_frame_alloc fakeffmpeg::av_frame_alloc
+#define av_packet_alloc fakeffmpeg::av_packet_alloc
 #define swr_alloc fakeffmpeg::swr_alloc
 #define swr_init fakeffmpeg::swr_init
 #define swr_convert fakeffmpeg::swr_convert

@@ -10,6 +10,8 @@
 #include "aac_frames.h"
 #include "log_lines.h"
 #include "play_thread_probe.h"
+#include "tests/fakes/failing_new.h"
+#include "tests/fakes/fake_ffmpeg.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -59,6 +61,7 @@ protected:
     void SetUp() override
     {
         Recorded().Clear();
+        fakeffmpeg::Script().Reset();
         playThread->needDelay = false;
     }
 
@@ -356,6 +359,98 @@ TEST_F(Decoder, AfterReleaseAFrameIsRefusedWithoutACrash)
     av_free(context);
     Write(AacFrame{1, 2, 3});
     ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
+}
+
+struct SetUpFault {
+    const char *name;
+    fakeffmpeg::Call call;
+    const wchar_t *line; // null: nothing is logged
+    const char *tag;
+};
+
+class DecoderSetUp : public Decoder, public ::testing::WithParamInterface<SetUpFault> {};
+
+TEST_P(DecoderSetUp, AFailingStepIsLoggedAndTheNextFrameIsRefusedOrDropped)
+{
+    const SetUpFault &fault = GetParam();
+    fakeffmpeg::Script().Fail(fault.call, -12);
+    EXPECT_EQ(decoder.InitFFmpeg(), -1);
+    if (fault.line == nullptr) {
+        EXPECT_TRUE(Recorded().Entries().empty());
+    } else {
+        EXPECT_EQ(Recorded().Entries().size(), 1u);
+        ExpectLine(LOG_LEVEL_ERROR, fault.line, fault.tag);
+    }
+    Write(EncodeTone(1)[0]);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+}
+
+constexpr char initTag[] = "velto::FFmpegDecode::InitFFmpeg";
+constexpr char swrTag[] = "velto::FFmpegDecode::InitSwrContext";
+using fakeffmpeg::Call;
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryStep, DecoderSetUp,
+    ::testing::Values(SetUpFault{"FormatContext", Call::avformat_alloc_context, nullptr, nullptr},
+                      SetUpFault{"Codec", Call::avcodec_find_decoder, nullptr, nullptr},
+                      SetUpFault{"CodecContext", Call::avcodec_alloc_context3,
+                                 L"Could not allocate a decoding context", initTag},
+                      SetUpFault{"Opening", Call::avcodec_open2, L"open codec fail", initTag},
+                      SetUpFault{"Frame", Call::av_frame_alloc, L"av_frame_alloc fail", initTag},
+                      SetUpFault{"Converter", Call::swr_alloc, L"swr_alloc failed", swrTag},
+                      SetUpFault{"Packet", Call::av_packet_alloc, L"av_packet_alloc failed", swrTag},
+                      SetUpFault{"ConverterSetUp", Call::swr_init, L"swr_init failed", swrTag}),
+    [](const auto &instance) { return instance.param.name; });
+
+TEST_F(Decoder, AnInitialisationAgainOverwritesWithoutFreeing)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    Write(EncodeTone(1)[0]);
+    AVFormatContext *format = members.Format();
+    AVCodecContext *codec = members.Codec();
+    AVFrame *frame = members.Frame();
+    AVPacket *packet = members.Packet();
+    SwrContext *converter = members.Converter();
+    uint8_t *buffer = members.OutBuffer();
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    EXPECT_NE(members.Codec(), codec);
+    EXPECT_EQ(members.Capacity(), 1024) << "the capacity keeps its earlier value";
+    Write(EncodeTone(1)[0]);
+    EXPECT_EQ(queue.PlayQueue().size(), 2u);
+    // What was overwritten is still whole; the test gives it back.
+    avformat_free_context(format);
+    avcodec_free_context(&codec);
+    av_frame_free(&frame);
+    packet->data = nullptr;
+    av_packet_free(&packet);
+    swr_free(&converter);
+    av_free(buffer);
+}
+
+TEST_F(Decoder, WithoutMemoryForABlocksRecordThatBlockIsDropped)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    const AacFrame frame = EncodeTone(1)[0];
+    {
+        const fakes::FailingNew noMemory(sizeof(AudioPlayBuffer));
+        Write(frame);
+    }
+    ExpectLine(LOG_LEVEL_ERROR, L"new AudioPlayBuffer failed", postTag);
+    Write(frame);
+    EXPECT_EQ(queue.PlayQueue().size(), 1u);
+}
+
+TEST_F(Decoder, WithoutMemoryForABlocksBytesThatBlockIsDropped)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    const AacFrame frame = EncodeTone(1)[0];
+    {
+        const fakes::FailingNew noMemory(4096);
+        Write(frame);
+    }
+    ExpectLine(LOG_LEVEL_ERROR, L"new buf->buf failed", postTag);
+    Write(frame);
+    EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
 } // namespace
