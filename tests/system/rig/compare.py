@@ -17,6 +17,7 @@ import numpy
 
 WINDOW_S = 0.2
 GOOD_MATCH_DB = 20.0
+BEST_MATCH_DB = 120.0     # no difference: more is not told apart
 QUIET_RMS = 1e-3          # -60 dBFS
 # What a busy machine may do to 11 s of speech (57 windows) without a fault of the module's.
 TOLERATED_WINDOWS = 4
@@ -170,7 +171,8 @@ def _match(there, part):
     if gain <= 0:
         return 0.0, 0.0
     rest = there - gain * part
-    return 10 * numpy.log10(gain * gain * energy / max(float(numpy.sum(rest * rest)), 1e-20)), gain
+    wanted = gain * gain * energy
+    return 10 * numpy.log10(wanted / max(float(numpy.sum(rest * rest)), wanted * 10 ** (-BEST_MATCH_DB / 10))), gain
 
 
 def delayed(signal, start, length, fraction):
