@@ -11,6 +11,8 @@
 #include <deque>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <string>
 
 #include "bench/aac_frames.h"
 #include "bench/bare_decoder.h"

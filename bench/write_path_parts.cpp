@@ -84,8 +84,15 @@ void WriteLogLine(benchmark::State &state)
 
 void RegisterWritePathParts(int iterations, int repetitions)
 {
-    for (const auto &[name, function] : {std::pair{"ReadRegistry", ReadRegistry}, {"SignalWatchdog", SignalWatchdog},
-                                         {"QueueBlock", QueueBlock}, {"WriteLogLine", WriteLogLine}}) {
+    struct Part {
+        const char *name;
+        void (*function)(benchmark::State &);
+    };
+    const Part parts[] = {{"ReadRegistry", ReadRegistry},
+                          {"SignalWatchdog", SignalWatchdog},
+                          {"QueueBlock", QueueBlock},
+                          {"WriteLogLine", WriteLogLine}};
+    for (const auto &[name, function] : parts) {
         benchmark::RegisterBenchmark(name, function)
             ->Iterations(iterations)
             ->Repetitions(repetitions)
