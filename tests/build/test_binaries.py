@@ -55,7 +55,7 @@ class ShippedFiles(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             section = pathlib.Path(folder) / "rsrc"
             subprocess.run(["x86_64-w64-mingw32-objcopy", "--dump-section", f".rsrc={section}",
-                            str(places.BIN / places.MODULE), os.devnull], check=True)
+                            str(places.BIN / places.MODULE), f"{folder}/copy"], check=True)
             text = section.read_bytes().decode("utf-16-le", errors="replace")
         version = os.environ["VELTO_VERSION"]
         self.assertIn("VS_VERSION_INFO\0", text)
