@@ -59,7 +59,7 @@ class DefaultDevice(session.SystemTest):
         there = compare.compare(second.samples(), media.decode(path, second.rate), second.rate)
         for label, result in (("first endpoint", here), ("second endpoint", there)):
             self.report(label, result)
-            self.assertGreater(len([w for w in result.good]), 10, f"{label}: hardly anything was heard")
+            self.assertGreater(len(result.good), 7, f"{label}: hardly anything was heard")
         lost = [a.start_s for a, b in zip(here.windows, there.windows)
                 if a.state == compare.DAMAGED and b.state == compare.DAMAGED]
         self.assertLessEqual(len(lost), tolerated, f"heard on neither endpoint: {lost}")

@@ -67,6 +67,7 @@ class PrivateAudioServer:
         with open(self.folder / "pulseaudio.log", "ab") as log:
             self.process = processes.start(command, stdout=log, stderr=log, env=self.environment, with_sound=True)
         waiting.until(self._answers, "the private audio server to answer", 20)
+        processes.put_all_threads_first(self.process)
         return self
 
     def _answers(self):

@@ -26,10 +26,21 @@ def _prepare_child():
 
 def _prepare_sound_child():
     _prepare_child()
-    try:  # sound first, as on a real machine; only root may ask for it
-        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(5))
+    put_sound_first(0)
+
+
+def put_sound_first(thread):
+    """Real-time priority, as sound has on a real machine; only root may ask for it."""
+    try:
+        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(5))
     except OSError:
         pass
+
+
+def put_all_threads_first(child):
+    """The same for a child that gave its priority up by itself."""
+    for thread in os.listdir(f"/proc/{child.pid}/task"):
+        put_sound_first(int(thread))
 
 
 def start(command, **options):

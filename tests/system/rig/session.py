@@ -9,7 +9,7 @@ import unittest
 from . import compare, media, paths, processes, waiting
 from .audio_server import PrivateAudioServer
 from .recorder import Recorder, write_wav
-from .velto_host import VeltoHost
+from .velto_host import WINE_CRASHED, VeltoHost
 from .wine_prefix import WinePrefix
 
 STEREO_48K = ("spkA", 48000, 2)
@@ -92,8 +92,13 @@ class SystemTest(unittest.TestCase):
               f"{len(result.damaged)} damaged of {len(result.windows)} windows, "
               f"{result.dropouts} drop-outs, {result.slips} slips", flush=True)
 
-    def assert_ended_well(self, host, timeout_s=90):
+    def assert_ended_well(self, host, timeout_s=90, last_words='"exitCode": 0'):
+        """Exit code 0. Where Wine took the end of the process away, the host's last words count:
+        it prints them when all it has left to do is to return."""
         code = host.wait(timeout_s)
+        if code == WINE_CRASHED and last_words in host.output().strip()[-80:]:
+            print("  (Wine crashed in the end of the process, after the host was done)", flush=True)
+            return
         self.assertEqual(code, 0, host.output()[-1500:] + host.errors()[-1500:])
 
     def until(self, condition, what, timeout_s=30.0):
