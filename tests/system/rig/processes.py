@@ -20,15 +20,6 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-def _prepare_child():
-    _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
-
-
-def _prepare_sound_child():
-    _prepare_child()
-    put_sound_first(0)
-
-
 def put_sound_first(thread):
     """Real-time priority, as sound has on a real machine; only root may ask for it."""
     try:
@@ -47,8 +38,15 @@ def start(command, **options):
     """Starts command as a child that cannot outlive the run.
 
     with_sound: the child plays or carries sound and must not starve on a busy machine.
+    death_signal: what the kernel sends it should the run be killed.
     """
-    prepare = _prepare_sound_child if options.pop("with_sound", False) else _prepare_child
+    with_sound, death_signal = options.pop("with_sound", False), options.pop("death_signal", signal.SIGKILL)
+
+    def prepare():
+        _libc.prctl(_PR_SET_PDEATHSIG, death_signal)
+        if with_sound:
+            put_sound_first(0)
+
     child = subprocess.Popen(
         [str(part) for part in command],
         stdin=options.pop("stdin", subprocess.DEVNULL),

@@ -3,6 +3,7 @@
 import fcntl
 import pathlib
 import shutil
+import signal
 
 from . import paths, processes
 
@@ -60,7 +61,9 @@ class WinePrefix:
             if (template / name).exists():
                 shutil.copy2(template / name, self.root / name)
         processes.at_end(self.stop)
-        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment, with_sound=True)
+        # An interrupted server ends all programs of its prefix first.
+        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment, with_sound=True,
+                                       death_signal=signal.SIGINT)
         self.run(["cmd", "/c", "ver"])
         return self
 
