@@ -23,6 +23,7 @@ void AudioSystem::Reset()
     m_requestedFrames.clear();
     m_clients.clear();
     std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
+    m_earlierObjects = m_objects.size();
     Add(L"speakers");
     SetDefaultForAllRoles(L"speakers");
     fakewin::SetClassFactory([this](REFCLSID classId, REFIID iid, void **object) -> HRESULT {
@@ -117,8 +118,9 @@ std::vector<uint8_t> AudioSystem::Written(const std::wstring &id) const
 int AudioSystem::LiveObjects() const
 {
     const std::lock_guard lock(m_mutex);
+    const auto first = m_objects.begin() + static_cast<std::ptrdiff_t>(m_earlierObjects);
     return static_cast<int>(
-        std::count_if(m_objects.begin(), m_objects.end(), [](const auto &object) { return object->IsAlive(); }));
+        std::count_if(first, m_objects.end(), [](const auto &object) { return object->IsAlive(); }));
 }
 
 int AudioSystem::RegisteredCallbacks() const

@@ -115,7 +115,7 @@ public:
     std::vector<UINT32> RequestedFrames() const;
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
-    int LiveObjects() const;         // since the last Reset
+    int LiveObjects() const; // of those made since the last Reset
     int RegisteredCallbacks() const;
 
     // Deliver a notification to every registered callback on a thread of their own, and wait.
@@ -145,6 +145,7 @@ private:
     std::vector<std::shared_ptr<ClientRecord>> m_clients;
     std::vector<IMMNotificationClient *> m_callbacks;
     std::vector<std::unique_ptr<class FakeObject>> m_objects; // also those that were released
+    size_t m_earlierObjects = 0; // objects that the last Reset found still held
 };
 
 } // namespace fakes

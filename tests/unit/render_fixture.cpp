@@ -46,23 +46,24 @@ std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
 }
 
 RenderTest::RenderTest()
-    : player(MakePlayer()), probe(*player), m_handles(fakewin::LiveHandles()),
-      m_taskBlocks(fakewin::LiveTaskBlocks()), m_objects(audio.LiveObjects()),
-      m_apartments(fakewin::OpenApartments()), m_callbacks(audio.RegisteredCallbacks()),
-      m_implementationReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
+    : player(MakePlayer()), probe(*player), earlierHandles(fakewin::LiveHandles()),
+      earlierTaskBlocks(fakewin::LiveTaskBlocks()),
+      earlierReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
 {
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
 }
 
 RenderTest::~RenderTest()
 {
     Destroy();
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
-    EXPECT_EQ(fakewin::LiveHandles(), m_handles);
-    EXPECT_EQ(fakewin::LiveTaskBlocks(), m_taskBlocks);
-    EXPECT_EQ(audio.LiveObjects(), m_objects);
-    EXPECT_EQ(fakewin::OpenApartments(), m_apartments);
-    EXPECT_EQ(audio.RegisteredCallbacks(), m_callbacks);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), m_implementationReferences);
+    EXPECT_EQ(fakewin::LiveHandles(), earlierHandles);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), earlierTaskBlocks);
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences);
 }
 
 void RenderTest::Destroy()

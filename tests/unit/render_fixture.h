@@ -59,15 +59,13 @@ protected:
     std::unique_ptr<velto::AudioPlayerWas> player;
     velto::AudioPlayerWasProbe probe;
 
+    // What earlier tests have left open in the module's own static objects.
+    const int earlierHandles;
+    const int earlierTaskBlocks;
+    const int earlierReferences; // to the endpoints' DLL
+
 private:
     static std::unique_ptr<velto::AudioPlayerWas> MakePlayer();
-
-    int m_handles;
-    int m_taskBlocks;
-    int m_objects;
-    int m_apartments;
-    int m_callbacks;
-    int m_implementationReferences;
 };
 
 } // namespace velto_test
