@@ -34,9 +34,14 @@ def measure(world, files):
     output = world.folder / "write-path.json"
     env = dict(world.prefix.environment, VELTO_LOG_FILE=paths.to_windows(world.folder / "write-path.log"))
     load = machine.load()
-    processes.run(["wine", PROGRAM, "--benchmark_enable_random_interleaving=true",
-                   f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json",
-                   *[paths.to_windows(path) for path in files]], env=env, timeout_s=500)
+    with open(world.folder / "write-path.out", "wb") as out:
+        program = processes.start(
+            ["wine", PROGRAM, "--benchmark_enable_random_interleaving=true",
+             f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json",
+             *[paths.to_windows(path) for path in files]], env=env, stdout=out, stderr=out, with_sound=True)
+        code = program.wait(500)
+    if code != 0:
+        raise RuntimeError(f"{PROGRAM.name} ended with {code}; see {out.name}")
     medians = _medians(json.loads(output.read_text()))
     decoded = []
     for path in files:

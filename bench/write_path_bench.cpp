@@ -101,7 +101,12 @@ int Run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return velto::bench::Run(argc, argv);
+        const int result = velto::bench::Run(argc, argv);
+        std::fflush(nullptr);
+        // At an ordinary exit, with the module's threads still there, Wine 8 now and then fails in
+        // its own thread start-up. The results are written.
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
+        return result;
     } catch (const std::exception &problem) {
         std::fprintf(stderr, "velto-write-path-bench: %s\n", problem.what());
         return 1;
