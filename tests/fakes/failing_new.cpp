@@ -23,8 +23,14 @@ void *UnlessFailing(std::size_t bytes, Allocate allocate) noexcept
 
 } // namespace
 
-FailingNew::FailingNew(std::size_t bytes) { failingBytes = bytes; }
-FailingNew::~FailingNew() { failingBytes = 0; }
+FailingNew::FailingNew(std::size_t bytes)
+{
+    failingBytes = bytes;
+}
+FailingNew::~FailingNew()
+{
+    failingBytes = 0;
+}
 
 } // namespace fakes
 

@@ -94,7 +94,10 @@ HRESULT CoInitializeEx(LPVOID, DWORD model)
     return apartment.depth++ == 0 ? S_OK : S_FALSE;
 }
 
-HRESULT CoInitialize(LPVOID reserved) { return fakewin::CoInitializeEx(reserved, COINIT_APARTMENTTHREADED); }
+HRESULT CoInitialize(LPVOID reserved)
+{
+    return fakewin::CoInitializeEx(reserved, COINIT_APARTMENTTHREADED);
+}
 
 void CoUninitialize()
 {
@@ -148,7 +151,10 @@ std::vector<DWORD> ApartmentModels()
     return TheState().models;
 }
 
-int ApartmentDepth() { return apartment.depth; }
+int ApartmentDepth()
+{
+    return apartment.depth;
+}
 
 int OpenApartments()
 {
@@ -195,8 +201,14 @@ int LiveTaskBlocks()
 
 // --- Modules ---------------------------------------------------------------------------------
 
-HMODULE ThisModule() { return reinterpret_cast<HMODULE>(uintptr_t{0x10000000}); }
-HMODULE ImplementationModule() { return reinterpret_cast<HMODULE>(uintptr_t{0x20000000}); }
+HMODULE ThisModule()
+{
+    return reinterpret_cast<HMODULE>(uintptr_t{0x10000000});
+}
+HMODULE ImplementationModule()
+{
+    return reinterpret_cast<HMODULE>(uintptr_t{0x20000000});
+}
 
 void DeclareImplementation(const void *address)
 {

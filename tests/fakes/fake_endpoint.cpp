@@ -73,14 +73,20 @@ void AudioSystem::Invalidate(const std::wstring &id)
     ++Get(id).invalidations;
 }
 
-void AudioSystem::Fail(Method method, int64_t result, int nth, int times) { m_script.Fail(method, result, nth, times); }
+void AudioSystem::Fail(Method method, int64_t result, int nth, int times)
+{
+    m_script.Fail(method, result, nth, times);
+}
 
 void AudioSystem::Before(Method method, std::function<void()> action, int nth)
 {
     m_script.Before(method, std::move(action), nth);
 }
 
-int AudioSystem::Count(Method method) const { return m_script.Count(method); }
+int AudioSystem::Count(Method method) const
+{
+    return m_script.Count(method);
+}
 
 std::vector<ERole> AudioSystem::RequestedRoles() const
 {

@@ -85,7 +85,7 @@ struct Endpoint {
     UINT32 constantPadding = 480;
 
     UINT32 queuedFrames = 0;
-    std::vector<uint8_t> written;     // all bytes given to ReleaseBuffer
+    std::vector<uint8_t> written;      // all bytes given to ReleaseBuffer
     std::vector<UINT32> writtenFrames; // of each ReleaseBuffer
     int invalidations = 0;
 };
@@ -145,7 +145,7 @@ private:
     std::vector<std::shared_ptr<ClientRecord>> m_clients;
     std::vector<IMMNotificationClient *> m_callbacks;
     std::vector<std::unique_ptr<class FakeObject>> m_objects; // also those that were released
-    size_t m_earlierObjects = 0; // objects that the last Reset found still held
+    size_t m_earlierObjects = 0;                              // objects that the last Reset found still held
 };
 
 } // namespace fakes

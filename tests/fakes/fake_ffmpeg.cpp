@@ -34,7 +34,8 @@ int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t 
     return Scripted(Call::swr_convert, [&] { return ::swr_convert(context, out, outCount, in, inCount); });
 }
 
-int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format, int align)
+int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format,
+                     int align)
 {
     return Scripted(Call::av_samples_alloc,
                     [&] { return ::av_samples_alloc(planes, lineSize, channels, samples, format, align); });

@@ -36,7 +36,8 @@ fakes::FaultScript<Call> &Script();
 SwrContext *swr_alloc();
 int swr_init(SwrContext *context);
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount);
-int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format, int align);
+int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format,
+                     int align);
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align);
 AVFormatContext *avformat_alloc_context();
 const AVCodec *avcodec_find_decoder(AVCodecID id);

@@ -203,7 +203,9 @@ HRESULT FakeDevice::GetState(DWORD *state)
 // --- Client ----------------------------------------------------------------------------------
 
 FakeAudioClient::FakeAudioClient(AudioSystem &system, std::shared_ptr<Endpoint> endpoint)
-    : FakeUnknown(system), m_endpoint(std::move(endpoint)), m_record(std::make_shared<ClientRecord>()),
+    : FakeUnknown(system),
+      m_endpoint(std::move(endpoint)),
+      m_record(std::make_shared<ClientRecord>()),
       m_invalidationsAtCreation(m_endpoint->invalidations)
 {
     m_record->endpoint = m_endpoint->id;
@@ -391,7 +393,8 @@ HRESULT FakeRenderClient::ReleaseBuffer(UINT32 frames, DWORD flags)
     if (frames > 0) {
         Endpoint &endpoint = m_client.TheEndpoint();
         endpoint.written.insert(endpoint.written.end(), m_buffer.begin(),
-                                m_buffer.begin() + static_cast<std::ptrdiff_t>(frames) * m_client.FrameBytes());
+                                m_buffer.begin() +
+                                    static_cast<std::ptrdiff_t>(frames) * m_client.FrameBytes());
         endpoint.writtenFrames.push_back(frames);
         endpoint.queuedFrames += frames;
     }

@@ -39,7 +39,10 @@ private:
 template <typename Interface>
 class FakeUnknown : public Interface, public FakeObject {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override { return Query(this, iid, object); }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override
+    {
+        return Query(this, iid, object);
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return Add(); }
     ULONG STDMETHODCALLTYPE Release() override { return Drop(); }
 
@@ -51,8 +54,12 @@ class FakeEnumerator final : public FakeUnknown<IMMDeviceEnumerator> {
 public:
     explicit FakeEnumerator(AudioSystem &system);
 
-    HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow, DWORD, IMMDeviceCollection **) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice **device) override;
+    HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow, DWORD, IMMDeviceCollection **) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
+                                                      IMMDevice **device) override;
     HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR, IMMDevice **) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient *client) override;
     HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient *client) override;
@@ -65,7 +72,8 @@ public:
     {
     }
 
-    HRESULT STDMETHODCALLTYPE Activate(REFIID iid, DWORD context, PROPVARIANT *parameters, void **object) override;
+    HRESULT STDMETHODCALLTYPE Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
+                                       void **object) override;
     HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD, IPropertyStore **) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetId(LPWSTR *id) override;
     HRESULT STDMETHODCALLTYPE GetState(DWORD *state) override;
@@ -84,12 +92,16 @@ public:
     HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32 *frames) override;
     HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME *) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32 *frames) override;
-    HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE, const WAVEFORMATEX *, WAVEFORMATEX **) override
+    HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE, const WAVEFORMATEX *,
+                                                WAVEFORMATEX **) override
     {
         return E_NOTIMPL;
     }
     HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX **format) override;
-    HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME *, REFERENCE_TIME *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME *, REFERENCE_TIME *) override
+    {
+        return E_NOTIMPL;
+    }
     HRESULT STDMETHODCALLTYPE Start() override;
     HRESULT STDMETHODCALLTYPE Stop() override;
     HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }

@@ -45,9 +45,15 @@ std::wstring Folded(std::wstring text)
     return text;
 }
 
-bool IsRoot(HKEY key) { return key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE; }
+bool IsRoot(HKEY key)
+{
+    return key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE;
+}
 
-Path RootPath(HKEY root) { return root == HKEY_CURRENT_USER ? L"user" : L"machine"; }
+Path RootPath(HKEY root)
+{
+    return root == HKEY_CURRENT_USER ? L"user" : L"machine";
+}
 
 Path Join(const Path &parent, const std::wstring &subKey)
 {
@@ -109,7 +115,8 @@ void DeleteWithChildren(State &state, const Path &path)
     }
 }
 
-LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD type, void *data, LPDWORD dataBytes)
+LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD type, void *data,
+                  LPDWORD dataBytes)
 {
     const auto values = state.keys.find(path);
     if (values == state.keys.end()) {
@@ -136,7 +143,8 @@ LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD ty
     return ERROR_SUCCESS;
 }
 
-void SetValueAt(State &state, const Path &path, const std::wstring &name, DWORD type, const void *data, size_t bytes)
+void SetValueAt(State &state, const Path &path, const std::wstring &name, DWORD type, const void *data,
+                size_t bytes)
 {
     const auto *begin = static_cast<const BYTE *>(data);
     state.keys[path][Folded(name)] = {type, std::vector<BYTE>(begin, begin + bytes)};
@@ -190,8 +198,8 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY resu
     return ERROR_SUCCESS;
 }
 
-LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM access, const SECURITY_ATTRIBUTES *,
-                        PHKEY result, LPDWORD disposition)
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM access,
+                        const SECURITY_ATTRIBUTES *, PHKEY result, LPDWORD disposition)
 {
     if (const auto fault = Enter(Call::RegCreateKeyExW)) {
         return static_cast<LSTATUS>(*fault);
@@ -229,7 +237,8 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, LPBYTE d
     return CopyValue(state, path, name, type, data, dataBytes);
 }
 
-LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data, LPDWORD dataBytes)
+LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
+                     LPDWORD dataBytes)
 {
     if (const auto fault = Enter(Call::RegGetValueW)) {
         return static_cast<LSTATUS>(*fault);
@@ -268,8 +277,14 @@ LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE *da
     return ERROR_SUCCESS;
 }
 
-LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey) { return Delete(key, subKey); }
-LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey) { return Delete(key, subKey); }
+LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey)
+{
+    return Delete(key, subKey);
+}
+LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey)
+{
+    return Delete(key, subKey);
+}
 
 LSTATUS RegCloseKey(HKEY key)
 {
@@ -291,12 +306,14 @@ void SetRegistryDword(HKEY root, const std::wstring &path, const std::wstring &n
     SetValueAt(state, Join(RootPath(root), path), name, REG_DWORD, &value, sizeof(value));
 }
 
-void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &value)
+void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name,
+                       const std::wstring &value)
 {
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     CreateWithParents(state, Join(RootPath(root), path));
-    SetValueAt(state, Join(RootPath(root), path), name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
+    SetValueAt(state, Join(RootPath(root), path), name, REG_SZ, value.c_str(),
+               (value.size() + 1) * sizeof(wchar_t));
 }
 
 std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const std::wstring &name)

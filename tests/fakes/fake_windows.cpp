@@ -84,8 +84,8 @@ void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, HANDLE handle
 // did not run yet. The lock is held.
 int SettledClockWaiters(const State &state)
 {
-    return static_cast<int>(std::count_if(
-        state.clockWaiters.begin(), state.clockWaiters.end(), [&](const ClockWaiter &waiter) {
+    return static_cast<int>(
+        std::count_if(state.clockWaiters.begin(), state.clockWaiters.end(), [&](const ClockWaiter &waiter) {
             const auto found = state.handles.find(waiter.handle);
             const bool woken = found != state.handles.end() && found->second.signalled;
             return !woken && state.clockMs < waiter.deadlineMs;
@@ -127,10 +127,22 @@ std::optional<int64_t> Enter(Call call)
     return Script().Next(call);
 }
 
-void Fail(Call call, int64_t result, int nth, int times) { Script().Fail(call, result, nth, times); }
-void Before(Call call, std::function<void()> action, int nth) { Script().Before(call, std::move(action), nth); }
-int Count(Call call) { return Script().Count(call); }
-int TotalCalls() { return Script().TotalCount(); }
+void Fail(Call call, int64_t result, int nth, int times)
+{
+    Script().Fail(call, result, nth, times);
+}
+void Before(Call call, std::function<void()> action, int nth)
+{
+    Script().Before(call, std::move(action), nth);
+}
+int Count(Call call)
+{
+    return Script().Count(call);
+}
+int TotalCalls()
+{
+    return Script().TotalCount();
+}
 
 void AddViolation(const std::string &text)
 {
@@ -174,12 +186,19 @@ HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initi
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     const HANDLE handle = AddHandle(state, {true, manualReset != FALSE, initialState != FALSE});
-    state.events.push_back({handle, manualReset != FALSE, initialState != FALSE, security == nullptr && name == nullptr});
+    state.events.push_back(
+        {handle, manualReset != FALSE, initialState != FALSE, security == nullptr && name == nullptr});
     return handle;
 }
 
-BOOL SetEvent(HANDLE event) { return ChangeEvent(Call::SetEvent, event, true); }
-BOOL ResetEvent(HANDLE event) { return ChangeEvent(Call::ResetEvent, event, false); }
+BOOL SetEvent(HANDLE event)
+{
+    return ChangeEvent(Call::SetEvent, event, true);
+}
+BOOL ResetEvent(HANDLE event)
+{
+    return ChangeEvent(Call::ResetEvent, event, false);
+}
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
 {
@@ -323,13 +342,28 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start,
     return handle;
 }
 
-DWORD GetLastError() { return lastError; }
-void SetLastError(DWORD error) { lastError = error; }
+DWORD GetLastError()
+{
+    return lastError;
+}
+void SetLastError(DWORD error)
+{
+    lastError = error;
+}
 
 // --- Notifications ---------------------------------------------------------------------------
 
-NotificationScope::NotificationScope() { ++notificationDepth; }
-NotificationScope::~NotificationScope() { --notificationDepth; }
-bool InNotification() { return notificationDepth > 0; }
+NotificationScope::NotificationScope()
+{
+    ++notificationDepth;
+}
+NotificationScope::~NotificationScope()
+{
+    --notificationDepth;
+}
+bool InNotification()
+{
+    return notificationDepth > 0;
+}
 
 } // namespace fakewin

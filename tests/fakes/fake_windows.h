@@ -28,8 +28,8 @@ BOOL ResetEvent(HANDLE event);
 DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs);
 BOOL CloseHandle(HANDLE handle);
 void Sleep(DWORD sleepMs);
-HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, LPVOID parameter,
-                    DWORD flags, LPDWORD threadId);
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start,
+                    LPVOID parameter, DWORD flags, LPDWORD threadId);
 DWORD GetLastError();
 void SetLastError(DWORD error);
 ULONGLONG GetTickCount64();
@@ -47,9 +47,11 @@ BOOL FreeLibrary(HMODULE module);
 void FreeLibraryAndExitThread(HMODULE module, DWORD exitCode);
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
-LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
-                        const SECURITY_ATTRIBUTES *security, PHKEY result, LPDWORD disposition);
-LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataBytes);
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options,
+                        REGSAM access, const SECURITY_ATTRIBUTES *security, PHKEY result,
+                        LPDWORD disposition);
+LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                         LPDWORD dataBytes);
 LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
                      LPDWORD dataBytes);
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE *data, DWORD dataBytes);
@@ -152,7 +154,8 @@ int ImplementationUnloads();
 // --- Registry ------------------------------------------------------------------------------
 
 void SetRegistryDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD value);
-void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name, const std::wstring &value);
+void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name,
+                       const std::wstring &value);
 std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const std::wstring &name);
 int LiveRegistryKeys();
 

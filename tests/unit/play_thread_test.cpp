@@ -1,185 +1,14 @@
 // The queue between a decoder and a renderer, and the thread that empties it.
-#include "playback/audio_play_thread.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstring>
-#include <functional>
-#include <mutex>
-#include <thread>
-
-#include "play_thread_probe.h"
-#include "render_fixture.h"
+#include "play_thread_fixture.h"
 #include "tests/fakes/failing_new.h"
 
 namespace {
 
 using namespace velto_test;
-using namespace std::chrono_literals;
 using fakewin::Call;
 using velto::AudioPlayBuffer;
 using velto::AudioPlayThread;
 using velto::AudioPlayThreadProbe;
-
-constexpr char pushTag[] = "velto::AudioPlayThread::PushBuffer";
-constexpr wchar_t cushionFull[] = L"needDelay. push all delay buffer queue";
-
-bool Await(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 10000 && !condition(); ++i) {
-        std::this_thread::sleep_for(1ms);
-    }
-    return condition();
-}
-
-AudioPlayBuffer *MakeBuffer(uint8_t value, int32_t bytes = 4)
-{
-    auto *buffer = new AudioPlayBuffer;
-    buffer->buf = new uint8_t[static_cast<size_t>(bytes)];
-    buffer->len = bytes;
-    std::memset(buffer->buf, value, static_cast<size_t>(bytes));
-    return buffer;
-}
-
-void FreeBuffer(AudioPlayBuffer *buffer)
-{
-    delete[] buffer->buf;
-    delete buffer;
-}
-
-// The first byte of each queued block.
-std::vector<int> Contents(const std::deque<AudioPlayBuffer *> &queue)
-{
-    std::vector<int> values;
-    for (const AudioPlayBuffer *buffer : queue) {
-        values.push_back(buffer->buf[0]);
-    }
-    return values;
-}
-
-std::vector<int> Range(int first, int last)
-{
-    std::vector<int> values;
-    for (int value = first; value <= last; ++value) {
-        values.push_back(value);
-    }
-    return values;
-}
-
-// A renderer that only records what is asked of it. Any thread.
-class RecordingPlayer : public velto::IAudioPlayer {
-public:
-    struct Record {
-        std::mutex mutex;
-        std::vector<std::string> calls;
-        std::vector<int> played; // the first byte of each block
-        std::vector<int64_t> sizes;
-        std::thread::id thread;
-        velto::IAudioPlayerCallback *callback = nullptr;
-        std::function<void()> whilePlaying;
-        bool opens = true;
-
-        std::vector<int> Played()
-        {
-            const std::lock_guard lock(mutex);
-            return played;
-        }
-        std::vector<std::string> Calls()
-        {
-            const std::lock_guard lock(mutex);
-            return calls;
-        }
-    };
-
-    explicit RecordingPlayer(Record &record) : m_record(record) {}
-    ~RecordingPlayer() override { Note("delete"); }
-
-    bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) override
-    {
-        Note("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " + std::to_string(sampleRate));
-        return m_record.opens;
-    }
-    void Close() override { Note("Close"); }
-    void ReleaseClient() override { Note("ReleaseClient"); }
-    void Stop() override { Note("Stop"); }
-    void Start() override { Note("Start"); }
-    void PlayAudio(const uint8_t *data, int64_t size) override
-    {
-        {
-            const std::lock_guard lock(m_record.mutex);
-            m_record.played.push_back(data[0]);
-            m_record.sizes.push_back(size);
-            m_record.thread = std::this_thread::get_id();
-        }
-        if (m_record.whilePlaying) {
-            m_record.whilePlaying();
-        }
-    }
-    void SetCallback(velto::IAudioPlayerCallback *callback) override
-    {
-        m_record.callback = callback;
-        Note("SetCallback");
-    }
-    void SetBroadcastFlag(bool) override {}
-    void SetDeviceChanged(bool) override {}
-    void SetPropertyChanged(bool) override {}
-
-private:
-    void Note(const std::string &call)
-    {
-        const std::lock_guard lock(m_record.mutex);
-        m_record.calls.push_back(call);
-    }
-
-    Record &m_record;
-};
-
-std::vector<bool> notified;
-void Notify(bool value) { notified.push_back(value); }
-
-class PlayThread : public ::testing::Test {
-protected:
-    PlayThread()
-    {
-        fakewin::Reset();
-        fakes::AudioSystem::Instance().Reset();
-        fakes::LogRecorder::Instance().Clear();
-        notified.clear();
-    }
-
-    ~PlayThread() override
-    {
-        thread->StopPlayThread();
-        probe.FreeQueued();
-        thread.reset();
-        EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
-    }
-
-    void UseRecordingPlayer() { probe.Player() = std::make_unique<RecordingPlayer>(record); }
-
-    // As the speaker track starts it.
-    void Start()
-    {
-        thread->isRunning = 1;
-        EXPECT_TRUE(thread->StartPlayThread());
-        ASSERT_TRUE(Await([this] { return thread->threadStarted.load(); }));
-    }
-
-    void Push(int first, int last)
-    {
-        for (int value = first; value <= last; ++value) {
-            thread->PushBuffer(MakeBuffer(static_cast<uint8_t>(value)));
-        }
-    }
-
-    static int CushionLines() { return fakes::LogRecorder::Instance().Count(infoLevel, cushionFull, pushTag); }
-
-    RecordingPlayer::Record record;
-    velto::SpeakerAudioParams params;
-    std::unique_ptr<AudioPlayThread> thread = std::make_unique<AudioPlayThread>(&params, Notify);
-    AudioPlayThreadProbe probe{*thread};
-};
 
 TEST_F(PlayThread, ConstructionStartsNothing)
 {
@@ -334,8 +163,9 @@ TEST_F(PlayThread, WithoutARendererABlockIsTakenButNeitherPlayedNorFreed)
 TEST_F(PlayThread, ANullArgumentEndsTheThreadAfterAMillisecond)
 {
     EXPECT_EQ(AudioPlayThread::ThreadFun(nullptr), 0u);
-    EXPECT_EQ(fakes::LogRecorder::Instance().Entries(),
-              (std::vector<LogEntry>{{errorLevel, L"playThread is nullptr", "velto::AudioPlayThread::ThreadFun"}}));
+    EXPECT_EQ(
+        fakes::LogRecorder::Instance().Entries(),
+        (std::vector<LogEntry>{{errorLevel, L"playThread is nullptr", "velto::AudioPlayThread::ThreadFun"}}));
     EXPECT_EQ(fakewin::Waits(), (std::vector<fakewin::WaitRecord>{{Call::Sleep, nullptr, 1}}));
 }
 
@@ -408,7 +238,8 @@ TEST_F(PlayThread, EveryPassSleepsAMillisecondAndPlaysOneBlockAtMost)
     Start();
     EXPECT_TRUE(Await([this] { return record.Played().size() == 10; }));
     const int sleeps = fakewin::Count(Call::Sleep);
-    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > sleeps; })) << "also when the queue is empty";
+    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > sleeps; }))
+        << "also when the queue is empty";
     thread->StopPlayThread();
     for (size_t i = 0; i < sleepsBefore.size(); ++i) {
         EXPECT_EQ(sleepsBefore[i], static_cast<int>(i));
@@ -485,7 +316,8 @@ TEST_F(PlayThread, DestructionStopsClosesAndDeletesTheRenderer)
     ASSERT_TRUE(other->StartPlayThread());
     ASSERT_TRUE(Await([&] { return other->threadStarted.load(); }));
     other.reset();
-    EXPECT_EQ(record.Calls(), (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close", "delete"}));
+    EXPECT_EQ(record.Calls(),
+              (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close", "delete"}));
 }
 
 TEST_F(PlayThread, DestructionFreesNoQueuedBlock)
@@ -557,99 +389,6 @@ TEST_F(PlayThread, TheFlagReachesTheRendererOnceItExists)
     EXPECT_TRUE(renderer.BroadcastFlag());
     thread->SetBroadcastFlag(false);
     EXPECT_FALSE(renderer.BroadcastFlag());
-}
-
-// --- With the real renderer ------------------------------------------------------------------
-
-class PlayThreadSound : public PlayThread {
-protected:
-    PlayThreadSound() { audio.Get().mixFormat = {2, 16, 48000}; }
-
-    // Frees the converter that opening again would lose.
-    void FreeConverter()
-    {
-        velto::AudioPlayerWasProbe renderer(static_cast<velto::AudioPlayerWas &>(*probe.Player()));
-        SwrContext *converter = renderer.TakeResampler();
-        swr_free(&converter);
-    }
-
-    std::vector<uint8_t> PushBlocks(uint32_t first, uint32_t count)
-    {
-        std::vector<uint8_t> all;
-        for (uint32_t i = first; i < first + count; ++i) {
-            const auto block = MakeBlock(i);
-            all.insert(all.end(), block.begin(), block.end());
-            AudioPlayBuffer *buffer = MakeBuffer(0, 4096);
-            std::memcpy(buffer->buf, block.data(), block.size());
-            thread->PushBuffer(buffer);
-        }
-        return all;
-    }
-
-    fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
-};
-
-TEST_F(PlayThreadSound, WhatIsPushedReachesTheEndpointUnchanged)
-{
-    Start();
-    const auto sound = PushBlocks(1, 20);
-    EXPECT_TRUE(Await([&] { return audio.Written(L"speakers").size() >= sound.size(); }));
-    EXPECT_EQ(audio.Written(L"speakers"), sound);
-    thread->StopPlayThread();
-    EXPECT_EQ(fakewin::OpenApartments(), 0);
-    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-}
-
-TEST_F(PlayThreadSound, AFollowedDeviceChangeLosesNoBlock)
-{
-    audio.Add(L"headset").mixFormat = {2, 16, 48000};
-    Start();
-    auto sound = PushBlocks(1, 20);
-    ASSERT_TRUE(Await([&] { return audio.Written(L"speakers").size() == sound.size(); }));
-    audio.SetDefaultForAllRoles(L"headset");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
-    const auto more = PushBlocks(21, 20);
-    EXPECT_TRUE(Await([&] { return audio.Written(L"headset").size() == more.size(); }));
-    EXPECT_EQ(audio.Written(L"headset"), more);
-    EXPECT_EQ(audio.Written(L"speakers"), sound);
-}
-
-TEST_F(PlayThreadSound, AHundredCyclesLoseNothingButTheConverter)
-{
-    Start();
-    thread->StopPlayThread();
-    FreeConverter();
-    const int handles = fakewin::LiveHandles();
-    const int blocks = fakewin::LiveTaskBlocks();
-    const int objects = audio.LiveObjects();
-    const int references = fakewin::ModuleReferences(fakewin::ImplementationModule());
-    std::vector<uint8_t> sound;
-    for (uint32_t cycle = 0; cycle < 100; ++cycle) {
-        Start();
-        const auto part = PushBlocks(cycle * 5, 5);
-        sound.insert(sound.end(), part.begin(), part.end());
-        ASSERT_TRUE(Await([&] { return audio.Written(L"speakers").size() == sound.size(); })) << cycle;
-        thread->StopPlayThread();
-        FreeConverter();
-        ASSERT_EQ(fakewin::LiveHandles(), handles);
-        ASSERT_EQ(fakewin::LiveTaskBlocks(), blocks);
-        ASSERT_EQ(audio.LiveObjects(), objects);
-        ASSERT_EQ(fakewin::OpenApartments(), 0);
-        ASSERT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
-        ASSERT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), references);
-    }
-    EXPECT_EQ(audio.Written(L"speakers"), sound);
-}
-
-TEST_F(PlayThreadSound, WhatTheRendererKeepsOutlivesTheThreadsApartment)
-{
-    Start();
-    thread->StopPlayThread();
-    const int unloads = fakewin::ImplementationUnloads();
-    FreeConverter();
-    Start();
-    thread->StopPlayThread();
-    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads) << "the endpoints' DLL stayed mapped throughout";
 }
 
 } // namespace

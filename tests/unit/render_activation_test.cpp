@@ -34,7 +34,10 @@ struct FailingStep {
     int nth; // of the method's calls while opening or re-activating
 };
 
-std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info) { return "Line" + std::to_string(info.param.line); }
+std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info)
+{
+    return "Line" + std::to_string(info.param.line);
+}
 
 // --- The first activation --------------------------------------------------------------------
 
@@ -50,8 +53,9 @@ protected:
         EXPECT_EQ(audio.RegisteredCallbacks(), 1);
         ClearLog();
         Play(MakeBlock());
-        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
-                                                 "AudioPlayerWas::PlayAudio"}}));
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{
+                             {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
+                              "AudioPlayerWas::PlayAudio"}}));
     }
 };
 
@@ -74,15 +78,14 @@ TEST_P(RenderActivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
     ExpectOpenWithoutClient();
 }
 
-INSTANTIATE_TEST_SUITE_P(, RenderActivationStep,
-                         ::testing::Values(FailingStep{Method::GetDefaultAudioEndpoint, 296, 1},
-                                           FailingStep{Method::GetId, 297, 1}, FailingStep{Method::Activate, 307, 1},
-                                           FailingStep{Method::GetMixFormat, 308, 1},
-                                           FailingStep{Method::Initialize, 315, 1},
-                                           FailingStep{Method::SetEventHandle, 320, 1},
-                                           FailingStep{Method::GetBufferSize, 321, 1},
-                                           FailingStep{Method::GetService, 323, 1}),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(
+    , RenderActivationStep,
+    ::testing::Values(FailingStep{Method::GetDefaultAudioEndpoint, 296, 1},
+                      FailingStep{Method::GetId, 297, 1}, FailingStep{Method::Activate, 307, 1},
+                      FailingStep{Method::GetMixFormat, 308, 1}, FailingStep{Method::Initialize, 315, 1},
+                      FailingStep{Method::SetEventHandle, 320, 1}, FailingStep{Method::GetBufferSize, 321, 1},
+                      FailingStep{Method::GetService, 323, 1}),
+    NameOf);
 
 TEST_F(RenderActivation, LogsOneLineOnSuccess)
 {
@@ -166,7 +169,8 @@ TEST_F(RenderActivation, AnEndpointThatIsNotActiveLeavesTheRendererOpenWithoutAC
         ClearLog();
         Speakers().state = state;
         EXPECT_TRUE(Open());
-        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas endpointDevice is not active", initTag}}));
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{
+                             {errorLevel, L"AudioPlayerWas endpointDevice is not active", initTag}}));
         ExpectOpenWithoutClient();
         player->Close();
     }
@@ -193,7 +197,8 @@ TEST_F(RenderActivation, WithoutMemoryForTheConverterThereIsNoClient)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
     EXPECT_TRUE(Open());
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}, {errorLevel, MemoryFail(318), initTag}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag},
+                                            {errorLevel, MemoryFail(318), initTag}}));
     ExpectOpenWithoutClient();
 }
 
@@ -222,7 +227,8 @@ TEST_F(RenderActivation, WithoutAWaitEventThereIsNoClient)
 {
     fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 2);
     EXPECT_TRUE(Open());
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}, {errorLevel, MemoryFail(327), initTag}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag},
+                                            {errorLevel, MemoryFail(327), initTag}}));
     ExpectOpenWithoutClient();
 }
 
@@ -272,12 +278,14 @@ protected:
         for (int block = 0; block < 3; ++block) {
             Play(MakeBlock());
         }
-        ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", "AudioPlayerWas::PlayAudio", 3);
+        ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
+                   "AudioPlayerWas::PlayAudio", 3);
         EXPECT_EQ(Log().size(), 3u);
         audio.NotifyPropertyChanged(L"speakers");
         ClearLog();
         Play(MakeBlock());
-        EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "sound again, of the new block only";
+        EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024})
+            << "sound again, of the new block only";
     }
 };
 
@@ -287,8 +295,10 @@ TEST_P(RenderReactivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClie
     audio.Fail(GetParam().method, firstError, GetParam().nth);
     audio.Fail(GetParam().method, secondError, GetParam().nth + 1);
     Play(MakeBlock());
-    EXPECT_EQ(LogOf(activateTag), (std::vector<LogEntry>{{errorLevel, FunctionFail(secondError, GetParam().line), activateTag}}));
-    ExpectLine(errorLevel, L"AudioPlayerWas OnAudioPropertyValueChanged failed", "AudioPlayerWas::CheckDeviceChanged");
+    EXPECT_EQ(LogOf(activateTag),
+              (std::vector<LogEntry>{{errorLevel, FunctionFail(secondError, GetParam().line), activateTag}}));
+    ExpectLine(errorLevel, L"AudioPlayerWas OnAudioPropertyValueChanged failed",
+               "AudioPlayerWas::CheckDeviceChanged");
     ExpectNoClientUntilALaterNotification();
 }
 
@@ -297,18 +307,18 @@ TEST_P(RenderReactivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
     OpenAndInvalidate();
     audio.Fail(GetParam().method, firstError, GetParam().nth);
     Play(MakeBlock());
-    EXPECT_EQ(LogOf(activateTag), (std::vector<LogEntry>{{errorLevel, FunctionFail(S_OK, GetParam().line), activateTag}}));
+    EXPECT_EQ(LogOf(activateTag),
+              (std::vector<LogEntry>{{errorLevel, FunctionFail(S_OK, GetParam().line), activateTag}}));
     ExpectNoClientUntilALaterNotification();
 }
 
 // The first GetBufferSize asks the old client whether it still works.
-INSTANTIATE_TEST_SUITE_P(, RenderReactivationStep,
-                         ::testing::Values(FailingStep{Method::Activate, 175, 1}, FailingStep{Method::GetMixFormat, 177, 1},
-                                           FailingStep{Method::Initialize, 186, 1},
-                                           FailingStep{Method::SetEventHandle, 188, 1},
-                                           FailingStep{Method::GetBufferSize, 189, 2},
-                                           FailingStep{Method::GetService, 191, 1}),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(
+    , RenderReactivationStep,
+    ::testing::Values(FailingStep{Method::Activate, 175, 1}, FailingStep{Method::GetMixFormat, 177, 1},
+                      FailingStep{Method::Initialize, 186, 1}, FailingStep{Method::SetEventHandle, 188, 1},
+                      FailingStep{Method::GetBufferSize, 189, 2}, FailingStep{Method::GetService, 191, 1}),
+    NameOf);
 
 TEST_F(RenderReactivation, WithoutADeviceItFailsAtOnceAndSilently)
 {
@@ -324,7 +334,8 @@ TEST_F(RenderReactivation, ANullMixFormatFailsSilentlyAndReleasesNothing)
     Play(MakeBlock());
     EXPECT_TRUE(LogOf(activateTag).empty());
     EXPECT_NE(probe.AudioClient(), nullptr) << "the client without a format stays";
-    ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", "AudioPlayerWas::PlayAudio");
+    ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
+               "AudioPlayerWas::PlayAudio");
 }
 
 TEST_F(RenderReactivation, AfterANullMixFormatANewDefaultDeviceIsTaken)
@@ -382,7 +393,8 @@ TEST_F(RenderReactivation, AConverterThatCannotBeSetUpIsIgnored)
     OpenAndInvalidate();
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
     EXPECT_EQ(probe.CheckDeviceChanged(), 0);
-    EXPECT_EQ(LogOf(resampleInitTag), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
+    EXPECT_EQ(LogOf(resampleInitTag),
+              (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
     EXPECT_TRUE(LogOf(activateTag).empty());
     EXPECT_NE(probe.RenderClient(), nullptr);
 }

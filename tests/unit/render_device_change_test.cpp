@@ -147,7 +147,8 @@ TEST_F(RenderDeviceChange, TheEndpointInUseKeepsItsClient)
 {
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(block);
-    EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag}, {errorLevel, L"AudioPlayerWas same deviceId", deviceTag}}));
+    EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag},
+                            {errorLevel, L"AudioPlayerWas same deviceId", deviceTag}}));
     EXPECT_EQ(audio.Clients().size(), 1u);
     EXPECT_EQ(audio.Clients()[0].stops, 0);
     EXPECT_EQ(audio.Written(L"speakers"), block);
@@ -177,13 +178,16 @@ TEST_F(RenderDeviceChange, WithoutADefaultEndpointTheStoredIdIsForgottenAndTheBl
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
     Play(block);
     EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag},
-                            {errorLevel, L"AudioPlayer GetDefaultAudioEndpoint fail with " + std::to_wstring(firstError) +
-                                             L". Just return", deviceTag},
+                            {errorLevel,
+                             L"AudioPlayer GetDefaultAudioEndpoint fail with " + std::to_wstring(firstError) +
+                                 L". Just return",
+                             deviceTag},
                             {errorLevel, deviceFailed, checkTag},
                             {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=14400",
                              "AudioPlayerWas::PlayAudio"}}));
     EXPECT_EQ(probe.DeviceId(), nullptr);
-    EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 2) << "once to open; not called again for the log";
+    EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 2)
+        << "once to open; not called again for the log";
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
@@ -204,10 +208,12 @@ TEST_F(RenderDeviceChange, AnEndpointWhoseIdCannotBeReadIsLoggedWithTheSecondRes
     audio.Fail(Method::GetId, secondError, 2);
     SwitchToHeadset();
     EXPECT_EQ(probe.CheckDeviceChanged(), 1);
-    EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag},
-                            {errorLevel, L"AudioPlayer function fail with " + std::to_wstring(secondError) + L". Just return",
-                             deviceTag},
-                            {errorLevel, deviceFailed, checkTag}}));
+    EXPECT_EQ(Log(),
+              (Lines{{errorLevel, changed, deviceTag},
+                     {errorLevel,
+                      L"AudioPlayer function fail with " + std::to_wstring(secondError) + L". Just return",
+                      deviceTag},
+                     {errorLevel, deviceFailed, checkTag}}));
     EXPECT_STREQ(probe.DeviceId(), L"speakers");
     EXPECT_EQ(audio.Clients().size(), 1u);
 }

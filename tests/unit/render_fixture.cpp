@@ -46,7 +46,9 @@ std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
 }
 
 RenderTest::RenderTest()
-    : player(MakePlayer()), probe(*player), earlierHandles(fakewin::LiveHandles()),
+    : player(MakePlayer()),
+      probe(*player),
+      earlierHandles(fakewin::LiveHandles()),
       earlierTaskBlocks(fakewin::LiveTaskBlocks()),
       earlierReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
 {

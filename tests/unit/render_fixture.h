@@ -41,18 +41,25 @@ protected:
     bool Open() { return player->Open(16, 2, 48000); }
     // Opens on an endpoint whose mix format is `mix`, forgets the log.
     void OpenWith(const fakes::MixFormat &mix);
-    void Play(const std::vector<uint8_t> &block) { player->PlayAudio(block.data(), static_cast<int64_t>(block.size())); }
+    void Play(const std::vector<uint8_t> &block)
+    {
+        player->PlayAudio(block.data(), static_cast<int64_t>(block.size()));
+    }
     // Leaves COM and destroys the renderer.
     void Destroy();
     fakes::Endpoint &Speakers() { return audio.Get(L"speakers"); }
 
     static std::vector<LogEntry> Log() { return fakes::LogRecorder::Instance().Entries(); }
-    static std::vector<LogEntry> LogOf(const std::string &tag) { return fakes::LogRecorder::Instance().EntriesOf(tag); }
+    static std::vector<LogEntry> LogOf(const std::string &tag)
+    {
+        return fakes::LogRecorder::Instance().EntriesOf(tag);
+    }
     static void ClearLog() { fakes::LogRecorder::Instance().Clear(); }
     static void ExpectLine(int level, const std::wstring &text, const std::string &tag, int times = 1)
     {
         EXPECT_EQ(fakes::LogRecorder::Instance().Count(level, text, tag), times)
-            << ::testing::PrintToString(LogEntry{level, text, tag}) << " among " << ::testing::PrintToString(Log());
+            << ::testing::PrintToString(LogEntry{level, text, tag}) << " among "
+            << ::testing::PrintToString(Log());
     }
 
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();

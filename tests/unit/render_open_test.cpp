@@ -52,7 +52,8 @@ TEST_F(RenderOpen, ConstructionTouchesNothingAndSetsTheDefaults)
 
 TEST_F(RenderOpen, AnArgumentBelowOneIsRefusedWithNothingLoggedOrCreated)
 {
-    const int32_t bad[][3] = {{0, 2, 48000}, {16, 0, 48000}, {16, 2, 0}, {-1, 2, 48000}, {16, -2, 48000}, {16, 2, INT32_MIN}};
+    const int32_t bad[][3] = {{0, 2, 48000},  {16, 0, 48000},  {16, 2, 0},
+                              {-1, 2, 48000}, {16, -2, 48000}, {16, 2, INT32_MIN}};
     for (const auto &arguments : bad) {
         EXPECT_FALSE(player->Open(arguments[0], arguments[1], arguments[2]));
     }
@@ -199,7 +200,8 @@ TEST_F(RenderOpen, OpeningSucceedsWhateverTheDeviceInitialisationAchieves)
 TEST_F(RenderOpen, ClosingARendererThatWasNeverOpenLogsOnly)
 {
     player->Close();
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas there is no need to close", closeTag}}));
+    EXPECT_EQ(Log(),
+              (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas there is no need to close", closeTag}}));
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
@@ -210,7 +212,8 @@ TEST_F(RenderOpen, ClosingARendererWhoseOpeningFailedLogsOnly)
     ClearLog();
     const int calls = fakewin::TotalCalls();
     player->Close();
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas there is no need to close", closeTag}}));
+    EXPECT_EQ(Log(),
+              (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas there is no need to close", closeTag}}));
     EXPECT_EQ(fakewin::TotalCalls(), calls);
 }
 
@@ -275,8 +278,9 @@ TEST_F(RenderOpen, AClosedRendererDropsBlocksWithALine)
     player->Close();
     ClearLog();
     Play(MakeBlock());
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{
-                         {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", "AudioPlayerWas::PlayAudio"}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel,
+                                             L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
+                                             "AudioPlayerWas::PlayAudio"}}));
 }
 
 TEST_F(RenderOpen, OpeningAgainReplacesEverythingButTheConverter)

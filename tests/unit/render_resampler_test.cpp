@@ -24,8 +24,8 @@ protected:
 
     static int Reallocations() { return fakeffmpeg::Script().Count(Call::av_samples_alloc); }
 
-    const std::vector<LogEntry> refusedWithPlane{{errorLevel, refused, resampleTag},
-                                                 {errorLevel, L"AudioPlayerWas resample state 1", resampleTag}};
+    const std::vector<LogEntry> refusedWithPlane{
+        {errorLevel, refused, resampleTag}, {errorLevel, L"AudioPlayerWas resample state 1", resampleTag}};
 };
 
 // --- What is refused -------------------------------------------------------------------------
@@ -225,8 +225,9 @@ TEST_F(RenderResamplerFailure, WithoutMemoryForALongerOutputTheBlockIsDropped)
         Play(MakeBlock());
     }
     ASSERT_EQ(Reallocations(), 1) << "the buffer had to grow";
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag},
-                                            {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
+    EXPECT_EQ(Log(),
+              (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag},
+                                     {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
     ClearLog();
     const size_t written = Speakers().writtenFrames.size();
     Play(MakeBlock());

@@ -42,9 +42,9 @@ inline constexpr IID IID_IAudioCaptureClient = {
     0xC8ADBD64, 0xE71E, 0x48A0, {0xA4, 0xDE, 0x18, 0x5C, 0x39, 0x5C, 0xD3, 0x17}};
 
 struct IAudioClient : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME bufferDuration,
-                                                 REFERENCE_TIME periodicity, const WAVEFORMATEX *format,
-                                                 LPCGUID session) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE mode, DWORD flags,
+                                                 REFERENCE_TIME bufferDuration, REFERENCE_TIME periodicity,
+                                                 const WAVEFORMATEX *format, LPCGUID session) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32 *frames) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME *latency) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32 *frames) = 0;
@@ -67,8 +67,8 @@ struct IAudioRenderClient : IUnknown {
 WIN32_UUID(IAudioRenderClient, IID_IAudioRenderClient)
 
 struct IAudioCaptureClient : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, UINT64 *devicePosition,
-                                                UINT64 *counterPosition) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags,
+                                                UINT64 *devicePosition, UINT64 *counterPosition) = 0;
     virtual HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 frames) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32 *frames) = 0;
 };

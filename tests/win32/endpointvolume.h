@@ -11,14 +11,16 @@ struct IAudioEndpointVolumeCallback;
 
 struct IAudioEndpointVolume : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE RegisterControlChangeNotify(IAudioEndpointVolumeCallback *callback) = 0;
-    virtual HRESULT STDMETHODCALLTYPE UnregisterControlChangeNotify(IAudioEndpointVolumeCallback *callback) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    UnregisterControlChangeNotify(IAudioEndpointVolumeCallback *callback) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetChannelCount(UINT *count) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(FLOAT levelDb, LPCGUID context) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetMasterVolumeLevelScalar(FLOAT level, LPCGUID context) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetMasterVolumeLevel(FLOAT *levelDb) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetMasterVolumeLevelScalar(FLOAT *level) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT channel, FLOAT levelDb, LPCGUID context) = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT channel, FLOAT level, LPCGUID context) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT channel, FLOAT level,
+                                                                  LPCGUID context) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT channel, FLOAT *levelDb) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT channel, FLOAT *level) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetMute(BOOL mute, LPCGUID context) = 0;

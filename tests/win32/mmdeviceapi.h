@@ -25,7 +25,8 @@ inline constexpr CLSID CLSID_MMDeviceEnumerator = {
     0xBCDE0395, 0xE52F, 0x467C, {0x8E, 0x3D, 0xC4, 0x57, 0x92, 0x91, 0x69, 0x2E}};
 inline constexpr IID IID_IMMNotificationClient = {
     0x7991EEC9, 0x7E89, 0x4D85, {0x83, 0x90, 0x6C, 0x70, 0x3C, 0xEC, 0x60, 0xC0}};
-inline constexpr IID IID_IMMDevice = {0xD666063F, 0x1587, 0x4E43, {0x81, 0xF1, 0xB9, 0x48, 0xE8, 0x07, 0x36, 0x3F}};
+inline constexpr IID IID_IMMDevice = {
+    0xD666063F, 0x1587, 0x4E43, {0x81, 0xF1, 0xB9, 0x48, 0xE8, 0x07, 0x36, 0x3F}};
 inline constexpr IID IID_IMMDeviceCollection = {
     0x0BD7A1BE, 0x7A1A, 0x44DB, {0x83, 0x97, 0xCC, 0x53, 0x92, 0x38, 0x7B, 0x5E}};
 inline constexpr IID IID_IMMDeviceEnumerator = {
@@ -35,13 +36,15 @@ struct IMMNotificationClient : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR deviceId, DWORD newState) = 0;
     virtual HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR deviceId) = 0;
     virtual HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR deviceId) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role,
+                                                             LPCWSTR deviceId) = 0;
     virtual HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR deviceId, const PROPERTYKEY key) = 0;
 };
 WIN32_UUID(IMMNotificationClient, IID_IMMNotificationClient)
 
 struct IMMDevice : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE Activate(REFIID iid, DWORD context, PROPVARIANT *parameters, void **object) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
+                                               void **object) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD access, IPropertyStore **properties) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetId(LPWSTR *id) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetState(DWORD *state) = 0;
@@ -57,10 +60,12 @@ WIN32_UUID(IMMDeviceCollection, IID_IMMDeviceCollection)
 struct IMMDeviceEnumerator : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD stateMask,
                                                          IMMDeviceCollection **devices) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMDevice **device) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
+                                                              IMMDevice **device) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice **device) = 0;
     virtual HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
-    virtual HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
+    virtual HRESULT STDMETHODCALLTYPE
+    UnregisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
 };
 class MMDeviceEnumerator; // the class behind the interface
 WIN32_UUID(MMDeviceEnumerator, CLSID_MMDeviceEnumerator)

@@ -76,20 +76,32 @@ using REFGUID = const GUID &;
 using REFIID = const IID &;
 using REFCLSID = const CLSID &;
 
-inline bool IsEqualGUID(REFGUID left, REFGUID right) { return std::memcmp(&left, &right, sizeof(GUID)) == 0; }
-inline bool IsEqualIID(REFIID left, REFIID right) { return IsEqualGUID(left, right); }
-inline bool IsEqualCLSID(REFCLSID left, REFCLSID right) { return IsEqualGUID(left, right); }
-inline bool operator==(REFGUID left, REFGUID right) { return IsEqualGUID(left, right); }
+inline bool IsEqualGUID(REFGUID left, REFGUID right)
+{
+    return std::memcmp(&left, &right, sizeof(GUID)) == 0;
+}
+inline bool IsEqualIID(REFIID left, REFIID right)
+{
+    return IsEqualGUID(left, right);
+}
+inline bool IsEqualCLSID(REFCLSID left, REFCLSID right)
+{
+    return IsEqualGUID(left, right);
+}
+inline bool operator==(REFGUID left, REFGUID right)
+{
+    return IsEqualGUID(left, right);
+}
 
 // __uuidof(Interface): each interface's header names its id with WIN32_UUID.
 template <typename Interface>
 const GUID &Win32UuidOf();
 #define __uuidof(type) Win32UuidOf<type>()
-#define WIN32_UUID(type, id)                                                                                          \
-    template <>                                                                                                       \
-    inline const GUID &Win32UuidOf<type>()                                                                            \
-    {                                                                                                                 \
-        return id;                                                                                                    \
+#define WIN32_UUID(type, id)                                                                                 \
+    template <>                                                                                              \
+    inline const GUID &Win32UuidOf<type>()                                                                   \
+    {                                                                                                        \
+        return id;                                                                                           \
     }
 
 // --- Results -------------------------------------------------------------------------------
@@ -181,8 +193,8 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs);
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitForAll, DWORD waitMs);
 BOOL CloseHandle(HANDLE handle);
 void Sleep(DWORD sleepMs);
-HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, LPVOID parameter,
-                    DWORD flags, LPDWORD threadId);
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackSize, LPTHREAD_START_ROUTINE start,
+                    LPVOID parameter, DWORD flags, LPDWORD threadId);
 DWORD GetCurrentThreadId();
 DWORD GetLastError();
 void SetLastError(DWORD error);
@@ -194,9 +206,11 @@ void FreeLibraryAndExitThread(HMODULE module, DWORD exitCode);
 BOOL DisableThreadLibraryCalls(HMODULE module);
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
-LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
-                        const SECURITY_ATTRIBUTES *security, PHKEY result, LPDWORD disposition);
-LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataBytes);
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options,
+                        REGSAM access, const SECURITY_ATTRIBUTES *security, PHKEY result,
+                        LPDWORD disposition);
+LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                         LPDWORD dataBytes);
 LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
                      LPDWORD dataBytes);
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE *data, DWORD dataBytes);

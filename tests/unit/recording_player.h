@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "render/i_audio_player.h"
+
+namespace velto_test {
+
+// A renderer that only records what is asked of it. Any thread.
+class RecordingPlayer : public velto::IAudioPlayer {
+public:
+    struct Record {
+        std::mutex mutex;
+        std::vector<std::string> calls;
+        std::vector<int> played; // the first byte of each block
+        std::vector<int64_t> sizes;
+        std::thread::id thread;
+        velto::IAudioPlayerCallback *callback = nullptr;
+        std::function<void()> whilePlaying;
+        bool opens = true;
+
+        std::vector<int> Played()
+        {
+            const std::lock_guard lock(mutex);
+            return played;
+        }
+        std::vector<std::string> Calls()
+        {
+            const std::lock_guard lock(mutex);
+            return calls;
+        }
+    };
+
+    explicit RecordingPlayer(Record &record) : m_record(record) {}
+    ~RecordingPlayer() override { Note("delete"); }
+
+    bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) override
+    {
+        Note("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " +
+             std::to_string(sampleRate));
+        return m_record.opens;
+    }
+    void Close() override { Note("Close"); }
+    void ReleaseClient() override { Note("ReleaseClient"); }
+    void Stop() override { Note("Stop"); }
+    void Start() override { Note("Start"); }
+    void PlayAudio(const uint8_t *data, int64_t size) override
+    {
+        {
+            const std::lock_guard lock(m_record.mutex);
+            m_record.played.push_back(data[0]);
+            m_record.sizes.push_back(size);
+            m_record.thread = std::this_thread::get_id();
+        }
+        if (m_record.whilePlaying) {
+            m_record.whilePlaying();
+        }
+    }
+    void SetCallback(velto::IAudioPlayerCallback *callback) override
+    {
+        m_record.callback = callback;
+        Note("SetCallback");
+    }
+    void SetBroadcastFlag(bool) override {}
+    void SetDeviceChanged(bool) override {}
+    void SetPropertyChanged(bool) override {}
+
+private:
+    void Note(const std::string &call)
+    {
+        const std::lock_guard lock(m_record.mutex);
+        m_record.calls.push_back(call);
+    }
+
+    Record &m_record;
+};
+
+} // namespace velto_test
