@@ -2,6 +2,7 @@
 #include "render/audio_player_was.h"
 
 #include <new>
+#include <utility>
 
 #include "handler/log.h"
 #include "render/call_log.h"
@@ -64,6 +65,7 @@ bool AudioPlayerWas::Open(int32_t bitsPerSample, int32_t channels, int32_t sampl
     if (comEntered && RegisterForNotifications()) {
         m_notificationRegistered = true;
         m_isOpen = true;
+        m_comEntered = true;
         InitDefaultAudioDevice();
         return true;
     }
@@ -229,7 +231,10 @@ void AudioPlayerWas::Close()
     Stop();
     EndNotifications();
     ReleaseClient();
-    CoUninitialize();
+    // Not again when the latest Open was refused for its arguments, or at a second Close.
+    if (std::exchange(m_comEntered, false)) {
+        CoUninitialize();
+    }
 }
 
 void AudioPlayerWas::ReleaseClient()

@@ -120,6 +120,7 @@ private:
     WasapiDeviceEvents *m_notificationClient = nullptr; // owned
     int32_t m_outputBytes = 0;                  // size of the last converted block
     bool m_notificationRegistered = false;
+    bool m_comEntered = false; // by Open; Close has yet to leave
 };
 
 } // namespace velto

@@ -253,6 +253,24 @@ TEST_F(RenderOpen, WhatIsKeptPastTheLastApartmentStaysMappedUntilDestruction)
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences);
 }
 
+TEST_F(RenderOpen, ClosingAfterAnOpeningThatWasRefusedForItsArgumentsLeavesComNoFurther)
+{
+    EXPECT_TRUE(Open());
+    player->Close();
+    EXPECT_FALSE(player->Open(16, 2, 0)) << "the renderer still counts as open";
+    player->Close();
+    EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 1);
+}
+
+TEST_F(RenderOpen, ClosingTwiceLeavesComOnce)
+{
+    EXPECT_TRUE(Open());
+    player->Close();
+    player->Close();
+    EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 1);
+    EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
+}
+
 TEST_F(RenderOpen, ClosingWithoutAClientStillUnregistersAndLeavesCom)
 {
     audio.SetDefaultForAllRoles(L"");
