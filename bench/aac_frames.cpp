@@ -13,7 +13,8 @@ std::vector<AacFrame> ReadAacFrames(const std::string &path)
     constexpr unsigned index48000Hz = 3;
 
     std::ifstream file(path, std::ios::binary);
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)),
+                                     std::istreambuf_iterator<char>());
     std::vector<AacFrame> frames;
     for (size_t at = 0; at + shortHeader <= bytes.size();) {
         const uint8_t *header = bytes.data() + at;

@@ -33,8 +33,8 @@ BareDecoder::BareDecoder() : m_pcm(maxFrames * 2 * sizeof(int16_t))
     m_codec->ch_layout = stereo;
     m_codec->sample_rate = rateHz;
     Require(avcodec_open2(m_codec, codec, nullptr) == 0, "opening the decoder");
-    Require(swr_alloc_set_opts2(&m_converter, &stereo, AV_SAMPLE_FMT_S16, rateHz, &stereo, m_codec->sample_fmt,
-                                rateHz, 0, nullptr) == 0 &&
+    Require(swr_alloc_set_opts2(&m_converter, &stereo, AV_SAMPLE_FMT_S16, rateHz, &stereo,
+                                m_codec->sample_fmt, rateHz, 0, nullptr) == 0 &&
                 swr_init(m_converter) == 0,
             "opening the converter");
     m_packet = av_packet_alloc();

@@ -75,8 +75,8 @@ void WriteLogLine(benchmark::State &state)
 {
     int frames = 0;
     for (auto _ : state) {
-        LogInfoToSingleton("`anonymous-namespace'::VeltoWriteStreamBuffer", "VeltoWriteStream has received", ++frames,
-                           " frame");
+        LogInfoToSingleton("`anonymous-namespace'::VeltoWriteStreamBuffer", "VeltoWriteStream has received",
+                           ++frames, " frame");
     }
 }
 

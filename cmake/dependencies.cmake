@@ -56,7 +56,7 @@ foreach(library IN ITEMS spdlog fmt CLI nlohmann)
 endforeach()
 add_library(velto_header_libs INTERFACE)
 target_include_directories(velto_header_libs SYSTEM INTERFACE "${header_libs}")
-target_compile_definitions(velto_header_libs INTERFACE SPDLOG_HEADER_ONLY SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
+target_compile_definitions(velto_header_libs INTERFACE SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
 
 find_package(Threads REQUIRED)
 

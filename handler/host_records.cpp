@@ -1,7 +1,7 @@
 #include "handler/host_records.h"
 
 #include <array>
-#include <stdlib.h>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -126,6 +126,7 @@ int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabil
         free(name);
         return VELTO_ERROR_NULL_POINTER;
     }
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the length goes along
     std::memcpy(name, id, length);
     item.name = name;
     item.nameLength = static_cast<uint32_t>(length);

@@ -19,13 +19,22 @@ Logger &ChannelLogger();
 namespace logdetail {
 
 template <typename Value>
-void Stream(std::wostream &out, const Value &value) { out << value; }
+void Stream(std::wostream &out, const Value &value)
+{
+    out << value;
+}
 
 // Wide streams widen narrow literals themselves, but not std::string.
-inline void Stream(std::wostream &out, const std::string &value) { out << value.c_str(); }
+inline void Stream(std::wostream &out, const std::string &value)
+{
+    out << value.c_str();
+}
 
 template <typename... Values>
-void Compose(std::wstringstream &stream, const Values &...values) { (Stream(stream, values), ...); }
+void Compose(std::wstringstream &stream, const Values &...values)
+{
+    (Stream(stream, values), ...);
+}
 
 void WriteToBoth(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &stream);
 void WriteToChannel(LOG_MESSAGE_LEVEL level, const std::wstringstream &stream);
@@ -43,11 +52,17 @@ void Log(LOG_MESSAGE_LEVEL level, const char *tag, const Values &...values)
 
 // Level 3: lifecycle events and periodic counters.
 template <typename... Values>
-void LogInfo(const char *tag, const Values &...values) { Log(LOG_LEVEL_INFO, tag, values...); }
+void LogInfo(const char *tag, const Values &...values)
+{
+    Log(LOG_LEVEL_INFO, tag, values...);
+}
 
 // Level 4: every null argument, invalid id and failed call.
 template <typename... Values>
-void LogError(const char *tag, const Values &...values) { Log(LOG_LEVEL_ERROR, tag, values...); }
+void LogError(const char *tag, const Values &...values)
+{
+    Log(LOG_LEVEL_ERROR, tag, values...);
+}
 
 // For the periodic frame counter, which the channel is spared.
 template <typename... Values>

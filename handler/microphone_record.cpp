@@ -12,7 +12,8 @@ constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioRecord";
 
 } // namespace
 
-int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *, const AudioProfileList *profiles)
+int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *,
+                             const AudioProfileList *profiles)
 {
     if (!IsValidId(id, idLength) || profiles == nullptr) {
         LogError(openTag, "mic id or profiles is null or invalid");

@@ -127,7 +127,7 @@ int32_t InitDefaultAudioDevice()
 void SetStreamType(int32_t streamType)
 {
     const auto value = static_cast<DWORD>(streamType);
-    DWORD stored = static_cast<DWORD>(noStreamType);
+    auto stored = static_cast<DWORD>(noStreamType);
     const bool known =
         DE::Registry::GetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, stored, registryAccess);
     if (known && stored == value) {

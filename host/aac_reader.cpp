@@ -121,8 +121,7 @@ void AacReader::Describe()
     if (!m_stream.isAdts && codec->extradata_size > 0) {
         m_stream.specificConfig.assign(codec->extradata, codec->extradata + codec->extradata_size);
     } else {
-        m_stream.specificConfig =
-            MakeSpecificConfig(lowComplexity, m_stream.sampleRateHz, m_stream.channels);
+        m_stream.specificConfig = MakeSpecificConfig(lowComplexity, m_stream.sampleRateHz, m_stream.channels);
     }
     // For ADTS the duration is a guess from the first frames' bit rate, and often far off.
     if (!m_stream.isAdts && stream->duration > 0) {
@@ -158,8 +157,8 @@ AacReader::Outcome AacReader::TakeUnit(std::vector<uint8_t> &frame)
             return Fail(Outcome::DAMAGED, "no ADTS header");
         }
         if (header->frameBytes != bytes.size()) {
-            return Fail(Outcome::DAMAGED, fmt::format("{} bytes of a frame of {}", bytes.size(),
-                                                      header->frameBytes));
+            return Fail(Outcome::DAMAGED,
+                        fmt::format("{} bytes of a frame of {}", bytes.size(), header->frameBytes));
         }
         if (header->rawBlocks != 1) {
             return Fail(Outcome::DAMAGED, fmt::format("{} raw blocks in one frame", header->rawBlocks));

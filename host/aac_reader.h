@@ -25,10 +25,10 @@ class AacFileError : public std::runtime_error {
 // What the file says about its sound.
 struct AacStream {
     bool isAdts = false;
-    uint32_t sampleRateHz = 0;  // of the AAC core: a unit lasts 1024 of its samples
-    uint32_t channels = 0;      // as decoded
-    uint32_t objectType = 0;    // of MPEG-4 audio: 2 is AAC-LC, 5 HE-AAC, 29 HE-AAC v2
-    double durationSeconds = 0; // 0: not known (ADTS files do not say)
+    uint32_t sampleRateHz = 0;           // of the AAC core: a unit lasts 1024 of its samples
+    uint32_t channels = 0;               // as decoded
+    uint32_t objectType = 0;             // of MPEG-4 audio: 2 is AAC-LC, 5 HE-AAC, 29 HE-AAC v2
+    double durationSeconds = 0;          // 0: not known (ADTS files do not say)
     std::vector<uint8_t> specificConfig; // MPEG-4 AudioSpecificConfig, for a decoder
 
     double FrameSeconds() const;

@@ -45,51 +45,62 @@ void AddPlay(CLI::App &command, PlayOptions &play)
     command.add_flag("--loop", play.loop, "Begin again at the end of the file");
     command.add_option("--seconds", play.seconds, "End after so many seconds of the stream")
         ->check(CLI::NonNegativeNumber);
-    command.add_flag("--progress", play.showProgress, "Show the progress line when stderr is no console, too");
+    command.add_flag("--progress", play.showProgress,
+                     "Show the progress line when stderr is no console, too");
 }
 
 void AddDiagnostics(CLI::App &command, PlayOptions &play)
 {
-    command.add_option("--also-modem", play.modemFile, "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
+    command
+        .add_option("--also-modem", play.modemFile,
+                    "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
         ->type_name("FILE2")
         ->group(diagnostics);
     command.add_option("--pace-rate", play.paceRateHz, "Send as fast as if the stream had this rate in Hz")
         ->check(CLI::Range(1000u, 1000000u))
         ->group(diagnostics);
-    command.add_option("--framing", play.framing, "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
+    command
+        .add_option("--framing", play.framing,
+                    "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
         ->transform(CLI::CheckedTransformer(std::map<std::string, Framing>{
             {"auto", Framing::AUTO}, {"raw", Framing::RAW}, {"adts", Framing::ADTS}}))
         ->type_name("auto|raw|adts")
         ->group(diagnostics);
     command.add_flag("--send-damaged", play.sendDamaged, "Send frames that cannot be decoded, too")
         ->group(diagnostics);
-    command.add_option_function<std::vector<std::string>>(
-               "--set-parameters",
-               [&play](const std::vector<std::string> &texts) {
-                   for (const std::string &text : texts) {
-                       play.parameters.push_back(ReadParameter(text));
-                   }
-               },
-               "Call SetAudioParameter first, e.g. sampleRate=48000,channel=3,format=1")
+    command
+        .add_option_function<std::vector<std::string>>(
+            "--set-parameters",
+            [&play](const std::vector<std::string> &texts) {
+                for (const std::string &text : texts) {
+                    play.parameters.push_back(ReadParameter(text));
+                }
+            },
+            "Call SetAudioParameter first, e.g. sampleRate=48000,channel=3,format=1")
         ->delimiter(',')
         ->type_name("KEY=N,...")
         ->group(diagnostics);
-    command.add_flag("--events", play.showEvents, "Print the listener's events as they come")->group(diagnostics);
-    command.add_option("--pause-after", play.pauseAfter, "Stop sending after so many seconds of the stream ...")
+    command.add_flag("--events", play.showEvents, "Print the listener's events as they come")
+        ->group(diagnostics);
+    command
+        .add_option("--pause-after", play.pauseAfter, "Stop sending after so many seconds of the stream ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     command.add_option("--pause", play.pause, "... for so many seconds, then go on")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--unload-after", play.unloadAfter,
-                       "Free the DLL after so many seconds, while it plays, and watch it go")
+    command
+        .add_option("--unload-after", play.unloadAfter,
+                    "Free the DLL after so many seconds, while it plays, and watch it go")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     command.add_option("--unload-wait", play.unloadWait, "Watch for so many seconds at most")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str()
         ->group(diagnostics);
-    command.add_option("--exit-after", play.exitAfter, "End the process after so many seconds, while the module plays ...")
+    command
+        .add_option("--exit-after", play.exitAfter,
+                    "End the process after so many seconds, while the module plays ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     command.add_option("--exit-code", play.exitCode, "... with this exit code")->group(diagnostics);
@@ -106,16 +117,19 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     app.allow_windows_style_options(false); // "/name" is a path, not an option; handed down to the commands
     app.footer(exitCodeHelp);
 
-    CLI::App &capabilities = *app.add_subcommand("capabilities", "Devices, profiles and codecs of the module");
+    CLI::App &capabilities =
+        *app.add_subcommand("capabilities", "Devices, profiles and codecs of the module");
     AddCommon(capabilities, line, true);
     CLI::App &play = *app.add_subcommand("play", "Play an AAC file through the module");
     AddPlay(play, line.play);
     AddCommon(play, line, true);
     AddDiagnostics(play, line.play);
     play.footer(exitCodeHelp);
-    CLI::App &devices = *app.add_subcommand("devices", "The sound endpoints of Windows and which are default");
+    CLI::App &devices =
+        *app.add_subcommand("devices", "The sound endpoints of Windows and which are default");
     AddCommon(devices, line, false);
-    CLI::App &probe = *app.add_subcommand("probe", "Call every slot with invalid arguments and print the results");
+    CLI::App &probe =
+        *app.add_subcommand("probe", "Call every slot with invalid arguments and print the results");
     AddCommon(probe, line, true);
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

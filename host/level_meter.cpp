@@ -59,8 +59,7 @@ LevelMeter::LevelMeter(const AacStream &stream) : m_packet(av_packet_alloc()), m
     m_decoder.reset(codec != nullptr ? avcodec_alloc_context3(codec) : nullptr);
     if (m_decoder == nullptr || stream.specificConfig.empty() ||
         !SetExtradata(*m_decoder, stream.specificConfig) ||
-        avcodec_open2(m_decoder.get(), codec, nullptr) < 0 ||
-        m_decoder->sample_fmt != AV_SAMPLE_FMT_FLTP) {
+        avcodec_open2(m_decoder.get(), codec, nullptr) < 0 || m_decoder->sample_fmt != AV_SAMPLE_FMT_FLTP) {
         m_decoder.reset();
     }
 }

@@ -35,8 +35,8 @@ PlayCommand::PlayCommand(const PlayOptions &options, const Output &output)
 {
     m_tracks.push_back(std::make_unique<TrackSender>(options.file, options.device, options, output));
     if (!options.modemFile.empty()) {
-        m_tracks.push_back(std::make_unique<TrackSender>(options.modemFile, VELTO_ID_MODEM_SPEAKER,
-                                                         options, output));
+        m_tracks.push_back(
+            std::make_unique<TrackSender>(options.modemFile, VELTO_ID_MODEM_SPEAKER, options, output));
     }
 }
 
@@ -170,8 +170,8 @@ void PlayCommand::Unload(Module &module)
     const auto begin = StreamTimer::Clock::now();
     module.Unload();
     const double callSeconds = SecondsSince(begin);
-    m_output.Say("the module was given back in {:.3f} s; waiting until it is gone, {} s at most",
-                 callSeconds, m_options.unloadWait);
+    m_output.Say("the module was given back in {:.3f} s; waiting until it is gone, {} s at most", callSeconds,
+                 m_options.unloadWait);
     bool isMapped = module.IsMapped();
     while (isMapped && SecondsSince(begin) < m_options.unloadWait && m_timer.WaitFor(unloadPoll)) {
         isMapped = module.IsMapped();

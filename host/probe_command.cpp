@@ -60,15 +60,12 @@ std::vector<Case> SpeakerCases(const Module &module, Records &records)
          [&] { return module->SetAudioParameter(speaker, speakerLength, nullptr, nullptr, nullptr); }},
         {"SetAudioParameter", "empty list", VELTO_ERROR_INVALID,
          [&] {
-             return module->SetAudioParameter(speaker, speakerLength, nullptr, nullptr,
-                                              &records.emptyList);
+             return module->SetAudioParameter(speaker, speakerLength, nullptr, nullptr, &records.emptyList);
          }},
         {"WriteStreamBuffer", "null frame", VELTO_ERROR_INVALID,
          [&] { return module->WriteStreamBuffer(speaker, speakerLength, nullptr, nullptr); }},
         {"WriteStreamBuffer", "null header", VELTO_ERROR_INVALID,
-         [&] {
-             return module->WriteStreamBuffer(speaker, speakerLength, nullptr, &records.withoutHeader);
-         }},
+         [&] { return module->WriteStreamBuffer(speaker, speakerLength, nullptr, &records.withoutHeader); }},
         {"WriteStreamBuffer", "null data", VELTO_OK,
          [&] { return module->WriteStreamBuffer(speaker, speakerLength, nullptr, &records.withoutData); }},
         {"WriteStreamBuffer", "another device's id", VELTO_OK,
@@ -80,9 +77,8 @@ std::vector<Case> SpeakerCases(const Module &module, Records &records)
     AddIdCases(cases, "WriteStreamBuffer", speaker, [&](const char *id, uint32_t length) {
         return module->WriteStreamBuffer(id, length, nullptr, &records.frame);
     });
-    AddIdCases(cases, "CloseAudioTrack", speaker, [&](const char *id, uint32_t length) {
-        return module->CloseAudioTrack(id, length);
-    });
+    AddIdCases(cases, "CloseAudioTrack", speaker,
+               [&](const char *id, uint32_t length) { return module->CloseAudioTrack(id, length); });
     return cases;
 }
 
@@ -108,9 +104,8 @@ std::vector<Case> MicrophoneCases(const Module &module, Records &records)
     AddIdCases(cases, "ReadStreamBuffer", microphone, [&](const char *id, uint32_t length) {
         return module->ReadStreamBuffer(id, length, nullptr, &records.frame);
     });
-    AddIdCases(cases, "CloseAudioRecord", microphone, [&](const char *id, uint32_t length) {
-        return module->CloseAudioRecord(id, length);
-    });
+    AddIdCases(cases, "CloseAudioRecord", microphone,
+               [&](const char *id, uint32_t length) { return module->CloseAudioRecord(id, length); });
     return cases;
 }
 
@@ -118,7 +113,7 @@ std::vector<Case> OtherCases(const Module &module)
 {
     return {{"NoOperation1", "no argument", VELTO_OK, [&] { return module->NoOperation1(); }},
             {"NoOperation10", "no argument", VELTO_OK, [&] { return module->NoOperation10(); }},
-            {"Release", "null block",  VELTO_OK,
+            {"Release", "null block", VELTO_OK,
              [&] { return module->Release(VELTO_RELEASE_CAPABILITIES, nullptr, 0), VELTO_OK; }},
             {"Release", "unknown type", VELTO_OK,
              [&] { return module->Release(VELTO_RELEASE_CAPABILITIES + 1, nullptr, 4), VELTO_OK; }},
@@ -133,9 +128,8 @@ ExitCode Probe(const Module &module, const Output &output)
     Records records;
     Json calls = Json::array();
     size_t different = 0;
-    for (const std::vector<Case> &cases :
-         {CapabilityCases(module, records), SpeakerCases(module, records),
-          MicrophoneCases(module, records), OtherCases(module)}) {
+    for (const std::vector<Case> &cases : {CapabilityCases(module, records), SpeakerCases(module, records),
+                                           MicrophoneCases(module, records), OtherCases(module)}) {
         for (const Case &probe : cases) {
             const int32_t result = probe.call();
             const bool asDocumented = result == probe.documented;

@@ -27,10 +27,7 @@ std::string Minutes(double seconds)
 
 } // namespace
 
-ProgressLine::ProgressLine(bool always)
-    : m_inPlace(Output::IsWatched()), m_shown(always || m_inPlace)
-{
-}
+ProgressLine::ProgressLine(bool always) : m_inPlace(Output::IsWatched()), m_shown(always || m_inPlace) {}
 
 ProgressLine::~ProgressLine()
 {

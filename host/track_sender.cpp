@@ -14,8 +14,7 @@ constexpr uint64_t mostComplaints = 5; // about units left out; the summary coun
 
 std::chrono::nanoseconds FrameTime(const AacStream &stream, uint32_t paceRateHz)
 {
-    const double rateFactor =
-        paceRateHz != 0 ? static_cast<double>(stream.sampleRateHz) / paceRateHz : 1.0;
+    const double rateFactor = paceRateHz != 0 ? static_cast<double>(stream.sampleRateHz) / paceRateHz : 1.0;
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
         std::chrono::duration<double>(stream.FrameSeconds() * rateFactor));
 }
@@ -29,7 +28,10 @@ double Milliseconds(Pacer::Clock::duration time)
 
 TrackSender::TrackSender(const std::string &file, const std::string &device, const PlayOptions &options,
                          const Output &output)
-    : m_file(file), m_device(device), m_options(options), m_output(output),
+    : m_file(file),
+      m_device(device),
+      m_options(options),
+      m_output(output),
       m_reader(std::make_unique<AacReader>(file)),
       m_meter(std::make_unique<LevelMeter>(m_reader->Stream())),
       m_pacer(FrameTime(m_reader->Stream(), options.paceRateHz), mostFramesAtOnce),
@@ -48,11 +50,11 @@ void TrackSender::WarnAbout(const AacStream &stream)
 {
     if (stream.sampleRateHz != moduleRateHz) {
         Warn(fmt::format("the stream has {} Hz; the module plays it at {} Hz, at the wrong speed",
-                        stream.sampleRateHz, moduleRateHz));
+                         stream.sampleRateHz, moduleRateHz));
     }
     if (stream.objectType != lowComplexity) {
         Warn(fmt::format("the stream is {}; the module is made for AAC-LC",
-                                         ObjectTypeName(stream.objectType)));
+                         ObjectTypeName(stream.objectType)));
     }
     if (!m_meter->IsAvailable()) {
         Warn("no decoder for this stream here: no level, and frames go out unjudged");
@@ -71,7 +73,8 @@ void TrackSender::WarnIfShort()
     const double length = m_reader->Stream().durationSeconds;
     const double missing = length - m_seconds;
     if (m_passes == 1 && missing > 2 * m_frameSeconds) {
-        Warn(fmt::format("the file says that it lasts {:.3f} s; the last {:.3f} s are missing", length, missing));
+        Warn(fmt::format("the file says that it lasts {:.3f} s; the last {:.3f} s are missing", length,
+                         missing));
     }
 }
 

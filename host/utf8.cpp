@@ -19,8 +19,8 @@ std::wstring Widen(const std::string &text)
 std::string Narrow(const std::wstring &text)
 {
     const int length = static_cast<int>(text.size());
-    std::string narrow(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr), '\0');
+    std::string narrow(WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr),
+                       '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, narrow.data(), static_cast<int>(narrow.size()),
                         nullptr, nullptr);
     return narrow;
@@ -41,8 +41,8 @@ std::vector<std::string> CommandLineArguments()
 std::string SystemErrorText(uint32_t code)
 {
     wchar_t text[512] = {};
-    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                                  code, 0, text, 512, nullptr);
+    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                                  0, text, 512, nullptr);
     while (length > 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.')) {
         --length;
     }

@@ -27,8 +27,8 @@ class AudioPlayThread : public IAudioPlayerCallback {
 public:
     using PlayerNotify = void (*)(bool value);
 
-    // `audioParam` outlives the object; `playerNotify` may be null.
-    AudioPlayThread(const SpeakerAudioParams *audioParam, PlayerNotify playerNotify);
+    // `params` outlive the object; `notify` may be null.
+    AudioPlayThread(const SpeakerAudioParams *params, PlayerNotify notify);
     ~AudioPlayThread() override;
     AudioPlayThread(const AudioPlayThread &) = delete;
     AudioPlayThread &operator=(const AudioPlayThread &) = delete;
@@ -63,8 +63,8 @@ private:
     void PushPlayQueue(AudioPlayBuffer *buffer);
     void PlayNext();
 
-    std::deque<AudioPlayBuffer *> playQueue;  // guarded by queueMutex; oldest at the front
-    std::unique_ptr<IAudioPlayer> audioSpkPlayer; // made by the play thread, kept until destruction
+    std::deque<AudioPlayBuffer *> playQueue;              // guarded by queueMutex; oldest at the front
+    std::unique_ptr<IAudioPlayer> audioSpkPlayer;         // made by the play thread, kept until destruction
     std::atomic<IAudioPlayer *> publishedPlayer{nullptr}; // audioSpkPlayer, for SetBroadcastFlag
     const SpeakerAudioParams *audioParam;
     std::mutex queueMutex;

@@ -150,8 +150,9 @@ bool FFmpegDecode::PostDecodedFrame()
             return false;
         }
     }
-    const int converted = swr_convert(swrContext, &outBuffer, dstNbSamples,
-                                      const_cast<const uint8_t **>(decoderFrame->data), decoderFrame->nb_samples);
+    const int converted =
+        swr_convert(swrContext, &outBuffer, dstNbSamples, const_cast<const uint8_t **>(decoderFrame->data),
+                    decoderFrame->nb_samples);
     if (converted < 0) {
         LogError(decodeTag, "convert failed, ret: ", converted);
         return false;

@@ -21,7 +21,7 @@ namespace velto {
 //
 // Threads: no lock of its own. Everything runs on the thread that writes the frame or starts the
 // speaker, one at a time.
-struct FFmpegDecode : public std::enable_shared_from_this<FFmpegDecode> {
+struct FFmpegDecode final : public std::enable_shared_from_this<FFmpegDecode> {
     FFmpegDecode(std::shared_ptr<AudioPlayThread> playThread, int32_t sampleRateHz);
     ~FFmpegDecode();
     FFmpegDecode(const FFmpegDecode &) = delete;
@@ -52,11 +52,11 @@ private:
     const AVCodec *codec = nullptr;
     AVFrame *decoderFrame = nullptr;
     int32_t channels = 2;
-    int32_t sampleRate; // Hz
-    int32_t maxDstNbSamples = 0; // capacity of outBuffer, per channel
+    int32_t sampleRate;           // Hz
+    int32_t maxDstNbSamples = 0;  // capacity of outBuffer, per channel
     uint8_t *outBuffer = nullptr; // interleaved PCM of the current frame
     SwrContext *swrContext = nullptr;
-    int32_t dstNbSamples = 0; // needed for the current frame, per channel
+    int32_t dstNbSamples = 0;         // needed for the current frame, per channel
     AVPacket *packetToPlay = nullptr; // borrows the host's payload
     int32_t outChannels = 0;
     int32_t outSampleFmt = -1; // AVSampleFormat, none until set up

@@ -83,8 +83,8 @@ bool AudioPlayerWas::RegisterForNotifications()
 {
     ReleaseEarlierOpening();
     const auto createEnumerator = [this] {
-        return CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
-                                reinterpret_cast<void **>(&m_enumerator));
+        return CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
+                                __uuidof(IMMDeviceEnumerator), reinterpret_cast<void **>(&m_enumerator));
     };
     if (!CallSucceeded(openTag, 272, createEnumerator)) {
         return false;
@@ -95,7 +95,8 @@ bool AudioPlayerWas::RegisterForNotifications()
     }
     m_implementation.HoldImplementationOf(m_enumerator);
     return CallSucceeded(
-        openTag, 276, [this] { return m_enumerator->RegisterEndpointNotificationCallback(m_notificationClient); },
+        openTag, 276,
+        [this] { return m_enumerator->RegisterEndpointNotificationCallback(m_notificationClient); },
         [this] { m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient); });
 }
 
@@ -131,8 +132,9 @@ void AudioPlayerWas::InitDefaultAudioDevice()
 
 bool AudioPlayerWas::FindDefaultEndpoint()
 {
-    if (!CallSucceeded(initTag, 296,
-                       [this] { return m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &m_device); }) ||
+    if (!CallSucceeded(
+            initTag, 296,
+            [this] { return m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &m_device); }) ||
         !CallSucceeded(initTag, 297, [this] { return m_device->GetId(&m_deviceId); })) {
         return false;
     }
@@ -190,10 +192,12 @@ int32_t AudioPlayerWas::ActivateWasClient()
 bool AudioPlayerWas::ActivateClient(const ActivationLines &lines)
 {
     const auto activate = [this] {
-        return m_device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, reinterpret_cast<void **>(&m_audioClient));
+        return m_device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr,
+                                  reinterpret_cast<void **>(&m_audioClient));
     };
     return CallSucceeded(lines.tag, lines.activate, activate) &&
-           CallSucceeded(lines.tag, lines.mixFormat, [this] { return m_audioClient->GetMixFormat(&m_mixFormat); });
+           CallSucceeded(lines.tag, lines.mixFormat,
+                         [this] { return m_audioClient->GetMixFormat(&m_mixFormat); });
 }
 
 // Re-labels the mix format as PCM and initialises the client with it: the engine's 32-bit float
@@ -213,7 +217,8 @@ bool AudioPlayerWas::InitializeClient(const ActivationLines &lines)
 bool AudioPlayerWas::BindClient(const ActivationLines &lines)
 {
     const auto getService = [this] {
-        return m_audioClient->GetService(__uuidof(IAudioRenderClient), reinterpret_cast<void **>(&m_renderClient));
+        return m_audioClient->GetService(__uuidof(IAudioRenderClient),
+                                         reinterpret_cast<void **>(&m_renderClient));
     };
     return CallSucceeded(lines.tag, lines.eventHandle,
                          [this] { return m_audioClient->SetEventHandle(m_bufferEvent); }) &&

@@ -59,7 +59,8 @@ int32_t AudioPlayerWas::ResampleInit()
     av_opt_set_sample_fmt(m_resampler, "out_sample_fmt", outputSampleFormat, 0);
     const int result = swr_init(m_resampler);
     if (result < 0) {
-        LogError("AudioPlayerWas::ResampleInit", "AudioPlayerWas ", "Failed to initialize the resampling context");
+        LogError("AudioPlayerWas::ResampleInit", "AudioPlayerWas ",
+                 "Failed to initialize the resampling context");
         return result;
     }
 

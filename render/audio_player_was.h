@@ -70,7 +70,7 @@ private:
 
     // --- audio_player_resample.cpp: conversion to the mix format
     void GetWaveFormatParm();
-    int32_t ResampleInit(); // 0, or negative
+    int32_t ResampleInit();                               // 0, or negative
     int32_t Resample(const uint8_t *data, uint64_t size); // frames, or -1
     bool CanResample(const uint8_t *data, uint64_t size) const;
     bool GrowOutputBuffer();
@@ -96,29 +96,29 @@ private:
     std::atomic<bool> m_isOpen{false};          // play thread; true from Open to destruction
 
     // All below: play thread only (and whoever destroys the object afterwards).
-    ModuleReference m_implementation;           // the DLL behind m_enumerator and m_device
-    IAudioClient *m_audioClient = nullptr;      // owned reference
-    SwrContext *m_resampler = nullptr;          // owned
-    WAVEFORMATEX *m_mixFormat = nullptr;        // CoTaskMemFree; edited in place
+    ModuleReference m_implementation;            // the DLL behind m_enumerator and m_device
+    IAudioClient *m_audioClient = nullptr;       // owned reference
+    SwrContext *m_resampler = nullptr;           // owned
+    WAVEFORMATEX *m_mixFormat = nullptr;         // CoTaskMemFree; edited in place
     IMMDeviceEnumerator *m_enumerator = nullptr; // owned reference
-    LPWSTR m_deviceId = nullptr;                // CoTaskMemFree; endpoint in use
-    IMMDevice *m_device = nullptr;              // owned reference; endpoint in use
-    uint32_t m_frameBytes = 0;                  // bytes per output frame, all channels
-    OutputFormat m_output;                      // derived from the mix format
-    int32_t m_outputFrames = 0;                 // expected from the current conversion
-    int32_t m_outputCapacityFrames = 0;         // that the output buffer can hold
-    uint8_t **m_inputBuffer = nullptr;          // planes and storage, av_freep
-    uint8_t **m_outputBuffer = nullptr;         // the same
-    uint8_t **m_blockInFlight = nullptr;        // the output buffer that the write loop reads, while it runs
+    LPWSTR m_deviceId = nullptr;                 // CoTaskMemFree; endpoint in use
+    IMMDevice *m_device = nullptr;               // owned reference; endpoint in use
+    uint32_t m_frameBytes = 0;                   // bytes per output frame, all channels
+    OutputFormat m_output;                       // derived from the mix format
+    int32_t m_outputFrames = 0;                  // expected from the current conversion
+    int32_t m_outputCapacityFrames = 0;          // that the output buffer can hold
+    uint8_t **m_inputBuffer = nullptr;           // planes and storage, av_freep
+    uint8_t **m_outputBuffer = nullptr;          // the same
+    uint8_t **m_blockInFlight = nullptr;         // the output buffer that the write loop reads, while it runs
     int32_t m_inputLineSize = 0;
     int32_t m_outputLineSize = 0;
-    uint32_t m_bufferFrames = 0;                // endpoint buffer; 0 while there is no client
-    HANDLE m_waitEvent = nullptr;               // manual reset; created and closed, never waited on
-    IAudioRenderClient *m_renderClient = nullptr; // owned reference
-    HANDLE m_bufferEvent = nullptr;             // auto reset; signalled by the audio engine
-    IAudioPlayerCallback *m_callback = nullptr; // not owned, never called
+    uint32_t m_bufferFrames = 0;                        // endpoint buffer; 0 while there is no client
+    HANDLE m_waitEvent = nullptr;                       // manual reset; created and closed, never waited on
+    IAudioRenderClient *m_renderClient = nullptr;       // owned reference
+    HANDLE m_bufferEvent = nullptr;                     // auto reset; signalled by the audio engine
+    IAudioPlayerCallback *m_callback = nullptr;         // not owned, never called
     WasapiDeviceEvents *m_notificationClient = nullptr; // owned
-    int32_t m_outputBytes = 0;                  // size of the last converted block
+    int32_t m_outputBytes = 0;                          // size of the last converted block
     bool m_notificationRegistered = false;
     bool m_comEntered = false; // by Open; Close has yet to leave
 };

@@ -30,8 +30,8 @@ bool CallSucceeded(const char *tag, int line, Call &&call, Undo &&undo = {})
     if (call() >= 0) {
         return true;
     }
-    LogError(tag, "AudioPlayerWas function fail with ", ResultOfSecondCall(call, undo), ". Release resource. Line:",
-             line);
+    LogError(tag, "AudioPlayerWas function fail with ", ResultOfSecondCall(call, undo),
+             ". Release resource. Line:", line);
     return false;
 }
 

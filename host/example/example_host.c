@@ -31,7 +31,9 @@ static uint32_t ReadFrame(FILE *file, uint8_t *payload)
     headerBytes = (header[1] & 1) != 0 ? 7 : 9; /* 9: with a checksum */
     frameBytes = (header[3] & 3u) << 11 | (uint32_t)header[4] << 3 | header[5] >> 5;
     if (frameBytes <= headerBytes || fread(header + 7, 1, headerBytes - 7, file) != headerBytes - 7) return 0;
-    return fread(payload, 1, frameBytes - headerBytes, file) == frameBytes - headerBytes ? frameBytes - headerBytes : 0;
+    return fread(payload, 1, frameBytes - headerBytes, file) == frameBytes - headerBytes
+               ? frameBytes - headerBytes
+               : 0;
 }
 
 int main(int argc, char **argv)
@@ -46,13 +48,15 @@ int main(int argc, char **argv)
     DWORD begin;
     FILE *file = argc == 2 ? fopen(argv[1], "rb") : NULL;
     HMODULE module = LoadLibraryW(L"LibVeltoAudioHandler.dll");
-    if (file == NULL || module == NULL) return fputs("usage: velto-host-example FILE.aac, beside the DLL\n", stderr), 2;
+    if (file == NULL || module == NULL)
+        return fputs("usage: velto-host-example FILE.aac, beside the DLL\n", stderr), 2;
     entry = GetProcAddress(module, VELTO_ENTRY_NAME);
     memcpy(&getHandler, &entry, sizeof(getHandler));
     if (getHandler == NULL || getHandler(&table) != VELTO_OK) return fputs("no such module\n", stderr), 3;
     PrintCapabilities(&table);
     for (begin = GetTickCount(); (header.size = ReadFrame(file, payload)) != 0; ++frames) {
-        LONG early = (LONG)(begin + (DWORD)(frames * 64ULL / 3) - GetTickCount()); /* 1024 / 48000 s = 64 / 3 ms */
+        LONG early =
+            (LONG)(begin + (DWORD)(frames * 64ULL / 3) - GetTickCount()); /* 1024 / 48000 s = 64 / 3 ms */
         if (early > 0) Sleep((DWORD)early);
         refused += table.WriteStreamBuffer(speaker, speakerLength, NULL, &frame) != VELTO_OK;
     }

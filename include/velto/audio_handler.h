@@ -69,10 +69,10 @@ enum {
 #define VELTO_KEY_CODEC "codec"            /* accepted and ignored               */
 
 enum {
-    VELTO_CHANNEL_MONO = 1,        /* 1 channel  */
-    VELTO_CHANNEL_STEREO = 3,      /* 2 channels */
-    VELTO_CHANNEL_STEREO_IN = 12,  /* 2 channels */
-    VELTO_CHANNEL_MONO_IN = 16     /* 1 channel  */
+    VELTO_CHANNEL_MONO = 1,       /* 1 channel  */
+    VELTO_CHANNEL_STEREO = 3,     /* 2 channels */
+    VELTO_CHANNEL_STEREO_IN = 12, /* 2 channels */
+    VELTO_CHANNEL_MONO_IN = 16    /* 1 channel  */
 };
 
 enum {

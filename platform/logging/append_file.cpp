@@ -28,10 +28,9 @@ bool AppendFile::Open(const std::filesystem::path &path)
     Close();
     // With the right to append and without the right to write, the system itself looks for the
     // end at each write.
-    const HANDLE file =
-        CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     m_handle = file != INVALID_HANDLE_VALUE ? file : noHandle;
     return IsOpen();
 }
@@ -86,13 +85,13 @@ bool AppendFile::Append(std::string_view bytes)
 
 std::uint64_t AppendFile::Size() const
 {
-    struct stat info{};
+    struct stat info {};
     return fstat(m_handle, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
 bool AppendFile::HasName() const
 {
-    struct stat info{};
+    struct stat info {};
     return fstat(m_handle, &info) == 0 && info.st_nlink != 0;
 }
 

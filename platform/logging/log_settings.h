@@ -13,7 +13,7 @@ struct LogSettings {
     std::filesystem::path file; // empty: no file
     int lowestLevel = 1;        // LOG_MESSAGE_LEVEL, or levelOff
     bool levelIsInvalid = false;
-    std::uint64_t maxFileBytes = 5U * 1024 * 1024;
+    std::uint64_t maxFileBytes = std::uint64_t{5} * 1024 * 1024;
     int oldFiles = 2; // kept beside the current one
 };
 

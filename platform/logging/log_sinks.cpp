@@ -40,9 +40,7 @@ void ShowInDebugger(std::string_view line)
     OutputDebugStringW(text.c_str());
 }
 #else
-void ShowInDebugger(std::string_view)
-{
-}
+void ShowInDebugger(std::string_view) {}
 #endif
 
 } // namespace
@@ -68,7 +66,8 @@ void LogSinks::Write(LOG_MESSAGE_LEVEL level, const char *channel, std::string_v
 
     const bool isWritten = m_file.Append(line);
     if (!isWritten && !m_saidThatFileFails) {
-        ShowInDebugger("LibVeltoAudioHandler: the log file cannot be written; lines go to the debugger only\r\n");
+        ShowInDebugger(
+            "LibVeltoAudioHandler: the log file cannot be written; lines go to the debugger only\r\n");
     }
     m_saidThatFileFails = !isWritten;
     ShowInDebugger(line);

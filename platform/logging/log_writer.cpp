@@ -22,8 +22,9 @@ std::unique_ptr<LogSinks> OpenSinks()
     const LogSettings settings = ReadLogSettings();
     auto sinks = std::make_unique<LogSinks>(settings);
     if (settings.levelIsInvalid) {
-        sinks->Write(LOG_LEVEL_ERROR, "Logging",
-                     "VELTO_LOG_LEVEL is none of 1 to 4, trace, debug, info, error, off; everything is logged");
+        sinks->Write(
+            LOG_LEVEL_ERROR, "Logging",
+            "VELTO_LOG_LEVEL is none of 1 to 4, trace, debug, info, error, off; everything is logged");
     }
     return sinks;
 }

@@ -87,7 +87,8 @@ TEST_F(AacReaderTest, AdtsUnitsComeWithoutTheirHeaders)
         ASSERT_TRUE(header.has_value()) << "unit " << unit;
         ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME) << "unit " << unit;
         const auto payload = rest.subspan(header->headerBytes, header->frameBytes - header->headerBytes);
-        EXPECT_TRUE(std::equal(frame.begin(), frame.end(), payload.begin(), payload.end())) << "unit " << unit;
+        EXPECT_TRUE(std::equal(frame.begin(), frame.end(), payload.begin(), payload.end()))
+            << "unit " << unit;
         rest = rest.subspan(header->frameBytes);
     }
     EXPECT_EQ(reader.Read(frame), AacReader::Outcome::END);

@@ -46,7 +46,8 @@ TEST_F(LevelMeterTest, ShowsTheFloorForSilence)
 
 TEST_F(LevelMeterTest, RefusesWhatIsNotAac)
 {
-    LevelMeter meter(AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {0x11, 0x90}});
+    LevelMeter meter(
+        AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {0x11, 0x90}});
     ASSERT_TRUE(meter.IsAvailable());
     EXPECT_FALSE(meter.PeakDb(std::vector<uint8_t>(100, 0xFF)).has_value());
 }

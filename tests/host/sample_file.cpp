@@ -148,10 +148,10 @@ void WriteTone(const SampleFile &file, const std::string &muxer, const Tone &ton
 
 std::vector<uint8_t> WavBytes()
 {
-    constexpr std::array<uint8_t, 44> header{
-        'R',  'I',  'F',  'F',  0x24, 0xEE, 0x02, 0x00, 'W',  'A',  'V',  'E',  'f',  'm',  't',
-        ' ',  16,   0,    0,    0,    1,    0,    2,    0,    0x80, 0xBB, 0,    0,    0x00, 0xEE,
-        0x02, 0x00, 4,    0,    16,   0,    'd',  'a',  't',  'a',  0x00, 0xEE, 0x02, 0x00};
+    constexpr std::array<uint8_t, 44> header{'R', 'I', 'F',  'F',  0x24, 0xEE, 0x02, 0x00, 'W',  'A',  'V',
+                                             'E', 'f', 'm',  't',  ' ',  16,   0,    0,    0,    1,    0,
+                                             2,   0,   0x80, 0xBB, 0,    0,    0x00, 0xEE, 0x02, 0x00, 4,
+                                             0,   16,  0,    'd',  'a',  't',  'a',  0x00, 0xEE, 0x02, 0x00};
     std::vector<uint8_t> bytes(header.begin(), header.end());
     bytes.resize(header.size() + 192000);
     return bytes;

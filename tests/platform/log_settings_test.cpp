@@ -69,7 +69,8 @@ TEST(LogSettings, WithoutANameTheFileIsInTheUsersLocalData)
     const ScopedEnvironment file("VELTO_LOG_FILE", {});
 #ifdef _WIN32
     const ScopedEnvironment data("LOCALAPPDATA", L"C:\\users\\j\u00F6rg\\AppData\\Local");
-    EXPECT_EQ(ReadLogSettings().file, L"C:\\users\\j\u00F6rg\\AppData\\Local\\VELTO\\LibVeltoAudioHandler.log");
+    EXPECT_EQ(ReadLogSettings().file,
+              L"C:\\users\\j\u00F6rg\\AppData\\Local\\VELTO\\LibVeltoAudioHandler.log");
 #else
     const ScopedEnvironment state("XDG_STATE_HOME", "/home/j/state");
     EXPECT_EQ(ReadLogSettings().file, "/home/j/state/VELTO/LibVeltoAudioHandler.log");

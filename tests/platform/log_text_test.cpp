@@ -18,7 +18,8 @@ TEST(LogText, PlainTextIsKept)
 
 TEST(LogText, EveryLengthOfUtf8IsWritten)
 {
-    EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", plenty), "~\xC3\xA4\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD");
+    EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", plenty),
+              "~\xC3\xA4\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD");
     EXPECT_EQ(ToLogText(L"Kopfh\u00F6rer \u8033\u673A", plenty), "Kopfh\xC3\xB6rer \xE8\x80\xB3\xE6\x9C\xBA");
 }
 

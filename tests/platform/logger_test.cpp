@@ -53,15 +53,18 @@ TEST(Logger, WritesItsChannelAndTheStreamIsOnlyRead)
     logger.Log(LOG_LEVEL_ERROR, stream);
     stream << L"(" << "Some::Tag" << L")";
     NrLogger::GetInstance().Log(LOG_LEVEL_ERROR, stream);
-    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [OceloMirror] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42"), 1);
-    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [NR] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42(Some::Tag)"), 1);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [OceloMirror] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42"),
+              1);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [NR] Kopfh\xC3\xB6rer \xF0\x9F\x8E\xA7 42(Some::Tag)"),
+              1);
     EXPECT_EQ(stream.str(), L"Kopfh\u00F6rer \U0001F3A7 42(Some::Tag)");
 }
 
 TEST(Logger, AMessageCannotForgeALine)
 {
     const std::size_t before = ReadLines(SharedLogFile()).size();
-    Logger("OceloMirror").Log(LOG_LEVEL_INFO, Text(L"first\r\n2024-01-01 00:00:00.000 [1] [error] [NR] second"));
+    Logger("OceloMirror")
+        .Log(LOG_LEVEL_INFO, Text(L"first\r\n2024-01-01 00:00:00.000 [1] [error] [NR] second"));
     EXPECT_EQ(ReadLines(SharedLogFile()).size(), before + 1);
 }
 
@@ -117,7 +120,8 @@ TEST(Logger, EightThreadsLoseAndTearNoLine)
     for (std::thread &thread : threads) {
         thread.join();
     }
-    const std::regex format(R"([-0-9]{10} [:.0-9]{12} \[\d+\] \[info\] \[Threads\] (thread \d line \d+ end))");
+    const std::regex format(
+        R"([-0-9]{10} [:.0-9]{12} \[\d+\] \[info\] \[Threads\] (thread \d line \d+ end))");
     std::set<std::string> seen;
     for (const std::string &line : ReadLines(SharedLogFile())) {
         if (line.find("Threads") != std::string::npos) {

@@ -25,8 +25,14 @@ protected:
     // Keys that an earlier test left open answer as deleted from now on, and are opened anew.
     RegistryFaults() { fakewin::Reset(); }
 
-    static bool Get(DWORD &value) { return Registry::GetValue(HKEY_CURRENT_USER, path, name, value, allAccess); }
-    static bool Set(DWORD value) { return Registry::SetValue(HKEY_CURRENT_USER, path, name, value, allAccess); }
+    static bool Get(DWORD &value)
+    {
+        return Registry::GetValue(HKEY_CURRENT_USER, path, name, value, allAccess);
+    }
+    static bool Set(DWORD value)
+    {
+        return Registry::SetValue(HKEY_CURRENT_USER, path, name, value, allAccess);
+    }
     static void Store(DWORD value) { fakewin::SetRegistryDword(HKEY_CURRENT_USER, plainPath, name, value); }
     static auto Stored() { return fakewin::RegistryDword(HKEY_CURRENT_USER, plainPath, name); }
 };

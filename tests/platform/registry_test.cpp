@@ -82,8 +82,9 @@ TEST_F(SystemRegistry, SeesWhatAnotherProgramWrote)
 {
     ASSERT_TRUE(Set(1));
     const DWORD other = 77;
-    ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), L"StreamType", REG_DWORD, &other, sizeof(other)),
-              ERROR_SUCCESS);
+    ASSERT_EQ(
+        RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), L"StreamType", REG_DWORD, &other, sizeof(other)),
+        ERROR_SUCCESS);
     DWORD value = 0;
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(value, 77U);

@@ -42,7 +42,8 @@ TEST_F(Unload, ClosesTheLogFile)
 {
     LoadUseAndUnload();
     EXPECT_EQ(CountLinesWith(m_log, "from a module that will be unloaded"), 2);
-    const HANDLE alone = CreateFileW(m_log.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE alone =
+        CreateFileW(m_log.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_NE(alone, INVALID_HANDLE_VALUE) << "somebody still has the file open";
     CloseHandle(alone);
 }

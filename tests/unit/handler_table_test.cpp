@@ -108,8 +108,7 @@ TEST_F(HandlerTable, ANullListenerIsRefusedAndTheEarlierOneIsKept)
     const AudioListener listener{Record, nullptr};
     ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
     EXPECT_EQ(velto::VeltoRegisterListener(nullptr), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null",
-                            "`anonymous-namespace'::VeltoRegisterListener");
+    ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null", "`anonymous-namespace'::VeltoRegisterListener");
     events = 0;
     velto::SendEvent("mic1", 4, 4);
     EXPECT_EQ(events, 1);

@@ -24,7 +24,8 @@ class HostRecords : public ::testing::Test {
 protected:
     void SetUp() override { Recorded().Clear(); }
 
-    static AudioParameters Apply(const std::vector<AudioProfileEntry> &entries, AudioParameters parameters = {})
+    static AudioParameters Apply(const std::vector<AudioProfileEntry> &entries,
+                                 AudioParameters parameters = {})
     {
         const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
         GetAudioParameter(&list, parameters);
@@ -101,8 +102,7 @@ TEST_F(HostRecords, ItemWithoutAnIdIsRefusedAndLogged)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(nullptr, 0, item), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"device name is null",
-                            "`anonymous-namespace'::GetAudioCapabilityItem");
+    ExpectLine(LOG_LEVEL_ERROR, L"device name is null", "`anonymous-namespace'::GetAudioCapabilityItem");
 }
 
 TEST_F(HostRecords, ItemRefusesAnIdOf65BytesAndIsLeftUntouched)
@@ -212,8 +212,7 @@ TEST_F(HostRecords, ANullListOrNullEntriesAreLoggedAndChangeNothing)
     EXPECT_EQ(parameters.sampleRate, 1u);
     EXPECT_EQ(parameters.channels, 2u);
     EXPECT_EQ(parameters.bitsPerSample, 3u);
-    ExpectLine(LOG_LEVEL_ERROR, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter",
-                            2);
+    ExpectLine(LOG_LEVEL_ERROR, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter", 2);
 }
 
 } // namespace

@@ -61,8 +61,8 @@ TEST_F(LogSite, ManyThreadsKeepTheirLinesWhole)
     }
     for (int i = 0; i < 4; ++i) {
         for (int k = 0; k < 100; ++k) {
-            ExpectLine(LOG_LEVEL_ERROR,
-                                    L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k), "tag");
+            ExpectLine(LOG_LEVEL_ERROR, L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k),
+                       "tag");
         }
     }
 }

@@ -113,7 +113,8 @@ protected:
 
     static std::optional<DWORD> StreamType()
     {
-        return fakewin::RegistryDword(HKEY_CURRENT_USER, L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror", L"StreamType");
+        return fakewin::RegistryDword(HKEY_CURRENT_USER, L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror",
+                                      L"StreamType");
     }
 
     AudioHandlerTable table{};
@@ -210,12 +211,14 @@ TEST_F(SpeakerTrack, BothSpeakersDecode)
     const AudioProfileList list{1, 0, &entry};
     for (const char *id : {"speaker1", "ModemSpeaker1"}) {
         // An earlier test may have used the cushion up.
-        ASSERT_EQ(table.SetAudioParameter(id, static_cast<uint32_t>(std::strlen(id)), nullptr, nullptr, &list), 0);
+        ASSERT_EQ(
+            table.SetAudioParameter(id, static_cast<uint32_t>(std::strlen(id)), nullptr, nullptr, &list), 0);
         Recorded().Clear();
         for (const AacFrame &frame : EncodeTone(5)) {
             EXPECT_EQ(Write(id, frame), 0);
         }
-        ExpectLine(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue", "velto::AudioPlayThread::PushBuffer");
+        ExpectLine(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue",
+                   "velto::AudioPlayThread::PushBuffer");
     }
 }
 
