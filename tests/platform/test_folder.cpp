@@ -84,6 +84,21 @@ int CountLinesWith(const fs::path &path, const std::string &text)
     }));
 }
 
+std::string AfterTimeAndThread(const std::string &line)
+{
+    const std::string timePattern = "0000-00-00 00:00:00.000 [";
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    std::string begin = line.substr(0, timePattern.size());
+    std::replace_if(begin.begin(), begin.end(), isDigit, '0');
+    const size_t threadEnd = line.find("] ", begin.size());
+    if (begin != timePattern || threadEnd == begin.size() || threadEnd == std::string::npos ||
+        !std::all_of(line.begin() + static_cast<std::ptrdiff_t>(begin.size()),
+                     line.begin() + static_cast<std::ptrdiff_t>(threadEnd), isDigit)) {
+        return "";
+    }
+    return line.substr(threadEnd + 2);
+}
+
 void SetEnvironment(const std::string &name, const fs::path &value)
 {
 #ifdef _WIN32

@@ -21,6 +21,9 @@ std::vector<std::string> ReadLines(const std::filesystem::path &path);
 // How many lines contain `text`.
 int CountLinesWith(const std::filesystem::path &path, const std::string &text);
 
+// A log line without its time stamp and thread id, which begin it; empty when they do not.
+std::string AfterTimeAndThread(const std::string &line);
+
 // Sets a variable of this process's environment; an empty value removes it.
 void SetEnvironment(const std::string &name, const std::filesystem::path &value);
 std::filesystem::path GetEnvironment(const std::string &name);
