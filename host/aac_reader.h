@@ -9,18 +9,15 @@
 
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "host/aac_file_error.h"
 
 struct AVFormatContext;
 struct AVPacket;
 
 namespace velto::host {
-
-class AacFileError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // What the file says about its sound.
 struct AacStream {

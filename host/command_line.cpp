@@ -34,6 +34,25 @@ void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
     }
 }
 
+void AddEnd(CLI::App &command, EndOptions &end)
+{
+    command
+        .add_option("--unload-after", end.unloadAfter,
+                    "Free the DLL after so many seconds, while it works, and watch it go")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--unload-wait", end.unloadWait, "Watch for so many seconds at most")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str()
+        ->group(diagnostics);
+    command
+        .add_option("--exit-after", end.exitAfter,
+                    "End the process after so many seconds, while the module works ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
+}
+
 void AddPlay(CLI::App &command, PlayOptions &play)
 {
     command.add_option("FILE", play.file, "ADTS (.aac) or MP4 (.m4a, .mp4) file")->required();
@@ -89,21 +108,44 @@ void AddDiagnostics(CLI::App &command, PlayOptions &play)
     command.add_option("--pause", play.pause, "... for so many seconds, then go on")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
+    AddEnd(command, play.end);
+}
+
+void AddRecord(CLI::App &command, RecordOptions &record)
+{
+    command.add_option("FILE", record.file, "File to write: ADTS (.aac) or MP4 (.m4a, .mp4)")->required();
+    command.add_option("--device", record.device, "Which microphone of the module is opened")
+        ->check(CLI::IsMember({VELTO_ID_MIC, VELTO_ID_MODEM_MIC}))
+        ->capture_default_str();
+    command.add_option("--seconds", record.seconds, "End after so many seconds of sound")
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", record.showProgress,
+                     "Show the progress line when stderr is no console, too");
     command
-        .add_option("--unload-after", play.unloadAfter,
-                    "Free the DLL after so many seconds, while it plays, and watch it go")
+        .add_option("--pause-reading-at", record.pauseReadingAt,
+                    "Stop reading after so many seconds of sound ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--unload-wait", play.unloadWait, "Watch for so many seconds at most")
+    command.add_option("--pause-reading-for", record.pauseReadingFor, "... for so many seconds, then go on")
         ->check(CLI::NonNegativeNumber)
-        ->capture_default_str()
         ->group(diagnostics);
+    AddEnd(command, record.end);
+}
+
+void AddDuplex(CLI::App &command, DuplexOptions &duplex)
+{
+    command.add_option("--play", duplex.play.file, "AAC file to play on " VELTO_ID_MODEM_SPEAKER)->required();
+    command.add_option("--record", duplex.record.file, "AAC file to write from " VELTO_ID_MODEM_MIC)
+        ->required();
+    command.add_flag("--loop", duplex.play.loop, "Begin again at the end of the file played");
     command
-        .add_option("--exit-after", play.exitAfter,
-                    "End the process after so many seconds, while the module plays ...")
-        ->check(CLI::NonNegativeNumber)
-        ->group(diagnostics);
-    command.add_option("--exit-code", play.exitCode, "... with this exit code")->group(diagnostics);
+        .add_option_function<double>(
+            "--seconds",
+            [&duplex](const double &seconds) { duplex.play.seconds = duplex.record.seconds = seconds; },
+            "End after so many seconds of sound; without it, with the file played")
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", duplex.record.showProgress,
+                     "Show the recording's progress line when stderr is no console, too");
 }
 
 } // namespace
@@ -125,6 +167,14 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     AddCommon(play, line, true);
     AddDiagnostics(play, line.play);
     play.footer(exitCodeHelp);
+    CLI::App &record = *app.add_subcommand("record", "Record the microphone through the module");
+    AddRecord(record, line.record);
+    AddCommon(record, line, true);
+    record.footer(exitCodeHelp);
+    CLI::App &duplex = *app.add_subcommand("duplex", "Play and record at once, as in a call");
+    AddDuplex(duplex, line.duplex);
+    AddCommon(duplex, line, true);
+    duplex.footer(exitCodeHelp);
     CLI::App &devices =
         *app.add_subcommand("devices", "The sound endpoints of Windows and which are default");
     AddCommon(devices, line, false);
@@ -145,6 +195,8 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     using Command = CommandLine::Command;
     line.command = capabilities.parsed() ? Command::CAPABILITIES
                    : play.parsed()       ? Command::PLAY
+                   : record.parsed()     ? Command::RECORD
+                   : duplex.parsed()     ? Command::DUPLEX
                    : devices.parsed()    ? Command::DEVICES
                                          : Command::PROBE;
     return line;

@@ -4,18 +4,22 @@
 #include <string>
 #include <vector>
 
+#include "host/duplex_options.h"
 #include "host/play_options.h"
+#include "host/record_options.h"
 
 namespace velto::host {
 
 struct CommandLine {
-    enum class Command { NONE, CAPABILITIES, PLAY, DEVICES, PROBE };
+    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, PROBE };
 
     Command command = Command::NONE; // NONE: it has all been said, end with exitCode
     int exitCode = 0;
     bool json = false;
     std::string modulePath; // empty: beside the program
     PlayOptions play;
+    RecordOptions record;
+    DuplexOptions duplex;
 };
 
 // Prints help, version and complaints itself.

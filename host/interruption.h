@@ -14,6 +14,8 @@ public:
     Interruption(const Interruption &) = delete;
     Interruption &operator=(const Interruption &) = delete;
 
+    // As if Ctrl-C had been pressed.
+    void Raise() { SetEvent(m_event); }
     bool IsRaised() const { return WaitForSingleObject(m_event, 0) == WAIT_OBJECT_0; }
     HANDLE Event() const { return m_event; }
 

@@ -1,7 +1,8 @@
 // velto-host: loads LibVeltoAudioHandler and drives it from the command line.
 //
 // Exit codes: 0 all well; 1 nothing played or a call refused; 2 wrong command line; 3 the module
-// cannot be loaded; 4 the file cannot be read or is not AAC; 130 interrupted with Ctrl-C.
+// cannot be loaded; 4 the file cannot be read or written, or is not AAC; 5 nothing came from the
+// microphone; 130 interrupted with Ctrl-C.
 #include <windows.h>
 
 #include <exception>
@@ -10,12 +11,14 @@
 #include "host/capabilities_command.h"
 #include "host/command_line.h"
 #include "host/devices_command.h"
+#include "host/duplex_command.h"
 #include "host/exit_code.h"
 #include "host/ffmpeg.h"
 #include "host/module.h"
 #include "host/output.h"
 #include "host/play_command.h"
 #include "host/probe_command.h"
+#include "host/record_command.h"
 #include "host/utf8.h"
 
 namespace {
@@ -39,9 +42,22 @@ int Run(const CommandLine &line, const Output &output)
     case CommandLine::Command::DEVICES:
         return ShowDevices(output);
     case CommandLine::Command::PLAY: {
-        PlayCommand play(line.play, output);
+        const Interruption interruption;
+        PlayCommand play(line.play, output, interruption);
         Module module(line.modulePath);
         return play.Run(module);
+    }
+    case CommandLine::Command::RECORD: {
+        const Interruption interruption;
+        RecordCommand record(line.record, output, interruption);
+        Module module(line.modulePath);
+        return record.Run(module);
+    }
+    case CommandLine::Command::DUPLEX: {
+        Interruption interruption;
+        DuplexCommand duplex(line.duplex, output, interruption);
+        Module module(line.modulePath);
+        return duplex.Run(module);
     }
     case CommandLine::Command::NONE:
         break;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/device_id.h"
 #include "velto/audio_handler.h"
 
 namespace velto::host {
@@ -26,6 +27,7 @@ public:
     Module &operator=(const Module &) = delete;
 
     const AudioHandlerTable *operator->() const { return &m_table; }
+    const AudioHandlerTable &Table() const { return m_table; }
     const std::string &Path() const { return m_path; }
 
     // Gives back this program's reference. The table must not be called any more. The module stays
@@ -39,15 +41,6 @@ private:
     std::string m_path;
     HMODULE m_handle = nullptr;
     AudioHandlerTable m_table{};
-};
-
-// An id and its length, as every slot takes them.
-struct DeviceId {
-    explicit DeviceId(std::string text) : id(std::move(text)) {}
-    const char *Text() const { return id.c_str(); }
-    uint32_t Length() const { return static_cast<uint32_t>(id.size()); }
-
-    std::string id;
 };
 
 } // namespace velto::host

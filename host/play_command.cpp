@@ -5,33 +5,20 @@
 namespace velto::host {
 namespace {
 
-using Seconds = std::chrono::duration<double>;
-
 // What may still be on its way when the last frame was handed over: the module's queue of 20 blocks
 // of 1024 frames at 48000 Hz, the endpoint's buffer of 300 ms, and the time that the sound system
 // itself takes.
-constexpr Seconds queuedAtMost{20 * 1024 / 48000.0 + 0.300 + 0.300};
-constexpr auto unloadPoll = std::chrono::milliseconds(100);
-
-StreamTimer::Clock::duration ToClock(Seconds time)
-{
-    return std::chrono::duration_cast<StreamTimer::Clock::duration>(time);
-}
-
-double SecondsSince(StreamTimer::Clock::time_point begin)
-{
-    return Seconds(StreamTimer::Clock::now() - begin).count();
-}
-
-bool IsReached(double limit, double value)
-{
-    return limit >= 0 && value >= limit;
-}
+constexpr double queuedAtMostSeconds = 20 * 1024 / 48000.0 + 0.300 + 0.300;
 
 } // namespace
 
-PlayCommand::PlayCommand(const PlayOptions &options, const Output &output)
-    : m_options(options), m_output(output), m_timer(m_interruption), m_progress(options.showProgress)
+PlayCommand::PlayCommand(const PlayOptions &options, const Output &output, const Interruption &interruption)
+    : m_options(options),
+      m_output(output),
+      m_interruption(interruption),
+      m_timer(interruption),
+      m_end(options.end, output, m_timer),
+      m_progress(options.showProgress)
 {
     m_tracks.push_back(std::make_unique<TrackSender>(options.file, options.device, options, output));
     if (!options.modemFile.empty()) {
@@ -42,31 +29,36 @@ PlayCommand::PlayCommand(const PlayOptions &options, const Output &output)
 
 ExitCode PlayCommand::Run(Module &module)
 {
+    const ExitCode exitCode = Play(module);
+    m_output.Result(Summarise(exitCode));
+    return exitCode;
+}
+
+ExitCode PlayCommand::Play(Module &module)
+{
     m_listener = std::make_unique<ListenerLog>(module, m_output, m_options.showEvents);
     SetParameters(module);
     m_begin = StreamTimer::Clock::now();
     const Ending ending = SendAll(module);
     if (ending == Ending::UNLOAD) {
-        Unload(module);
+        m_unload = m_end.Unload(module);
     } else {
         CloseTracks(module);
         if (ending == Ending::END_OF_STREAM) {
-            WaitUntilHeard();
+            m_timer.WaitFor(queuedAtMostSeconds);
         }
     }
+    m_progress.Complete();
     uint64_t refused = m_refusedParameters;
     bool allSent = true;
     for (const auto &track : m_tracks) {
         refused += track->NonzeroResults();
         allSent = allSent && track->Sent() > 0;
     }
-    ExitCode exitCode = refused == 0 && allSent ? EXIT_OK : EXIT_FAILED;
     if (m_interruption.IsRaised()) {
-        exitCode = EXIT_INTERRUPTED;
+        return EXIT_INTERRUPTED;
     }
-    Summarise();
-    m_output.Result(Report(exitCode));
-    return exitCode;
+    return refused == 0 && allSent ? EXIT_OK : EXIT_FAILED;
 }
 
 void PlayCommand::SetParameters(const Module &module)
@@ -110,10 +102,10 @@ PlayCommand::Ending PlayCommand::SendAll(const Module &module)
             return Ending::INTERRUPTED;
         }
         track->Send(module);
-        m_progress.Show(*m_tracks.front());
+        m_progress.Show(m_tracks.front()->Progress());
         const double played = SecondsSince(m_begin);
-        ExitIfAsked(played);
-        if (IsReached(m_options.unloadAfter, played)) {
+        m_end.ExitIfAsked(played, [this](int exitCode) { return Report(exitCode); });
+        if (m_end.IsUnloadDue(played)) {
             return Ending::UNLOAD;
         }
         if (!PauseIfAsked()) {
@@ -131,25 +123,12 @@ bool PlayCommand::PauseIfAsked()
     }
     m_paused = true;
     m_output.Say("sending nothing for {} s", m_options.pause);
-    const bool completed = m_timer.WaitFor(ToClock(Seconds(m_options.pause)));
+    const bool completed = m_timer.WaitFor(m_options.pause);
     for (const auto &track : m_tracks) {
         track->RestartPace();
     }
     m_output.Say("sending again");
     return completed;
-}
-
-// Ends the process while the module's threads play: nothing is closed, no destructor runs.
-void PlayCommand::ExitIfAsked(double played)
-{
-    if (!IsReached(m_options.exitAfter, played)) {
-        return;
-    }
-    Json report = Report(static_cast<ExitCode>(m_options.exitCode));
-    report["exitedWhilePlaying"] = true;
-    m_output.Say("ending the process after {:.1f} s", played);
-    m_output.Result(report);
-    ExitProcess(m_options.exitCode);
 }
 
 void PlayCommand::CloseTracks(const Module &module)
@@ -159,29 +138,7 @@ void PlayCommand::CloseTracks(const Module &module)
     }
 }
 
-void PlayCommand::WaitUntilHeard()
-{
-    m_timer.WaitFor(ToClock(queuedAtMost));
-}
-
-// Gives the module back in the middle of the stream and watches when it goes.
-void PlayCommand::Unload(Module &module)
-{
-    const auto begin = StreamTimer::Clock::now();
-    module.Unload();
-    const double callSeconds = SecondsSince(begin);
-    m_output.Say("the module was given back in {:.3f} s; waiting until it is gone, {} s at most", callSeconds,
-                 m_options.unloadWait);
-    bool isMapped = module.IsMapped();
-    while (isMapped && SecondsSince(begin) < m_options.unloadWait && m_timer.WaitFor(unloadPoll)) {
-        isMapped = module.IsMapped();
-    }
-    const double seconds = SecondsSince(begin);
-    m_output.Say("the module {} after {:.1f} s", isMapped ? "is still there" : "was gone", seconds);
-    m_unload = {{"freeLibrarySeconds", callSeconds}, {"moduleGone", !isMapped}, {"seconds", seconds}};
-}
-
-Json PlayCommand::Report(ExitCode exitCode) const
+Json PlayCommand::Report(int exitCode) const
 {
     Json tracks = Json::array();
     uint64_t sent = 0;
@@ -209,11 +166,11 @@ Json PlayCommand::Report(ExitCode exitCode) const
     if (!m_unload.is_null()) {
         report["unload"] = m_unload;
     }
-    report["exitCode"] = int{exitCode};
+    report["exitCode"] = exitCode;
     return report;
 }
 
-void PlayCommand::Summarise() const
+Json PlayCommand::Summarise(ExitCode exitCode) const
 {
     for (const auto &track : m_tracks) {
         const Json report = track->Report();
@@ -229,6 +186,7 @@ void PlayCommand::Summarise() const
         }
     }
     m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), SecondsSince(m_begin));
+    return Report(exitCode);
 }
 
 } // namespace velto::host

@@ -14,6 +14,7 @@
 #include "host/output.h"
 #include "host/play_options.h"
 #include "host/progress_line.h"
+#include "host/stream_end.h"
 #include "host/stream_timer.h"
 #include "host/track_sender.h"
 
@@ -21,11 +22,17 @@ namespace velto::host {
 
 class PlayCommand {
 public:
-    // Opens the files; throws AacFileError. Both references outlive the command.
-    PlayCommand(const PlayOptions &options, const Output &output);
+    // Opens the files; throws AacFileError. All references outlive the command.
+    PlayCommand(const PlayOptions &options, const Output &output, const Interruption &interruption);
 
-    // Plays to the end and reports. Unloads the module when asked to.
+    // Plays to the end and reports.
     ExitCode Run(Module &module);
+
+    // The same in two steps, for who reports more than this. Plays to the end; unloads the module
+    // when asked to.
+    ExitCode Play(Module &module);
+    // Prints the summary for people and returns the one for programs.
+    Json Summarise(ExitCode exitCode) const;
 
 private:
     enum class Ending { END_OF_STREAM, INTERRUPTED, UNLOAD };
@@ -33,18 +40,15 @@ private:
     void SetParameters(const Module &module);
     Ending SendAll(const Module &module);
     bool PauseIfAsked();
-    void ExitIfAsked(double played);
     void CloseTracks(const Module &module);
-    void WaitUntilHeard();
-    void Unload(Module &module);
     TrackSender *NextTrack();
-    Json Report(ExitCode exitCode) const;
-    void Summarise() const;
+    Json Report(int exitCode) const;
 
     const PlayOptions &m_options;
     const Output &m_output;
-    Interruption m_interruption;
+    const Interruption &m_interruption;
     StreamTimer m_timer;
+    StreamEnd m_end;
     ProgressLine m_progress;
     std::vector<std::unique_ptr<TrackSender>> m_tracks; // the main one first
     std::unique_ptr<ListenerLog> m_listener;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/end_options.h"
 #include "velto/audio_handler.h"
 
 namespace velto::host {
@@ -39,10 +40,7 @@ struct PlayOptions {
     bool showEvents = false;
     double pauseAfter = -1;
     double pause = 0;
-    double unloadAfter = -1;
-    double unloadWait = 300;
-    double exitAfter = -1;
-    uint32_t exitCode = 0;
+    EndOptions end;
 };
 
 } // namespace velto::host

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string>
 
+#include "host/output.h"
+
 namespace velto::host {
 namespace {
 
@@ -31,23 +33,29 @@ ProgressLine::ProgressLine(bool always) : m_inPlace(Output::IsWatched()), m_show
 
 ProgressLine::~ProgressLine()
 {
+    Complete();
+}
+
+void ProgressLine::Complete()
+{
     if (m_open) {
         fmt::print(stderr, "\n");
+        m_open = false;
     }
 }
 
-void ProgressLine::Show(const TrackSender &track)
+void ProgressLine::Show(const StreamProgress &progress)
 {
-    m_peakDb = std::max(m_peakDb, track.PeakDb());
+    m_peakDb = std::max(m_peakDb, progress.peakDb);
     const auto now = Clock::now();
     if (!m_shown || now < m_next) {
         return;
     }
     m_next = now + (m_inPlace ? std::chrono::milliseconds(100) : std::chrono::milliseconds(1000));
-    const double length = track.Stream().durationSeconds;
-    fmt::print(stderr, "{}{}{}  {} frames  [{}] {:5.1f} dBFS  {} skipped{}", m_inPlace ? "\r" : "",
-               Minutes(track.SentSeconds()), length > 0 ? " of " + Minutes(length) : "", track.Sent(),
-               Meter(m_peakDb), m_peakDb, track.Skipped(), m_inPlace ? "  " : "\n");
+    const std::string length = progress.length > 0 ? " of " + Minutes(progress.length) : "";
+    fmt::print(stderr, "{}{}{}  {} {}  [{}] {:5.1f} dBFS  {} {}{}", m_inPlace ? "\r" : "",
+               Minutes(progress.seconds), length, progress.units, progress.unitsName, Meter(m_peakDb),
+               m_peakDb, progress.failures, progress.failuresName, m_inPlace ? "  " : "\n");
     std::fflush(stderr);
     m_open = m_inPlace;
     m_peakDb = silenceDb;

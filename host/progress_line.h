@@ -1,12 +1,24 @@
-// The status line of a play: time, frames, level. Rewritten in place on a console, and one line a
+// The status line of a stream: time, frames, level. Rewritten in place on a console, and one line a
 // second elsewhere. One thread.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
-#include "host/track_sender.h"
+#include "host/level_meter.h"
 
 namespace velto::host {
+
+// How far a stream has come.
+struct StreamProgress {
+    double seconds = 0;
+    double length = 0; // in seconds; 0: not known
+    uint64_t units = 0;
+    const char *unitsName = "frames";
+    double peakDb = silenceDb; // of the unit at hand
+    uint64_t failures = 0;
+    const char *failuresName = "skipped";
+};
 
 class ProgressLine {
 public:
@@ -19,7 +31,9 @@ public:
     ProgressLine(const ProgressLine &) = delete;
     ProgressLine &operator=(const ProgressLine &) = delete;
 
-    void Show(const TrackSender &track);
+    void Show(const StreamProgress &progress);
+    // Ends the line that is being rewritten; a later Show begins a new one.
+    void Complete();
 
 private:
     const bool m_inPlace;

@@ -21,10 +21,19 @@ public:
     // False when interrupted, before or during the wait.
     bool WaitUntil(Clock::time_point due);
     bool WaitFor(Clock::duration time) { return WaitUntil(Clock::now() + time); }
+    bool WaitFor(double seconds)
+    {
+        return WaitFor(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
+    }
 
 private:
     const Interruption &m_interruption;
     HANDLE m_timer;
 };
+
+inline double SecondsSince(StreamTimer::Clock::time_point begin)
+{
+    return std::chrono::duration<double>(StreamTimer::Clock::now() - begin).count();
+}
 
 } // namespace velto::host

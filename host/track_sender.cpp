@@ -169,6 +169,15 @@ void TrackSender::NoteResult(int32_t result)
     }
 }
 
+StreamProgress TrackSender::Progress() const
+{
+    return {.seconds = m_seconds,
+            .length = Stream().durationSeconds,
+            .units = m_sent,
+            .peakDb = m_peakDb,
+            .failures = Skipped()};
+}
+
 Json TrackSender::Report() const
 {
     const AacStream &stream = m_reader->Stream();

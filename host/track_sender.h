@@ -16,6 +16,7 @@
 #include "host/output.h"
 #include "host/pacer.h"
 #include "host/play_options.h"
+#include "host/progress_line.h"
 
 namespace velto::host {
 
@@ -41,7 +42,7 @@ public:
     const DeviceId &Device() const { return m_device; }
     const AacStream &Stream() const { return m_reader->Stream(); }
     double SentSeconds() const { return m_seconds; }
-    double PeakDb() const { return m_peakDb; }
+    StreamProgress Progress() const;
     uint64_t Sent() const { return m_sent; }
     uint64_t Skipped() const { return m_damaged + m_missing + m_refused; }
     uint64_t NonzeroResults() const { return m_nonzeroResults; }

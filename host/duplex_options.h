@@ -1,0 +1,20 @@
+// What "velto-host duplex" was asked to do.
+#pragma once
+
+#include "host/play_options.h"
+#include "host/record_options.h"
+
+namespace velto::host {
+
+struct DuplexOptions {
+    DuplexOptions()
+    {
+        play.device = VELTO_ID_MODEM_SPEAKER;
+        record.device = VELTO_ID_MODEM_MIC;
+    }
+
+    PlayOptions play;
+    RecordOptions record;
+};
+
+} // namespace velto::host
