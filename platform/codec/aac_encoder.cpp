@@ -1,0 +1,253 @@
+#include "codec/aac_encoder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <sstream>
+
+#include "logging/logger.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+}
+
+namespace {
+
+constexpr uint32_t lowComplexity = 2;     // the MPEG-4 audio object type
+constexpr uint32_t bytesPerChannel = 768; // most that an AAC-LC access unit may have: 6144 bits
+constexpr float fullScale = 32768.0F;
+
+template <typename... Values>
+void LogError(const Values &...values)
+{
+    std::wstringstream text;
+    (text << ... << values);
+    Logger("AACEncoder").Log(LOG_LEVEL_ERROR, text);
+}
+
+bool Refused(const char *field, uint32_t value)
+{
+    LogError("Initialize: ", field, " cannot be ", value);
+    return false;
+}
+
+bool HasRate(const AVCodec &codec, uint32_t rateHz)
+{
+    for (const int *rate = codec.supported_samplerates; *rate != 0; ++rate) {
+        if (static_cast<uint32_t>(*rate) == rateHz) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What the access units of a second can hold at most.
+uint64_t HighestBitRate(const EncodeParam &param, uint32_t frameLength)
+{
+    return uint64_t{bytesPerChannel} * 8 * ChannelCountOf(param.channelCode) * param.sampleRateHz /
+           frameLength;
+}
+
+bool CanEncode(const AVCodec &codec, const EncodeParam &param)
+{
+    constexpr uint32_t frameLength = 1024; // of AAC-LC
+    if (!HasRate(codec, param.sampleRateHz)) {
+        return Refused("sampleRateHz", param.sampleRateHz);
+    }
+    if (ChannelCountOf(param.channelCode) == 0) {
+        return Refused("channelCode", param.channelCode);
+    }
+    if (param.bitRate == 0 || param.bitRate > HighestBitRate(param, frameLength)) {
+        return Refused("bitRate", param.bitRate);
+    }
+    if (param.pcmFormat != static_cast<uint32_t>(PCMFormat::S16)) {
+        return Refused("pcmFormat", param.pcmFormat);
+    }
+    if (param.objectType != lowComplexity) {
+        return Refused("objectType", param.objectType);
+    }
+    return true;
+}
+
+} // namespace
+
+struct AACEncoder::State {
+    AVCodecContext *context = nullptr;
+    AVFrame *planar = nullptr; // the frame as the encoder takes it: a plane of floats per channel
+    AVPacket *encoded = nullptr;
+    int64_t position = 0; // samples per channel so far
+    uint32_t maxPacketSize = 0;
+    bool draining = false;
+
+    State() = default;
+    State(const State &) = delete;
+    State &operator=(const State &) = delete;
+    ~State()
+    {
+        av_packet_free(&encoded);
+        av_frame_free(&planar);
+        avcodec_free_context(&context);
+    }
+
+    int Open(const AVCodec &codec, const EncodeParam &param);
+    int MakePlanes();
+    bool Fits(const AudioFrame &frame) const;
+    int Send(const AudioFrame &frame);
+    int32_t Receive(AVEncodePacket &packet);
+};
+
+// 0 or FFmpeg's error.
+int AACEncoder::State::Open(const AVCodec &codec, const EncodeParam &param)
+{
+    context = avcodec_alloc_context3(&codec);
+    planar = av_frame_alloc();
+    encoded = av_packet_alloc();
+    if (context == nullptr || planar == nullptr || encoded == nullptr) {
+        return AVERROR(ENOMEM);
+    }
+    const uint32_t channels = ChannelCountOf(param.channelCode);
+    av_channel_layout_from_mask(&context->ch_layout, param.channelCode);
+    context->sample_rate = static_cast<int>(param.sampleRateHz);
+    context->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    context->bit_rate = param.bitRate;
+    context->profile = FF_PROFILE_AAC_LOW;
+    context->time_base = {1, context->sample_rate};
+    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // the configuration apart, not in each packet
+    const int result = avcodec_open2(context, &codec, nullptr);
+    if (result < 0) {
+        return result;
+    }
+    maxPacketSize = bytesPerChannel * channels;
+    return MakePlanes();
+}
+
+int AACEncoder::State::MakePlanes()
+{
+    planar->format = context->sample_fmt;
+    planar->nb_samples = context->frame_size;
+    planar->sample_rate = context->sample_rate;
+    const int result = av_channel_layout_copy(&planar->ch_layout, &context->ch_layout);
+    return result < 0 ? result : av_frame_get_buffer(planar, 0);
+}
+
+bool AACEncoder::State::Fits(const AudioFrame &frame) const
+{
+    return frame.samples != nullptr && frame.fillCount > 0 && frame.fillCount <= frame.FrameLength() &&
+           frame.fillCount <= static_cast<uint32_t>(context->frame_size) &&
+           frame.channelCount == static_cast<uint32_t>(context->ch_layout.nb_channels);
+}
+
+int AACEncoder::State::Send(const AudioFrame &frame)
+{
+    // The encoder has let go of the last frame: this copies nothing, but makes sure.
+    const int result = av_frame_make_writable(planar);
+    if (result < 0) {
+        return result;
+    }
+    for (uint32_t channel = 0; channel < frame.channelCount; ++channel) {
+        auto *plane = reinterpret_cast<float *>(planar->data[channel]);
+        const int16_t *sample = frame.samples + channel;
+        for (uint32_t i = 0; i < frame.fillCount; ++i, sample += frame.channelCount) {
+            plane[i] = static_cast<float>(*sample) / fullScale;
+        }
+    }
+    planar->nb_samples = static_cast<int>(frame.fillCount);
+    planar->pts = position;
+    const int sent = avcodec_send_frame(context, planar);
+    if (sent == 0) {
+        position += frame.fillCount;
+    }
+    return sent;
+}
+
+int32_t AACEncoder::State::Receive(AVEncodePacket &packet)
+{
+    const int result = avcodec_receive_packet(context, encoded);
+    if (result == AVERROR(EAGAIN) || (result == AVERROR_EOF && draining)) {
+        return 0;
+    }
+    if (result < 0) {
+        return result;
+    }
+    const int bytes = encoded->size;
+    if (static_cast<uint32_t>(bytes) > maxPacketSize) {
+        av_packet_unref(encoded);
+        LogError("Encode: a packet of ", bytes, " bytes exceeds ", maxPacketSize);
+        return AVERROR(ERANGE);
+    }
+    std::memcpy(packet.data, encoded->data, encoded->size);
+    packet.size = encoded->size;
+    packet.timeStamp = encoded->pts;
+    av_packet_unref(encoded);
+    return bytes;
+}
+
+AACEncoder::AACEncoder() = default;
+AACEncoder::~AACEncoder() = default;
+
+bool AACEncoder::Initialize(const EncodeParam &param, uint32_t &frameLength, uint32_t &maxPacketSize)
+{
+    Close();
+    frameLength = 0;
+    maxPacketSize = 0;
+    const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (codec == nullptr) {
+        LogError("Initialize: this FFmpeg has no AAC encoder");
+        return false;
+    }
+    if (!CanEncode(*codec, param)) {
+        return false;
+    }
+    std::unique_ptr<State> state(new (std::nothrow) State);
+    const int result = state ? state->Open(*codec, param) : AVERROR(ENOMEM);
+    if (result < 0) {
+        LogError("Initialize: the encoder does not open, error ", result);
+        return false;
+    }
+    m_state = std::move(state);
+    frameLength = static_cast<uint32_t>(m_state->context->frame_size);
+    maxPacketSize = m_state->maxPacketSize;
+    return true;
+}
+
+int32_t AACEncoder::Encode(const AudioFrame *frame, AVEncodePacket *packet)
+{
+    if (!m_state || packet == nullptr) {
+        return AVERROR(EINVAL);
+    }
+    packet->size = 0;
+    if (packet->data == nullptr || packet->Capacity() < m_state->maxPacketSize) {
+        return AVERROR(EINVAL);
+    }
+    int result = 0;
+    if (frame != nullptr) {
+        result = m_state->Fits(*frame) ? m_state->Send(*frame) : AVERROR(EINVAL);
+    } else if (!m_state->draining) {
+        m_state->draining = true;
+        result = avcodec_send_frame(m_state->context, nullptr);
+    }
+    return result < 0 ? result : m_state->Receive(*packet);
+}
+
+bool AACEncoder::GetDecoderSpecificInfo(uint8_t *config, uint32_t capacity, uint32_t &length) const
+{
+    length = 0;
+    if (!m_state || config == nullptr) {
+        return false;
+    }
+    const auto bytes = static_cast<uint32_t>(m_state->context->extradata_size);
+    if (bytes == 0 || bytes > capacity) {
+        return false;
+    }
+    std::memcpy(config, m_state->context->extradata, bytes);
+    length = bytes;
+    return true;
+}
+
+void AACEncoder::Close()
+{
+    m_state.reset();
+}

@@ -1,0 +1,41 @@
+#include "codec/audio_frame.h"
+
+#include <cstddef>
+#include <new>
+
+namespace {
+
+constexpr uint32_t longestFrame = 1U << 20; // samples; those of AAC have 1024
+
+} // namespace
+
+bool AudioFrame::AllocBuffer(uint32_t sampleRateHz, uint32_t frameLength, uint32_t channelCode,
+                             PCMFormat format)
+{
+    ReleaseBuffer();
+    const uint32_t channels = ChannelCountOf(channelCode);
+    if (channels == 0 || format != PCMFormat::S16 || frameLength == 0 || frameLength > longestFrame) {
+        return false;
+    }
+    try {
+        m_buffer.assign(std::size_t{frameLength} * channels, 0);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    samples = m_buffer.data();
+    channelCount = channels;
+    m_frameLength = frameLength;
+    m_sampleRateHz = sampleRateHz;
+    return true;
+}
+
+void AudioFrame::ReleaseBuffer()
+{
+    m_buffer.clear();
+    m_buffer.shrink_to_fit();
+    samples = nullptr;
+    fillCount = 0;
+    channelCount = 0;
+    m_frameLength = 0;
+    m_sampleRateHz = 0;
+}
