@@ -148,6 +148,21 @@ void AddDuplex(CLI::App &command, DuplexOptions &duplex)
                      "Show the recording's progress line when stderr is no console, too");
 }
 
+void AddSequence(CLI::App &command, MicrophoneProbeOptions &probe)
+{
+    command
+        .add_option("--sequence", probe.sequence, "Instead: an order of the microphone's calls, carried out")
+        ->check(CLI::IsMember({sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles}))
+        ->group(diagnostics);
+    command.add_option("--count", probe.count, "How many cycles of opening, reading and closing")
+        ->check(CLI::Range(1u, 1000000u))
+        ->capture_default_str()
+        ->group(diagnostics);
+    command.add_option("--hold", probe.hold, "Stay for so many seconds when the sequence is done")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+}
+
 } // namespace
 
 CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
@@ -180,6 +195,7 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     AddCommon(devices, line, false);
     CLI::App &probe =
         *app.add_subcommand("probe", "Call every slot with invalid arguments and print the results");
+    AddSequence(probe, line.microphoneProbe);
     AddCommon(probe, line, true);
 
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

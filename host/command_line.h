@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/duplex_options.h"
+#include "host/microphone_probe.h"
 #include "host/play_options.h"
 #include "host/record_options.h"
 
@@ -20,6 +21,7 @@ struct CommandLine {
     PlayOptions play;
     RecordOptions record;
     DuplexOptions duplex;
+    MicrophoneProbeOptions microphoneProbe;
 };
 
 // Prints help, version and complaints itself.

@@ -14,6 +14,7 @@
 #include "host/duplex_command.h"
 #include "host/exit_code.h"
 #include "host/ffmpeg.h"
+#include "host/microphone_probe.h"
 #include "host/module.h"
 #include "host/output.h"
 #include "host/play_command.h"
@@ -38,7 +39,9 @@ int Run(const CommandLine &line, const Output &output)
     case CommandLine::Command::CAPABILITIES:
         return ShowCapabilities(Module(line.modulePath), output);
     case CommandLine::Command::PROBE:
-        return Probe(Module(line.modulePath), output);
+        return line.microphoneProbe.sequence.empty()
+                   ? Probe(Module(line.modulePath), output)
+                   : ProbeMicrophone(Module(line.modulePath), line.microphoneProbe, output);
     case CommandLine::Command::DEVICES:
         return ShowDevices(output);
     case CommandLine::Command::PLAY: {

@@ -1,4 +1,5 @@
-"""A PulseAudio server of the run's own, with null sinks as its loudspeakers."""
+"""A PulseAudio server of the run's own, with null sinks as its loudspeakers and its microphones:
+the monitor of a sink that somebody speaks into is a microphone."""
 
 import json
 import os
@@ -31,10 +32,11 @@ def _null_sink(name, rate, channels):
 class PrivateAudioServer:
     """One server in its own runtime folder. Nothing of the user's server is read or touched."""
 
-    def __init__(self, folder, sinks=()):
-        """sinks: (name, rate in Hz, channels) of each null sink, the first being the default."""
+    def __init__(self, folder, sinks=(), microphones=()):
+        """sinks, microphones: (name, rate in Hz, channels) of each, the first being the default."""
         self.folder = pathlib.Path(folder)
         self.sinks = list(sinks)
+        self.microphones = list(microphones)
         self.process = None
         self.runtime = self._make_runtime_folder()
         self.home = self.folder / "home"
@@ -60,7 +62,7 @@ class PrivateAudioServer:
         """Starts the server and waits until it answers."""
         command = ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=no", "--realtime=yes",
                    "--use-pid-file=no", "--log-target=stderr"]
-        for sink in self.sinks:
+        for sink in self.sinks + self.microphones:
             command += ["-L", " ".join(["module-null-sink", *_null_sink(*sink)])]
         command += ["-L", "module-native-protocol-unix"]
         processes.at_end(self.stop)
@@ -68,7 +70,14 @@ class PrivateAudioServer:
             self.process = processes.start(command, stdout=log, stderr=log, env=self.environment, with_sound=True)
         waiting.until(self._answers, "the private audio server to answer", 20)
         processes.put_all_threads_first(self.process)
+        if self.sinks:
+            self.pactl("set-default-sink", self.sinks[0][0])
+        if self.microphones:
+            self.make_default_source(self.microphones[0][0])
         return self
+
+    def make_default_source(self, microphone):
+        self.pactl("set-default-source", f"{microphone}.monitor")
 
     def _answers(self):
         if self.process.poll() is not None:
@@ -102,14 +111,21 @@ class PrivateAudioServer:
 
     def streams(self, process_name="velto"):
         """(sink-input index, sink name) of each playing stream whose client is named so."""
-        names = {sink["index"]: sink["name"] for sink in self.list("sinks")}
+        return self._streams("sink-inputs", "sinks", "sink", process_name)
+
+    def captures(self, process_name="velto"):
+        """(source-output index, source name) of each recording stream whose client is named so."""
+        return self._streams("source-outputs", "sources", "source", process_name)
+
+    def _streams(self, kind, places, place, process_name):
+        names = {each["index"]: each["name"] for each in self.list(places)}
         found = []
-        for stream in self.list("sink-inputs"):
+        for stream in self.list(kind):
             properties = stream.get("properties", {})
             label = " ".join(str(properties.get(key, "")) for key in
                              ("application.name", "application.process.binary", "media.name"))
             if process_name in label:
-                found.append((stream["index"], names.get(stream["sink"], "?")))
+                found.append((stream["index"], names.get(stream[place], "?")))
         return found
 
     def unload_sink(self, name):

@@ -10,6 +10,7 @@ from . import compare, media, paths, processes, waiting
 from .audio_server import PrivateAudioServer
 from .recorder import Recorder, write_wav
 from .velto_host import WINE_CRASHED, VeltoHost
+from .voice import Voice
 from .wine_prefix import WinePrefix
 
 STEREO_48K = ("spkA", 48000, 2)
@@ -18,13 +19,13 @@ STEREO_48K = ("spkA", 48000, 2)
 class Session:
     """Set up in the order server, prefix; taken down in reverse, whatever happened."""
 
-    def __init__(self, name, sinks=(STEREO_48K,), with_server=True):
+    def __init__(self, name, sinks=(STEREO_48K,), with_server=True, microphones=()):
         self.folder = paths.RESULTS / name
         shutil.rmtree(self.folder, ignore_errors=True)
         self.folder.mkdir(parents=True)
-        self.server = PrivateAudioServer(self.folder, sinks)
+        self.server = PrivateAudioServer(self.folder, sinks, microphones)
         self.prefix = WinePrefix(self.folder, self.server.environment)
-        self.recorders, self.hosts = [], []
+        self.recorders, self.hosts, self.voices = [], [], []
         try:
             if with_server:
                 self.server.start()
@@ -46,17 +47,30 @@ class Session:
     def play(self, path, *arguments, name="host"):
         return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
 
-    def endpoints(self):
-        """{name: id} of the render endpoints as Windows sees them."""
+    def speak(self, samples, rate=48000, microphone="micA"):
+        """Says something into a microphone."""
+        voice = Voice(self.server, self.folder, microphone, samples, rate)
+        self.voices.append(voice)
+        return voice
+
+    def record_microphone(self, *arguments, name="host", container="m4a"):
+        """Records through the module; the file is host.recording."""
+        recording = self.folder / f"{name}.{container}"
+        host = self.host("record", paths.to_windows(recording), "--json", *arguments, name=name)
+        host.recording = recording
+        return host
+
+    def endpoints(self, flow="render"):
+        """{name: id} of the endpoints as Windows sees them."""
         host = self.host("devices", "--json", name="devices")
         assert host.wait(60) == 0, host.errors()
         listed = host.records()[-1]
         listed = listed.get("endpoints", listed.get("devices", [])) if isinstance(listed, dict) else listed
-        return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == "render"}
+        return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == flow}
 
     def close(self):
-        for host in self.hosts:
-            host.stop()
+        for child in self.hosts + self.voices:
+            child.stop()
         for number, recorder in enumerate(self.recorders):
             samples = recorder.stop()
             if len(samples):
@@ -66,16 +80,18 @@ class Session:
 
 
 class SystemTest(unittest.TestCase):
-    """A test with a session of its own. SINKS and WITH_SERVER say what is there at its start."""
+    """A test with a session of its own. SINKS, MICROPHONES and WITH_SERVER say what is
+    there at its start."""
 
     SINKS = (STEREO_48K,)
+    MICROPHONES = ()
     WITH_SERVER = True
 
     def setUp(self):
         if not paths.HOST.exists() or not paths.MODULE.exists():
             self.fail(f"{paths.WINDOWS_BIN} lacks velto-host.exe or the DLL; run scripts/build windows")
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
-        self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER)
+        self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         self.addCleanup(self.session.close)
 
     def assert_heard(self, recorder, path, channels=slice(None)):

@@ -94,3 +94,7 @@ class WinePrefix:
     def make_default_output(self, endpoint_id):
         """Makes an endpoint the default for console and multimedia; running programs are told."""
         self.write_string(r"HKCU\Software\Wine\Drivers\winepulse.drv", "DefaultOutput", endpoint_id)
+
+    def make_default_input(self, endpoint_id):
+        """The same for the microphone."""
+        self.write_string(r"HKCU\Software\Wine\Drivers\winepulse.drv", "DefaultInput", endpoint_id)

@@ -1,0 +1,128 @@
+#include "host/microphone_probe.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "host/microphone.h"
+#include "host/process_usage.h"
+#include "host/stream_timer.h"
+
+namespace velto::host {
+namespace {
+
+using Clock = StreamTimer::Clock;
+
+constexpr double packetTimeoutSeconds = 10;
+constexpr uint32_t samplesPerRun = 10; // of the process's usage
+
+void Sleep(double seconds)
+{
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+// Reads until a packet comes; false when none does.
+bool ReadPacket(Microphone &microphone)
+{
+    const auto begin = Clock::now();
+    while (SecondsSince(begin) < packetTimeoutSeconds) {
+        if (microphone.Read() == Microphone::Outcome::PACKET) {
+            return true;
+        }
+        Sleep(0.005);
+    }
+    return false;
+}
+
+Json OpenTwice(const Module &module)
+{
+    Microphone first(module.Table(), VELTO_ID_MIC);
+    Microphone second(module.Table(), VELTO_ID_MODEM_MIC);
+    Json report{{"firstOpen", first.Open()}};
+    report["firstGavePacket"] = ReadPacket(first);
+    report["secondOpen"] = second.Open();
+    report["secondGavePacket"] = ReadPacket(second);
+    report["close"] = first.Close();
+    report["emptyAfterClose"] = second.Read() == Microphone::Outcome::NOTHING;
+    report["closeAgain"] = second.Close();
+    return report;
+}
+
+// One thread waits long for a packet of a silent microphone, another one closes it meanwhile.
+Json CloseWhileReading(const Module &module)
+{
+    constexpr uint32_t tenSeconds = 48000 * 4 * 10; // of PCM: so long may the read wait
+    Microphone microphone(module.Table(), VELTO_ID_MIC);
+    Json report{{"open", microphone.Open()}};
+    uint8_t data[8192];
+    StreamFrameHeader header{0, tenSeconds, 0};
+    int32_t readResult = -1;
+    const auto begin = Clock::now();
+    std::atomic<double> readEnded{0};
+    std::thread reader([&] {
+        StreamFrame frame{data, {}, &header};
+        const DeviceId &id = microphone.Device();
+        readResult = module->ReadStreamBuffer(id.Text(), id.Length(), nullptr, &frame);
+        readEnded = SecondsSince(begin);
+    });
+    Sleep(2);
+    const double closeBegan = SecondsSince(begin);
+    report["readWasWaiting"] = readEnded == 0;
+    report["close"] = microphone.Close();
+    const double closeEnded = SecondsSince(begin);
+    reader.join();
+    report["closeSeconds"] = closeEnded - closeBegan;
+    report["readEndedAfterCloseBegan"] = readEnded - closeBegan;
+    report["read"] = readResult;
+    report["size"] = header.size;
+    return report;
+}
+
+Json Usage(uint32_t cycle)
+{
+    const ProcessUsage usage = MeasureProcess();
+    return {{"cycle", cycle},
+            {"handles", usage.handles},
+            {"threads", usage.threads},
+            {"privateBytes", usage.privateBytes}};
+}
+
+Json Cycles(const Module &module, uint32_t count, const Output &output)
+{
+    Microphone microphone(module.Table(), VELTO_ID_MIC);
+    Json usages = Json::array();
+    uint32_t withPacket = 0;
+    uint32_t nonzero = 0;
+    const auto begin = Clock::now();
+    for (uint32_t cycle = 1; cycle <= count; ++cycle) {
+        nonzero += microphone.Open() != VELTO_OK ? 1 : 0;
+        withPacket += ReadPacket(microphone) ? 1 : 0;
+        nonzero += microphone.Close() != VELTO_OK ? 1 : 0;
+        if (cycle % std::max(count / samplesPerRun, 1u) == 0) {
+            usages.push_back(Usage(cycle));
+            output.Say("{}", usages.back().dump());
+        }
+    }
+    return {{"cycles", count},
+            {"withPacket", withPacket},
+            {"nonzeroResults", nonzero},
+            {"seconds", SecondsSince(begin)},
+            {"usage", usages}};
+}
+
+} // namespace
+
+ExitCode ProbeMicrophone(const Module &module, const MicrophoneProbeOptions &options, const Output &output)
+{
+    Json report = options.sequence == sequenceOpenTwice           ? OpenTwice(module)
+                  : options.sequence == sequenceCloseWhileReading ? CloseWhileReading(module)
+                                                                  : Cycles(module, options.count, output);
+    output.Say("{}: {}", options.sequence, report.dump());
+    Sleep(options.hold);
+    report["exitCode"] = int{EXIT_OK};
+    output.Result(report);
+    return EXIT_OK;
+}
+
+} // namespace velto::host

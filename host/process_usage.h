@@ -1,0 +1,16 @@
+// What this process holds at a moment.
+#pragma once
+
+#include <cstdint>
+
+namespace velto::host {
+
+struct ProcessUsage {
+    uint32_t handles = 0;
+    uint32_t threads = 0;
+    uint64_t privateBytes = 0; // of memory
+};
+
+ProcessUsage MeasureProcess();
+
+} // namespace velto::host
