@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <future>
+#include <set>
+
+#include "packet_queue_fixture.h"
+
+namespace {
+
+using namespace velto;
+using namespace velto_test;
+
+// --- Init ----------------------------------------------------------------------------------------
+
+TEST_F(PacketQueue, InitMakesAllElementsAndHandsThemOutInTheirOrder)
+{
+    ASSERT_TRUE(queue.Init(3));
+    EXPECT_EQ(record.created, 3U);
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(queue.PopFree()->number, i);
+    }
+    EXPECT_EQ(queue.DataCount(), 0);
+}
+
+TEST_F(PacketQueue, InitWithoutElementsRunsAndLetsTakersWait)
+{
+    ASSERT_TRUE(queue.Init(0));
+    auto taker = std::async(std::launch::async, [this] { return queue.PopFree(); });
+    EXPECT_TRUE(StillWaits(taker));
+    queue.Stop();
+    EXPECT_EQ(taker.get(), nullptr);
+    EXPECT_EQ(record.created, 0U);
+}
+
+TEST_F(PacketQueue, SecondInitWhileRunningChangesNothing)
+{
+    ASSERT_TRUE(queue.Init(2));
+    EXPECT_FALSE(queue.Init(2));
+    EXPECT_FALSE(queue.Init(0));
+    EXPECT_EQ(record.created, 2U);
+    EXPECT_TRUE(record.released.empty());
+    Element *element = queue.PopFree();
+    queue.PushData(element); // still running
+    EXPECT_EQ(queue.PopData(), element);
+}
+
+TEST_F(PacketQueue, SecondInitOfARunningQueueWithoutElementsIsRefused)
+{
+    ASSERT_TRUE(queue.Init(0));
+    EXPECT_FALSE(queue.Init(1));
+}
+
+TEST_F(PacketQueue, InitAfterStopIsRefusedWhileThePoolHoldsElements)
+{
+    ASSERT_TRUE(queue.Init(1));
+    queue.Stop();
+    EXPECT_FALSE(queue.Init(1));
+    EXPECT_EQ(record.created, 1U);
+    EXPECT_TRUE(record.released.empty());
+}
+
+TEST_F(PacketQueue, InitAfterStopAndClearStartsAfresh)
+{
+    ASSERT_TRUE(queue.Init(2));
+    queue.PushData(queue.PopFree());
+    queue.StopAndClear();
+    EXPECT_EQ(queue.DataCount(), 0);
+    ASSERT_TRUE(queue.Init(3));
+    EXPECT_EQ(record.created, 5U);
+    EXPECT_EQ(queue.PopFree()->number, 2U);
+}
+
+TEST(PacketQueueInit, ThatGetsNoElementReleasesTheOthersAndStaysStopped)
+{
+    CountingQueue::Record record;
+    CountingQueue queue(record, 2);
+    EXPECT_FALSE(queue.Init(3));
+    EXPECT_EQ(record.created, 2U);
+    ASSERT_EQ(record.released.size(), 2U);
+    EXPECT_LT(record.released[0]->number, record.released[1]->number);
+    EXPECT_EQ(queue.PopFree(), nullptr); // at once: stopped and empty
+    EXPECT_EQ(queue.PopData(), nullptr);
+}
+
+TEST(PacketQueueInit, ThatFailedCanBeRepeated)
+{
+    CountingQueue::Record record;
+    CountingQueue queue(record, 2);
+    EXPECT_FALSE(queue.Init(3));
+    record.created = 0;
+    EXPECT_TRUE(queue.Init(2));
+}
+
+TEST(PacketQueueInit, WithoutMemoryForItsQueuesFailsBeforeTheFirstElement)
+{
+    MemoryCount memory;
+    CountingQueue::Record record;
+    CountingQueue queue(record);
+    memory.failFrom = memory.Taken();
+    EXPECT_FALSE(queue.Init(100000));
+    EXPECT_EQ(record.created, 0U);
+    EXPECT_EQ(queue.PopFree(), nullptr);
+    memory.failFrom = SIZE_MAX;
+    EXPECT_TRUE(queue.Init(100000));
+}
+
+// --- Taking and giving ---------------------------------------------------------------------------
+
+TEST_F(PacketQueue, FilledElementsComeOutOldestFirst)
+{
+    ASSERT_TRUE(queue.Init(3));
+    std::array<Element *, 3> filled{queue.PopFree(), queue.PopFree(), queue.PopFree()};
+    for (Element *element : filled) {
+        queue.PushData(element);
+    }
+    EXPECT_EQ(queue.DataCount(), 3);
+    for (Element *element : filled) {
+        EXPECT_EQ(queue.PopData(), element);
+    }
+    EXPECT_EQ(queue.DataCount(), 0);
+}
+
+TEST_F(PacketQueue, GivenBackElementsQueueUpBehindTheFreeOnes)
+{
+    ASSERT_TRUE(queue.Init(2));
+    Element *first = queue.PopFree();
+    queue.PushFree(first);
+    EXPECT_EQ(queue.PopFree()->number, 1U);
+    EXPECT_EQ(queue.PopFree(), first);
+}
+
+TEST_F(PacketQueue, NullIsNeverQueued)
+{
+    ASSERT_TRUE(queue.Init(0));
+    queue.PushData(nullptr);
+    queue.PushFree(nullptr);
+    EXPECT_EQ(queue.DataCount(), 0);
+    queue.Stop();
+    EXPECT_EQ(queue.PopFree(), nullptr);
+}
+
+TEST_F(PacketQueue, TakerWaitsUntilAnElementIsGivenBack)
+{
+    ASSERT_TRUE(queue.Init(1));
+    Element *only = queue.PopFree();
+    auto taker = std::async(std::launch::async, [this] { return queue.PopFree(); });
+    EXPECT_TRUE(StillWaits(taker));
+    queue.PushData(only); // of no use to it
+    EXPECT_TRUE(StillWaits(taker));
+    queue.PushFree(queue.PopData());
+    EXPECT_EQ(taker.get(), only);
+}
+
+TEST_F(PacketQueue, ReaderWaitsUntilAnElementIsFilled)
+{
+    ASSERT_TRUE(queue.Init(1));
+    auto reader = std::async(std::launch::async, [this] { return queue.PopData(); });
+    EXPECT_TRUE(StillWaits(reader));
+    Element *element = queue.PopFree();
+    queue.PushData(element);
+    EXPECT_EQ(reader.get(), element);
+}
+
+TEST_F(PacketQueue, EachPushServesOneOfSeveralWhoWait)
+{
+    ASSERT_TRUE(queue.Init(2));
+    std::array<Element *, 2> elements{queue.PopFree(), queue.PopFree()};
+    std::array readers{std::async(std::launch::async, [this] { return queue.PopData(); }),
+                       std::async(std::launch::async, [this] { return queue.PopData(); })};
+    queue.PushData(elements[0]);
+    queue.PushData(elements[1]);
+    const std::set<Element *> taken{readers[0].get(), readers[1].get()};
+    EXPECT_EQ(taken, (std::set<Element *>{elements[0], elements[1]}));
+}
+
+// --- Stop ----------------------------------------------------------------------------------------
+
+TEST_F(PacketQueue, IsStoppedFromTheStart)
+{
+    EXPECT_EQ(queue.PopFree(), nullptr);
+    EXPECT_EQ(queue.PopData(), nullptr);
+    Element stranger;
+    queue.PushData(&stranger);
+    EXPECT_EQ(queue.DataCount(), 0);
+}
+
+TEST_F(PacketQueue, StopWakesAllWhoWaitOnEitherQueue)
+{
+    ASSERT_TRUE(queue.Init(0));
+    std::array waiters{std::async(std::launch::async, [this] { return queue.PopFree(); }),
+                       std::async(std::launch::async, [this] { return queue.PopFree(); }),
+                       std::async(std::launch::async, [this] { return queue.PopData(); }),
+                       std::async(std::launch::async, [this] { return queue.PopData(); })};
+    for (auto &waiter : waiters) {
+        EXPECT_TRUE(StillWaits(waiter));
+    }
+    queue.Stop();
+    for (auto &waiter : waiters) {
+        EXPECT_EQ(waiter.get(), nullptr);
+    }
+}
+
+TEST_F(PacketQueue, AfterStopWhatWasQueuedIsStillHandedOut)
+{
+    ASSERT_TRUE(queue.Init(3));
+    Element *first = queue.PopFree();
+    Element *second = queue.PopFree();
+    queue.PushData(first);
+    queue.PushData(second);
+    queue.Stop();
+    EXPECT_EQ(queue.DataCount(), 2);
+    EXPECT_EQ(queue.PopData(), first);
+    EXPECT_EQ(queue.PopData(), second);
+    EXPECT_EQ(queue.PopData(), nullptr);
+    EXPECT_EQ(queue.PopFree()->number, 2U);
+    EXPECT_EQ(queue.PopFree(), nullptr);
+}
+
+TEST_F(PacketQueue, AfterStopNothingIsQueued)
+{
+    ASSERT_TRUE(queue.Init(2));
+    Element *first = queue.PopFree();
+    Element *second = queue.PopFree();
+    queue.Stop();
+    queue.PushData(first);
+    queue.PushFree(second);
+    EXPECT_EQ(queue.DataCount(), 0);
+    EXPECT_EQ(queue.PopData(), nullptr);
+    EXPECT_EQ(queue.PopFree(), nullptr);
+    queue.StopAndClear();
+    EXPECT_EQ(record.released.size(), 2U); // the pool still had them
+}
+
+TEST_F(PacketQueue, StopCanBeRepeatedAndReleasesNothing)
+{
+    ASSERT_TRUE(queue.Init(1));
+    queue.Stop();
+    queue.Stop();
+    EXPECT_TRUE(record.released.empty());
+    EXPECT_NE(queue.PopFree(), nullptr);
+}
+
+} // namespace
