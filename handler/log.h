@@ -64,6 +64,15 @@ void LogError(const char *tag, const Values &...values)
     Log(LOG_LEVEL_ERROR, tag, values...);
 }
 
+// For what may be reported with every packet, which the singleton is spared.
+template <typename... Values>
+void LogErrorToChannel(const Values &...values)
+{
+    std::wstringstream stream;
+    logdetail::Compose(stream, values...);
+    logdetail::WriteToChannel(LOG_LEVEL_ERROR, stream);
+}
+
 // For the periodic frame counter, which the channel is spared.
 template <typename... Values>
 void LogInfoToSingleton(const char *tag, const Values &...values)

@@ -1,7 +1,11 @@
 #include "handler/microphone_record.h"
 
+#include <new>
+
+#include "capture/audio_capture.h"
 #include "handler/device_ids.h"
 #include "handler/log.h"
+#include "support/com.h"
 
 namespace velto {
 namespace {
@@ -9,6 +13,14 @@ namespace {
 constexpr char openTag[] = "`anonymous-namespace'::VeltoOpenAudioRecord";
 constexpr char readTag[] = "`anonymous-namespace'::VeltoReadStreamBuffer";
 constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioRecord";
+
+constexpr uint32_t recordSampleRateHz = 48000;
+constexpr uint32_t recordChannels = 2;
+constexpr int32_t recordSampleFormat = 1; // signed 16-bit
+
+// A format that COM allocated, of the capture that is open. Nothing sets it: the capture keeps the
+// mix format to itself. Closing frees it all the same.
+WAVEFORMATEX *captureFormat = nullptr;
 
 } // namespace
 
@@ -19,7 +31,18 @@ int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *,
         LogError(openTag, "mic id or profiles is null or invalid");
         return VELTO_ERROR_INVALID;
     }
-    LogError(openTag, "the microphone is not in this version");
+    auto *capture = new (std::nothrow) AudioCapture;
+    if (capture == nullptr) {
+        LogError("AudioCapture::Create", "Alloc screen record object failed!No memory?");
+    }
+    // A capture that is still open goes on, without an owner.
+    AudioCapture::SetCurrent(capture);
+    if (capture == nullptr) {
+        return VELTO_OK;
+    }
+    capture->SetTarget(recordSampleRateHz, recordChannels, recordSampleFormat);
+    capture->Prepare();
+    capture->Start();
     return VELTO_OK;
 }
 
@@ -32,7 +55,7 @@ int32_t VeltoReadStreamBuffer(const char *id, uint32_t idLength, void *, StreamF
     if (frame == nullptr || frame->header == nullptr || frame->data == nullptr) {
         return VELTO_ERROR_NULL_POINTER;
     }
-    frame->header->size = 0;
+    AudioCapture::GetAudioData(frame->data, frame->header->size);
     return VELTO_OK;
 }
 
@@ -42,6 +65,15 @@ int32_t VeltoCloseAudioRecord(const char *id, uint32_t idLength)
         LogError(closeTag, "mic id is null or invalid");
         return VELTO_ERROR_INVALID;
     }
+    AudioCapture *capture = AudioCapture::Current();
+    if (capture == nullptr) {
+        return VELTO_OK;
+    }
+    SafeCoTaskMemFree(captureFormat);
+    capture->EndRestarts();
+    capture->Stop();
+    capture->WaitInitThread();
+    AudioCapture::DeleteCurrent();
     return VELTO_OK;
 }
 

@@ -1,5 +1,6 @@
 #include "support/module_reference.h"
 
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -15,21 +16,28 @@ HMODULE AcquireModuleOf(const void *address)
     return module;
 }
 
-struct DetachedThread {
-    void (*body)();
+struct ThreadStart {
+    LPTHREAD_START_ROUTINE routine;
+    void *argument;
     HMODULE module;
 };
 
-DWORD WINAPI RunDetached(void *argument)
+DWORD WINAPI RunThread(void *argument)
 {
-    auto *start = static_cast<DetachedThread *>(argument);
-    const DetachedThread thread = *start;
+    auto *start = static_cast<ThreadStart *>(argument);
+    const ThreadStart thread = *start;
     delete start;
-    thread.body();
+    const DWORD result = thread.routine(thread.argument);
     // Leaving through the loader: returning would mean running code that may be gone by then.
     if (thread.module != nullptr) {
-        FreeLibraryAndExitThread(thread.module, 0);
+        FreeLibraryAndExitThread(thread.module, result);
     }
+    return result;
+}
+
+DWORD WINAPI RunBody(void *body)
+{
+    reinterpret_cast<void (*)()>(body)();
     return 0;
 }
 
@@ -57,18 +65,28 @@ void ModuleReference::Drop()
     }
 }
 
-void StartDetachedThread(void (*body)())
+HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument)
 {
-    const HMODULE module = AcquireModuleOf(reinterpret_cast<const void *>(&RunDetached));
-    auto *start = new DetachedThread{body, module};
-    const HANDLE thread = CreateThread(nullptr, 0, RunDetached, start, 0, nullptr);
+    const HMODULE module = AcquireModuleOf(reinterpret_cast<const void *>(&RunThread));
+    auto *start = new (std::nothrow) ThreadStart{routine, argument, module};
+    const HANDLE thread = start == nullptr ? nullptr : CreateThread(nullptr, 0, RunThread, start, 0, nullptr);
     if (thread == nullptr) {
-        const auto error = static_cast<int>(GetLastError());
+        const DWORD error = start == nullptr ? ERROR_NOT_ENOUGH_MEMORY : GetLastError();
         delete start;
         if (module != nullptr) {
             FreeLibrary(module);
         }
-        throw std::system_error(error, std::system_category(), "cannot start a thread");
+        SetLastError(error);
+    }
+    return thread;
+}
+
+void StartDetachedThread(void (*body)())
+{
+    const HANDLE thread = StartModuleThread(RunBody, reinterpret_cast<void *>(body));
+    if (thread == nullptr) {
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
+                                "cannot start a thread");
     }
     CloseHandle(thread);
 }

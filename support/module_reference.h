@@ -26,9 +26,12 @@ private:
     HMODULE m_module = nullptr;
 };
 
-// Runs `body` on a new, detached thread which keeps this module mapped until the body has
-// returned; if it then held the last reference, the module goes away from that thread. Returns
-// once the thread exists. Throws std::system_error when there can be none.
+// Starts a thread which keeps this module mapped until `routine` has returned; if it then held the
+// last reference, the module goes away from that thread. The caller closes the handle; null, with
+// the last error set, when there can be no thread.
+HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument);
+
+// The same for a body that nobody waits for. Throws std::system_error when there can be no thread.
 void StartDetachedThread(void (*body)());
 
 } // namespace velto

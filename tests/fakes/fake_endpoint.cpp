@@ -20,12 +20,15 @@ void AudioSystem::Reset()
     m_script.Reset();
     m_endpoints.clear();
     m_requestedRoles.clear();
+    m_requestedFlows.clear();
     m_requestedFrames.clear();
     m_clients.clear();
     std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
     m_earlierObjects = m_objects.size();
     Add(L"speakers");
     SetDefaultForAllRoles(L"speakers");
+    Add(L"microphone");
+    SetDefaultMicrophone(L"microphone");
     fakewin::SetClassFactory([this](REFCLSID classId, REFIID iid, void **object) -> HRESULT {
         if (!IsEqualCLSID(classId, CLSID_MMDeviceEnumerator) || !IsEqualIID(iid, IID_IMMDeviceEnumerator)) {
             return REGDB_E_CLASSNOTREG;
@@ -67,6 +70,18 @@ void AudioSystem::SetDefaultForAllRoles(const std::wstring &id)
     }
 }
 
+void AudioSystem::SetDefaultMicrophone(const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    m_defaultMicrophone = id;
+}
+
+void AudioSystem::Deliver(const CapturedPacket &packet, const std::wstring &id)
+{
+    const std::lock_guard lock(m_mutex);
+    Get(id).packets.push_back(packet);
+}
+
 void AudioSystem::Invalidate(const std::wstring &id)
 {
     const std::lock_guard lock(m_mutex);
@@ -92,6 +107,12 @@ std::vector<ERole> AudioSystem::RequestedRoles() const
 {
     const std::lock_guard lock(m_mutex);
     return m_requestedRoles;
+}
+
+std::vector<EDataFlow> AudioSystem::RequestedFlows() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_requestedFlows;
 }
 
 std::vector<UINT32> AudioSystem::RequestedFrames() const
@@ -139,12 +160,14 @@ int AudioSystem::RegisteredCallbacks() const
 
 void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
 {
-    std::vector<IMMNotificationClient *> callbacks;
-    {
-        const std::lock_guard lock(m_mutex);
-        callbacks = m_callbacks;
-    }
     std::thread([&] {
+        // As the system does: a callback that is taken out is not called afterwards.
+        const std::lock_guard notifying(m_notifyMutex);
+        std::vector<IMMNotificationClient *> callbacks;
+        {
+            const std::lock_guard lock(m_mutex);
+            callbacks = m_callbacks;
+        }
         const fakewin::NotificationScope scope;
         for (IMMNotificationClient *callback : callbacks) {
             deliver(*callback);

@@ -40,6 +40,10 @@ enum class Method {
     GetService,
     GetBuffer,
     ReleaseBuffer,
+    CaptureGetBuffer,
+    CaptureReleaseBuffer,
+    GetNextPacketSize,
+    GetMute,
 };
 
 // Scripted in place of a failure: the method succeeds and hands out a null pointer.
@@ -71,6 +75,13 @@ struct ClientRecord {
     bool alive = true;
 };
 
+// What GetBuffer of a capture client hands out at once.
+struct CapturedPacket {
+    std::vector<uint8_t> data; // empty: as much silence as the frames need
+    UINT32 frames = 0;
+    DWORD flags = 0;
+};
+
 // One endpoint; a test changes it before the module's threads see it.
 struct Endpoint {
     std::wstring id;
@@ -88,6 +99,12 @@ struct Endpoint {
     std::vector<uint8_t> written;      // all bytes given to ReleaseBuffer
     std::vector<UINT32> writtenFrames; // of each ReleaseBuffer
     int invalidations = 0;
+
+    // What a microphone delivers: these packets, then what the source makes, as long as it makes any.
+    std::deque<CapturedPacket> packets;
+    std::function<std::optional<CapturedPacket>()> source;
+    std::vector<UINT32> releasedFrames; // of each ReleaseBuffer
+    BOOL muted = FALSE;
 };
 
 // All endpoints, behind CoCreateInstance(CLSID_MMDeviceEnumerator) from Reset on. Any thread.
@@ -95,14 +112,18 @@ class AudioSystem {
 public:
     static AudioSystem &Instance();
 
-    // Back to one endpoint "speakers", default for all roles; installs the class factory. Call it
-    // after fakewin::Reset. Objects that the module still holds stay usable.
+    // Back to the endpoints "speakers" and "microphone", each the default of its flow for all roles;
+    // installs the class factory. Call it after fakewin::Reset. Objects that the module still holds stay
+    // usable.
     void Reset();
 
     Endpoint &Add(const std::wstring &id);
     Endpoint &Get(const std::wstring &id = L"speakers");
     void SetDefault(ERole role, const std::wstring &id);
     void SetDefaultForAllRoles(const std::wstring &id); // empty: there is none
+    void SetDefaultMicrophone(const std::wstring &id);  // for all roles; empty: there is none
+    // Puts packets to the end of what a microphone delivers.
+    void Deliver(const CapturedPacket &packet, const std::wstring &id = L"microphone");
     // The clients of an endpoint, as they are now, are told that the device is gone.
     void Invalidate(const std::wstring &id);
 
@@ -110,7 +131,8 @@ public:
     void Before(Method method, std::function<void()> action, int nth = 1);
     int Count(Method method) const;
 
-    // The role or the frame count of each call.
+    // The flow, the role or the frame count of each call.
+    std::vector<EDataFlow> RequestedFlows() const;
     std::vector<ERole> RequestedRoles() const;
     std::vector<UINT32> RequestedFrames() const;
     std::vector<ClientRecord> Clients() const; // in the order of their activation
@@ -132,14 +154,19 @@ private:
     friend class FakeDevice;
     friend class FakeAudioClient;
     friend class FakeRenderClient;
+    friend class FakeCaptureClient;
+    friend class FakeEndpointVolume;
 
     AudioSystem() = default;
     void Notify(const std::function<void(IMMNotificationClient &)> &deliver);
 
+    std::recursive_mutex m_notifyMutex;   // held while callbacks are called, and to take one out
     mutable std::recursive_mutex m_mutex; // guards all below
     FaultScript<Method> m_script;
     std::vector<std::shared_ptr<Endpoint>> m_endpoints;
     std::wstring m_defaults[ERole_enum_count];
+    std::wstring m_defaultMicrophone;
+    std::vector<EDataFlow> m_requestedFlows;
     std::vector<ERole> m_requestedRoles;
     std::vector<UINT32> m_requestedFrames;
     std::vector<std::shared_ptr<ClientRecord>> m_clients;

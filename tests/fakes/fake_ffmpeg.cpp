@@ -34,6 +34,24 @@ int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t 
     return Scripted(Call::swr_convert, [&] { return ::swr_convert(context, out, outCount, in, inCount); });
 }
 
+int swr_alloc_set_opts2(SwrContext **context, AVChannelLayout *outLayout, AVSampleFormat outFormat,
+                        int outRate, AVChannelLayout *inLayout, AVSampleFormat inFormat, int inRate,
+                        int logOffset, void *logContext)
+{
+    return Scripted(Call::swr_alloc_set_opts2, [&] {
+        return ::swr_alloc_set_opts2(context, outLayout, outFormat, outRate, inLayout, inFormat, inRate,
+                                     logOffset, logContext);
+    });
+}
+
+int av_samples_alloc_array_and_samples(uint8_t ***planes, int *lineSize, int channels, int samples,
+                                       AVSampleFormat format, int align)
+{
+    return Scripted(Call::av_samples_alloc_array_and_samples, [&] {
+        return ::av_samples_alloc_array_and_samples(planes, lineSize, channels, samples, format, align);
+    });
+}
+
 int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format,
                      int align)
 {
@@ -75,6 +93,11 @@ AVFrame *av_frame_alloc()
 AVPacket *av_packet_alloc()
 {
     return Script().Next(Call::av_packet_alloc) ? nullptr : ::av_packet_alloc();
+}
+
+int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)
+{
+    return Scripted(Call::avcodec_send_frame, [&] { return ::avcodec_send_frame(context, frame); });
 }
 
 } // namespace fakeffmpeg

@@ -20,6 +20,8 @@ enum class Call {
     swr_alloc,
     swr_init,
     swr_convert,
+    swr_alloc_set_opts2,
+    av_samples_alloc_array_and_samples,
     av_samples_alloc,
     av_samples_get_buffer_size,
     avformat_alloc_context,
@@ -28,6 +30,7 @@ enum class Call {
     avcodec_open2,
     av_frame_alloc,
     av_packet_alloc,
+    avcodec_send_frame,
 };
 
 // A failing call returns `result`, or null where it returns a pointer.
@@ -36,6 +39,11 @@ fakes::FaultScript<Call> &Script();
 SwrContext *swr_alloc();
 int swr_init(SwrContext *context);
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount);
+int swr_alloc_set_opts2(SwrContext **context, AVChannelLayout *outLayout, AVSampleFormat outFormat,
+                        int outRate, AVChannelLayout *inLayout, AVSampleFormat inFormat, int inRate,
+                        int logOffset, void *logContext);
+int av_samples_alloc_array_and_samples(uint8_t ***planes, int *lineSize, int channels, int samples,
+                                       AVSampleFormat format, int align);
 int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format,
                      int align);
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align);
@@ -45,5 +53,6 @@ AVCodecContext *avcodec_alloc_context3(const AVCodec *codec);
 int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options);
 AVFrame *av_frame_alloc();
 AVPacket *av_packet_alloc();
+int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame);
 
 } // namespace fakeffmpeg

@@ -117,13 +117,14 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
 {
     const std::lock_guard lock(m_system.m_mutex);
     m_system.m_requestedRoles.push_back(role);
+    m_system.m_requestedFlows.push_back(flow);
     const auto fault = Enter(Method::GetDefaultAudioEndpoint);
     *device = nullptr;
     if (fault && *fault != nullResult) {
         return static_cast<HRESULT>(*fault);
     }
-    const std::wstring &id = m_system.m_defaults[role];
-    if (flow != eRender || id.empty()) {
+    const std::wstring &id = flow == eCapture ? m_system.m_defaultMicrophone : m_system.m_defaults[role];
+    if (id.empty()) {
         return E_NOTFOUND;
     }
     for (const auto &endpoint : m_system.m_endpoints) {
@@ -150,6 +151,7 @@ HRESULT FakeEnumerator::RegisterEndpointNotificationCallback(IMMNotificationClie
 
 HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationClient *client)
 {
+    const std::lock_guard noneIsCalled(m_system.m_notifyMutex);
     const std::lock_guard lock(m_system.m_mutex);
     Enter(Method::UnregisterCallback);
     if (std::erase(m_system.m_callbacks, client) == 0) {
@@ -167,10 +169,19 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     const auto fault = Enter(Method::Activate);
     *object = nullptr;
     if (fault) {
-        return static_cast<HRESULT>(*fault);
+        return *fault == nullResult ? S_OK : static_cast<HRESULT>(*fault);
     }
-    if (!IsEqualIID(iid, IID_IAudioClient) || context != CLSCTX_ALL || parameters != nullptr) {
+    if (context != CLSCTX_ALL || parameters != nullptr) {
         return E_INVALIDARG;
+    }
+    if (IsEqualIID(iid, IID_IAudioEndpointVolume)) {
+        auto volume = std::make_unique<FakeEndpointVolume>(m_system, m_endpoint);
+        *object = static_cast<IAudioEndpointVolume *>(volume.get());
+        m_system.m_objects.push_back(std::move(volume));
+        return S_OK;
+    }
+    if (!IsEqualIID(iid, IID_IAudioClient)) {
+        return E_NOINTERFACE;
     }
     auto client = std::make_unique<FakeAudioClient>(m_system, m_endpoint);
     *object = static_cast<IAudioClient *>(client.get());
@@ -302,7 +313,7 @@ HRESULT FakeAudioClient::Start()
     if (const auto result = Enter(Method::Start)) {
         return *result;
     }
-    if (m_record->event == nullptr) {
+    if ((m_record->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0 && m_record->event == nullptr) {
         return AUDCLNT_E_EVENTHANDLE_NOT_SET;
     }
     ++m_record->starts;
@@ -339,6 +350,12 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
     *service = nullptr;
     if (result) {
         return *result;
+    }
+    if (IsEqualIID(iid, IID_IAudioCaptureClient)) {
+        auto client = std::make_unique<FakeCaptureClient>(m_system, *this);
+        *service = static_cast<IAudioCaptureClient *>(client.get());
+        m_system.m_objects.push_back(std::move(client));
+        return S_OK;
     }
     if (!IsEqualIID(iid, IID_IAudioRenderClient)) {
         return E_NOINTERFACE;

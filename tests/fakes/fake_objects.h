@@ -3,6 +3,8 @@
 
 #include <thread>
 
+#include <endpointvolume.h>
+
 #include "tests/fakes/fake_endpoint.h"
 #include "tests/fakes/fake_windows.h"
 
@@ -124,6 +126,61 @@ private:
     bool m_initialized = false;
     uint16_t m_frameBytes = 0;
     UINT32 m_reportedPadding = 0;
+};
+
+class FakeCaptureClient final : public FakeUnknown<IAudioCaptureClient> {
+public:
+    FakeCaptureClient(AudioSystem &system, FakeAudioClient &client) : FakeUnknown(system), m_client(client) {}
+
+    HRESULT STDMETHODCALLTYPE GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, UINT64 *devicePosition,
+                                        UINT64 *counterPosition) override;
+    HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 frames) override;
+    HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32 *frames) override;
+
+private:
+    void OnLastRelease() override;
+    bool Refill();
+
+    FakeAudioClient &m_client; // kept in memory by the system
+    std::optional<CapturedPacket> m_obtained;
+};
+
+// Only the mute state of an endpoint.
+class FakeEndpointVolume final : public FakeUnknown<IAudioEndpointVolume> {
+public:
+    FakeEndpointVolume(AudioSystem &system, std::shared_ptr<Endpoint> endpoint)
+        : FakeUnknown(system), m_endpoint(std::move(endpoint))
+    {
+    }
+
+    HRESULT STDMETHODCALLTYPE GetMute(BOOL *muted) override;
+
+    HRESULT STDMETHODCALLTYPE RegisterControlChangeNotify(IAudioEndpointVolumeCallback *) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE UnregisterControlChangeNotify(IAudioEndpointVolumeCallback *) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetChannelCount(UINT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(FLOAT, LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMasterVolumeLevelScalar(FLOAT, LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMasterVolumeLevel(FLOAT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMasterVolumeLevelScalar(FLOAT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT, FLOAT, LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT, FLOAT, LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT, FLOAT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT, FLOAT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetMute(BOOL, LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetVolumeStepInfo(UINT *, UINT *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE VolumeStepUp(LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE VolumeStepDown(LPCGUID) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD *) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetVolumeRange(FLOAT *, FLOAT *, FLOAT *) override { return E_NOTIMPL; }
+
+private:
+    std::shared_ptr<Endpoint> m_endpoint;
 };
 
 class FakeRenderClient final : public FakeUnknown<IAudioRenderClient> {

@@ -12,9 +12,6 @@
 #include <cstdlib>
 
 #include "tests/fakes/failing_calloc.h"
-#include <cstdlib>
-
-#include "tests/fakes/failing_calloc.h"
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
 
@@ -57,10 +54,11 @@
 #define avcodec_open2 fakeffmpeg::avcodec_open2
 #define av_frame_alloc fakeffmpeg::av_frame_alloc
 #define av_packet_alloc fakeffmpeg::av_packet_alloc
+#define avcodec_send_frame fakeffmpeg::avcodec_send_frame
 #define swr_alloc fakeffmpeg::swr_alloc
 #define swr_init fakeffmpeg::swr_init
 #define swr_convert fakeffmpeg::swr_convert
+#define swr_alloc_set_opts2 fakeffmpeg::swr_alloc_set_opts2
+#define av_samples_alloc_array_and_samples fakeffmpeg::av_samples_alloc_array_and_samples
 #define av_samples_alloc fakeffmpeg::av_samples_alloc
 #define av_samples_get_buffer_size fakeffmpeg::av_samples_get_buffer_size
-
-#define calloc fakes::Calloc

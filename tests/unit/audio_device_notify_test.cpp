@@ -1,0 +1,199 @@
+#include "capture/audio_device_notify.h"
+
+#include "capture_fixture.h"
+#include "log_lines.h"
+
+namespace {
+
+using namespace velto_test;
+using velto::AudioDeviceNotify;
+
+constexpr char initializeTag[] = "AudioDeviceNotify::Initialize";
+constexpr char unInitializeTag[] = "AudioDeviceNotify::UnInitialize";
+constexpr char changedTag[] = "AudioDeviceNotify::OnDefaultDeviceChanged";
+
+struct Change {
+    EDataFlow flow;
+    ERole role;
+    std::wstring id;
+    bool operator==(const Change &) const = default;
+};
+
+class RecordingListener : public velto::IAudioDeviceNotifyListener {
+public:
+    void OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) override
+    {
+        changes.push_back({flow, role, deviceId});
+        if (order != nullptr) {
+            order->push_back(this);
+        }
+    }
+    std::vector<Change> changes;
+    std::vector<RecordingListener *> *order = nullptr;
+};
+
+class DeviceNotify : public CaptureTest {
+protected:
+    DeviceNotify() { notifier->AddRef(); }
+    ~DeviceNotify() override { notifier->Release(); }
+
+    AudioDeviceNotify *notifier = new AudioDeviceNotify;
+};
+
+TEST_F(DeviceNotify, ReferencesAreCountedFromZero)
+{
+    EXPECT_EQ(notifier->AddRef(), 2U);
+    EXPECT_EQ(notifier->Release(), 1U);
+    EXPECT_EQ(notifier->AddRef(), 2U);
+    EXPECT_EQ(notifier->Release(), 1U);
+}
+
+TEST_F(DeviceNotify, ReleaseOfAFreshOneDoesNotFreeIt)
+{
+    auto *fresh = new AudioDeviceNotify;
+    EXPECT_EQ(fresh->Release(), 0xFFFFFFFFU);
+    EXPECT_EQ(fresh->AddRef(), 0U);
+    EXPECT_EQ(fresh->AddRef(), 1U);
+    EXPECT_EQ(fresh->Release(), 0U);
+}
+
+TEST_F(DeviceNotify, AnswersItsOwnInterfacesWithAReference)
+{
+    for (const IID &iid : {IID_IUnknown, __uuidof(IMMNotificationClient)}) {
+        void *object = nullptr;
+        EXPECT_EQ(notifier->QueryInterface(iid, &object), S_OK);
+        EXPECT_EQ(object, notifier);
+        EXPECT_EQ(notifier->Release(), 1U);
+    }
+}
+
+TEST_F(DeviceNotify, AnyOtherInterfaceIsRefusedWithANullPointer)
+{
+    void *object = this;
+    EXPECT_EQ(notifier->QueryInterface(__uuidof(IAudioClient), &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(notifier->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(notifier->AddRef(), 2U);
+    notifier->Release();
+}
+
+TEST_F(DeviceNotify, OtherNotificationsAreAcceptedInSilence)
+{
+    EXPECT_EQ(notifier->OnDeviceStateChanged(L"id", DEVICE_STATE_DISABLED), S_OK);
+    EXPECT_EQ(notifier->OnDeviceAdded(L"id"), S_OK);
+    EXPECT_EQ(notifier->OnDeviceRemoved(L"id"), S_OK);
+    EXPECT_EQ(notifier->OnPropertyValueChanged(L"id", PROPERTYKEY{}), S_OK);
+    EXPECT_TRUE(Recorded().Entries().empty());
+}
+
+TEST_F(DeviceNotify, EveryFlowAndRoleIsForwardedInListOrder)
+{
+    std::vector<RecordingListener *> order;
+    RecordingListener first;
+    RecordingListener second;
+    first.order = second.order = &order;
+    notifier->AddListener(&first);
+    notifier->AddListener(nullptr);
+    notifier->AddListener(&second);
+    std::vector<Change> expected;
+    for (const EDataFlow flow : {eRender, eCapture, eAll}) {
+        for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
+            EXPECT_EQ(notifier->OnDefaultDeviceChanged(flow, role, L"id"), S_OK);
+            expected.push_back({flow, role, L"id"});
+        }
+    }
+    EXPECT_EQ(first.changes, expected);
+    EXPECT_EQ(second.changes, expected);
+    ASSERT_EQ(order.size(), 18U);
+    EXPECT_EQ(order[0], &first);
+    EXPECT_EQ(order[1], &second);
+    CaptureTest::ExpectLine(infoLevel, L"OnDefaultDeviceChanged", changedTag, 9);
+}
+
+TEST_F(DeviceNotify, AListenerIsListedOnceAndItsFirstEntryRemoved)
+{
+    RecordingListener one;
+    RecordingListener other;
+    notifier->AddListener(&one);
+    notifier->AddListener(&one);
+    notifier->AddListener(&other);
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
+    EXPECT_EQ(one.changes.size(), 1U);
+    notifier->RemoveListener(&one);
+    notifier->RemoveListener(&one);
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
+    EXPECT_EQ(one.changes.size(), 1U);
+    EXPECT_EQ(other.changes.size(), 2U);
+}
+
+TEST_F(DeviceNotify, InitializeRegistersAndEmptiesTheList)
+{
+    RecordingListener listener;
+    notifier->AddListener(&listener);
+    EXPECT_EQ(notifier->Initialize(), S_OK);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    const auto made = fakewin::Instantiations();
+    ASSERT_EQ(made.size(), 1U);
+    EXPECT_EQ(made[0].context, static_cast<DWORD>(CLSCTX_ALL));
+    CaptureTest::ExpectLine(infoLevel, L"deviceEnumerator RegisterEndpointNotificationCallback",
+                            initializeTag);
+    audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone");
+    EXPECT_TRUE(listener.changes.empty());
+    notifier->UnInitialize();
+}
+
+TEST_F(DeviceNotify, InitializeWithoutComFailsAndTouchesNothing)
+{
+    RecordingListener listener;
+    notifier->AddListener(&listener);
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
+    EXPECT_EQ(notifier->Initialize(), E_FAIL);
+    CaptureTest::ExpectLine(errorLevel, L"GetCOMLoadedStatus failed", initializeTag);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoCreateInstance), 0);
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
+    EXPECT_EQ(listener.changes.size(), 1U);
+}
+
+TEST_F(DeviceNotify, InitializeWithoutAnEnumeratorFailsAndLeavesCom)
+{
+    fakewin::Fail(fakewin::Call::CoCreateInstance, REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(notifier->Initialize(), E_FAIL);
+    CaptureTest::ExpectLine(errorLevel, L"GetDeviceCount pEnum is null", initializeTag);
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+}
+
+TEST_F(DeviceNotify, AFailedRegistrationIsReturnedAndTheEnumeratorKept)
+{
+    audio.Fail(Method::RegisterCallback, E_OUTOFMEMORY);
+    EXPECT_EQ(notifier->Initialize(), E_OUTOFMEMORY);
+    EXPECT_EQ(audio.LiveObjects(), 1);
+    notifier->UnInitialize();
+    EXPECT_EQ(audio.LiveObjects(), 0);
+}
+
+TEST_F(DeviceNotify, UnInitializeUnregistersOnceAndReportsEachCall)
+{
+    notifier->Initialize();
+    notifier->UnInitialize();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    notifier->UnInitialize();
+    CaptureTest::ExpectLine(infoLevel, L"AudioDeviceNotify::UnInitialize()", unInitializeTag, 2);
+    CaptureTest::ExpectLine(infoLevel, L"deviceEnumerator UnregisterEndpointNotificationCallback",
+                            unInitializeTag);
+    EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
+}
+
+TEST_F(DeviceNotify, TheEnumeratorsDllOutlivesTheLastApartment)
+{
+    notifier->Initialize();
+    const int unloads = fakewin::ImplementationUnloads();
+    fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    fakewin::CoUninitialize();
+    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads);
+    notifier->UnInitialize();
+    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads + 1);
+}
+
+} // namespace

@@ -1,0 +1,115 @@
+#include "capture_fixture.h"
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace velto_test {
+
+CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels, DWORD flags)
+{
+    CapturedPacket packet;
+    packet.frames = static_cast<UINT32>(samples.size() / channels);
+    packet.flags = flags;
+    packet.data.resize(samples.size() * sizeof(float));
+    std::memcpy(packet.data.data(), samples.data(), packet.data.size());
+    return packet;
+}
+
+CapturedPacket QuietPacket(UINT32 frames, DWORD flags)
+{
+    return {{}, frames, flags};
+}
+
+bool Eventually(const std::function<bool()> &condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::unique_ptr<velto::AudioCapture> CaptureTest::MakeCapture()
+{
+    fakewin::Reset();
+    fakes::AudioSystem::Instance().Reset();
+    fakeffmpeg::Script().Reset();
+    fakes::LogRecorder::Instance().Clear();
+    auto capture = std::make_unique<velto::AudioCapture>();
+    capture->SetTarget(48000, 2, 1);
+    return capture;
+}
+
+CaptureTest::CaptureTest()
+    : capture(MakeCapture()),
+      probe(*capture),
+      m_earlierHandles(fakewin::LiveHandles()),
+      m_earlierModuleReferences(fakewin::ModuleReferences(fakewin::ThisModule())),
+      m_earlierImplementationReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
+{
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+}
+
+CaptureTest::~CaptureTest()
+{
+    Destroy();
+    // Threads may still be on their way out.
+    EXPECT_TRUE(Eventually(
+        [&] { return fakewin::ModuleReferences(fakewin::ThisModule()) == m_earlierModuleReferences; }));
+    EXPECT_EQ(fakewin::LiveHandles(), m_earlierHandles);
+    EXPECT_EQ(audio.LiveObjects(), objectsLeft);
+#ifndef _WIN32
+    EXPECT_EQ(fakewin::Violations(), violationsLeft);
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+#else
+    // There the fake COM does not see a thread's end.
+    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
+    EXPECT_EQ(fakewin::OpenApartments(), openApartmentsLeft);
+#endif
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), m_earlierImplementationReferences);
+}
+
+void CaptureTest::Open()
+{
+    capture->Prepare();
+    capture->Start();
+}
+
+bool CaptureTest::AwaitLoop()
+{
+    return Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > 0; });
+}
+
+void CaptureTest::Close()
+{
+    capture->EndRestarts();
+    capture->Stop();
+    capture->WaitInitThread();
+}
+
+void CaptureTest::Destroy()
+{
+    if (capture != nullptr) {
+        Close();
+        capture.reset();
+    }
+}
+
+uint32_t CaptureTest::ReadPacket()
+{
+    uint32_t size = 0;
+    Eventually([&] {
+        size = 3840; // more than any packet; what a stopped capture leaves
+        probe.Read(buffer.data(), size);
+        return size != 0 && size != 3840;
+    });
+    return size;
+}
+
+} // namespace velto_test

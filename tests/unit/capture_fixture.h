@@ -1,0 +1,88 @@
+// What the microphone's tests share: one capture on fake endpoints, and nothing left over after it
+// but what is given up by design.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture_probe.h"
+#include "tests/fakes/fake_endpoint.h"
+#include "tests/fakes/fake_ffmpeg.h"
+#include "tests/fakes/fake_windows.h"
+#include "tests/fakes/log_recorder.h"
+
+namespace velto_test {
+
+using fakes::CapturedPacket;
+using fakes::LogEntry;
+using fakes::Method;
+
+constexpr int infoLevel = 3;
+constexpr int errorLevel = 4;
+constexpr char apartmentViolation[] = "a thread ended inside its apartment";
+
+// A packet of interleaved 32-bit floats.
+CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels = 2, DWORD flags = 0);
+// A packet of silent frames that is not marked as silent.
+CapturedPacket QuietPacket(UINT32 frames, DWORD flags = 0);
+
+// Polls for up to ten seconds.
+bool Eventually(const std::function<bool()> &condition);
+
+class CaptureTest : public ::testing::Test {
+protected:
+    CaptureTest();
+    // Closes and destroys the capture; whatever it held must be given back.
+    ~CaptureTest() override;
+
+    // As the host's opening call does.
+    void Open();
+    // Waits until the capture thread runs its loop.
+    bool AwaitLoop();
+    // As the host's closing call does, up to the deletion.
+    void Close();
+    void Destroy();
+    // Reads until a packet came, or for ten seconds; its size, or 0.
+    uint32_t ReadPacket();
+
+    fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }
+
+    static std::vector<LogEntry> LogOf(const std::string &tag)
+    {
+        return fakes::LogRecorder::Instance().EntriesOf(tag);
+    }
+    static void ClearLog() { fakes::LogRecorder::Instance().Clear(); }
+    static bool AwaitLine(const std::wstring &text, const std::string &tag)
+    {
+        return fakes::LogRecorder::Instance().Await(errorLevel, text, tag);
+    }
+    static void ExpectLine(int level, const std::wstring &text, const std::string &tag, int times = 1)
+    {
+        EXPECT_EQ(fakes::LogRecorder::Instance().Count(level, text, tag), times)
+            << ::testing::PrintToString(LogEntry{level, text, tag}) << " among "
+            << ::testing::PrintToString(LogOf(tag));
+    }
+
+    fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
+    std::unique_ptr<velto::AudioCapture> capture;
+    velto::AudioCaptureProbe probe;
+    std::vector<uint8_t> buffer = std::vector<uint8_t>(8192);
+
+    // What the test expects to be left: nothing, but for what a failure gives up by design.
+    int openApartmentsLeft = 0;
+    int objectsLeft = 0;
+    std::vector<std::string> violationsLeft;
+
+private:
+    static std::unique_ptr<velto::AudioCapture> MakeCapture();
+
+    const int m_earlierHandles;
+    const int m_earlierModuleReferences;
+    const int m_earlierImplementationReferences;
+};
+
+} // namespace velto_test

@@ -1,0 +1,414 @@
+// The capture thread's loop: packets in, frames encoded, packets out.
+#include "capture_fixture.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include "aac_sound.h"
+
+namespace {
+
+using namespace velto_test;
+using namespace velto;
+
+constexpr char loopTag[] = "AudioCapture::LoopGetAudioBuffer";
+constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
+constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
+
+class CaptureLoop : public CaptureTest {
+protected:
+    // Has the loop take what was delivered, and end; as if the capture had been prepared with
+    // packets of `bits` and `channels` at `rateHz` waiting.
+    void Run()
+    {
+        Open();
+        EXPECT_TRUE(Eventually([&] { return EmptyAgain(); }));
+    }
+    // All packets are taken, and the last one is dealt with.
+    bool EmptyAgain() { return audio.Count(Method::CaptureGetBuffer) > static_cast<int>(released()) + 1; }
+    size_t released() { return Microphone().releasedFrames.size(); }
+
+    // The values of the frame being filled.
+    std::vector<int16_t> Filled()
+    {
+        const AudioFrame &frame = probe.Frame();
+        return {frame.samples, frame.samples + size_t{frame.fillCount} * frame.channelCount};
+    }
+    // Ends the threads but keeps the frame for a look at it: the loop alone, on this thread.
+    void RunLoopHere();
+};
+
+// Opens the stream here and runs the loop until the packets are through.
+void CaptureLoop::RunLoopHere()
+{
+    fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    ASSERT_EQ(probe.InitAudioEncoder(), 0);
+    IAudioClient *client = nullptr;
+    IAudioCaptureClient *captureClient = nullptr;
+    IAudioEndpointVolume *volume = nullptr;
+    ASSERT_TRUE(probe.GetLoopBackAudioCapture(client, captureClient, volume));
+    probe.SetStopped(false);
+    const int packets = static_cast<int>(Microphone().packets.size());
+    audio.Before(
+        Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, packets + 1);
+    probe.LoopGetAudioBuffer(captureClient, volume);
+    captureClient->Release();
+    client->Release();
+    volume->Release();
+    fakewin::CoUninitialize();
+}
+
+TEST_F(CaptureLoop, WithoutAnInterfaceTheLoopDoesNothing)
+{
+    probe.SetStopped(false);
+    probe.LoopGetAudioBuffer(nullptr, nullptr);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep), 0);
+    probe.SetStopped(true);
+}
+
+TEST_F(CaptureLoop, ThePacketThatIsThereBecomesSixteenBitSamples)
+{
+    audio.Deliver(FloatPacket({1.0F, -1.0F, 0.5F, -0.5F, 2.0F, -2.0F, 0.0F, 0.25F}));
+    RunLoopHere();
+    EXPECT_EQ(Filled(), (std::vector<int16_t>{32767, -32767, 16383, -16383, 32767, -32767, 0, 8191}));
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, NotANumberAndInfinityReachTheFrameLimited)
+{
+    const float infinity = std::numeric_limits<float>::infinity();
+    audio.Deliver(FloatPacket({std::nanf(""), infinity, -infinity, 0.0F}));
+    RunLoopHere();
+    EXPECT_EQ(Filled(), (std::vector<int16_t>{0, 32767, -32767, 0}));
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AFrameIsEncodedExactlyWhenItIsFull)
+{
+    std::vector<UINT32> sizes = {1, 480, 441, 1023, 479, 2048, 5, 643};
+    UINT32 total = 0;
+    for (const UINT32 frames : sizes) {
+        audio.Deliver(QuietPacket(frames));
+        total += frames;
+    }
+    ASSERT_EQ(total, 5120U);
+    audio.Deliver(QuietPacket(7));
+    RunLoopHere();
+    EXPECT_EQ(probe.Frame().fillCount, 7U);
+    // The encoder holds back the first frame.
+    EXPECT_EQ(probe.Packets().DataCount(), 4);
+    EXPECT_EQ(Microphone().releasedFrames.size(), sizes.size() + 1);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AllPacketsOfOnePassAreTakenWithoutASleep)
+{
+    for (int packet = 0; packet < 20; ++packet) {
+        audio.Deliver(QuietPacket(480));
+    }
+    RunLoopHere();
+    EXPECT_EQ(fakewin::Waits()[0], (fakewin::WaitRecord{fakewin::Call::Sleep, nullptr, 10}));
+    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep),
+              2); // before the pass, and before the look that ends the test
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AnEmptyBufferIsReportedAndTriedAgain)
+{
+    RunLoopHere();
+    ExpectLine(errorLevel, L"Capture audio frame failed! err=0x08890001", loopTag);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AFailingBufferIsReportedAndTriedAgain)
+{
+    audio.Deliver(QuietPacket(480));
+    audio.Fail(Method::CaptureGetBuffer, AUDCLNT_E_BUFFER_ERROR);
+    Open();
+    EXPECT_TRUE(Eventually([&] { return released() == 1; }));
+    ExpectLine(errorLevel, L"Capture audio frame failed! err=0x88890018", loopTag);
+}
+
+TEST_F(CaptureLoop, ALostDeviceIsReportedWithEveryPass)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    audio.Invalidate(L"microphone");
+    EXPECT_TRUE(Eventually([&] {
+        return fakes::LogRecorder::Instance().Count(errorLevel, L"Capture audio frame failed! err=0x88890004",
+                                                    loopTag) > 3;
+    }));
+    EXPECT_FALSE(probe.Stopped());
+    EXPECT_EQ(probe.State(), 0);
+}
+
+TEST_F(CaptureLoop, AFailingReleaseIsReportedAndTriedAgain)
+{
+    audio.Fail(Method::CaptureReleaseBuffer, AUDCLNT_E_SERVICE_NOT_RUNNING);
+    audio.Deliver(QuietPacket(480));
+    audio.Deliver(QuietPacket(480));
+    Open();
+    EXPECT_TRUE(AwaitLine(L"ReleaseBuffer Capture audio data failed! err=0x88890010", loopTag));
+    EXPECT_TRUE(Eventually([&] { return released() == 2; }));
+}
+
+TEST_F(CaptureLoop, AFailingPacketSizeIsReportedAndTriedAgain)
+{
+    audio.Fail(Method::GetNextPacketSize, AUDCLNT_E_SERVICE_NOT_RUNNING);
+    audio.Deliver(QuietPacket(480));
+    audio.Deliver(QuietPacket(480));
+    Open();
+    EXPECT_TRUE(AwaitLine(L"Get next audio packet size failed! err=0x88890010", loopTag));
+    EXPECT_TRUE(Eventually([&] { return released() == 2; }));
+}
+
+TEST_F(CaptureLoop, AMutedMicrophoneYieldsNoPacketsAndALineForEach)
+{
+    Microphone().muted = TRUE;
+    for (int packet = 0; packet < 10; ++packet) {
+        audio.Deliver(QuietPacket(1024));
+    }
+    RunLoopHere();
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+    EXPECT_EQ(probe.Frame().fillCount, 0U);
+    EXPECT_EQ(Microphone().releasedFrames, std::vector<UINT32>(10, 1024));
+    int lines = 0;
+    for (const LogEntry &entry : fakes::LogRecorder::Instance().Entries()) {
+        if (entry.text == L"Audio device is disabled") {
+            EXPECT_EQ(entry.tag, "?"); // the channel alone
+            EXPECT_EQ(entry.level, errorLevel);
+            ++lines;
+        }
+    }
+    EXPECT_EQ(lines, 10);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, ASilentPacketIsDroppedAndTheFrameKeepsItsFill)
+{
+    audio.Deliver(QuietPacket(300));
+    audio.Deliver(QuietPacket(480, AUDCLNT_BUFFERFLAGS_SILENT));
+    audio.Deliver(QuietPacket(100, AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+    RunLoopHere();
+    EXPECT_EQ(probe.Frame().fillCount, 400U);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AMuteStateThatCannotBeReadCountsAsNotMuted)
+{
+    audio.Fail(Method::GetMute, E_FAIL);
+    Microphone().muted = TRUE;
+    audio.Deliver(QuietPacket(100));
+    RunLoopHere();
+    EXPECT_EQ(probe.Frame().fillCount, 100U);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, APacketWithoutDataIsReportedAndDropped)
+{
+    audio.Deliver(QuietPacket(100));
+    audio.Fail(Method::CaptureGetBuffer, fakes::nullResult);
+    RunLoopHere();
+    ExpectLine(errorLevel, L"Error while converting", convertTag);
+    EXPECT_EQ(probe.Frame().fillCount, 0U);
+    EXPECT_EQ(Microphone().releasedFrames, std::vector<UINT32>{100});
+    probe.Teardown();
+}
+
+struct ConvertFault {
+    fakeffmpeg::Call call;
+    const wchar_t *line;
+};
+class CaptureConvertFault : public CaptureLoop, public ::testing::WithParamInterface<ConvertFault> {};
+
+TEST_P(CaptureConvertFault, IsReportedAndDropsThatPacketOnly)
+{
+    fakeffmpeg::Script().Fail(GetParam().call, -12);
+    audio.Deliver(QuietPacket(100));
+    audio.Deliver(QuietPacket(30));
+    RunLoopHere();
+    ExpectLine(errorLevel, GetParam().line, convertTag);
+    EXPECT_EQ(probe.Frame().fillCount, 30U);
+    EXPECT_EQ(Microphone().releasedFrames, (std::vector<UINT32>{100, 30}));
+    probe.Teardown();
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureConvertFault,
+                         ::testing::Values(ConvertFault{fakeffmpeg::Call::av_samples_alloc_array_and_samples,
+                                                        L"Could not allocate destination samples"},
+                                           ConvertFault{fakeffmpeg::Call::swr_convert,
+                                                        L"Error while converting"},
+                                           ConvertFault{fakeffmpeg::Call::av_samples_get_buffer_size,
+                                                        L"Could not get sample buffer size"}));
+
+TEST_F(CaptureLoop, AnEmptyPacketHasNoRoomToBeConvertedInto)
+{
+    audio.Deliver(QuietPacket(0));
+    RunLoopHere();
+    ExpectLine(errorLevel, L"Could not allocate destination samples", convertTag);
+    probe.Teardown();
+}
+
+// Narrow samples are read as floats, as the engine's are; of the bytes that are there each is read
+// at most once, and nothing beyond them.
+TEST_F(CaptureLoop, NarrowSamplesAreReadAsFloatsWithinTheirBuffer)
+{
+    for (const uint16_t bits : {8, 16}) {
+        Microphone().mixFormat.bits = bits;
+        CapturedPacket packet;
+        packet.frames = 400;
+        packet.data.resize(size_t{400} * 2 * bits / 8, 0x3F); // as floats: 0.747
+        audio.Deliver(packet);
+        RunLoopHere();
+        const std::vector<int16_t> filled = Filled();
+        ASSERT_EQ(filled.size(), 800U);
+        const size_t floats = packet.data.size() / 4;
+        for (size_t i = 0; i < filled.size(); ++i) {
+            ASSERT_EQ(filled[i], i < floats ? static_cast<int16_t>(0x1.7e7e7ep-1F * 32767) : 0) << i;
+        }
+        probe.Teardown();
+    }
+}
+
+TEST_F(CaptureLoop, MonoAtAnotherRateBecomesStereoAt48000)
+{
+    Microphone().mixFormat = {1, 32, 16000, true, 4};
+    std::vector<float> tone(16000);
+    for (size_t i = 0; i < tone.size(); ++i) {
+        tone[i] = 0.5F * std::sin(static_cast<float>(i) * 0.2F);
+    }
+    for (size_t at = 0; at < tone.size(); at += 160) {
+        audio.Deliver(FloatPacket({tone.begin() + static_cast<std::ptrdiff_t>(at),
+                                   tone.begin() + static_cast<std::ptrdiff_t>(at) + 160},
+                                  1));
+    }
+    RunLoopHere();
+    const std::vector<int16_t> filled = Filled();
+    for (size_t i = 0; i < filled.size(); i += 2) {
+        ASSERT_EQ(filled[i], filled[i + 1]);
+    }
+    // 48000 frames less the converter's delay: 46 full frames, of which the encoder holds one.
+    EXPECT_EQ(probe.Packets().DataCount(), 45);
+    probe.Teardown();
+}
+
+// --- Encoding --------------------------------------------------------------------------------
+
+TEST_F(CaptureLoop, PacketsDecodeToWhatTheMicrophoneHeard)
+{
+    std::vector<float> heard(size_t{48000} * 2);
+    for (size_t i = 0; i < heard.size() / 2; ++i) {
+        heard[2 * i] = 0.4F * std::sin(static_cast<float>(i) * 0.6F);
+        heard[2 * i + 1] = 0.3F * std::sin(static_cast<float>(i) * 0.37F);
+    }
+    for (size_t at = 0; at < heard.size(); at += 960) {
+        audio.Deliver(FloatPacket({heard.begin() + static_cast<std::ptrdiff_t>(at),
+                                   heard.begin() + static_cast<std::ptrdiff_t>(at) + 960}));
+    }
+    Open();
+    AacSound sound;
+    for (int packet = 0; packet < 45; ++packet) {
+        const uint32_t size = ReadPacket();
+        ASSERT_GT(size, 0U) << packet;
+        sound.Add(buffer.data(), size);
+    }
+    // What the codec loses; a shift by one sample alone would leave 8 dB.
+    EXPECT_GT(sound.SignalToNoiseDb(heard), 18.0);
+}
+
+TEST_F(CaptureLoop, AFailingEncoderStopsTheCapture)
+{
+    for (int packet = 0; packet < 4; ++packet) {
+        audio.Deliver(QuietPacket(1024));
+    }
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_send_frame, -1094995529, 2);
+    Open();
+    EXPECT_TRUE(AwaitLine(L"Error code: -104", "AudioCapture::OnError"));
+    EXPECT_EQ(LogOf(encodeTag).size(), 1U);
+    EXPECT_EQ(LogOf(encodeTag)[0].text.find(L"AAC encode failed! Err=-"), 0U);
+    EXPECT_TRUE(Eventually([&] { return probe.State() == -10000; }));
+    EXPECT_EQ(audio.Clients()[1].stops, 1);
+    uint32_t size = 77;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 77U);
+    ExpectLine(errorLevel, L"m_bAtomStop is stop", "AudioCapture::GetAudioData");
+}
+
+TEST_F(CaptureLoop, APacketThatCouldNotBeEncodedStaysOutOfTheQueues)
+{
+    ASSERT_EQ(probe.InitAudioEncoder(), 0);
+    probe.Encoder().Close();
+    probe.SetStopped(false);
+    probe.Frame().fillCount = 1024;
+    EXPECT_FALSE(probe.EncodeAudioFrame(&probe.Frame()));
+    EXPECT_TRUE(probe.Stopped());
+    int free = 0;
+    while (probe.Packets().PopFree() != nullptr) {
+        ++free;
+    }
+    EXPECT_EQ(free, 468);
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, EncodingWithAStoppedQueueGivesUp)
+{
+    EXPECT_FALSE(probe.EncodeAudioFrame(nullptr));
+    EXPECT_TRUE(LogOf(encodeTag).empty());
+}
+
+TEST_F(CaptureLoop, AFrameWithoutOutputGoesBackAndADrainWithoutOutputEnds)
+{
+    ASSERT_EQ(probe.InitAudioEncoder(), 0);
+    probe.Frame().fillCount = 1024;
+    EXPECT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+    int drained = 0;
+    while (probe.EncodeAudioFrame(nullptr)) {
+        ++drained;
+    }
+    EXPECT_EQ(probe.Packets().DataCount(), drained);
+    EXPECT_GT(drained, 0);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, TimeStampsAreRescaledFromTheMicrophonesRateToMicroseconds)
+{
+    ASSERT_EQ(probe.InitAudioEncoder(), 0);
+    for (int frame = 0; frame < 3; ++frame) {
+        probe.Frame().fillCount = 1024;
+        ASSERT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));
+    }
+    ASSERT_EQ(probe.Packets().DataCount(), 2);
+    // The encoder's priming comes before time 0.
+    EXPECT_EQ(probe.Packets().PopData()->timeStamp, -21333);
+    EXPECT_EQ(probe.Packets().PopData()->timeStamp, 0);
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, AHostThatStopsReadingBlocksCaptureUntilItReadsAgain)
+{
+    Microphone().source = [] { return QuietPacket(480); };
+    Open();
+    ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
+    const int taken = audio.Count(Method::CaptureGetBuffer);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(audio.Count(Method::CaptureGetBuffer), taken);
+    EXPECT_GT(ReadPacket(), 0U);
+    EXPECT_TRUE(Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > taken; }));
+    EXPECT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
+}
+
+TEST_F(CaptureLoop, StopEndsACaptureThatIsBlocked)
+{
+    Microphone().source = [] { return QuietPacket(480); };
+    Open();
+    ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
+    Close();
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+}
+
+} // namespace

@@ -1,0 +1,69 @@
+// The unit tests' view of a capture's and a notifier's members.
+#pragma once
+
+#include "capture/audio_capture.h"
+
+namespace velto {
+
+class AudioCaptureProbe {
+public:
+    explicit AudioCaptureProbe(AudioCapture &capture) : m_capture(capture) {}
+
+    int32_t State() const { return m_capture.m_state; }
+    void SetState(int32_t state) { m_capture.m_state = state; }
+    bool Stopped() const { return m_capture.m_stop; }
+    void SetStopped(bool stopped) { m_capture.m_stop = stopped; }
+    bool Started() const { return m_capture.m_started; }
+    int32_t ReadyCounter() const { return m_capture.m_readyCounter; }
+    HANDLE InitThreadHandle() const { return m_capture.m_initThread; }
+    HANDLE CaptureThreadHandle() const { return m_capture.m_captureThread; }
+    HANDLE ReadyEvent() const { return m_capture.m_readyEvent; }
+    AudioDeviceNotify *Notifier() const { return m_capture.m_deviceNotifier; }
+
+    uint32_t TimestampTimeBase() const { return m_capture.m_timestampTimeBaseHz; }
+    uint32_t ChannelCode() const { return m_capture.m_channelCode; }
+    uint32_t FrameLength() const { return m_capture.m_frameLength; }
+    uint32_t CaptureSampleRate() const { return m_capture.m_captureSampleRateHz; }
+    uint32_t CaptureChannels() const { return m_capture.m_captureChannels; }
+    int32_t SampleFormat() const { return m_capture.m_sampleFormat; }
+    uint32_t TargetSampleRate() const { return m_capture.m_targetSampleRateHz; }
+    uint32_t TargetChannels() const { return m_capture.m_targetChannels; }
+    int32_t TargetSampleFormat() const { return m_capture.m_targetSampleFormat; }
+    std::vector<uint8_t> DecoderConfig() const
+    {
+        return {m_capture.m_decoderConfig, m_capture.m_decoderConfig + m_capture.m_decoderConfigLength};
+    }
+    bool HasResampler() const { return m_capture.m_resampler != nullptr; }
+    AVPktBufQueue &Packets() { return m_capture.m_packets; }
+    AudioFrame &Frame() { return m_capture.m_frame; }
+    AACEncoder &Encoder() { return m_capture.m_encoder; }
+
+    int32_t GetEncodeParam(EncodeParam &param) { return m_capture.GetEncodeParam(param); }
+    int32_t InitAudioEncoder() { return m_capture.InitAudioEncoder(); }
+    IAudioClient *GetDefaultMicAudioClient(WAVEFORMATEX **format, IMMDevice **device)
+    {
+        return AudioCapture::GetDefaultMicAudioClient(format, device);
+    }
+    bool GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
+                                 IAudioEndpointVolume *&volume)
+    {
+        return m_capture.GetLoopBackAudioCapture(client, captureClient, volume);
+    }
+    void LoopGetAudioBuffer(IAudioCaptureClient *captureClient, IAudioEndpointVolume *volume)
+    {
+        m_capture.LoopGetAudioBuffer(captureClient, volume);
+    }
+    bool EncodeAudioFrame(const AudioFrame *frame) { return m_capture.EncodeAudioFrame(frame); }
+    void Read(uint8_t *buffer, uint32_t &size) { m_capture.Read(buffer, size); }
+    void OnError(int32_t code) { m_capture.OnError(code); }
+    void Teardown() { m_capture.Teardown(); }
+
+    static DWORD InitThread(void *capture) { return AudioCapture::InitThread(capture); }
+    static DWORD CaptureThread(void *capture) { return AudioCapture::CaptureThread(capture); }
+    static DWORD RestartThread(void *start) { return AudioCapture::RestartThread(start); }
+
+private:
+    AudioCapture &m_capture;
+};
+
+} // namespace velto

@@ -1,0 +1,229 @@
+// The host's side: reading packets.
+#include "capture_fixture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using namespace velto_test;
+using namespace velto;
+
+constexpr char readTag[] = "AudioCapture::GetAudioData";
+
+class CaptureRead : public CaptureTest {
+protected:
+    // A queue of packets without any thread.
+    void InitQueue(uint32_t packets)
+    {
+        probe.Packets().SetPacketBufferSize(64);
+        ASSERT_TRUE(probe.Packets().Init(packets));
+        probe.SetStopped(false);
+    }
+    void Queue(const std::vector<uint8_t> &bytes)
+    {
+        AVEncodePacket *packet = probe.Packets().PopFree();
+        std::copy(bytes.begin(), bytes.end(), packet->data);
+        packet->size = static_cast<uint32_t>(bytes.size());
+        probe.Packets().PushData(packet);
+    }
+    ~CaptureRead() override
+    {
+        Close();
+        probe.Packets().StopAndClear(); // of a test without threads
+    }
+};
+
+TEST_F(CaptureRead, AStoppedCaptureReportsAndLeavesTheSize)
+{
+    uint32_t size = 1234;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 1234U);
+    ExpectLine(errorLevel, L"m_bAtomStop is stop", readTag);
+}
+
+TEST_F(CaptureRead, WithoutAPacketTheSizeIsZeroAfterTheWait)
+{
+    InitQueue(2);
+    for (const uint32_t asked : {0U, 3840U}) {
+        uint32_t size = asked;
+        const auto begin = std::chrono::steady_clock::now();
+        probe.Read(buffer.data(), size);
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
+        EXPECT_EQ(size, 0U);
+    }
+    EXPECT_TRUE(LogOf(readTag).empty());
+}
+
+TEST_F(CaptureRead, ASizeThatWrapsToANegativeWaitDoesNotWait)
+{
+    InitQueue(2);
+    uint32_t size = 107374183; // would be nine minutes below zero
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 0U);
+}
+
+TEST_F(CaptureRead, EachReadGivesOneWholePacketInOrder)
+{
+    InitQueue(3);
+    Queue({1, 2, 3});
+    Queue({4});
+    Queue({5, 6});
+    for (const std::vector<uint8_t> &expected : {std::vector<uint8_t>{1, 2, 3}, {4}, {5, 6}}) {
+        uint32_t size = 1; // less than a packet: only the wait depends on it
+        probe.Read(buffer.data(), size);
+        ASSERT_EQ(size, expected.size());
+        EXPECT_EQ(std::vector<uint8_t>(buffer.begin(), buffer.begin() + size), expected);
+    }
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+}
+
+TEST_F(CaptureRead, ReadPacketsGoBackToTheFreeQueue)
+{
+    InitQueue(1);
+    for (uint8_t round = 0; round < 5; ++round) {
+        Queue({round});
+        uint32_t size = 3840;
+        probe.Read(buffer.data(), size);
+        ASSERT_EQ(size, 1U);
+        EXPECT_EQ(buffer[0], round);
+    }
+}
+
+TEST_F(CaptureRead, ANullBufferGivesSizeZeroAndKeepsThePacket)
+{
+    InitQueue(1);
+    Queue({1, 2});
+    uint32_t size = 3840;
+    probe.Read(nullptr, size);
+    EXPECT_EQ(size, 0U);
+    EXPECT_EQ(probe.Packets().DataCount(), 1);
+}
+
+TEST_F(CaptureRead, APacketWithoutABufferIsNotPutBack)
+{
+    InitQueue(2);
+    AVEncodePacket *packet = probe.Packets().PopFree();
+    packet->ReleaseBuffer();
+    probe.Packets().PushData(packet);
+    uint32_t size = 3840;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 3840U);
+    EXPECT_NE(probe.Packets().PopFree(), nullptr);
+    probe.Packets().Stop();
+    EXPECT_EQ(probe.Packets().PopFree(), nullptr);
+}
+
+TEST_F(CaptureRead, AnEmptyPacketGivesSizeZeroAndIsPutBack)
+{
+    InitQueue(1);
+    Queue({});
+    uint32_t size = 3840;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 0U);
+    EXPECT_NE(probe.Packets().PopFree(), nullptr);
+}
+
+TEST_F(CaptureRead, StopEndsAWaitHoweverLong)
+{
+    InitQueue(1);
+    std::atomic<bool> returned{false};
+    std::thread reader([&] {
+        uint32_t size = 100000000; // more than eight minutes
+        probe.Read(buffer.data(), size);
+        EXPECT_EQ(size, 0U);
+        returned = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(returned);
+    capture->Stop();
+    reader.join();
+}
+
+TEST_F(CaptureRead, APacketEndsTheWait)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    std::thread speaker([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        for (int packet = 0; packet < 3; ++packet) {
+            audio.Deliver(QuietPacket(1024));
+        }
+    });
+    uint32_t size = 100000000;
+    probe.Read(buffer.data(), size);
+    EXPECT_GT(size, 0U);
+    EXPECT_LT(size, 8192U);
+    speaker.join();
+}
+
+TEST_F(CaptureRead, TwoReadersNeverWaitForTheSamePacket)
+{
+    InitQueue(8);
+    std::atomic<int> read{0};
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 2; ++reader) {
+        readers.emplace_back([&] {
+            uint8_t bytes[64];
+            while (read < 2000) {
+                uint32_t size = 1;
+                probe.Read(bytes, size);
+                read += size == 1 ? 1 : 0;
+            }
+        });
+    }
+    for (int packet = 0; packet < 2000; ++packet) {
+        Queue({1});
+    }
+    for (std::thread &reader : readers) {
+        reader.join();
+    }
+    EXPECT_EQ(read, 2000);
+}
+
+// --- The current capture -----------------------------------------------------------------------
+
+TEST_F(CaptureRead, WithoutACurrentCaptureTheSizeIsZero)
+{
+    uint32_t size = 77;
+    AudioCapture::GetAudioData(buffer.data(), size);
+    EXPECT_EQ(size, 0U);
+}
+
+TEST_F(CaptureRead, ReadsGoToTheCurrentCapture)
+{
+    InitQueue(1);
+    Queue({9});
+    AudioCapture::SetCurrent(capture.get());
+    EXPECT_EQ(AudioCapture::Current(), capture.get());
+    uint32_t size = 3840;
+    AudioCapture::GetAudioData(buffer.data(), size);
+    EXPECT_EQ(size, 1U);
+    AudioCapture::SetCurrent(nullptr);
+}
+
+TEST_F(CaptureRead, DeletingWaitsForAReadThatIsUnderWay)
+{
+    auto other = std::make_unique<AudioCapture>();
+    AudioCaptureProbe otherProbe(*other);
+    otherProbe.SetStopped(false);
+    AudioCapture::SetCurrent(other.get());
+    std::atomic<bool> reading{false};
+    std::thread reader([&] {
+        reading = true;
+        uint32_t size = 100000000;
+        AudioCapture::GetAudioData(buffer.data(), size);
+        EXPECT_TRUE(size == 0 || size == 100000000);
+    });
+    ASSERT_TRUE(Eventually([&] { return reading.load(); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    other.release()->Stop();
+    AudioCapture::DeleteCurrent();
+    reader.join();
+    EXPECT_EQ(AudioCapture::Current(), nullptr);
+}
+
+} // namespace

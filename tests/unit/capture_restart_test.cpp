@@ -1,0 +1,226 @@
+// Following the default microphone.
+#include "capture_fixture.h"
+
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using namespace velto_test;
+using namespace velto;
+
+constexpr char changedTag[] = "AudioCapture::OnAudioStateChanged";
+
+class CaptureRestart : public CaptureTest {
+protected:
+    int ClientsOf(const std::wstring &endpoint) const
+    {
+        int count = 0;
+        for (const fakes::ClientRecord &client : audio.Clients()) {
+            count += client.endpoint == endpoint && client.starts == 1 ? 1 : 0;
+        }
+        return count;
+    }
+    void Change() { audio.NotifyDefaultChanged(eCapture, eConsole, L"headset"); }
+};
+
+TEST_F(CaptureRestart, OtherFlowsAndRolesLeaveCaptureUntouched)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    for (const EDataFlow flow : {eRender, eCapture, eAll}) {
+        for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
+            if (flow != eCapture || role != eConsole) {
+                audio.NotifyDefaultChanged(flow, role, L"headset");
+            }
+        }
+    }
+    EXPECT_TRUE(LogOf(changedTag).empty());
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
+    EXPECT_FALSE(probe.Stopped());
+}
+
+TEST_F(CaptureRestart, AChangeMovesCaptureToTheNewMicrophoneWithoutTheHost)
+{
+    audio.Add(L"headset").source = [] { return QuietPacket(1024); };
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    audio.SetDefaultMicrophone(L"headset");
+    Change();
+    ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
+    EXPECT_GT(ReadPacket(), 0U);
+    EXPECT_EQ(ClientsOf(L"headset"), 1);
+    EXPECT_EQ(probe.State(), 0);
+    EXPECT_TRUE(Eventually([&] { return audio.RegisteredCallbacks() == 1; }));
+}
+
+TEST_F(CaptureRestart, PacketsOfTheOldMicrophoneAreCleared)
+{
+    for (int packet = 0; packet < 10; ++packet) {
+        audio.Deliver(QuietPacket(1024));
+    }
+    Open();
+    ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 9; }));
+    audio.Add(L"headset");
+    audio.SetDefaultMicrophone(L"headset");
+    Change();
+    EXPECT_TRUE(Eventually([&] { return ClientsOf(L"headset") == 1; }));
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+}
+
+TEST_F(CaptureRestart, ReadsDuringTheChangeReportAndGiveNothing)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    uint32_t size = 3840;
+    // Between teardown and the new preparation.
+    fakewin::Before(fakewin::Call::CreateEventW, [&] { probe.Read(buffer.data(), size); });
+    Change();
+    EXPECT_TRUE(AwaitLine(L"m_bAtomStop is stop", "AudioCapture::GetAudioData"));
+    EXPECT_TRUE(Eventually([&] { return !probe.Stopped(); }));
+    EXPECT_EQ(size, 3840U);
+}
+
+TEST_F(CaptureRestart, ACaptureThatFoundNoMicrophoneBeginsWithTheFirstOne)
+{
+    audio.SetDefaultMicrophone(L"");
+    EXPECT_EQ(capture->Prepare(), -103);
+    EXPECT_TRUE(Eventually([&] { return probe.State() == -10000; }));
+    EXPECT_EQ(capture->Start(), -10000);
+    audio.Add(L"headset").source = [] { return QuietPacket(1024); };
+    audio.SetDefaultMicrophone(L"headset");
+    Change();
+    EXPECT_GT(ReadPacket(), 0U);
+}
+
+TEST_F(CaptureRestart, TheStartOfARestartReturnsItsOwnError)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    Change();
+    EXPECT_TRUE(Eventually([&] { return ClientsOf(L"microphone") == 2; }));
+    EXPECT_TRUE(probe.Started());
+    EXPECT_EQ(capture->Start(), -10001);
+}
+
+TEST_F(CaptureRestart, WithoutARestartThreadCaptureGoesOn)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    fakewin::Fail(fakewin::Call::CreateThread, 8);
+    Change();
+    ExpectLine(errorLevel, L"Create restart thread failed, err=8", changedTag);
+    EXPECT_FALSE(probe.Stopped());
+}
+
+TEST_F(CaptureRestart, EachChangeStartsOneThread)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    AudioDeviceNotify *notifier = probe.Notifier();
+    notifier->AddRef(); // the first restart would free it
+    for (int change = 0; change < 5; ++change) {
+        capture->OnAudioStateChanged(eCapture, eConsole, L"headset");
+    }
+    ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag, 5);
+    EXPECT_TRUE(Eventually([&] { return ClientsOf(L"microphone") == 6; }));
+    // Two threads for each capture, one for each restart.
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2 * 6 + 5);
+    EXPECT_TRUE(Eventually([&] { return audio.RegisteredCallbacks() == 1; }));
+    notifier->Release();
+}
+
+TEST_F(CaptureRestart, NoRestartBeginsAfterTheClosingCall)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    capture->EndRestarts();
+    Change();
+    ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
+}
+
+TEST_F(CaptureRestart, ClosingWaitsForARestartThatIsAtWork)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    std::atomic<bool> atWork{false};
+    std::atomic<bool> goOn{false};
+    fakewin::Before(fakewin::Call::CreateEventW, [&] {
+        atWork = true;
+        Eventually([&] { return goOn.load(); });
+    });
+    std::thread notification([&] { Change(); });
+    ASSERT_TRUE(Eventually([&] { return atWork.load(); }));
+    std::atomic<bool> closed{false};
+    std::thread closing([&] {
+        Close();
+        closed = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(closed);
+    goOn = true;
+    closing.join();
+    notification.join();
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_TRUE(probe.Stopped());
+}
+
+// A hundred changes while the host opens, reads and closes.
+TEST_F(CaptureRestart, AStormOfChangesEndsInAClosedCapture)
+{
+    Microphone().source = [] { return QuietPacket(480); };
+    std::atomic<bool> over{false};
+    std::thread storm([&] {
+        for (int change = 0; change < 100; ++change) {
+            Change();
+        }
+        over = true;
+    });
+    std::thread reader([&] {
+        while (!over) {
+            uint32_t size = 3840;
+            AudioCapture::GetAudioData(buffer.data(), size);
+        }
+    });
+    while (!over) {
+        auto *opened = new AudioCapture;
+        AudioCapture::SetCurrent(opened);
+        opened->SetTarget(48000, 2, 1);
+        opened->Prepare();
+        opened->Start();
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        opened->EndRestarts();
+        opened->Stop();
+        opened->WaitInitThread();
+        AudioCapture::DeleteCurrent();
+    }
+    storm.join();
+    reader.join();
+    EXPECT_EQ(AudioCapture::Current(), nullptr);
+}
+
+TEST_F(CaptureRestart, AStormOfChangesLeavesARunningCapture)
+{
+    Microphone().source = [] { return QuietPacket(480); };
+    Open();
+    for (int change = 0; change < 100; ++change) {
+        Change();
+    }
+    EXPECT_GT(ReadPacket(), 0U);
+    EXPECT_TRUE(Eventually([&] { return audio.RegisteredCallbacks() == 1 && !probe.Stopped(); }));
+}
+
+// Start makes its notifier on the host's thread while the capture thread fails.
+TEST_F(CaptureRestart, AFailureDuringStartLosesNoNotifier)
+{
+    for (int round = 0; round < 20; ++round) {
+        audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
+        Open();
+        Close();
+        EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+        EXPECT_EQ(probe.Notifier(), nullptr);
+    }
+}
+
+} // namespace

@@ -1,0 +1,506 @@
+// Preparing a capture: the hand-shake, the device, the encoder, and what each failure leaves.
+#include "capture_fixture.h"
+
+#include "capture/packet_pool_size.h"
+
+namespace {
+
+using namespace velto_test;
+using namespace velto;
+
+constexpr char prepareTag[] = "AudioCapture::Prepare";
+constexpr char initializeTag[] = "AudioCapture::Initialize";
+constexpr char micTag[] = "AudioCapture::GetDefaultMicAudioClient";
+constexpr char openTag[] = "AudioCapture::GetLoopBackAudioCapture";
+constexpr char swrTag[] = "AudioCapture::InitSwr";
+constexpr char paramTag[] = "AudioCapture::GetEncodeParam";
+constexpr char encoderTag[] = "AudioCapture::InitAudioEncoder";
+constexpr char threadTag[] = "AudioCapture::AudioCaptureAndEncodeThreadProc";
+
+class CaptureSetup : public CaptureTest {
+protected:
+    // Until the threads of a failed start have ended.
+    void AwaitRest()
+    {
+        EXPECT_TRUE(Eventually([&] { return probe.State() == CAPTURE_NOT_PREPARED; }));
+    }
+};
+
+TEST_F(CaptureSetup, AFreshCaptureIsNotPrepared)
+{
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_TRUE(probe.Stopped());
+    EXPECT_FALSE(probe.Started());
+    EXPECT_EQ(probe.ReadyCounter(), 0);
+    EXPECT_EQ(probe.InitThreadHandle(), nullptr);
+    EXPECT_EQ(probe.Notifier(), nullptr);
+    EXPECT_EQ(probe.SampleFormat(), -1);
+    EXPECT_FALSE(capture->WaitInitThread());
+    const AudioCapture untouched;
+    EXPECT_EQ(AudioCaptureProbe(const_cast<AudioCapture &>(untouched)).TargetSampleFormat(), -1);
+}
+
+TEST_F(CaptureSetup, PrepareReturnsZeroOnceTheCaptureThreadExists)
+{
+    EXPECT_EQ(capture->Prepare(), 0);
+    EXPECT_FALSE(probe.Stopped());
+    EXPECT_GE(probe.ReadyCounter(), 1);
+    EXPECT_EQ(probe.ReadyEvent(), nullptr);
+    ASSERT_TRUE(AwaitLoop());
+    EXPECT_EQ(probe.ReadyCounter(), 2);
+    EXPECT_EQ(probe.FrameLength(), 1024U);
+    EXPECT_EQ(probe.TimestampTimeBase(), 1000000U);
+    // AAC-LC, 48000 Hz, stereo; then the mark that there is no band replication.
+    EXPECT_EQ(probe.DecoderConfig(), (std::vector<uint8_t>{0x11, 0x90, 0x56, 0xE5, 0x00}));
+}
+
+TEST_F(CaptureSetup, PrepareWaitsOnAPlainManualResetEventWithoutALimit)
+{
+    capture->Prepare();
+    const auto events = fakewin::CreatedEvents();
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_TRUE(events[0].manualReset);
+    EXPECT_FALSE(events[0].initialState);
+    EXPECT_TRUE(events[0].plain);
+    const auto waits = fakewin::Waits();
+    const fakewin::WaitRecord expected{fakewin::Call::WaitForSingleObject, events[0].handle, INFINITE};
+    EXPECT_NE(std::find(waits.begin(), waits.end(), expected), waits.end());
+}
+
+TEST_F(CaptureSetup, ASecondPrepareReturnsTheStateAndCreatesNothing)
+{
+    capture->Prepare();
+    const int threads = fakewin::Count(fakewin::Call::CreateThread);
+    EXPECT_EQ(capture->Prepare(), 0);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateEventW), 1);
+    EXPECT_LE(fakewin::Count(fakewin::Call::CreateThread), std::max(threads, 2));
+    probe.SetState(-101);
+    EXPECT_EQ(capture->Prepare(), -101);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateEventW), 1);
+}
+
+TEST_F(CaptureSetup, WithoutAnEventPrepareFails)
+{
+    fakewin::Fail(fakewin::Call::CreateEventW, 1450);
+    EXPECT_EQ(capture->Prepare(), -1001);
+    ExpectLine(errorLevel, L"Create windows event failed! err=1450", prepareTag);
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_TRUE(probe.Stopped());
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
+}
+
+TEST_F(CaptureSetup, WithoutAnInitThreadPrepareFailsAndMayBeRepeated)
+{
+    const int handles = fakewin::LiveHandles();
+    fakewin::Fail(fakewin::Call::CreateThread, 8);
+    EXPECT_EQ(capture->Prepare(), -1001);
+    ExpectLine(errorLevel, L"Create init thread failed!err=8", prepareTag);
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_TRUE(probe.Stopped());
+    EXPECT_EQ(fakewin::LiveHandles(), handles);
+    EXPECT_EQ(capture->Prepare(), 0);
+}
+
+TEST_F(CaptureSetup, WithoutACaptureThreadPrepareFails)
+{
+    fakewin::Fail(fakewin::Call::CreateThread, 8, 2);
+    EXPECT_EQ(capture->Prepare(), -1001);
+    ExpectLine(errorLevel, L"Create audio capture and encoder thread failed, err=8", initializeTag);
+    EXPECT_TRUE(probe.Stopped());
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, ThreadEntriesWithoutAnObjectReturnInvalidHandle)
+{
+    EXPECT_EQ(AudioCaptureProbe::InitThread(nullptr), 6U);
+    EXPECT_EQ(AudioCaptureProbe::CaptureThread(nullptr), 6U);
+    EXPECT_EQ(AudioCaptureProbe::RestartThread(nullptr), 6U);
+}
+
+TEST_F(CaptureSetup, TheInitThreadLooksAtTheStopFlagEveryFiftyMilliseconds)
+{
+    Open();
+    EXPECT_TRUE(Eventually([] {
+        const auto waits = fakewin::Waits();
+        const fakewin::WaitRecord look{fakewin::Call::Sleep, nullptr, 50};
+        return std::count(waits.begin(), waits.end(), look) > 1;
+    }));
+}
+
+TEST_F(CaptureSetup, TeardownReturnsEverythingToRest)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    Close();
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_EQ(probe.CaptureThreadHandle(), nullptr);
+    EXPECT_FALSE(probe.HasResampler());
+    EXPECT_EQ(probe.Frame().samples, nullptr);
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
+    uint32_t length = 0;
+    uint8_t config[8];
+    EXPECT_FALSE(probe.Encoder().GetDecoderSpecificInfo(config, sizeof config, length));
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    probe.Teardown(); // finds nothing left to do
+}
+
+TEST_F(CaptureSetup, ACaptureCanBePreparedAgainAfterItsTeardown)
+{
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(capture->Prepare(), 0);
+        Close();
+        EXPECT_EQ(probe.State(), -10000);
+    }
+}
+
+// --- Start -----------------------------------------------------------------------------------
+
+TEST_F(CaptureSetup, StartRegistersOneNotifierAndReturnsZero)
+{
+    capture->Prepare();
+    EXPECT_EQ(capture->Start(), 0);
+    EXPECT_TRUE(probe.Started());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+}
+
+TEST_F(CaptureSetup, ASecondStartReturnsItsOwnErrorAndKeepsOneNotifier)
+{
+    capture->Prepare();
+    EXPECT_EQ(capture->Start(), 0);
+    EXPECT_EQ(capture->Start(), -10001);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+}
+
+TEST_F(CaptureSetup, StartOfACaptureThatIsNotRunningReturnsItsState)
+{
+    EXPECT_EQ(capture->Start(), -10000);
+    EXPECT_FALSE(probe.Started());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+}
+
+TEST_F(CaptureSetup, StartGoesOnWithoutNotifications)
+{
+    capture->Prepare();
+    ASSERT_TRUE(AwaitLoop());
+    fakewin::Fail(fakewin::Call::CoCreateInstance, REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(capture->Start(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+}
+
+TEST_F(CaptureSetup, StopDetachesTheNotifierAndCanBeRepeated)
+{
+    Open();
+    capture->Stop();
+    EXPECT_EQ(probe.Notifier(), nullptr);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    capture->Stop();
+    ExpectLine(infoLevel, L"AudioDeviceNotify::UnInitialize()", "AudioDeviceNotify::UnInitialize");
+}
+
+// --- The device ------------------------------------------------------------------------------
+
+TEST_F(CaptureSetup, TheDefaultConsoleMicrophoneIsOpenedTwice)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    const auto roles = audio.RequestedRoles();
+    const auto flows = audio.RequestedFlows();
+    EXPECT_EQ(roles, (std::vector<ERole>{eConsole, eConsole}));
+    EXPECT_EQ(flows, (std::vector<EDataFlow>{eCapture, eCapture}));
+    ASSERT_EQ(audio.Clients().size(), 2U);
+    EXPECT_FALSE(audio.Clients()[0].alive);
+}
+
+TEST_F(CaptureSetup, TheStreamIsSharedPollsAndBuffersHalfASecond)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    const auto client = audio.Clients()[1];
+    EXPECT_EQ(client.mode, AUDCLNT_SHAREMODE_SHARED);
+    EXPECT_EQ(client.flags, 0x00080000U);
+    EXPECT_EQ(client.bufferDuration, 5000000);
+    EXPECT_EQ(client.periodicity, 0);
+    EXPECT_FALSE(client.hasSession);
+    EXPECT_EQ(client.starts, 1);
+    EXPECT_EQ(client.format.size(), sizeof(WAVEFORMATEXTENSIBLE));
+}
+
+TEST_F(CaptureSetup, MixFormatsAreNotFreed)
+{
+    const int before = fakewin::LiveTaskBlocks();
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    Close();
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), before + 2);
+}
+
+struct MicFault {
+    const char *name;
+    std::function<void(int nth)> inject;
+    const wchar_t *line;
+};
+
+const std::vector<MicFault> &MicFaults()
+{
+    static const std::vector<MicFault> faults = {
+        {"enumerator",
+         [](int nth) {
+             fakewin::Fail(fakewin::Call::CoCreateInstance, static_cast<HRESULT>(0x80040154U), nth);
+         },
+         L"Create IMMDeviceEnumerator failed, err=0x80040154"},
+        {"endpoint",
+         [](int nth) {
+             fakes::AudioSystem::Instance().Fail(Method::GetDefaultAudioEndpoint,
+                                                 static_cast<HRESULT>(0x80070490U), nth);
+         },
+         L"GetDefaultAudioEndpoint failed, err=0x80070490"},
+        {"null endpoint",
+         [](int nth) {
+             if (nth == 1) {
+                 fakes::AudioSystem::Instance().SetDefaultMicrophone(L"");
+             } else {
+                 fakes::AudioSystem::Instance().Before(
+                     Method::GetDefaultAudioEndpoint,
+                     [] { fakes::AudioSystem::Instance().SetDefaultMicrophone(L""); }, nth);
+             }
+         },
+         L"GetDefaultAudioEndpoint failed, err=0x80070490"},
+        {"client",
+         [](int nth) {
+             fakes::AudioSystem::Instance().Fail(Method::Activate, AUDCLNT_E_SERVICE_NOT_RUNNING, nth);
+         },
+         L"Activate AudioClient failed, err=0x88890010"},
+        {"null client",
+         [](int nth) { fakes::AudioSystem::Instance().Fail(Method::Activate, fakes::nullResult, nth); },
+         L"Activate AudioClient failed, err=0x00000000"},
+        {"mix format",
+         [](int nth) {
+             fakes::AudioSystem::Instance().Fail(Method::GetMixFormat, AUDCLNT_E_DEVICE_INVALIDATED, nth);
+         },
+         L"Get audio mix format failed, err=0x88890004"},
+        {"null mix format",
+         [](int nth) { fakes::AudioSystem::Instance().Fail(Method::GetMixFormat, fakes::nullResult, nth); },
+         L"Get audio mix format failed, err=0x00000000"},
+    };
+    return faults;
+}
+
+class CaptureMicFault : public CaptureSetup, public ::testing::WithParamInterface<size_t> {};
+
+TEST_P(CaptureMicFault, OnTheInitThreadFailsPrepareWithTheEncodersCode)
+{
+    const MicFault &fault = MicFaults()[GetParam()];
+    fault.inject(1);
+    EXPECT_EQ(capture->Prepare(), -103) << fault.name;
+    ExpectLine(errorLevel, fault.line, micTag);
+    ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
+    AwaitRest();
+    EXPECT_TRUE(probe.Stopped());
+}
+
+TEST_P(CaptureMicFault, OnTheCaptureThreadStopsTheCapture)
+{
+    const MicFault &fault = MicFaults()[GetParam()];
+    fault.inject(2);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(fault.line, micTag)) << fault.name;
+    EXPECT_TRUE(AwaitLine(L"Get default speaker device failed", openTag));
+    AwaitRest();
+    EXPECT_TRUE(probe.Stopped());
+    EXPECT_EQ(capture->Prepare(), GetParam() == 2 ? -103 : 0); // the microphone stays away in one case
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicFault, ::testing::Range<size_t>(0, 7));
+
+TEST_F(CaptureSetup, WithoutAnEndpointVolumeCaptureFails)
+{
+    audio.Fail(Method::Activate, E_NOINTERFACE, 3);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Get IAudioEndpointVolume interface failed! Err=0x80004002", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, AClientThatCannotBeInitialisedFailsCapture)
+{
+    audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Initialize audio client failed, err=0x8889000A", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, WithoutACaptureServiceCaptureFails)
+{
+    audio.Fail(Method::GetService, E_NOINTERFACE);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Get audio capture service failed, err=0x80004002", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, ANullCaptureServiceFailsCapture)
+{
+    audio.Fail(Method::GetService, fakes::nullResult);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Get audio capture service failed, err=0x00000000", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, AFailureOfTheDeviceBecomesTheState)
+{
+    audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
+    int32_t stateAtStop = 0;
+    // The resampler is freed after the state was stored and before it returns to rest.
+    fakewin::Before(
+        fakewin::Call::SetEvent, [&] { stateAtStop = probe.State(); }, 2);
+    fakewin::Before(
+        fakewin::Call::Sleep, [] {}, 1);
+    capture->Prepare();
+    AwaitRest();
+    EXPECT_TRUE(stateAtStop == -101 || stateAtStop == 0);
+}
+
+TEST_F(CaptureSetup, ATwentyFourBitMixFormatHasNoSampleFormat)
+{
+    Microphone().mixFormat.bits = 24;
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
+    AwaitRest();
+    EXPECT_EQ(probe.SampleFormat(), -1);
+    EXPECT_TRUE(LogOf(swrTag).empty());
+}
+
+TEST_F(CaptureSetup, EachSupportedMixFormatIsOpened)
+{
+    struct Case {
+        uint16_t bits;
+        uint16_t channels;
+        uint32_t rate;
+        int32_t format;
+    };
+    for (const Case &mix : {Case{8, 1, 8000, AV_SAMPLE_FMT_U8}, Case{16, 2, 44100, AV_SAMPLE_FMT_S16},
+                            Case{32, 6, 96000, AV_SAMPLE_FMT_FLT}}) {
+        Microphone().mixFormat = {mix.channels, mix.bits, mix.rate, true, 0};
+        const int packets = audio.Count(Method::CaptureGetBuffer);
+        ASSERT_EQ(capture->Prepare(), 0);
+        ASSERT_TRUE(Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > packets; })) << mix.bits;
+        EXPECT_EQ(probe.SampleFormat(), mix.format);
+        EXPECT_EQ(probe.CaptureChannels(), mix.channels);
+        EXPECT_EQ(probe.CaptureSampleRate(), mix.rate);
+        Close();
+    }
+}
+
+TEST_F(CaptureSetup, AConverterThatCannotBeMadeFailsCapture)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc_set_opts2, -12);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Failed to initialize the resampling context", swrTag));
+    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, AConverterThatCannotBeInitialisedFailsCapture)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Failed to initialize the resampling context", swrTag));
+    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, AClientThatDoesNotStartFailsCaptureAndReleasesTheEncoder)
+{
+    audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
+    capture->Prepare();
+    EXPECT_TRUE(AwaitLine(L"Start audio client failed! err=0x88890010", threadTag));
+    EXPECT_TRUE(AwaitLine(L"Error code: -101", "AudioCapture::OnError"));
+    AwaitRest();
+    EXPECT_EQ(audio.Clients()[1].stops, 0);
+}
+
+TEST_F(CaptureSetup, WithoutComOnTheCaptureThreadTheThreadEndsAndNothingElseChanges)
+{
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY, 2);
+    EXPECT_EQ(capture->Prepare(), 0);
+    EXPECT_TRUE(AwaitLine(L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed", threadTag));
+    EXPECT_EQ(probe.State(), 0);
+    EXPECT_FALSE(probe.Stopped());
+    uint32_t size = 3840;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 0U);
+}
+
+TEST_F(CaptureSetup, WithoutComOnTheInitThreadPrepareFails)
+{
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
+    EXPECT_EQ(capture->Prepare(), -103);
+    ExpectLine(errorLevel, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag);
+    ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
+    AwaitRest();
+}
+
+// --- The encoder -----------------------------------------------------------------------------
+
+TEST_F(CaptureSetup, AMixFormatThatIsNotExtensibleFailsPrepareAndKeepsTheClient)
+{
+    Microphone().mixFormat.extensible = false;
+    EXPECT_EQ(capture->Prepare(), -103);
+    const auto lines = LogOf(paramTag);
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].text, L"WAVEFORMATEX is not WAVEFORMATEXTENSIBLE?");
+    ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
+    EXPECT_EQ(audio.LiveObjects(), 1);
+    AwaitRest();
+    objectsLeft = 1;
+    openApartmentsLeft = 1;
+    violationsLeft = {apartmentViolation};
+}
+
+TEST_F(CaptureSetup, TheEncodersParametersFollowTheTarget)
+{
+    fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    EncodeParam param{};
+    EXPECT_EQ(probe.GetEncodeParam(param), 0);
+    EXPECT_EQ(param.sampleRateHz, 48000U);
+    EXPECT_EQ(param.channelCode, 3U);
+    EXPECT_EQ(param.bitRate, 128000U);
+    EXPECT_EQ(param.pcmFormat, 1U);
+    EXPECT_EQ(param.objectType, 2U);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1);
+
+    capture->SetTarget(44100, 1, 1);
+    EXPECT_EQ(probe.GetEncodeParam(param), 0);
+    EXPECT_EQ(param.sampleRateHz, 44100U);
+    EXPECT_EQ(param.channelCode, 4U);
+    for (const uint32_t channels : {0U, 3U, 6U, 65536U}) {
+        capture->SetTarget(48000, channels, 1);
+        EXPECT_EQ(probe.GetEncodeParam(param), 0);
+        EXPECT_EQ(param.channelCode, 0U) << channels;
+        EXPECT_EQ(probe.ChannelCode(), 0U);
+    }
+    capture->SetTarget(48000, 0x10002, 1);
+    EXPECT_EQ(probe.GetEncodeParam(param), 0);
+    EXPECT_EQ(param.channelCode, 3U);
+    fakewin::CoUninitialize();
+}
+
+TEST_F(CaptureSetup, AnEncoderThatRefusesItsParametersFailsPrepare)
+{
+    capture->SetTarget(48000, 3, 1);
+    EXPECT_EQ(capture->Prepare(), -103);
+    ExpectLine(errorLevel, L"Init audio encoder failed!", encoderTag);
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, TheQueueHoldsTenSecondsAndOnePacket)
+{
+    EXPECT_EQ(PacketPoolSize(48000, 1024), 469U);
+    capture->Prepare();
+    ASSERT_TRUE(AwaitLoop());
+    for (int packet = 0; packet < 469; ++packet) {
+        ASSERT_NE(probe.Packets().PopFree(), nullptr) << packet;
+    }
+    probe.Packets().Stop();
+    EXPECT_EQ(probe.Packets().PopFree(), nullptr);
+}
+
+} // namespace

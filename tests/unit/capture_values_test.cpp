@@ -1,0 +1,89 @@
+#include "capture/capture_format.h"
+#include "capture/hresult_text.h"
+#include "capture/pcm_conversion.h"
+#include "capture/read_wait.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using namespace velto;
+
+TEST(PcmConversion, FullScaleIsTheSameInBothDirections)
+{
+    EXPECT_EQ(FloatToPcm16(1.0F), 32767);
+    EXPECT_EQ(FloatToPcm16(-1.0F), -32767);
+}
+
+TEST(PcmConversion, ValuesAreTruncatedTowardZero)
+{
+    EXPECT_EQ(FloatToPcm16(0.5F), 16383);
+    EXPECT_EQ(FloatToPcm16(-0.5F), -16383);
+    EXPECT_EQ(FloatToPcm16(0.99999F), 32766);
+    EXPECT_EQ(FloatToPcm16(1.0F / 65536), 0);
+    EXPECT_EQ(FloatToPcm16(-1.0F / 65536), 0);
+    EXPECT_EQ(FloatToPcm16(0.0F), 0);
+}
+
+TEST(PcmConversion, ValuesBeyondFullScaleAreLimited)
+{
+    EXPECT_EQ(FloatToPcm16(1.5F), 32767);
+    EXPECT_EQ(FloatToPcm16(-1e30F), -32767);
+    EXPECT_EQ(FloatToPcm16(std::numeric_limits<float>::infinity()), 32767);
+    EXPECT_EQ(FloatToPcm16(-std::numeric_limits<float>::infinity()), -32767);
+}
+
+TEST(PcmConversion, WhatIsNotANumberIsSilence)
+{
+    EXPECT_EQ(FloatToPcm16(std::numeric_limits<float>::quiet_NaN()), 0);
+    EXPECT_EQ(FloatToPcm16(-std::numeric_limits<float>::quiet_NaN()), 0);
+}
+
+TEST(ReadWait, IsThePlayingTimeOfTheRequestAndTwoMilliseconds)
+{
+    EXPECT_EQ(ReadWait(3840).count(), 22);
+    EXPECT_EQ(ReadWait(0).count(), 22);
+    EXPECT_EQ(ReadWait(1).count(), 2);
+    EXPECT_EQ(ReadWait(191).count(), 2);
+    EXPECT_EQ(ReadWait(192).count(), 3);
+    EXPECT_EQ(ReadWait(7680).count(), 42);
+}
+
+TEST(ReadWait, WrapsAtThirtyTwoBits)
+{
+    EXPECT_EQ(ReadWait(107374182).count(), 2147483640 / 3840 + 2);
+    EXPECT_EQ(ReadWait(107374183).count(), -2147483636 / 3840 + 2);
+    EXPECT_EQ(ReadWait(0xFFFFFFFF).count(), 2);
+    EXPECT_EQ(ReadWait(0x80000000).count(), 2);
+}
+
+TEST(CaptureFormat, EachSampleSizeHasItsFormat)
+{
+    EXPECT_EQ(CaptureSampleFormat(8), AV_SAMPLE_FMT_U8);
+    EXPECT_EQ(CaptureSampleFormat(16), AV_SAMPLE_FMT_S16);
+    EXPECT_EQ(CaptureSampleFormat(32), AV_SAMPLE_FMT_FLT);
+    for (const uint16_t bits : {0, 1, 20, 24, 64, 65535}) {
+        EXPECT_EQ(CaptureSampleFormat(bits), AV_SAMPLE_FMT_NONE) << bits;
+    }
+}
+
+TEST(CaptureFormat, EachChannelCountHasItsCode)
+{
+    EXPECT_EQ(ChannelCodeFor(1), 4U);
+    EXPECT_EQ(ChannelCodeFor(2), 3U);
+    for (const uint16_t channels : {0, 3, 6, 65535}) {
+        EXPECT_EQ(ChannelCodeFor(channels), 0U) << channels;
+    }
+}
+
+TEST(HresultText, IsEightUpperCaseHexadecimalDigits)
+{
+    EXPECT_EQ(HresultText(S_OK), "0x00000000");
+    EXPECT_EQ(HresultText(static_cast<HRESULT>(0x8889000AU)), "0x8889000A");
+    EXPECT_EQ(HresultText(static_cast<HRESULT>(0x08890001)), "0x08890001");
+}
+
+} // namespace

@@ -1,0 +1,186 @@
+#include "handler/microphone_record.h"
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "capture_fixture.h"
+#include "tests/fakes/failing_new.h"
+
+namespace {
+
+using namespace velto_test;
+using namespace velto;
+
+constexpr char openTag[] = "`anonymous-namespace'::VeltoOpenAudioRecord";
+constexpr char readTag[] = "`anonymous-namespace'::VeltoReadStreamBuffer";
+constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioRecord";
+
+class MicrophoneRecord : public CaptureTest {
+protected:
+    ~MicrophoneRecord() override { EXPECT_EQ(CloseRecord("mic1"), 0); }
+
+    static uint32_t Length(const char *id) { return static_cast<uint32_t>(std::strlen(id)); }
+    int32_t OpenRecord(const char *id)
+    {
+        return VeltoOpenAudioRecord(id, Length(id), nullptr, nullptr, &profiles);
+    }
+    static int32_t CloseRecord(const char *id) { return VeltoCloseAudioRecord(id, Length(id)); }
+    int32_t ReadRecord() { return VeltoReadStreamBuffer("mic1", 4, nullptr, &frame); }
+
+    AudioProfileList profiles{};
+    StreamFrameHeader header{};
+    StreamFrame frame = MakeFrame();
+
+private:
+    StreamFrame MakeFrame()
+    {
+        StreamFrame made{};
+        made.header = &header;
+        made.data = buffer.data();
+        return made;
+    }
+};
+
+TEST_F(MicrophoneRecord, OpeningAsksForAValidIdAndAProfileList)
+{
+    EXPECT_EQ(VeltoOpenAudioRecord(nullptr, 0, nullptr, nullptr, &profiles), -2000);
+    EXPECT_EQ(VeltoOpenAudioRecord("mic1", 3, nullptr, nullptr, &profiles), -2000);
+    EXPECT_EQ(VeltoOpenAudioRecord("mic1", 5, nullptr, nullptr, &profiles), -2000);
+    EXPECT_EQ(VeltoOpenAudioRecord("mic1", 4, nullptr, nullptr, nullptr), -2000);
+    ExpectLine(errorLevel, L"mic id or profiles is null or invalid", openTag, 4);
+    EXPECT_EQ(AudioCapture::Current(), nullptr);
+}
+
+TEST_F(MicrophoneRecord, AnyIdOpensTheOneMicrophone)
+{
+    for (const char *id : {"mic1", "ModemMic1", "speaker1", ""}) {
+        EXPECT_EQ(OpenRecord(id), 0) << id;
+        ASSERT_NE(AudioCapture::Current(), nullptr);
+        AudioCaptureProbe current(*AudioCapture::Current());
+        EXPECT_EQ(current.TargetSampleRate(), 48000U);
+        EXPECT_EQ(current.TargetChannels(), 2U);
+        EXPECT_EQ(current.TargetSampleFormat(), 1);
+        EXPECT_TRUE(current.Started());
+        EXPECT_EQ(CloseRecord(id), 0);
+        EXPECT_EQ(AudioCapture::Current(), nullptr);
+    }
+}
+
+TEST_F(MicrophoneRecord, WithoutMemoryOpeningReportsAndSucceeds)
+{
+    {
+        const fakes::FailingNew noMemory(sizeof(AudioCapture));
+        EXPECT_EQ(OpenRecord("mic1"), 0);
+    }
+    ExpectLine(errorLevel, L"Alloc screen record object failed!No memory?", "AudioCapture::Create");
+    header.size = 100;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 0U);
+}
+
+TEST_F(MicrophoneRecord, AMicrophoneThatCannotBeOpenedIsNotReportedToTheHost)
+{
+    audio.SetDefaultMicrophone(L"");
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    header.size = 100;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 100U);
+    ExpectLine(errorLevel, L"m_bAtomStop is stop", "AudioCapture::GetAudioData");
+}
+
+TEST_F(MicrophoneRecord, ReadingAsksForAValidId)
+{
+    EXPECT_EQ(VeltoReadStreamBuffer(nullptr, 0, nullptr, &frame), -2000);
+    EXPECT_EQ(VeltoReadStreamBuffer("mic1", 9, nullptr, &frame), -2000);
+    ExpectLine(errorLevel, L"mic id is null or invalid", readTag, 2);
+}
+
+TEST_F(MicrophoneRecord, ReadingWithoutAFrameHeaderOrDataIsRefusedInSilence)
+{
+    header.size = 55;
+    EXPECT_EQ(VeltoReadStreamBuffer("mic1", 4, nullptr, nullptr), -3);
+    frame.data = nullptr;
+    EXPECT_EQ(ReadRecord(), -3);
+    EXPECT_EQ(header.size, 55U);
+    frame.data = buffer.data();
+    frame.header = nullptr;
+    EXPECT_EQ(ReadRecord(), -3);
+    EXPECT_TRUE(LogOf(readTag).empty());
+}
+
+TEST_F(MicrophoneRecord, ReadingBeforeOpeningGivesSizeZero)
+{
+    header.size = 55;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 0U);
+}
+
+TEST_F(MicrophoneRecord, ReadingGivesTheMicrophonesPackets)
+{
+    Microphone().source = [] { return QuietPacket(480); };
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    for (int packet = 0; packet < 5; ++packet) {
+        EXPECT_TRUE(Eventually([&] {
+            header.size = 3840;
+            EXPECT_EQ(ReadRecord(), 0);
+            return header.size != 0;
+        }));
+        EXPECT_LT(header.size, 1537U);
+    }
+}
+
+TEST_F(MicrophoneRecord, ClosingAsksForAValidId)
+{
+    EXPECT_EQ(VeltoCloseAudioRecord(nullptr, 4), -2000);
+    EXPECT_EQ(VeltoCloseAudioRecord("mic1", 1), -2000);
+    ExpectLine(errorLevel, L"mic id is null or invalid", closeTag, 2);
+}
+
+TEST_F(MicrophoneRecord, ClosingWhenNothingIsOpenSucceeds)
+{
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(fakewin::TotalCalls(), 0);
+}
+
+TEST_F(MicrophoneRecord, ClosingEndsThreadsAndNotifications)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 0);
+    header.size = 55;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 0U);
+}
+
+TEST_F(MicrophoneRecord, OpeningTwiceAndClosingOnceLeavesTheFirstRunning)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    AudioCapture *first = AudioCapture::Current();
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    EXPECT_NE(AudioCapture::Current(), first);
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(AudioCapture::Current(), nullptr);
+    EXPECT_FALSE(AudioCaptureProbe(*first).Stopped());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    AudioCapture::SetCurrent(first); // for the test to clean up
+}
+
+TEST_F(MicrophoneRecord, ClosingWhileAReaderWaitsEndsTheRead)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    std::thread reader([&] {
+        header.size = 100000000; // more than eight minutes
+        EXPECT_EQ(ReadRecord(), 0);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    reader.join();
+}
+
+} // namespace
