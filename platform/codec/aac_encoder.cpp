@@ -115,6 +115,7 @@ int AACEncoder::State::Open(const AVCodec &codec, const EncodeParam &param)
     context->bit_rate = param.bitRate;
     context->profile = FF_PROFILE_AAC_LOW;
     context->time_base = {1, context->sample_rate};
+    context->log_level_offset = AV_LOG_INFO; // the host's console is not ours to write on
     context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // the configuration apart, not in each packet
     const int result = avcodec_open2(context, &codec, nullptr);
     if (result < 0) {
