@@ -71,7 +71,8 @@ void ResetCom()
     state.factory = nullptr;
     state.instantiations.clear();
     state.models.clear();
-    state.openApartments -= apartment.depth;
+    // Of the other threads, which have ended, none is in an apartment.
+    state.openApartments = 0;
     apartment.depth = 0;
 }
 

@@ -174,7 +174,7 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     if (context != CLSCTX_ALL || parameters != nullptr) {
         return E_INVALIDARG;
     }
-    if (IsEqualIID(iid, IID_IAudioEndpointVolume)) {
+    if (IsEqualIID(iid, __uuidof(IAudioEndpointVolume))) {
         auto volume = std::make_unique<FakeEndpointVolume>(m_system, m_endpoint);
         *object = static_cast<IAudioEndpointVolume *>(volume.get());
         m_system.m_objects.push_back(std::move(volume));
