@@ -142,6 +142,17 @@ std::vector<uint8_t> AudioSystem::Written(const std::wstring &id) const
     return {};
 }
 
+std::vector<UINT32> AudioSystem::ReleasedFrames() const
+{
+    const std::lock_guard lock(m_mutex);
+    for (const auto &endpoint : m_endpoints) {
+        if (endpoint->id == L"microphone") {
+            return endpoint->releasedFrames;
+        }
+    }
+    return {};
+}
+
 int AudioSystem::LiveObjects() const
 {
     const std::lock_guard lock(m_mutex);

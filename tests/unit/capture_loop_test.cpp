@@ -28,7 +28,7 @@ protected:
     }
     // All packets are taken, and the last one is dealt with.
     bool EmptyAgain() { return audio.Count(Method::CaptureGetBuffer) > static_cast<int>(released()) + 1; }
-    size_t released() { return Microphone().releasedFrames.size(); }
+    size_t released() { return audio.ReleasedFrames().size(); }
 
     // The values of the frame being filled.
     std::vector<int16_t> Filled()
@@ -99,7 +99,7 @@ TEST_F(CaptureLoop, AFrameIsEncodedExactlyWhenItIsFull)
     EXPECT_EQ(probe.Frame().fillCount, 7U);
     // The encoder holds back the first frame.
     EXPECT_EQ(probe.Packets().DataCount(), 4);
-    EXPECT_EQ(Microphone().releasedFrames.size(), sizes.size() + 1);
+    EXPECT_EQ(audio.ReleasedFrames().size(), sizes.size() + 1);
     probe.Teardown();
 }
 
@@ -173,7 +173,7 @@ TEST_F(CaptureLoop, AMutedMicrophoneYieldsNoPacketsAndALineForEach)
     RunLoopHere();
     EXPECT_EQ(probe.Packets().DataCount(), 0);
     EXPECT_EQ(probe.Frame().fillCount, 0U);
-    EXPECT_EQ(Microphone().releasedFrames, std::vector<UINT32>(10, 1024));
+    EXPECT_EQ(audio.ReleasedFrames(), std::vector<UINT32>(10, 1024));
     int lines = 0;
     for (const LogEntry &entry : fakes::LogRecorder::Instance().Entries()) {
         if (entry.text == L"Audio device is disabled") {
@@ -213,7 +213,7 @@ TEST_F(CaptureLoop, APacketWithoutDataIsReportedAndDropped)
     RunLoopHere();
     ExpectLine(errorLevel, L"Error while converting", convertTag);
     EXPECT_EQ(probe.Frame().fillCount, 0U);
-    EXPECT_EQ(Microphone().releasedFrames, std::vector<UINT32>{100});
+    EXPECT_EQ(audio.ReleasedFrames(), std::vector<UINT32>{100});
     probe.Teardown();
 }
 
@@ -231,7 +231,7 @@ TEST_P(CaptureConvertFault, IsReportedAndDropsThatPacketOnly)
     RunLoopHere();
     ExpectLine(errorLevel, GetParam().line, convertTag);
     EXPECT_EQ(probe.Frame().fillCount, 30U);
-    EXPECT_EQ(Microphone().releasedFrames, (std::vector<UINT32>{100, 30}));
+    EXPECT_EQ(audio.ReleasedFrames(), (std::vector<UINT32>{100, 30}));
     probe.Teardown();
 }
 
