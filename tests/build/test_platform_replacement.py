@@ -1,4 +1,4 @@
-"""The module links a host platform's own logging and registry libraries in place of ours."""
+"""The module links a host platform's own logging, registry and codec libraries in place of ours."""
 
 import os
 import pathlib
@@ -26,6 +26,28 @@ bool Registry::GetValue(HKEY, const std::wstring &, const std::wstring &, DWORD 
 bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, DWORD, REGSAM) { return mark[0] != 0; }
 }
 """
+CODEC_HEADERS = ["aac_encoder", "audio_frame", "audio_utils", "av_encode_packet", "encode_param"]
+CODEC = """
+#include "codec/aac_encoder.h"
+#include "codec/audio_utils.h"
+static const volatile char mark[] = "codec of another platform";
+struct AACEncoder::State {};
+AACEncoder::AACEncoder() = default;
+AACEncoder::~AACEncoder() = default;
+bool AACEncoder::Initialize(const EncodeParam &, uint32_t &, uint32_t &) { return mark[0] == 0; }
+int32_t AACEncoder::Encode(const AudioFrame *, AVEncodePacket *) { return -1; }
+bool AACEncoder::GetDecoderSpecificInfo(uint8_t *, uint32_t, uint32_t &) const { return false; }
+void AACEncoder::Close() {}
+bool AudioFrame::AllocBuffer(uint32_t, uint32_t, uint32_t, PCMFormat) { return false; }
+void AudioFrame::ReleaseBuffer() {}
+AVEncodePacket::AVEncodePacket() = default;
+AVEncodePacket::~AVEncodePacket() = default;
+bool AVEncodePacket::AllocBuffer(uint32_t, bool) { return false; }
+void AVEncodePacket::ReleaseBuffer() {}
+void RescalePacketTimeStamp(AVEncodePacket *, uint32_t, uint32_t) {}
+COMLoadStatus AudioUtils::GetCOMLoadedStatus() { return COM_NOT_LOADED; }
+void AudioUtils::UnloadCOM(COMLoadStatus) {}
+"""
 
 
 def run(*command):
@@ -34,12 +56,13 @@ def run(*command):
         raise AssertionError(f"{command[0]} failed:\n{result.stdout[-3000:]}{result.stderr[-3000:]}")
 
 
-def make_library(root, name, header, source):
-    """A folder as a host platform would hand it over: include/<name>/<header>, lib/."""
+def make_library(root, name, headers, source):
+    """A folder as a host platform would hand it over: include/<name>/<headers>, lib/."""
     folder = root / f"platform-{name}"
     (folder / "include" / name).mkdir(parents=True)
     (folder / "lib").mkdir()
-    shutil.copy(places.REPOSITORY / "platform" / name / header, folder / "include" / name)
+    for header in headers:
+        shutil.copy(places.REPOSITORY / "platform" / name / f"{header}.h", folder / "include" / name)
     (root / f"{name}.cpp").write_text(source)
     run("x86_64-w64-mingw32-g++-posix", "-std=c++20", "-DUNICODE", "-I", folder / "include",
         "-c", root / f"{name}.cpp", "-o", root / f"{name}.o")
@@ -58,18 +81,21 @@ class PlatformReplacement(unittest.TestCase):
             f"-DCMAKE_TOOLCHAIN_FILE={places.REPOSITORY}/cmake/mingw.cmake", "-DCMAKE_BUILD_TYPE=",
             f"-DVELTO_FFMPEG_ROOT={os.environ['VELTO_FFMPEG_ROOT']}", "-DBUILD_TESTING=OFF", *options)
 
-    def test_both_replacements_are_linked_and_ours_are_not(self):
-        logging = make_library(self.root, "logging", "logger.h", LOGGING)
-        registry = make_library(self.root, "registry", "registry.h", REGISTRY)
-        self.configure(f"-DVELTO_PLATFORM_LOGGING={logging}", f"-DVELTO_PLATFORM_REGISTRY={registry}")
+    def test_all_replacements_are_linked_and_ours_are_not(self):
+        logging = make_library(self.root, "logging", ["logger"], LOGGING)
+        registry = make_library(self.root, "registry", ["registry"], REGISTRY)
+        codec = make_library(self.root, "codec", CODEC_HEADERS, CODEC)
+        self.configure(f"-DVELTO_PLATFORM_LOGGING={logging}", f"-DVELTO_PLATFORM_REGISTRY={registry}",
+                       f"-DVELTO_PLATFORM_CODEC={codec}")
         run("cmake", "--build", self.root / "build", "--target", places.MODULE.removesuffix(".dll"), "-j", "2")
         module = (self.root / "build" / "bin" / places.MODULE).read_bytes()
         self.assertIn(b"logging of another platform", module)
         self.assertIn(b"registry of another platform", module)
-        # Only our own logging names a file of its own.
-        ours = b"LibVeltoAudioHandler.log"
-        self.assertIn(ours, (places.BIN / places.MODULE).read_bytes())
-        self.assertNotIn(ours, module)
+        self.assertIn(b"codec of another platform", module)
+        # Only our own logging names a file of its own, and only our own codec complains of packets.
+        for ours in (b"LibVeltoAudioHandler.log", b"Encode: a packet of "):
+            self.assertIn(ours, (places.BIN / places.MODULE).read_bytes())
+            self.assertNotIn(ours, module)
 
     def test_a_folder_without_a_library_is_refused_with_the_reason(self):
         with self.assertRaisesRegex(AssertionError, r"needs include/logging/\s+and a library"):
