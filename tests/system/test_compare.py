@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """The judge is able to fail: each kind of damage is made on purpose and has to be found."""
 
+import tempfile
 import unittest
 
 import numpy
 
-from rig import compare
+from rig import compare, media
 
 RATE = 48000
 
@@ -139,6 +140,56 @@ class TheJudge(unittest.TestCase):
         heard = self.sent.copy()
         heard[4 * RATE:5 * RATE] *= 0.5
         self.assertIn("damaged", self.judge(heard))
+
+
+class TheJudgeOfCodedSound(unittest.TestCase):
+    """As above, for sound that has lost what the AAC encoder takes away."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.sent = media.glides(8)
+        with tempfile.TemporaryDirectory() as folder:
+            cls.coded = media.decode(media.coded(f"{folder}/coded.m4a", cls.sent, bit_rate=128), RATE)
+
+    def judge(self, heard, **tolerance):
+        self.result = compare.compare(heard, self.sent, RATE, compare.CODED_MATCH_DB)
+        return self.result.verdict(**tolerance)
+
+    def test_accepts_the_encoders_loss_in_every_window(self):
+        self.assertEqual(self.judge(numpy.concatenate([silence(0.7312), self.coded])), "")
+        self.assertEqual((len(self.result.damaged), self.result.slips, self.result.drift), (0, 0, 0))
+        self.assertGreater(min(w.match_db for w in self.result.windows), compare.CODED_MATCH_DB + 2)
+
+    def test_refuses_silence_and_other_sound(self):
+        nothing = "nothing of what was sent was heard"
+        self.assertEqual(self.judge(silence(9)), nothing)
+        self.assertEqual(self.judge(media.glides(8, seed=7)), nothing)
+
+    def test_refuses_swapped_channels_and_one_silent_channel(self):
+        self.assertNotEqual(self.judge(self.coded[:, ::-1]), "")
+        self.assertNotEqual(self.judge(self.coded * [1.0, 0.0]), "")
+        self.assertNotEqual(self.judge(self.coded[:, [0, 0]]), "")
+
+    def test_refuses_wrong_speeds(self):
+        for factor in (44100 / 48000, 2.0, 0.5, 1.001, 0.9998):
+            self.assertNotEqual(self.judge(resampled(self.coded, factor)), "", factor)
+
+    def test_finds_one_missing_packet(self):
+        heard = numpy.delete(self.coded, slice(3 * RATE, 3 * RATE + 1024), axis=0)
+        self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
+        self.assertEqual(self.result.slips, 1)
+
+    def test_finds_one_packet_twice(self):
+        place = 3 * RATE
+        heard = numpy.concatenate([self.coded[:place], self.coded[place - 1024:]])
+        self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
+        self.assertEqual(self.result.slips, 1)
+
+    def test_finds_one_packet_of_silence(self):
+        heard = self.coded.copy()
+        heard[3 * RATE + 2000:3 * RATE + 3024] = 0
+        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+        self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [3.0])
 
 
 if __name__ == "__main__":

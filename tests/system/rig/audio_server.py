@@ -130,12 +130,29 @@ class PrivateAudioServer:
 
     def unload_sink(self, name):
         """Takes one endpoint away while the server goes on."""
+        self._unload("module-null-sink", f"sink_name={name}")
+
+    def unload_source(self, name):
+        self._unload("module-remap-source", f"source_name={name}")
+
+    def _unload(self, wanted, argument):
         for line in self.pactl("list", "short", "modules").splitlines():
             index, module, arguments = (line.split("\t") + ["", ""])[:3]
-            if module == "module-null-sink" and f"sink_name={name}" in arguments.split():
+            if module == wanted and argument in arguments.split():
                 self.pactl("unload-module", index)
                 return
-        raise KeyError(name)
+        raise KeyError(argument)
 
     def load_sink(self, name, rate, channels):
         self.pactl("load-module", "module-null-sink", *_null_sink(name, rate, channels))
+
+    def load_second_microphone(self, name, microphone, rate, channels):
+        """A microphone that hears what another one hears, at a rate of its own."""
+        self.pactl("load-module", "module-remap-source", f"source_name={name}", f"master={microphone}.monitor",
+                   f"rate={rate}", f"channels={channels}", f"source_properties=device.description={name}")
+
+    def load_dead_microphone(self, name):
+        """A microphone, now the default, that never delivers anything: nobody writes into its pipe."""
+        self.pactl("load-module", "module-pipe-source", f"source_name={name}", f"file={self.folder}/{name}.pipe",
+                   "format=s16le", "rate=48000", "channels=2")
+        self.pactl("set-default-source", name)

@@ -36,6 +36,65 @@ def speech(name, rate=48000, pan=None, container="aac", backwards=False):
     return target
 
 
+def glides(seconds, rate=48000, channels=2, seed=0):
+    """Samples of gliding tones that never repeat, others in each channel: frames by channels.
+
+    Each stretch of 0.2 s can be told from every other one, none is quiet, and the AAC encoder keeps
+    the shape of all of it; of speech it replaces the hissing by noise of its own.
+    """
+    random = numpy.random.default_rng(seed)
+    time = numpy.arange(int(seconds * rate)) / rate
+    knots = numpy.arange(0, seconds + 1, 0.35)
+    sound = numpy.zeros((len(time), channels))
+    for channel in range(channels):
+        for octave in range(4):
+            low = numpy.log(150 * 2.2 ** octave)
+            pitch = numpy.exp(numpy.interp(time, knots, low + numpy.log(2.2) * random.random(len(knots))))
+            strength = numpy.interp(time, knots, random.uniform(0.3, 1.0, len(knots))) / (2 + octave)
+            sound[:, channel] += strength * numpy.sin(2 * numpy.pi * numpy.cumsum(pitch) / rate)
+    sound *= numpy.clip(numpy.minimum(time, seconds - time) / 0.05, 0, 1)[:, None]
+    return (0.5 * sound / numpy.abs(sound).max()).astype("<f4")
+
+
+def coded(path, samples, rate=48000, bit_rate=160):
+    """Writes samples as an AAC-LC file of so many kbit/s and returns its name."""
+    done = subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "f32le", "-ar", str(rate), "-ac", str(samples.shape[1]),
+                           "-i", "-", "-c:a", "aac", "-b:a", f"{bit_rate}k", str(path)],
+                          input=samples.astype("<f4").tobytes(), stderr=subprocess.PIPE, timeout=120)
+    if done.returncode:
+        raise RuntimeError(done.stderr.decode("utf-8", "replace"))
+    return path
+
+
+def resample(samples, rate, new_rate):
+    """The same sound at another rate."""
+    if rate == new_rate:
+        return numpy.asarray(samples)
+    channels = str(samples.shape[1])
+    command = ["ffmpeg", "-v", "error", "-f", "f32le", "-ar", str(rate), "-ac", channels, "-i", "-",
+               "-ar", str(new_rate), "-f", "f32le", "-"]
+    out = subprocess.run(command, input=samples.astype("<f4").tobytes(), capture_output=True, check=True, timeout=120)
+    return numpy.frombuffer(out.stdout, dtype="<f4").reshape(-1, samples.shape[1])
+
+
+def complaints(path):
+    """What the native tools have to say against a file: every warning of a probe and of a whole decoding."""
+    said = []
+    for command in (["ffprobe", "-v", "warning", "-show_format", "-show_streams", path],
+                    ["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"]):
+        done = subprocess.run([str(part) for part in command], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                              timeout=120)
+        said += done.stderr.decode("utf-8", "replace").splitlines()
+        said += [f"{command[0]} ended with {done.returncode}"] if done.returncode else []
+    return said
+
+
+def duration(path):
+    """Seconds, as the file says."""
+    out = processes.run(["ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", path])
+    return float(out.strip().strip(","))
+
+
 def decode(path, rate, channels=2):
     """What a decoder makes of the file at the sink's rate: frames by channels, -1 to 1.
 

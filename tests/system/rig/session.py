@@ -1,10 +1,14 @@
 """One test's world: its own server, prefix and folder, and the test case that stands in it."""
 
 import os
+import pathlib
 import shutil
 import signal
 import sys
+import time
 import unittest
+
+import numpy
 
 from . import compare, media, paths, processes, waiting
 from .audio_server import PrivateAudioServer
@@ -14,6 +18,8 @@ from .voice import Voice
 from .wine_prefix import WinePrefix
 
 STEREO_48K = ("spkA", 48000, 2)
+MICROPHONE_48K = ("micA", 48000, 2)
+RECORDING_RATE = 48000
 
 
 class Session:
@@ -60,6 +66,11 @@ class Session:
         host.recording = recording
         return host
 
+    def wait_for_capture(self, source="micA.monitor", timeout_s=60):
+        """Waits until the module listens to a source, and to that one only."""
+        waiting.until(lambda: [each for _, each in self.server.captures()] == [source],
+                      f"a stream from {source}", timeout_s)
+
     def endpoints(self, flow="render"):
         """{name: id} of the endpoints as Windows sees them."""
         host = self.host("devices", "--json", name="devices")
@@ -101,6 +112,30 @@ class SystemTest(unittest.TestCase):
         result = compare.compare(heard[:, channels], reference[:, channels], recorder.rate)
         self.report(recorder.sink, result)
         self.assertEqual(result.verdict(), "")
+        return result
+
+    def end_recording(self, host, settle_s=2.5):
+        """Lets what is still on its way arrive, and ends the recording with Ctrl-C."""
+        time.sleep(settle_s)
+        host.interrupt()
+        code = host.wait(60)
+        self.assertIn(code, (130, WINE_CRASHED), host.output()[-1500:] + host.errors()[-1500:])
+        self.assertEqual(host.summary["exitCode"], 130)
+        self.assertEqual(host.summary["nonzeroResults"], 0)
+
+    def assert_recorded(self, recording, spoken, rate=48000, **tolerance):
+        """The file holds the whole of what was said into the microphone."""
+        result = self.compare_recorded(recording, spoken, rate)
+        self.assertEqual(result.verdict(**tolerance), "")
+        return result
+
+    def compare_recorded(self, recording, spoken, rate=48000, search_s=compare.WIDE_SEARCH_S):
+        heard = media.decode(recording, RECORDING_RATE)
+        reference = media.resample(spoken, rate, RECORDING_RATE)
+        if reference.shape[1] == 1:
+            reference = numpy.repeat(reference, 2, axis=1)
+        result = compare.compare(heard, reference, RECORDING_RATE, compare.CODED_MATCH_DB, search_s)
+        self.report(pathlib.Path(recording).name, result)
         return result
 
     def report(self, label, result):

@@ -66,6 +66,10 @@ class VeltoHost:
             raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n"
                                    f"{self.output()[-800:]}\n{self.errors()[-800:]}") from None
 
+    def interrupt(self):
+        """Ctrl-C."""
+        self.process.send_signal(signal.SIGINT)
+
     def cpu_seconds(self):
         """Processor time used so far."""
         with open(f"/proc/{self.process.pid}/stat") as stat:

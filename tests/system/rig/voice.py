@@ -24,9 +24,9 @@ class Voice:
                 stdin=source, env=server.environment, with_sound=True)
         path.unlink()  # the player holds it open
 
-    @property
-    def speaking(self):
-        return self.process.poll() is None
+    def wait(self):
+        """Waits until the last of it has been said."""
+        self.process.wait(self.seconds + 60)
 
     def stop(self):
         processes.end(self.process)

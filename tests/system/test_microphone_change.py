@@ -1,0 +1,110 @@
+#!/usr/bin/python3
+"""The default microphone changes or goes away while it is recorded; the host does nothing about it."""
+
+import time
+
+from rig import compare, media, session
+
+INVALIDATED = "Capture audio frame failed! err=0x88890004"  # AUDCLNT_E_DEVICE_INVALIDATED
+POLLS_PER_SECOND = 100
+NOTHING_RECORDED = 5
+
+
+class Change(session.SystemTest):
+    """Both microphones hear the same, so that what is missing in between can be told from the sound."""
+
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def setUp(self):
+        super().setUp()
+        self.session.server.load_second_microphone("micB", "micA", 44100, 2)
+        endpoints = self.session.endpoints("capture")
+        self.identity = {name: endpoints[name] for name in ("micB", "Monitor of micA")}
+
+    def test_the_recording_goes_on_with_the_new_default_device(self):
+        spoken = media.glides(14)
+        host = self.session.record_microphone()
+        self.session.wait_for_capture()
+        voice = self.session.speak(spoken)
+        time.sleep(6)
+        self.session.prefix.make_default_input(self.identity["micB"])
+        self.session.wait_for_capture("micB")
+        voice.wait()
+        self.end_recording(host)
+        self.assert_one_gap(host, spoken, most_s=3.0)
+
+    def test_a_removed_device_is_reported_and_the_next_default_brings_the_sound_back(self):
+        spoken = media.glides(16)
+        self.session.prefix.make_default_input(self.identity["micB"])
+        host = self.session.record_microphone()
+        self.session.wait_for_capture("micB")
+        voice = self.session.speak(spoken)
+        time.sleep(5)
+        self.session.server.unload_source("micB")
+        host.log.wait_for(INVALIDATED, times=20)
+        self.assert_no_spin(host)
+        self.session.prefix.make_default_input(self.identity["Monitor of micA"])
+        self.session.wait_for_capture()
+        voice.wait()
+        self.end_recording(host)
+        self.assert_one_gap(host, spoken, most_s=8.0)
+
+    def test_the_end_of_the_audio_service_ends_the_sound_and_nothing_else(self):
+        spoken = media.glides(20)
+        host = self.session.record_microphone()
+        self.session.wait_for_capture()
+        self.session.speak(spoken)
+        time.sleep(7)
+        self.session.server.kill()
+        host.log.wait_for(INVALIDATED, times=20)
+        self.assert_no_spin(host)
+        self.end_recording(host)
+        self.assertEqual(media.complaints(host.recording), [])
+        result = self.compare_recorded(host.recording, spoken)
+        self.assertGreater(len(result.good), 15, "hardly anything was recorded")
+        front = [w for w in result.windows if w.start_s < result.good[-1].start_s]
+        self.assertLessEqual(sum(w.state == compare.DAMAGED for w in front), compare.TOLERATED_WINDOWS)
+
+    def assert_one_gap(self, host, spoken, most_s):
+        """All of the sound is there but for one piece, which is stated."""
+        result = self.compare_recorded(host.recording, spoken, search_s=most_s + 1)
+        before, after = result.good[0].offset, result.good[-1].offset
+        # The new encoder's run-up stands in the file, too.
+        missing = (before - after + 1024) / session.RECORDING_RATE
+        lost = len(result.damaged) * compare.WINDOW_S
+        print(f"  {missing:.3f} s of sound are missing; {host.summary['longestGapMs']:.0f} ms without a packet", flush=True)
+        self.assertTrue(0 <= missing <= most_s, missing)
+        self.assertLessEqual(lost, missing + (compare.TOLERATED_WINDOWS + 2) * compare.WINDOW_S)
+        for label, place in (("before", before), ("after", after)):
+            same = [w for w in result.good if abs(w.offset - place) <= compare.NEAR_FRAMES]
+            self.assertGreater(len(same), 12, f"hardly anything was heard {label}")
+
+    def assert_no_spin(self, host, seconds=3.0):
+        """Each poll fails and is reported, no more."""
+        lines, cpu, begun = host.log.count(""), host.cpu_seconds(), time.monotonic()
+        time.sleep(seconds)
+        passed = time.monotonic() - begun
+        lines, cpu = host.log.count("") - lines, host.cpu_seconds() - cpu
+        print(f"  after the loss: {lines / passed:.0f} log lines/s, {100 * cpu / passed:.0f} % of a core", flush=True)
+        self.assertLess(lines, 1.5 * POLLS_PER_SECOND * passed)
+        self.assertLess(cpu, 0.5 * passed)
+        self.assertTrue(host.running)
+
+
+class WithoutAService(session.SystemTest):
+    WITH_SERVER = False
+
+    def test_opening_succeeds_reading_gives_nothing_and_the_log_says_why(self):
+        host = self.session.record_microphone("--seconds", "2")
+        self.assertEqual(host.wait(60), NOTHING_RECORDED)
+        self.assertEqual((host.summary["packets"], host.summary["nonzeroResults"]), (0, 0))
+        self.assertGreater(host.summary["emptyReads"] + host.summary["stoppedReads"], 20)
+        self.assertIn("nothing was recorded", host.errors())
+        self.assertEqual(list(self.session.folder.glob("*.m4a*")), [])
+        # Class not registered: the enumerator cannot be made without the service.
+        self.assertEqual(host.log.count("Create IMMDeviceEnumerator failed, err=0x80040154"), 1)
+        self.assertGreater(host.log.count("m_bAtomStop is stop", "AudioCapture::GetAudioData"), 20)
+
+
+if __name__ == "__main__":
+    session.main()

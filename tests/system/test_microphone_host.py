@@ -1,0 +1,101 @@
+#!/usr/bin/python3
+"""Hosts that read late, open twice, close under a waiting reader, or go away while they record."""
+
+from rig import compare, media, session
+from rig.velto_host import WINE_CRASHED
+
+QUEUED_S = 10.0  # of packets that nobody reads are kept, then capture waits
+
+
+class LateReader(session.SystemTest):
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def test_ten_seconds_are_kept_and_the_rest_of_a_longer_pause_is_lost(self):
+        pause_at, pause_for = 6.0, 15.0
+        spoken = media.glides(30)
+        host = self.session.record_microphone("--pause-reading-at", pause_at, "--pause-reading-for", pause_for)
+        self.session.wait_for_capture()
+        self.session.speak(spoken).wait()
+        self.end_recording(host)
+        result = self.compare_recorded(host.recording, spoken, search_s=pause_for - QUEUED_S + 2)
+        before, after = result.good[0].offset, result.good[-1].offset
+        lost = (before - after) / session.RECORDING_RATE
+        whole = [w for w in result.good if abs(w.offset - before) <= compare.NEAR_FRAMES]
+        end = whole[-1].start_s + compare.WINDOW_S + before / session.RECORDING_RATE
+        print(f"  whole up to {end - pause_at:.2f} s into the pause, then {lost:.2f} s are missing", flush=True)
+        # What the endpoint itself can hold comes on top.
+        self.assertTrue(QUEUED_S - 0.3 <= end - pause_at <= QUEUED_S + 1.5, end)
+        self.assertAlmostEqual(lost, pause_for - QUEUED_S, delta=1.5)
+        self.assertLessEqual(result.slips, 2)
+        self.assertLessEqual(len(result.damaged), lost / compare.WINDOW_S + compare.TOLERATED_WINDOWS + 2)
+        self.assertGreater(len(result.good) - len(whole), 12, "hardly anything was heard after the pause")
+        self.assertEqual(host.log.count("Error code: "), 0)
+
+
+class CallOrders(session.SystemTest):
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def test_opened_twice_and_closed_once_the_first_goes_on_unowned(self):
+        host = self.session.host("probe", "--sequence", "open-twice", "--hold", "5", "--json")
+        self.until(lambda: "open-twice:" in host.errors(), "the calls to be done", 60)
+        self.assertEqual(len(self.session.server.captures()), 1)
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary, {"firstOpen": 0, "firstGavePacket": True, "secondOpen": 0,
+                                        "secondGavePacket": True, "close": 0, "emptyAfterClose": True,
+                                        "closeAgain": 0, "exitCode": 0})
+        self.until(lambda: not self.session.server.captures(), "the stream to be gone")
+
+    def test_a_close_ends_the_wait_of_a_reader(self):
+        self.session.server.load_dead_microphone("dead")
+        host = self.session.host("probe", "--sequence", "close-while-reading", "--json")
+        self.assert_ended_well(host)
+        print(f"  the close took {host.summary['closeSeconds']:.3f} s", flush=True)
+        self.assertTrue(host.summary["readWasWaiting"])
+        self.assertEqual([host.summary[key] for key in ("open", "close", "read", "size")], [0, 0, 0, 0])
+        # Left alone, the read would have waited for eight seconds more.
+        self.assertLess(host.summary["readEndedAfterCloseBegan"], 4)
+        self.assertLess(host.summary["closeSeconds"], 4)
+
+
+class EndWhileRecording(session.SystemTest):
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def test_the_exit_code_is_the_hosts(self):
+        host = self.end_while_recording(41)
+        self.assertGreater(host.summary["packets"], 30)
+        self.until(lambda: not self.session.server.captures(), "the stream to be gone")
+
+    def test_the_end_does_not_wait_for_a_dead_audio_service(self):
+        self.end_while_recording(42, before_end=self.session.server.kill)
+
+    def end_while_recording(self, code, before_end=None, attempts=4):
+        """The first run whose end Wine did not take away must have the host's exit code."""
+        for attempt in range(attempts):
+            host = self.session.record_microphone("--exit-after", "6", "--exit-code", code, name=f"host-{attempt}")
+            if before_end is None or attempt == 0:
+                self.session.wait_for_capture()
+            if before_end and attempt == 0:
+                before_end()
+            ended = host.wait(60)
+            if ended != WINE_CRASHED:
+                break
+            print("  (Wine crashed in the end of the process; once more)", flush=True)
+        self.assertEqual(ended, code)
+        return host
+
+    def test_freeing_the_module_returns_at_once_and_it_stays_while_it_records(self):
+        host = self.session.record_microphone("--unload-after", "5", "--unload-wait", "4")
+        self.session.wait_for_capture()
+        self.assert_ended_well(host)
+        unload = host.summary["unload"]
+        print(f"  FreeLibrary took {unload['freeLibrarySeconds']:.3f} s", flush=True)
+        self.assertLess(unload["freeLibrarySeconds"], 3)
+        # Nobody can close the recording any more: its threads run on, and their code stays.
+        self.assertFalse(unload["moduleGone"])
+        self.assertGreater(host.summary["packets"], 30)
+        self.assertEqual(media.complaints(host.recording), [])
+        self.until(lambda: not self.session.server.captures(), "the stream to be gone")
+
+
+if __name__ == "__main__":
+    session.main()

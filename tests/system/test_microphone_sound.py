@@ -1,0 +1,70 @@
+#!/usr/bin/python3
+"""What is said into the default microphone arrives in the recorded file, complete and at the right speed."""
+
+from rig import media, session
+
+PACKETS_PER_SECOND = 48000 / 1024
+
+
+class Microphone(session.SystemTest):
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def record(self, spoken, rate=48000, container="m4a", *arguments):
+        host = self.session.record_microphone(*arguments, container=container)
+        self.session.wait_for_capture()
+        self.session.speak(spoken, rate).wait()
+        self.end_recording(host)
+        return host
+
+
+class StereoAt48000(Microphone):
+    def test_twenty_seconds_arrive_without_a_packet_missing(self):
+        spoken = media.glides(20)
+        host = self.record(spoken)
+        # In the aligned sound nothing is missing and nothing was put in: between the first and the
+        # last of the 20 s lie exactly the packets that they make.
+        self.assert_recorded(host.recording, spoken, tolerated_windows=2, tolerated_slips=0)
+        self.assert_pace(host, 20)
+
+    def assert_pace(self, host, seconds):
+        summary = host.summary
+        self.assertGreater(summary["packets"], seconds * PACKETS_PER_SECOND)
+        self.assertEqual(summary["packets"], media.frame_count(host.recording))
+        decoded = len(media.decode(host.recording, 48000))
+        self.assertAlmostEqual(decoded / 1024, summary["packets"] - 1, delta=1, msg="of which one is the run-up")
+        self.assertEqual(summary["undecodable"], 0)
+        # 128 kbit/s, of which speech with pauses needs less.
+        self.assertTrue(60000 < summary["bitRate"] < 140000, summary["bitRate"])
+        self.assertLessEqual(summary["largestPacket"], 1536)
+
+    def test_the_m4a_file_is_as_long_as_asked_and_draws_no_warning(self):
+        host = self.session.record_microphone("--seconds", "10")
+        self.session.wait_for_capture()
+        self.session.speak(media.glides(30))
+        self.assert_ended_well(host)
+        self.assertEqual(media.complaints(host.recording), [])
+        self.assertAlmostEqual(media.duration(host.recording), 10, delta=1024 / 48000 + 0.002)
+
+    def test_an_aac_file_holds_the_same_sound(self):
+        spoken = media.glides(6, seed=5)
+        host = self.record(spoken, container="aac")
+        self.assert_recorded(host.recording, spoken)
+
+    def test_the_call_microphone_hears_the_same(self):
+        spoken = media.glides(6, seed=3)
+        host = self.record(spoken, 48000, "m4a", "--device", "ModemMic1")
+        self.assertEqual(host.summary["device"], "ModemMic1")
+        self.assert_recorded(host.recording, spoken)
+
+
+class MonoAt44100(Microphone):
+    MICROPHONES = (("micA", 44100, 1),)
+
+    def test_speech_arrives_complete_in_both_channels(self):
+        spoken = media.glides(10, 44100, 1)
+        host = self.record(spoken, 44100)
+        self.assert_recorded(host.recording, spoken, 44100)
+
+
+if __name__ == "__main__":
+    session.main()
