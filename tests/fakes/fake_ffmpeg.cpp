@@ -100,4 +100,16 @@ int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)
     return Scripted(Call::avcodec_send_frame, [&] { return ::avcodec_send_frame(context, frame); });
 }
 
+int avcodec_receive_packet(AVCodecContext *context, AVPacket *packet)
+{
+    const int received = ::avcodec_receive_packet(context, packet);
+    const auto scripted = Script().Next(Call::avcodec_receive_packet);
+    if (!scripted) {
+        return received;
+    }
+    av_packet_unref(packet);
+    const auto result = static_cast<int>(*scripted);
+    return result > 0 ? av_new_packet(packet, result) : result;
+}
+
 } // namespace fakeffmpeg

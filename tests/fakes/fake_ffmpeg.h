@@ -31,6 +31,7 @@ enum class Call {
     av_frame_alloc,
     av_packet_alloc,
     avcodec_send_frame,
+    avcodec_receive_packet, // a result above 0 is not an error but the size of the packet
 };
 
 // A failing call returns `result`, or null where it returns a pointer.
@@ -54,5 +55,6 @@ int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **
 AVFrame *av_frame_alloc();
 AVPacket *av_packet_alloc();
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame);
+int avcodec_receive_packet(AVCodecContext *context, AVPacket *packet);
 
 } // namespace fakeffmpeg

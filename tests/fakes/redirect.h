@@ -55,6 +55,7 @@
 #define av_frame_alloc fakeffmpeg::av_frame_alloc
 #define av_packet_alloc fakeffmpeg::av_packet_alloc
 #define avcodec_send_frame fakeffmpeg::avcodec_send_frame
+#define avcodec_receive_packet fakeffmpeg::avcodec_receive_packet
 #define swr_alloc fakeffmpeg::swr_alloc
 #define swr_init fakeffmpeg::swr_init
 #define swr_convert fakeffmpeg::swr_convert

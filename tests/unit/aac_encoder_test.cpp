@@ -1,64 +1,15 @@
-// What the encoder promises to its caller: parameters, results, errors, time stamps.
+// What the encoder promises to its caller: parameters, results, time stamps.
 #include "codec/aac_encoder.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <string>
 
-#include "aac_round_trip.h"
-#include "log_lines.h"
-#include "tests/fakes/fake_ffmpeg.h"
+#include "aac_encoder_fixture.h"
 
 namespace {
 
 using namespace velto_test;
-
-class Encoder : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        Recorded().Clear();
-        fakeffmpeg::Script().Reset();
-        ASSERT_TRUE(packet.AllocBuffer(1536, false));
-        ASSERT_TRUE(frame.AllocBuffer(48000, aacFrameLength, 3, PCMFormat::S16));
-        frame.fillCount = aacFrameLength;
-    }
-    void TearDown() override { fakeffmpeg::Script().Reset(); }
-
-    bool Open(const EncodeParam &param = StereoParam())
-    {
-        return encoder.Initialize(param, frameLength, maxPacketSize);
-    }
-    int32_t Encode() { return encoder.Encode(&frame, &packet); }
-    int32_t Drain() { return encoder.Encode(nullptr, &packet); }
-
-    // Two frames in, the first packet out.
-    void ExpectWorks()
-    {
-        EXPECT_EQ(Encode(), 0);
-        EXPECT_GT(Encode(), 0);
-    }
-
-    void ExpectRefused(const EncodeParam &param, const std::wstring &line)
-    {
-        Recorded().Clear();
-        frameLength = maxPacketSize = 99;
-        EXPECT_FALSE(Open(param));
-        EXPECT_EQ(frameLength, 0U);
-        EXPECT_EQ(maxPacketSize, 0U);
-        ExpectLine(LOG_LEVEL_ERROR, line, "?"); // to the library's own channel alone
-        EXPECT_EQ(Recorded().Channels(), std::vector<std::string>{"AACEncoder"});
-        EXPECT_LT(Encode(), 0);
-    }
-
-    AACEncoder encoder;
-    AVEncodePacket packet;
-    AudioFrame frame;
-    uint32_t frameLength = 0;
-    uint32_t maxPacketSize = 0;
-};
 
 // --- Initialize --------------------------------------------------------------------------------
 
@@ -230,109 +181,6 @@ TEST_F(Encoder, TimeStampsStartAgainWithANewStart)
         EXPECT_GT(Encode(), 0);
         EXPECT_EQ(packet.timeStamp, 0);
     }
-}
-
-// --- Wrong frames and packets ------------------------------------------------------------------
-
-TEST_F(Encoder, RefusesAPacketWithoutEnoughRoomAndGoesOn)
-{
-    ASSERT_TRUE(Open());
-    EXPECT_LT(encoder.Encode(&frame, nullptr), 0);
-    AVEncodePacket other;
-    EXPECT_LT(encoder.Encode(&frame, &other), 0);
-    ASSERT_TRUE(other.AllocBuffer(1535, false));
-    EXPECT_LT(encoder.Encode(&frame, &other), 0);
-    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // nor did draining begin
-    ExpectWorks();
-}
-
-TEST_F(Encoder, RefusesFramesThatDoNotFitAndGoesOn)
-{
-    ASSERT_TRUE(Open());
-    frame.fillCount = 0;
-    EXPECT_LT(Encode(), 0);
-    frame.fillCount = 1025;
-    EXPECT_LT(Encode(), 0);
-    frame.fillCount = 0xFFFFFFFF;
-    EXPECT_LT(Encode(), 0);
-    frame.fillCount = aacFrameLength;
-    for (const uint32_t channels : {0U, 1U, 3U}) {
-        frame.channelCount = channels;
-        EXPECT_LT(Encode(), 0);
-    }
-    frame.channelCount = 2;
-    ExpectWorks();
-}
-
-TEST_F(Encoder, RefusesAFrameWithoutABuffer)
-{
-    ASSERT_TRUE(Open());
-    frame.ReleaseBuffer();
-    frame.channelCount = 2;
-    frame.fillCount = 1;
-    EXPECT_LT(Encode(), 0);
-    AudioFrame untouched;
-    EXPECT_LT(encoder.Encode(&untouched, &packet), 0);
-}
-
-TEST_F(Encoder, HoldsTheFillCountAgainstALengthThatChanged)
-{
-    ASSERT_TRUE(Open());
-    ASSERT_TRUE(frame.AllocBuffer(48000, 2048, 3, PCMFormat::S16));
-    frame.fillCount = 2048; // in its own buffer, but not the encoder's
-    EXPECT_LT(Encode(), 0);
-    frame.fillCount = 1024;
-    EXPECT_EQ(Encode(), 0);
-    ASSERT_TRUE(frame.AllocBuffer(48000, 512, 3, PCMFormat::S16));
-    frame.fillCount = 513; // in the encoder's, but not in its own buffer
-    EXPECT_LT(Encode(), 0);
-}
-
-TEST_F(Encoder, EveryCallWithoutAnOpenEncoderIsAnError)
-{
-    EXPECT_LT(Encode(), 0);
-    EXPECT_LT(Drain(), 0);
-    EXPECT_LT(encoder.Encode(nullptr, nullptr), 0);
-    ASSERT_TRUE(Open());
-    ExpectWorks();
-    encoder.Close();
-    encoder.Close();
-    EXPECT_LT(Encode(), 0);
-    EXPECT_LT(Drain(), 0);
-}
-
-// --- The decoder's configuration ---------------------------------------------------------------
-
-TEST_F(Encoder, ConfigurationTellsObjectTypeRateAndChannels)
-{
-    std::array<uint8_t, 8> config{};
-    uint32_t length = 0;
-    ASSERT_TRUE(Open(StereoParam()));
-    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
-    ASSERT_GE(length, 2U);
-    EXPECT_EQ(config[0], 0x11); // 00010 001 1 0010 000: AAC-LC, 48000 Hz, two channels
-    EXPECT_EQ(config[1], 0x90);
-    ASSERT_TRUE(Open(MonoParam()));
-    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
-    EXPECT_EQ(config[0], 0x11);
-    EXPECT_EQ(config[1], 0x88);
-}
-
-TEST_F(Encoder, ConfigurationNeedsRoomAndAnOpenEncoder)
-{
-    std::array<uint8_t, 8> config{};
-    uint32_t length = 9;
-    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
-    EXPECT_EQ(length, 0U);
-    ASSERT_TRUE(Open());
-    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
-    const uint32_t needed = length;
-    EXPECT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), needed, length));
-    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), needed - 1, length));
-    EXPECT_EQ(length, 0U);
-    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(nullptr, 8, length));
-    encoder.Close();
-    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
 }
 
 } // namespace

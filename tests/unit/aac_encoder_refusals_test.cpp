@@ -1,0 +1,148 @@
+// What the encoder makes of frames, packets and calls that it cannot serve, and its configuration.
+#include "codec/aac_encoder.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "aac_encoder_fixture.h"
+
+namespace {
+
+using namespace velto_test;
+
+TEST_F(Encoder, RefusesAPacketWithoutEnoughRoomAndGoesOn)
+{
+    ASSERT_TRUE(Open());
+    EXPECT_LT(encoder.Encode(&frame, nullptr), 0);
+    AVEncodePacket other;
+    EXPECT_LT(encoder.Encode(&frame, &other), 0);
+    ASSERT_TRUE(other.AllocBuffer(1535, false));
+    EXPECT_LT(encoder.Encode(&frame, &other), 0);
+    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // nor did draining begin
+    ExpectWorks();
+}
+
+TEST_F(Encoder, RefusesFramesThatDoNotFitAndGoesOn)
+{
+    ASSERT_TRUE(Open());
+    frame.fillCount = 0;
+    EXPECT_LT(Encode(), 0);
+    frame.fillCount = 1025;
+    EXPECT_LT(Encode(), 0);
+    frame.fillCount = 0xFFFFFFFF;
+    EXPECT_LT(Encode(), 0);
+    frame.fillCount = aacFrameLength;
+    for (const uint32_t channels : {0U, 1U, 3U}) {
+        frame.channelCount = channels;
+        EXPECT_LT(Encode(), 0);
+    }
+    frame.channelCount = 2;
+    ExpectWorks();
+}
+
+TEST_F(Encoder, DropsAPacketThatGrewBeyondTheMaximumAndGoesOn)
+{
+    ASSERT_TRUE(Open());
+    ExpectWorks();
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_receive_packet, 1537);
+    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(packet.size, 0U);
+    ExpectLine(LOG_LEVEL_ERROR, L"Encode: a packet of 1537 bytes exceeds 1536", "?");
+    EXPECT_GT(Encode(), 0);
+    EXPECT_EQ(packet.timeStamp, 1024); // behind the one that is missing
+}
+
+TEST_F(Encoder, TakesAPacketOfExactlyTheMaximum)
+{
+    ASSERT_TRUE(Open());
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_receive_packet, 1536);
+    EXPECT_EQ(Encode(), 1536);
+    EXPECT_EQ(packet.size, 1536U);
+}
+
+TEST_F(Encoder, PassesOnWhatFFmpegRefuses)
+{
+    using fakeffmpeg::Call;
+    ASSERT_TRUE(Open());
+    fakeffmpeg::Script().Fail(Call::avcodec_send_frame, -77);
+    EXPECT_EQ(Encode(), -77);
+    ExpectWorks();
+    fakeffmpeg::Script().Fail(Call::avcodec_receive_packet, -78);
+    EXPECT_EQ(Encode(), -78);
+    EXPECT_EQ(packet.size, 0U);
+    EXPECT_GT(Encode(), 0);
+}
+
+TEST_F(Encoder, RefusesAFrameWithoutABuffer)
+{
+    ASSERT_TRUE(Open());
+    frame.ReleaseBuffer();
+    frame.channelCount = 2;
+    frame.fillCount = 1;
+    EXPECT_LT(Encode(), 0);
+    AudioFrame untouched;
+    EXPECT_LT(encoder.Encode(&untouched, &packet), 0);
+}
+
+TEST_F(Encoder, HoldsTheFillCountAgainstALengthThatChanged)
+{
+    ASSERT_TRUE(Open());
+    ASSERT_TRUE(frame.AllocBuffer(48000, 2048, 3, PCMFormat::S16));
+    frame.fillCount = 2048; // in its own buffer, but not the encoder's
+    EXPECT_LT(Encode(), 0);
+    frame.fillCount = 1024;
+    EXPECT_EQ(Encode(), 0);
+    ASSERT_TRUE(frame.AllocBuffer(48000, 512, 3, PCMFormat::S16));
+    frame.fillCount = 513; // in the encoder's, but not in its own buffer
+    EXPECT_LT(Encode(), 0);
+}
+
+TEST_F(Encoder, EveryCallWithoutAnOpenEncoderIsAnError)
+{
+    EXPECT_LT(Encode(), 0);
+    EXPECT_LT(Drain(), 0);
+    EXPECT_LT(encoder.Encode(nullptr, nullptr), 0);
+    ASSERT_TRUE(Open());
+    ExpectWorks();
+    encoder.Close();
+    encoder.Close();
+    EXPECT_LT(Encode(), 0);
+    EXPECT_LT(Drain(), 0);
+}
+
+// --- The decoder's configuration ---------------------------------------------------------------
+
+TEST_F(Encoder, ConfigurationTellsObjectTypeRateAndChannels)
+{
+    std::array<uint8_t, 8> config{};
+    uint32_t length = 0;
+    ASSERT_TRUE(Open(StereoParam()));
+    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
+    ASSERT_GE(length, 2U);
+    EXPECT_EQ(config[0], 0x11); // 00010 001 1 0010 000: AAC-LC, 48000 Hz, two channels
+    EXPECT_EQ(config[1], 0x90);
+    ASSERT_TRUE(Open(MonoParam()));
+    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
+    EXPECT_EQ(config[0], 0x11);
+    EXPECT_EQ(config[1], 0x88);
+}
+
+TEST_F(Encoder, ConfigurationNeedsRoomAndAnOpenEncoder)
+{
+    std::array<uint8_t, 8> config{};
+    uint32_t length = 9;
+    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
+    EXPECT_EQ(length, 0U);
+    ASSERT_TRUE(Open());
+    ASSERT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
+    const uint32_t needed = length;
+    EXPECT_TRUE(encoder.GetDecoderSpecificInfo(config.data(), needed, length));
+    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), needed - 1, length));
+    EXPECT_EQ(length, 0U);
+    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(nullptr, 8, length));
+    encoder.Close();
+    EXPECT_FALSE(encoder.GetDecoderSpecificInfo(config.data(), config.size(), length));
+}
+
+} // namespace
