@@ -1,11 +1,13 @@
-"""A picture of what was sent above what was heard: waveform and spectrogram by FFmpeg's filters."""
+"""A picture of what was sent above what came out, a column for each direction: waveform and
+spectrogram by FFmpeg's filters."""
 
 import numpy
 
 from . import processes
+from .recorder import write_wav
 
 # showspectrumpic is fast, and safe, at heights that are powers of two.
-WIDTH, WAVE_HEIGHT, SPECTRUM_HEIGHT, STRIP_HEIGHT = 1024, 110, 256, 26
+WIDTH, WAVE_HEIGHT, SPECTRUM_HEIGHT, STRIP_HEIGHT, GAP = 720, 110, 256, 26, 8
 _SENT, _HEARD, _INK, _PAPER = "0x4f9dde", "0xf2a33a", (225, 225, 225), (24, 26, 30)
 
 _FILTERS = {
@@ -32,22 +34,34 @@ _LETTERS = {
 }
 
 
-def draw(path, sent_wav, heard_wav, sent_label, heard_label):
-    """Writes a PNG. Both WAV files start at the same place of the sound."""
+def draw(path, rate, columns):
+    """Writes a PNG. Each column is ((samples, label) of what was sent, the same of what came out)."""
     parts = []
     try:
-        for wav, label, colour in ((sent_wav, sent_label, _SENT), (heard_wav, heard_label, _HEARD)):
-            for kind in ("label", "wave", "spectrum"):
-                parts.append(path.with_name(f".{len(parts)}-{kind}.ppm"))
-                if kind == "label":
-                    _write_strip(parts[-1], label)
-                else:
-                    _ffmpeg("-i", wav, "-filter_complex", _FILTERS[kind].format(colour=colour), "-frames:v", "1", parts[-1])
+        for column in columns:
+            for (samples, label), colour in zip(column, (_SENT, _HEARD)):
+                wav = path.with_name(f".{len(parts)}.wav")
+                write_wav(wav, samples, rate)
+                for kind in ("label", "wave", "spectrum"):
+                    parts.append(path.with_name(f".{len(parts)}-{kind}.ppm"))
+                    if kind == "label":
+                        _write_strip(parts[-1], label)
+                    else:
+                        _ffmpeg("-i", wav, "-filter_complex", _FILTERS[kind].format(colour=colour), "-frames:v", "1",
+                                parts[-1])
+                wav.unlink()
         inputs = [argument for part in parts for argument in ("-i", part)]
-        _ffmpeg(*inputs, "-filter_complex", f"vstack=inputs={len(parts)}", "-frames:v", "1", path)
+        _ffmpeg(*inputs, "-filter_complex", _stacked(len(parts) // len(columns), len(columns)), "-frames:v", "1", path)
     finally:
         for part in parts:
             part.unlink(missing_ok=True)
+
+
+def _stacked(rows, columns):
+    """The filter that puts the parts below one another, and their columns side by side."""
+    chains = [f"{''.join(f'[{column * rows + row}]' for row in range(rows))}vstack=inputs={rows},"
+              f"pad=iw+{GAP}:ih:{GAP if column else 0}:0:0x181a1e[c{column}]" for column in range(columns)]
+    return ";".join([*chains, f"{''.join(f'[c{column}]' for column in range(columns))}hstack=inputs={columns}"])
 
 
 def _ffmpeg(*arguments):
