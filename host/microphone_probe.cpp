@@ -85,7 +85,8 @@ Json Usage(uint32_t cycle)
     return {{"cycle", cycle},
             {"handles", usage.handles},
             {"threads", usage.threads},
-            {"privateBytes", usage.privateBytes}};
+            {"committedBytes", usage.committedBytes},
+            {"residentBytes", usage.residentBytes}};
 }
 
 Json Cycles(const Module &module, uint32_t count, const Output &output)

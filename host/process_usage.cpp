@@ -43,11 +43,10 @@ ProcessUsage MeasureProcess()
         usage.handles = HighestHandle();
     }
     usage.threads = CountThreads();
-    PROCESS_MEMORY_COUNTERS_EX memory{};
-    memory.cb = sizeof(memory);
-    if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS *>(&memory),
-                                sizeof(memory))) {
-        usage.privateBytes = memory.PrivateUsage;
+    PROCESS_MEMORY_COUNTERS memory{};
+    if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory))) {
+        usage.committedBytes = memory.PagefileUsage;
+        usage.residentBytes = memory.WorkingSetSize;
     }
     return usage;
 }

@@ -8,7 +8,8 @@ namespace velto::host {
 struct ProcessUsage {
     uint32_t handles = 0;
     uint32_t threads = 0;
-    uint64_t privateBytes = 0; // of memory
+    uint64_t committedBytes = 0; // of memory, its own
+    uint64_t residentBytes = 0;
 };
 
 ProcessUsage MeasureProcess();
