@@ -19,6 +19,11 @@ def headers(name):
                           check=True, capture_output=True, text=True).stdout
 
 
+def sections(path):
+    return subprocess.run(["x86_64-w64-mingw32-objdump", "-h", str(path)],
+                          check=True, capture_output=True, text=True).stdout
+
+
 def exports(name):
     table = headers(name).split("[Ordinal/Name Pointer] Table", 1)
     return re.findall(r"^\s*\[\s*\d+\]\s+(\S+)$", table[1], re.M) if len(table) == 2 else []
@@ -51,16 +56,25 @@ class ShippedFiles(unittest.TestCase):
                 for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
                     self.assertIn(flag, text)
 
-    def test_the_module_tells_its_version(self):
-        with tempfile.TemporaryDirectory() as folder:
-            section = pathlib.Path(folder) / "rsrc"
-            subprocess.run(["x86_64-w64-mingw32-objcopy", "--dump-section", f".rsrc={section}",
-                            str(places.BIN / places.MODULE), f"{folder}/copy"], check=True)
-            text = section.read_bytes().decode("utf-16-le", errors="replace")
+    def test_each_tells_its_version(self):
         version = os.environ["VELTO_VERSION"]
-        self.assertIn("VS_VERSION_INFO\0", text)
-        self.assertRegex(text, rf"FileVersion\0+{re.escape(version)}\0")
-        self.assertRegex(text, rf"OriginalFilename\0+{re.escape(places.MODULE)}\0")
+        for name in (places.MODULE, "velto-host.exe"):
+            with self.subTest(name), tempfile.TemporaryDirectory() as folder:
+                section = pathlib.Path(folder) / "rsrc"
+                subprocess.run(["x86_64-w64-mingw32-objcopy", "--dump-section", f".rsrc={section}",
+                                str(places.BIN / name), f"{folder}/copy"], check=True)
+                text = section.read_bytes().decode("utf-16-le", errors="replace")
+                self.assertIn("VS_VERSION_INFO\0", text)
+                self.assertRegex(text, rf"FileVersion\0+{re.escape(version)}\0")
+                self.assertRegex(text, rf"OriginalFilename\0+{re.escape(name)}\0")
+
+    def test_debug_information_stands_in_a_file_of_its_own(self):
+        for name in (places.MODULE, "velto-host.exe"):
+            with self.subTest(name):
+                self.assertLess((places.BIN / name).stat().st_size, 4_000_000)
+                self.assertNotIn(".debug_info", sections(places.BIN / name))
+                self.assertIn(".gnu_debuglink", sections(places.BIN / name))
+                self.assertIn(".debug_info", sections(places.BIN.parent / "symbols" / f"{name}.debug"))
 
 
 if __name__ == "__main__":

@@ -1,0 +1,24 @@
+# velto_shipped(<target> <description> <file type>): what every binary of the product has.
+#  - A version resource; the type is VFT_APP or VFT_DLL.
+#  - Its debug information in a file of its own, symbols/<name>.debug beside bin/, to which the
+#    binary refers: the header-only libraries alone would make it ten times as large.
+enable_language(RC)
+
+function(velto_shipped target description file_type)
+    if(file_type STREQUAL VFT_DLL)
+        set(file_name "${target}.dll")
+    else()
+        set(file_name "${target}.exe")
+    endif()
+    set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+    configure_file("${PROJECT_SOURCE_DIR}/packaging/version.rc.in" "${resource}" @ONLY)
+    target_sources(${target} PRIVATE "${resource}")
+    set(symbols "${CMAKE_BINARY_DIR}/symbols")
+    set(debug "${symbols}/$<TARGET_FILE_NAME:${target}>.debug")
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_COMMAND}" -E make_directory "${symbols}"
+        COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:${target}>" "${debug}"
+        COMMAND "${CMAKE_STRIP}" --strip-unneeded "$<TARGET_FILE:${target}>"
+        COMMAND "${CMAKE_OBJCOPY}" "--add-gnu-debuglink=${debug}" "$<TARGET_FILE:${target}>"
+        VERBATIM)
+endfunction()
