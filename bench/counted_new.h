@@ -1,0 +1,11 @@
+// How often this program asked for memory.
+#pragma once
+
+#include <cstdint>
+
+namespace velto::bench {
+
+// Calls of `operator new`, in all forms and on all threads, since the program's start.
+uint64_t Allocations();
+
+} // namespace velto::bench

@@ -1,0 +1,157 @@
+#!/usr/bin/python3
+"""Compares the settings of FFmpeg's AAC encoder at 128000 bit/s and writes docs/performance.md.
+
+    bench/encoder_quality.py [--show] [FILE ...]
+
+For each setting: processor time for a second of sound, and how far the difference to the original
+lies below the sound (SNR) and below what the sound itself masks. FILE: stereo sound to measure
+beside the speech and the music that it makes itself; then, and with --show, no page is written.
+Needs the native ffmpeg of FFmpeg 5.1 and Debian's alsa-utils, which brings the speech.
+"""
+
+import argparse
+import datetime
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import numpy
+
+REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
+
+from rig import media  # noqa: E402  (found through the line above)
+
+import machine  # noqa: E402
+import masking  # noqa: E402
+import section  # noqa: E402
+
+RATE = 48000
+BIT_RATE = 128000
+PRIMING = 1024  # samples that the encoder puts before the sound
+SECONDS = 20
+LOOPS = 5
+RUNS = 3
+
+CODERS = ("twoloop", "fast")
+TOOLS = {
+    "all tools": [],
+    "no noise substitution": ["-aac_pns", "0"],
+    "no intensity stereo": ["-aac_is", "0"],
+    "neither": ["-aac_pns", "0", "-aac_is", "0"],
+    "neither, no noise shaping": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0"],
+    "neither, no shaping, no mid/side": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0", "-aac_ms", "0"],
+}
+CHOSEN = ("fast", "all tools")  # what platform/codec/aac_encoder.cpp asks for
+
+
+def ffmpeg(*arguments, sound=None):
+    """Standard output, and the seconds of processor time that it took."""
+    before = os.times()
+    command = ["ffmpeg", *(["-nostdin"] if sound is None else []), "-v", "error", "-y", *map(str, arguments)]
+    out = subprocess.run(command, input=sound, capture_output=True, check=True, timeout=300).stdout
+    after = os.times()
+    return out, after.children_user + after.children_system - before.children_user - before.children_system
+
+
+def speech():
+    """People speak in the middle, with the faint noise of a room in each channel of its own."""
+    words = [media.decode(media.SPEECH_FOLDER / f"{part}.wav", RATE, channels=1) for part in media.SPEECH]
+    spoken = numpy.resize(numpy.concatenate(words), (SECONDS * RATE, 1))
+    room = numpy.random.default_rng(1).normal(0, 0.001, (SECONDS * RATE, 2))
+    return numpy.clip(0.8 * spoken + room, -1, 1)
+
+
+def music():
+    """Plucked chords across the stereo field, a bass, and drums: tones, attacks and noise."""
+    random = numpy.random.default_rng(2)
+    sound = numpy.zeros((SECONDS * RATE, 2))
+    beat = RATE // 4
+    time = numpy.arange(2 * RATE) / RATE
+    for start in range(0, len(sound) - len(time), beat):
+        root = 110 * 2 ** (random.choice([0, 3, 5, 7, 10]) / 12)
+        for step in random.choice([0, 3, 4, 7, 9, 12, 16, 19], 3, replace=False):
+            note = root * 2 ** (1 + step / 12)
+            tone = sum(numpy.sin(2 * numpy.pi * k * note * time * (1 + 2e-4 * k * k)) / k * numpy.exp(-time * (2 + k))
+                       for k in range(1, 16) if k * note < 20000)
+            pan = random.uniform(0, numpy.pi / 2)
+            sound[start:start + len(time)] += 0.12 * tone[:, None] * [numpy.cos(pan), numpy.sin(pan)]
+        bass = numpy.sin(2 * numpy.pi * root / 2 * time) * numpy.exp(-3 * time)
+        drum = random.normal(0, 1, (len(time), 2)) * numpy.exp(-60 * time)[:, None]
+        sound[start:start + len(time)] += 0.2 * bass[:, None] + 0.08 * drum
+    return 0.9 * sound / numpy.abs(sound).max()
+
+
+def from_file(path):
+    return media.decode(path, RATE)[:SECONDS * RATE].astype(float)
+
+
+def measure(name, sound, folder):
+    """The figures of each setting for one sound."""
+    sent = folder / "sent.wav"
+    pcm = (sound * 32767).round().astype("<i2")
+    ffmpeg("-f", "s16le", "-ar", RATE, "-ac", 2, "-i", "-", sent, sound=pcm.tobytes())
+    original = pcm / 32768.0
+    seconds = len(pcm) / RATE
+    loop = ["-stream_loop", LOOPS - 1, "-i", sent]  # so that starting the program hardly counts
+    rows = []
+    floor = min(ffmpeg(*loop, "-c:a", "pcm_f32le", "-f", "null", "-")[1] for _ in range(RUNS))
+    for coder in CODERS:
+        for tools, options in TOOLS.items():
+            encoding = ["-c:a", "aac", "-b:a", BIT_RATE, "-aac_coder", coder, *options]
+            cpu = min(ffmpeg(*loop, *encoding, "-f", "null", "-")[1] for _ in range(RUNS)) - floor
+            coded = folder / "coded.aac"
+            ffmpeg("-i", sent, *encoding, coded)
+            heard = numpy.frombuffer(ffmpeg("-i", coded, "-f", "f32le", "-")[0], "<f4").reshape(-1, 2)
+            heard = heard[PRIMING:PRIMING + len(original)]
+            wanted = original[:len(heard)]
+            rows.append({
+                "sound": name, "coder": coder, "tools": tools,
+                "cpuMs": 1000 * cpu / (LOOPS * seconds),
+                "kbits": 8 * coded.stat().st_size / seconds / 1000,
+                "snrDb": 10 * numpy.log10((wanted ** 2).sum() / ((wanted - heard) ** 2).sum()),
+                "maskDb": masking.noise_to_mask_db(wanted, heard, RATE),
+            })
+            print("bench: {sound}, {coder}, {tools}: {cpuMs:.2f} ms, {kbits:.0f} kbit/s, SNR {snrDb:.1f} dB, "
+                  "noise to mask {maskDb:.1f} dB".format(**rows[-1]), flush=True)
+    return rows
+
+
+def table(rows):
+    sounds = list(dict.fromkeys(row["sound"] for row in rows))
+    lines = ["| coder | tools | processor time | " + " | ".join(f"{s}: SNR | {s}: noise to mask" for s in sounds) + " |",
+             "|---" * (3 + 2 * len(sounds)) + "|"]
+    for coder in CODERS:
+        for tools in TOOLS:
+            of = {row["sound"]: row for row in rows if (row["coder"], row["tools"]) == (coder, tools)}
+            cells = [f"{numpy.mean([row['cpuMs'] for row in of.values()]):.1f} ms"]
+            for sound in sounds:
+                cells += [f"{of[sound]['snrDb']:.1f} dB", f"{of[sound]['maskDb']:.1f} dB"]
+            if (coder, tools) == CHOSEN:
+                cells = [f"**{cell}**" for cell in cells]
+            lines.append(f"| {coder} | {tools} | " + " | ".join(cells) + " |")
+    return "\n".join(lines) + "\n"
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="bench/encoder_quality.py", description=__doc__.splitlines()[0])
+    parser.add_argument("files", nargs="*", metavar="FILE", help="stereo sound to measure, too")
+    parser.add_argument("--show", action="store_true", help="write no page")
+    options = parser.parse_args()
+    sounds = {"speech": speech(), "music": music()}
+    sounds.update({pathlib.Path(name).stem: from_file(name) for name in options.files})
+    rows = []
+    with tempfile.TemporaryDirectory() as folder:
+        for name, sound in sounds.items():
+            rows += measure(name, sound, pathlib.Path(folder))
+    text = (f"Measured on {datetime.date.today().isoformat()}: {machine.describe()}, native FFmpeg, "
+            f"{SECONDS} s of each sound at {BIT_RATE} bit/s; time for a second of sound.\n\n{table(rows)}")
+    print("\n" + text)
+    if not options.show and not options.files:
+        section.write("bench/encoder_quality.py", text)
+
+
+if __name__ == "__main__":
+    main()
