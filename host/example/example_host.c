@@ -1,4 +1,4 @@
-/* The smallest host: lists the devices, then plays an ADTS file of 48000 Hz on "speaker1".
+/* The smallest host that plays: lists the devices, then plays an ADTS file of 48000 Hz on "speaker1".
    velto-host-example FILE; LibVeltoAudioHandler.dll stands beside the program or in the path. */
 #include <windows.h>
 

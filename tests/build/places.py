@@ -8,4 +8,4 @@ BUILD = pathlib.Path(os.environ.get("VELTO_BUILD", REPOSITORY / "build" / "windo
 BIN = BUILD / "bin"
 MODULE = "LibVeltoAudioHandler.dll"
 FFMPEG = ("avcodec-59.dll", "avformat-59.dll", "avutil-57.dll", "swresample-4.dll")
-SHIPPED = (MODULE, "velto-host.exe", "velto-host-example.exe", *FFMPEG)
+SHIPPED = (MODULE, "velto-host.exe", "velto-host-example.exe", "velto-recorder-example.exe", *FFMPEG)

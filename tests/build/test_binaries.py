@@ -45,7 +45,7 @@ class ShippedFiles(unittest.TestCase):
                 self.assertEqual(needed - WINDOWS - set(places.FFMPEG), set())
 
     def test_the_host_reaches_the_module_at_run_time_only(self):
-        for name in ("velto-host.exe", "velto-host-example.exe"):
+        for name in ("velto-host.exe", "velto-host-example.exe", "velto-recorder-example.exe"):
             with self.subTest(name):
                 self.assertNotIn(places.MODULE.lower(), imports(name))
 

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """What is said into the default microphone arrives in the recorded file, complete and at the right speed."""
 
-from rig import media, session
+from rig import media, paths, session
 
 PACKETS_PER_SECOND = 48000 / 1024
 
@@ -55,6 +55,16 @@ class StereoAt48000(Microphone):
         host = self.record(spoken, 48000, "m4a", "--device", "ModemMic1")
         self.assertEqual(host.summary["device"], "ModemMic1")
         self.assert_recorded(host.recording, spoken)
+
+    def test_the_c_example_records_the_same(self):
+        spoken = media.glides(5, seed=6)
+        recording = self.session.folder / "example.aac"
+        host = self.session.host(paths.to_windows(recording), "14", program=paths.EXAMPLE_RECORDER)
+        self.session.wait_for_capture()
+        self.session.speak(spoken)
+        self.assert_ended_well(host, last_words="packets recorded")
+        self.assertEqual(host.output().split()[:1], [str(media.frame_count(recording))])
+        self.assert_recorded(recording, spoken)
 
 
 class MonoAt44100(Microphone):

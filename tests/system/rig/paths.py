@@ -11,6 +11,7 @@ RESULTS = BUILD / "system"
 
 HOST = WINDOWS_BIN / "velto-host.exe"
 EXAMPLE_HOST = WINDOWS_BIN / "velto-host-example.exe"
+EXAMPLE_RECORDER = WINDOWS_BIN / "velto-recorder-example.exe"
 MODULE = WINDOWS_BIN / "LibVeltoAudioHandler.dll"
 
 
