@@ -151,6 +151,7 @@ private:
         m_free.clear();
         m_data.clear();
         for (T element : m_pool) {
+            // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): see the destructor
             ReleaseElement(element);
         }
         m_pool.clear();
