@@ -182,17 +182,22 @@ typedef struct AudioListener {
  *
  * OpenAudioRecord(id, idLength, unused, unused, parameters)
  *     Opens the PC's default microphone. Any id of the right length and any non-null list
- *     are accepted. VELTO_OK or VELTO_ERROR_INVALID.
+ *     are accepted. VELTO_OK also when there is no microphone: reads then give nothing
+ *     until one becomes the default. VELTO_ERROR_INVALID for the arguments. A recording
+ *     that is open already is replaced but not closed: close it first.
  *
  * ReadStreamBuffer(id, idLength, unused, frame)
- *     Fetches at most one AAC packet into frame->data and its length into
- *     frame->header->size (0: none at this time). May wait for a packet, in proportion to
- *     the size asked for. VELTO_OK; VELTO_ERROR_NULL_POINTER when frame, header or data is
- *     null; VELTO_ERROR_INVALID for an id whose length does not match.
+ *     Fetches at most one AAC-LC access unit (48000 Hz, stereo, at most 1536 bytes) into
+ *     frame->data and its length into frame->header->size (0: none at this time; left as
+ *     it was: capture stands still). On entry the size tells only how long the call may
+ *     wait, 20 ms for 3840; the buffer must have room for a whole unit whatever it says.
+ *     VELTO_OK; VELTO_ERROR_NULL_POINTER when frame, header or data is null;
+ *     VELTO_ERROR_INVALID for an id whose length does not match.
  *
  * CloseAudioRecord(id, idLength)
- *     Closes the microphone. Not to be overlapped with a read. VELTO_OK or
- *     VELTO_ERROR_INVALID.
+ *     Closes the microphone: waits until its threads have ended, up to a tenth of a
+ *     second. A read that is still waiting is woken and waited for. VELTO_OK, also when
+ *     nothing is open, or VELTO_ERROR_INVALID.
  *
  * Release(type, block, count)
  *     Frees a block that the module handed out; type VELTO_RELEASE_CAPABILITIES only.
