@@ -169,12 +169,13 @@ void AacWriter::Finish()
     Check(av_write_trailer(m_format.get()));
     Check(avio_closep(&m_format->pb)); // what the disk refuses may come to light only now
     m_format.reset();
+    m_begun = false; // complete, and kept from here on
     std::error_code error;
     std::filesystem::rename(m_unfinished, m_path, error);
     if (error) {
-        throw AacFileError(m_name + ": cannot be replaced: " + error.message());
+        throw AacFileError(m_name + ": cannot be replaced: " + error.message() + "; the recording is " +
+                           ToUtf8(m_unfinished));
     }
-    m_begun = false;
 }
 
 void AacWriter::Check(int result) const

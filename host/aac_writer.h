@@ -49,7 +49,7 @@ public:
     void Write(std::span<const uint8_t> unit);
 
     // Completes the file and gives it its name; without a unit there will be none. Throws
-    // AacFileError. Last call.
+    // AacFileError; when only the name is refused, the complete file stays beside it. Last call.
     void Finish();
 
 private:

@@ -223,6 +223,24 @@ TEST_F(AacWriterTest, AFolderIsNotReplaced)
     EXPECT_THAT([&] { AacWriter(path, {}); }, ThrowsMessage<AacFileError>(HasSubstr("is a folder")));
 }
 
+TEST_F(AacWriterTest, ACompleteFileStaysWhenItsNameIsTakenMeanwhile)
+{
+    const Units units = ToneUnits(20);
+    const SampleFile file(u8"recorded.aac");
+    const std::string path = file.Utf8Path();
+    {
+        AacWriter writer(path, {});
+        for (const auto &unit : units) {
+            writer.Write(unit);
+        }
+        // A folder that is not empty cannot be replaced anywhere.
+        std::filesystem::create_directories(std::u8string(path.begin(), path.end()) + u8"/something");
+        EXPECT_THAT([&] { writer.Finish(); },
+                    ThrowsMessage<AacFileError>(HasSubstr("recorded.aac.unfinished")));
+    }
+    EXPECT_EQ(ReadUnits(path + ".unfinished"), units);
+}
+
 TEST_F(AacWriterTest, AnEmptyUnitIsRefusedAndTheFileGoesOn)
 {
     const Units units = ToneUnits(2);

@@ -2,8 +2,9 @@
 """Files that are missing, damaged, or not what the module is made for."""
 
 import random
+import re
 
-from rig import media, session
+from rig import media, paths, session
 
 NOTHING_PLAYED, NO_AAC_FILE = 1, 4
 
@@ -83,6 +84,35 @@ class Files(session.SystemTest):
         wrong = session.compare.compare(recorder.samples(), samples, 48000)
         self.report("22050 Hz taken for 48000 Hz", wrong)
         self.assertEqual(wrong.verdict(), "")
+
+
+class RecordedFiles(session.SystemTest):
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def test_what_cannot_be_written_is_refused_with_a_message_before_anything_is_recorded(self):
+        folder = self.session.folder / "folder.aac"
+        folder.mkdir()
+        for name, path in (("another ending", self.session.folder / "voice.wav"),
+                           ("no folder", self.session.folder / "none" / "voice.m4a"),
+                           ("a folder", folder)):
+            with self.subTest(name):
+                host = self.session.host("record", paths.to_windows(path), "--json", name=f"refused-{name}")
+                self.assertEqual(host.wait(60), NO_AAC_FILE, host.errors())
+                self.assertIn(path.name, host.errors())
+                self.assertEqual(host.log.text(), "", "the module was called")
+        self.assertEqual(list(folder.iterdir()), [])
+        self.assertEqual(list(self.session.folder.glob("voice*")), [])
+
+    def test_the_progress_line_shows_time_packets_and_level(self):
+        host = self.session.record_microphone("--seconds", "4", "--progress")
+        self.session.wait_for_capture()
+        self.session.speak(media.glides(12))
+        self.assert_ended_well(host)
+        shown = re.findall(r"^(\d\d:\d\d\.\d)  (\d+) packets  \[[#.]{20}\] +(-?\d+\.\d) dBFS  \d+ empty reads$",
+                           host.errors(), re.MULTILINE)
+        self.assertGreaterEqual(len(shown), 3, host.errors())
+        self.assertGreater(max(float(level) for _, _, level in shown), -12)
+        self.assertGreater(int(shown[-1][1]), 100)
 
 
 if __name__ == "__main__":

@@ -26,7 +26,7 @@ class LateReader(session.SystemTest):
         # What the endpoint itself can hold comes on top.
         self.assertTrue(QUEUED_S - 0.3 <= end - pause_at <= QUEUED_S + 1.5, end)
         self.assertAlmostEqual(lost, pause_for - QUEUED_S, delta=1.5)
-        self.assertLessEqual(result.slips, 2)
+        self.assertLessEqual(result.slips, 3)
         self.assertLessEqual(len(result.damaged), lost / compare.WINDOW_S + compare.TOLERATED_WINDOWS + 2)
         self.assertGreater(len(result.good) - len(whole), 12, "hardly anything was heard after the pause")
         self.assertEqual(host.log.count("Error code: "), 0)

@@ -110,7 +110,8 @@ class PrivateAudioServer:
         return json.loads(self.pactl("--format=json", "list", kind) or "[]")
 
     def streams(self, process_name="velto"):
-        """(sink-input index, sink name) of each playing stream whose client is named so."""
+        """(sink-input index, sink name) of each playing stream whose client is named so: by its
+        version resource, or its file."""
         return self._streams("sink-inputs", "sinks", "sink", process_name)
 
     def captures(self, process_name="velto"):
@@ -124,7 +125,7 @@ class PrivateAudioServer:
             properties = stream.get("properties", {})
             label = " ".join(str(properties.get(key, "")) for key in
                              ("application.name", "application.process.binary", "media.name"))
-            if process_name in label:
+            if process_name in label.lower():
                 found.append((stream["index"], names.get(stream[place], "?")))
         return found
 
