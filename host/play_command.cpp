@@ -49,6 +49,7 @@ ExitCode PlayCommand::Play(Module &module)
         }
     }
     m_progress.Complete();
+    m_wallSeconds = SecondsSince(m_begin);
     uint64_t refused = m_refusedParameters;
     bool allSent = true;
     for (const auto &track : m_tracks) {
@@ -157,7 +158,7 @@ Json PlayCommand::Report(int exitCode) const
     Json report{{"framesSent", sent},
                 {"framesSkipped", skipped},
                 {"seconds", m_tracks.front()->SentSeconds()},
-                {"wallSeconds", SecondsSince(m_begin)},
+                {"wallSeconds", m_wallSeconds.value_or(SecondsSince(m_begin))},
                 {"nonzeroResults", nonzero},
                 {"streamType", m_options.streamType},
                 {"tracks", tracks},
@@ -185,7 +186,7 @@ Json PlayCommand::Summarise(ExitCode exitCode) const
             m_output.Complain("{}: there was no frame to send", track->Device().id);
         }
     }
-    m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), SecondsSince(m_begin));
+    m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), m_wallSeconds.value_or(0));
     return Report(exitCode);
 }
 

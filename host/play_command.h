@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,7 +56,8 @@ private:
     bool m_paused = false; // the pause that was asked for is over
     uint64_t m_refusedParameters = 0;
     StreamTimer::Clock::time_point m_begin;
-    Json m_unload; // null unless asked for
+    std::optional<double> m_wallSeconds; // of the whole, once it is over
+    Json m_unload;                       // null unless asked for
 };
 
 } // namespace velto::host

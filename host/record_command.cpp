@@ -41,6 +41,7 @@ ExitCode RecordCommand::Record(Module &module, const std::function<bool()> &isOv
         }
     }
     m_progress.Complete();
+    m_wallSeconds = SecondsSince(m_begin);
     m_track.Finish();
     if (m_interruption.IsRaised()) {
         return EXIT_INTERRUPTED;
@@ -100,7 +101,7 @@ void RecordCommand::HintIfNothingComes()
 Json RecordCommand::Report(int exitCode) const
 {
     Json report = m_track.Report();
-    report["wallSeconds"] = SecondsSince(m_begin);
+    report["wallSeconds"] = m_wallSeconds.value_or(SecondsSince(m_begin));
     report["interrupted"] = m_interruption.IsRaised();
     if (!m_unload.is_null()) {
         report["unload"] = m_unload;

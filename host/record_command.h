@@ -5,6 +5,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
 #include "host/exit_code.h"
 #include "host/interruption.h"
@@ -51,7 +52,8 @@ private:
     bool m_paused = false; // the pause that was asked for is over
     bool m_hinted = false;
     StreamTimer::Clock::time_point m_begin;
-    Json m_unload; // null unless asked for
+    std::optional<double> m_wallSeconds; // of the whole, once it is over
+    Json m_unload;                       // null unless asked for
 };
 
 } // namespace velto::host
