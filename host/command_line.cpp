@@ -129,6 +129,10 @@ void AddRecord(CLI::App &command, RecordOptions &record)
     command.add_option("--pause-reading-for", record.pauseReadingFor, "... for so many seconds, then go on")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
+    command
+        .add_flag("--packet-times", record.packetTimes,
+                  "Report the time of day at which each packet came, in s")
+        ->group(diagnostics);
     AddEnd(command, record.end);
 }
 

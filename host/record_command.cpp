@@ -103,6 +103,9 @@ Json RecordCommand::Report(int exitCode) const
     Json report = m_track.Report();
     report["wallSeconds"] = m_wallSeconds.value_or(SecondsSince(m_begin));
     report["interrupted"] = m_interruption.IsRaised();
+    if (m_options.packetTimes) {
+        report["packetTimes"] = m_track.PacketTimes();
+    }
     if (!m_unload.is_null()) {
         report["unload"] = m_unload;
     }

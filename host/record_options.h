@@ -17,6 +17,7 @@ struct RecordOptions {
     // Diagnostics.
     double pauseReadingAt = -1; // of sound
     double pauseReadingFor = 0;
+    bool packetTimes = false; // report when each packet came
     EndOptions end;
 };
 

@@ -82,6 +82,8 @@ void TrackRecorder::Take(Clock::time_point now)
         m_longestGap = std::max(m_longestGap, now - *m_lastPacket);
     }
     m_lastPacket = now;
+    m_packetTimes.push_back(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
     const auto packet = m_microphone->Packet();
     m_bytes += packet.size();
     m_largestPacket = std::max<uint64_t>(m_largestPacket, packet.size());

@@ -45,6 +45,8 @@ public:
     double SilentSeconds() const;
     uint64_t NonzeroResults() const { return m_nonzeroResults; }
     StreamProgress Progress() const;
+    // When each packet came, in seconds since 1970.
+    const std::vector<double> &PacketTimes() const { return m_packetTimes; }
     Json Report() const;
     void Summarise() const;
 
@@ -60,6 +62,7 @@ private:
     LevelMeter m_meter;
     std::optional<Microphone> m_microphone; // while open
     std::vector<uint8_t> m_unit;
+    std::vector<double> m_packetTimes;
 
     Clock::time_point m_opened{};
     std::optional<Clock::time_point> m_lastPacket;

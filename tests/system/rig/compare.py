@@ -30,6 +30,8 @@ TOLERATED_SLIPS = 4
 NEAR_FRAMES = 3           # re-alignment that is no slip
 WIDE_SEARCH_S = 1.5
 FRACTIONS = numpy.arange(-0.5, 0.51, 0.125)
+ALIGNED_AT_ONCE = 48000   # frames; what is longer is aligned in two steps
+COARSE = 8                # frames taken for one in the first of them
 DRIFT_FRAMES = 6          # of the whole, slips apart
 GAIN_RANGE = (0.5, 2.0)   # of the whole
 GAIN_SPREAD = 1.2         # of one window against the whole
@@ -200,10 +202,30 @@ def _check_gains(result):
 
 
 def _best_offset(heard, part):
-    """Where part lies in heard, by cross-correlation of all channels."""
+    """Where part lies in heard. Long sounds are aligned roughly first, then by a loud piece of them."""
+    if len(part) < ALIGNED_AT_ONCE:
+        return _correlate(heard, part)
+    rough = COARSE * _correlate(_coarse(heard), _coarse(part))
+    length = ALIGNED_AT_ONCE // 2
+    energy = [float(numpy.sum(part[start:start + length] ** 2)) for start in range(0, len(part) - length + 1, length)]
+    start = length * int(numpy.argmax(energy))
+    margin = 8 * COARSE
+    found = _correlate(cut(heard, start + rough - margin, length + 2 * margin), part[start:start + length])
+    return rough - margin + found
+
+
+def _coarse(signal):
+    """Every so many frames their mean."""
+    whole = len(signal) - len(signal) % COARSE
+    return signal[:whole].reshape(-1, COARSE, signal.shape[1]).mean(axis=1)
+
+
+def _correlate(heard, part):
+    """The best place by cross-correlation of all channels."""
     size = 1 << int(numpy.ceil(numpy.log2(len(heard) + len(part) + 1)))
-    product = numpy.fft.rfft(heard, size, axis=0) * numpy.conj(numpy.fft.rfft(part, size, axis=0))
-    correlation = numpy.fft.irfft(product.sum(axis=1), size)
+    product = sum(numpy.fft.rfft(heard[:, c], size) * numpy.conj(numpy.fft.rfft(part[:, c], size))
+                  for c in range(heard.shape[1]))
+    correlation = numpy.fft.irfft(product, size)
     peak = int(numpy.argmax(correlation))
     return peak if peak < len(heard) else peak - size
 
