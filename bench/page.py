@@ -4,6 +4,7 @@ BEGIN = "<!-- Measured by scripts/bench; do not edit by hand. -->"
 END = "<!-- End of what scripts/bench measured. -->"
 
 MOST_RATIO = 1.6
+MOST_CAPTURE_RATIO = 1.3
 MOST_GROWTH_KIB = 1024  # from the start to the end of a run, of the process's own memory
 FRAME_US = 1024 / 48000 * 1e6
 
@@ -23,6 +24,14 @@ def _write_path(measured):
     return lines
 
 
+def _capture_path(measured):
+    lines = ["| microphone's rate | capture path | bare converter and encoder | ratio |", "|---|---|---|---|"]
+    for entry in measured["rates"]:
+        lines.append(f"| {entry['rateHz']} Hz | {entry['captureUs'] / 1000:.2f} ms | {entry['bareUs'] / 1000:.2f} ms | "
+                     f"{entry['ratio']:.2f} |")
+    return lines
+
+
 def _playing(measured):
     lines = [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes "
              f"({measured['framesSent']} frames) uses {measured['cpuSecondsPerMinute']:.2f} s of processor time "
@@ -37,9 +46,11 @@ def tables(results):
     lines = [f"Measured on {results['when']}: {results['machine']}.", ""]
     if "writePath" in results:
         lines += _write_path(results["writePath"]) + [""]
+    if "capturePath" in results:
+        lines += _capture_path(results["capturePath"]) + [""]
     if "playing" in results:
         lines += _playing(results["playing"]) + [""]
-    loads = ", ".join(f"{results[name]['load']:.1f}" for name in ("writePath", "playing") if name in results)
+    loads = ", ".join(f"{results[name]['load']:.1f}" for name in ("writePath", "capturePath", "playing") if name in results)
     lines.append(f"Processes that wanted to run when measuring began: {loads}.")
     return "\n".join(lines) + "\n"
 
@@ -51,6 +62,10 @@ def missed(results):
         if entry["ratio"] > MOST_RATIO:
             found.append(f"{entry['file']}: a write takes {entry['ratio']:.2f} times the bare decoder's time, "
                          f"at most {MOST_RATIO} is wanted")
+    for entry in results.get("capturePath", {}).get("rates", []):
+        if entry["ratio"] > MOST_CAPTURE_RATIO:
+            found.append(f"{entry['rateHz']} Hz: capture takes {entry['ratio']:.2f} times the bare encoder's time, "
+                         f"at most {MOST_CAPTURE_RATIO} is wanted")
     samples = results.get("playing", {}).get("memoryKib")
     if samples and samples[-1]["own"] - samples[0]["own"] > MOST_GROWTH_KIB:
         found.append(f"memory grew by {samples[-1]['own'] - samples[0]['own']} KiB, "

@@ -15,6 +15,7 @@ sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
 
 from rig import media, paths, processes, session  # noqa: E402  (found through the line above)
 
+import capture_path  # noqa: E402
 import machine  # noqa: E402
 import page  # noqa: E402
 import playing  # noqa: E402
@@ -29,7 +30,8 @@ def parse_arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description="Measures speed and memory.")
     parser.add_argument("files", nargs="*", metavar="FILE", help="sound files to decode beside the speech")
     parser.add_argument("--minutes", type=float, default=10, help="length of the run that memory is watched in")
-    parser.add_argument("--only", choices=("write-path", "playing"), help="measure one thing, write no page")
+    parser.add_argument("--only", choices=("write-path", "capture-path", "playing"),
+                        help="measure one thing, write no page")
     return parser.parse_args()
 
 
@@ -40,10 +42,13 @@ def main():
     results = {"when": datetime.date.today().isoformat(), "machine": machine.describe()}
     world = session.Session("bench")
     try:
-        if options.only != "playing":
+        if options.only in (None, "write-path"):
             say("timing calls of WriteStreamBuffer beside the bare decoder")
             results["writePath"] = write_path.measure(world, [speech, *options.files])
-        if options.only != "write-path":
+        if options.only in (None, "capture-path"):
+            say("timing the capture path beside the bare encoder")
+            results["capturePath"] = capture_path.measure(world, speech)
+        if options.only in (None, "playing"):
             say(f"watching a host play for {options.minutes:g} minutes")
             results["playing"] = playing.measure(world, speech, 60 * options.minutes)
     except (RuntimeError, OSError, AssertionError) as problem:

@@ -1,0 +1,111 @@
+// Processor time of the capture path, from the microphone's packets to the host's, beside the bare
+// converter and encoder over the same samples. The repetitions are interleaved at random.
+//
+//   velto-capture-path-bench [--benchmark_...] FILE.f32
+//
+// FILE.f32: interleaved stereo floats, taken to have 48000 Hz, and 44100 Hz as well.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "bench/bare_encoder.h"
+#include "bench/module_recorder.h"
+
+namespace velto::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int packets = 480; // of 10 ms: 4.8 s, which at 48000 Hz fill 225 frames exactly
+constexpr int repetitions = 31;
+
+std::vector<float> ReadSamples(const char *path, size_t values)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<float> samples(values);
+    file.read(reinterpret_cast<char *>(samples.data()), static_cast<std::streamsize>(values * sizeof(float)));
+    if (static_cast<size_t>(file.gcount()) != values * sizeof(float)) {
+        throw std::runtime_error(std::string(path) + " is too short");
+    }
+    return samples;
+}
+
+// Times are per second of sound.
+void Register(const std::string &name, const std::function<double()> &record)
+{
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [record](benchmark::State &state) {
+                                     for (auto _ : state) {
+                                         state.SetIterationTime(record() / (packets * 0.01));
+                                     }
+                                 })
+        ->Iterations(1)
+        ->Repetitions(repetitions)
+        ->UseManualTime()
+        ->Unit(benchmark::kMicrosecond);
+}
+
+struct Contest {
+    Contest(const char *path, uint32_t rateHz)
+        : packetFrames(rateHz / 100),
+          samples(ReadSamples(path, size_t{packetFrames} * packets * 2)),
+          module(rateHz),
+          bare(static_cast<int>(rateHz))
+    {
+    }
+
+    uint32_t packetFrames;
+    std::vector<float> samples;
+    AudioCaptureProbe module;
+    BareEncoder bare;
+
+    double RecordBare()
+    {
+        const auto begin = Clock::now();
+        for (size_t at = 0; at < samples.size(); at += size_t{packetFrames} * 2) {
+            benchmark::DoNotOptimize(bare.Encode(&samples[at], static_cast<int>(packetFrames)));
+        }
+        return std::chrono::duration<double>(Clock::now() - begin).count();
+    }
+};
+
+int Run(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: velto-capture-path-bench [--benchmark_...] FILE.f32\n");
+        return 2;
+    }
+    Contest at48000(argv[1], 48000);
+    Contest at44100(argv[1], 44100);
+    for (Contest *contest : {&at48000, &at44100}) {
+        const std::string rate = std::to_string(contest->packetFrames * 100);
+        Register("Capture/" + rate,
+                 [contest] { return contest->module.Record(contest->samples, contest->packetFrames); });
+        Register("BareEncoder/" + rate, [contest] { return contest->RecordBare(); });
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    std::printf("%d packets, %zu bytes\n", at48000.module.Packets(), at48000.module.Bytes());
+    return at48000.module.Packets() > 0 && at44100.module.Packets() > 0 ? 0 : 1;
+}
+
+} // namespace
+} // namespace velto::bench
+
+int main(int argc, char **argv)
+{
+    try {
+        return velto::bench::Run(argc, argv);
+    } catch (const std::exception &problem) {
+        std::fprintf(stderr, "velto-capture-path-bench: %s\n", problem.what());
+        return 1;
+    }
+}
