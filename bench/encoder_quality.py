@@ -21,8 +21,9 @@ import numpy
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
+sys.path.insert(0, str(REPOSITORY / "scripts"))
 
-from rig import media  # noqa: E402  (found through the line above)
+from rig import media  # noqa: E402  (found through the lines above)
 
 import machine  # noqa: E402
 import masking  # noqa: E402

@@ -14,8 +14,9 @@ import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
+sys.path.insert(0, str(REPOSITORY / "scripts"))
 
-from rig import paths, processes, session  # noqa: E402  (found through the line above)
+from rig import paths, processes, session  # noqa: E402  (found through the lines above)
 
 import machine  # noqa: E402
 import section  # noqa: E402
