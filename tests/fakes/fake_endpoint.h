@@ -138,7 +138,7 @@ public:
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
     std::vector<UINT32> ReleasedFrames() const; // of each ReleaseBuffer of the microphone
-    int LiveObjects() const; // of those made since the last Reset
+    int LiveObjects() const;                    // of those made since the last Reset
     int RegisteredCallbacks() const;
 
     // Deliver a notification to every registered callback on a thread of their own, and wait.
