@@ -60,7 +60,9 @@ target_compile_definitions(velto_header_libs INTERFACE SPDLOG_FMT_EXTERNAL FMT_H
 
 find_package(Threads REQUIRED)
 
-if(BUILD_TESTING)
+if(BUILD_TESTING AND NOT WIN32)
+    find_package(GTest REQUIRED)
+elseif(BUILD_TESTING)
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
 endif()
