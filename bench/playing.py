@@ -9,16 +9,6 @@ CPU_WINDOW_S = 60
 SAMPLE_S = 5
 
 
-def _memory_kib(pid):
-    """(resident, of it the process's own and not a file's) in KiB."""
-    fields = {}
-    with open(f"/proc/{pid}/status") as status:
-        for line in status:
-            name, _, value = line.partition(":")
-            fields[name] = value.split()
-    return int(fields["VmRSS"][0]), int(fields["RssAnon"][0])
-
-
 def _sleep_until(moment):
     time.sleep(max(0.0, moment - time.monotonic()))
 
@@ -33,7 +23,7 @@ def measure(world, speech, seconds):
     cpu, window = host.cpu_seconds(), time.monotonic()
     cpu_after = None
     while host.running and time.monotonic() - begin < seconds - 1:
-        samples.append((time.monotonic() - begin, *_memory_kib(host.process.pid)))
+        samples.append((time.monotonic() - begin, *host.memory_kib()))
         if cpu_after is None and time.monotonic() - window >= CPU_WINDOW_S:
             cpu_after = (host.cpu_seconds() - cpu) / (time.monotonic() - window)
         time.sleep(SAMPLE_S)

@@ -53,6 +53,13 @@ void AddEnd(CLI::App &command, EndOptions &end)
     command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
 }
 
+void AddPaceRate(CLI::App &command, PlayOptions &play)
+{
+    command.add_option("--pace-rate", play.paceRateHz, "Send as fast as if the stream had this rate in Hz")
+        ->check(CLI::Range(1000.0, 1000000.0))
+        ->group(diagnostics);
+}
+
 void AddPlay(CLI::App &command, PlayOptions &play)
 {
     command.add_option("FILE", play.file, "ADTS (.aac) or MP4 (.m4a, .mp4) file")->required();
@@ -75,9 +82,7 @@ void AddDiagnostics(CLI::App &command, PlayOptions &play)
                     "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
         ->type_name("FILE2")
         ->group(diagnostics);
-    command.add_option("--pace-rate", play.paceRateHz, "Send as fast as if the stream had this rate in Hz")
-        ->check(CLI::Range(1000u, 1000000u))
-        ->group(diagnostics);
+    AddPaceRate(command, play);
     command
         .add_option("--framing", play.framing,
                     "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
@@ -111,6 +116,14 @@ void AddDiagnostics(CLI::App &command, PlayOptions &play)
     AddEnd(command, play.end);
 }
 
+void AddPacketTimes(CLI::App &command, RecordOptions &record)
+{
+    command
+        .add_flag("--packet-times", record.packetTimes,
+                  "Report the time of day at which each packet came, in s")
+        ->group(diagnostics);
+}
+
 void AddRecord(CLI::App &command, RecordOptions &record)
 {
     command.add_option("FILE", record.file, "File to write: ADTS (.aac) or MP4 (.m4a, .mp4)")->required();
@@ -129,10 +142,7 @@ void AddRecord(CLI::App &command, RecordOptions &record)
     command.add_option("--pause-reading-for", record.pauseReadingFor, "... for so many seconds, then go on")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command
-        .add_flag("--packet-times", record.packetTimes,
-                  "Report the time of day at which each packet came, in s")
-        ->group(diagnostics);
+    AddPacketTimes(command, record);
     AddEnd(command, record.end);
 }
 
@@ -150,6 +160,13 @@ void AddDuplex(CLI::App &command, DuplexOptions &duplex)
         ->check(CLI::NonNegativeNumber);
     command.add_flag("--progress", duplex.record.showProgress,
                      "Show the recording's progress line when stderr is no console, too");
+    AddPaceRate(command, duplex.play);
+    AddPacketTimes(command, duplex.record);
+    command
+        .add_option("--usage-every", duplex.usageEvery,
+                    "Tell every so many seconds what the process holds, as a line of JSON")
+        ->check(CLI::PositiveNumber)
+        ->group(diagnostics);
 }
 
 void AddSequence(CLI::App &command, MicrophoneProbeOptions &probe)

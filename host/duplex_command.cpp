@@ -3,6 +3,8 @@
 #include <chrono>
 #include <future>
 
+#include "host/usage_report.h"
+
 namespace velto::host {
 
 DuplexCommand::DuplexCommand(const DuplexOptions &options, const Output &output, Interruption &interruption)
@@ -17,7 +19,9 @@ DuplexCommand::DuplexCommand(const DuplexOptions &options, const Output &output,
 ExitCode DuplexCommand::Run(Module &module)
 {
     auto playing = std::async(std::launch::async, [&] { return m_play.Play(module); });
+    UsageReport usage(m_output, std::chrono::duration<double>(m_options.usageEvery));
     const auto isPlayed = [&] {
+        usage.PrintWhenDue(); // asked after each packet and each empty read
         return m_options.record.seconds < 0 &&
                playing.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     };

@@ -15,6 +15,7 @@ struct DuplexOptions {
 
     PlayOptions play;
     RecordOptions record;
+    double usageEvery = 0; // seconds between reports of what the process holds; 0: none
 };
 
 } // namespace velto::host

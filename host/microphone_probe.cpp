@@ -81,12 +81,9 @@ Json CloseWhileReading(const Module &module)
 
 Json Usage(uint32_t cycle)
 {
-    const ProcessUsage usage = MeasureProcess();
-    return {{"cycle", cycle},
-            {"handles", usage.handles},
-            {"threads", usage.threads},
-            {"committedBytes", usage.committedBytes},
-            {"residentBytes", usage.residentBytes}};
+    Json usage = {{"cycle", cycle}};
+    usage.update(Describe(MeasureProcess()));
+    return usage;
 }
 
 Json Cycles(const Module &module, uint32_t count, const Output &output)

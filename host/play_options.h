@@ -32,8 +32,8 @@ struct PlayOptions {
     bool showProgress = false;
 
     // Diagnostics.
-    std::string modemFile;   // sent to ModemSpeaker1 at the same time
-    uint32_t paceRateHz = 0; // send as if the stream had this rate
+    std::string modemFile; // sent to ModemSpeaker1 at the same time
+    double paceRateHz = 0; // send as if the stream had this rate
     Framing framing = Framing::AUTO;
     bool sendDamaged = false;          // hand over units that this program's own decoder refuses
     std::vector<Parameter> parameters; // set before the first frame

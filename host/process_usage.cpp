@@ -51,4 +51,12 @@ ProcessUsage MeasureProcess()
     return usage;
 }
 
+Json Describe(const ProcessUsage &usage)
+{
+    return {{"handles", usage.handles},
+            {"threads", usage.threads},
+            {"committedBytes", usage.committedBytes},
+            {"residentBytes", usage.residentBytes}};
+}
+
 } // namespace velto::host

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "host/output.h"
+
 namespace velto::host {
 
 struct ProcessUsage {
@@ -13,5 +15,7 @@ struct ProcessUsage {
 };
 
 ProcessUsage MeasureProcess();
+
+Json Describe(const ProcessUsage &usage);
 
 } // namespace velto::host

@@ -12,9 +12,9 @@ constexpr uint32_t lowComplexity = 2;
 constexpr int mostFramesAtOnce = 4;
 constexpr uint64_t mostComplaints = 5; // about units left out; the summary counts them all
 
-std::chrono::nanoseconds FrameTime(const AacStream &stream, uint32_t paceRateHz)
+std::chrono::nanoseconds FrameTime(const AacStream &stream, double paceRateHz)
 {
-    const double rateFactor = paceRateHz != 0 ? static_cast<double>(stream.sampleRateHz) / paceRateHz : 1.0;
+    const double rateFactor = paceRateHz > 0 ? stream.sampleRateHz / paceRateHz : 1.0;
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
         std::chrono::duration<double>(stream.FrameSeconds() * rateFactor));
 }

@@ -6,7 +6,7 @@ import unittest
 
 import numpy
 
-from rig import compare, media
+from rig import compare, media, sound_check
 
 RATE = 48000
 
@@ -190,6 +190,39 @@ class TheJudgeOfCodedSound(unittest.TestCase):
         heard[3 * RATE + 2000:3 * RATE + 3024] = 0
         self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
         self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [3.0])
+
+
+class TheFollowerOfEndlessSound(unittest.TestCase):
+    def setUp(self):
+        self.period = media.glides(20, seed=3)[:, 0]
+        self.check = sound_check.SoundCheck(self.period, RATE, good_db=20)
+
+    def feed(self, *pieces):
+        heard = numpy.concatenate(pieces)
+        for begin in range(0, len(heard), 100001):
+            self.check.feed(heard[begin:begin + 100001])
+
+    def test_whole_sound_has_neither_damage_nor_slips_over_the_seam(self):
+        self.feed(numpy.zeros(5000), self.period[1000:], self.period)
+        self.assertEqual((self.check.damaged, self.check.slips), (0, []))
+        self.assertGreater(self.check.windows, 190)
+        self.assertEqual(self.check.places[0], (9600, 5600))
+
+    def test_missing_and_added_sound_are_slips_of_that_length(self):
+        self.feed(self.period, self.period[4096:], self.period[:96000], numpy.zeros(3000), self.period[96000:])
+        self.assertEqual([slip.frames for slip in self.check.slips], [4096, -3000])
+        self.assertLessEqual(self.check.damaged, 2)
+
+    def test_silence_noise_and_a_wrong_speed_are_damage(self):
+        noise = numpy.random.default_rng(2).standard_normal(RATE)
+        for name, heard in (("silence", numpy.zeros(RATE)), ("noise", 0.1 * noise),
+                            ("speed", resampled(self.period[:2 * RATE, None], 1.01)[:RATE, 0])):
+            with self.subTest(name):
+                check = sound_check.SoundCheck(self.period, RATE, good_db=20)
+                check.feed(self.period[:RATE])
+                check.feed(heard)
+                check.feed(self.period[RATE:2 * RATE])
+                self.assertEqual((check.windows, check.damaged, check.slips[0].frames), (15, 5, -RATE))
 
 
 if __name__ == "__main__":

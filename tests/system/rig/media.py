@@ -106,6 +106,18 @@ def decode(path, rate, channels=2):
     return numpy.frombuffer(out, dtype="<f4").reshape(-1, channels)
 
 
+def decode_in_pieces(path, rate, channels, frames):
+    """What decode() returns, in pieces of so many frames, for files that are too long for one."""
+    command = ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-ar", rate, "-ac", channels, "-f", "f32le", "-"]
+    decoder = processes.start(command, stdout=subprocess.PIPE)
+    try:
+        while data := decoder.stdout.read(4 * channels * frames):
+            yield numpy.frombuffer(data, dtype="<f4").reshape(-1, channels)
+    finally:
+        decoder.stdout.close()
+        processes.end(decoder)
+
+
 def frame_count(path):
     """AAC frames in a file."""
     out = processes.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets",

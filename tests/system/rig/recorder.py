@@ -17,6 +17,7 @@ class Recorder:
         self.sink, self.rate, self.channels = sink, rate, channels
         self._chunks = []
         self._frames = 0
+        self._taken = 0     # frames that take() gave out
         self._clock = None  # wall time of frame 0, from the least delayed chunk
         self._lock = threading.Lock()
         self._process = processes.start(
@@ -52,6 +53,18 @@ class Recorder:
         with self._lock:
             data = b"".join(self._chunks)
         return numpy.frombuffer(data, dtype="<f4").reshape(-1, self.channels)
+
+    def take(self):
+        """(number of the first frame, samples, wall time of frame 0) of what came since the last call.
+
+        For long recordings: it is forgotten here, and the time goes by these samples alone, as a sink's
+        clock may run away from the wall's.
+        """
+        with self._lock:
+            data, self._chunks = b"".join(self._chunks), []
+            clock, self._clock = self._clock, None
+            first, self._taken = self._taken, self._frames
+        return first, numpy.frombuffer(data, dtype="<f4").reshape(-1, self.channels), clock
 
     def time_of(self, frame):
         """Wall time (as time.time() counts) at which a frame was heard; good to some 20 ms."""

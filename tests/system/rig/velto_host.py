@@ -76,5 +76,14 @@ class VeltoHost:
             fields = stat.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
+    def memory_kib(self):
+        """(resident, of it the process's own and not a file's) in KiB."""
+        fields = {}
+        with open(f"/proc/{self.process.pid}/status") as status:
+            for line in status:
+                name, _, value = line.partition(":")
+                fields[name] = value.split()
+        return int(fields["VmRSS"][0]), int(fields["RssAnon"][0])
+
     def stop(self):
         processes.end(self.process)

@@ -1,0 +1,45 @@
+"""Delay and memory over the length of the calls, drawn by gnuplot."""
+
+import pathlib
+import tempfile
+
+from rig import processes
+
+SCRIPT = """
+set terminal pngcairo size 1100,760 font ",10"
+set output "{output}"
+set multiplot layout 2,{columns} columnsfirst title "velto-host duplex under Wine"
+set grid
+set key bottom right
+set xrange [0:*]
+set xlabel "minutes"
+{plots}
+unset multiplot
+"""
+
+PLOTS = """
+set title "sender's clock {ppm:+d} ppm"
+set ylabel "delay, ms"
+set yrange [0:*]
+plot "{speaker}" using ($1/60):2 with lines lw 2 title "speaker", \\
+     "{microphone}" using ($1/60):2 with lines lw 2 title "microphone"
+set ylabel "memory, MiB"
+plot "{memory}" using ($1/60):($2/1024) with lines lw 2 title "resident", \\
+     "{memory}" using ($1/60):($3/1024) with lines lw 2 title "the process's own"
+"""
+
+
+def draw(calls, target):
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        plots = []
+        for call in calls:
+            columns = {"speaker": call.speaker_delay, "microphone": call.microphone_delay, "memory": call.samples}
+            files = {}
+            for what, rows in columns.items():
+                files[what] = folder / f"{call.name}-{what}"
+                files[what].write_text("".join(" ".join(f"{value:.3f}" for value in row) + "\n" for row in rows))
+            plots.append(PLOTS.format(ppm=call.ppm, **files))
+        script = folder / "script"
+        script.write_text(SCRIPT.format(output=target, columns=len(calls), plots="".join(plots)))
+        processes.run(["gnuplot", script])
