@@ -34,6 +34,24 @@ void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
     }
 }
 
+void AddUnloadWait(CLI::App &command, EndOptions &end)
+{
+    command.add_option("--unload-wait", end.unloadWait, "Watch the freed DLL go for so many seconds at most")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str()
+        ->group(diagnostics);
+}
+
+void AddExit(CLI::App &command, EndOptions &end)
+{
+    command
+        .add_option("--exit-after", end.exitAfter,
+                    "End the process after so many seconds, while the module works ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
+}
+
 void AddEnd(CLI::App &command, EndOptions &end)
 {
     command
@@ -41,16 +59,8 @@ void AddEnd(CLI::App &command, EndOptions &end)
                     "Free the DLL after so many seconds, while it works, and watch it go")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--unload-wait", end.unloadWait, "Watch for so many seconds at most")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str()
-        ->group(diagnostics);
-    command
-        .add_option("--exit-after", end.exitAfter,
-                    "End the process after so many seconds, while the module works ...")
-        ->check(CLI::NonNegativeNumber)
-        ->group(diagnostics);
-    command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
+    AddUnloadWait(command, end);
+    AddExit(command, end);
 }
 
 void AddPaceRate(CLI::App &command, PlayOptions &play)
@@ -184,6 +194,25 @@ void AddSequence(CLI::App &command, MicrophoneProbeOptions &probe)
         ->group(diagnostics);
 }
 
+void AddStorm(CLI::App &command, StormOptions &storm)
+{
+    command.add_option("FILE", storm.file, "AAC file whose frames are sent, some of them damaged")
+        ->required();
+    command.add_option("--seconds", storm.seconds, "Length of a storm")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        .add_option(
+            "--loads", storm.loads,
+            "Load, storm and free the module so many times; if more than once, watch it go at the end")
+        ->check(CLI::Range(1u, 1000000u))
+        ->capture_default_str();
+    command.add_option("--seed", storm.seed, "The same seed makes the same calls, each thread for itself")
+        ->capture_default_str();
+    AddUnloadWait(command, storm.end);
+    AddExit(command, storm.end);
+}
+
 } // namespace
 
 CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
@@ -219,6 +248,12 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
     AddSequence(probe, line.microphoneProbe);
     AddCommon(probe, line, true);
 
+    CLI::App &storm =
+        *app.add_subcommand("storm", "Make all calls at once, at random, and count what they return");
+    AddStorm(storm, line.storm);
+    AddCommon(storm, line, true);
+    storm.footer(exitCodeHelp);
+
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     if (!reversed.empty()) {
         reversed.pop_back(); // the program's own name
@@ -235,6 +270,7 @@ CommandLine ReadCommandLine(const std::vector<std::string> &arguments)
                    : record.parsed()     ? Command::RECORD
                    : duplex.parsed()     ? Command::DUPLEX
                    : devices.parsed()    ? Command::DEVICES
+                   : storm.parsed()      ? Command::STORM
                                          : Command::PROBE;
     return line;
 }

@@ -8,11 +8,12 @@
 #include "host/microphone_probe.h"
 #include "host/play_options.h"
 #include "host/record_options.h"
+#include "host/storm_options.h"
 
 namespace velto::host {
 
 struct CommandLine {
-    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, PROBE };
+    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, PROBE, STORM };
 
     Command command = Command::NONE; // NONE: it has all been said, end with exitCode
     int exitCode = 0;
@@ -22,6 +23,7 @@ struct CommandLine {
     RecordOptions record;
     DuplexOptions duplex;
     MicrophoneProbeOptions microphoneProbe;
+    StormOptions storm;
 };
 
 // Prints help, version and complaints itself.

@@ -20,6 +20,7 @@
 #include "host/play_command.h"
 #include "host/probe_command.h"
 #include "host/record_command.h"
+#include "host/storm_command.h"
 #include "host/utf8.h"
 
 namespace {
@@ -61,6 +62,11 @@ int Run(const CommandLine &line, const Output &output)
         DuplexCommand duplex(line.duplex, output, interruption);
         Module module(line.modulePath);
         return duplex.Run(module);
+    }
+    case CommandLine::Command::STORM: {
+        const Interruption interruption;
+        StormCommand storm(line.storm, output, interruption);
+        return storm.Run(line.modulePath);
     }
     case CommandLine::Command::NONE:
         break;

@@ -1,0 +1,157 @@
+#include "host/storm.h"
+
+#include <array>
+#include <chrono>
+
+namespace velto::host {
+namespace {
+
+constexpr uint32_t mostUnitsAtOnce = 30;
+constexpr uint32_t mostReads = 60;
+constexpr uint32_t oneIn = 16; // calls has something wrong
+
+void OnEvent(const char *, uint32_t, int32_t) {}
+
+uint32_t Below(std::mt19937 &random, uint32_t limit)
+{
+    return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random);
+}
+
+void Pause(std::mt19937 &random, int mostMs)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(Below(random, static_cast<uint32_t>(mostMs) + 1)));
+}
+
+} // namespace
+
+Storm::Storm(const AudioHandlerTable &table, const AacUnits &units, CallCounts &counts, uint32_t seed)
+    : m_table(table), m_units(units), m_counts(counts)
+{
+    const auto add = [&](int mostPauseMs, std::function<void(Random &)> act) {
+        m_threads.emplace_back(&Storm::Repeat, this, ++seed, mostPauseMs, std::move(act));
+    };
+    add(300, [this, id = DeviceId(VELTO_ID_SPEAKER)](Random &random) { Write(id, random); });
+    add(300, [this, id = DeviceId(VELTO_ID_MODEM_SPEAKER)](Random &random) { Write(id, random); });
+    add(200, [this](Random &random) { SetParameters(random); });
+    add(200, [this](Random &random) { CloseTrack(random); });
+    add(50, [this](Random &) { AskCapabilities(); });
+    add(100, [this](Random &random) { ChangeListener(random); });
+    add(200, [this](Random &random) { Record(random); });
+    add(5, [this](Random &) {
+        Microphone microphone(m_table, VELTO_ID_MODEM_MIC);
+        ReadOnce(microphone);
+    });
+}
+
+Storm::~Storm()
+{
+    Stop();
+}
+
+void Storm::Stop()
+{
+    m_stopped = true;
+    for (std::thread &thread : m_threads) {
+        thread.join();
+    }
+    m_threads.clear();
+    for (const DeviceId &id : {DeviceId(VELTO_ID_SPEAKER), DeviceId(VELTO_ID_MODEM_SPEAKER)}) {
+        m_counts.Note("CloseAudioTrack", m_table.CloseAudioTrack(id.Text(), id.Length()), VELTO_OK);
+    }
+    const AudioListener none{nullptr, nullptr};
+    m_counts.Note("RegisterListener", m_table.RegisterListener(&none), VELTO_OK);
+}
+
+void Storm::Repeat(uint32_t seed, int mostPauseMs, const std::function<void(Random &)> &act)
+{
+    Random random(seed);
+    while (!m_stopped) {
+        act(random);
+        Pause(random, mostPauseMs);
+    }
+}
+
+// A burst of units that follow each other in the stream, about as fast as they would be heard.
+void Storm::Write(const DeviceId &id, Random &random)
+{
+    size_t place = Below(random, static_cast<uint32_t>(m_units.size()));
+    for (uint32_t left = 1 + Below(random, mostUnitsAtOnce); left > 0 && !m_stopped; --left) {
+        std::vector<uint8_t> unit = m_units[place];
+        place = (place + 1) % m_units.size();
+        if (Below(random, oneIn) == 0) {
+            unit[Below(random, static_cast<uint32_t>(unit.size()))] ^=
+                static_cast<uint8_t>(1u << Below(random, 8));
+        }
+        if (Below(random, oneIn) == 0) {
+            unit.resize(1 + Below(random, static_cast<uint32_t>(unit.size())));
+        }
+        const bool isWrong = Below(random, oneIn) == 0;
+        StreamFrameHeader header{static_cast<int32_t>(Below(random, 8)), static_cast<uint32_t>(unit.size()),
+                                 0};
+        StreamFrame frame{unit.data(), {}, &header};
+        const int32_t result =
+            m_table.WriteStreamBuffer(id.Text(), id.Length() + (isWrong ? 1 : 0), nullptr, &frame);
+        // While another thread opens the devices nothing is looked at, and the frame is dropped.
+        m_counts.Note("WriteStreamBuffer", result,
+                      isWrong && result != VELTO_OK ? VELTO_ERROR_INVALID : VELTO_OK);
+        Pause(random, 40);
+    }
+}
+
+void Storm::SetParameters(Random &random)
+{
+    constexpr std::array rates{8000u, 22050u, 44100u, 48000u, 96000u};
+    constexpr std::array channels{uint32_t{VELTO_CHANNEL_MONO}, uint32_t{VELTO_CHANNEL_STEREO}};
+    constexpr std::array formats{uint32_t{VELTO_FORMAT_S16}, uint32_t{VELTO_FORMAT_S32}};
+    const auto one = [&random](const auto &of) {
+        return of[Below(random, static_cast<uint32_t>(of.size()))];
+    };
+    const AudioProfileEntry entries[] = {
+        {VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1, one(rates)},
+        {VELTO_KEY_CHANNEL, sizeof(VELTO_KEY_CHANNEL) - 1, one(channels)},
+        {VELTO_KEY_FORMAT, sizeof(VELTO_KEY_FORMAT) - 1, one(formats)},
+    };
+    const AudioProfileList list{Below(random, 4), 0, entries};
+    const DeviceId id(Below(random, 2) == 0 ? VELTO_ID_SPEAKER : VELTO_ID_MODEM_SPEAKER);
+    m_counts.Note("SetAudioParameter",
+                  m_table.SetAudioParameter(id.Text(), id.Length(), nullptr, nullptr, &list),
+                  list.count == 0 ? VELTO_ERROR_INVALID : VELTO_OK);
+}
+
+void Storm::CloseTrack(Random &random)
+{
+    const DeviceId id(Below(random, 2) == 0 ? VELTO_ID_SPEAKER : VELTO_ID_MODEM_SPEAKER);
+    m_counts.Note("CloseAudioTrack", m_table.CloseAudioTrack(id.Text(), id.Length()), VELTO_OK);
+}
+
+void Storm::AskCapabilities()
+{
+    AudioCapabilityItem *items = nullptr;
+    uint32_t count = 0;
+    m_counts.Note("GetAudioCapability", m_table.GetAudioCapability(&items, &count), VELTO_OK);
+    m_table.Release(VELTO_RELEASE_CAPABILITIES, items, count);
+}
+
+void Storm::ChangeListener(Random &random)
+{
+    const AudioListener listener{Below(random, 2) == 0 ? nullptr : OnEvent, nullptr};
+    m_counts.Note("RegisterListener", m_table.RegisterListener(&listener), VELTO_OK);
+}
+
+void Storm::Record(Random &random)
+{
+    Microphone microphone(m_table, VELTO_ID_MIC);
+    m_counts.Note("OpenAudioRecord", microphone.Open(), VELTO_OK);
+    for (uint32_t left = Below(random, mostReads); left > 0 && !m_stopped; --left) {
+        ReadOnce(microphone);
+    }
+    m_counts.Note("CloseAudioRecord", microphone.Close(), VELTO_OK);
+}
+
+void Storm::ReadOnce(Microphone &microphone)
+{
+    m_packets += microphone.Read() == Microphone::Outcome::PACKET ? 1 : 0;
+    m_counts.Note("ReadStreamBuffer", microphone.Result(), VELTO_OK);
+}
+
+} // namespace velto::host

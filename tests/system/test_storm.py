@@ -1,0 +1,32 @@
+#!/usr/bin/python3
+"""All calls at once, at random, while the default devices change under them."""
+
+import random
+import time
+
+from rig import media, paths, session, storms
+
+SECONDS = 18
+
+
+class AllAtOnce(session.SystemTest):
+    SINKS = (("spkA", 48000, 2), ("spkB", 44100, 2))
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def test_every_call_returns_what_is_documented_and_the_process_ends_clean(self):
+        self.session.server.load_second_microphone("micB", "micA", 44100, 2)
+        self.session.speak(media.glides(SECONDS + 60, seed=5))
+        seed = random.SystemRandom().randrange(10 ** 6)
+        host = self.session.host("storm", paths.to_windows(media.speech("speech")), "--seconds", SECONDS, "--seed", seed, "--json")
+        with storms.FlappingDefaults(self.session) as flapping:
+            while host.running:
+                time.sleep(2)
+                flapping.rest(2.5)
+            code = host.wait()
+        print(f"  seed {seed}, {flapping.changes} changes of a default device", flush=True)
+        storms.check_calls(self, host, code)
+        self.until(lambda: not self.session.server.captures(), "the microphone's stream to be gone")
+
+
+if __name__ == "__main__":
+    session.main()
