@@ -6,9 +6,11 @@
 namespace velto::host {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr uint32_t mostUnitsAtOnce = 30;
-constexpr uint32_t mostReads = 60;
-constexpr uint32_t oneIn = 16; // calls has something wrong
+constexpr uint32_t longestRecordMs = 3000; // the first packet takes up to a second
+constexpr uint32_t oneIn = 16;             // calls has something wrong
 
 void OnEvent(const char *, uint32_t, int32_t) {}
 
@@ -142,8 +144,10 @@ void Storm::Record(Random &random)
 {
     Microphone microphone(m_table, VELTO_ID_MIC);
     m_counts.Note("OpenAudioRecord", microphone.Open(), VELTO_OK);
-    for (uint32_t left = Below(random, mostReads); left > 0 && !m_stopped; --left) {
+    const auto end = Clock::now() + std::chrono::milliseconds(Below(random, longestRecordMs));
+    while (Clock::now() < end && !m_stopped) {
         ReadOnce(microphone);
+        Pause(random, 10);
     }
     m_counts.Note("CloseAudioRecord", microphone.Close(), VELTO_OK);
 }

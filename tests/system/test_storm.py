@@ -6,7 +6,7 @@ import time
 
 from rig import media, paths, session, storms
 
-SECONDS = 18
+SECONDS = 20
 
 
 class AllAtOnce(session.SystemTest):
@@ -21,7 +21,7 @@ class AllAtOnce(session.SystemTest):
         with storms.FlappingDefaults(self.session) as flapping:
             while host.running:
                 time.sleep(2)
-                flapping.rest(2.5)
+                flapping.rest(3.5)
             code = host.wait()
         print(f"  seed {seed}, {flapping.changes} changes of a default device", flush=True)
         storms.check_calls(self, host, code)

@@ -50,10 +50,10 @@ def check_calls(test, host, code):
     print("  " + ", ".join(f"{slot} {sum(results.values())}" for slot, results in summary["calls"].items())
           + f"; {summary['packets']} packets", flush=True)
     test.assertEqual(summary["notAsDocumented"], 0, summary["calls"])
-    test.assertGreater(summary["packets"], 10)
+    test.assertGreater(summary["packets"], 0)
     for slot in ("WriteStreamBuffer", "SetAudioParameter", "CloseAudioTrack", "GetAudioCapability", "OpenAudioRecord",
                  "ReadStreamBuffer", "CloseAudioRecord", "RegisterListener"):
-        test.assertGreater(sum(summary["calls"][slot].values()), 10, slot)
+        test.assertGreater(sum(summary["calls"][slot].values()), 3, slot)
     # Of the writes one in 16 has a wrong id; few of them find the module busy opening its devices.
     writes = summary["calls"]["WriteStreamBuffer"]
     test.assertGreater(writes.get("-2000", 0), sum(writes.values()) / 32, writes)
