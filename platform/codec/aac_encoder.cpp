@@ -18,6 +18,7 @@ namespace {
 
 constexpr uint32_t lowComplexity = 2;     // the MPEG-4 audio object type
 constexpr uint32_t bytesPerChannel = 768; // most that an AAC-LC access unit may have: 6144 bits
+constexpr uint32_t lowestBitRate = 5;     // per channel: for less, FFmpeg leaves no bandwidth to the sound
 constexpr float fullScale = 32768.0F;
 
 template <typename... Values>
@@ -60,7 +61,8 @@ bool CanEncode(const AVCodec &codec, const EncodeParam &param)
     if (ChannelCountOf(param.channelCode) == 0) {
         return Refused("channelCode", param.channelCode);
     }
-    if (param.bitRate == 0 || param.bitRate > HighestBitRate(param, frameLength)) {
+    if (param.bitRate < lowestBitRate * ChannelCountOf(param.channelCode) ||
+        param.bitRate > HighestBitRate(param, frameLength)) {
         return Refused("bitRate", param.bitRate);
     }
     if (param.pcmFormat != static_cast<uint32_t>(PCMFormat::S16)) {

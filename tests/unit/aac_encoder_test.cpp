@@ -65,6 +65,20 @@ TEST_F(Encoder, TheHighestBitRateIsThatOfTheChannels)
     ExpectRefused(param, L"Initialize: bitRate cannot be 288001");
 }
 
+TEST_F(Encoder, ABitRateThatLeavesNoBandwidthIsRefusedByItsName)
+{
+    EncodeParam param = StereoParam();
+    param.bitRate = 10;
+    EXPECT_TRUE(Open(param));
+    param.bitRate = 9;
+    ExpectRefused(param, L"Initialize: bitRate cannot be 9");
+    param = MonoParam();
+    param.bitRate = 5;
+    EXPECT_TRUE(Open(param));
+    param.bitRate = 4;
+    ExpectRefused(param, L"Initialize: bitRate cannot be 4");
+}
+
 TEST_F(Encoder, NamesTheFirstOfSeveralWrongFields)
 {
     ExpectRefused({1, 1, 0, 0, 0}, L"Initialize: sampleRateHz cannot be 1");

@@ -1,0 +1,170 @@
+#!/usr/bin/python3
+"""Makes the fuzz targets' seed corpora: corpora.py FOLDER
+
+Each target gets a folder of small files. Those with sound in them hold what FFmpeg's encoder makes of
+tones and noise; broken ones are made of the whole ones, the same ones each time.
+"""
+
+import pathlib
+import random
+import struct
+import subprocess
+import sys
+
+# Of sounds that differ in what the encoder has to do: rate, channels, bit rate, kind of stream.
+SOUNDS = {
+    "tone": ["-f", "lavfi", "-i", "sine=440:d=0.2:r=48000", "-ac", "2", "-b:a", "96k"],
+    "mono": ["-f", "lavfi", "-i", "sine=880:d=0.2:r=48000", "-ac", "1", "-b:a", "48k"],
+    "noise": ["-f", "lavfi", "-i", "anoisesrc=d=0.15:r=48000:seed=1", "-ac", "2", "-b:a", "256k"],
+    "slow": ["-f", "lavfi", "-i", "sine=300:d=0.3:r=22050", "-ac", "2", "-b:a", "32k"],
+    "surround": ["-f", "lavfi", "-i", "anoisesrc=d=0.08:r=48000:seed=2", "-ac", "6", "-b:a", "192k"],
+    "silence": ["-f", "lavfi", "-i", "anullsrc=r=48000", "-t", "0.2", "-ac", "2", "-b:a", "96k"],
+}
+ADTS_HEADER_BYTES = 7
+
+
+def ffmpeg(*arguments):
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-bitexact", *arguments], check=True)
+
+
+def access_units(adts):
+    """The raw units of an ADTS stream."""
+    units = []
+    while len(adts) > ADTS_HEADER_BYTES:
+        size = (adts[3] & 3) << 11 | adts[4] << 3 | adts[5] >> 5
+        units.append(adts[ADTS_HEADER_BYTES:size])
+        adts = adts[size:]
+    return units
+
+
+def broken(data, seed):
+    """The same bytes cut, with flipped bits, with a piece lost and with one doubled."""
+    rng = random.Random(seed)
+    flipped = bytearray(data)
+    for _ in range(8):
+        flipped[rng.randrange(len(data))] ^= 1 << rng.randrange(8)
+    at = rng.randrange(len(data))
+    yield "cut", data[:at]
+    yield "flipped", bytes(flipped)
+    yield "lost", data[:at] + data[at + rng.randrange(1, 64):]
+    yield "doubled", data[:at] + data[at // 2:]
+
+
+def frame(unit, device=0):
+    """One write of speaker_road's: choice, size, payload, stream type."""
+    return struct.pack("<BH", device << 3, len(unit)) + unit + b"\x03"
+
+
+def speaker_road(units):
+    stereo_mix, mono_mix, wide_mix = b"\x00\x00\x00" * 2, b"\x01\x01\x01" * 2, b"\x03\x00\x02\x04\x03\x05"
+    headset, lost, idle, closed = b"\x07\x02", b"\x07\x01", b"\x07\x00", b"\x06"
+    for name, sound in units.items():
+        yield name, stereo_mix + b"".join(frame(unit) for unit in sound[:6])
+        for kind, bad in broken(sound[2], name):
+            yield f"{name}_{kind}", stereo_mix + b"".join(map(frame, [sound[1], bad, sound[3], sound[2]]))
+    mixed = [unit for three in zip(*(sound[:4] for sound in units.values())) for unit in three]
+    yield "mixed", mono_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(mixed))
+    tone = [frame(unit) for unit in units["tone"][:8]]
+    yield "changes", wide_mix + tone[0] + headset + tone[1] + tone[2] + lost + tone[3] + idle + tone[4] + closed
+    yield "odd", stereo_mix + b"".join(struct.pack("<BBI", 4, way, 7) for way in range(6)) + tone[0]
+    parameters = struct.pack("<BBBIBIBI", 5, 3, 0, 44100, 1, 16, 2, 4)
+    yield "parameters", stereo_mix + parameters + tone[0] + idle + tone[1]
+    yield "both", stereo_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(units["noise"]))
+
+
+def host_records():
+    every_id = [bytes([i, way]) for i in range(4) for way in (0, 2)]
+    entry = struct.pack("<BBIB", 0, 0, 7, 200) + struct.pack("<BBIB", 0, 1, 7, 16) + struct.pack("<BBIB", 0, 2, 7, 4)
+    full = b"\x00\x03" + entry[:7] + entry[7:]
+    yield "capabilities", b"\x00\x00\x00\x00\x00" * 3
+    yield "released", b"\x01\x01\x00\x00\x00\x04\x00\x00\x00"
+    yield "listening", b"\x08\x00" + b"".join(b"\x04" + name for name in every_id)
+    yield "parameters", b"\x08\x00" + b"".join(b"\x02" + name + full for name in every_id)
+    yield "read_parameters", b"\x03" + full + b"\x03\x01\x00" + b"\x03\x02\x02" + b"\x03\x00\x0f" + bytes(range(256))
+    yield "refused_opening", b"".join(b"\x05" + name + b"\x01\x00\x00\x00\x00\x00" for name in every_id)
+    yield "reading", b"".join(b"\x06" + name + bytes([way, 0, 15, 0, 0]) for way in range(4) for name in every_id)
+    yield "closing", b"".join(b"\x07" + name for name in every_id)
+    yield "foreign_id", b"\x04\x0cforeign name\x00" + b"\x04\x85" + b"x" * 133 + b"\x00"
+
+
+def encoder(rng):
+    def opened(rate, channel, change=7, bits=128000):
+        return struct.pack("<BBBBI", 0, rate, channel, change, bits)
+
+    def encoded(shape, data=b""):
+        return struct.pack("<BBH", 1, shape, len(data)) + data
+
+    noise = bytes(rng.randrange(256) for _ in range(1500))
+    square = (b"\xff\x7f" * 40 + b"\x00\x80" * 40) * 3
+    silence = encoded(0)
+    drained = b"\x04\x03"
+    for rate in range(13):
+        yield f"rate_{rate}", opened(rate, rate) + encoded(0, noise) * 3 + encoded(0, square) * 2 + drained
+    for field in range(5):
+        yield f"field_{field}", opened(3, 0, field) + struct.pack("<I", 1 << 31) + silence
+    yield "again", opened(3, 0) + silence * 3 + opened(3, 1) + silence * 3 + b"\x07" + silence + drained
+    yield "shapes", opened(3, 0) + b"".join(encoded(shape, noise[:64]) + b"\x05" for shape in range(32))
+    yield "short", opened(3, 0) + silence * 2 + struct.pack("<BBH", 1, 4, 100) + silence + drained + silence
+    yield "vain", opened(3, 0) + b"\x06\x00\x06\x80\x05\x00\x05\x01\x05\xff"
+    yield "rates_of_bits", b"".join(opened(3, 0, 7, bits) + encoded(0, noise) * 4 for bits in (1, 8000, 576000))
+
+
+def packet_queue(rng):
+    yield "circulation", b"\x00\x10\xff" + b"\x08\x40" * 4
+    yield "by_hand", b"\x00\x04\xff" + b"\x03\x00" * 4 + b"\x06\x00" * 4 + b"\x04\x00" * 4 + b"\x05\x00" * 4
+    yield "waits", b"\x00\x01\xff\x03\x00\x03\x01\x04\x01\x06\x00\x04\x00\x04\x02" + b"\x03\x00"
+    yield "cleared", b"\x00\x04\xff\x03\x00\x02\x05\x00\x00\x02\xff\x08\x05\x01\x03\x00\x02"
+    yield "no_memory", b"\x00\x08\x03\x00\x08\xff\x00\x08\xff"
+    for number in range(8):
+        yield f"random_{number}", b"\x00\x20\xff" + bytes(rng.randrange(256) for _ in range(200))
+
+
+def file_reader(files):
+    for name, data in files.items():
+        yield name, data
+        for kind, bad in broken(data, name):
+            yield f"{kind}_{name}", bad
+    yield "empty", b""
+    yield "playlist", b"#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nnowhere.aac\n#EXT-X-ENDLIST\n"
+    yield "wave", struct.pack("<4sI8sIHHIIHH4sI", b"RIFF", 100, b"WAVEfmt ", 16, 1, 2, 48000, 192000, 4, 16, b"data", 64) + bytes(64)
+
+
+def make(folder):
+    """Encodes the sounds; gives the files and the raw units of each."""
+    files = {}
+    units = {}
+    for name, options in SOUNDS.items():
+        adts = folder / f"{name}.aac"
+        ffmpeg(*options, "-c:a", "aac", "-f", "adts", str(adts))
+        files[adts.name] = adts.read_bytes()
+        units[name] = access_units(files[adts.name])
+    for name, muxer, more in [("tone.m4a", "ipod", []), ("fast.m4a", "mp4", ["-movflags", "+faststart"]),
+                              ("pieces.m4a", "mp4", ["-movflags", "+frag_keyframe+empty_moov"])]:
+        ffmpeg("-i", str(folder / "tone.aac"), "-c", "copy", "-bsf:a", "aac_adtstoasc", *more, "-f", muxer, str(folder / name))
+        files[name] = (folder / name).read_bytes()
+    ffmpeg("-i", str(folder / "tone.aac"), "-c", "copy", "-f", "matroska", str(folder / "tone.mka"))
+    files["tone.mka"] = (folder / "tone.mka").read_bytes()
+    return files, units
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    sounds = folder / "sounds"
+    sounds.mkdir(parents=True, exist_ok=True)
+    files, units = make(sounds)
+    corpora = {
+        "speaker_road": speaker_road(units),
+        "host_records": host_records(),
+        "encoder": encoder(random.Random("encoder")),
+        "packet_queue": packet_queue(random.Random("queue")),
+        "file_reader": file_reader(files),
+    }
+    for target, inputs in corpora.items():
+        place = folder / target
+        place.mkdir(exist_ok=True)
+        for name, data in inputs:
+            (place / name).write_bytes(data)
+
+
+if __name__ == "__main__":
+    main()

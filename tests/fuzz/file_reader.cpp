@@ -1,0 +1,103 @@
+// A file of any content, read as velto-host reads what it plays. The input is the file.
+//
+// Each unit that is read has to come from the file and the file has to end; an error is a message.
+#include "host/aac_reader.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "host/adts_header.h"
+#include "host/ffmpeg.h"
+#include "input.h"
+
+namespace {
+
+using velto::host::AacFileError;
+using velto::host::AacReader;
+using velto_fuzz::Expect;
+
+// A file in memory, which has a path like any other.
+class MemoryFile {
+public:
+    MemoryFile(const uint8_t *data, size_t size) : m_descriptor(memfd_create("input", MFD_CLOEXEC))
+    {
+        Expect(m_descriptor >= 0, "a file in memory");
+        while (size > 0) {
+            const ssize_t written = write(m_descriptor, data, size);
+            Expect(written > 0, "the file is written");
+            data += written;
+            size -= static_cast<size_t>(written);
+        }
+    }
+    ~MemoryFile() { close(m_descriptor); }
+    MemoryFile(const MemoryFile &) = delete;
+    MemoryFile &operator=(const MemoryFile &) = delete;
+
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(m_descriptor); }
+
+private:
+    int m_descriptor;
+};
+
+void ReadAll(AacReader &reader)
+{
+    constexpr int mostUnits = 1 << 20; // above what a file of a megabyte lists
+    const auto &stream = reader.Stream();
+    Expect(stream.channels > 0, "a stream has channels");
+    Expect(stream.FrameSeconds() > 0 && stream.FrameSeconds() < 1, "a unit lasts less than a second");
+    Expect(!velto::host::ObjectTypeName(stream.objectType).empty(), "a type has a name");
+    std::vector<uint8_t> frame;
+    int units = 0;
+    for (;;) {
+        Expect(++units < mostUnits, "a file ends");
+        switch (reader.Read(frame)) {
+        case AacReader::Outcome::FRAME:
+            Expect(!frame.empty(), "a unit is not empty");
+            break;
+        case AacReader::Outcome::END:
+            return;
+        default:
+            Expect(!reader.Damage().empty(), "damage has a reason");
+            break;
+        }
+    }
+}
+
+// The headers by themselves, wherever they might begin.
+void ReadHeaders(std::span<const uint8_t> bytes)
+{
+    for (; !bytes.empty(); bytes = bytes.subspan(1)) {
+        const auto header = velto::host::ParseAdtsHeader(bytes);
+        if (header) {
+            Expect(header->frameBytes > header->headerBytes, "a header leaves room for a unit");
+            const size_t unitBytes = header->frameBytes - header->headerBytes;
+            const auto made =
+                velto::host::MakeAdtsHeader(header->sampleRateHz, header->channelConfiguration, unitBytes);
+            const auto again = velto::host::ParseAdtsHeader(made);
+            Expect(made.empty() || (again && again->sampleRateHz == header->sampleRateHz &&
+                                    again->channelConfiguration == header->channelConfiguration &&
+                                    again->frameBytes == again->headerBytes + unitBytes),
+                   "a header says what it was made of");
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    av_log_set_level(AV_LOG_QUIET);
+    ReadHeaders(std::span(data, size));
+    const MemoryFile file(data, size);
+    try {
+        AacReader reader(file.Path());
+        ReadAll(reader);
+    } catch (const AacFileError &error) {
+        Expect(std::string(error.what()).starts_with(file.Path() + ": "), "a message names the file");
+    }
+    return 0;
+}

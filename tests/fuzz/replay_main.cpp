@@ -1,0 +1,64 @@
+// Gives a fuzz target every file of the named files and folders, once: what a fuzzer has found is
+// tried again by any build, without a fuzzer. A finding ends the process as it did then.
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "input.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// In the order of their names, so that each run is the same.
+std::vector<fs::path> FilesIn(const fs::path &path)
+{
+    if (!fs::is_directory(path)) {
+        return {path};
+    }
+    std::vector<fs::path> files;
+    for (const auto &entry : fs::recursive_directory_iterator(path)) {
+        if (entry.is_regular_file()) {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+void Replay(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path.string());
+    }
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    try {
+        size_t inputs = 0;
+        for (int i = 1; i < count; ++i) {
+            // A target that has had no finding has no folder of them.
+            const fs::path path = arguments[i];
+            for (const fs::path &file : fs::exists(path) ? FilesIn(path) : std::vector<fs::path>{}) {
+                std::fprintf(stderr, "%s\n", file.filename().c_str()); // the last one is the culprit
+                Replay(file);
+                ++inputs;
+            }
+        }
+        std::printf("%zu inputs\n", inputs);
+        return inputs > 0 ? 0 : 1;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}

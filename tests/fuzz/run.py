@@ -1,0 +1,101 @@
+"""Runs the fuzz targets and adds up what they did: run.py [TARGET] [SECONDS]
+
+scripts/fuzz has built them. Interrupted, it ends the target and still writes down what was done.
+"""
+
+import fcntl
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import time
+
+REPO = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(REPO / "scripts"))
+import section  # noqa: E402
+
+BUILD = REPO / "build" / "fuzz"
+FINDINGS = REPO / "tests" / "fuzz" / "findings"
+PAGE = "reliability.md"
+TARGETS = ["speaker_road", "host_records", "encoder", "packet_queue", "file_reader"]
+LONGEST_INPUT = {"speaker_road": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
+SECONDS = 60
+INTERRUPTED = 72  # libFuzzer's exit code
+HEAD = "| target | executions | seconds | edges reached | findings |"
+
+
+def run(target, seconds):
+    """Executions, seconds, edges, edges there are, findings: the first one ends a run."""
+    corpus = BUILD / "corpus" / target
+    findings = FINDINGS / target
+    corpus.mkdir(parents=True, exist_ok=True)
+    findings.mkdir(parents=True, exist_ok=True)
+    seeds = BUILD / "tests" / "fuzz" / "corpora" / target
+    log = BUILD / f"{target}.log"
+    # The unwinder that the unit tests' suppressions need is too slow for this.
+    environment = {**os.environ, "ASAN_OPTIONS": "fast_unwind_on_malloc=1"}
+    begin = time.monotonic()
+    with log.open("w", encoding="utf-8") as output:
+        fuzzer = subprocess.Popen([str(BUILD / "bin" / f"velto-fuzz-{target}"), f"-max_total_time={seconds}",
+                                   f"-max_len={LONGEST_INPUT[target]}", "-timeout=60", "-print_final_stats=1",
+                                   f"-artifact_prefix={findings}/", str(corpus), str(seeds)],
+                                  stdout=output, stderr=output, env=environment)
+        try:
+            fuzzer.wait()
+        except KeyboardInterrupt:
+            fuzzer.wait()  # the interruption has reached it, too
+    took = round(time.monotonic() - begin)
+    text = log.read_text("utf-8", "replace")
+    done = re.search(r"number_of_executed_units: *(\d+)", text)
+    edges = re.findall(r" cov: (\d+)", text)
+    of = re.search(r"\((\d+) inline 8-bit counters\)", text)
+    if not done or not edges or not of:
+        sys.exit(f"fuzz: error: {target} did not run; its log: {log}")
+    found = fuzzer.returncode not in (0, INTERRUPTED)
+    if not any(findings.iterdir()):
+        findings.rmdir()
+    print(f"{target}: {done[1]} executions in {took} s, {edges[-1]} of {of[1]} edges, {int(found)} findings")
+    if found:
+        kept = re.findall(r"Test unit written to (\S+)", text)
+        print(f"    kept: {kept[-1] if kept else 'nothing'}; how it ended: {log}")
+    return [int(done[1]), took, int(edges[-1]), int(of[1]), int(found)]
+
+
+def row_of(target, page):
+    """What earlier runs came to."""
+    found = re.search(rf"^\| {target} \| (\d+) \| (\d+) \| (\d+) of (\d+) \| (\d+) \|$", page, re.MULTILINE)
+    return [int(number) for number in found.groups()] if found else None
+
+
+def write(target, result):
+    """Adds executions, seconds and findings up; the edges are the latest run's."""
+    with open(BUILD / "page.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        page = (section.DOCS / PAGE).read_text("utf-8")
+        rows = {name: row_of(name, page) for name in TARGETS}
+        old = rows[target] or [0] * 5
+        rows[target] = [old[0] + result[0], old[1] + result[1], *result[2:4], old[4] + result[4]]
+        lines = [HEAD, "|---|---|---|---|---|"]
+        lines += [f"| {name} | {row[0]} | {row[1]} | {row[2]} of {row[3]} | {row[4]} |" for name, row in rows.items() if row]
+        section.write("scripts/fuzz", "\n".join(lines) + "\n", PAGE)
+
+
+def main(arguments):
+    targets = TARGETS
+    if arguments and not arguments[0].isdigit():
+        targets = [arguments.pop(0)]
+    if targets[0] not in TARGETS or len(arguments) > 1 or not all(argument.isdigit() for argument in arguments):
+        sys.exit(f"fuzz: error: usage: scripts/fuzz [TARGET] [SECONDS]; targets: {', '.join(TARGETS)}")
+    seconds = int(arguments[0]) if arguments else SECONDS
+    subprocess.run([sys.executable, "-B", str(REPO / "tests/fuzz/corpora.py"), str(BUILD / "tests/fuzz/corpora")], check=True)
+    found = 0
+    for target in targets:
+        result = run(target, seconds)
+        write(target, result)
+        found += result[-1]
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

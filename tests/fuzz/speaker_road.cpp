@@ -1,0 +1,278 @@
+// The road from the host's frame to the speaker: any bytes in any sequence on both ids, through the
+// table, with FFmpeg's own decoder behind it and the fake endpoint at its end.
+//
+// Varied: the endpoint's mix format; the frames' bytes and sizes, empty ones and a size below the
+// bytes that are there; ids, their stated lengths, missing records and payloads; sizes that no block
+// of memory has; parameters, closes, a lost or changed endpoint, idle releases and new starts. Not
+// varied, because hosts must not do it: stating more bytes than there are.
+//
+// Each input begins and ends with a module as after loading, so that a finding needs no other input.
+#include "tests/fakes/redirect.h"
+
+// The tracks are this file's own; here they are destroyed and built again as unloading and loading do.
+#include "handler/speaker_track.cpp"
+
+#include <array>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "input.h"
+#include "tests/fakes/fake_endpoint.h"
+#include "tests/fakes/log_recorder.h"
+#include "tests/unit/audio_player_probe.h"
+#include "tests/unit/play_thread_probe.h"
+
+extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
+
+namespace velto {
+
+class FFmpegDecodeProbe {
+public:
+    static AVCodecContext *Codec(const FFmpegDecode &decoder) { return decoder.codecContext; }
+};
+
+} // namespace velto
+
+namespace {
+
+using velto_fuzz::Expect;
+using velto_fuzz::Input;
+
+constexpr int mostSteps = 200;
+constexpr uint64_t idleMs = 240000;
+
+const AudioHandlerTable &Table()
+{
+    static const AudioHandlerTable table = [] {
+        AudioHandlerTable filled{};
+        Expect(VELTOGetAudioHandler(&filled) == VELTO_OK, "the module's entry");
+        return filled;
+    }();
+    return table;
+}
+
+// Four minutes without a frame, until the watchdog has given the speakers back.
+void ReleaseIdle()
+{
+    constexpr int longWait = 1 << 17; // of the fake's short sleeps: many seconds
+    if (velto::DeviceState != velto::DEVICE_READY) {
+        return;
+    }
+    Expect(fakewin::AwaitClockWaiters(1), "the watchdog waits");
+    fakewin::AdvanceClock(idleMs);
+    for (int i = 0; velto::DeviceState != velto::DEVICE_NOT_INITIALISED; ++i) {
+        Expect(i < longWait, "the watchdog gives the speakers back");
+        Sleep(1);
+    }
+}
+
+// What a new start after an idle release, or unloading, gives up by design is freed here: the
+// decoder's objects, the renderer's converter, blocks in the queues.
+void FreeWhatIsGivenUp()
+{
+    for (velto::SpeakerTrack *track : {&velto::tracks->media, &velto::tracks->call}) {
+        velto::AudioPlayThreadProbe play(*track->playThread);
+        play.FreeQueued();
+        if (auto *player = static_cast<velto::AudioPlayerWas *>(play.Player().get())) {
+            SwrContext *converter = velto::AudioPlayerWasProbe(*player).TakeResampler();
+            swr_free(&converter);
+        }
+        AVCodecContext *record = velto::FFmpegDecodeProbe::Codec(*track->decoder);
+        track->decoder->ReleaseFFmpeg();
+        avcodec_free_context(&record);
+    }
+}
+
+void Reload()
+{
+    velto::tracks.~TracksAtLoad();
+    new (&velto::tracks) velto::TracksAtLoad;
+    velto::speakerAudioParams.sampleRate = 48000;
+    velto::speakerAudioParams.channels = 2;
+    velto::speakerAudioParams.bitsPerSample = 16;
+}
+
+fakes::MixFormat TakeMixFormat(Input &input)
+{
+    constexpr std::array<uint16_t, 6> channels{2, 1, 4, 6, 8, 3};
+    constexpr std::array<uint16_t, 4> bits{32, 16, 24, 8};
+    constexpr std::array<uint32_t, 6> rates{48000, 44100, 96000, 192000, 8000, 22050};
+    fakes::MixFormat format;
+    format.channels = channels[input.Byte() % channels.size()];
+    format.bits = bits[input.Byte() % bits.size()];
+    format.rateHz = rates[input.Byte() % rates.size()];
+    return format;
+}
+
+std::string TakeId(Input &input, uint8_t choice)
+{
+    switch (choice % 4) {
+    case 0:
+        return VELTO_ID_SPEAKER;
+    case 1:
+        return VELTO_ID_MODEM_SPEAKER;
+    case 2:
+        return VELTO_ID_MIC;
+    default:
+        const auto bytes = input.Block(input.Byte());
+        return std::string(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
+    }
+}
+
+class Session {
+public:
+    explicit Session(Input &input) : m_input(input) {}
+
+    void Step()
+    {
+        const uint8_t choice = m_input.Byte();
+        const std::string id = TakeId(m_input, choice >> 3);
+        switch (choice % 8) {
+        case 0:
+        case 1:
+        case 2:
+            WriteFrame(id, 0);
+            break;
+        case 3:
+            WriteFrame(id, m_input.Short());
+            break;
+        case 4:
+            WriteOddly(id, m_input.Byte());
+            break;
+        case 5:
+            SetParameters(id);
+            break;
+        case 6:
+            Expect(Table().CloseAudioTrack(id.c_str(), Length(id)) == VELTO_OK, "closing a track");
+            break;
+        default:
+            ChangeEndpoint(m_input.Byte());
+            break;
+        }
+    }
+
+private:
+    static uint32_t Length(const std::string &id) { return static_cast<uint32_t>(id.size()); }
+
+    // In a block of its own, so that the first byte read behind it is noticed.
+    void WriteFrame(const std::string &id, uint32_t understated)
+    {
+        const auto bytes = m_input.Block(m_input.Short());
+        std::vector<uint8_t> payload(bytes.begin(), bytes.end());
+        const auto room = static_cast<uint32_t>(payload.size());
+        StreamFrameHeader header{m_input.Byte(), room - std::min(room, understated), 0};
+        StreamFrame frame{payload.data(), {}, &header};
+        Expect(Table().WriteStreamBuffer(id.c_str(), Length(id), nullptr, &frame) == VELTO_OK,
+               "a frame is taken or dropped");
+        Expect(std::equal(payload.begin(), payload.end(), bytes.begin()), "the host's bytes are left alone");
+    }
+
+    void WriteOddly(const std::string &id, uint8_t way)
+    {
+        constexpr uint32_t largestRefused = 0x80000000; // from here on FFmpeg's sizes are negative
+        uint8_t payload[1] = {0};
+        StreamFrameHeader header{0, 1, 0};
+        StreamFrame frame{payload, {}, &header};
+        const auto write = [&](const char *name, uint32_t length, StreamFrame *record) {
+            return Table().WriteStreamBuffer(name, length, nullptr, record);
+        };
+        switch (way % 6) {
+        case 0:
+            Expect(write(id.c_str(), Length(id), nullptr) == VELTO_ERROR_INVALID, "no frame");
+            break;
+        case 1:
+            frame.header = nullptr;
+            Expect(write(id.c_str(), Length(id), &frame) == VELTO_ERROR_INVALID, "no header");
+            break;
+        case 2:
+            frame.data = nullptr;
+            header.size = m_input.Word();
+            Expect(write(id.c_str(), Length(id), &frame) == VELTO_OK, "no payload");
+            break;
+        case 3:
+            Expect(write(id.c_str(), Length(id) + 1 + m_input.Byte(), &frame) == VELTO_ERROR_INVALID,
+                   "an id of another length");
+            break;
+        case 4:
+            header.size = largestRefused | m_input.Word();
+            Expect(write(id.c_str(), Length(id), &frame) == VELTO_OK, "a size that no memory has");
+            break;
+        default:
+            Expect(write(nullptr, Length(id), &frame) == VELTO_ERROR_INVALID, "no id");
+            break;
+        }
+    }
+
+    void SetParameters(const std::string &id)
+    {
+        constexpr std::array<const char *, 4> keys{VELTO_KEY_SAMPLE_RATE, VELTO_KEY_CHANNEL, VELTO_KEY_FORMAT,
+                                                   VELTO_KEY_CODEC};
+        std::vector<AudioProfileEntry> entries(m_input.Byte() % 5);
+        for (AudioProfileEntry &entry : entries) {
+            entry.key = keys[m_input.Byte() % keys.size()];
+            entry.value = m_input.Word();
+        }
+        const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
+        Expect(Table().SetAudioParameter(id.c_str(), Length(id), nullptr, nullptr, &list) ==
+                   (entries.empty() ? VELTO_ERROR_INVALID : VELTO_OK),
+               "setting parameters");
+    }
+
+    void ChangeEndpoint(uint8_t way)
+    {
+        auto &audio = fakes::AudioSystem::Instance();
+        switch (way % 5) {
+        case 0:
+            ReleaseIdle();
+            FreeWhatIsGivenUp();
+            break;
+        case 1:
+            audio.Invalidate(L"speakers");
+            break;
+        case 2:
+            audio.SetDefaultForAllRoles(L"headset");
+            audio.NotifyDefaultChanged(eRender, eConsole, L"headset");
+            break;
+        case 3:
+            audio.SetDefaultForAllRoles(L"speakers");
+            audio.NotifyDefaultChanged(eRender, eConsole, L"speakers");
+            break;
+        default:
+            audio.NotifyPropertyChanged(L"speakers");
+            break;
+        }
+    }
+
+    Input &m_input;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    av_log_set_level(AV_LOG_QUIET);
+    Input input(data, size);
+    auto &audio = fakes::AudioSystem::Instance();
+    Table();
+    fakewin::Reset();
+    audio.Reset();
+    fakes::LogRecorder::Instance().Clear();
+    audio.Get(L"speakers").mixFormat = TakeMixFormat(input);
+    audio.Add(L"headset").mixFormat = TakeMixFormat(input);
+
+    Session session(input);
+    for (int step = 0; step < mostSteps && !input.IsEmpty(); ++step) {
+        session.Step();
+    }
+    ReleaseIdle();
+    FreeWhatIsGivenUp();
+    Reload();
+    for (const std::string &violation : fakewin::Violations()) {
+        Expect(false, violation.c_str());
+    }
+    Expect(audio.LiveObjects() == 0, "all endpoint objects are released");
+    Expect(audio.RegisteredCallbacks() == 0, "no notification is left registered");
+    return 0;
+}
