@@ -20,6 +20,29 @@ constexpr uint32_t lowestRateHz = 7350;
 constexpr uint32_t highestRateHz = 96000;
 constexpr int mostFailuresInARow = 1000; // then the file is given up, however long it claims to be
 
+void ThrowIfFailed(int result)
+{
+    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) {
+        throw AacFileError("neither an ADTS (.aac) nor an MP4 (.m4a, .mp4) file");
+    }
+    if (result < 0) {
+        throw AacFileError(FFmpegErrorText(result));
+    }
+}
+
+// Tells the container by the file's beginning, and opens none: a playlist would have the files
+// opened that it names.
+const AVInputFormat *ContainerOf(const std::string &url)
+{
+    AVIOContext *file = nullptr;
+    ThrowIfFailed(avio_open(&file, url.c_str(), AVIO_FLAG_READ));
+    const AVInputFormat *container = nullptr;
+    const int result = av_probe_input_buffer2(file, &container, url.c_str(), nullptr, 0, 0);
+    avio_closep(&file);
+    ThrowIfFailed(result);
+    return container;
+}
+
 } // namespace
 
 double AacStream::FrameSeconds() const
@@ -75,21 +98,18 @@ AacReader::~AacReader() = default;
 void AacReader::Open(const std::string &path)
 {
     // Without the prefix a colon in the name could be taken for a protocol.
-    AVFormatContext *format = nullptr;
-    int result = avformat_open_input(&format, ("file:" + path).c_str(), nullptr, nullptr);
-    m_format.reset(format);
-    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) {
-        throw AacFileError("neither an ADTS (.aac) nor an MP4 (.m4a, .mp4) file");
-    }
-    if (result < 0) {
-        throw AacFileError(FFmpegErrorText(result));
-    }
-    const std::string_view container = format->iformat->name;
-    m_stream.isAdts = container == "aac";
-    if (!m_stream.isAdts && container.find("mp4") == std::string_view::npos) {
+    const std::string url = "file:" + path;
+    const AVInputFormat *container = ContainerOf(url);
+    const std::string_view name = container->name;
+    m_stream.isAdts = name == "aac";
+    if (!m_stream.isAdts && name.find("mp4") == std::string_view::npos) {
         throw AacFileError(
-            fmt::format("a file of format \"{}\"; ADTS (.aac) and MP4 (.m4a, .mp4) are played", container));
+            fmt::format("a file of format \"{}\"; ADTS (.aac) and MP4 (.m4a, .mp4) are played", name));
     }
+    AVFormatContext *format = nullptr;
+    int result = avformat_open_input(&format, url.c_str(), container, nullptr);
+    m_format.reset(format);
+    ThrowIfFailed(result);
     result = avformat_find_stream_info(format, nullptr);
     if (result < 0) {
         throw AacFileError("its sound cannot be read: " + FFmpegErrorText(result));

@@ -126,6 +126,7 @@ def file_reader(files):
             yield f"{kind}_{name}", bad
     yield "empty", b""
     yield "playlist", b"#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nnowhere.aac\n#EXT-X-ENDLIST\n"
+    yield "list", b"ffconcat version 1.0\nfile 'nowhere.aac'\n"
     yield "wave", struct.pack("<4sI8sIHHIIHH4sI", b"RIFF", 100, b"WAVEfmt ", 16, 1, 2, 48000, 192000, 4, 16, b"data", 64) + bytes(64)
 
 

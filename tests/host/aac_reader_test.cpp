@@ -163,6 +163,15 @@ TEST_F(AacReaderTest, WavFileIsRefused)
     EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("format \"wav\""), HasSubstr("neither an ADTS")));
 }
 
+TEST_F(AacReaderTest, APlaylistIsRefusedBeforeTheFilesThatItNamesAreOpened)
+{
+    const SampleFile file(u8"list.aac");
+    const std::string list = "ffconcat version 1.0\nfile 'nowhere.aac'\n";
+    file.Write({list.begin(), list.end()});
+    EXPECT_THAT(WhyRefused(file),
+                testing::AnyOf(HasSubstr("format \"concat\""), HasSubstr("neither an ADTS")));
+}
+
 TEST_F(AacReaderTest, OtherSoundNamedAacIsRefused)
 {
     const SampleFile file(u8"sound.aac");
