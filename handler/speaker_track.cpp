@@ -101,11 +101,12 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     DeviceState = DEVICE_INITIALISING;
     track.playThread->isRunning = 1;
     track.playThread->StartPlayThread();
+    // A writer that came before the idle release may still be decoding its frame.
+    const std::lock_guard lock(TrackMutex);
     if (track.decoder->InitFFmpeg() != 0) {
         LogError(initTag, failure);
         return false;
     }
-    const std::lock_guard lock(TrackMutex);
     track.isOpen = true;
     return true;
 }
