@@ -8,14 +8,17 @@ VELTO_CALLED_BY_SANITIZER const char *__asan_default_options()
     return "fast_unwind_on_malloc=0";
 }
 
-// What the module gives up by design when the speaker tracks start again after an idle release or
-// are unloaded: the decoders' contexts, the renderers' converters, what is still queued. Tests of
-// a renderer, a decoder or a play thread alone free what those replace. And the records of encoded
-// packets, which outlive their queue so that a reader may still look at one; not their buffers.
+// What the module gives up by design, each by the function that allocates it:
+//   StartTrack          the decoders' contexts, when the speakers start again after an idle release;
+//                       tests of a decoder alone free what it replaces
+//   InitPlayThread      the renderers' converters, then, too; the same for tests of a renderer
+//   PostAudioData       the blocks that are still queued when the module is unloaded
+//   NewRecord           the records of encoded packets, which outlive their queue so that a reader
+//                       may still look at one; not their buffers
 VELTO_CALLED_BY_SANITIZER const char *__lsan_default_suppressions()
 {
     return "leak:StartTrack\n"
            "leak:velto::AudioPlayThread::InitPlayThread\n"
-           "leak:velto::VeltoWriteStreamBuffer\n"
+           "leak:velto::FFmpegDecode::PostAudioData\n"
            "leak:velto::AVPktBufQueue::NewRecord\n";
 }
