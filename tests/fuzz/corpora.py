@@ -50,6 +50,15 @@ def broken(data, seed):
     yield "doubled", data[:at] + data[at // 2:]
 
 
+def doubled(unit, payload):
+    """The same unit with band replication: it decodes to twice the samples. In front of its end, which
+    is three set bits before the padding, it gets a fill element of eight bytes with that extension."""
+    bits = "".join(f"{byte:08b}" for byte in unit).rstrip("0")
+    bits = bits[:-3] + "110" + "1000" + "1101" + f"{payload:060b}" + "111"
+    bits += "0" * (-len(bits) % 8)
+    return int(bits, 2).to_bytes(len(bits) // 8, "big")
+
+
 def frame(unit, device=0):
     """One write of speaker_road's: choice, size, payload, stream type."""
     return struct.pack("<BH", device << 3, len(unit)) + unit + b"\x03"
@@ -66,7 +75,14 @@ def speaker_road(units):
     yield "mixed", mono_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(mixed))
     tone = [frame(unit) for unit in units["tone"][:8]]
     yield "changes", wide_mix + tone[0] + headset + tone[1] + tone[2] + lost + tone[3] + idle + tone[4] + closed
-    yield "odd", stereo_mix + b"".join(struct.pack("<BBI", 4, way, 7) for way in range(6)) + tone[0]
+    # No frame, no header, no payload, an id of another length, a size that no memory has, no id.
+    yield "odd", stereo_mix + b"\x04\x00\x04\x01" + b"\x04\x02\x07\x00\x00\x00" + b"\x04\x03\x00" + \
+        b"\x04\x04\x07\x00\x00\x00" + b"\x04\x05" + tone[0]
+    for name in ("tone", "mono"):
+        rng = random.Random(name)
+        twice = [frame(doubled(unit, rng.getrandbits(60))) for unit in units[name][:12]]
+        yield f"{name}_twice", stereo_mix + b"".join(twice)
+        yield f"{name}_then_twice", stereo_mix + b"".join(map(frame, units[name][:6])) + idle + b"".join(twice)
     parameters = struct.pack("<BBBIBIBI", 5, 3, 0, 44100, 1, 16, 2, 4)
     yield "parameters", stereo_mix + parameters + tone[0] + idle + tone[1]
     yield "both", stereo_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(units["noise"]))
@@ -74,12 +90,20 @@ def speaker_road(units):
 
 def host_records():
     every_id = [bytes([i, way]) for i in range(4) for way in (0, 2)]
-    entry = struct.pack("<BBIB", 0, 0, 7, 200) + struct.pack("<BBIB", 0, 1, 7, 16) + struct.pack("<BBIB", 0, 2, 7, 4)
-    full = b"\x00\x03" + entry[:7] + entry[7:]
+
+    def listed(*entries):
+        """A whole list of (key, value): way, count, then each entry, then the list's padding."""
+        return struct.pack("<BB", 0, len(entries)) + b"".join(
+            struct.pack("<BBBI", 0, key, value, 7) for key, value in entries) + bytes(4)
+
+    rate, channel, form, codec = range(4)
+    full = listed((rate, 200), (channel, 16), (form, 4), (codec, 9))
+    codes = b"".join(b"\x03" + listed((channel, value), (form, value)) for value in range(20))
     yield "capabilities", b"\x00\x00\x00\x00\x00" * 3
     yield "released", b"\x01\x01\x00\x00\x00\x04\x00\x00\x00"
     yield "listening", b"\x08\x00" + b"".join(b"\x04" + name for name in every_id)
     yield "parameters", b"\x08\x00" + b"".join(b"\x02" + name + full for name in every_id)
+    yield "codes", codes
     yield "read_parameters", b"\x03" + full + b"\x03\x01\x00" + b"\x03\x02\x02" + b"\x03\x00\x0f" + bytes(range(256))
     yield "refused_opening", b"".join(b"\x05" + name + b"\x01\x00\x00\x00\x00\x00" for name in every_id)
     yield "reading", b"".join(b"\x06" + name + bytes([way, 0, 15, 0, 0]) for way in range(4) for name in every_id)
@@ -91,8 +115,8 @@ def encoder(rng):
     def opened(rate, channel, change=7, bits=128000):
         return struct.pack("<BBBBI", 0, rate, channel, change, bits)
 
-    def encoded(shape, data=b""):
-        return struct.pack("<BBH", 1, shape, len(data)) + data
+    def encoded(shape, data=b"", length=b"", filling=0, fill=b""):
+        return bytes([1, shape]) + length + bytes([filling]) + fill + struct.pack("<H", len(data)) + data
 
     noise = bytes(rng.randrange(256) for _ in range(1500))
     square = (b"\xff\x7f" * 40 + b"\x00\x80" * 40) * 3
@@ -103,8 +127,11 @@ def encoder(rng):
     for field in range(5):
         yield f"field_{field}", opened(3, 0, field) + struct.pack("<I", 1 << 31) + silence
     yield "again", opened(3, 0) + silence * 3 + opened(3, 1) + silence * 3 + b"\x07" + silence + drained
-    yield "shapes", opened(3, 0) + b"".join(encoded(shape, noise[:64]) + b"\x05" for shape in range(32))
-    yield "short", opened(3, 0) + silence * 2 + struct.pack("<BBH", 1, 4, 100) + silence + drained + silence
+    other, chosen, counted, filled, channels = 1, 2, 1, 2, 3
+    yield "shapes", opened(3, 0) + encoded(other) + encoded(chosen, noise[:64], b"\x10\x00", counted, b"\x40\x00\x00\x00") + \
+        encoded(chosen, b"", b"\x00\x00") + encoded(chosen, b"", b"\x00\x08") + encoded(0, b"", b"", counted, b"\xff\xff\xff\xff") + \
+        encoded(0, b"", b"", channels, b"\x01") + silence * 3 + drained
+    yield "short", opened(3, 0) + silence * 2 + encoded(0, noise, b"", filled, b"\x64\x00") + silence + drained + silence
     yield "vain", opened(3, 0) + b"\x06\x00\x06\x80\x05\x00\x05\x01\x05\xff"
     yield "rates_of_bits", b"".join(opened(3, 0, 7, bits) + encoded(0, noise) * 4 for bits in (1, 8000, 576000))
 
@@ -125,6 +152,7 @@ def file_reader(files):
         for kind, bad in broken(data, name):
             yield f"{kind}_{name}", bad
     yield "empty", b""
+    yield "begun", files["tone.aac"] + b"\xff\xf1"
     yield "playlist", b"#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nnowhere.aac\n#EXT-X-ENDLIST\n"
     yield "list", b"ffconcat version 1.0\nfile 'nowhere.aac'\n"
     yield "wave", struct.pack("<4sI8sIHHIIHH4sI", b"RIFF", 100, b"WAVEfmt ", 16, 1, 2, 48000, 192000, 4, 16, b"data", 64) + bytes(64)

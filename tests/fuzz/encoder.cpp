@@ -142,11 +142,14 @@ private:
         const uint8_t shape = input.Byte();
         const uint32_t code = shape % 32 == 1 ? 7 - CodeOf(m_channels) : CodeOf(m_channels);
         const uint32_t length = shape % 32 == 2 ? input.Short() % 3000 : aacFrameLength;
+        const uint8_t filling = input.Byte();
         AudioFrame frame;
         const bool hasBuffer = frame.AllocBuffer(48000, length, code, PCMFormat::S16);
         Expect(hasBuffer == (length != 0), "a frame's buffer");
-        frame.fillCount = shape % 16 == 3 ? input.Word() : shape % 16 == 4 ? input.Short() % 1025 : length;
-        if (shape % 32 == 5) {
+        frame.fillCount = filling % 16 == 1   ? input.Word()
+                          : filling % 16 == 2 ? input.Short() % (aacFrameLength + 1)
+                                              : length;
+        if (filling % 16 == 3) {
             frame.channelCount = input.Byte();
         }
         if (hasBuffer) {

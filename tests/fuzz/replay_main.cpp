@@ -4,7 +4,8 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -30,14 +31,16 @@ std::vector<fs::path> FilesIn(const fs::path &path)
     return files;
 }
 
+// In a block of exactly its size, so that the first byte read behind it is noticed.
 void Replay(const fs::path &path)
 {
+    const size_t size = fs::file_size(path);
+    const auto bytes = std::make_unique<char[]>(size);
     std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    if (!file.read(bytes.get(), static_cast<std::streamsize>(size))) {
         throw std::runtime_error("cannot read " + path.string());
     }
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(bytes.get()), size);
 }
 
 } // namespace

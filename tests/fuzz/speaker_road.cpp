@@ -269,6 +269,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ReleaseIdle();
     FreeWhatIsGivenUp();
     Reload();
+    // FFmpeg would refuse every later frame.
+    const std::wstring ended = L"AUDIO decode error:" + std::to_wstring(AVERROR_EOF);
+    Expect(fakes::LogRecorder::Instance().Count(LOG_LEVEL_ERROR, ended,
+                                                "velto::FFmpegDecode::DecoderAudioFrame") == 0,
+           "no frame ends the stream");
     for (const std::string &violation : fakewin::Violations()) {
         Expect(false, violation.c_str());
     }
