@@ -1,9 +1,9 @@
-// A file of any content, read as velto-host reads what it plays. The input is the file.
+// A file of any content, read and metered as velto-host does with what it plays. The input is the file.
 //
-// Each unit that is read has to come from the file and the file has to end; an error is a message.
+// The file has to end, a unit holds something and has a level or none, an error is a message.
 #include "host/aac_reader.h"
 
-#include <array>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -12,6 +12,7 @@
 
 #include "host/adts_header.h"
 #include "host/ffmpeg.h"
+#include "host/level_meter.h"
 #include "input.h"
 
 namespace {
@@ -50,6 +51,7 @@ void ReadAll(AacReader &reader)
     Expect(stream.channels > 0, "a stream has channels");
     Expect(stream.FrameSeconds() > 0 && stream.FrameSeconds() < 1, "a unit lasts less than a second");
     Expect(!velto::host::ObjectTypeName(stream.objectType).empty(), "a type has a name");
+    velto::host::LevelMeter meter(stream);
     std::vector<uint8_t> frame;
     int units = 0;
     for (;;) {
@@ -57,6 +59,7 @@ void ReadAll(AacReader &reader)
         switch (reader.Read(frame)) {
         case AacReader::Outcome::FRAME:
             Expect(!frame.empty(), "a unit is not empty");
+            Expect(std::isfinite(meter.PeakDb(frame).value_or(0)), "a level is a number");
             break;
         case AacReader::Outcome::END:
             return;
