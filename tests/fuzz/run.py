@@ -1,4 +1,4 @@
-"""Runs the fuzz targets and adds up what they did: run.py [TARGET] [SECONDS]
+"""Runs the fuzz targets and adds up what they did: run.py SECONDS [TARGET ...]
 
 scripts/fuzz has built them. Interrupted, it ends the target and still writes down what was done.
 """
@@ -20,7 +20,6 @@ FINDINGS = REPO / "tests" / "fuzz" / "findings"
 PAGE = "reliability.md"
 TARGETS = ["speaker_road", "host_records", "encoder", "packet_queue", "file_reader"]
 LONGEST_INPUT = {"speaker_road": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
-SECONDS = 60
 INTERRUPTED = 72  # libFuzzer's exit code
 HEAD = "| target | executions | seconds | edges reached | findings |"
 
@@ -81,21 +80,15 @@ def write(target, result):
         section.write("scripts/fuzz", "\n".join(lines) + "\n", PAGE)
 
 
-def main(arguments):
-    targets = TARGETS
-    if arguments and not arguments[0].isdigit():
-        targets = [arguments.pop(0)]
-    if targets[0] not in TARGETS or len(arguments) > 1 or not all(argument.isdigit() for argument in arguments):
-        sys.exit(f"fuzz: error: usage: scripts/fuzz [TARGET] [SECONDS]; targets: {', '.join(TARGETS)}")
-    seconds = int(arguments[0]) if arguments else SECONDS
+def main(seconds, *targets):
     subprocess.run([sys.executable, "-B", str(REPO / "tests/fuzz/corpora.py"), str(BUILD / "tests/fuzz/corpora")], check=True)
     found = 0
-    for target in targets:
-        result = run(target, seconds)
+    for target in targets or TARGETS:
+        result = run(target, int(seconds))
         write(target, result)
         found += result[-1]
     return 1 if found else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main(*sys.argv[1:]))
