@@ -1,0 +1,93 @@
+#!/usr/bin/python3
+"""A long storm, and the module loaded and freed, and processes ended, again and again."""
+
+import pathlib
+import random
+import subprocess
+import sys
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "system"))
+
+from rig import media, paths, session, storms  # noqa: E402  (found through the line above)
+from rig.velto_host import WINE_CRASHED  # noqa: E402
+
+import notes  # noqa: E402
+
+LOADS = 200
+ENDS = 200
+ENDS_AT_ONCE = 4
+STORM_SECONDS = 180
+# Wine itself crashes in some of the ends with an open stream, of any program.
+MOST_WINE_CRASHES = 0.2
+
+
+class Cycles(session.SystemTest):
+    SINKS = (("spkA", 48000, 2), ("spkB", 44100, 2))
+    MICROPHONES = (session.MICROPHONE_48K,)
+
+    def setUp(self):
+        super().setUp()
+        self.file = paths.to_windows(media.speech("speech"))
+        self.session.server.load_second_microphone("micB", "micA", 44100, 2)
+        self.session.speak(media.glides(STORM_SECONDS + 60, seed=5))
+        self.seed = random.SystemRandom().randrange(10 ** 6)
+
+    def storm(self, *arguments, name="host"):
+        self.seed += 1
+        return self.session.host("storm", self.file, "--seed", self.seed, "--json", *arguments, name=name)
+
+    def test_long_storm(self):
+        host = self.storm("--seconds", STORM_SECONDS)
+        with storms.FlappingDefaults(self.session) as flapping:
+            while host.running:
+                try:
+                    host.process.wait(3)
+                except subprocess.TimeoutExpired:
+                    flapping.rest(3.5)
+            changes = flapping.changes
+        storms.check_calls(self, host, host.wait())
+        self.until(lambda: not self.session.server.captures(), "the microphone's stream to be gone")
+        calls = sum(sum(results.values()) for results in host.summary["calls"].values())
+        notes.write("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
+                    different=host.summary["notAsDocumented"])
+
+    def test_load_and_unload(self):
+        host = self.storm("--seconds", "0.5", "--loads", LOADS)
+        code = host.wait(LOADS * 6 + 400)
+        storms.check_calls(self, host, code)
+        summary = host.summary
+        first, before, after = summary["usage"][0], summary["usage"][-2], summary["usage"][-1]
+        print(f"  threads {first['threads']}, {before['threads']}, {after['threads']}; {summary['unload']}", flush=True)
+        self.assertEqual(summary["loads"], LOADS)
+        self.assertTrue(summary["unload"]["moduleGone"])
+        self.assertEqual(self.session.server.streams() + self.session.server.captures(), [])
+        notes.write("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
+                    goneAfterS=summary["unload"]["seconds"], different=summary["notAsDocumented"])
+
+    def test_ends_at_random_moments(self):
+        chance = random.Random(self.seed)
+        codes = {"asAsked": 0, "wineCrashed": 0}
+        for turn in range(0, ENDS, ENDS_AT_ONCE):
+            hosts = []
+            for number in range(turn, turn + ENDS_AT_ONCE):
+                code = 1 + number % 250
+                host = self.storm("--seconds", "60", "--exit-after", f"{chance.uniform(0, 2.5):.3f}",
+                                  "--exit-code", code, name=f"end-{number % (4 * ENDS_AT_ONCE)}")
+                hosts.append((host, code))
+            for host, code in hosts:
+                ended = host.wait(60)  # no hang
+                self.assertIn(ended, (code, WINE_CRASHED), host.output()[-800:] + host.errors()[-800:])
+                # The report is the last thing that the host does before the end.
+                self.assertEqual(host.summary["exitCode"], code)
+                self.assertEqual(host.summary["notAsDocumented"], 0)
+                codes["wineCrashed" if ended == WINE_CRASHED else "asAsked"] += 1
+                self.session.hosts.remove(host)
+            if turn % 40 == 0:
+                print(f"  {turn + ENDS_AT_ONCE} of {ENDS} ends", flush=True)
+        self.until(lambda: not self.session.server.streams() + self.session.server.captures(), "all streams to be gone")
+        notes.write("ends", ends=ENDS, asAsked=codes["asAsked"], wineCrashed=codes["wineCrashed"])
+        self.assertLess(codes["wineCrashed"], MOST_WINE_CRASHES * ENDS)
+
+
+if __name__ == "__main__":
+    session.main()
