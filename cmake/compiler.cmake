@@ -1,6 +1,8 @@
 # How our own sources are compiled and linked.
 
 add_compile_options(-Wall -Wextra -Werror)
+# For the module and its libraries beside that.
+set(velto_strict_warnings -Wconversion -Wsign-conversion -Wshadow)
 
 if(WIN32)
     add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX)

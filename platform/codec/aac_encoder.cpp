@@ -196,17 +196,17 @@ int32_t AACEncoder::State::Receive(AVEncodePacket &packet)
     if (result < 0) {
         return result;
     }
-    const int bytes = encoded->size;
-    if (static_cast<uint32_t>(bytes) > maxPacketSize) {
+    const auto bytes = static_cast<uint32_t>(encoded->size);
+    if (bytes > maxPacketSize) {
         av_packet_unref(encoded);
         LogError("Encode: a packet of ", bytes, " bytes exceeds ", maxPacketSize);
         return AVERROR(ERANGE);
     }
-    std::memcpy(packet.data, encoded->data, encoded->size);
-    packet.size = encoded->size;
+    std::memcpy(packet.data, encoded->data, bytes);
+    packet.size = bytes;
     packet.timeStamp = encoded->pts;
     av_packet_unref(encoded);
-    return bytes;
+    return static_cast<int>(bytes);
 }
 
 AACEncoder::AACEncoder() = default;

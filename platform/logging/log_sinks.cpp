@@ -36,7 +36,8 @@ void ShowInDebugger(std::string_view line)
 {
     const int bytes = static_cast<int>(line.size());
     std::wstring text(line.size(), L'\0'); // UTF-16 never takes more units than UTF-8 takes bytes
-    text.resize(MultiByteToWideChar(CP_UTF8, 0, line.data(), bytes, text.data(), bytes));
+    const int units = MultiByteToWideChar(CP_UTF8, 0, line.data(), bytes, text.data(), bytes);
+    text.resize(static_cast<size_t>(units));
     OutputDebugStringW(text.c_str());
 }
 #else

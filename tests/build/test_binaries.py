@@ -13,6 +13,10 @@ import places
 WINDOWS = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll",
            "shell32.dll", "user32.dll"}
 
+# What the module asks of them.
+MODULE_IMPORTS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll"}
+OWN = tuple(name for name in places.SHIPPED if name not in places.FFMPEG)
+
 
 def headers(name):
     return subprocess.run(["x86_64-w64-mingw32-objdump", "-p", str(places.BIN / name)],
@@ -37,6 +41,9 @@ class ShippedFiles(unittest.TestCase):
     def test_the_module_exports_its_entry_and_nothing_else(self):
         self.assertEqual(exports(places.MODULE), ["VELTOGetAudioHandler"])
 
+    def test_the_module_imports_these_libraries_and_no_others(self):
+        self.assertEqual(imports(places.MODULE), MODULE_IMPORTS | set(places.FFMPEG))
+
     def test_nothing_is_needed_beside_windows_and_ffmpeg(self):
         for name in places.SHIPPED:
             with self.subTest(name):
@@ -50,11 +57,22 @@ class ShippedFiles(unittest.TestCase):
                 self.assertNotIn(places.MODULE.lower(), imports(name))
 
     def test_addresses_are_random_and_data_is_not_executable(self):
-        for name in (places.MODULE, "velto-host.exe"):
+        for name in OWN:
             with self.subTest(name):
                 text = headers(name)
-                for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
-                    self.assertIn(flag, text)
+                # High entropy, dynamic base, NX compatible; nothing else.
+                self.assertRegex(text, r"DllCharacteristics\s+00000160\n")
+                # Random in all 64 bits only from above 4 GiB.
+                base = re.search(r"ImageBase\s+([0-9a-f]{16})", text)
+                self.assertGreaterEqual(int(base[1], 16), 2**32)
+
+    def test_what_can_be_written_cannot_be_run_and_all_can_be_moved(self):
+        for name in OWN:
+            with self.subTest(name):
+                found = re.findall(r"^ *\d+ (\S+) +([0-9a-f]{8}) .*\n +(\S.*)$", sections(places.BIN / name), re.M)
+                self.assertEqual([section for section, _, flags in found
+                                  if "CODE" in flags and "READONLY" not in flags], [])
+                self.assertIn(".reloc", [section for section, size, _ in found if int(size, 16) > 0])
 
     def test_each_tells_its_version(self):
         version = os.environ["VELTO_VERSION"]
