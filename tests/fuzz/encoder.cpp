@@ -12,6 +12,7 @@
 #include <memory>
 #include <vector>
 
+#include "ffmpeg_messages.h"
 #include "input.h"
 #include "tests/fakes/log_recorder.h"
 
@@ -251,7 +252,7 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     constexpr int mostSteps = 50;
-    av_log_set_level(AV_LOG_QUIET);
+    velto_fuzz::CountFFmpegMessages();
     fakes::LogRecorder::Instance().Clear();
     Input input(data, size);
     Session session;

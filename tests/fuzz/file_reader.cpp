@@ -10,8 +10,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "ffmpeg_messages.h"
 #include "host/adts_header.h"
-#include "host/ffmpeg.h"
 #include "host/level_meter.h"
 #include "input.h"
 
@@ -93,7 +93,7 @@ void ReadHeaders(std::span<const uint8_t> bytes)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    av_log_set_level(AV_LOG_QUIET);
+    velto_fuzz::CountFFmpegMessages();
     ReadHeaders(std::span(data, size));
     const MemoryFile file(data, size);
     try {

@@ -31,13 +31,15 @@ def run(target, seconds):
     corpus.mkdir(parents=True, exist_ok=True)
     findings.mkdir(parents=True, exist_ok=True)
     seeds = BUILD / "tests" / "fuzz" / "corpora" / target
+    words = REPO / "tests" / "fuzz" / f"{target}.dict"
+    dictionary = [f"-dict={words}"] if words.exists() else []
     log = BUILD / f"{target}.log"
     # The unwinder that the unit tests' suppressions need is too slow for this.
     environment = {**os.environ, "ASAN_OPTIONS": "fast_unwind_on_malloc=1"}
     begin = time.monotonic()
     with log.open("w", encoding="utf-8") as output:
         fuzzer = subprocess.Popen([str(BUILD / "bin" / f"velto-fuzz-{target}"), f"-max_total_time={seconds}",
-                                   f"-max_len={LONGEST_INPUT[target]}", "-timeout=60", "-print_final_stats=1",
+                                   f"-max_len={LONGEST_INPUT[target]}", "-timeout=60", "-print_final_stats=1", *dictionary,
                                    f"-artifact_prefix={findings}/", str(corpus), str(seeds)],
                                   stdout=output, stderr=output, env=environment)
         try:

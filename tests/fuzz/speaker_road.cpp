@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ffmpeg_messages.h"
 #include "input.h"
 #include "tests/fakes/fake_endpoint.h"
 #include "tests/fakes/log_recorder.h"
@@ -252,7 +253,7 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    av_log_set_level(AV_LOG_QUIET);
+    velto_fuzz::CountFFmpegMessages();
     Input input(data, size);
     auto &audio = fakes::AudioSystem::Instance();
     Table();
