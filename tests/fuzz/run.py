@@ -7,9 +7,11 @@ import fcntl
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import time
+import typing
 
 REPO = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(REPO / "scripts"))
@@ -24,8 +26,16 @@ INTERRUPTED = 72  # libFuzzer's exit code
 HEAD = "| target | executions | seconds | edges reached | findings |"
 
 
+class Run(typing.NamedTuple):
+    executions: int = 0
+    seconds: int = 0
+    edges: int = 0
+    edges_there_are: int = 0
+    findings: int = 0
+
+
 def run(target, seconds):
-    """Executions, seconds, edges, edges there are, findings: the first one ends a run."""
+    """What was done, up to the first finding, and whether it was interrupted."""
     corpus = BUILD / "corpus" / target
     findings = FINDINGS / target
     corpus.mkdir(parents=True, exist_ok=True)
@@ -45,28 +55,30 @@ def run(target, seconds):
         try:
             fuzzer.wait()
         except KeyboardInterrupt:
-            fuzzer.wait()  # the interruption has reached it, too
+            fuzzer.send_signal(signal.SIGINT)
+            fuzzer.wait()
     took = round(time.monotonic() - begin)
     text = log.read_text("utf-8", "replace")
-    done = re.search(r"number_of_executed_units: *(\d+)", text)
-    edges = re.findall(r" cov: (\d+)", text)
     of = re.search(r"\((\d+) inline 8-bit counters\)", text)
-    if not done or not edges or not of:
+    done = re.search(r"number_of_executed_units: *(\d+)", text)
+    if not of or not done:
         sys.exit(f"fuzz: error: {target} did not run; its log: {log}")
+    executions = int(done[1])
+    edges = ([0] + [int(count) for count in re.findall(r" cov: (\d+)", text)])[-1]
     found = fuzzer.returncode not in (0, INTERRUPTED)
     if not any(findings.iterdir()):
         findings.rmdir()
-    print(f"{target}: {done[1]} executions in {took} s, {edges[-1]} of {of[1]} edges, {int(found)} findings")
+    print(f"{target}: {executions} executions in {took} s, {edges} of {of[1]} edges, {int(found)} findings")
     if found:
         kept = re.findall(r"Test unit written to (\S+)", text)
         print(f"    kept: {kept[-1] if kept else 'nothing'}; how it ended: {log}")
-    return [int(done[1]), took, int(edges[-1]), int(of[1]), int(found)]
+    return Run(executions, took, edges, int(of[1]), int(found)), fuzzer.returncode == INTERRUPTED
 
 
 def row_of(target, page):
-    """What earlier runs came to."""
+    """What earlier runs came to, or None."""
     found = re.search(rf"^\| {target} \| (\d+) \| (\d+) \| (\d+) of (\d+) \| (\d+) \|$", page, re.MULTILINE)
-    return [int(number) for number in found.groups()] if found else None
+    return Run(*map(int, found.groups())) if found else None
 
 
 def write(target, result):
@@ -75,10 +87,12 @@ def write(target, result):
         fcntl.flock(lock, fcntl.LOCK_EX)
         page = (section.DOCS / PAGE).read_text("utf-8")
         rows = {name: row_of(name, page) for name in TARGETS}
-        old = rows[target] or [0] * 5
-        rows[target] = [old[0] + result[0], old[1] + result[1], *result[2:4], old[4] + result[4]]
+        old = rows[target] or Run()
+        rows[target] = result._replace(executions=old.executions + result.executions, seconds=old.seconds + result.seconds,
+                                       findings=old.findings + result.findings)
         lines = [HEAD, "|---|---|---|---|---|"]
-        lines += [f"| {name} | {row[0]} | {row[1]} | {row[2]} of {row[3]} | {row[4]} |" for name, row in rows.items() if row]
+        lines += [f"| {name} | {row.executions} | {row.seconds} | {row.edges} of {row.edges_there_are} | {row.findings} |"
+                  for name, row in rows.items() if row]
         section.write("scripts/fuzz", "\n".join(lines) + "\n", PAGE)
 
 
@@ -86,9 +100,11 @@ def main(seconds, *targets):
     subprocess.run([sys.executable, "-B", str(REPO / "tests/fuzz/corpora.py"), str(BUILD / "tests/fuzz/corpora")], check=True)
     found = 0
     for target in targets or TARGETS:
-        result = run(target, int(seconds))
+        result, interrupted = run(target, int(seconds))
         write(target, result)
-        found += result[-1]
+        found += result.findings
+        if interrupted:
+            return INTERRUPTED
     return 1 if found else 0
 
 
