@@ -47,7 +47,7 @@ TEST_F(CaptureSetup, PrepareReturnsZeroOnceTheCaptureThreadExists)
     EXPECT_GE(probe.ReadyCounter(), 1);
     EXPECT_EQ(probe.ReadyEvent(), nullptr);
     ASSERT_TRUE(AwaitLoop());
-    EXPECT_EQ(probe.ReadyCounter(), 2);
+    EXPECT_TRUE(Eventually([&] { return probe.ReadyCounter() == 2; }));
     EXPECT_EQ(probe.FrameLength(), 1024U);
     EXPECT_EQ(probe.TimestampTimeBase(), 1000000U);
     // AAC-LC, 48000 Hz, stereo; then the mark that there is no band replication.

@@ -93,12 +93,11 @@ protected:
     void Release()
     {
         // The watchdog may still be on its way from the last frame to its next wait.
-        for (int i = 0; i < 100 && velto::DeviceState == velto::DEVICE_READY; ++i) {
-            ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
+        ASSERT_TRUE(Await([] {
             fakewin::AdvanceClock(idleMs);
-            std::this_thread::sleep_for(5ms);
-        }
-        ASSERT_TRUE(Await([] { return velto::DeviceState == velto::DEVICE_NOT_INITIALISED; }));
+            std::this_thread::sleep_for(1ms);
+            return velto::DeviceState == velto::DEVICE_NOT_INITIALISED;
+        }));
     }
 
     int32_t Write(const char *id, AacFrame frame, int32_t streamType = 3)
