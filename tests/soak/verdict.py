@@ -2,7 +2,7 @@
 
 import numpy
 
-from rig.velto_host import WINE_CRASHED
+from rig.velto_host import WINE_FAILED
 
 SETTLE_S = 60             # opening devices and filling buffers
 # Of the process's own memory, from then to the end of an hour; the host alone keeps the times of
@@ -82,7 +82,7 @@ def missed(call):
     """What is not as it has to be, as sentences."""
     f = figures(call)
     name = f"sender too {f['name']}: "
-    if f["exitCode"] not in (0, WINE_CRASHED) or call.summary["exitCode"] != 0:
+    if f["exitCode"] not in (0, WINE_FAILED) or call.summary["exitCode"] != 0:
         yield name + f"the host ended with {f['exitCode']}"
     if f["nonzeroResults"]:
         yield name + f"{f['nonzeroResults']} calls did not return 0"

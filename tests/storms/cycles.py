@@ -9,7 +9,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "system"))
 
 from rig import media, paths, session, storms  # noqa: E402  (found through the line above)
-from rig.velto_host import WINE_CRASHED  # noqa: E402
+from rig.velto_host import WINE_FAILED  # noqa: E402
 
 import notes  # noqa: E402
 
@@ -76,11 +76,11 @@ class Cycles(session.SystemTest):
                 hosts.append((host, code))
             for host, code in hosts:
                 ended = host.wait(60)  # no hang
-                self.assertIn(ended, (code, WINE_CRASHED), host.output()[-800:] + host.errors()[-800:])
+                self.assertIn(ended, (code, WINE_FAILED), host.output()[-800:] + host.errors()[-800:])
                 # The report is the last thing that the host does before the end.
                 self.assertEqual(host.summary["exitCode"], code)
                 self.assertEqual(host.summary["notAsDocumented"], 0)
-                codes["wineCrashed" if ended == WINE_CRASHED else "asAsked"] += 1
+                codes["wineCrashed" if ended == WINE_FAILED else "asAsked"] += 1
                 self.session.hosts.remove(host)
             if turn % 40 == 0:
                 print(f"  {turn + ENDS_AT_ONCE} of {ENDS} ends", flush=True)

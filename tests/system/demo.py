@@ -15,7 +15,7 @@ import numpy
 
 from rig import compare, media, paths, picture, processes, session, waiting
 from rig.recorder import write_wav
-from rig.velto_host import WINE_CRASHED
+from rig.velto_host import WINE_FAILED
 
 RATE = 48000
 LEAD_S = 0.5    # of silence kept before the sound in heard.wav
@@ -67,7 +67,7 @@ def call(world, speech, answer):
     recorder.wait_for_sound(60)
     say(f"sound goes both ways; this takes {seconds:.0f} s")
     code = host.wait(180)
-    if code != 0 and not (code == WINE_CRASHED and host.summary["exitCode"] == 0):
+    if code != 0 and not (code == WINE_FAILED and host.summary["exitCode"] == 0):
         raise RuntimeError(f"velto-host ended with {code}: {host.errors().strip()[-600:]}")
     return recorder, host
 

@@ -2,7 +2,7 @@
 """Hosts that read late, open twice, close under a waiting reader, or go away while they record."""
 
 from rig import compare, media, session
-from rig.velto_host import WINE_CRASHED
+from rig.velto_host import WINE_FAILED
 
 QUEUED_S = 10.0  # of packets that nobody reads are kept, then capture waits
 
@@ -77,7 +77,7 @@ class EndWhileRecording(session.SystemTest):
             if before_end and attempt == 0:
                 before_end()
             ended = host.wait(60)
-            if ended != WINE_CRASHED:
+            if ended != WINE_FAILED:
                 break
             print("  (Wine crashed in the end of the process; once more)", flush=True)
         self.assertEqual(ended, code)

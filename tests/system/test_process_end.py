@@ -4,7 +4,7 @@
 import signal
 
 from rig import media, session
-from rig.velto_host import WINE_CRASHED
+from rig.velto_host import WINE_FAILED
 
 
 class ProcessEnd(session.SystemTest):
@@ -27,7 +27,7 @@ class ProcessEnd(session.SystemTest):
             if before_end and attempt == 0:
                 before_end()
             ended = host.wait(60)
-            if ended != WINE_CRASHED:
+            if ended != WINE_FAILED:
                 break
             print("  (Wine crashed in the end of the process; once more)", flush=True)
         self.assertEqual(ended, code)
