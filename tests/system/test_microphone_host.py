@@ -2,7 +2,6 @@
 """Hosts that read late, open twice, close under a waiting reader, or go away while they record."""
 
 from rig import compare, media, session
-from rig.velto_host import WINE_FAILED
 
 QUEUED_S = 10.0  # of packets that nobody reads are kept, then capture waits
 
@@ -68,20 +67,15 @@ class EndWhileRecording(session.SystemTest):
     def test_the_end_does_not_wait_for_a_dead_audio_service(self):
         self.end_while_recording(42, before_end=self.session.server.kill)
 
-    def end_while_recording(self, code, before_end=None, attempts=4):
-        """The first run whose end Wine did not take away must have the host's exit code."""
-        for attempt in range(attempts):
-            host = self.session.record_microphone("--exit-after", "6", "--exit-code", code, name=f"host-{attempt}")
-            if before_end is None or attempt == 0:
+    def end_while_recording(self, code, before_end=None):
+        def run(name, is_first):
+            host = self.session.record_microphone("--exit-after", "6", "--exit-code", code, name=name)
+            if before_end is None or is_first:
                 self.session.wait_for_capture()
-            if before_end and attempt == 0:
+            if before_end and is_first:
                 before_end()
-            ended = host.wait(60)
-            if ended != WINE_FAILED:
-                break
-            print("  (Wine crashed in the end of the process; once more)", flush=True)
-        self.assertEqual(ended, code)
-        return host
+            return host
+        return self.assert_exit_code(code, run)
 
     def test_freeing_the_module_returns_at_once_and_it_stays_while_it_records(self):
         host = self.session.record_microphone("--unload-after", "5", "--unload-wait", "4")

@@ -4,7 +4,6 @@
 import signal
 
 from rig import media, session
-from rig.velto_host import WINE_FAILED
 
 
 class ProcessEnd(session.SystemTest):
@@ -18,20 +17,15 @@ class ProcessEnd(session.SystemTest):
         recorder = self.session.record()
         self.end_while_playing(38, recorder, before_end=self.session.server.kill)
 
-    def end_while_playing(self, code, recorder, before_end=None, attempts=4):
-        """The first run whose end Wine did not take away must have the host's exit code."""
-        for attempt in range(attempts):
+    def end_while_playing(self, code, recorder, before_end=None):
+        def run(name, is_first):
             begin = recorder.samples().shape[0]
-            host = self.session.play(media.speech("speech"), "--exit-after", "5", "--exit-code", code, name=f"host-{attempt}")
+            host = self.session.play(media.speech("speech"), "--exit-after", "5", "--exit-code", code, name=name)
             self.until(lambda: not host.running or recorder.peak_since(begin) > 0.02, "sound", 60)
-            if before_end and attempt == 0:
+            if before_end and is_first:
                 before_end()
-            ended = host.wait(60)
-            if ended != WINE_FAILED:
-                break
-            print("  (Wine crashed in the end of the process; once more)", flush=True)
-        self.assertEqual(ended, code)
-        return host
+            return host
+        return self.assert_exit_code(code, run)
 
     def test_a_killed_host_leaves_no_stream(self):
         recorder = self.session.record()

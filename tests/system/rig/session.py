@@ -152,6 +152,18 @@ class SystemTest(unittest.TestCase):
             return
         self.assertEqual(code, 0, host.output()[-1500:] + host.errors()[-1500:])
 
+    def assert_exit_code(self, code, run, attempts=4):
+        """The first run whose end Wine did not take away must have the host's own exit code.
+        run(NAME, WHETHER_FIRST) starts one and returns its host."""
+        for attempt in range(attempts):
+            host = run(f"host-{attempt}", attempt == 0)
+            ended = host.wait(60)
+            if ended != WINE_FAILED:
+                break
+            print("  (Wine crashed or got stuck in the end of the process; once more)", flush=True)
+        self.assertEqual(ended, code)
+        return host
+
     def until(self, condition, what, timeout_s=30.0):
         return waiting.until(condition, what, timeout_s)
 
