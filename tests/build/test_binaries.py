@@ -73,6 +73,7 @@ class ShippedFiles(unittest.TestCase):
                 self.assertEqual([section for section, _, flags in found
                                   if "CODE" in flags and "READONLY" not in flags], [])
                 self.assertIn(".reloc", [section for section, size, _ in found if int(size, 16) > 0])
+                self.assertNotIn("relocations stripped", headers(name))
 
     def test_each_tells_its_version(self):
         version = os.environ["VELTO_VERSION"]
