@@ -28,10 +28,12 @@ bool AppendFile::Open(const std::filesystem::path &path)
     Close();
     // With the right to append and without the right to write, the system itself looks for the
     // end at each write.
-    const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    m_handle = file != INVALID_HANDLE_VALUE ? file : noHandle;
+    m_handle = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (m_handle == INVALID_HANDLE_VALUE) {
+        m_handle = noHandle;
+    }
     return IsOpen();
 }
 
@@ -46,7 +48,7 @@ void AppendFile::Close()
 bool AppendFile::Append(std::string_view bytes)
 {
     DWORD written = 0;
-    return WriteFile(m_handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+    return WriteFile(m_handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) != FALSE &&
            written == bytes.size();
 }
 
@@ -58,7 +60,7 @@ std::uint64_t AppendFile::Size() const
 bool AppendFile::HasName() const
 {
     const FILE_STANDARD_INFO info = StandardInfo(m_handle);
-    return info.NumberOfLinks != 0 && !info.DeletePending;
+    return info.NumberOfLinks != 0 && info.DeletePending == FALSE;
 }
 
 #else

@@ -1,0 +1,53 @@
+"""How a build compiles the module's own sources, told to clang-tidy and cppcheck. Called by scripts/lint.
+
+lint_commands.py BUILD OUT: writes OUT/compile_commands.json and OUT/sources.
+"""
+
+import functools
+import json
+import pathlib
+import re
+import subprocess
+import sys
+
+REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
+OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform")]
+REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
+
+
+@functools.cache
+def headers_of(compiler):
+    """Where the cross compiler finds the C++ library's and Windows' headers; clang has its own intrinsics."""
+    text = subprocess.run([compiler, "-E", "-x", "c++", "-v", "/dev/null"],
+                          check=True, capture_output=True, text=True).stderr
+    listed = text.split("#include <...> search starts here:")[1].split("End of search list.")[0].split()
+    return [folder for folder in listed if not re.search(r"/gcc/[^/]+/[^/]+/include(-fixed)?$", folder)]
+
+
+def for_clang(command):
+    # clang cannot read g++'s precompiled header; what counts in it is the redirection.
+    command = re.sub(r"-Winvalid-pch -include \S+/cmake_pch\.hxx", f"-include {REDIRECT}", command)
+    compiler, arguments = command.split(" ", 1)
+    # cppcheck reads macros and folders only, and would try both systems.
+    if "mingw32" not in compiler:
+        return f"clang++ -U_WIN32 {arguments}"
+    folders = " ".join(f"-isystem {folder}" for folder in headers_of(compiler))
+    arguments = arguments.replace("-fno-keep-inline-dllexport ", "")
+    return f"clang++ --target=x86_64-w64-mingw32 -D_WIN32 -nostdinc++ {folders} {arguments}"
+
+
+def main():
+    build, out = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+    chosen = {}
+    for entry in json.loads((build / "compile_commands.json").read_text("utf-8")):
+        # As they are; where only the tests compile a source on Linux, as they do it.
+        if any(folder in pathlib.Path(entry["file"]).parents for folder in OWN):
+            if entry["file"] not in chosen or "velto_module_under_test.dir" not in entry["command"]:
+                chosen[entry["file"]] = {**entry, "command": for_clang(entry["command"])}
+    out.mkdir(parents=True, exist_ok=True)
+    (out / "compile_commands.json").write_text(json.dumps(list(chosen.values()), indent=1), "utf-8")
+    (out / "sources").write_text("".join(f"{source}\n" for source in sorted(chosen)), "utf-8")
+
+
+if __name__ == "__main__":
+    main()
