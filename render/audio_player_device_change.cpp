@@ -52,7 +52,7 @@ int32_t AudioPlayerWas::OnAudioDeviceChanged()
 
     IMMDevice *device = nullptr;
     const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &device);
-    if (result < 0) {
+    if (result < 0 || device == nullptr) {
         LogError(deviceTag, "AudioPlayer GetDefaultAudioEndpoint fail with ", result, ". Just return");
         SafeCoTaskMemFree(m_deviceId);
         SafeRelease(device);

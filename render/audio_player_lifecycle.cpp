@@ -135,6 +135,7 @@ bool AudioPlayerWas::FindDefaultEndpoint()
     if (!CallSucceeded(
             initTag, 296,
             [this] { return m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &m_device); }) ||
+        !PointerPresent(initTag, 296, m_device) ||
         !CallSucceeded(initTag, 297, [this] { return m_device->GetId(&m_deviceId); })) {
         return false;
     }
@@ -196,6 +197,7 @@ bool AudioPlayerWas::ActivateClient(const ActivationLines &lines)
                                   reinterpret_cast<void **>(&m_audioClient));
     };
     return CallSucceeded(lines.tag, lines.activate, activate) &&
+           PointerPresent(lines.tag, lines.activate, m_audioClient) &&
            CallSucceeded(lines.tag, lines.mixFormat,
                          [this] { return m_audioClient->GetMixFormat(&m_mixFormat); });
 }
@@ -236,6 +238,10 @@ void AudioPlayerWas::Close()
     Stop();
     EndNotifications();
     ReleaseClient();
+    if (!m_implementation.Holds()) { // the code behind them may go with COM
+        SafeRelease(m_device);
+        SafeRelease(m_enumerator);
+    }
     // Not again when the latest Open was refused for its arguments, or at a second Close.
     if (std::exchange(m_comEntered, false)) {
         CoUninitialize();

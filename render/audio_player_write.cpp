@@ -121,7 +121,11 @@ bool AudioPlayerWas::WriteFrames(const uint8_t *cursor, uint32_t frames)
     const auto giveBackUnused = [&] { m_renderClient->ReleaseBuffer(0, 0); };
 
     if (getBuffer() < 0) {
-        LogRenderFailure(ResultOfSecondCall(getBuffer, giveBackUnused), 458);
+        const HRESULT shown = ResultOfSecondCall(getBuffer, giveBackUnused);
+        LogRenderFailure(shown, 458);
+        if (shown == AUDCLNT_E_OUT_OF_ORDER) {
+            giveBackUnused(); // an earlier buffer, whose release has failed
+        }
         return false;
     }
     const size_t bytes = size_t{m_frameBytes} * frames;

@@ -21,6 +21,7 @@ public:
     // in-process server to whose objects pointers are still kept.
     void HoldImplementationOf(void *comObject);
     void Drop();
+    bool Holds() const { return m_module != nullptr; }
 
 private:
     HMODULE m_module = nullptr;

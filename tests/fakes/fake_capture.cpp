@@ -19,11 +19,11 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
                                      UINT64 *counterPosition)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto fault = Enter(Method::CaptureGetBuffer);
+    const Scripted scripted = Enter(Method::CaptureGetBuffer);
     *data = nullptr;
     *frames = 0;
-    if (fault && *fault != nullResult) {
-        return static_cast<HRESULT>(*fault);
+    if (scripted.failure || scripted.success != S_OK) {
+        return scripted.failure.value_or(scripted.success);
     }
     if (const auto result = m_client.Invalidated()) {
         return *result;
@@ -40,7 +40,8 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
     if (m_obtained->data.empty()) {
         m_obtained->data.resize(size_t{m_obtained->frames} * m_client.FrameBytes());
     }
-    *data = fault ? nullptr : m_obtained->data.data();
+    m_obtained->frames = scripted.size.value_or(m_obtained->frames);
+    *data = scripted.null ? nullptr : m_obtained->data.data();
     *frames = m_obtained->frames;
     *flags = m_obtained->flags;
     *devicePosition = 0;
@@ -51,7 +52,7 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
 HRESULT FakeCaptureClient::ReleaseBuffer(UINT32 frames)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto fault = Enter(Method::CaptureReleaseBuffer);
+    const Scripted scripted = Enter(Method::CaptureReleaseBuffer);
     if (!m_obtained) {
         return AUDCLNT_E_OUT_OF_ORDER;
     }
@@ -60,16 +61,16 @@ HRESULT FakeCaptureClient::ReleaseBuffer(UINT32 frames)
     }
     m_obtained.reset();
     m_client.TheEndpoint().releasedFrames.push_back(frames);
-    return fault ? static_cast<HRESULT>(*fault) : S_OK;
+    return scripted.failure.value_or(scripted.success);
 }
 
 HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto fault = Enter(Method::GetNextPacketSize);
+    const Scripted scripted = Enter(Method::GetNextPacketSize);
     *frames = 0;
-    if (fault) {
-        return static_cast<HRESULT>(*fault);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (const auto result = m_client.Invalidated()) {
         return *result;
@@ -77,7 +78,8 @@ HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
     if (Refill()) {
         *frames = m_client.TheEndpoint().packets.front().frames;
     }
-    return S_OK;
+    *frames = scripted.size.value_or(*frames);
+    return scripted.success;
 }
 
 void FakeCaptureClient::OnLastRelease()
@@ -90,11 +92,12 @@ void FakeCaptureClient::OnLastRelease()
 HRESULT FakeEndpointVolume::GetMute(BOOL *muted)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto fault = Enter(Method::GetMute)) {
-        return static_cast<HRESULT>(*fault);
+    const Scripted scripted = Enter(Method::GetMute);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     *muted = m_endpoint->muted;
-    return S_OK;
+    return scripted.success;
 }
 
 } // namespace fakes

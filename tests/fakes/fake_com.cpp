@@ -84,7 +84,7 @@ HRESULT CoInitializeEx(LPVOID, DWORD model)
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     state.models.push_back(model);
-    if (fault) {
+    if (fault && FAILED(*fault)) {
         return static_cast<HRESULT>(*fault);
     }
     if (apartment.depth > 0 && !SameModel(apartment.model, model)) {
@@ -92,7 +92,8 @@ HRESULT CoInitializeEx(LPVOID, DWORD model)
     }
     apartment.model = model;
     ++state.openApartments;
-    return apartment.depth++ == 0 ? S_OK : S_FALSE;
+    const HRESULT entered = apartment.depth++ == 0 ? S_OK : S_FALSE;
+    return fault ? static_cast<HRESULT>(*fault) : entered;
 }
 
 HRESULT CoInitialize(LPVOID reserved)
@@ -125,13 +126,14 @@ HRESULT CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFII
         state.instantiations.push_back({classId, iid, context, outer != nullptr});
         factory = state.factory;
     }
-    if (fault) {
+    if (fault && (FAILED(*fault) || *fault == fakes::nullResult)) {
         return static_cast<HRESULT>(*fault);
     }
     if (apartment.depth == 0) {
         return CO_E_NOTINITIALIZED;
     }
-    return factory ? factory(classId, iid, object) : REGDB_E_CLASSNOTREG;
+    const HRESULT result = factory ? factory(classId, iid, object) : REGDB_E_CLASSNOTREG;
+    return fault && SUCCEEDED(result) ? static_cast<HRESULT>(*fault) : result;
 }
 
 void SetClassFactory(ClassFactory factory)

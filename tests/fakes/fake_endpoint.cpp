@@ -98,9 +98,19 @@ void AudioSystem::Before(Method method, std::function<void()> action, int nth)
     m_script.Before(method, std::move(action), nth);
 }
 
+void AudioSystem::Heal()
+{
+    m_script.Heal();
+}
+
 int AudioSystem::Count(Method method) const
 {
     return m_script.Count(method);
+}
+
+int AudioSystem::TotalCalls() const
+{
+    return m_script.TotalCount();
 }
 
 std::vector<ERole> AudioSystem::RequestedRoles() const

@@ -46,9 +46,6 @@ enum class Method {
     GetMute,
 };
 
-// Scripted in place of a failure: the method succeeds and hands out a null pointer.
-constexpr int64_t nullResult = INT64_C(1) << 40;
-
 // What GetMixFormat reports.
 struct MixFormat {
     uint16_t channels = 2;
@@ -57,7 +54,7 @@ struct MixFormat {
     bool extensible = true;
     uint32_t channelMask = 0x3;
 
-    uint16_t FrameBytes() const { return static_cast<uint16_t>(channels * bits / 8); }
+    uint16_t FrameBytes() const { return static_cast<uint16_t>(uint32_t{channels} * bits / 8); }
 };
 
 // What a client was initialised with.
@@ -90,7 +87,7 @@ struct Endpoint {
     UINT32 bufferFrames = 14400;
 
     // What GetCurrentPadding reports: the script's values first; then, with a drain, what was
-    // written minus so many frames each time; else the constant.
+    // written minus so many frames each time, while the client runs; else the constant.
     std::deque<UINT32> paddingScript;
     std::optional<UINT32> drainFrames;
     UINT32 constantPadding = 480;
@@ -129,7 +126,9 @@ public:
 
     void Fail(Method method, int64_t result, int nth = 1, int times = 1);
     void Before(Method method, std::function<void()> action, int nth = 1);
+    void Heal(); // no method fails any more
     int Count(Method method) const;
+    int TotalCalls() const;
 
     // The flow, the role or the frame count of each call.
     std::vector<EDataFlow> RequestedFlows() const;

@@ -92,7 +92,7 @@ ULONG FakeObject::Drop()
     return m_references;
 }
 
-std::optional<int64_t> FakeObject::Enter(Method method)
+Scripted FakeObject::Enter(Method method)
 {
     Check("a call");
     const bool isUnregistration = method == Method::UnregisterCallback; // which destruction may make, too
@@ -102,7 +102,21 @@ std::optional<int64_t> FakeObject::Enter(Method method)
     if (!isUnregistration && fakewin::ApartmentDepth() == 0) {
         fakewin::AddViolation("a call outside an apartment");
     }
-    return m_system.m_script.Next(method);
+    Scripted scripted;
+    const auto result = m_system.m_script.Next(method);
+    if (!result) {
+        return scripted;
+    }
+    if (*result == nullResult) {
+        scripted.null = true;
+    } else if (*result >= SizeResult(0)) {
+        scripted.size = static_cast<UINT32>(*result);
+    } else if (SUCCEEDED(*result)) {
+        scripted.success = static_cast<HRESULT>(*result);
+    } else {
+        scripted.failure = static_cast<HRESULT>(*result);
+    }
+    return scripted;
 }
 
 // --- Enumerator ------------------------------------------------------------------------------
@@ -118,10 +132,10 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
     const std::lock_guard lock(m_system.m_mutex);
     m_system.m_requestedRoles.push_back(role);
     m_system.m_requestedFlows.push_back(flow);
-    const auto fault = Enter(Method::GetDefaultAudioEndpoint);
+    const Scripted scripted = Enter(Method::GetDefaultAudioEndpoint);
     *device = nullptr;
-    if (fault && *fault != nullResult) {
-        return static_cast<HRESULT>(*fault);
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     const std::wstring &id = flow == eCapture ? m_system.m_defaultMicrophone : m_system.m_defaults[role];
     if (id.empty()) {
@@ -132,7 +146,7 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
             auto object = std::make_unique<FakeDevice>(m_system, endpoint);
             *device = object.get();
             m_system.m_objects.push_back(std::move(object));
-            return S_OK;
+            return scripted.success;
         }
     }
     return E_NOTFOUND;
@@ -141,24 +155,26 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
 HRESULT FakeEnumerator::RegisterEndpointNotificationCallback(IMMNotificationClient *client)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto fault = Enter(Method::RegisterCallback)) {
-        return static_cast<HRESULT>(*fault);
+    const Scripted scripted = Enter(Method::RegisterCallback);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     client->AddRef();
     m_system.m_callbacks.push_back(client);
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationClient *client)
 {
     const std::lock_guard noneIsCalled(m_system.m_notifyMutex);
     const std::lock_guard lock(m_system.m_mutex);
-    Enter(Method::UnregisterCallback);
+    // Whatever it returns, the callback is not called afterwards.
+    const Scripted scripted = Enter(Method::UnregisterCallback);
     if (std::erase(m_system.m_callbacks, client) == 0) {
         return E_NOTFOUND;
     }
     client->Release();
-    return S_OK;
+    return scripted.failure.value_or(scripted.success);
 }
 
 // --- Device ----------------------------------------------------------------------------------
@@ -166,10 +182,10 @@ HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationCl
 HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters, void **object)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto fault = Enter(Method::Activate);
+    const Scripted scripted = Enter(Method::Activate);
     *object = nullptr;
-    if (fault) {
-        return *fault == nullResult ? S_OK : static_cast<HRESULT>(*fault);
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     if (context != CLSCTX_ALL || parameters != nullptr) {
         return E_INVALIDARG;
@@ -178,7 +194,7 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
         auto volume = std::make_unique<FakeEndpointVolume>(m_system, m_endpoint);
         *object = static_cast<IAudioEndpointVolume *>(volume.get());
         m_system.m_objects.push_back(std::move(volume));
-        return S_OK;
+        return scripted.success;
     }
     if (!IsEqualIID(iid, IID_IAudioClient)) {
         return E_NOINTERFACE;
@@ -186,29 +202,30 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     auto client = std::make_unique<FakeAudioClient>(m_system, m_endpoint);
     *object = static_cast<IAudioClient *>(client.get());
     m_system.m_objects.push_back(std::move(client));
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeDevice::GetId(LPWSTR *id)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto fault = Enter(Method::GetId);
+    const Scripted scripted = Enter(Method::GetId);
     *id = nullptr;
-    if (fault) {
-        return *fault == nullResult ? S_OK : static_cast<HRESULT>(*fault);
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     *id = CopyText(m_endpoint->id);
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeDevice::GetState(DWORD *state)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto fault = Enter(Method::GetState)) {
-        return static_cast<HRESULT>(*fault);
+    const Scripted scripted = Enter(Method::GetState);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
-    *state = m_endpoint->state;
-    return S_OK;
+    *state = scripted.size.value_or(m_endpoint->state);
+    return scripted.success;
 }
 
 // --- Client ----------------------------------------------------------------------------------
@@ -231,12 +248,13 @@ std::optional<HRESULT> FakeAudioClient::Invalidated() const
     return std::nullopt;
 }
 
-std::optional<HRESULT> FakeAudioClient::Enter(Method method)
+Scripted FakeAudioClient::Enter(Method method)
 {
-    if (const auto fault = FakeObject::Enter(method)) {
-        return *fault == nullResult ? S_OK : static_cast<HRESULT>(*fault);
+    Scripted scripted = FakeObject::Enter(method);
+    if (!scripted.failure) {
+        scripted.failure = Invalidated();
     }
-    return Invalidated();
+    return scripted;
 }
 
 HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME bufferDuration,
@@ -250,8 +268,9 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     const auto *bytes = reinterpret_cast<const uint8_t *>(format);
     m_record->format.assign(bytes, bytes + sizeof(WAVEFORMATEX) + format->cbSize);
     m_record->hasSession = session != nullptr;
-    if (const auto result = Enter(Method::Initialize)) {
-        return *result;
+    const Scripted scripted = Enter(Method::Initialize);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (m_initialized) {
         return AUDCLNT_E_ALREADY_INITIALIZED;
@@ -259,103 +278,118 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     m_initialized = true;
     m_frameBytes = format->nBlockAlign;
     m_endpoint->queuedFrames = 0;
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::GetBufferSize(UINT32 *frames)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto result = Enter(Method::GetBufferSize)) {
-        return *result;
+    const Scripted scripted = Enter(Method::GetBufferSize);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (!m_initialized) {
         return AUDCLNT_E_NOT_INITIALIZED;
     }
-    *frames = m_endpoint->bufferFrames;
-    return S_OK;
+    *frames = scripted.size.value_or(m_endpoint->bufferFrames);
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::GetCurrentPadding(UINT32 *frames)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto result = Enter(Method::GetCurrentPadding)) {
-        return *result;
+    const Scripted scripted = Enter(Method::GetCurrentPadding);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     Endpoint &endpoint = *m_endpoint;
+    if (scripted.size) {
+        *frames = *scripted.size;
+        return scripted.success;
+    }
     if (!endpoint.paddingScript.empty()) {
         *frames = endpoint.paddingScript.front();
         endpoint.paddingScript.pop_front();
     } else if (endpoint.drainFrames) {
-        endpoint.queuedFrames -= std::min(endpoint.queuedFrames, *endpoint.drainFrames);
+        const UINT32 played = m_record->starts > m_record->stops ? *endpoint.drainFrames : 0;
+        endpoint.queuedFrames -= std::min(endpoint.queuedFrames, played);
         *frames = endpoint.queuedFrames;
     } else {
         *frames = endpoint.constantPadding;
     }
     m_reportedPadding = *frames;
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto result = Enter(Method::GetMixFormat);
+    const Scripted scripted = Enter(Method::GetMixFormat);
     *format = nullptr;
-    if (result) {
-        return *result;
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
-    *format = MakeWaveFormat(m_endpoint->mixFormat);
-    return S_OK;
+    MixFormat mix = m_endpoint->mixFormat;
+    if (scripted.size) {
+        mix.channels = mix.bits = static_cast<uint16_t>(*scripted.size);
+        mix.rateHz = *scripted.size;
+    }
+    *format = MakeWaveFormat(mix);
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::Start()
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto result = Enter(Method::Start)) {
-        return *result;
+    const Scripted scripted = Enter(Method::Start);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if ((m_record->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0 && m_record->event == nullptr) {
         return AUDCLNT_E_EVENTHANDLE_NOT_SET;
     }
     ++m_record->starts;
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::Stop()
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto result = Enter(Method::Stop)) {
-        return *result;
+    const Scripted scripted = Enter(Method::Stop);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     ++m_record->stops;
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::SetEventHandle(HANDLE event)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto result = Enter(Method::SetEventHandle)) {
-        return *result;
+    const Scripted scripted = Enter(Method::SetEventHandle);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (event == nullptr) {
         return E_INVALIDARG;
     }
     m_record->event = event;
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    const auto result = Enter(Method::GetService);
+    const Scripted scripted = Enter(Method::GetService);
     *service = nullptr;
-    if (result) {
-        return *result;
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     if (IsEqualIID(iid, IID_IAudioCaptureClient)) {
         auto client = std::make_unique<FakeCaptureClient>(m_system, *this);
         *service = static_cast<IAudioCaptureClient *>(client.get());
         m_system.m_objects.push_back(std::move(client));
-        return S_OK;
+        return scripted.success;
     }
     if (!IsEqualIID(iid, IID_IAudioRenderClient)) {
         return E_NOINTERFACE;
@@ -363,7 +397,7 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
     auto client = std::make_unique<FakeRenderClient>(m_system, *this);
     *service = static_cast<IAudioRenderClient *>(client.get());
     m_system.m_objects.push_back(std::move(client));
-    return S_OK;
+    return scripted.success;
 }
 
 // --- Render client ---------------------------------------------------------------------------
@@ -372,10 +406,10 @@ HRESULT FakeRenderClient::GetBuffer(UINT32 frames, BYTE **data)
 {
     const std::lock_guard lock(m_system.m_mutex);
     m_system.m_requestedFrames.push_back(frames);
-    const auto fault = Enter(Method::GetBuffer);
+    const Scripted scripted = Enter(Method::GetBuffer);
     *data = nullptr;
-    if (fault && *fault != nullResult) {
-        return static_cast<HRESULT>(*fault);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (m_obtainedFrames) {
         return AUDCLNT_E_OUT_OF_ORDER;
@@ -387,18 +421,19 @@ HRESULT FakeRenderClient::GetBuffer(UINT32 frames, BYTE **data)
         return AUDCLNT_E_BUFFER_TOO_LARGE;
     }
     m_obtainedFrames = frames;
-    if (!fault) {
+    if (!scripted.null) {
         m_buffer = std::vector<BYTE>(size_t{frames} * m_client.FrameBytes());
         *data = m_buffer.data();
     }
-    return S_OK;
+    return scripted.success;
 }
 
 HRESULT FakeRenderClient::ReleaseBuffer(UINT32 frames, DWORD flags)
 {
     const std::lock_guard lock(m_system.m_mutex);
-    if (const auto fault = Enter(Method::ReleaseBuffer)) {
-        return static_cast<HRESULT>(*fault);
+    const Scripted scripted = Enter(Method::ReleaseBuffer);
+    if (scripted.failure) {
+        return *scripted.failure;
     }
     if (!m_obtainedFrames) {
         return frames == 0 ? S_OK : AUDCLNT_E_OUT_OF_ORDER;
@@ -415,7 +450,7 @@ HRESULT FakeRenderClient::ReleaseBuffer(UINT32 frames, DWORD flags)
         endpoint.writtenFrames.push_back(frames);
         endpoint.queuedFrames += frames;
     }
-    return S_OK;
+    return scripted.success;
 }
 
 void FakeRenderClient::OnLastRelease()

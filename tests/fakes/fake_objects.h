@@ -10,6 +10,14 @@
 
 namespace fakes {
 
+// What a method has to do: what its script says, or else its work.
+struct Scripted {
+    std::optional<HRESULT> failure; // to return at once
+    HRESULT success = S_OK;         // to return when the work is done
+    bool null = false;              // and to hand out no object
+    std::optional<UINT32> size;     // and to tell this size
+};
+
 // What all objects share. A released object stays in memory, so that a late call is reported.
 class FakeObject {
 public:
@@ -22,8 +30,8 @@ protected:
     HRESULT Query(IUnknown *self, REFIID iid, void **object);
     ULONG Add();
     ULONG Drop();
-    // Starts a method: checks the caller, counts the call. The result to return, if scripted.
-    std::optional<int64_t> Enter(Method method);
+    // Starts a method: checks the caller, counts the call.
+    Scripted Enter(Method method);
     void Check(const char *what) const;
 
     AudioSystem &m_system;
@@ -118,7 +126,8 @@ public:
 
 private:
     void OnLastRelease() override { m_record->alive = false; }
-    std::optional<HRESULT> Enter(Method method);
+    // The same, and fails where the endpoint is gone.
+    Scripted Enter(Method method);
 
     std::shared_ptr<Endpoint> m_endpoint;
     std::shared_ptr<ClientRecord> m_record;

@@ -17,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr DWORD clockWaitMs = 1000; // waits from here on run on the driven clock
-constexpr auto briefly = 50us;
+constexpr std::chrono::microseconds brief = 50us;
 constexpr size_t maxRecords = 10000;
 
 struct Waitable {
@@ -42,6 +42,8 @@ struct State {
     int liveThreads = 0;
     std::vector<EventRecord> events;
     std::vector<WaitRecord> waits;
+    uint64_t waitedMs = 0;
+    std::chrono::microseconds shortWait = brief;
     std::vector<std::string> violations;
 };
 
@@ -138,6 +140,10 @@ void Before(Call call, std::function<void()> action, int nth)
 {
     Script().Before(call, std::move(action), nth);
 }
+void Heal()
+{
+    Script().Heal();
+}
 int Count(Call call)
 {
     return Script().Count(call);
@@ -168,6 +174,8 @@ void Reset()
     const bool ended = state.changed.wait_for(lock, 10s, [&] { return state.liveThreads == 0; });
     state.events.clear();
     state.waits.clear();
+    state.waitedMs = 0;
+    state.shortWait = brief;
     state.violations.clear();
     if (!ended) {
         state.violations.push_back("a thread of an earlier test is still running");
@@ -228,7 +236,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
         } else if (waitMs >= clockWaitMs) {
             WaitOnClock(state, lock, handle, waitMs, over);
         } else if (waitMs > 0) {
-            state.changed.wait_for(lock, briefly, over);
+            state.changed.wait_for(lock, state.shortWait, over);
         }
     }
     if (closed()) {
@@ -237,6 +245,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
     }
     Waitable &waitable = state.handles[handle];
     if (!waitable.signalled) {
+        state.waitedMs += waitMs;
         return WAIT_TIMEOUT;
     }
     waitable.signalled = waitable.manualReset;
@@ -263,12 +272,14 @@ void Sleep(DWORD sleepMs)
     State &state = TheState();
     std::unique_lock lock(state.mutex);
     Record(state, {Call::Sleep, nullptr, sleepMs});
+    state.waitedMs += sleepMs;
     if (sleepMs >= clockWaitMs) {
         WaitOnClock(state, lock, nullptr, sleepMs, [] { return false; });
         return;
     }
+    const auto shortWait = state.shortWait;
     lock.unlock();
-    std::this_thread::sleep_for(briefly);
+    std::this_thread::sleep_for(shortWait);
 }
 
 std::vector<EventRecord> CreatedEvents()
@@ -290,6 +301,20 @@ std::vector<WaitRecord> Waits()
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     return state.waits;
+}
+
+void SkipShortWaits()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.shortWait = 0us;
+}
+
+uint64_t WaitedMs()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.waitedMs;
 }
 
 // --- Clock -----------------------------------------------------------------------------------

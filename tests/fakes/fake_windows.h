@@ -91,6 +91,7 @@ enum class Call {
 void Fail(Call call, int64_t result, int nth = 1, int times = 1);
 void Before(Call call, std::function<void()> action, int nth = 1);
 int Count(Call call);
+void Heal(); // no call fails any more
 // All calls since the last Reset, GetLastError excepted.
 int TotalCalls();
 
@@ -119,8 +120,13 @@ struct WaitRecord {
     bool operator==(const WaitRecord &) const = default;
 };
 std::vector<WaitRecord> Waits(); // the first ten thousand, and all that the clock drives
+// For how long all threads together have slept or waited in vain since the last Reset, had that taken
+// its time.
+uint64_t WaitedMs();
 
 void AdvanceClock(uint64_t milliseconds);
+// Until the next Reset, waits and sleeps below one second take no time at all: for a test with one thread.
+void SkipShortWaits();
 // True when `count` threads wait on the clock, or do so within ten seconds.
 bool AwaitClockWaiters(int count);
 

@@ -10,6 +10,15 @@
 
 namespace fakes {
 
+// Scripted in place of a failure: the call succeeds and hands out a null pointer.
+constexpr int64_t nullResult = INT64_C(1) << 40;
+
+// The call succeeds and tells `size`: frames, a padding, the state of a device.
+constexpr int64_t SizeResult(uint32_t size)
+{
+    return (INT64_C(1) << 41) | size;
+}
+
 // Any thread. `Call` is an enumeration of the fake's functions.
 template <typename Call>
 class FaultScript {
@@ -72,12 +81,19 @@ public:
         return total;
     }
 
-    void Reset()
+    // No call fails any more; the counts stay.
+    void Heal()
     {
         const std::lock_guard lock(m_mutex);
-        m_counts.clear();
         m_faults.clear();
         m_actions.clear();
+    }
+
+    void Reset()
+    {
+        Heal();
+        const std::lock_guard lock(m_mutex);
+        m_counts.clear();
     }
 
 private:

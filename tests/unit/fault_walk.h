@@ -1,0 +1,63 @@
+// Walks a road of the module, open to close, again and again, with one fault on the way each time.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fault_table.h"
+
+namespace velto_test {
+
+// What brings the sound back, from nothing at all to everything anew.
+enum class Remedy { None, PropertyChange, DefaultChange, Reopening };
+
+// What must be seen of a fault.
+struct Expectation {
+    std::string tag; // empty: no line is promised
+    std::wstring text;
+    std::vector<Remedy> remedies; // one of these is enough
+};
+
+// A fault at one use of a call.
+struct FaultCase {
+    const FaultyCall &call;
+    const Fault &fault;
+    int nth;
+    bool lasting; // all later uses fail, too, until it is healed
+};
+
+// One direction, on healthy fake endpoints. Made anew for each case; gives everything back in Finish.
+class Road {
+public:
+    virtual ~Road() = default;
+
+    virtual int Steps() const = 0;
+    virtual std::string StepName(int step) const = 0;
+    virtual void Take(int step) = 0;
+    // Goes on while a fault lasts.
+    virtual void Bear() = 0;
+    // Of the `use`th use of the call within the step.
+    virtual Expectation Expected(const FaultCase &faulty, int step, int use) const = 0;
+    virtual bool SoundFlows() = 0;
+    virtual void Apply(Remedy remedy) = 0;
+    // True when the sound is where it belongs after another change of the default device.
+    virtual bool FollowsTheDefault() = 0;
+    virtual void Finish() = 0;
+};
+
+using MakeRoad = std::unique_ptr<Road> (*)();
+
+// What a walk came to.
+struct WalkTally {
+    int calls = 0;
+    int faults = 0; // of these calls
+    int cases = 0;
+    int lasting = 0; // of the cases
+};
+
+// All faults of all calls that the road makes: once at the first, the tenth and the last use of the
+// call, and lasting from the first. Reports what is not as expected.
+WalkTally WalkEveryFault(MakeRoad makeRoad);
+
+} // namespace velto_test

@@ -1,0 +1,89 @@
+// Answers of the system that it does not document, or that only a failure before explains.
+#include "render_fixture.h"
+
+namespace {
+
+using namespace velto_test;
+
+constexpr char initTag[] = "AudioPlayerWas::InitDefaultAudioDevice";
+constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
+constexpr char deviceTag[] = "AudioPlayerWas::OnAudioDeviceChanged";
+constexpr wchar_t noEndpoint[] = L"AudioPlayer GetDefaultAudioEndpoint fail with 0. Just return";
+
+class RenderOddAnswers : public RenderTest {
+protected:
+    void ChangeDefault(const std::wstring &id)
+    {
+        audio.Get(id); // is there from now on
+        audio.SetDefaultForAllRoles(id);
+        audio.NotifyDefaultChanged(eRender, eMultimedia, id);
+        Play(MakeBlock());
+    }
+    size_t BlocksWritten(const std::wstring &id) { return audio.Get(id).writtenFrames.size(); }
+};
+
+TEST_F(RenderOddAnswers, SuccessWithoutAnEndpointLeavesTheRendererOpenWithoutAClient)
+{
+    audio.Fail(Method::GetDefaultAudioEndpoint, fakes::nullResult);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, MemoryFail(296), initTag);
+    EXPECT_EQ(probe.Device(), nullptr);
+    ChangeDefault(L"headset");
+    EXPECT_EQ(BlocksWritten(L"headset"), 1U);
+}
+
+TEST_F(RenderOddAnswers, SuccessWithoutAClientLeavesTheRendererOpenWithoutOne)
+{
+    audio.Fail(Method::Activate, fakes::nullResult);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, MemoryFail(307), initTag);
+    EXPECT_EQ(probe.AudioClient(), nullptr);
+    ChangeDefault(L"headset");
+    EXPECT_EQ(BlocksWritten(L"headset"), 1U);
+}
+
+TEST_F(RenderOddAnswers, SuccessWithoutANewEndpointKeepsTheOldOnePlaying)
+{
+    ASSERT_TRUE(Open());
+    audio.Fail(Method::GetDefaultAudioEndpoint, fakes::nullResult, 1);
+    ChangeDefault(L"headset");
+    ExpectLine(errorLevel, noEndpoint, deviceTag);
+    Play(MakeBlock());
+    EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
+}
+
+TEST_F(RenderOddAnswers, SuccessWithoutANewClientLeavesNoneUntilTheNextNotification)
+{
+    ASSERT_TRUE(Open());
+    audio.Fail(Method::Activate, fakes::nullResult);
+    ChangeDefault(L"headset");
+    ExpectLine(errorLevel, MemoryFail(175), activateTag);
+    audio.NotifyPropertyChanged(L"headset");
+    Play(MakeBlock());
+    EXPECT_EQ(BlocksWritten(L"headset"), 1U);
+}
+
+TEST_F(RenderOddAnswers, WithoutAHoldOnTheEndpointsDllClosingGivesItsObjectsBack)
+{
+    fakewin::Fail(fakewin::Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY);
+    ASSERT_TRUE(Open());
+    player->Close();
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    SwrContext *converter = probe.TakeResampler(); // which the next opening would lose
+    swr_free(&converter);
+    ASSERT_TRUE(Open());
+    Play(MakeBlock());
+    EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
+}
+
+TEST_F(RenderOddAnswers, ABufferThatCannotBeGivenBackCostsTwoBlocksAndNoMore)
+{
+    ASSERT_TRUE(Open());
+    audio.Fail(Method::ReleaseBuffer, AUDCLNT_E_SERVICE_NOT_RUNNING, 1, 2);
+    for (int block = 0; block < 3; ++block) {
+        Play(MakeBlock());
+    }
+    EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+// What the renderer promises for each failing call.
+#include "expectation_rows.h"
+#include "render_fixture.h"
+#include "speaker_road.h"
+
+namespace velto_test {
+namespace {
+
+using enum SpeakerStep;
+using enum FaultKind;
+using enum Remedy;
+using Rows = ExpectationRows<SpeakerStep>;
+
+constexpr char openTag[] = "AudioPlayerWas::Open";
+constexpr char initTag[] = "AudioPlayerWas::InitDefaultAudioDevice";
+constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
+constexpr char deviceTag[] = "AudioPlayerWas::OnAudioDeviceChanged";
+constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
+constexpr char resampleTag[] = "AudioPlayerWas::Resample";
+constexpr char resampleInitTag[] = "AudioPlayerWas::ResampleInit";
+constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
+
+// In the texts: $1 the result of the failing use, $2 that of the use after it, $B the frames of the
+// endpoint buffer.
+std::wstring Fails(int line)
+{
+    return L"AudioPlayerWas function fail with $2. Release resource. Line:" + std::to_wstring(line);
+}
+
+std::wstring RenderFails(int line)
+{
+    return L"AudioPlayerWas Rend fail with $2. Just return. Line:" + std::to_wstring(line);
+}
+
+const wchar_t *const paddingFails = L"AudioPlayerWas Unable to get padding with $1 padding=$B";
+const wchar_t *const noConversion = L"AudioPlayerWas Error while converting";
+const wchar_t *const noConverter = L"AudioPlayerWas Failed to initialize the resampling context";
+const wchar_t *const noRoom = L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0";
+
+// Without an enumerator or a registration nothing tells of other devices; without a client the
+// renderer waits for another default.
+void AddOpening(Rows &rows)
+{
+    const std::string enumerator = "IMMDeviceEnumerator::";
+    rows.During({Opening});
+    rows.Add("CoInitializeEx", Failure, Fails(270), openTag, {Reopening});
+    rows.Add("CoCreateInstance", Failure, Fails(272), openTag, {Reopening});
+    rows.Add("CoCreateInstance", Null, MemoryFail(275), openTag, {Reopening});
+    rows.Add(enumerator + "RegisterEndpointNotificationCallback", Failure, Fails(276), openTag, {Reopening});
+    rows.Add(enumerator + "GetDefaultAudioEndpoint", Failure, Fails(296), initTag, {DefaultChange});
+    rows.Add(enumerator + "GetDefaultAudioEndpoint", Null, MemoryFail(296), initTag, {DefaultChange});
+    rows.Add("IMMDevice::GetId", Failure, Fails(297), initTag, {DefaultChange});
+    rows.Add("IMMDevice::GetState", Size, L"AudioPlayerWas endpointDevice is not active", initTag,
+             {DefaultChange});
+    rows.Add("IMMDevice::Activate", Failure, Fails(307), initTag, {DefaultChange});
+    rows.Add("IMMDevice::Activate", Null, MemoryFail(307), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(308), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetMixFormat", Null, MemoryFail(309), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetMixFormat", Size, FunctionFail(AVERROR(EINVAL), 319), initTag,
+             {DefaultChange});
+    rows.Add("IAudioClient::Initialize", Failure, Fails(315), initTag, {DefaultChange});
+    rows.Add("swr_alloc", Failure, MemoryFail(318), initTag, {DefaultChange});
+    rows.Add("swr_init", Failure, Fails(319), initTag, {DefaultChange});
+    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(320), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, {DefaultChange});
+    // The first is the one that the client signals: it is made by an opening only.
+    rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, {Reopening}, 1);
+    rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, {DefaultChange}, 2);
+}
+
+// The endpoint is known: a change of any of its properties has the client made again.
+void AddReactivation(Rows &rows)
+{
+    rows.During({Switching, Rebuilding});
+    rows.Add("IMMDevice::Activate", Failure, Fails(175), activateTag, {PropertyChange});
+    rows.Add("IMMDevice::Activate", Null, MemoryFail(175), activateTag, {PropertyChange});
+    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(177), activateTag, {PropertyChange});
+    rows.Add("IAudioClient::GetMixFormat", Null, L"", "", {DefaultChange}); // a client is kept, unused
+    rows.Add("IAudioClient::GetMixFormat", Size, noConverter, resampleInitTag, {DefaultChange});
+    rows.Add("IAudioClient::Initialize", Failure, Fails(186), activateTag, {PropertyChange});
+    rows.Add("swr_init", Failure, noConverter, resampleInitTag, {DefaultChange});
+    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, {PropertyChange});
+    rows.Add("IAudioClient::GetService", Failure, Fails(191), activateTag, {PropertyChange});
+
+    rows.During({Switching});
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange});
+    rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Failure,
+             L"AudioPlayer GetDefaultAudioEndpoint fail with $1. Just return", deviceTag, {None});
+    rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Null,
+             L"AudioPlayer GetDefaultAudioEndpoint fail with 0. Just return", deviceTag, {None});
+    rows.Add("IMMDevice::GetId", Failure, L"AudioPlayer function fail with $2. Just return", deviceTag,
+             {None});
+
+    rows.During({Rebuilding}); // whose first use asks the old client
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange}, 2);
+}
+
+// A client that was made and does not play cannot be told from a silent one.
+void AddAnyActivation(Rows &rows)
+{
+    rows.During({Opening, Switching, Rebuilding});
+    rows.Add("IAudioClient::GetService", Null, L"", "", {DefaultChange});
+    rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange});
+}
+
+// Costs a block at most.
+void AddPlaying(Rows &rows)
+{
+    rows.During({Playing, Switching, Rebuilding, Probing});
+    rows.Add("IAudioClient::GetCurrentPadding", Failure, paddingFails, writeTag, {None});
+    rows.Add("IAudioRenderClient::GetBuffer", Failure, RenderFails(458), writeTag, {None});
+    rows.Add("IAudioRenderClient::ReleaseBuffer", Failure, RenderFails(464), writeTag, {None});
+    rows.Add("swr_convert", Failure, noConversion, resampleTag, {None});
+    rows.Add("av_samples_get_buffer_size", Failure, L"AudioPlayerWas Could not get sample buffer size",
+             resampleTag, {None});
+}
+
+Rows MakeRows()
+{
+    Rows rows;
+    AddOpening(rows);
+    AddReactivation(rows);
+    AddAnyActivation(rows);
+    AddPlaying(rows);
+    return rows;
+}
+
+// What depends on the very size.
+std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep step, int use)
+{
+    const auto size = static_cast<uint32_t>(faulty.fault.result);
+    if (faulty.fault.kind != Size) {
+        return std::nullopt;
+    }
+    if (faulty.call.name == "IAudioClient::GetCurrentPadding") {
+        return Expectation{writeTag,
+                           size == 0 ? L"AudioPlayerWas padding = 0 "
+                                     : L"AudioPlayerWas Unable to get padding with 0 padding=4294967295",
+                           {None}};
+    }
+    const bool reactivates = step == Switching || step == Rebuilding;
+    if (faulty.call.name == "IAudioClient::GetMixFormat" && reactivates && size != 0) {
+        return Expectation{"", L"", {DefaultChange}}; // the converter keeps what it had
+    }
+    const bool probes = step == Probing || (step == Rebuilding && use == 1);
+    if (faulty.call.name == "IAudioClient::GetBufferSize" && !probes && size == 0) {
+        return faulty.lasting ? Expectation{playTag, noRoom, {DefaultChange}}
+                              : Expectation{"", L"", {DefaultChange}};
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames)
+{
+    static const auto *rows = new Rows(MakeRows());
+    if (step == Closing) {
+        return {"", L"", {Reopening}};
+    }
+    Expectation expected{"", L"", {None}};
+    if (const auto special = ExpectedOfSize(faulty, step, use)) {
+        expected = *special;
+    } else if (const auto found = rows->Find(faulty, step, use)) {
+        expected = *found;
+    }
+    const std::wstring result = std::to_wstring(faulty.fault.result);
+    expected.text = Filled(expected.text, L"$1", result);
+    expected.text = Filled(expected.text, L"$2", faulty.lasting ? result : L"0");
+    expected.text = Filled(expected.text, L"$B", std::to_wstring(bufferFrames));
+    return expected;
+}
+
+} // namespace velto_test
