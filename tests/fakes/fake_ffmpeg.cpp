@@ -1,7 +1,21 @@
 #include "tests/fakes/fake_ffmpeg.h"
 
+#include <mutex>
+
 namespace fakeffmpeg {
 namespace {
+
+// Never destroyed: the module's static objects make calls when the process ends.
+struct Sent {
+    std::mutex mutex;
+    std::vector<float> samples;
+};
+
+Sent &TheSent()
+{
+    static auto *sent = new Sent;
+    return *sent;
+}
 
 // The scripted result, or else the real call's.
 template <typename Real>
@@ -95,8 +109,19 @@ AVPacket *av_packet_alloc()
     return Script().Next(Call::av_packet_alloc) ? nullptr : ::av_packet_alloc();
 }
 
+std::vector<float> SentSamples()
+{
+    const std::lock_guard lock(TheSent().mutex);
+    return TheSent().samples;
+}
+
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)
 {
+    if (frame != nullptr) {
+        const auto *samples = reinterpret_cast<const float *>(frame->data[0]);
+        const std::lock_guard lock(TheSent().mutex);
+        TheSent().samples.assign(samples, samples + frame->nb_samples);
+    }
     return Scripted(Call::avcodec_send_frame, [&] { return ::avcodec_send_frame(context, frame); });
 }
 

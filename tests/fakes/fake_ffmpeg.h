@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "tests/fakes/fault_script.h"
 
@@ -36,6 +37,9 @@ enum class Call {
 
 // A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();
+
+// The first channel of the frame of floats that an encoder was last sent.
+std::vector<float> SentSamples();
 
 SwrContext *swr_alloc();
 int swr_init(SwrContext *context);

@@ -67,6 +67,29 @@ TEST(RotatingFile, KeepsTheNewestLinesWithinTheBound)
     EXPECT_FALSE(fs::exists(Old(path, 3)));
 }
 
+// Handles, of which files are some.
+size_t OpenFiles()
+{
+#ifdef _WIN32
+    DWORD count = 0;
+    EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &count));
+    return count;
+#else
+    return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+#endif
+}
+
+TEST(RotatingFile, HoldsOneFileHoweverOftenItRotates)
+{
+    RotatingFile file(FreshPath("handles.log"), 11, 2, noPause); // a line
+    ASSERT_TRUE(file.Append(Line(0)));
+    const size_t atFirst = OpenFiles();
+    for (int number = 1; number < 50; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+    }
+    EXPECT_LT(OpenFiles(), atFirst + 10);
+}
+
 TEST(RotatingFile, WithoutOldFilesTheFullFileIsEmptied)
 {
     const fs::path path = FreshPath("single.log");

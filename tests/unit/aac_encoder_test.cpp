@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
+#include <vector>
 
 #include "aac_encoder_fixture.h"
 
@@ -117,6 +119,20 @@ TEST_F(Encoder, IsClosedByParametersThatItRefuses)
 }
 
 // --- Encode ------------------------------------------------------------------------------------
+
+TEST_F(Encoder, TheLowestSampleIsFullScale)
+{
+    ASSERT_TRUE(Open());
+    const std::array<int16_t, 4> left{-32768, 32767, 16384, 1};
+    for (size_t i = 0; i < left.size(); ++i) {
+        frame.samples[2 * i] = left[i];
+    }
+    Encode();
+    const std::vector<float> sent = fakeffmpeg::SentSamples();
+    ASSERT_EQ(sent.size(), aacFrameLength);
+    EXPECT_EQ(std::vector(sent.begin(), sent.begin() + 4),
+              (std::vector{-1.0F, 1.0F - 1.0F / 32768, 0.5F, 1.0F / 32768}));
+}
 
 TEST_F(Encoder, FirstPacketComesWithTheSecondFrame)
 {

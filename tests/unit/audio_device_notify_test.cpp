@@ -1,5 +1,9 @@
 #include "capture/audio_device_notify.h"
 
+#include <atomic>
+#include <chrono>
+#include <thread>
+
 #include "capture_fixture.h"
 #include "log_lines.h"
 
@@ -183,6 +187,32 @@ TEST_F(DeviceNotify, UnInitializeUnregistersOnceAndReportsEachCall)
     CaptureTest::ExpectLine(infoLevel, L"deviceEnumerator UnregisterEndpointNotificationCallback",
                             unInitializeTag);
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
+}
+
+// A listener that is told of a change while it is being removed.
+class SlowListener : public velto::IAudioDeviceNotifyListener {
+public:
+    void OnAudioStateChanged(EDataFlow, ERole, LPCWSTR) override
+    {
+        isTold = true;
+        for (int i = 0; i < 100 && !isRemoved; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        removedMeanwhile = isRemoved.load();
+    }
+    std::atomic<bool> isTold{false}, isRemoved{false}, removedMeanwhile{false};
+};
+
+TEST_F(DeviceNotify, RemovingAListenerWaitsUntilItHasBeenTold)
+{
+    SlowListener listener;
+    notifier->AddListener(&listener);
+    std::thread system([this] { notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"microphone"); });
+    EXPECT_TRUE(Eventually([&] { return listener.isTold.load(); }));
+    notifier->RemoveListener(&listener);
+    listener.isRemoved = true;
+    system.join();
+    EXPECT_FALSE(listener.removedMeanwhile) << "the owner may delete a listener once it is removed";
 }
 
 TEST_F(DeviceNotify, TheEnumeratorsDllOutlivesTheLastApartment)
