@@ -5,16 +5,15 @@
 
 COMLoadStatus AudioUtils::GetCOMLoadedStatus()
 {
-    switch (CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {
-    case S_OK:
-        return COM_LOADED;
-    case S_FALSE:
+    const HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (result == S_FALSE) {
         return COM_ALREADY_LOADED;
-    case RPC_E_CHANGED_MODE:
-        return COM_OTHER_MODEL;
-    default:
-        return COM_NOT_LOADED;
     }
+    if (result == RPC_E_CHANGED_MODE) {
+        return COM_OTHER_MODEL;
+    }
+    // Each success has to be undone, also one that is not S_OK.
+    return SUCCEEDED(result) ? COM_LOADED : COM_NOT_LOADED;
 }
 
 void AudioUtils::UnloadCOM(COMLoadStatus status)

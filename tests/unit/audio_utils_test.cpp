@@ -64,7 +64,7 @@ TEST_F(ComLoading, AThreadInAnotherApartmentIsLeftAsItIs)
 
 TEST_F(ComLoading, EveryOtherResultIsAFailureThatLeavesNothingToUndo)
 {
-    for (const HRESULT result : {E_OUTOFMEMORY, E_INVALIDARG, E_UNEXPECTED, HRESULT{2}}) {
+    for (const HRESULT result : {E_OUTOFMEMORY, E_INVALIDARG, E_UNEXPECTED}) {
         fakewin::Fail(Call::CoInitializeEx, result);
         const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
         EXPECT_EQ(status, COM_NOT_LOADED);
@@ -72,6 +72,17 @@ TEST_F(ComLoading, EveryOtherResultIsAFailureThatLeavesNothingToUndo)
         AudioUtils::UnloadCOM(status);
     }
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 0);
+}
+
+TEST_F(ComLoading, ASuccessOfAnotherKindIsUndoneToo)
+{
+    std::thread([] {
+        fakewin::Fail(Call::CoInitializeEx, HRESULT{2});
+        const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
+        EXPECT_EQ(status, COM_LOADED);
+        AudioUtils::UnloadCOM(status);
+        EXPECT_EQ(fakewin::ApartmentDepth(), 0);
+    }).join();
 }
 
 TEST_F(ComLoading, AStatusThatNeverWasUndoesNothing)
