@@ -96,7 +96,18 @@ AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
 
 int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options)
 {
-    return Scripted(Call::avcodec_open2, [&] { return ::avcodec_open2(context, codec, options); });
+    const auto scripted = Script().Next(Call::avcodec_open2);
+    if (scripted && *scripted <= 0) {
+        return static_cast<int>(*scripted);
+    }
+    const int opened = ::avcodec_open2(context, codec, options);
+    if (scripted == withoutConfiguration) {
+        av_freep(&context->extradata);
+        context->extradata_size = 0;
+    } else if (scripted) {
+        context->frame_size = static_cast<int>(*scripted);
+    }
+    return opened;
 }
 
 AVFrame *av_frame_alloc()

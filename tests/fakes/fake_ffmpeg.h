@@ -28,12 +28,15 @@ enum class Call {
     avformat_alloc_context,
     avcodec_find_decoder,
     avcodec_alloc_context3,
-    avcodec_open2,
+    avcodec_open2, // a result above 0 is not an error: the frames of the opened codec are that long
     av_frame_alloc,
     av_packet_alloc,
     avcodec_send_frame,
     avcodec_receive_packet, // a result above 0 is not an error but the size of the packet
 };
+
+// Scripted for avcodec_open2: it succeeds, but the codec has no configuration to tell.
+constexpr int64_t withoutConfiguration = INT64_C(1) << 40;
 
 // A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();

@@ -491,6 +491,22 @@ TEST_F(CaptureSetup, AnEncoderThatRefusesItsParametersFailsPrepare)
     AwaitRest();
 }
 
+TEST_F(CaptureSetup, AFrameThatCannotBeAllocatedFailsPrepare)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // no frame is that long
+    EXPECT_EQ(capture->Prepare(), -10002);
+    ExpectLine(errorLevel, L"Alloc audio frame failed!", encoderTag);
+    AwaitRest();
+}
+
+TEST_F(CaptureSetup, AnEncoderWithoutAConfigurationFailsPrepare)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, fakeffmpeg::withoutConfiguration);
+    EXPECT_EQ(capture->Prepare(), -103);
+    ExpectLine(errorLevel, L"Get audio decoder specific info failed!", encoderTag);
+    AwaitRest();
+}
+
 TEST_F(CaptureSetup, TheQueueHoldsTenSecondsAndOnePacket)
 {
     EXPECT_EQ(PacketPoolSize(48000, 1024), 469U);

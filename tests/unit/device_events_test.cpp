@@ -84,6 +84,7 @@ TEST_F(DeviceEvents, AnswersItsOwnInterfacesOnly)
     EXPECT_EQ(object, &events);
     EXPECT_EQ(events.QueryInterface(__uuidof(IMMDevice), &object), E_NOINTERFACE);
     EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(events.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
 TEST_F(DeviceEvents, RaisingAFlagMakesNoSystemCall)

@@ -412,6 +412,17 @@ TEST_F(SpeakerTrack, EachWriteStartsANewFullWait)
     EXPECT_EQ(CountOf(LOG_LEVEL_INFO, idleLine), 0);
 }
 
+TEST_F(SpeakerTrack, WithoutItsEventTheWatchdogTriesToMakeOneWithoutSpinning)
+{
+    fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 1, 20);
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    EXPECT_EQ(velto::IdleEvent, nullptr);
+    WriteUndecoded(1);
+    ASSERT_TRUE(Await([] { return IdleWaits() > 15 && velto::IdleEvent != nullptr; }));
+    EXPECT_GE(fakewin::Count(Call::Sleep), 15) << "a pause after each wait that fails";
+    Release();
+}
+
 TEST_F(SpeakerTrack, TheReleaseLeavesTheRegistryValueAndTheDecodersAsTheyAre)
 {
     WriteUndecoded(8);
