@@ -136,6 +136,28 @@ TEST(Logger, EightThreadsLoseAndTearNoLine)
     EXPECT_TRUE(seen == written) << seen.size() << " different lines";
 }
 
+TEST(Logger, AnUnknownLevelIsShownAsAnError)
+{
+    Logger("Unknown").Log(static_cast<LOG_MESSAGE_LEVEL>(7), Text(L"level seven"));
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Unknown] level seven"), 1);
+}
+
+TEST(LoggerDeathTest, AnInvalidLevelIsToldAndEverythingIsLogged)
+{
+    const std::string style = GTEST_FLAG_GET(death_test_style);
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process that has not logged yet
+    EXPECT_EXIT(
+        {
+            SetEnvironment("VELTO_LOG_LEVEL", "loud");
+            Logger("Loud").Log(LOG_LEVEL_TRACE, Text(L"all of it"));
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+    GTEST_FLAG_SET(death_test_style, style);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Logging] VELTO_LOG_LEVEL is none of"), 1);
+    EXPECT_EQ(CountLinesWith(SharedLogFile(), "[trace] [Loud] all of it"), 1);
+}
+
 TEST(LoggerDeathTest, LinesAfterStaticDestructionAreStillWritten)
 {
     const int before = CountLinesWith(SharedLogFile(), "after all destructors");
