@@ -62,7 +62,7 @@ int32_t AudioCapture::Prepare()
         CloseReadyEvent();
         return CAPTURE_SYSTEM_FAILED;
     }
-    WaitForSingleObject(ready, INFINITE);
+    AwaitSignal(ready);
     CloseReadyEvent();
     return m_state;
 }
@@ -119,7 +119,7 @@ bool AudioCapture::WaitInitThread()
     if (thread == nullptr) {
         return false;
     }
-    WaitForSingleObject(thread, INFINITE);
+    AwaitSignal(thread);
     return true;
 }
 
@@ -175,7 +175,7 @@ void AudioCapture::Fail(int32_t result)
 void AudioCapture::Teardown()
 {
     if (m_captureThread != nullptr) {
-        WaitForSingleObject(m_captureThread, INFINITE);
+        AwaitSignal(m_captureThread);
         SafeCloseHandle(m_captureThread);
     }
     swr_free(&m_resampler);

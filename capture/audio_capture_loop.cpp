@@ -2,6 +2,7 @@
 #include "capture/audio_capture.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "capture/hresult_text.h"
 #include "capture/pcm_conversion.h"
@@ -25,6 +26,7 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
 constexpr char errorTag[] = "AudioCapture::OnError";
 constexpr DWORD pollMs = 10;
+constexpr int64_t mostFrames = std::numeric_limits<int>::max(); // that the converter can count
 
 void FreePlanes(uint8_t **planes)
 {
@@ -160,17 +162,20 @@ void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
 uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames, uint32_t &converted)
 {
     const int64_t delay = swr_get_delay(m_resampler, m_captureSampleRateHz);
-    const auto capacity = static_cast<int>(
-        av_rescale_rnd(delay + frames, m_targetSampleRateHz, m_captureSampleRateHz, AV_ROUND_UP));
+    const int64_t capacity =
+        av_rescale_rnd(delay + frames, m_targetSampleRateHz, m_captureSampleRateHz, AV_ROUND_UP);
     const auto format = static_cast<AVSampleFormat>(m_sampleFormat);
     const auto channels = static_cast<int>(m_targetChannels);
     uint8_t **planes = nullptr;
-    if (av_samples_alloc_array_and_samples(&planes, nullptr, channels, capacity, format, 0) < 0) {
+    if (capacity > mostFrames || frames > mostFrames ||
+        av_samples_alloc_array_and_samples(&planes, nullptr, channels, static_cast<int>(capacity), format,
+                                           0) < 0) {
         LogError(convertTag, "Could not allocate destination samples");
         return nullptr;
     }
-    const int count =
-        data == nullptr ? -1 : swr_convert(m_resampler, planes, capacity, &data, static_cast<int>(frames));
+    const int count = data == nullptr ? -1
+                                      : swr_convert(m_resampler, planes, static_cast<int>(capacity), &data,
+                                                    static_cast<int>(frames));
     if (count < 0) {
         LogError(convertTag, "Error while converting");
         FreePlanes(planes);

@@ -60,6 +60,11 @@ HRESULT AudioDeviceNotify::Initialize()
         return E_FAIL;
     }
     m_implementation.HoldImplementationOf(m_enumerator);
+    if (!m_implementation.Holds()) {
+        SafeRelease(m_enumerator); // its code may go with COM, which is left below
+        AudioUtils::UnloadCOM(status);
+        return E_FAIL;
+    }
     LogInfo(initializeTag, "deviceEnumerator RegisterEndpointNotificationCallback");
     const HRESULT registered = m_enumerator->RegisterEndpointNotificationCallback(this);
     AudioUtils::UnloadCOM(status);

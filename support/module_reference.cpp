@@ -81,6 +81,13 @@ HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument)
     return thread;
 }
 
+void AwaitSignal(HANDLE handle)
+{
+    while (WaitForSingleObject(handle, INFINITE) == WAIT_FAILED) {
+        Sleep(1);
+    }
+}
+
 void StartDetachedThread(void (*body)())
 {
     const HANDLE thread = StartModuleThread(RunBody, reinterpret_cast<void *>(body));

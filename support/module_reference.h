@@ -32,7 +32,12 @@ private:
 // the last error set, when there can be no thread.
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument);
 
-// The same for a body that nobody waits for. Throws std::system_error when there can be no thread.
+// Waits until a thread has ended or an event is set. A wait that fails is made again: whoever waits goes
+// on to what nobody else may use any more.
+void AwaitSignal(HANDLE handle);
+
+// As StartModuleThread, for a body that nobody waits for. Throws std::system_error when there can be no
+// thread.
 void StartDetachedThread(void (*body)());
 
 } // namespace velto

@@ -370,6 +370,13 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start,
     return handle;
 }
 
+int LiveThreads()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.liveThreads;
+}
+
 DWORD GetLastError()
 {
     return lastError;

@@ -129,6 +129,7 @@ void AdvanceClock(uint64_t milliseconds);
 void SkipShortWaits();
 // True when `count` threads wait on the clock, or do so within ten seconds.
 bool AwaitClockWaiters(int count);
+int LiveThreads(); // of CreateThread
 
 // --- COM -----------------------------------------------------------------------------------
 

@@ -15,6 +15,11 @@ public:
     void SetStopped(bool stopped) { m_capture.m_stop = stopped; }
     bool Started() const { return m_capture.m_started; }
     int32_t ReadyCounter() const { return m_capture.m_readyCounter; }
+    bool Restarting() const
+    {
+        const std::lock_guard lock(m_capture.m_restartMutex);
+        return m_capture.m_restarts != 0;
+    }
     HANDLE InitThreadHandle() const { return m_capture.m_initThread; }
     HANDLE CaptureThreadHandle() const { return m_capture.m_captureThread; }
     HANDLE ReadyEvent() const { return m_capture.m_readyEvent; }

@@ -18,10 +18,18 @@ public:
     void During(std::vector<Step> steps) { m_steps = std::move(steps); }
 
     // `use`: within the step; 0 for any. `text`: empty when no line is promised.
-    void Add(const std::string &call, FaultKind kind, std::wstring text, std::string tag,
+    void Add(const std::string &call, FaultKind kind, const std::wstring &text, const std::string &tag,
              std::vector<Remedy> remedies, int use = 0)
     {
-        m_rows.push_back({call, m_steps, kind, use, {std::move(tag), std::move(text), std::move(remedies)}});
+        std::vector<Line> lines;
+        if (!text.empty()) {
+            lines.push_back({tag, text});
+        }
+        Add(call, kind, {std::move(lines), std::move(remedies)}, use);
+    }
+    void Add(const std::string &call, FaultKind kind, Expectation expected, int use = 0)
+    {
+        m_rows.push_back({call, m_steps, kind, use, std::move(expected)});
     }
 
     // The first row that fits.
@@ -50,13 +58,14 @@ private:
     std::vector<Row> m_rows;
 };
 
-// The text with each `$1` and the like replaced.
-inline std::wstring Filled(std::wstring text, const std::wstring &place, const std::wstring &value)
+// Puts `value` in the place of each `$1` and the like.
+inline void Fill(Expectation &expected, const std::wstring &place, const std::wstring &value)
 {
-    for (size_t at = text.find(place); at != std::wstring::npos; at = text.find(place, at + value.size())) {
-        text.replace(at, place.size(), value);
+    for (Line &line : expected.lines) {
+        for (size_t at = line.text.find(place); at != std::wstring::npos; at = line.text.find(place)) {
+            line.text.replace(at, place.size(), value);
+        }
     }
-    return text;
 }
 
 } // namespace velto_test

@@ -167,6 +167,9 @@ void AddWindowsCalls(std::vector<FaultyCall> &calls)
     const Fault noMemory = Error("ERROR_NOT_ENOUGH_MEMORY", ERROR_NOT_ENOUGH_MEMORY);
     const Fault noResources = Error("ERROR_NO_SYSTEM_RESOURCES", 1450);
     const Fault invalidHandle = Error("ERROR_INVALID_HANDLE", ERROR_INVALID_HANDLE);
+    // A handle that the module holds does not stay invalid: nobody could wake or await a thread by it.
+    const Fault invalidOnce{"ERROR_INVALID_HANDLE", Failure, ERROR_INVALID_HANDLE, false};
+    const Fault waitFailed{"WAIT_FAILED", Failure, 0xFFFFFFFF, false};
     const Fault denied = Error("ERROR_ACCESS_DENIED", ERROR_ACCESS_DENIED);
     const Fault deleted = Error("ERROR_KEY_DELETED", ERROR_KEY_DELETED);
     const Fault missing = Error("ERROR_FILE_NOT_FOUND", ERROR_FILE_NOT_FOUND);
@@ -180,9 +183,9 @@ void AddWindowsCalls(std::vector<FaultyCall> &calls)
                     Error("CLASS_E_NOAGGREGATION", static_cast<int32_t>(0x80040110U)), noInterface, pointer,
                     outOfMemory, null, sFalse}),
          OfWindows("CreateEvent", Call::CreateEventW, {noMemory, noResources}),
-         OfWindows("SetEvent", Call::SetEvent, {invalidHandle}),
-         OfWindows("ResetEvent", Call::ResetEvent, {invalidHandle}),
-         OfWindows("WaitForSingleObject", Call::WaitForSingleObject, {Error("WAIT_FAILED", 0xFFFFFFFF)}),
+         OfWindows("SetEvent", Call::SetEvent, {invalidOnce}),
+         OfWindows("ResetEvent", Call::ResetEvent, {invalidOnce}),
+         OfWindows("WaitForSingleObject", Call::WaitForSingleObject, {waitFailed}),
          OfWindows("CreateThread", Call::CreateThread,
                    {noMemory, Error("ERROR_MAX_THRDS_REACHED", 164), denied}),
          OfWindows("GetModuleHandleEx", Call::GetModuleHandleExW,

@@ -20,6 +20,7 @@ struct Fault {
     std::string name;
     FaultKind kind;
     int64_t result; // what the call's script takes
+    bool mayLast = true;
 };
 
 // One function of the system, by the script of the fake that stands in for it.

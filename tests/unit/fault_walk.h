@@ -12,11 +12,17 @@ namespace velto_test {
 // What brings the sound back, from nothing at all to everything anew.
 enum class Remedy { None, PropertyChange, DefaultChange, Reopening };
 
+struct Line {
+    std::string tag;
+    std::wstring text;
+};
+
 // What must be seen of a fault.
 struct Expectation {
-    std::string tag; // empty: no line is promised
-    std::wstring text;
-    std::vector<Remedy> remedies; // one of these is enough
+    std::vector<Line> lines;      // one of them is logged, once; none: no line is promised
+    std::vector<Remedy> remedies; // one of these is needed
+    bool deaf = false;            // hears of no other device until it is opened anew
+    bool usual = false;           // the line also comes without the fault
 };
 
 // A fault at one use of a call.
@@ -25,6 +31,7 @@ struct FaultCase {
     const Fault &fault;
     int nth;
     bool lasting; // all later uses fail, too, until it is healed
+    bool polled;  // made over and over for as long as the road lingers
 };
 
 // One direction, on healthy fake endpoints. Made anew for each case; gives everything back in Finish.
@@ -35,6 +42,9 @@ public:
     virtual int Steps() const = 0;
     virtual std::string StepName(int step) const = 0;
     virtual void Take(int step) = 0;
+    // True where the road can stay until it has met a fault.
+    virtual bool LingersIn(int step) const = 0;
+    virtual void Linger(const std::function<bool()> &until) = 0;
     // Goes on while a fault lasts.
     virtual void Bear() = 0;
     // Of the `use`th use of the call within the step.

@@ -6,6 +6,7 @@
 
 #include <iostream>
 
+#include "microphone_road.h"
 #include "speaker_road.h"
 
 namespace {
@@ -21,6 +22,11 @@ void Print(const char *road, const WalkTally &tally)
 TEST(FaultWalk, TheSpeakerSurvivesEveryFaultAndSoundComesBack)
 {
     Print("speaker", WalkEveryFault(MakeSpeakerRoad));
+}
+
+TEST(FaultWalk, TheMicrophoneSurvivesEveryFaultAndSoundComesBack)
+{
+    Print("microphone", WalkEveryFault(MakeMicrophoneRoad));
 }
 
 } // namespace

@@ -135,19 +135,21 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
         return std::nullopt;
     }
     if (faulty.call.name == "IAudioClient::GetCurrentPadding") {
-        return Expectation{writeTag,
-                           size == 0 ? L"AudioPlayerWas padding = 0 "
-                                     : L"AudioPlayerWas Unable to get padding with 0 padding=4294967295",
-                           {None}};
+        const wchar_t *text = size == 0 ? L"AudioPlayerWas padding = 0 "
+                                        : L"AudioPlayerWas Unable to get padding with 0 padding=4294967295";
+        return Expectation{{{writeTag, text}}, {None}};
     }
     const bool reactivates = step == Switching || step == Rebuilding;
     if (faulty.call.name == "IAudioClient::GetMixFormat" && reactivates && size != 0) {
-        return Expectation{"", L"", {DefaultChange}}; // the converter keeps what it had
+        return Expectation{{}, {DefaultChange}}; // the converter keeps what it had
     }
     const bool probes = step == Probing || (step == Rebuilding && use == 1);
     if (faulty.call.name == "IAudioClient::GetBufferSize" && !probes && size == 0) {
-        return faulty.lasting ? Expectation{playTag, noRoom, {DefaultChange}}
-                              : Expectation{"", L"", {DefaultChange}};
+        Expectation expected{{}, {DefaultChange}};
+        if (faulty.lasting) {
+            expected.lines.push_back({playTag, noRoom});
+        }
+        return expected;
     }
     return std::nullopt;
 }
@@ -158,18 +160,18 @@ Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use
 {
     static const auto *rows = new Rows(MakeRows());
     if (step == Closing) {
-        return {"", L"", {Reopening}};
+        return {{}, {Reopening}};
     }
-    Expectation expected{"", L"", {None}};
+    Expectation expected{{}, {None}};
     if (const auto special = ExpectedOfSize(faulty, step, use)) {
         expected = *special;
     } else if (const auto found = rows->Find(faulty, step, use)) {
         expected = *found;
     }
     const std::wstring result = std::to_wstring(faulty.fault.result);
-    expected.text = Filled(expected.text, L"$1", result);
-    expected.text = Filled(expected.text, L"$2", faulty.lasting ? result : L"0");
-    expected.text = Filled(expected.text, L"$B", std::to_wstring(bufferFrames));
+    Fill(expected, L"$1", result);
+    Fill(expected, L"$2", faulty.lasting ? result : L"0");
+    Fill(expected, L"$B", std::to_wstring(bufferFrames));
     return expected;
 }
 

@@ -45,6 +45,8 @@ public:
     }
 
     void Take(int step) override;
+    bool LingersIn(int) const override { return false; }
+    void Linger(const std::function<bool()> &) override {}
     void Bear() override { Play(2); }
     bool SoundFlows() override;
     void Apply(Remedy remedy) override;
@@ -86,6 +88,7 @@ private:
 
 void SpeakerRoad::Take(int step)
 {
+    fakes::LogRecorder::Instance().Clear();
     switch (KindOf(step)) {
     case SpeakerStep::Opening:
         Open();

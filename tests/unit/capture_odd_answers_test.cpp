@@ -1,0 +1,46 @@
+// Answers of the system that it does not document, or that only a failure before explains.
+#include "capture_fixture.h"
+
+namespace {
+
+using namespace velto_test;
+using fakewin::Call;
+
+constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
+
+class CaptureOddAnswers : public CaptureTest {};
+
+// At 44100 Hz the frames to convert to would be beyond what the converter can count, too.
+TEST_F(CaptureOddAnswers, APacketOfMoreFramesThanTheConverterCanCountIsDropped)
+{
+    Microphone().mixFormat.rateHz = 44100;
+    audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(0xF0000000));
+    for (int packet = 0; packet < 6; ++packet) {
+        audio.Deliver(QuietPacket(1024));
+    }
+    Open();
+    EXPECT_TRUE(AwaitLine(L"Could not allocate destination samples", convertTag));
+    EXPECT_GT(ReadPacket(), 0U);
+}
+
+TEST_F(CaptureOddAnswers, WithoutAHoldOnTheEndpointsDllTheDefaultIsNotFollowed)
+{
+    fakewin::Fail(Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY, 1, 100);
+    Microphone().source = [] { return QuietPacket(1024); };
+    Open();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_GT(ReadPacket(), 0U);
+}
+
+// Once while Prepare waits for the threads, then for each of the two threads' ends.
+TEST_F(CaptureOddAnswers, AFailedWaitForAThreadIsMadeAgain)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    fakewin::Fail(Call::WaitForSingleObject, WAIT_FAILED, 1, 2);
+    Close();
+    EXPECT_EQ(fakewin::Count(Call::WaitForSingleObject), 5);
+    EXPECT_EQ(probe.State(), velto::CAPTURE_NOT_PREPARED);
+}
+
+} // namespace

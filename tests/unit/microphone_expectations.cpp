@@ -1,0 +1,183 @@
+// What the microphone promises for each failing call.
+#include "capture/hresult_text.h"
+#include "expectation_rows.h"
+#include "microphone_road.h"
+
+namespace velto_test {
+namespace {
+
+using enum MicrophoneStep;
+using enum FaultKind;
+using enum Remedy;
+using Rows = ExpectationRows<MicrophoneStep>;
+
+constexpr char prepareTag[] = "AudioCapture::Prepare";
+constexpr char initializeTag[] = "AudioCapture::Initialize";
+constexpr char paramTag[] = "AudioCapture::GetEncodeParam";
+constexpr char micTag[] = "AudioCapture::GetDefaultMicAudioClient";
+constexpr char openTag[] = "AudioCapture::GetLoopBackAudioCapture";
+constexpr char swrTag[] = "AudioCapture::InitSwr";
+constexpr char threadTag[] = "AudioCapture::AudioCaptureAndEncodeThreadProc";
+constexpr char loopTag[] = "AudioCapture::LoopGetAudioBuffer";
+constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
+constexpr char errorTag[] = "AudioCapture::OnError";
+constexpr char changedTag[] = "AudioCapture::OnAudioStateChanged";
+constexpr char notifyTag[] = "AudioDeviceNotify::Initialize";
+
+// In the texts: $H the result of the failing use in hexadecimal, $E its error code.
+const wchar_t *const noEnumerator = L"Create IMMDeviceEnumerator failed, err=$H";
+const wchar_t *const noEndpoint = L"GetDefaultAudioEndpoint failed, err=$H";
+const wchar_t *const noClient = L"Activate AudioClient failed, err=$H";
+const wchar_t *const noVolume = L"Get IAudioEndpointVolume interface failed! Err=$H";
+const wchar_t *const noFormat = L"Get audio mix format failed, err=$H";
+const wchar_t *const noConverter = L"Failed to initialize the resampling context";
+const wchar_t *const noInitThread = L"Create init thread failed!err=$E";
+const wchar_t *const noCaptureThread = L"Create audio capture and encoder thread failed, err=$E";
+
+// The capture thread gives up by stopping, and takes the notifications with it if they are there
+// already: in a restart either may come first.
+const std::vector<Remedy> givenUp{DefaultChange, Reopening};
+
+// The init thread asks first, for the encoder; then the capture thread, and then whoever follows the
+// default, which needs an enumerator too.
+void AddOpening(Rows &rows)
+{
+    rows.During({Opening});
+    rows.Add("CoInitializeEx", Failure, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag,
+             {DefaultChange}, 1);
+    rows.Add("CoInitializeEx", Failure, L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed",
+             threadTag, {DefaultChange}, 2);
+    rows.Add("CoInitializeEx", Failure, {{{notifyTag, L"GetCOMLoadedStatus failed"}}, {None}, true}, 3);
+    rows.Add("CreateThread", Failure, noInitThread, prepareTag, {DefaultChange}, 1);
+    rows.Add("CreateThread", Failure, noCaptureThread, initializeTag, {DefaultChange}, 2);
+    for (const FaultKind kind : {Failure, Null}) {
+        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 1);
+        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 2);
+        rows.Add("CoCreateInstance", kind, {{{notifyTag, L"GetDeviceCount pEnum is null"}}, {None}, true}, 3);
+    }
+}
+
+void AddRestarting(Rows &rows)
+{
+    rows.During({Restarting});
+    rows.Add("CoInitializeEx", Failure, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag,
+             {DefaultChange}, 1);
+    rows.Add("CoInitializeEx", Failure,
+             {{{threadTag, L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed"},
+               {notifyTag, L"GetCOMLoadedStatus failed"}},
+              {DefaultChange, None},
+              true});
+    rows.Add("CreateThread", Failure, L"Create restart thread failed, err=$E", changedTag, {None}, 1);
+    rows.Add("CreateThread", Failure, noInitThread, prepareTag, {DefaultChange}, 2);
+    rows.Add("CreateThread", Failure, noCaptureThread, initializeTag, {DefaultChange}, 3);
+    for (const FaultKind kind : {Failure, Null}) {
+        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 1);
+        rows.Add("CoCreateInstance", kind,
+                 {{{micTag, noEnumerator}, {notifyTag, L"GetDeviceCount pEnum is null"}},
+                  {DefaultChange, Reopening, None},
+                  true});
+    }
+}
+
+void AddBoth(Rows &rows)
+{
+    rows.During({Opening, Restarting});
+    rows.Add("CreateEvent", Failure, L"Create windows event failed! err=$E", prepareTag, {DefaultChange});
+    // One of those who ask is the notifier, which does not register without a hold on the endpoints' DLL.
+    rows.Add("GetModuleHandleEx", Failure, {{}, {None}, true});
+    rows.Add("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Failure, {{}, {None}, true});
+    for (const FaultKind kind : {Failure, Null}) {
+        rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, givenUp);
+        rows.Add("IMMDevice::Activate", kind, noVolume, openTag, givenUp, 3);
+        rows.Add("IMMDevice::Activate", kind, noClient, micTag, givenUp);
+        rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, givenUp);
+        rows.Add("IAudioClient::GetService", kind, L"Get audio capture service failed, err=$H", openTag,
+                 givenUp);
+    }
+    rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, givenUp, 2);
+    rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
+             givenUp);
+    rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, givenUp);
+    rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, givenUp);
+    rows.Add("swr_init", Failure, noConverter, swrTag, givenUp);
+}
+
+// The loop polls whatever the steps do.
+void AddLoop(Rows &rows)
+{
+    rows.During({Opening, Capturing, Restarting});
+    const std::string client = "IAudioCaptureClient::";
+    rows.Add(client + "GetBuffer", Failure, L"Capture audio frame failed! err=$H", loopTag, {None});
+    rows.Add(client + "GetBuffer", Success,
+             {{{loopTag, L"Capture audio frame failed! err=$H"}}, {None}, false, true});
+    rows.Add(client + "GetBuffer", Null, L"Error while converting", convertTag, {None});
+    rows.Add(client + "ReleaseBuffer", Failure, L"ReleaseBuffer Capture audio data failed! err=$H", loopTag,
+             {None});
+    rows.Add(client + "GetNextPacketSize", Failure, L"Get next audio packet size failed! err=$H", loopTag,
+             {None});
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"Could not allocate destination samples",
+             convertTag, {None});
+    rows.Add("swr_convert", Failure, L"Error while converting", convertTag, {None});
+    rows.Add("av_samples_get_buffer_size", Failure, L"Could not get sample buffer size", convertTag, {None});
+
+    rows.During({Opening, Capturing});
+    rows.Add("avcodec_send_frame", Failure, L"Error code: -104", errorTag, givenUp);
+    rows.Add("avcodec_receive_packet", Failure, L"Error code: -104", errorTag, givenUp);
+    rows.During({Restarting}); // it may have been the end of the capture before
+    rows.Add("avcodec_send_frame", Failure, {{}, {None, DefaultChange, Reopening}});
+    rows.Add("avcodec_receive_packet", Failure, {{}, {None, DefaultChange, Reopening}});
+}
+
+Rows MakeRows()
+{
+    Rows rows;
+    AddOpening(rows);
+    AddRestarting(rows);
+    AddBoth(rows);
+    AddLoop(rows);
+    return rows;
+}
+
+// A thread in another kind of apartment is no failure by itself, but here there is none. Lasting, a
+// fault also meets who asks later: whoever follows the default, or the capture thread.
+std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
+{
+    const std::string &call = faulty.call.name;
+    if (faulty.fault.name == "RPC_E_CHANGED_MODE") {
+        return Expectation{{{micTag, L"Create IMMDeviceEnumerator failed, err=0x800401F0"},
+                            {notifyTag, L"GetDeviceCount pEnum is null"}},
+                           {DefaultChange, Reopening, None},
+                           true};
+    }
+    if (!faulty.lasting || faulty.fault.kind == Success) {
+        return std::nullopt;
+    }
+    if (call == "CoInitializeEx") {
+        return Expectation{{{paramTag, L"GetEncodeParam GetCOMLoadedStatus failed"}}, {Reopening}};
+    }
+    if (call == "CoCreateInstance") {
+        return Expectation{{{micTag, noEnumerator}}, {Reopening}};
+    }
+    if (call == "IAudioClient::GetMixFormat" && faulty.fault.kind == Size) {
+        return Expectation{{{openTag, L"InitSwr failed! Err=-1"}}, {DefaultChange}};
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+Expectation ExpectedOfMicrophone(const FaultCase &faulty, MicrophoneStep step, int use)
+{
+    static const auto *rows = new Rows(MakeRows());
+    if (step == Closing) {
+        return {{}, {Reopening}};
+    }
+    Expectation expected =
+        ExpectedOfSpecial(faulty).value_or(rows->Find(faulty, step, use).value_or(Expectation{{}, {None}}));
+    const std::string hex = velto::HresultText(static_cast<HRESULT>(faulty.fault.result));
+    Fill(expected, L"$H", std::wstring(hex.begin(), hex.end()));
+    Fill(expected, L"$E", std::to_wstring(faulty.fault.result));
+    return expected;
+}
+
+} // namespace velto_test
