@@ -103,7 +103,9 @@ Scripted FakeObject::Enter(Method method)
         fakewin::AddViolation("a call outside an apartment");
     }
     Scripted scripted;
+    m_system.m_mutex.unlock(); // whatever the script does meanwhile, it holds up nobody else
     const auto result = m_system.m_script.Next(method);
+    m_system.m_mutex.lock();
     if (!result) {
         return scripted;
     }

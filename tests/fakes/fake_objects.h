@@ -30,7 +30,7 @@ protected:
     HRESULT Query(IUnknown *self, REFIID iid, void **object);
     ULONG Add();
     ULONG Drop();
-    // Starts a method: checks the caller, counts the call.
+    // Starts a method, which holds the system's mutex: checks the caller, counts the call.
     Scripted Enter(Method method);
     void Check(const char *what) const;
 

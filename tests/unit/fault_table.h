@@ -14,6 +14,7 @@ enum class FaultKind {
     Null,    // success, and no object
     Size,    // success, and a size that is zero or huge, or a state that is no use
     Success, // a success code other than S_OK
+    Hang,    // for so many milliseconds; then what it is asked for
 };
 
 struct Fault {

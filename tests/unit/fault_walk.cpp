@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <set>
+#include <thread>
 
 #include "capture_fixture.h"
 
@@ -28,7 +30,7 @@ std::vector<Uses> UsesWhenHealthy(MakeRoad makeRoad)
         for (size_t i = 0; i < uses.size(); ++i) {
             const int before = uses[i].count;
             const int count = FaultyCalls()[i].count();
-            if (!uses[i].polled) {
+            if (!uses[i].polled && road->Meets(FaultyCalls()[i])) {
                 uses[i] = {count, road->LingersIn(step) && count > before};
             }
         }
@@ -45,6 +47,8 @@ std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses)
     if (uses.count >= 10) {
         positions.insert(10);
     }
+    static const Fault hang{"nothing for 20 ms", FaultKind::Hang, 20, false};
+    cases.push_back({call, hang, 1, false, uses.polled});
     for (const Fault &fault : call.faults) {
         for (const int nth : positions) {
             cases.push_back({call, fault, nth, false, uses.polled});
@@ -65,7 +69,12 @@ std::string NameOf(const FaultCase &faulty)
 // Walks up to the end of the step that meets the fault. That step, and which of its uses it was.
 std::pair<int, int> MeetFault(Road &road, const FaultCase &faulty)
 {
-    faulty.call.fail(faulty.fault.result, faulty.nth, faulty.lasting ? forGood : 1);
+    if (faulty.fault.kind == FaultKind::Hang) {
+        const std::chrono::milliseconds time(faulty.fault.result);
+        faulty.call.before([time] { std::this_thread::sleep_for(time); }, faulty.nth);
+    } else {
+        faulty.call.fail(faulty.fault.result, faulty.nth, faulty.lasting ? forGood : 1);
+    }
     for (int step = 0; step < road.Steps(); ++step) {
         const int before = faulty.call.count();
         const auto met = [&] { return faulty.call.count() >= faulty.nth; };
@@ -165,6 +174,7 @@ WalkTally WalkEveryFault(MakeRoad makeRoad)
             Walk(faulty, makeRoad, callsWhenHealthy);
             ++tally.cases;
             tally.lasting += faulty.lasting ? 1 : 0;
+            tally.hangs += faulty.fault.kind == FaultKind::Hang ? 1 : 0;
         }
     }
     return tally;

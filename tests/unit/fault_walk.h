@@ -39,6 +39,7 @@ class Road {
 public:
     virtual ~Road() = default;
 
+    virtual bool Meets(const FaultyCall &) const { return true; }
     virtual int Steps() const = 0;
     virtual std::string StepName(int step) const = 0;
     virtual void Take(int step) = 0;
@@ -64,10 +65,11 @@ struct WalkTally {
     int faults = 0; // of these calls
     int cases = 0;
     int lasting = 0; // of the cases
+    int hangs = 0;   // of the cases
 };
 
 // All faults of all calls that the road makes: once at the first, the tenth and the last use of the
-// call, and lasting from the first. Reports what is not as expected.
+// call, and lasting from the first; and a hang of each call. Reports what is not as expected.
 WalkTally WalkEveryFault(MakeRoad makeRoad);
 
 } // namespace velto_test

@@ -8,6 +8,7 @@
 
 #include "microphone_road.h"
 #include "speaker_road.h"
+#include "table_road.h"
 
 namespace {
 
@@ -27,6 +28,11 @@ TEST(FaultWalk, TheSpeakerSurvivesEveryFaultAndSoundComesBack)
 TEST(FaultWalk, TheMicrophoneSurvivesEveryFaultAndSoundComesBack)
 {
     Print("microphone", WalkEveryFault(MakeMicrophoneRoad));
+}
+
+TEST(FaultWalk, TheSpeakerTableSurvivesEveryFaultAndSoundComesBack)
+{
+    Print("table", WalkEveryFault(MakeTableRoad));
 }
 
 } // namespace

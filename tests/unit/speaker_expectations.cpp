@@ -159,7 +159,7 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
 Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames)
 {
     static const auto *rows = new Rows(MakeRows());
-    if (step == Closing) {
+    if (step == Closing) { // after which there is no sound anyway
         return {{}, {Reopening}};
     }
     Expectation expected{{}, {None}};
