@@ -29,8 +29,9 @@ std::vector<Uses> UsesWhenHealthy(MakeRoad makeRoad)
         road->Take(step);
         for (size_t i = 0; i < uses.size(); ++i) {
             const int before = uses[i].count;
-            const int count = FaultyCalls()[i].count();
-            if (!uses[i].polled && road->Meets(FaultyCalls()[i])) {
+            const FaultyCall &call = FaultyCalls()[i];
+            const int count = road->SureUses(call, call.count());
+            if (!uses[i].polled && road->Meets(call)) {
                 uses[i] = {count, road->LingersIn(step) && count > before};
             }
         }
@@ -156,6 +157,11 @@ void Walk(const FaultCase &faulty, MakeRoad makeRoad, int callsWhenHealthy)
     road->Finish();
 }
 
+int FailuresSoFar()
+{
+    return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
+}
+
 } // namespace
 
 WalkTally WalkEveryFault(MakeRoad makeRoad)
@@ -163,18 +169,22 @@ WalkTally WalkEveryFault(MakeRoad makeRoad)
     const std::vector<Uses> uses = UsesWhenHealthy(makeRoad);
     const int callsWhenHealthy = TotalFakedCalls();
     WalkTally tally;
-    for (size_t i = 0; i < uses.size() && !::testing::Test::HasFatalFailure(); ++i) {
+    for (size_t i = 0; i < uses.size(); ++i) {
         const FaultyCall &call = FaultyCalls()[i];
         if (uses[i].count == 0) {
             continue;
         }
         ++tally.calls;
-        tally.faults += static_cast<int>(call.faults.size());
+        ++tally.faults[FaultKind::Hang];
+        for (const Fault &fault : call.faults) {
+            ++tally.faults[fault.kind];
+        }
         for (const FaultCase &faulty : CasesOf(call, uses[i])) {
+            const int failures = FailuresSoFar();
             Walk(faulty, makeRoad, callsWhenHealthy);
             ++tally.cases;
             tally.lasting += faulty.lasting ? 1 : 0;
-            tally.hangs += faulty.fault.kind == FaultKind::Hang ? 1 : 0;
+            tally.findings += FailuresSoFar() > failures ? 1 : 0;
         }
     }
     return tally;

@@ -1,6 +1,7 @@
 // Walks a road of the module, open to close, again and again, with one fault on the way each time.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,6 +41,8 @@ public:
     virtual ~Road() = default;
 
     virtual bool Meets(const FaultyCall &) const { return true; }
+    // Of the uses of a call that were counted, those that every run makes.
+    virtual int SureUses(const FaultyCall &, int counted) const { return counted; }
     virtual int Steps() const = 0;
     virtual std::string StepName(int step) const = 0;
     virtual void Take(int step) = 0;
@@ -62,10 +65,10 @@ using MakeRoad = std::unique_ptr<Road> (*)();
 // What a walk came to.
 struct WalkTally {
     int calls = 0;
-    int faults = 0; // of these calls
+    std::map<FaultKind, int> faults; // of these calls
     int cases = 0;
-    int lasting = 0; // of the cases
-    int hangs = 0;   // of the cases
+    int lasting = 0;  // of the cases
+    int findings = 0; // cases that did not go as expected
 };
 
 // All faults of all calls that the road makes: once at the first, the tenth and the last use of the

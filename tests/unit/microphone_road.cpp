@@ -1,5 +1,6 @@
 #include "microphone_road.h"
 
+#include <algorithm>
 #include <array>
 
 #include "capture_fixture.h"
@@ -30,6 +31,12 @@ public:
         m_audio.Get(L"headset").mixFormat.rateHz = 44100;
     }
 
+    // The init thread sets the ready event at each start; whether the capture thread still finds it there is
+    // chance.
+    int SureUses(const FaultyCall &call, int counted) const override
+    {
+        return call.name == "SetEvent" ? std::min(counted, 2 * rounds) : counted;
+    }
     int Steps() const override { return rounds * stepsOfRound; }
     std::string StepName(int step) const override
     {

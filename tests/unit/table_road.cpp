@@ -1,5 +1,6 @@
 #include "table_road.h"
 
+#include <cstring>
 #include <set>
 
 #include "aac_frames.h"
