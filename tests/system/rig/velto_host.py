@@ -3,19 +3,20 @@
 import json
 import os
 import pathlib
+import re
 import signal
 import subprocess
 
 from . import module_log, paths, processes, waiting
 
 
-# Wine 8.0 crashes in about one of 25 process ends with a stream open, whatever program it is: its
-# sound driver's own thread outlives what it uses. A bare program without the module does so, too.
-# More seldom it kills that thread inside malloc and then waits for malloc's lock itself, for ever.
-# And where leaving takes longer than half a second, its server kills the process.
+# Wine 8.0 fails in about one of 25 process ends with a stream open, whatever program it is: it kills its
+# sound driver's own thread somewhere inside PulseAudio's library, whose state the driver then leaves by
+# itself. That crashes, fails an assertion or, more seldom, never ends. A bare program without the module
+# does so, too. And where leaving takes longer than half a second, Wine's server kills the process.
 WINE_FAILED = -signal.SIGSEGV
 STUCK_S = 10
-FUTEX = "202"
+FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
 
 class VeltoHost:
@@ -68,9 +69,10 @@ class VeltoHost:
         for _ in range(timeout_s):
             try:
                 code = self.process.wait(1)
-                return WINE_FAILED if code == -signal.SIGKILL else code
+                aborted = re.search(r"Assertion [`'].*' failed.*\s*\Z", self.errors())
+                return WINE_FAILED if code == -signal.SIGKILL or aborted else code
             except subprocess.TimeoutExpired:
-                stuck_s = stuck_s + 1 if self._waits_for_malloc() else 0
+                stuck_s = stuck_s + 1 if self._is_stuck_in_its_driver() else 0
             if stuck_s == STUCK_S:
                 self.process.kill()
                 self.process.wait()
@@ -78,14 +80,26 @@ class VeltoHost:
         raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n"
                                f"{self.output()[-800:]}\n{self.errors()[-800:]}")
 
-    def _waits_for_malloc(self):
-        """Whether the main thread waits for an arena of the C library's malloc, which Wine's own side
-        uses and no Windows code does. The lock stands 48 bytes into a region of 64 MiB, so aligned."""
+    def _is_stuck_in_its_driver(self):
+        """Whether the main thread is kept by what no Windows code waits for under Wine: by a lock of malloc or
+        of PulseAudio's library; or whether it is the only one left and waits or runs in that library."""
         try:
             call = pathlib.Path(f"/proc/{self.process.pid}/syscall").read_text("ascii").split()
+            is_alone = len(os.listdir(f"/proc/{self.process.pid}/task")) == 1
         except OSError:
+            call = []
+        if not call:
+            return False  # it has just ended
+        if call[0] == "running":
+            return is_alone and "pulse" in processes.code_file(self.process)
+        number, address, operation = int(call[0]), int(call[1], 16), int(call[2], 16)
+        if number != FUTEX:
             return False
-        return call[0] == FUTEX and int(call[1], 16) % (64 << 20) == 0x30
+        # malloc's locks: of an arena 48 bytes into its region of 64 MiB, so aligned; of the first one in the library.
+        return (address % (64 << 20) == 0x30
+                or "/libc.so" in processes.mapped_file(self.process.pid, address)
+                or operation == FUTEX_LOCK_PI_PRIVATE
+                or is_alone and operation != FUTEX_WAIT_PRIVATE)
 
     def interrupt(self):
         """Ctrl-C."""
