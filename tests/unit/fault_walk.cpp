@@ -48,16 +48,17 @@ std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses)
     if (uses.count >= 10) {
         positions.insert(10);
     }
-    static const Fault hang{"nothing for 20 ms", FaultKind::Hang, 20, false};
-    cases.push_back({call, hang, 1, false, uses.polled});
-    for (const Fault &fault : call.faults) {
+    const auto add = [&](const Fault &fault) {
         for (const int nth : positions) {
             cases.push_back({call, fault, nth, false, uses.polled});
         }
         if (fault.mayLast) {
             cases.push_back({call, fault, 1, true, uses.polled});
         }
-    }
+    };
+    static const Fault hang{"nothing for 20 ms", FaultKind::Hang, 20, false};
+    add(hang);
+    std::for_each(call.faults.begin(), call.faults.end(), add);
     return cases;
 }
 

@@ -71,8 +71,8 @@ struct WalkTally {
     int findings = 0; // cases that did not go as expected
 };
 
-// All faults of all calls that the road makes: once at the first, the tenth and the last use of the
-// call, and lasting from the first; and a hang of each call. Reports what is not as expected.
+// All faults of all calls that the road makes, and a hang of each: once at the first, the tenth and the
+// last use of the call; what may last also from the first on. Reports what is not as expected.
 WalkTally WalkEveryFault(MakeRoad makeRoad);
 
 } // namespace velto_test
