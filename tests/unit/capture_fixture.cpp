@@ -1,4 +1,5 @@
 #include "capture_fixture.h"
+#include "reset.h"
 
 #include <chrono>
 #include <cstring>
@@ -35,10 +36,7 @@ bool Eventually(const std::function<bool()> &condition)
 
 std::unique_ptr<velto::AudioCapture> CaptureTest::MakeCapture()
 {
-    fakewin::Reset();
-    fakes::AudioSystem::Instance().Reset();
-    fakeffmpeg::Script().Reset();
-    fakes::LogRecorder::Instance().Clear();
+    fakes::ResetAll();
     auto capture = std::make_unique<velto::AudioCapture>();
     capture->SetTarget(48000, 2, 1);
     return capture;

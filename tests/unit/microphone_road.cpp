@@ -4,6 +4,7 @@
 #include <array>
 
 #include "capture_fixture.h"
+#include "reset.h"
 
 namespace velto_test {
 namespace {
@@ -17,10 +18,7 @@ class MicrophoneRoad : public Road {
 public:
     MicrophoneRoad()
     {
-        fakewin::Reset();
-        m_audio.Reset();
-        fakeffmpeg::Script().Reset();
-        fakes::LogRecorder::Instance().Clear();
+        fakes::ResetAll();
         for (const wchar_t *id : {L"microphone", L"headset"}) {
             // A packet in every pass of the loop.
             m_audio.Get(id).source = [given = false]() mutable -> std::optional<CapturedPacket> {

@@ -1,4 +1,5 @@
 #include "render_fixture.h"
+#include "reset.h"
 
 #include <cstring>
 
@@ -38,10 +39,7 @@ std::wstring MemoryFail(int line)
 
 std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
 {
-    fakewin::Reset();
-    fakes::AudioSystem::Instance().Reset();
-    fakeffmpeg::Script().Reset();
-    fakes::LogRecorder::Instance().Clear();
+    fakes::ResetAll();
     return std::make_unique<velto::AudioPlayerWas>();
 }
 

@@ -6,6 +6,7 @@
 
 #include "audio_player_probe.h"
 #include "render_fixture.h"
+#include "reset.h"
 
 extern "C" {
 #include <libswresample/swresample.h>
@@ -56,10 +57,7 @@ public:
 private:
     static std::unique_ptr<velto::AudioPlayerWas> MakePlayer()
     {
-        fakewin::Reset();
-        fakes::AudioSystem::Instance().Reset();
-        fakeffmpeg::Script().Reset();
-        fakes::LogRecorder::Instance().Clear();
+        fakes::ResetAll();
         fakewin::SkipShortWaits();
         return std::make_unique<velto::AudioPlayerWas>();
     }

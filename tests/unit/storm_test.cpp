@@ -18,6 +18,7 @@
 #include "capture_fixture.h"
 #include "handler/speaker_track.h"
 #include "velto/audio_handler.h"
+#include "reset.h"
 
 extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
@@ -60,10 +61,7 @@ class Storm : public ::testing::Test {
 protected:
     Storm()
     {
-        fakewin::Reset();
-        audio.Reset();
-        fakeffmpeg::Script().Reset();
-        fakes::LogRecorder::Instance().Clear();
+        fakes::ResetAll();
         for (const std::wstring &id : loudspeakers) {
             audio.Get(id).drainFrames = 4800;
         }

@@ -6,6 +6,7 @@
 #include "aac_frames.h"
 #include "capture_fixture.h"
 #include "handler/speaker_track.h"
+#include "reset.h"
 
 extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
@@ -21,10 +22,7 @@ class TableRoad : public Road {
 public:
     TableRoad()
     {
-        fakewin::Reset();
-        m_audio.Reset();
-        fakeffmpeg::Script().Reset();
-        fakes::LogRecorder::Instance().Clear();
+        fakes::ResetAll();
         for (const wchar_t *id : {L"speakers", L"headphones"}) {
             m_audio.Get(id).drainFrames = 4800;
         }

@@ -1,0 +1,18 @@
+#include "reset.h"
+
+#include "fake_endpoint.h"
+#include "fake_ffmpeg.h"
+#include "fake_windows.h"
+#include "log_recorder.h"
+
+namespace fakes {
+
+void ResetAll()
+{
+    fakewin::Reset();
+    AudioSystem::Instance().Reset(); // after that: installs its class factory
+    fakeffmpeg::Script().Reset();
+    LogRecorder::Instance().Clear();
+}
+
+} // namespace fakes
