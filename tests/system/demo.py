@@ -163,7 +163,10 @@ def main():
     for name, way in (("speaker", told), ("microphone", asked)):
         if not way["passed"]:
             print(f"demo: failed: {name}: {way['verdict']}", file=sys.stderr)
-    return 0 if report["passed"] else 1
+    if not report["passed"]:
+        print("demo: a busy machine damages sound, too: run it again while nothing else runs", file=sys.stderr)
+        return 1
+    return 0
 
 
 if __name__ == "__main__":

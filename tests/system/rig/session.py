@@ -1,5 +1,6 @@
 """One test's world: its own server, prefix and folder, and the test case that stands in it."""
 
+import functools
 import os
 import pathlib
 import shutil
@@ -90,13 +91,36 @@ class Session:
         self.server.stop()
 
 
+class SoundDamaged(AssertionError):
+    """The sound is not what it should be: the module's fault, or that of a machine too busy for sound."""
+
+
 class SystemTest(unittest.TestCase):
     """A test with a session of its own. SINKS, MICROPHONES and WITH_SERVER say what is
-    there at its start."""
+    there at its start.
+
+    Damaged sound is taken again in a new session, up to TAKES times: the module damages it
+    each time, a busy machine now and then. Any other failure counts at once."""
 
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
     WITH_SERVER = True
+    TAKES = 3
+
+    def __init__(self, name="runTest"):
+        super().__init__(name)
+        setattr(self, name, functools.partial(self._take, getattr(self, name)))
+
+    def _take(self, test):
+        for take in range(1, self.TAKES + 1):
+            try:
+                return test()
+            except SoundDamaged as damage:
+                if take == self.TAKES:
+                    raise
+                print(f"  take {take} of {self.TAKES}: {damage}; taken again", flush=True)
+            self.doCleanups()
+            self.setUp()
 
     def setUp(self):
         if not paths.HOST.exists() or not paths.MODULE.exists():
@@ -105,13 +129,28 @@ class SystemTest(unittest.TestCase):
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         self.addCleanup(self.session.close)
 
+    def assert_sound(self, is_right, reason):
+        """For what only the sound can tell."""
+        if not is_right:
+            raise SoundDamaged(reason)
+
+    def assert_whole(self, result, **tolerance):
+        verdict = result.verdict(**tolerance)
+        self.assert_sound(not verdict, verdict)
+
+    def assert_most_is_good(self, windows, least, label="heard"):
+        """A part of a recording holds at least so many good windows, and hardly any damaged ones."""
+        good, damaged = (sum(w.state == state for w in windows) for state in (compare.GOOD, compare.DAMAGED))
+        self.assert_sound(good > least and damaged <= compare.TOLERATED_WINDOWS,
+                          f"{label}: {good} windows are good, {damaged} are damaged")
+
     def assert_heard(self, recorder, path, channels=slice(None)):
         """The recording holds the whole of what was sent."""
         reference = media.decode(path, recorder.rate)
         heard = recorder.samples()[:, :2]
         result = compare.compare(heard[:, channels], reference[:, channels], recorder.rate)
         self.report(recorder.sink, result)
-        self.assertEqual(result.verdict(), "")
+        self.assert_whole(result)
         return result
 
     def end_recording(self, host, settle_s=2.5):
@@ -126,7 +165,7 @@ class SystemTest(unittest.TestCase):
     def assert_recorded(self, recording, spoken, rate=48000, **tolerance):
         """The file holds the whole of what was said into the microphone."""
         result = self.compare_recorded(recording, spoken, rate)
-        self.assertEqual(result.verdict(**tolerance), "")
+        self.assert_whole(result, **tolerance)
         return result
 
     def compare_recorded(self, recording, spoken, rate=48000, search_s=compare.WIDE_SEARCH_S):
