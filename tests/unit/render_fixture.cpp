@@ -43,12 +43,19 @@ std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
     return std::make_unique<velto::AudioPlayerWas>();
 }
 
-RenderTest::RenderTest()
-    : player(MakePlayer()),
-      probe(*player),
-      earlierHandles(fakewin::LiveHandles()),
-      earlierTaskBlocks(fakewin::LiveTaskBlocks()),
-      earlierReferences(fakewin::ModuleReferences(fakewin::ImplementationModule()))
+void OpenThings::ExpectNoMore() const
+{
+    const fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
+    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
+    EXPECT_EQ(fakewin::LiveHandles(), handles);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), taskBlocks);
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    EXPECT_EQ(fakewin::OpenApartments(), 0);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), references);
+}
+
+RenderTest::RenderTest() : player(MakePlayer()), probe(*player)
 {
     EXPECT_EQ(fakewin::OpenApartments(), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
@@ -57,13 +64,7 @@ RenderTest::RenderTest()
 RenderTest::~RenderTest()
 {
     Destroy();
-    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
-    EXPECT_EQ(fakewin::LiveHandles(), earlierHandles);
-    EXPECT_EQ(fakewin::LiveTaskBlocks(), earlierTaskBlocks);
-    EXPECT_EQ(audio.LiveObjects(), 0);
-    EXPECT_EQ(fakewin::OpenApartments(), 0);
-    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences);
+    earlier.ExpectNoMore();
 }
 
 void RenderTest::Destroy()

@@ -32,6 +32,16 @@ std::wstring FunctionFail(int64_t result, int line);
 // The same for a null pointer.
 std::wstring MemoryFail(int line);
 
+// What is open at a moment, such as what earlier tests have left in the module's own static objects.
+struct OpenThings {
+    // Nothing was left behind since that moment.
+    void ExpectNoMore() const;
+
+    const int handles = fakewin::LiveHandles();
+    const int taskBlocks = fakewin::LiveTaskBlocks();
+    const int references = fakewin::ModuleReferences(fakewin::ImplementationModule());
+};
+
 class RenderTest : public ::testing::Test {
 protected:
     RenderTest();
@@ -65,11 +75,7 @@ protected:
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
     std::unique_ptr<velto::AudioPlayerWas> player;
     velto::AudioPlayerWasProbe probe;
-
-    // What earlier tests have left open in the module's own static objects.
-    const int earlierHandles;
-    const int earlierTaskBlocks;
-    const int earlierReferences; // to the endpoints' DLL
+    const OpenThings earlier;
 
 private:
     static std::unique_ptr<velto::AudioPlayerWas> MakePlayer();

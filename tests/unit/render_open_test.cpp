@@ -248,9 +248,9 @@ TEST_F(RenderOpen, WhatIsKeptPastTheLastApartmentStaysMappedUntilDestruction)
     EXPECT_TRUE(Open());
     player->Close();
     EXPECT_EQ(fakewin::ImplementationUnloads(), unloads);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences + 1);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references + 1);
     player.reset(); // releases device and enumerator
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references);
 }
 
 TEST_F(RenderOpen, ClosingAfterAnOpeningThatWasRefusedForItsArgumentsLeavesComNoFurther)
@@ -318,7 +318,7 @@ TEST_F(RenderOpen, OpeningAgainReplacesEverythingButTheConverter)
         EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
         EXPECT_EQ(fakewin::ApartmentDepth(), 0);
         EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlierReferences + 1);
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references + 1);
         swr_free(&lost);
         lost = probe.TakeResampler();
     }
@@ -345,7 +345,7 @@ TEST_F(RenderOpen, DestructionWithoutClosingUnregistersAndReleasesAllButTheRende
     player.reset();
     EXPECT_EQ(audio.LiveObjects(), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-    EXPECT_EQ(fakewin::LiveTaskBlocks(), earlierTaskBlocks);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), earlier.taskBlocks);
     fakewin::CoUninitialize();
 }
 

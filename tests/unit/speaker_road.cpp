@@ -79,9 +79,7 @@ private:
     const std::vector<uint8_t> m_block = MakeBlock();
     bool m_onHeadphones = false;
     bool m_open = false;
-    const int m_earlierHandles = fakewin::LiveHandles();
-    const int m_earlierTaskBlocks = fakewin::LiveTaskBlocks();
-    const int m_earlierReferences = fakewin::ModuleReferences(fakewin::ImplementationModule());
+    const OpenThings m_earlier;
 };
 
 void SpeakerRoad::Take(int step)
@@ -183,13 +181,7 @@ void SpeakerRoad::Finish()
 {
     Close();
     m_player.reset();
-    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
-    EXPECT_EQ(fakewin::LiveHandles(), m_earlierHandles);
-    EXPECT_EQ(fakewin::LiveTaskBlocks(), m_earlierTaskBlocks);
-    EXPECT_EQ(m_audio.LiveObjects(), 0);
-    EXPECT_EQ(fakewin::OpenApartments(), 0);
-    EXPECT_EQ(m_audio.RegisteredCallbacks(), 0);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), m_earlierReferences);
+    m_earlier.ExpectNoMore();
 }
 
 } // namespace
