@@ -16,7 +16,7 @@ constexpr uint32_t mostChannels = 6; // up to here the number of the configurati
 // The rate's number in headers; empty for a rate without one.
 std::optional<uint32_t> RateIndex(uint32_t sampleRateHz)
 {
-    const auto rate = std::find(standardRatesHz.begin(), standardRatesHz.end(), sampleRateHz);
+    const auto *const rate = std::find(standardRatesHz.begin(), standardRatesHz.end(), sampleRateHz);
     if (rate == standardRatesHz.end()) {
         return std::nullopt;
     }
@@ -35,9 +35,9 @@ std::optional<AdtsHeader> ParseAdtsHeader(std::span<const uint8_t> bytes)
     AdtsHeader header;
     header.headerBytes = shortHeaderBytes + (hasChecksum ? checksumBytes : 0);
     header.frameBytes = static_cast<size_t>((bytes[3] & 0x03) << 11 | bytes[4] << 3 | bytes[5] >> 5);
-    header.objectType = (bytes[2] >> 6) + 1u;
+    header.objectType = (bytes[2] >> 6) + 1U;
     header.channelConfiguration = static_cast<uint32_t>((bytes[2] & 0x01) << 2 | bytes[3] >> 6);
-    header.rawBlocks = (bytes[6] & 0x03) + 1u;
+    header.rawBlocks = (bytes[6] & 0x03) + 1U;
     if (rateIndex >= standardRatesHz.size() || header.frameBytes <= header.headerBytes) {
         return std::nullopt;
     }

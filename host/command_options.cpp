@@ -175,7 +175,7 @@ void AddSequence(CLI::App &command, MicrophoneProbeOptions &probe)
         ->check(CLI::IsMember({sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles}))
         ->group(diagnostics);
     command.add_option("--count", probe.count, "How many cycles of opening, reading and closing")
-        ->check(CLI::Range(1u, 1000000u))
+        ->check(CLI::Range(1U, 1000000U))
         ->capture_default_str()
         ->group(diagnostics);
     command.add_option("--hold", probe.hold, "Stay for so many seconds when the sequence is done")
@@ -194,7 +194,7 @@ void AddStorm(CLI::App &command, StormOptions &storm)
         .add_option(
             "--loads", storm.loads,
             "Load, storm and free the module so many times; if more than once, watch it go at the end")
-        ->check(CLI::Range(1u, 1000000u))
+        ->check(CLI::Range(1U, 1000000U))
         ->capture_default_str();
     command.add_option("--seed", storm.seed, "The same seed makes the same calls, each thread for itself")
         ->capture_default_str();

@@ -97,7 +97,7 @@ Json Cycles(const Module &module, uint32_t count, const Output &output)
         nonzero += microphone.Open() != VELTO_OK ? 1 : 0;
         withPacket += ReadPacket(microphone) ? 1 : 0;
         nonzero += microphone.Close() != VELTO_OK ? 1 : 0;
-        if (cycle % std::max(count / samplesPerRun, 1u) == 0) {
+        if (cycle % std::max(count / samplesPerRun, 1U) == 0) {
             usages.push_back(Usage(cycle));
             output.Say("{}", usages.back().dump());
         }

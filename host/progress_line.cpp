@@ -39,7 +39,7 @@ ProgressLine::~ProgressLine()
 void ProgressLine::Complete()
 {
     if (m_open) {
-        fmt::print(stderr, "\n");
+        std::fputc('\n', stderr); // cannot throw, as the end of an object must not
         m_open = false;
     }
 }

@@ -82,7 +82,7 @@ void Storm::Write(const DeviceId &id, Random &random)
         place = (place + 1) % m_units.size();
         if (Below(random, oneIn) == 0) {
             unit[Below(random, static_cast<uint32_t>(unit.size()))] ^=
-                static_cast<uint8_t>(1u << Below(random, 8));
+                static_cast<uint8_t>(1U << Below(random, 8));
         }
         if (Below(random, oneIn) == 0) {
             unit.resize(1 + Below(random, static_cast<uint32_t>(unit.size())));
@@ -102,7 +102,7 @@ void Storm::Write(const DeviceId &id, Random &random)
 
 void Storm::SetParameters(Random &random)
 {
-    constexpr std::array rates{8000u, 22050u, 44100u, 48000u, 96000u};
+    constexpr std::array rates{8000U, 22050U, 44100U, 48000U, 96000U};
     constexpr std::array channels{uint32_t{VELTO_CHANNEL_MONO}, uint32_t{VELTO_CHANNEL_STEREO}};
     constexpr std::array formats{uint32_t{VELTO_FORMAT_S16}, uint32_t{VELTO_FORMAT_S32}};
     const auto one = [&random](const auto &of) {

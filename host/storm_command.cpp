@@ -64,7 +64,7 @@ ExitCode StormCommand::Run(const std::string &modulePath)
     return exitCode;
 }
 
-void StormCommand::RunOnce(Module &module, uint32_t seed)
+void StormCommand::RunOnce(const Module &module, uint32_t seed)
 {
     Storm storm(module.Table(), m_units, m_counts, seed);
     const auto begin = StreamTimer::Clock::now();

@@ -21,7 +21,7 @@ public:
     ExitCode Run(const std::string &modulePath);
 
 private:
-    void RunOnce(Module &module, uint32_t seed);
+    void RunOnce(const Module &module, uint32_t seed);
     Json Report(int exitCode) const;
 
     const StormOptions &m_options;

@@ -11,7 +11,7 @@ import subprocess
 import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform")]
+OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "host")]
 REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 
@@ -25,8 +25,9 @@ def headers_of(compiler):
 
 
 def for_clang(command):
-    # clang cannot read g++'s precompiled header; what counts in it is the redirection.
-    command = re.sub(r"-Winvalid-pch -include \S+/cmake_pch\.hxx", f"-include {REDIRECT}", command)
+    # clang cannot read g++'s precompiled headers; what counts in the tests' is the redirection.
+    redirection = f"-include {REDIRECT}" if "velto_module_under_test.dir" in command else ""
+    command = re.sub(r"-Winvalid-pch -include \S+/cmake_pch\.hxx", redirection, command)
     compiler, arguments = command.split(" ", 1)
     # cppcheck reads macros and folders only, and would try both systems.
     if "mingw32" not in compiler:
@@ -40,8 +41,10 @@ def main():
     build, out = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     chosen = {}
     for entry in json.loads((build / "compile_commands.json").read_text("utf-8")):
-        # As they are; where only the tests compile a source on Linux, as they do it.
-        if any(folder in pathlib.Path(entry["file"]).parents for folder in OWN):
+        source = pathlib.Path(entry["file"])
+        # As they are; where only the tests compile a source on Linux, as they do it. The examples in C are
+        # kept short instead.
+        if source.suffix == ".cpp" and any(folder in source.parents for folder in OWN):
             if entry["file"] not in chosen or "velto_module_under_test.dir" not in entry["command"]:
                 chosen[entry["file"]] = {**entry, "command": for_clang(entry["command"])}
     out.mkdir(parents=True, exist_ok=True)

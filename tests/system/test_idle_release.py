@@ -7,6 +7,8 @@ RELEASED = "No audio data for 4mins, release audio resource."
 
 
 class IdleRelease(session.SystemTest):
+    TAKES = 2
+
     def test_releases_once_and_plays_again(self):
         speech = media.speech("speech")
         recorder = self.session.record()

@@ -6,6 +6,7 @@ from rig import compare, media, session
 
 class LateServer(session.SystemTest):
     WITH_SERVER = False
+    TAKES = 2
 
     def test_plays_after_the_idle_release_once_the_service_is_there(self):
         speech = media.speech("speech")

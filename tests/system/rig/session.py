@@ -105,7 +105,7 @@ class SystemTest(unittest.TestCase):
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
     WITH_SERVER = True
-    TAKES = 3
+    TAKES = 4
 
     def __init__(self, name="runTest"):
         super().__init__(name)
