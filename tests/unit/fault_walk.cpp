@@ -13,34 +13,12 @@ namespace velto_test {
 namespace {
 
 constexpr int forGood = 1000000;
+constexpr int mostPolls = 500; // are worth waiting for, however many chance has made of them
 
 struct Uses {
     int count = 0;
     bool polled = false;
 };
-
-std::vector<int> Counts()
-{
-    std::vector<int> counts;
-    for (const FaultyCall &call : FaultyCalls()) {
-        counts.push_back(call.count());
-    }
-    return counts;
-}
-
-// Whether each call goes on being made for as long as the road lingers. What is made once on some thread
-// may come in that time, too, but not again and again.
-std::vector<bool> PolledWhileLingering(Road &road)
-{
-    const std::vector<int> before = Counts();
-    const int enough = TotalFakedCalls() + 200;
-    road.Linger([enough] { return TotalFakedCalls() >= enough; });
-    std::vector<bool> polled;
-    for (size_t i = 0; i < before.size(); ++i) {
-        polled.push_back(FaultyCalls()[i].count() >= before[i] + 3);
-    }
-    return polled;
-}
 
 // Of each call in a run without faults; of polled ones up to where the road can linger.
 std::vector<Uses> UsesWhenHealthy(MakeRoad makeRoad)
@@ -50,13 +28,12 @@ std::vector<Uses> UsesWhenHealthy(MakeRoad makeRoad)
     for (int step = 0; step < road->Steps(); ++step) {
         SCOPED_TRACE(road->StepName(step));
         road->Take(step);
-        const std::vector<int> counts = Counts();
-        const std::vector<bool> polled =
-            road->LingersIn(step) ? PolledWhileLingering(*road) : std::vector<bool>(uses.size());
         for (size_t i = 0; i < uses.size(); ++i) {
             const FaultyCall &call = FaultyCalls()[i];
             if (!uses[i].polled && road->Meets(call)) {
-                uses[i] = {road->SureUses(call, counts[i]), polled[i]};
+                const bool polled = road->LingersIn(step) && road->Polls(call);
+                uses[i] = {road->SureUses(call, polled ? std::min(call.count(), mostPolls) : call.count()),
+                           polled};
             }
         }
     }

@@ -43,6 +43,8 @@ public:
     virtual bool Meets(const FaultyCall &) const { return true; }
     // Of the uses of a call that were counted, those that every run makes.
     virtual int SureUses(const FaultyCall &, int counted) const { return counted; }
+    // Calls that are made over and over for as long as the road lingers; how often is chance.
+    virtual bool Polls(const FaultyCall &) const { return false; }
     virtual int Steps() const = 0;
     virtual std::string StepName(int step) const = 0;
     virtual void Take(int step) = 0;

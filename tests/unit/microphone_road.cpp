@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "capture_fixture.h"
 #include "reset.h"
@@ -12,6 +13,16 @@ namespace {
 constexpr int rounds = 5;
 constexpr int stepsOfRound = 4;
 const char *const stepNames[stepsOfRound] = {"opening", "capturing", "restarting", "closing"};
+// What the capture thread does for each packet.
+constexpr std::array<std::string_view, 9> polled{"IAudioCaptureClient::GetNextPacketSize",
+                                                 "IAudioCaptureClient::GetBuffer",
+                                                 "IAudioCaptureClient::ReleaseBuffer",
+                                                 "IAudioEndpointVolume::GetMute",
+                                                 "av_samples_alloc_array_and_samples",
+                                                 "av_samples_get_buffer_size",
+                                                 "swr_convert",
+                                                 "avcodec_send_frame",
+                                                 "avcodec_receive_packet"};
 const wchar_t *const noCom = L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed";
 
 class MicrophoneRoad : public Road {
@@ -34,6 +45,10 @@ public:
     int SureUses(const FaultyCall &call, int counted) const override
     {
         return call.name == "SetEvent" ? std::min(counted, 2 * rounds) : counted;
+    }
+    bool Polls(const FaultyCall &call) const override
+    {
+        return std::find(polled.begin(), polled.end(), call.name) != polled.end();
     }
     int Steps() const override { return rounds * stepsOfRound; }
     std::string StepName(int step) const override
