@@ -65,4 +65,7 @@ if(BUILD_TESTING AND NOT WIN32)
 elseif(BUILD_TESTING)
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
+    foreach(library gtest gtest_main gmock)
+        target_compile_options(${library} PRIVATE -O0 -g1) # compiled anew in each fresh tree
+    endforeach()
 endif()

@@ -53,7 +53,7 @@ class TheJudge(unittest.TestCase):
         self.assertAlmostEqual(self.result.gain, 0.8, 2)
 
     def test_accepts_sound_that_lies_between_two_samples(self):
-        self.assertEqual(self.judge(compare.delayed(self.sent, 0, len(self.sent), 0.37)), "")
+        self.assertEqual(self.judge(compare.delayed(self.sent, 0, len(self.sent), (0.37,))[0]), "")
 
     def test_accepts_noise_far_below_the_sound(self):
         noise = 1e-4 * numpy.random.default_rng(2).standard_normal(self.sent.shape)

@@ -12,6 +12,7 @@ in dB. Only content counts: when the sound came plays no part in the verdict.
    speed slips in every window, or matches nowhere, and fails either way.
 """
 
+import functools
 from dataclasses import dataclass, field
 
 import numpy
@@ -29,7 +30,7 @@ TOLERATED_WINDOWS = 4
 TOLERATED_SLIPS = 4
 NEAR_FRAMES = 3           # re-alignment that is no slip
 WIDE_SEARCH_S = 1.5
-FRACTIONS = numpy.arange(-0.5, 0.51, 0.125)
+FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))
 ALIGNED_AT_ONCE = 48000   # frames; what is longer is aligned in two steps
 COARSE = 8                # frames taken for one in the first of them
 DRIFT_FRAMES = 6          # of the whole, slips apart
@@ -165,10 +166,9 @@ def _best_match(heard, reference, start, length, offsets):
     part = reference[start:start + length]
     best = max((*_match(cut(heard, start + o, length), part), o) for o in offsets)
     if best[0] < 40.0:  # the sound may lie between two samples
-        there = cut(heard, start + best[2], length)
-        for fraction in FRACTIONS:
-            shifted = delayed(reference, start, length, fraction)
-            best = max(best, (*_match(there, shifted), best[2]))
+        there, offset = cut(heard, start + best[2], length), best[2]
+        shifted = delayed(reference, start, length, FRACTIONS)
+        best = max(best, *((*_match(there, part), offset) for part in shifted))
     match_db, gain, offset = best
     return match_db, offset, gain
 
@@ -184,13 +184,32 @@ def _match(there, part):
     return 10 * numpy.log10(wanted / max(float(numpy.sum(rest * rest)), wanted * 10 ** (-BEST_MATCH_DB / 10))), gain
 
 
-def delayed(signal, start, length, fraction):
-    """A stretch of signal delayed by a part of a frame; the margin takes the edge effects."""
+def delayed(signal, start, length, fractions):
+    """A stretch of signal delayed by each of these parts of a frame; the margin takes the edge effects."""
     margin = 256
-    wide = cut(signal, start - margin, length + 2 * margin)
-    spectrum = numpy.fft.rfft(wide, axis=0)
-    turn = numpy.exp(-2j * numpy.pi * numpy.fft.rfftfreq(len(wide)) * fraction)[:, None]
-    return numpy.fft.irfft(spectrum * turn, len(wide), axis=0)[margin:margin + length]
+    size = _fast_size(length + 2 * margin)
+    spectrum = numpy.fft.rfft(cut(signal, start - margin, size), axis=0)
+    return numpy.fft.irfft(spectrum * _turns(size, fractions), size, axis=1)[:, margin:margin + length]
+
+
+@functools.cache
+def _turns(size, fractions):
+    """What each of the delays makes of a spectrum."""
+    return numpy.exp(-2j * numpy.pi * numpy.outer(fractions, numpy.fft.rfftfreq(size)))[:, :, None]
+
+
+@functools.cache
+def _fast_size(least):
+    """The next size without a large prime factor: transforms of others take several times as long."""
+    size = least
+    while True:
+        rest = size
+        for factor in (2, 3, 5):
+            while rest % factor == 0:
+                rest //= factor
+        if rest == 1:
+            return size
+        size += 1
 
 
 def _check_gains(result):
@@ -222,7 +241,7 @@ def _coarse(signal):
 
 def _correlate(heard, part):
     """The best place by cross-correlation of all channels."""
-    size = 1 << int(numpy.ceil(numpy.log2(len(heard) + len(part) + 1)))
+    size = _fast_size(len(heard) + len(part) + 1)
     product = sum(numpy.fft.rfft(heard[:, c], size) * numpy.conj(numpy.fft.rfft(part[:, c], size))
                   for c in range(heard.shape[1]))
     correlation = numpy.fft.irfft(product, size)
