@@ -1,18 +1,24 @@
 #!/usr/bin/python3
-"""Damaged sound is taken again, but neither for ever nor instead of any other failure."""
+"""Sound that a machine standing still damaged is taken again, but neither for ever nor instead of any other failure."""
 
 import contextlib
 import io
+import pathlib
+import signal
+import tempfile
+import time
 import unittest
+from unittest import mock
 
-from rig import session
+from rig import session, waiting, witness
 
 
 class Take(session.SystemTest):
     """A test whose takes end in this way: None, or what is raised."""
 
-    def __init__(self, ends):
+    def __init__(self, ends, stall_s):
         super().__init__("take")
+        self.witness = mock.Mock(longest_stall_s=lambda: stall_s)
         self.ends, self.taken, self.tidied_up = ends, 0, 0
 
     def setUp(self):
@@ -28,9 +34,9 @@ class Take(session.SystemTest):
 
 
 class Takes(unittest.TestCase):
-    def takes(self, *ends):
+    def takes(self, *ends, stall_s=0.3):
         """(whether the test passed, takes) and what was printed."""
-        take, result = Take(ends), unittest.TestResult()
+        take, result = Take(ends, stall_s), unittest.TestResult()
         with contextlib.redirect_stdout(io.StringIO()) as self.printed:
             take.run(result)
         self.assertEqual(take.tidied_up, take.taken)
@@ -43,7 +49,10 @@ class Takes(unittest.TestCase):
     def test_a_whole_take_after_damaged_ones_passes_and_the_damage_is_told(self):
         damage = session.SoundDamaged("5 windows are damaged")
         self.assertEqual(self.takes(damage, damage, damage, None), (True, 4))
-        self.assertEqual(self.printed.getvalue().count("5 windows are damaged; taken again"), 3)
+        self.assertEqual(self.printed.getvalue().count("5 windows are damaged; the machine stood still for 0.30 s"), 3)
+
+    def test_sound_damaged_on_a_machine_that_kept_going_fails_at_once(self):
+        self.assertEqual(self.takes(session.SoundDamaged(), None, stall_s=0.0), (False, 1))
 
     def test_sound_damaged_in_each_take_fails(self):
         self.assertEqual(self.takes(*[session.SoundDamaged()] * 5), (False, 4))
@@ -51,6 +60,20 @@ class Takes(unittest.TestCase):
     def test_any_other_failure_counts_at_once(self):
         self.assertEqual(self.takes(AssertionError(), None), (False, 1))
         self.assertEqual(self.takes(session.SoundDamaged(), OSError(), None), (False, 2))
+
+
+class TheWitness(unittest.TestCase):
+    def test_sees_the_machine_stand_still(self):
+        with tempfile.TemporaryDirectory() as folder:
+            looking_on = witness.Witness(pathlib.Path(folder))
+            self.addCleanup(looking_on.stop)
+            time.sleep(1)
+            # All that it knows of a machine is when it runs itself.
+            looking_on.process.send_signal(signal.SIGSTOP)
+            time.sleep(0.5)
+            looking_on.process.send_signal(signal.SIGCONT)
+            waiting.until(looking_on.longest_stall_s, "the stall to be seen", 10)
+            self.assertGreater(looking_on.longest_stall_s(), 0.3)
 
 
 if __name__ == "__main__":

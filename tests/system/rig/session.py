@@ -17,6 +17,7 @@ from .recorder import Recorder, write_wav
 from .velto_host import WINE_FAILED, VeltoHost
 from .voice import Voice
 from .wine_prefix import WinePrefix
+from .witness import Witness
 
 STEREO_48K = ("spkA", 48000, 2)
 MICROPHONE_48K = ("micA", 48000, 2)
@@ -99,8 +100,8 @@ class SystemTest(unittest.TestCase):
     """A test with a session of its own. SINKS, MICROPHONES and WITH_SERVER say what is
     there at its start.
 
-    Damaged sound is taken again in a new session, up to TAKES times: the module damages it
-    each time, a busy machine now and then. Any other failure counts at once."""
+    Damaged sound is taken again in a new session, up to TAKES times, when the machine stood still
+    meanwhile: no module could have kept it whole. Any other failure counts at once."""
 
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
@@ -116,9 +117,11 @@ class SystemTest(unittest.TestCase):
             try:
                 return test()
             except SoundDamaged as damage:
-                if take == self.TAKES:
+                stall_s = self.witness.longest_stall_s()
+                if take == self.TAKES or not stall_s:
                     raise
-                print(f"  take {take} of {self.TAKES}: {damage}; taken again", flush=True)
+                print(f"  take {take} of {self.TAKES}: {damage}; the machine stood still for {stall_s:.2f} s, "
+                      "taken again", flush=True)
             self.doCleanups()
             self.setUp()
 
@@ -128,6 +131,8 @@ class SystemTest(unittest.TestCase):
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         self.addCleanup(self.session.close)
+        self.witness = Witness(self.session.folder)
+        self.addCleanup(self.witness.stop)
 
     def assert_sound(self, is_right, reason):
         """For what only the sound can tell."""
