@@ -1,4 +1,10 @@
 // The module's one export and the table that it fills.
+#ifdef _WIN32
+#define VELTO_API __declspec(dllexport)
+#else
+#define VELTO_API __attribute__((visibility("default")))
+#endif
+
 #include <windows.h>
 
 #include <exception>
@@ -65,14 +71,8 @@ constexpr AudioHandlerTable handlerTable{
 } // namespace
 } // namespace velto
 
-#ifdef _WIN32
-#define VELTO_EXPORT __declspec(dllexport)
-#else
-#define VELTO_EXPORT __attribute__((visibility("default")))
-#endif
-
 // A second call replaces the event without closing it: a watchdog may be waiting on the first.
-extern "C" VELTO_EXPORT int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
+int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
 {
     if (table == nullptr) {
         return VELTO_ERROR_INVALID;

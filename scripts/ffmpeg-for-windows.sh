@@ -71,8 +71,8 @@ private_source_list() {
     find "$out" -size 0 -delete
     if [ -z "$(ls "$out")" ]; then
         die "no Debian 12 package source was found under $apt" \
-            "Add this line to $apt/sources.list and run scripts/setup again:
-deb http://deb.debian.org/debian bookworm main"
+            "Add a line for your Debian mirror to $apt/sources.list and run scripts/setup again:
+deb MIRROR bookworm main"
     fi
 }
 

@@ -1,20 +1,98 @@
-/*
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file
  * The C interface between a VELTO host process and LibVeltoAudioHandler.
  *
- * A host loads the DLL, looks up "VELTOGetAudioHandler", hands it an
- * AudioHandlerTable of its own and from then on calls through the table.
- * The header compiles as C99 and as C++.
+ * The module turns the PC's loudspeaker and microphone into audio devices of a remote phone. A host
+ * loads the DLL, calls VELTOGetAudioHandler() once to fill an AudioHandlerTable of its own, and makes
+ * every later call through this table. The header compiles as C99 or later and C++11 or later.
  *
- * Threads: every slot may be called from any host thread, except that
- * VELTOGetAudioHandler and RegisterListener write shared state without a lock
- * and are therefore called before streaming starts. No slot raises an exception.
+ * Words
+ *   unit    one AAC-LC access unit: 1024 samples per channel, 21.3 ms at 48000 Hz
+ *   packet  one unit from the microphone
+ *   frame   a StreamFrame record; it carries one unit across the table
+ *   block   one decoded unit: 4096 bytes of PCM on the way to the loudspeaker
+ *   buffer  the host's memory at StreamFrame.data
+ *   stream  the units of one sound, from the first to the last
  *
- * Ownership: every record passed in stays the host's and is read only during the
- * call. The one record that the module hands out is the capability list, given
- * back with Release.
+ * Speaker life cycle, the same for both speakers (the first unit starts both)
  *
- * Device ids are passed as a NUL-terminated string plus its length. The length
- * must equal strlen(id); ids are compared byte for byte, case-sensitive.
+ *     load --> released --WriteStreamBuffer--> started --4 minutes without a write--> released
+ *
+ *     SetAudioParameter    start of a stream: the next 5 blocks are held back, then played together
+ *     WriteStreamBuffer    one unit every 21.3 ms
+ *     WriteStreamBuffer    end of a stream: 5 silent units (VELTO_SILENT_UNIT)
+ *     CloseAudioTrack      sends an event; stops nothing
+ *
+ * Microphone life cycle, one recording at a time
+ *
+ *     closed --OpenAudioRecord--> open --CloseAudioRecord--> closed
+ *
+ *     ReadStreamBuffer     one unit for each call, 46.9 units a second
+ *
+ * Threads. Each slot carries one of these tags:
+ *   [any thread, overlapping]  any host thread, also while other slots run on other threads
+ *   [one at a time]            any host thread, but no two calls with this tag at once
+ *   [before streaming]         before the first call of WriteStreamBuffer or OpenAudioRecord
+ * Host threads need not initialise COM. No slot throws an exception.
+ *
+ * Ownership. Every record passed in stays the host's. The module reads it during the call only; the
+ * capability list is the one block that it hands out.
+ *
+ * Device ids. An id is a NUL-terminated string plus its length; the length must equal strlen(id).
+ * The module compares ids byte for byte, case-sensitive.
+ *
+ * A complete host that plays one second of silence on the media speaker:
+ *
+ * @code{.c}
+ * #include <windows.h>
+ * #include <string.h>
+ * #include <wchar.h>
+ *
+ * #include "velto/audio_handler.h"
+ *
+ * int main(void)
+ * {
+ *     static const uint8_t silence[] = VELTO_SILENT_UNIT;
+ *     const AudioProfileEntry rate = {VELTO_KEY_SAMPLE_RATE, 10, VELTO_SAMPLE_RATE_HZ};
+ *     const AudioProfileList parameters = {1, 0, &rate};
+ *     StreamFrameHeader header = {0, sizeof silence, 0};
+ *     StreamFrame frame = {(uint8_t *)silence, {0}, &header};
+ *     VeltoGetAudioHandlerFunction getHandler = NULL;
+ *     AudioHandlerTable table;
+ *     FARPROC entry;
+ *     HMODULE module;
+ *     wchar_t path[MAX_PATH];
+ *     int unit;
+ *
+ *     // The DLL and its FFmpeg DLLs are in the folder of this program.
+ *     DWORD length = GetModuleFileNameW(NULL, path, MAX_PATH);
+ *     while (length > 0 && path[length - 1] != L'\\') {
+ *         --length;
+ *     }
+ *     if (length == 0 || length + 25 > MAX_PATH) {
+ *         return 1;
+ *     }
+ *     wcscpy(path + length, L"LibVeltoAudioHandler.dll");
+ *     module = LoadLibraryExW(path, NULL, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+ *     if (module == NULL) {
+ *         return 1;
+ *     }
+ *     entry = GetProcAddress(module, VELTO_ENTRY_NAME);
+ *     memcpy(&getHandler, &entry, sizeof getHandler);
+ *     if (getHandler == NULL || getHandler(&table) != VELTO_OK) {
+ *         return 1;
+ *     }
+ *     table.SetAudioParameter(VELTO_ID_SPEAKER, 8, NULL, NULL, &parameters);
+ *     for (unit = 0; unit < 47; ++unit) {
+ *         table.WriteStreamBuffer(VELTO_ID_SPEAKER, 8, NULL, &frame);
+ *         Sleep(21); // enough for silence; for sound, wait for deadlines 1024 / 48000 s apart
+ *     }
+ *     table.CloseAudioTrack(VELTO_ID_SPEAKER, 8);
+ *     FreeLibrary(module);
+ *     return 0;
+ * }
+ * @endcode
  */
 #ifndef VELTO_AUDIO_HANDLER_H
 #define VELTO_AUDIO_HANDLER_H
@@ -26,13 +104,17 @@
 extern "C" {
 #endif
 
-/* ---- Device ids and their type codes ------------------------------------ */
+/** Version of this header. It grows when something is added; layouts and codes never change. */
+#define VELTO_HEADER_VERSION 1
 
-#define VELTO_ID_SPEAKER "speaker1"            /* media sound, played on the PC       */
-#define VELTO_ID_MIC "mic1"                    /* the PC's microphone                 */
-#define VELTO_ID_MODEM_SPEAKER "ModemSpeaker1" /* call sound, played on the PC        */
-#define VELTO_ID_MODEM_MIC "ModemMic1"         /* the PC's microphone, during a call  */
+/* ---- Device ids and their type codes ------------------------------------------------------- */
 
+#define VELTO_ID_SPEAKER "speaker1"            /**< media sound, played on the PC      */
+#define VELTO_ID_MIC "mic1"                    /**< the PC's microphone                */
+#define VELTO_ID_MODEM_SPEAKER "ModemSpeaker1" /**< call sound, played on the PC       */
+#define VELTO_ID_MODEM_MIC "ModemMic1"         /**< the PC's microphone, during a call */
+
+/** AudioCapabilityItem.deviceType. */
 enum {
     VELTO_DEVICE_TYPE_SPEAKER = 0,
     VELTO_DEVICE_TYPE_MIC = 1,
@@ -40,231 +122,394 @@ enum {
     VELTO_DEVICE_TYPE_MODEM_MIC = 3
 };
 
-/* ---- Status codes --------------------------------------------------------- */
+/* ---- Streams ------------------------------------------------------------------------------- */
+
+#define VELTO_SAMPLE_RATE_HZ 48000  /**< of every stream, both directions                         */
+#define VELTO_CHANNELS 2            /**< of every stream, both directions                         */
+#define VELTO_UNIT_SAMPLES 1024     /**< per channel in one unit: 21.3 ms                         */
+#define VELTO_CUSHION_UNITS 5       /**< held back at the start of a stream, then played together */
+#define VELTO_QUEUE_UNITS 20        /**< waiting for the loudspeaker at most; the oldest goes     */
+#define VELTO_MAX_PACKET_BYTES 1536 /**< the largest unit that the microphone delivers            */
+/** A StreamFrameHeader.size for reading: the call waits up to 22 ms for a unit. No unit has so many
+    bytes: a size that is unchanged after the call says that capture has stopped. */
+#define VELTO_READ_SIZE 3840
+
+/** Initialiser of a byte array: one silent unit in stereo, for the end of a stream. */
+/* clang-format off */
+#define VELTO_SILENT_UNIT {0x21, 0x00, 0x00, 0x00, 0x00, 0x1C}
+/* clang-format on */
+
+/* ---- Status codes -------------------------------------------------------------------------- */
 
 enum {
-    VELTO_OK = 0,                  /* success, and also: nothing to do                      */
-    VELTO_ERROR_NULL_POINTER = -3, /* a record lacks a required pointer, or no memory       */
-    VELTO_ERROR_INVALID = -2000    /* invalid argument, or the speaker path failed to start */
+    /** Done, or deliberately nothing done: see each slot. */
+    VELTO_OK = 0,
+    /** A record lacks a required pointer (ReadStreamBuffer), or no memory (GetAudioCapability). */
+    VELTO_ERROR_NULL_POINTER = -3,
+    /** A wrong argument. Any slot also returns it when the system refuses memory or a thread. It never
+        says that a loudspeaker or a microphone failed to start. */
+    VELTO_ERROR_INVALID = -2000
 };
 
-/* ---- Events sent through AudioListener.AudioStateCallback ------------------ */
+/* ---- Events sent through AudioListener.AudioStateCallback ----------------------------------- */
 
 enum {
-    VELTO_EVENT_TRACK_CLOSED = 3,  /* CloseAudioTrack accepted an id   */
-    VELTO_EVENT_PARAMETERS_SET = 4 /* SetAudioParameter accepted a list */
+    VELTO_EVENT_TRACK_CLOSED = 3,  /**< CloseAudioTrack returned VELTO_OK for this id   */
+    VELTO_EVENT_PARAMETERS_SET = 4 /**< SetAudioParameter returned VELTO_OK for this id */
 };
 
-/* ---- Release types ---------------------------------------------------------- */
+/* ---- Release types ------------------------------------------------------------------------- */
 
 enum {
-    VELTO_RELEASE_CAPABILITIES = 1 /* the list of GetAudioCapability; no other type frees anything */
+    VELTO_RELEASE_CAPABILITIES = 1 /**< the list of GetAudioCapability; no other type frees anything */
 };
 
-/* ---- Parameter keys and value codes ------------------------------------------ */
+/* ---- Parameter keys and value codes -------------------------------------------------------- */
 
-#define VELTO_KEY_SAMPLE_RATE "sampleRate" /* value: the rate in Hz, taken as is */
-#define VELTO_KEY_CHANNEL "channel"        /* value: VELTO_CHANNEL_...           */
-#define VELTO_KEY_FORMAT "format"          /* value: VELTO_FORMAT_...            */
-#define VELTO_KEY_CODEC "codec"            /* accepted and ignored               */
-
-enum {
-    VELTO_CHANNEL_MONO = 1,       /* 1 channel  */
-    VELTO_CHANNEL_STEREO = 3,     /* 2 channels */
-    VELTO_CHANNEL_STEREO_IN = 12, /* 2 channels */
-    VELTO_CHANNEL_MONO_IN = 16    /* 1 channel  */
-};
+#define VELTO_KEY_SAMPLE_RATE "sampleRate" /**< value: a rate in Hz          */
+#define VELTO_KEY_CHANNEL "channel"        /**< value: VELTO_CHANNEL_... code */
+#define VELTO_KEY_FORMAT "format"          /**< value: VELTO_FORMAT_... code  */
+#define VELTO_KEY_CODEC "codec"            /**< accepted and ignored         */
 
 enum {
-    VELTO_FORMAT_S16 = 1, /* 16 bits per sample */
-    VELTO_FORMAT_U8 = 2,  /*  8 bits per sample */
-    VELTO_FORMAT_S32 = 3, /* 32 bits per sample */
-    VELTO_FORMAT_S24 = 4  /* 24 bits per sample */
+    VELTO_CHANNEL_MONO = 1,       /**< 1 channel  */
+    VELTO_CHANNEL_STEREO = 3,     /**< 2 channels */
+    VELTO_CHANNEL_STEREO_IN = 12, /**< 2 channels */
+    VELTO_CHANNEL_MONO_IN = 16    /**< 1 channel  */
 };
 
 enum {
-    VELTO_CODEC_AAC = 0 /* raw AAC-LC access units, "audio/mp4a-latm" */
+    VELTO_FORMAT_S16 = 1, /**< 16 bits per sample */
+    VELTO_FORMAT_U8 = 2,  /**<  8 bits per sample */
+    VELTO_FORMAT_S32 = 3, /**< 32 bits per sample */
+    VELTO_FORMAT_S24 = 4  /**< 24 bits per sample */
 };
 
-/* ---- Records -------------------------------------------------------------------- */
+enum {
+    VELTO_CODEC_AAC = 0 /**< AAC-LC access units, "audio/mp4a-latm" */
+};
 
-/* One sample configuration of a device. 12 bytes. */
+/* ---- Records ------------------------------------------------------------------------------- */
+
+/** One sample configuration of a device. 12 bytes. */
 typedef struct AudioCapabilityProfile {
-    uint32_t sampleRate; /* Hz                    */
-    uint32_t channel;    /* VELTO_CHANNEL_... code */
-    uint32_t format;     /* VELTO_FORMAT_... code  */
+    uint32_t sampleRate; /**< Hz                     */
+    uint32_t channel;    /**< VELTO_CHANNEL_... code */
+    uint32_t format;     /**< VELTO_FORMAT_... code  */
 } AudioCapabilityProfile;
 
-/* One device. 64 bytes; allocated by the module, given back with Release. */
+/** One device. 64 bytes; allocated by the module, freed by Release. */
 typedef struct AudioCapabilityItem {
-    char *name;          /* 64-byte buffer; nameLength is the only reliable end */
-    uint32_t nameLength; /* bytes, without terminator                           */
-    uint32_t deviceType; /* VELTO_DEVICE_TYPE_...                               */
-    uint32_t profileCount;
-    uint32_t padding0;
-    AudioCapabilityProfile *profiles; /* profileCount entries */
-    uint32_t codecCount;
-    uint32_t padding1;
-    uint32_t *codecs; /* codecCount entries, VELTO_CODEC_... */
-    uint8_t reserved[16];
+    char *name;                       /**< 64 bytes; ends at nameLength, not at a NUL */
+    uint32_t nameLength;              /**< bytes, without a terminator                */
+    uint32_t deviceType;              /**< VELTO_DEVICE_TYPE_...                      */
+    uint32_t profileCount;            /**< 1                                          */
+    uint32_t padding0;                /**< 0                                          */
+    AudioCapabilityProfile *profiles; /**< profileCount entries                       */
+    uint32_t codecCount;              /**< 1                                          */
+    uint32_t padding1;                /**< 0                                          */
+    uint32_t *codecs;                 /**< codecCount entries, VELTO_CODEC_...        */
+    uint8_t reserved[16];             /**< 0                                          */
 } AudioCapabilityItem;
 
-/* One parameter. 16 bytes. */
+/** One parameter. 16 bytes. */
 typedef struct AudioProfileEntry {
-    const char *key;    /* NUL-terminated, VELTO_KEY_... */
-    uint32_t keyLength; /* not read by the module        */
-    uint32_t value;
+    const char *key;    /**< NUL-terminated, VELTO_KEY_... */
+    uint32_t keyLength; /**< not read by the module        */
+    uint32_t value;     /**< Hz, or a code of the key      */
 } AudioProfileEntry;
 
-/* A list of parameters. */
+/** A list of parameters. 16 bytes. */
 typedef struct AudioProfileList {
-    uint32_t count;
-    uint32_t padding0;
-    const AudioProfileEntry *entries; /* count entries */
+    uint32_t count;                   /**< entries in the list   */
+    uint32_t padding0;                /**< not read by the module */
+    const AudioProfileEntry *entries; /**< count entries         */
 } AudioProfileList;
 
-/* Header of a frame, both directions. 12 bytes. */
+/** Header of a frame, both directions. 12 bytes. */
 typedef struct StreamFrameHeader {
-    int32_t streamType; /* write: the remote stream's type; read: not used */
-    uint32_t size;      /* write: bytes at data. read: in, bytes wanted; out, bytes delivered */
-    uint32_t reserved;
+    /** Write: a number of the host's choice, published in the registry value "StreamType". Read: not used. */
+    int32_t streamType;
+    /** Write: bytes at data. Read: before the call how long to wait, after it the unit's bytes. */
+    uint32_t size;
+    uint32_t reserved; /**< neither read nor written by the module */
 } StreamFrameHeader;
 
-/* One frame. write: one AAC frame; read: the buffer that receives one packet,
-   at least as large as the largest packet that the encoder can produce. */
+/** One frame, both directions. 32 bytes. */
 typedef struct StreamFrame {
+    /** Write: one unit, raw or with its ADTS header; no padding is needed behind it.
+        Read: a buffer of VELTO_MAX_PACKET_BYTES or more. */
     uint8_t *data;
-    uint8_t reserved[16];
-    StreamFrameHeader *header; /* required */
+    uint8_t reserved[16];      /**< neither read nor written by the module */
+    StreamFrameHeader *header; /**< required */
 } StreamFrame;
 
-/* Called on the host's own calling thread, outside the module's locks. */
+/**
+ * Receives the module's events, on the host's own thread, before the slot that raises them returns. The
+ * module holds no lock meanwhile: the callback may call the table. There is no context pointer: a host
+ * keeps its context in a global.
+ *
+ * @param deviceId  the id that the host passed; it ends at idLength and is valid during the call
+ * @param eventCode VELTO_EVENT_...
+ */
 typedef void (*VeltoAudioStateCallback)(const char *deviceId, uint32_t idLength, int32_t eventCode);
 
-/* The host's listener. The module copies both fields and keeps no pointer to the record. */
+/** The host's listener. 16 bytes; the module copies both fields and keeps no pointer to the record. */
 typedef struct AudioListener {
-    VeltoAudioStateCallback AudioStateCallback; /* may be null */
-    void *reserved;                             /* stored, never called */
+    VeltoAudioStateCallback AudioStateCallback; /**< may be null          */
+    void *reserved;                             /**< stored, never called */
 } AudioListener;
 
-/* ---- The table -------------------------------------------------------------------- */
+/* ---- The table ----------------------------------------------------------------------------- */
 
-/*
- * Eleven pointer-sized slots, 88 bytes, filled by VELTOGetAudioHandler.
- *
- * GetAudioCapability(list, count)
- *     Stores 4 in *count and a list of four items in *list, in the order speaker1,
- *     ModemSpeaker1, ModemMic1, mic1. VELTO_OK; VELTO_ERROR_INVALID for a null
- *     argument; VELTO_ERROR_NULL_POINTER without memory (*list is then to be ignored).
- *     Give the list back with Release(VELTO_RELEASE_CAPABILITIES, list, 4).
- *
- * NoOperation1, NoOperation10
- *     Reserved positions; return 0 whatever is passed.
- *
- * SetAudioParameter(id, idLength, unused, unused, parameters)
- *     Sets rate, channels and bits per sample for both speakers; what the list omits
- *     returns to 48000 Hz, 2 channels, 16 bits. They reach the renderer when it is next
- *     opened. Re-arms the start-up cushion of the named speaker and sends
- *     VELTO_EVENT_PARAMETERS_SET. VELTO_OK, or VELTO_ERROR_INVALID for an id whose
- *     length does not match or an empty list.
- *
- * WriteStreamBuffer(id, idLength, unused, frame)
- *     Decodes and queues one AAC frame for "speaker1" or "ModemSpeaker1"; the first call
- *     opens the sound device. Decoding runs on the calling thread and frame->data may be
- *     reused when the call returns. VELTO_OK also for a frame that was dropped (the module
- *     was busy initialising, the bytes are not AAC, the id is another device's);
- *     VELTO_ERROR_INVALID for an id whose length does not match, a null frame or header.
- *
- * CloseAudioTrack(id, idLength)
- *     Ends a track: sends VELTO_EVENT_TRACK_CLOSED. What is queued is still played; the
- *     sound device is released after four minutes without a frame.
- *     VELTO_OK or VELTO_ERROR_INVALID.
- *
- * OpenAudioRecord(id, idLength, unused, unused, parameters)
- *     Opens the PC's default microphone. Any id of the right length and any non-null list
- *     are accepted. VELTO_OK also when there is no microphone: reads then give nothing
- *     until one becomes the default. VELTO_ERROR_INVALID for the arguments. A recording
- *     that is open already is replaced but not closed: close it first.
- *
- * ReadStreamBuffer(id, idLength, unused, frame)
- *     Fetches at most one AAC-LC access unit (48000 Hz, stereo, at most 1536 bytes) into
- *     frame->data and its length into frame->header->size (0: none at this time; left as
- *     it was: capture stands still). On entry the size tells only how long the call may
- *     wait, 20 ms for 3840; the buffer must have room for a whole unit whatever it says.
- *     VELTO_OK; VELTO_ERROR_NULL_POINTER when frame, header or data is null;
- *     VELTO_ERROR_INVALID for an id whose length does not match.
- *
- * CloseAudioRecord(id, idLength)
- *     Closes the microphone: waits until its threads have ended, up to a tenth of a
- *     second. A read that is still waiting is woken and waited for. VELTO_OK, also when
- *     nothing is open, or VELTO_ERROR_INVALID.
- *
- * Release(type, block, count)
- *     Frees a block that the module handed out; type VELTO_RELEASE_CAPABILITIES only.
- *
- * RegisterListener(listener)
- *     Replaces the listener; register a record of null fields to remove it.
- *     VELTO_OK, or VELTO_ERROR_INVALID for null.
- */
+#define VELTO_TABLE_SLOTS 11 /**< pointers in AudioHandlerTable */
+#define VELTO_TABLE_BYTES 88 /**< sizeof(AudioHandlerTable)     */
+
+/** The module's functions. Filled by VELTOGetAudioHandler; the host may copy it. */
 typedef struct AudioHandlerTable {
+    /**
+     * Lists the four devices: speaker1, ModemSpeaker1, ModemMic1, mic1. [any thread, overlapping]
+     *
+     * Each has one profile (48000 Hz, VELTO_CHANNEL_STEREO, VELTO_FORMAT_S16) and one codec
+     * (VELTO_CODEC_AAC). The list says what the module can do, not which endpoints the PC has.
+     *
+     * @param list  receives four consecutive items; free them with
+     *              Release(VELTO_RELEASE_CAPABILITIES, list, count)
+     * @param count receives 4, also on failure
+     * @retval VELTO_OK                 *list is valid
+     * @retval VELTO_ERROR_INVALID      an argument is null
+     * @retval VELTO_ERROR_NULL_POINTER no memory; ignore *list
+     */
     int32_t (*GetAudioCapability)(AudioCapabilityItem **list, uint32_t *count);
+
+    /** Does nothing. [any thread, overlapping] @retval VELTO_OK always */
     int32_t (*NoOperation1)(void);
+
+    /**
+     * Starts a stream on a speaker: its next 5 blocks are held back and then played together, which is
+     * the stream's cushion against late units. Call it before the first unit of each stream.
+     * [any thread, overlapping]
+     *
+     * It also stores rate, channels and bits for both speakers; a key that the list lacks returns to
+     * its default. The three values do not describe the stream, which is always 48000 Hz, stereo,
+     * 16 bits. They are only tested for being at least 1 when the speakers are next started: with a 0
+     * both speakers stay silent until the start after a call without one.
+     *
+     * Sends VELTO_EVENT_PARAMETERS_SET for every accepted call, also for an id that is no speaker.
+     *
+     * @param unused1,unused2 not read
+     * @param parameters      one entry or more, for example {VELTO_KEY_SAMPLE_RATE, 10, 48000}
+     * @retval VELTO_OK            accepted
+     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or the list is null or empty
+     */
     int32_t (*SetAudioParameter)(const char *id, uint32_t idLength, void *unused1, void *unused2,
                                  const AudioProfileList *parameters);
+
+    /**
+     * Decodes one unit and queues its block for "speaker1" or "ModemSpeaker1".
+     * [any thread, overlapping]
+     *
+     * The first call after load, or after four minutes without one, starts the decoders and play
+     * threads of both speakers, also when its arguments are wrong. Decoding runs on the calling thread;
+     * the host may reuse frame and data when the call returns. Write one unit every 21.3 ms: of more
+     * than VELTO_QUEUE_UNITS waiting blocks the oldest is dropped.
+     *
+     * A stream of 4 units or fewer after load or SetAudioParameter is not heard: its blocks wait for
+     * the fifth. End each stream with VELTO_CUSHION_UNITS silent units, which also clear the decoder
+     * of the sound before them.
+     *
+     * @param unused not read
+     * @param frame  data: one unit; header: streamType and size
+     * @retval VELTO_OK            queued, or dropped: the module is starting on another thread, the
+     *                             bytes do not decode, the id names no speaker, no memory for the
+     *                             block, no loudspeaker
+     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or frame or header is null; also when the
+     *                             system refuses memory or a thread. After a decoder or thread failed
+     *                             to start, the speakers stay silent until the module is loaded again
+     */
     int32_t (*WriteStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
+
+    /**
+     * Ends a track: sends VELTO_EVENT_TRACK_CLOSED and publishes the stream type -1.
+     * [any thread, overlapping]
+     *
+     * It stops nothing and drains nothing: queued blocks are still played, and the loudspeaker is
+     * released after four minutes without a write. Both effects happen for every accepted id.
+     *
+     * @retval VELTO_OK            accepted
+     * @retval VELTO_ERROR_INVALID idLength is not strlen(id)
+     */
     int32_t (*CloseAudioTrack)(const char *id, uint32_t idLength);
+
+    /**
+     * Opens the default microphone. [one at a time]
+     *
+     * Any id whose length is right and any list that is not null are accepted; nothing is read of the
+     * list. Waits until capture is set up or has failed. Close an open recording first: a second
+     * opening replaces it without closing it, and the first then captures until the process ends.
+     *
+     * @param unused1,unused2 not read
+     * @param parameters      required; may be an empty list
+     * @retval VELTO_OK            opened, also without a microphone or without memory for the
+     *                             recording: reads then deliver nothing
+     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or the list is null; also when the
+     *                             system refuses memory while capture is set up
+     */
     int32_t (*OpenAudioRecord)(const char *id, uint32_t idLength, void *unused1, void *unused2,
                                const AudioProfileList *parameters);
+
+    /**
+     * Fetches at most one unit: raw AAC-LC, 48000 Hz, stereo. [any thread, overlapping]
+     *
+     * header->size before the call says how long to wait: the playing time of so many bytes of 48000 Hz
+     * stereo 16-bit PCM, plus 2 ms (22 ms for VELTO_READ_SIZE, also for 0). It does not say how large the
+     * buffer is: the buffer holds VELTO_MAX_PACKET_BYTES or more in any case.
+     *
+     * header->size after the call:
+     *   1 to VELTO_MAX_PACKET_BYTES  the bytes of one unit at data
+     *   0                            no unit came in time, or nothing is open
+     *   unchanged                    capture has stopped: the default microphone changes, there was
+     *                                none, or it failed
+     *
+     * @param unused not read
+     * @retval VELTO_OK                 see header->size
+     * @retval VELTO_ERROR_NULL_POINTER frame, header or data is null
+     * @retval VELTO_ERROR_INVALID      idLength is not strlen(id)
+     */
     int32_t (*ReadStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
+
+    /**
+     * Closes the microphone. [one at a time]
+     *
+     * Returns when the recording's threads have ended. It thus waits for a restart on another
+     * microphone that is under way, and as long as a call to a device takes. A read that is waiting on
+     * another thread returns. Units that were not read are gone.
+     *
+     * @retval VELTO_OK            closed, or nothing was open
+     * @retval VELTO_ERROR_INVALID idLength is not strlen(id)
+     */
     int32_t (*CloseAudioRecord)(const char *id, uint32_t idLength);
+
+    /**
+     * Frees a block that the module handed out. [any thread, overlapping]
+     *
+     * @param type  VELTO_RELEASE_CAPABILITIES; a block of any other type is not freed
+     * @param block the list of GetAudioCapability
+     * @param count the count of GetAudioCapability
+     */
     void (*Release)(uint32_t type, void *block, uint32_t count);
+
+    /**
+     * Replaces the listener. [before streaming]
+     *
+     * Register a record of null fields before the code of the callback is unloaded.
+     *
+     * @retval VELTO_OK            replaced
+     * @retval VELTO_ERROR_INVALID listener is null; the registered one stays
+     */
     int32_t (*RegisterListener)(const AudioListener *listener);
+
+    /** The same function as NoOperation1. [any thread, overlapping] @retval VELTO_OK always */
     int32_t (*NoOperation10)(void);
 } AudioHandlerTable;
 
-/* The module's one export. Fills all 88 bytes of the table; opens no device and starts no
-   thread. VELTO_OK, or VELTO_ERROR_INVALID for a null table. Look it up with
-   GetProcAddress(module, VELTO_ENTRY_NAME) and cast it to VeltoGetAudioHandlerFunction. */
+#ifndef VELTO_API
+#define VELTO_API /* the module's own build exports the function through this macro */
+#endif
+
+/**
+ * The module's one export: fills all 88 bytes of the table. [before streaming]
+ *
+ * Call it once after loading. It opens no device and starts no thread.
+ *
+ * @param table the host's memory
+ * @retval VELTO_OK            filled
+ * @retval VELTO_ERROR_INVALID table is null
+ */
+VELTO_API int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
+
+/** For GetProcAddress. */
 #define VELTO_ENTRY_NAME "VELTOGetAudioHandler"
+/** The type of VELTOGetAudioHandler. */
 typedef int32_t (*VeltoGetAudioHandlerFunction)(AudioHandlerTable *table);
 
 #ifdef __cplusplus
 }
 #endif
 
-/* ---- The layout, held at compile time ------------------------------------------------ */
+/* ---- Layout assertions: every field and every slot ------------------------------------------ */
 
-#ifdef __cplusplus
+#if defined(__cplusplus)
 #define VELTO_LAYOUT(name, condition) static_assert(condition, #name)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define VELTO_LAYOUT(name, condition) _Static_assert(condition, #name)
 #else
 #define VELTO_LAYOUT(name, condition) typedef char velto_layout_##name[(condition) ? 1 : -1]
 #endif
+#define VELTO_SIZE(type, bytes) VELTO_LAYOUT(sizeof_##type, sizeof(type) == (bytes))
+#define VELTO_FIELD(type, field, offset) VELTO_LAYOUT(type##_##field, offsetof(type, field) == (offset))
+#define VELTO_SLOT(slot, index) VELTO_FIELD(AudioHandlerTable, slot, (index)*8)
 
 VELTO_LAYOUT(pointer_size, sizeof(void *) == 8);
-VELTO_LAYOUT(profile_size, sizeof(AudioCapabilityProfile) == 12);
-VELTO_LAYOUT(item_size, sizeof(AudioCapabilityItem) == 64);
-VELTO_LAYOUT(item_name, offsetof(AudioCapabilityItem, name) == 0);
-VELTO_LAYOUT(item_name_length, offsetof(AudioCapabilityItem, nameLength) == 8);
-VELTO_LAYOUT(item_device_type, offsetof(AudioCapabilityItem, deviceType) == 12);
-VELTO_LAYOUT(item_profile_count, offsetof(AudioCapabilityItem, profileCount) == 16);
-VELTO_LAYOUT(item_profiles, offsetof(AudioCapabilityItem, profiles) == 24);
-VELTO_LAYOUT(item_codec_count, offsetof(AudioCapabilityItem, codecCount) == 32);
-VELTO_LAYOUT(item_codecs, offsetof(AudioCapabilityItem, codecs) == 40);
-VELTO_LAYOUT(item_reserved, offsetof(AudioCapabilityItem, reserved) == 48);
-VELTO_LAYOUT(entry_size, sizeof(AudioProfileEntry) == 16);
-VELTO_LAYOUT(entry_key_length, offsetof(AudioProfileEntry, keyLength) == 8);
-VELTO_LAYOUT(entry_value, offsetof(AudioProfileEntry, value) == 12);
-VELTO_LAYOUT(list_size, sizeof(AudioProfileList) == 16);
-VELTO_LAYOUT(list_entries, offsetof(AudioProfileList, entries) == 8);
-VELTO_LAYOUT(header_size, sizeof(StreamFrameHeader) == 12);
-VELTO_LAYOUT(header_bytes, offsetof(StreamFrameHeader, size) == 4);
-VELTO_LAYOUT(frame_size, sizeof(StreamFrame) == 32);
-VELTO_LAYOUT(frame_header, offsetof(StreamFrame, header) == 24);
-VELTO_LAYOUT(listener_size, sizeof(AudioListener) == 16);
-VELTO_LAYOUT(table_size, sizeof(AudioHandlerTable) == 88);
-VELTO_LAYOUT(table_write, offsetof(AudioHandlerTable, WriteStreamBuffer) == 24);
-VELTO_LAYOUT(table_last, offsetof(AudioHandlerTable, NoOperation10) == 80);
 
+VELTO_SIZE(AudioCapabilityProfile, 12);
+VELTO_FIELD(AudioCapabilityProfile, sampleRate, 0);
+VELTO_FIELD(AudioCapabilityProfile, channel, 4);
+VELTO_FIELD(AudioCapabilityProfile, format, 8);
+
+VELTO_SIZE(AudioCapabilityItem, 64);
+VELTO_FIELD(AudioCapabilityItem, name, 0);
+VELTO_FIELD(AudioCapabilityItem, nameLength, 8);
+VELTO_FIELD(AudioCapabilityItem, deviceType, 12);
+VELTO_FIELD(AudioCapabilityItem, profileCount, 16);
+VELTO_FIELD(AudioCapabilityItem, padding0, 20);
+VELTO_FIELD(AudioCapabilityItem, profiles, 24);
+VELTO_FIELD(AudioCapabilityItem, codecCount, 32);
+VELTO_FIELD(AudioCapabilityItem, padding1, 36);
+VELTO_FIELD(AudioCapabilityItem, codecs, 40);
+VELTO_FIELD(AudioCapabilityItem, reserved, 48);
+
+VELTO_SIZE(AudioProfileEntry, 16);
+VELTO_FIELD(AudioProfileEntry, key, 0);
+VELTO_FIELD(AudioProfileEntry, keyLength, 8);
+VELTO_FIELD(AudioProfileEntry, value, 12);
+
+VELTO_SIZE(AudioProfileList, 16);
+VELTO_FIELD(AudioProfileList, count, 0);
+VELTO_FIELD(AudioProfileList, padding0, 4);
+VELTO_FIELD(AudioProfileList, entries, 8);
+
+VELTO_SIZE(StreamFrameHeader, 12);
+VELTO_FIELD(StreamFrameHeader, streamType, 0);
+VELTO_FIELD(StreamFrameHeader, size, 4);
+VELTO_FIELD(StreamFrameHeader, reserved, 8);
+
+VELTO_SIZE(StreamFrame, 32);
+VELTO_FIELD(StreamFrame, data, 0);
+VELTO_FIELD(StreamFrame, reserved, 8);
+VELTO_FIELD(StreamFrame, header, 24);
+
+VELTO_SIZE(AudioListener, 16);
+VELTO_FIELD(AudioListener, AudioStateCallback, 0);
+VELTO_FIELD(AudioListener, reserved, 8);
+
+VELTO_SIZE(AudioHandlerTable, VELTO_TABLE_BYTES);
+VELTO_LAYOUT(table_slots, VELTO_TABLE_BYTES == VELTO_TABLE_SLOTS * 8);
+VELTO_SLOT(GetAudioCapability, 0);
+VELTO_SLOT(NoOperation1, 1);
+VELTO_SLOT(SetAudioParameter, 2);
+VELTO_SLOT(WriteStreamBuffer, 3);
+VELTO_SLOT(CloseAudioTrack, 4);
+VELTO_SLOT(OpenAudioRecord, 5);
+VELTO_SLOT(ReadStreamBuffer, 6);
+VELTO_SLOT(CloseAudioRecord, 7);
+VELTO_SLOT(Release, 8);
+VELTO_SLOT(RegisterListener, 9);
+VELTO_SLOT(NoOperation10, 10);
+
+#undef VELTO_SLOT
+#undef VELTO_FIELD
+#undef VELTO_SIZE
 #undef VELTO_LAYOUT
 
 #endif

@@ -69,28 +69,28 @@ class PackageSources(unittest.TestCase):
 
     def test_one_line_form(self):
         (self.apt / "sources.list").write_text(
-            "# deb http://deb.debian.org/debian bookworm contrib\n"
+            "# deb http://mirror.example.org/debian bookworm contrib\n"
             "deb cdrom:[Debian GNU/Linux 12 _Bookworm_]/ bookworm main\n"
-            "deb http://deb.debian.org/debian bookworm main\n"
-            "deb-src http://deb.debian.org/debian bookworm main\n" + FOREIGN)
+            "deb http://mirror.example.org/debian bookworm main\n"
+            "deb-src http://mirror.example.org/debian bookworm main\n" + FOREIGN)
         result, text = self.made()
         self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertEqual(text, "deb-src http://deb.debian.org/debian bookworm main\n")
+        self.assertEqual(text, "deb-src http://mirror.example.org/debian bookworm main\n")
 
     def test_stanza_form(self):
         (self.apt / "sources.list.d" / "debian.sources").write_text(
-            "Types: deb\nURIs: http://deb.debian.org/debian\nSuites: bookworm bookworm-updates\nComponents: main\n\n"
+            "Types: deb\nURIs: http://mirror.example.org/debian\nSuites: bookworm bookworm-updates\nComponents: main\n\n"
             "Types: deb\nURIs: https://packages.example.org\nSuites: stable\nComponents: main\n")
         result, text = self.made()
         self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://deb.debian.org/debian\n"
+        self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://mirror.example.org/debian\n"
                                        "Suites: bookworm bookworm-updates\nComponents: main")
 
     def test_no_debian_source_is_an_error_with_a_remedy(self):
         (self.apt / "sources.list").write_text(FOREIGN)
         result, _ = self.made()
         self.assertEqual(result.returncode, 1)
-        self.assertIn("deb http://deb.debian.org/debian bookworm main", result.stderr)
+        self.assertIn("deb MIRROR bookworm main", result.stderr)
 
 
 class Commands(unittest.TestCase):
