@@ -324,8 +324,8 @@ typedef struct AudioHandlerTable {
      *                             bytes do not decode, the id names no speaker, no memory for the
      *                             block, no loudspeaker
      * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or frame or header is null; also when the
-     *                             system refuses memory or a thread. After a decoder or thread failed
-     *                             to start, the speakers stay silent until the module is loaded again
+     *                             system refuses memory or a thread. After a decoder or a play thread
+     *                             failed to start, nothing is tried again in this process
      */
     int32_t (*WriteStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
 
@@ -345,8 +345,9 @@ typedef struct AudioHandlerTable {
      * Opens the default microphone. [one at a time]
      *
      * Any id whose length is right and any list that is not null are accepted; nothing is read of the
-     * list. Waits until capture is set up or has failed. Close an open recording first: a second
-     * opening replaces it without closing it, and the first then captures until the process ends.
+     * list. Sets up the encoder and starts the threads; one of them opens the microphone meanwhile.
+     * Close an open recording first: a second opening replaces it without closing it, and the first
+     * then captures until the process ends.
      *
      * @param unused1,unused2 not read
      * @param parameters      required; may be an empty list

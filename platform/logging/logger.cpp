@@ -4,7 +4,7 @@
 
 #include "logging/log_writer.h"
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface is given
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the platform's interface takes it by value
 Logger::Logger(std::string channel)
 {
     channel.copy(m_channel, std::min(channel.size(), sizeof(m_channel) - 1));

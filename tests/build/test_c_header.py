@@ -1,4 +1,5 @@
-"""The C interface compiles alone in the languages and compilers that a host may use, and its example runs."""
+"""The C interface compiles alone in the languages and compilers that a host may use, and so does the code
+that its documents show."""
 
 import re
 import subprocess
@@ -81,16 +82,25 @@ class Layout(unittest.TestCase):
                 self.assert_refused(self.text[:begin] + changed + self.text[end:])
 
 
-class Example(unittest.TestCase):
-    def test_the_example_in_the_comment_compiles_and_links(self):
-        code = HEADER.read_text("utf-8").partition("@code{.c}\n")[2].partition(" * @endcode")[0]
-        code = re.sub(r"^ \* ?", "", code, flags=re.M)
-        self.assertIn("int main(void)", code)
+class Documents(unittest.TestCase):
+    def assert_builds(self, code):
         with tempfile.TemporaryDirectory() as folder:
             result = subprocess.run(
                 ["x86_64-w64-mingw32-gcc-posix", "-x", "c", "-std=c99", *WARNINGS, "-I", str(HEADER.parents[1]),
                  "-", "-o", f"{folder}/example.exe"], input=code, capture_output=True, text=True)
             self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_the_example_in_the_header_builds(self):
+        code = HEADER.read_text("utf-8").partition("@code{.c}\n")[2].partition(" * @endcode")[0]
+        code = re.sub(r"^ \* ?", "", code, flags=re.M)
+        self.assertIn("int main(void)", code)
+        self.assert_builds(code)
+
+    def test_the_code_of_the_guide_builds(self):
+        guide = (places.REPOSITORY / "docs" / "integration.md").read_text("utf-8")
+        pieces = re.findall(r"^```c\n(.*?)^```$", guide, re.S | re.M)
+        self.assertEqual(len(pieces), 5)
+        self.assert_builds("\n".join(pieces) + "\nint main(void) { return 0; }\n")
 
 
 if __name__ == "__main__":

@@ -34,8 +34,9 @@ def table():
                      f"after the last time; {loads['threadsBefore']} threads in the process before that, "
                      f"{loads['threadsAfter']} after.")
     for ends in notes.read("ends"):
-        lines.append(f"- {ends['ends']} processes ended in the middle of a storm: {ends['asAsked']} with the host's exit code, "
-                     f"{ends['wineCrashed']} crashed in Wine's sound driver after the host's last words, none hung.")
+        lines.append(f"- {ends['ends']} processes ended in the middle of a storm: {ends['asAsked']} with the host's exit code; "
+                     f"{ends['failed']} ({100 * ends['failed'] / ends['ends']:.1f} %) crashed or got stuck after the host's last "
+                     "words. Where they did is not examined.")
     return "\n".join(lines) + "\n"
 
 

@@ -10,10 +10,10 @@ import subprocess
 from . import module_log, paths, processes, waiting
 
 
-# Wine 8.0 fails in about one of 25 process ends with a stream open, whatever program it is: it kills its
-# sound driver's own thread somewhere inside PulseAudio's library, whose state the driver then leaves by
-# itself. That crashes, fails an assertion or, more seldom, never ends. A bare program without the module
-# does so, too. And where leaving takes longer than half a second, Wine's server kills the process.
+# The end of a process with an open stream fails under Wine 8.0 in some percent of the cases: Wine kills its
+# sound driver's thread, perhaps inside PulseAudio's library, and then lets the driver close the library. This
+# crashes, fails an assertion or never ends. A program without the module fails, too, but nothing here examines
+# where a failure happened. When closing takes longer than half a second, Wine's server kills the process.
 WINE_FAILED = -signal.SIGSEGV
 STUCK_S = 10
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
