@@ -110,10 +110,10 @@ def keep(folder, world, host, ways, report):
     shutil.copy2(host.log.path, folder / "module.log")
     (folder / "report.json").write_text(json.dumps(report, indent=2) + "\n")
     picture.draw(folder / "picture.png", RATE, (
-        ((speaker.reference, f"speaker: sent as {told['framesSent']} aac frames, {told['secondsSent']} s"),
-         (speaker.aligned, f"heard: match {told['matchDb']} db, {told['dropOuts']} drop-outs")),
-        ((microphone.reference, f"microphone: said, {asked['secondsSent']} s"),
-         (microphone.aligned, f"recorded: match {asked['matchDb']} db, {asked['dropOuts']} drop-outs"))))
+        (f"Speaker: match {told['matchDb']} dB, {told['dropOuts']} drop-outs",
+         (speaker.reference, f"sent as {told['framesSent']} AAC units"), (speaker.aligned, "heard at the endpoint")),
+        (f"Microphone: match {asked['matchDb']} dB, {asked['dropOuts']} drop-outs",
+         (microphone.reference, "said into the microphone"), (microphone.aligned, f"recorded in {asked['packets']} AAC units"))))
 
 
 def print_table(told, asked):

@@ -1,82 +1,104 @@
-"""A picture of what was sent above what came out, a column for each direction: waveform and
-spectrogram by FFmpeg's filters."""
+"""Draws what was sent and what came out, a column for each direction: waveforms and spectrograms, by gnuplot."""
+
+import pathlib
+import tempfile
 
 import numpy
 
 from . import processes
-from .recorder import write_wav
 
-# showspectrumpic is fast, and safe, at heights that are powers of two.
-WIDTH, WAVE_HEIGHT, SPECTRUM_HEIGHT, STRIP_HEIGHT, GAP = 720, 110, 256, 26, 8
-_SENT, _HEARD, _INK, _PAPER = "0x4f9dde", "0xf2a33a", (225, 225, 225), (24, 26, 30)
+COLUMNS = 550       # of a waveform or a spectrogram
+WINDOW = 2048       # samples of one spectrum
+TOP_KHZ = 12
+FLOOR_DB = -80      # relative to the loudest value of the reference
+SENT, HEARD = "#2f7fc1", "#e08a1e"
 
-_FILTERS = {
-    "wave": f"aformat=channel_layouts=mono,showwavespic=s={WIDTH}x{WAVE_HEIGHT}:colors={{colour}}:scale=sqrt,format=rgb24",
-    "spectrum": f"aformat=channel_layouts=mono,showspectrumpic=s={WIDTH}x{SPECTRUM_HEIGHT}:legend=0:scale=log"
-                ":drange=80:stop=10000,format=rgb24",
-}
+SCRIPT = """
+set terminal pngcairo size 1400,900 font "DejaVu Sans,10"
+set output "{output}"
+set multiplot layout 4,{columns} columnsfirst margins 0.055,0.925,0.065,0.945 spacing 0.135,0.075
+set tics out nomirror
+set palette defined (0 "#000010", 0.35 "#4b1d91", 0.65 "#c7365f", 0.85 "#f59233", 1 "#fbf6c4")
+set cbrange [{floor}:0]
+set cbtics 20
+set cblabel "level, dB"
+set xrange [0:{seconds}]
+{plots}
+unset multiplot
+"""
 
-# Letters of 5 by 7 dots, a row a number: a bare machine has no font for FFmpeg's text filter.
-_LETTERS = {
-    "A": (14, 17, 17, 31, 17, 17, 17), "B": (30, 17, 17, 30, 17, 17, 30), "C": (14, 17, 16, 16, 16, 17, 14),
-    "D": (30, 17, 17, 17, 17, 17, 30), "E": (31, 16, 16, 30, 16, 16, 31), "F": (31, 16, 16, 30, 16, 16, 16),
-    "G": (14, 17, 16, 23, 17, 17, 14), "H": (17, 17, 17, 31, 17, 17, 17), "I": (14, 4, 4, 4, 4, 4, 14),
-    "K": (17, 18, 20, 24, 20, 18, 17), "L": (16, 16, 16, 16, 16, 16, 31), "M": (17, 27, 21, 21, 17, 17, 17),
-    "N": (17, 25, 21, 19, 17, 17, 17), "O": (14, 17, 17, 17, 17, 17, 14), "P": (30, 17, 17, 30, 16, 16, 16),
-    "Q": (14, 17, 17, 17, 21, 18, 13), "R": (30, 17, 17, 30, 20, 18, 17), "S": (15, 16, 16, 14, 1, 1, 30),
-    "T": (31, 4, 4, 4, 4, 4, 4), "U": (17, 17, 17, 17, 17, 17, 14), "V": (17, 17, 17, 17, 17, 10, 4),
-    "W": (17, 17, 17, 21, 21, 21, 10), "X": (17, 17, 10, 4, 10, 17, 17), "Y": (17, 17, 10, 4, 4, 4, 4),
-    "Z": (31, 1, 2, 4, 8, 16, 31), "0": (14, 17, 19, 21, 25, 17, 14), "1": (4, 12, 4, 4, 4, 4, 14),
-    "2": (14, 17, 1, 2, 4, 8, 31), "3": (30, 1, 1, 14, 1, 1, 30), "4": (2, 6, 10, 18, 31, 2, 2),
-    "5": (31, 16, 30, 1, 1, 17, 14), "6": (14, 16, 16, 30, 17, 17, 14), "7": (31, 1, 2, 4, 8, 8, 8),
-    "8": (14, 17, 17, 14, 17, 17, 14), "9": (14, 17, 17, 15, 1, 1, 14), ".": (0, 0, 0, 0, 0, 12, 12),
-    ",": (0, 0, 0, 0, 12, 4, 8), ":": (0, 12, 12, 0, 12, 12, 0), "-": (0, 0, 0, 31, 0, 0, 0),
-}
+PLOTS = """
+set format x ""
+unset xlabel
+set title "{title}"
+set ylabel "amplitude"
+set yrange [-{peak}:{peak}]
+set key top right
+plot "{sent_wave}" using 1:2:3 with filledcurves fillcolor rgb "{sent_colour}" title "{sent_name}"
+unset title
+plot "{heard_wave}" using 1:2:3 with filledcurves fillcolor rgb "{heard_colour}" title "{heard_name}"
+unset key
+set yrange [0:{top_khz}]
+set ylabel "frequency, kHz"
+set title "{sent_name}" offset 0,-0.7
+plot "{sent_spectrum}" binary matrix with image
+set title "{heard_name}"
+set format x "%g"
+set xlabel "time, s"
+plot "{heard_spectrum}" binary matrix with image
+set title "" offset 0,0
+"""
 
 
 def draw(path, rate, columns):
-    """Writes a PNG. Each column is ((samples, label) of what was sent, the same of what came out)."""
-    parts = []
-    try:
-        for column in columns:
-            for (samples, label), colour in zip(column, (_SENT, _HEARD)):
-                wav = path.with_name(f".{len(parts)}.wav")
-                write_wav(wav, samples, rate)
-                for kind in ("label", "wave", "spectrum"):
-                    parts.append(path.with_name(f".{len(parts)}-{kind}.ppm"))
-                    if kind == "label":
-                        _write_strip(parts[-1], label)
-                    else:
-                        _ffmpeg("-i", wav, "-filter_complex", _FILTERS[kind].format(colour=colour), "-frames:v", "1",
-                                parts[-1])
-                wav.unlink()
-        inputs = [argument for part in parts for argument in ("-i", part)]
-        _ffmpeg(*inputs, "-filter_complex", _stacked(len(parts) // len(columns), len(columns)), "-frames:v", "1", path)
-    finally:
-        for part in parts:
-            part.unlink(missing_ok=True)
+    """Writes a PNG. Each column is (title, (samples, name) of what was sent, the same of what came out)."""
+    seconds = max(len(samples) for _, *pair in columns for samples, _ in pair) / rate
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        plots = []
+        for number, (title, (sent, sent_name), (heard, heard_name)) in enumerate(columns):
+            sent, heard = _mono(sent), _mono(heard)
+            peak = max(numpy.abs(sent).max(), numpy.abs(heard).max(), 1e-6)
+            loudest = _spectrum(sent, rate)[1].max()
+            files = {}
+            for what, samples in (("sent", sent), ("heard", heard)):
+                files[f"{what}_wave"] = _write_wave(folder / f"{number}-{what}.wave", samples, rate)
+                files[f"{what}_spectrum"] = _write_spectrum(folder / f"{number}-{what}.spectrum", samples, rate, loudest)
+            plots.append(PLOTS.format(title=title, sent_name=sent_name, heard_name=heard_name, peak=round(1.1 * peak, 3),
+                                      sent_colour=SENT, heard_colour=HEARD, top_khz=TOP_KHZ, **files))
+        script = folder / "script"
+        script.write_text(SCRIPT.format(output=path, columns=len(columns), seconds=seconds, floor=FLOOR_DB,
+                                        plots="".join(plots)), "utf-8")
+        processes.run(["gnuplot", script], timeout_s=60)
 
 
-def _stacked(rows, columns):
-    """The filter that puts the parts below one another, and their columns side by side."""
-    chains = [f"{''.join(f'[{column * rows + row}]' for row in range(rows))}vstack=inputs={rows},"
-              f"pad=iw+{GAP}:ih:{GAP if column else 0}:0:0x181a1e[c{column}]" for column in range(columns)]
-    return ";".join([*chains, f"{''.join(f'[c{column}]' for column in range(columns))}hstack=inputs={columns}"])
+def _mono(samples):
+    return numpy.asarray(samples, dtype=numpy.float64).reshape(len(samples), -1).mean(axis=1)
 
 
-def _ffmpeg(*arguments):
-    processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *arguments], timeout_s=60)
+def _write_wave(path, samples, rate):
+    """Smallest and largest sample of each column."""
+    parts = [part for part in numpy.array_split(samples, COLUMNS) if len(part)]
+    step = len(samples) / len(parts) / rate
+    numpy.savetxt(path, [(step * column, part.min(), part.max()) for column, part in enumerate(parts)], fmt="%.6f")
+    return path
 
 
-def _write_strip(path, text, scale=2):
-    pixels = numpy.empty((STRIP_HEIGHT, WIDTH, 3), dtype=numpy.uint8)
-    pixels[:] = _PAPER
-    left, top = 8, (STRIP_HEIGHT - 7 * scale) // 2
-    for letter in text.upper():
-        for row, bits in enumerate(_LETTERS.get(letter, (0,) * 7)):
-            for column in range(5):
-                if bits >> (4 - column) & 1:
-                    y, x = top + row * scale, left + column * scale
-                    pixels[y:y + scale, x:x + scale] = _INK
-        left += 6 * scale
-    path.write_bytes(b"P6 %d %d 255\n" % (WIDTH, STRIP_HEIGHT) + pixels.tobytes())
+def _spectrum(samples, rate):
+    """(times, power by time and frequency, frequencies in kHz) up to TOP_KHZ."""
+    starts = numpy.linspace(0, max(0, len(samples) - WINDOW), COLUMNS).astype(int)
+    padded = numpy.pad(samples, (0, max(0, WINDOW - len(samples))))
+    frames = padded[starts[:, None] + numpy.arange(WINDOW)] * numpy.hanning(WINDOW)
+    frequencies = numpy.fft.rfftfreq(WINDOW, 1 / rate) / 1000
+    shown = frequencies <= TOP_KHZ
+    return (starts + WINDOW / 2) / rate, numpy.abs(numpy.fft.rfft(frames, axis=1)[:, shown]) ** 2, frequencies[shown]
+
+
+def _write_spectrum(path, samples, rate, loudest):
+    """A matrix in gnuplot's binary form: the first row has the times, the first column the frequencies."""
+    times, power, frequencies = _spectrum(samples, rate)
+    levels = numpy.maximum(10 * numpy.log10(power.T / max(loudest, 1e-30) + 1e-30), FLOOR_DB)
+    matrix = numpy.empty((len(frequencies) + 1, len(times) + 1), dtype=numpy.float32)
+    matrix[0, 0], matrix[0, 1:], matrix[1:, 0], matrix[1:, 1:] = len(times), times, frequencies, levels
+    matrix.tofile(path)
+    return path
