@@ -127,7 +127,7 @@ int32_t InitDefaultAudioDevice()
 // Keeps the stream type of the last frame in the registry; writes only what has changed.
 void SetStreamType(int32_t streamType)
 {
-    const auto value = static_cast<DWORD>(streamType);
+    auto value = static_cast<DWORD>(streamType); // SetValue takes no constant
     auto stored = static_cast<DWORD>(noStreamType);
     const bool known =
         DE::Registry::GetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, stored, registryAccess);

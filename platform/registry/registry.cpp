@@ -67,7 +67,7 @@ bool Registry::GetValue(HKEY root, const std::wstring &subKey, const std::wstrin
     return true;
 }
 
-bool Registry::SetValue(HKEY root, const std::wstring &subKey, const std::wstring &name, DWORD value,
+bool Registry::SetValue(HKEY root, const std::wstring &subKey, const std::wstring &name, DWORD &value,
                         REGSAM access)
 {
     const auto write = [&](HKEY key) {

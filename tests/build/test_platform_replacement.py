@@ -2,7 +2,6 @@
 
 import os
 import pathlib
-import shutil
 import subprocess
 import tempfile
 import unittest
@@ -23,10 +22,24 @@ REGISTRY = """
 static const volatile char mark[] = "registry of another platform";
 namespace DE {
 bool Registry::GetValue(HKEY, const std::wstring &, const std::wstring &, DWORD &, REGSAM) { return mark[0] == 0; }
-bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, DWORD, REGSAM) { return mark[0] != 0; }
+template <typename T>
+bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, T &, REGSAM) { return mark[0] != 0; }
+template bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, DWORD &, REGSAM);
 }
 """
-CODEC_HEADERS = ["aac_encoder", "audio_frame", "audio_utils", "av_encode_packet", "encode_param"]
+# A platform's own header: the value goes by reference, and only a DWORD that is no constant can be written.
+REGISTRY_HEADER = """
+#include <windows.h>
+#include <string>
+namespace DE {
+struct Registry {
+    static bool GetValue(HKEY, const std::wstring &, const std::wstring &, DWORD &value, REGSAM);
+    template <typename T>
+    static bool SetValue(HKEY, const std::wstring &, const std::wstring &, T &value, REGSAM);
+};
+}
+"""
+CODEC_HEADERS = dict.fromkeys(["aac_encoder", "audio_frame", "audio_utils", "av_encode_packet", "encode_param"])
 CODEC = """
 #include "codec/aac_encoder.h"
 #include "codec/audio_utils.h"
@@ -57,12 +70,16 @@ def run(*command):
 
 
 def make_library(root, name, headers, source):
-    """A folder as a host platform would hand it over: include/<name>/<headers>, lib/."""
+    """A folder as a host platform would hand it over: include/<name>/, lib/.
+
+    Headers without a text are copies of ours."""
     folder = root / f"platform-{name}"
     (folder / "include" / name).mkdir(parents=True)
     (folder / "lib").mkdir()
-    for header in headers:
-        shutil.copy(places.REPOSITORY / "platform" / name / f"{header}.h", folder / "include" / name)
+    for header, text in headers.items():
+        if text is None:
+            text = (places.REPOSITORY / "platform" / name / f"{header}.h").read_text()
+        (folder / "include" / name / f"{header}.h").write_text(text)
     (root / f"{name}.cpp").write_text(source)
     run("x86_64-w64-mingw32-g++-posix", "-std=c++20", "-DUNICODE", "-I", folder / "include",
         "-c", root / f"{name}.cpp", "-o", root / f"{name}.o")
@@ -82,8 +99,8 @@ class PlatformReplacement(unittest.TestCase):
             f"-DVELTO_FFMPEG_ROOT={os.environ['VELTO_FFMPEG_ROOT']}", "-DBUILD_TESTING=OFF", *options)
 
     def test_all_replacements_are_linked_and_ours_are_not(self):
-        logging = make_library(self.root, "logging", ["logger"], LOGGING)
-        registry = make_library(self.root, "registry", ["registry"], REGISTRY)
+        logging = make_library(self.root, "logging", {"logger": None}, LOGGING)
+        registry = make_library(self.root, "registry", {"registry": REGISTRY_HEADER}, REGISTRY)
         codec = make_library(self.root, "codec", CODEC_HEADERS, CODEC)
         self.configure(f"-DVELTO_PLATFORM_LOGGING={logging}", f"-DVELTO_PLATFORM_REGISTRY={registry}",
                        f"-DVELTO_PLATFORM_CODEC={codec}")

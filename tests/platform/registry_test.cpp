@@ -19,9 +19,10 @@ protected:
     {
         return Registry::GetValue(HKEY_CURRENT_USER, L"\\" + key, L"StreamType", value, allAccess);
     }
-    bool Set(DWORD value) const
+    bool Set(DWORD value) const { return SetAt(L"\\" + key, value); }
+    static bool SetAt(const std::wstring &path, DWORD value)
     {
-        return Registry::SetValue(HKEY_CURRENT_USER, L"\\" + key, L"StreamType", value, allAccess);
+        return Registry::SetValue(HKEY_CURRENT_USER, path, L"StreamType", value, allAccess);
     }
     // As another program sees it.
     DWORD Stored() const
@@ -57,9 +58,9 @@ TEST_F(SystemRegistry, WritesAndReadsBehindALeadingBackslash)
 
 TEST_F(SystemRegistry, SeveralOrNoBackslashesNameTheSameKey)
 {
-    EXPECT_TRUE(Registry::SetValue(HKEY_CURRENT_USER, L"\\\\" + key, L"StreamType", 5, allAccess));
+    EXPECT_TRUE(SetAt(L"\\\\" + key, 5));
     EXPECT_EQ(Stored(), 5U);
-    EXPECT_TRUE(Registry::SetValue(HKEY_CURRENT_USER, key, L"StreamType", 6, allAccess));
+    EXPECT_TRUE(SetAt(key, 6));
     EXPECT_EQ(Stored(), 6U);
 }
 

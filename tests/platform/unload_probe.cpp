@@ -9,5 +9,6 @@ extern "C" __declspec(dllexport) void UsePlatform(const wchar_t *key)
     message << L"from a module that will be unloaded";
     logger.Log(LOG_LEVEL_INFO, message);
     NrLogger::GetInstance().Log(LOG_LEVEL_INFO, message);
-    DE::Registry::SetValue(HKEY_CURRENT_USER, key, L"Probe", 1, 0xF003F);
+    DWORD value = 1;
+    DE::Registry::SetValue(HKEY_CURRENT_USER, key, L"Probe", value, 0xF003F);
 }
