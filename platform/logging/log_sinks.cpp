@@ -12,10 +12,6 @@
 namespace logging {
 namespace {
 
-// After a failure the file is left alone for a while: an attempt on a network drive that has
-// gone can take seconds, and lines may come from the thread that plays.
-constexpr std::chrono::seconds retryAfter{10};
-
 spdlog::level::level_enum ToSpdlogLevel(LOG_MESSAGE_LEVEL level)
 {
     switch (level) {
@@ -46,10 +42,10 @@ void ShowInDebugger(std::string_view) {}
 
 } // namespace
 
-LogSinks::LogSinks(const LogSettings &settings)
+LogSinks::LogSinks(const LogSettings &settings, RotatingFile::Clock now)
     : m_lowestLevel(settings.lowestLevel),
       m_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%d %H:%M:%S.%e [%t] [%l] [%n] %v")),
-      m_file(settings.file, settings.maxFileBytes, settings.oldFiles, retryAfter)
+      m_file(settings.file, settings.maxFileBytes, settings.oldFiles, settings.retryAfter, now)
 {
 }
 

@@ -17,7 +17,7 @@ namespace logging {
 // One thread at a time.
 class LogSinks {
 public:
-    explicit LogSinks(const LogSettings &settings);
+    explicit LogSinks(const LogSettings &settings, RotatingFile::Clock now = std::chrono::steady_clock::now);
     ~LogSinks();
     LogSinks(const LogSinks &) = delete;
     LogSinks &operator=(const LogSinks &) = delete;

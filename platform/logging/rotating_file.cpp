@@ -6,14 +6,18 @@
 namespace logging {
 
 RotatingFile::RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, int oldFiles,
-                           std::chrono::milliseconds retryAfter)
-    : m_path(std::move(path)), m_maxBytes(maxBytes), m_oldFiles(oldFiles), m_retryAfter(retryAfter)
+                           std::chrono::milliseconds retryAfter, Clock now)
+    : m_path(std::move(path)),
+      m_maxBytes(maxBytes),
+      m_oldFiles(oldFiles),
+      m_retryAfter(retryAfter),
+      m_clock(now)
 {
 }
 
 bool RotatingFile::Append(std::string_view line)
 {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = m_clock();
     if (m_path.empty() || now < m_notBefore) {
         return false;
     }

@@ -18,10 +18,12 @@ namespace logging {
 // One thread at a time. Nothing is opened before the first line.
 class RotatingFile {
 public:
+    using Clock = std::chrono::steady_clock::time_point (*)();
+
     // An empty path means no file: every Append fails. After a failure, appending is not tried
-    // again before `retryAfter` has passed.
+    // again before `retryAfter` has passed by `now`.
     RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, int oldFiles,
-                 std::chrono::milliseconds retryAfter);
+                 std::chrono::milliseconds retryAfter, Clock now = std::chrono::steady_clock::now);
 
     // Appends a line, which is handed to the system at once. False when it could not be written.
     bool Append(std::string_view line);
@@ -38,6 +40,7 @@ private:
     const std::uint64_t m_maxBytes;
     const int m_oldFiles;
     const std::chrono::milliseconds m_retryAfter;
+    const Clock m_clock;
     AppendFile m_file;
     std::chrono::steady_clock::time_point m_notBefore{};
 };

@@ -80,6 +80,17 @@ TEST(LogSettings, WithoutANameTheFileIsInTheUsersLocalData)
 #endif
 }
 
+TEST(LogSettings, DefaultsAreAllLevelsFiveMebibytesTwoOldFilesAndTenSeconds)
+{
+    const ScopedEnvironment level("VELTO_LOG_LEVEL", {});
+    const LogSettings settings = ReadLogSettings();
+    EXPECT_EQ(settings.lowestLevel, 1);
+    EXPECT_FALSE(settings.levelIsInvalid);
+    EXPECT_EQ(settings.maxFileBytes, 5242880U);
+    EXPECT_EQ(settings.oldFiles, 2);
+    EXPECT_EQ(settings.retryAfter, std::chrono::seconds{10});
+}
+
 TEST(LogSettings, WithoutAUserThereIsNoFile)
 {
     const ScopedEnvironment file("VELTO_LOG_FILE", {});

@@ -1,7 +1,10 @@
 #include "logging/log_sinks.h"
 
+#include <fstream>
+
 #include <gtest/gtest.h>
 
+#include "tests/platform/fake_clock.h"
 #include "tests/platform/test_folder.h"
 
 namespace fs = std::filesystem;
@@ -76,6 +79,62 @@ TEST(LogSinks, ALogThatCannotBeOpenedIsHarmless)
     });
     LogSinks without{SettingsFor({})};
     EXPECT_NO_THROW(without.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go"));
+}
+
+TEST(LogSinks, LeavesAFailedFileAloneForTenSeconds)
+{
+    const fs::path path = FreshPath("pause.log");
+    fs::create_directories(path); // a folder has the file's name
+    LogSinks sinks(SettingsFor(path), FakeClock::Now);
+    sinks.Write(LOG_LEVEL_ERROR, "NR", "before");
+    fs::remove(path);
+    FakeClock::Advance(std::chrono::milliseconds{9999});
+    sinks.Write(LOG_LEVEL_ERROR, "NR", "too early");
+    EXPECT_FALSE(fs::exists(path));
+    FakeClock::Advance(std::chrono::milliseconds{1});
+    sinks.Write(LOG_LEVEL_ERROR, "NR", "in time");
+    EXPECT_EQ(CountLinesWith(path, ""), 1);
+    EXPECT_EQ(CountLinesWith(path, "in time"), 1);
+}
+
+void MakeFileOf(const fs::path &path, std::uint64_t bytes)
+{
+    std::ofstream{path};
+    fs::resize_file(path, bytes);
+}
+
+TEST(LogSinks, RotatesALineThatWouldExceedFiveMebibytes)
+{
+    const fs::path measured = FreshPath("measured.log");
+    LogSinks(SettingsFor(measured)).Write(LOG_LEVEL_INFO, "NR", "the line");
+    const std::uint64_t lineBytes = fs::file_size(measured);
+    constexpr std::uint64_t bound = 5242880;
+
+    const fs::path path = FreshPath("bound.log");
+    MakeFileOf(path, bound - lineBytes);
+    LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "the line");
+    EXPECT_EQ(fs::file_size(path), bound);
+    EXPECT_FALSE(fs::exists(OldPath(path, 1)));
+
+    MakeFileOf(path, bound - lineBytes + 1);
+    LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "the line");
+    EXPECT_EQ(fs::file_size(path), lineBytes);
+    EXPECT_EQ(fs::file_size(OldPath(path, 1)), bound - lineBytes + 1);
+}
+
+TEST(LogSinks, KeepsTwoOldFiles)
+{
+    const fs::path path = FreshPath("generations.log");
+    LogSinks sinks(SettingsFor(path));
+    for (const char *message : {"first", "second", "third", "fourth"}) {
+        sinks.Write(LOG_LEVEL_INFO, "NR", message);
+        fs::resize_file(path, 5242880); // full
+    }
+    sinks.Write(LOG_LEVEL_INFO, "NR", "fifth");
+    EXPECT_EQ(CountLinesWith(path, "fifth"), 1);
+    EXPECT_EQ(CountLinesWith(OldPath(path, 1), "fourth"), 1);
+    EXPECT_EQ(CountLinesWith(OldPath(path, 2), "third"), 1);
+    EXPECT_FALSE(fs::exists(OldPath(path, 3)));
 }
 
 #ifndef _WIN32

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <set>
 #include <thread>
 
@@ -156,6 +158,30 @@ TEST(LoggerDeathTest, AnInvalidLevelIsToldAndEverythingIsLogged)
     GTEST_FLAG_SET(death_test_style, style);
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Logging] VELTO_LOG_LEVEL is none of"), 1);
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[trace] [Loud] all of it"), 1);
+}
+
+TEST(LoggerDeathTest, RotatesItsFileAtFiveMebibytes)
+{
+    const std::string style = GTEST_FLAG_GET(death_test_style);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                  // a process that has not logged yet
+    const std::filesystem::path path = TestFolder() / "running.log"; // one name in both processes
+    EXPECT_EXIT(
+        {
+            std::ofstream{path};
+            std::filesystem::resize_file(path, 5242880 - 1000);
+            SetEnvironment("VELTO_LOG_FILE", path);
+            Logger logger("Running");
+            logger.Log(LOG_LEVEL_INFO, Text(L"room for this"));
+            std::filesystem::resize_file(path, 5242880 - 1);
+            logger.Log(LOG_LEVEL_INFO, Text(L"no room for this"));
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+    GTEST_FLAG_SET(death_test_style, style);
+    EXPECT_EQ(std::filesystem::file_size(OldPath(path, 1)), 5242880U - 1);
+    EXPECT_EQ(CountLinesWith(OldPath(path, 1), "[Running] room for this"), 1);
+    EXPECT_EQ(CountLinesWith(path, ""), 1);
+    EXPECT_EQ(CountLinesWith(path, "[Running] no room for this"), 1);
 }
 
 TEST(LoggerDeathTest, LinesAfterStaticDestructionAreStillWritten)

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/platform/fake_clock.h"
 #include "tests/platform/test_folder.h"
 
 #ifdef _WIN32
@@ -26,13 +27,6 @@ std::string Line(int number)
 {
     std::string digits = std::to_string(number);
     return "line " + std::string(5 - digits.size(), '0') + digits + "\n"; // 11 bytes
-}
-
-fs::path Old(const fs::path &path, int age)
-{
-    fs::path old = path;
-    old.replace_filename(path.stem().string() + "." + std::to_string(age) + path.extension().string());
-    return old;
 }
 
 TEST(RotatingFile, MakesItsFoldersAtTheFirstLineAndNotBefore)
@@ -61,10 +55,10 @@ TEST(RotatingFile, KeepsTheNewestLinesWithinTheBound)
         ASSERT_LE(fs::file_size(path), 55U);
     }
     EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00100", "line 00101", "line 00102"}));
-    EXPECT_EQ(ReadLines(Old(path, 1)).front(), "line 00095");
-    EXPECT_EQ(ReadLines(Old(path, 1)).back(), "line 00099");
-    EXPECT_EQ(ReadLines(Old(path, 2)).front(), "line 00090");
-    EXPECT_FALSE(fs::exists(Old(path, 3)));
+    EXPECT_EQ(ReadLines(OldPath(path, 1)).front(), "line 00095");
+    EXPECT_EQ(ReadLines(OldPath(path, 1)).back(), "line 00099");
+    EXPECT_EQ(ReadLines(OldPath(path, 2)).front(), "line 00090");
+    EXPECT_FALSE(fs::exists(OldPath(path, 3)));
 }
 
 // Handles, of which files are some.
@@ -98,7 +92,7 @@ TEST(RotatingFile, WithoutOldFilesTheFullFileIsEmptied)
         ASSERT_TRUE(file.Append(Line(number)));
     }
     EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00004"});
-    EXPECT_FALSE(fs::exists(Old(path, 1)));
+    EXPECT_FALSE(fs::exists(OldPath(path, 1)));
 }
 
 TEST(RotatingFile, TwoWritersOfOneFileRotateItOnceEachTimeAndTearNoLine)
@@ -111,11 +105,11 @@ TEST(RotatingFile, TwoWritersOfOneFileRotateItOnceEachTimeAndTearNoLine)
     }
     std::set<std::string> seen;
     for (int age = 0; age <= 9; ++age) {
-        const std::vector<std::string> lines = ReadLines(age == 0 ? path : Old(path, age));
+        const std::vector<std::string> lines = ReadLines(age == 0 ? path : OldPath(path, age));
         EXPECT_EQ(lines.size(), 10U) << "generation " << age;
         seen.insert(lines.begin(), lines.end());
     }
-    EXPECT_FALSE(fs::exists(Old(path, 10)));
+    EXPECT_FALSE(fs::exists(OldPath(path, 10)));
     ASSERT_EQ(seen.size(), 100U);
     EXPECT_EQ(*seen.begin(), "line 00000");
     EXPECT_EQ(*seen.rbegin(), "line 00099");
@@ -140,7 +134,7 @@ TEST(RotatingFile, WritersInSeveralThreadsKeepTheirLinesWhole)
     }
     int lines = 0;
     for (int age = 0; age <= 3; ++age) {
-        const fs::path generation = age == 0 ? path : Old(path, age);
+        const fs::path generation = age == 0 ? path : OldPath(path, age);
         for (const std::string &line : ReadLines(generation)) {
             EXPECT_EQ(line.size(), 10U) << line;
             EXPECT_EQ(line.substr(0, 5), "line ") << line;
@@ -187,22 +181,19 @@ TEST(RotatingFile, AParentThatIsAFileFailsWithoutThrowing)
     EXPECT_NO_THROW(EXPECT_FALSE(file.Append(Line(1))));
 }
 
-TEST(RotatingFile, AfterAFailureThereIsAPause)
+TEST(RotatingFile, LeavesAFailedFileAloneForThePause)
 {
     const fs::path path = FreshPath("pause.log");
     fs::create_directories(path);
-    constexpr milliseconds pause{300};
-    RotatingFile file(path, 1000, 2, pause);
-    const auto failed = std::chrono::steady_clock::now();
+    RotatingFile file(path, 1000, 2, milliseconds{300}, FakeClock::Now);
     EXPECT_FALSE(file.Append(Line(1)));
     fs::remove(path);
-    if (!file.Append(Line(2))) { // unless this thread was held up for the length of the pause
-        EXPECT_FALSE(fs::exists(path));
-    } else {
-        EXPECT_GE(std::chrono::steady_clock::now() - failed, pause);
-    }
-    std::this_thread::sleep_for(pause);
+    FakeClock::Advance(milliseconds{299});
+    EXPECT_FALSE(file.Append(Line(2)));
+    EXPECT_FALSE(fs::exists(path));
+    FakeClock::Advance(milliseconds{1});
     EXPECT_TRUE(file.Append(Line(3)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00003"});
 }
 
 #ifdef _WIN32
@@ -220,12 +211,12 @@ TEST(RotatingFile, AFileThatAForeignProgramHoldsIsEmptiedInsteadOfRenamed)
         ASSERT_LE(fs::file_size(path), 55U);
     }
     EXPECT_EQ(ReadLines(path).back(), "line 00029");
-    EXPECT_FALSE(fs::exists(Old(path, 1)));
+    EXPECT_FALSE(fs::exists(OldPath(path, 1)));
     CloseHandle(viewer);
     for (int number = 30; number < 36; ++number) {
         ASSERT_TRUE(file.Append(Line(number)));
     }
-    EXPECT_EQ(ReadLines(Old(path, 1)).back(), "line 00034") << "renamed again once nobody holds it";
+    EXPECT_EQ(ReadLines(OldPath(path, 1)).back(), "line 00034") << "renamed again once nobody holds it";
 }
 #endif
 

@@ -63,6 +63,13 @@ fs::path FreshPath(const std::string &name)
     return TestFolder() / (std::to_string(++count) + "-" + name);
 }
 
+fs::path OldPath(const fs::path &path, int age)
+{
+    fs::path old = path;
+    old.replace_filename(path.stem().string() + "." + std::to_string(age) + path.extension().string());
+    return old;
+}
+
 std::vector<std::string> ReadLines(const fs::path &path)
 {
     std::ifstream file(path, std::ios::binary);

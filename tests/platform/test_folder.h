@@ -15,6 +15,9 @@ std::filesystem::path SharedLogFile();
 // A path in the test folder that no other test uses.
 std::filesystem::path FreshPath(const std::string &name);
 
+// The name that a log file has after it was rotated out `age` times.
+std::filesystem::path OldPath(const std::filesystem::path &path, int age);
+
 // The lines of a file, without their ends; none when the file cannot be read.
 std::vector<std::string> ReadLines(const std::filesystem::path &path);
 
