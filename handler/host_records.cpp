@@ -30,7 +30,7 @@ constexpr std::array<Device, 4> devices{{
     {VELTO_ID_MIC, VELTO_DEVICE_TYPE_MIC},
 }};
 
-// Zeroed, from the C runtime's heap, from which hosts' blocks are freed.
+// Zeroed, from the C runtime's heap, where VeltoRelease frees it.
 template <typename Record>
 Record *Allocate(size_t count = 1)
 {
@@ -107,7 +107,8 @@ int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
     }
     for (size_t i = 0; i < devices.size(); ++i) {
         if (GetAudioCapabilityItem(devices[i].id, devices[i].type, items[i]) != VELTO_OK) {
-            FreeCapabilities(items, *count);
+            // Not *count items: the host's threads may have changed it meanwhile.
+            FreeCapabilities(items, static_cast<uint32_t>(devices.size()));
             return VELTO_ERROR_NULL_POINTER;
         }
     }
@@ -126,7 +127,7 @@ int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabil
         free(name);
         return VELTO_ERROR_NULL_POINTER;
     }
-    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the length goes along
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): nameLength is the contract, not a terminator
     std::memcpy(name, id, length);
     item.name = name;
     item.nameLength = static_cast<uint32_t>(length);

@@ -12,8 +12,8 @@ int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count);
 void VeltoRelease(uint32_t type, void *block, uint32_t count);
 
 // Fills one item: a 64-byte name buffer, one profile, one codec. VELTO_OK, VELTO_ERROR_INVALID for
-// a null id, VELTO_ERROR_NULL_POINTER for an id above 64 bytes or without memory; what was stored
-// by then is freed with the list.
+// a null id, VELTO_ERROR_NULL_POINTER for an id above 64 bytes or without memory; blocks stored by
+// then stay in the item and are freed with the list.
 int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabilityItem &item);
 
 // What a parameter list asks for.

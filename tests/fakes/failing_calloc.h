@@ -2,15 +2,17 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 
 namespace fakes {
 
 void *Calloc(std::size_t count, std::size_t bytes);
 
-// While one exists, the nth call of Calloc from its making gives null.
+// While one exists, the nth call of Calloc from its construction on returns null, after running
+// `before` on the calling thread.
 class FailingCalloc {
 public:
-    explicit FailingCalloc(int nth);
+    explicit FailingCalloc(int nth, std::function<void()> before = nullptr);
     ~FailingCalloc();
     FailingCalloc(const FailingCalloc &) = delete;
     FailingCalloc &operator=(const FailingCalloc &) = delete;

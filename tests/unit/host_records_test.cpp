@@ -98,6 +98,24 @@ TEST_F(HostRecords, WithoutMemoryForAnyBlockOfAnItemTheCountIsStillFour)
     }
 }
 
+// Too few items leave a leak, which the sanitizer build reports; too many end the process.
+TEST_F(HostRecords, FreesItsOwnFourItemsWhenAnotherThreadChangesListAndCountMeanwhile)
+{
+    for (int block = 2; block <= 1 + 4 * 3; ++block) {
+        for (const uint32_t otherCount : {0u, 4294967295u}) {
+            AudioCapabilityItem *list = nullptr;
+            uint32_t count = 0;
+            const fakes::FailingCalloc noMemory(block, [&] {
+                list = nullptr;
+                count = otherCount;
+            });
+            EXPECT_EQ(VeltoGetAudioCapability(&list, &count), -3) << "block " << block;
+            EXPECT_EQ(list, nullptr) << "stored once, before the items are filled";
+            EXPECT_EQ(count, otherCount);
+        }
+    }
+}
+
 TEST_F(HostRecords, ItemWithoutAnIdIsRefusedAndLogged)
 {
     AudioCapabilityItem item{};
