@@ -24,8 +24,21 @@ int32_t NoOperation()
     return VELTO_OK;
 }
 
-// A table function as the host calls it: what fails inside, out of memory or of threads, becomes
-// a log line and a status code instead of an exception in a C caller.
+// Called by a handler: logs the exception that it handles.
+void LogFailedCall() noexcept
+{
+    constexpr char tag[] = "`anonymous-namespace'::Guarded";
+    try {
+        throw;
+    } catch (const std::exception &failure) {
+        LogError(tag, "call failed: ", failure.what());
+    } catch (...) {
+        LogError(tag, "call failed: unknown exception");
+    }
+}
+
+// A table function as the host calls it. An exception, out of memory or of threads or thrown by the
+// host's listener, becomes a log line and a status code: the caller may be C.
 template <auto function>
 struct Guarded;
 
@@ -35,8 +48,8 @@ struct Guarded<function> {
     {
         try {
             return function(arguments...);
-        } catch (const std::exception &failure) {
-            LogError("`anonymous-namespace'::Guarded", "call failed: ", failure.what());
+        } catch (...) {
+            LogFailedCall();
             return VELTO_ERROR_INVALID;
         }
     }
@@ -48,8 +61,8 @@ struct Guarded<function> {
     {
         try {
             function(arguments...);
-        } catch (const std::exception &failure) {
-            LogError("`anonymous-namespace'::Guarded", "call failed: ", failure.what());
+        } catch (...) {
+            LogFailedCall();
         }
     }
 };

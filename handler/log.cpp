@@ -18,7 +18,9 @@ void WriteToChannel(LOG_MESSAGE_LEVEL level, const std::wstringstream &stream)
 void WriteToSingleton(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &stream)
 {
     stream << L"(" << tag << L")";
-    NrLogger::GetInstance().Log(level, stream);
+    if (stream.good()) {
+        NrLogger::GetInstance().Log(level, stream);
+    }
 }
 
 void WriteToBoth(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &stream)

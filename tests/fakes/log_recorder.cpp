@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace fakes {
 namespace {
@@ -52,6 +53,7 @@ std::string Narrow(const std::wstring &text)
 
 void ToChannel(const std::string &channel, int level, const std::wstring &text)
 {
+    LogEntry line{level, text, "?", true}; // first: without memory the line leaves no entry
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     state.channels.push_back(channel);
@@ -59,7 +61,7 @@ void ToChannel(const std::string &channel, int level, const std::wstring &text)
     if (!half.tag.empty()) {
         state.entries.push_back(half);
     }
-    half = {level, text, "?", true};
+    half = std::move(line);
 }
 
 void ToSingleton(int level, const std::wstring &text)

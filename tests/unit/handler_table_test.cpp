@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
+#include <stdexcept>
 #include <string>
 
+#include "failing_throwing_new.h"
 #include "handler/listener.h"
 #include "handler/speaker_track.h"
 #include "log_lines.h"
@@ -14,6 +17,8 @@ extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 namespace {
 
 using namespace velto_test;
+
+constexpr char guardTag[] = "`anonymous-namespace'::Guarded";
 
 class HandlerTable : public ::testing::Test {
 protected:
@@ -66,6 +71,47 @@ TEST_F(HandlerTable, GarbageIsOverwrittenInAllElevenSlots)
         EXPECT_NE(slot, nullptr);
     }
     EXPECT_EQ(slots[1], slots[10]) << "both reserved slots hold the very same function";
+}
+
+TEST_F(HandlerTable, AnExceptionOfAnyTypeBecomesAStatusCodeAndALine)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    const AudioListener throwsAnInteger{[](const char *, uint32_t, int32_t) { throw 42; }, nullptr};
+    ASSERT_EQ(table.RegisterListener(&throwsAnInteger), 0);
+    EXPECT_EQ(table.CloseAudioTrack("mic1", 4), -2000);
+    ExpectLine(LOG_LEVEL_ERROR, L"call failed: unknown exception", guardTag);
+    const AudioListener throwsAnException{
+        [](const char *, uint32_t, int32_t) { throw std::runtime_error("out of order"); }, nullptr};
+    ASSERT_EQ(table.RegisterListener(&throwsAnException), 0);
+    EXPECT_EQ(table.CloseAudioTrack("mic1", 4), -2000);
+    ExpectLine(LOG_LEVEL_ERROR, L"call failed: out of order", guardTag);
+}
+
+// Fails an allocation of what comes after the exception: logging it, in the table's handler.
+std::optional<FailingThrowingNew> noMemory;
+int failingAllocation = 0;
+
+void ThrowAndRunOutOfMemory(const char *, uint32_t, int32_t)
+{
+    noMemory.emplace(failingAllocation);
+    throw 42;
+}
+
+TEST_F(HandlerTable, ACallThatFailsReturnsAlthoughItsLineFindsNoMemory)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    const AudioListener listener{ThrowAndRunOutOfMemory, nullptr};
+    ASSERT_EQ(table.RegisterListener(&listener), 0);
+    bool hasFailed = true;
+    for (failingAllocation = 1; hasFailed; ++failingAllocation) {
+        EXPECT_EQ(table.CloseAudioTrack("mic1", 4), -2000);
+        ASSERT_TRUE(noMemory.has_value());
+        hasFailed = noMemory->HasFailed();
+        noMemory.reset();
+    }
+    EXPECT_GT(failingAllocation, 2);
 }
 
 TEST_F(HandlerTable, TheReservedSlotsReturnZeroForAnyArguments)

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "failing_throwing_new.h"
 #include "log_lines.h"
 
 namespace {
@@ -65,6 +66,49 @@ TEST_F(LogSite, ManyThreadsKeepTheirLinesWhole)
                        "tag");
         }
     }
+}
+
+// Every allocation of `log` fails in turn. What was logged is `whole`, or the part of it that only the
+// channel received, or nothing.
+template <typename Log>
+void ExpectWholeLinesOrNone(Log log, const fakes::LogEntry &whole)
+{
+    int failures = 0;
+    for (bool hasFailed = true; hasFailed; failures += hasFailed ? 1 : 0) {
+        Recorded().Clear();
+        {
+            const FailingThrowingNew noMemory(failures + 1);
+            EXPECT_NO_THROW(log());
+            hasFailed = noMemory.HasFailed();
+        }
+        for (const fakes::LogEntry &entry : Recorded().Entries()) {
+            EXPECT_EQ(entry.text, whole.text) << "allocation " << failures + 1;
+            EXPECT_TRUE(entry.tag == whole.tag || entry.tag == "?") << entry.tag;
+        }
+    }
+    EXPECT_GT(failures, 1);
+    EXPECT_EQ(Recorded().Entries(), std::vector<fakes::LogEntry>{whole}) << "with memory";
+}
+
+TEST_F(LogSite, WithoutMemoryALineIsWholeOrLostAndNothingIsThrown)
+{
+    const std::string tag = "velto::FFmpegDecode::DecoderAudioFrame";
+    const std::wstring text = L"AUDIO decode error:-22";
+    ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "AUDIO decode error:", -22); },
+                           {4, text, tag, true});
+    ExpectWholeLinesOrNone([&] { velto::LogInfo(tag.c_str(), "AUDIO decode error:", -22); },
+                           {3, text, tag, true});
+    ExpectWholeLinesOrNone([&] { velto::LogInfoToSingleton(tag.c_str(), "AUDIO decode error:", -22); },
+                           {3, text, tag, false});
+    ExpectWholeLinesOrNone([] { velto::LogErrorToChannel("AUDIO decode error:", -22); },
+                           {4, text, "?", true});
+}
+
+TEST_F(LogSite, ALineWhoseTagFindsNoMemoryIsLost)
+{
+    // The tag alone outgrows what the stream has room for.
+    const std::string tag(2000, 't');
+    ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "message"); }, {4, L"message", tag, true});
 }
 
 TEST_F(LogSite, ThereIsOneChannelLogger)
