@@ -73,6 +73,46 @@ TEST_F(HandlerTable, GarbageIsOverwrittenInAllElevenSlots)
     EXPECT_EQ(slots[1], slots[10]) << "both reserved slots hold the very same function";
 }
 
+// Calls slot `index` as a host without this header would, with arguments that every function refuses.
+// Returns the tag of the line that this logs.
+std::string TagOfSlot(const AudioHandlerTable &table, size_t index)
+{
+    using AnyFunction = int32_t (*)(void *, void *, void *, void *, void *);
+    AnyFunction slots[11];
+    static_assert(sizeof slots == sizeof table);
+    std::memcpy(slots, &table, sizeof table);
+    Recorded().Clear();
+    slots[index](nullptr, nullptr, nullptr, nullptr, nullptr);
+    const auto entries = Recorded().Entries();
+    return entries.empty() ? "" : entries.back().tag;
+}
+
+TEST_F(HandlerTable, EachSlotHoldsItsOwnFunction)
+{
+    AudioHandlerTable table;
+    ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
+    velto::DeviceState = velto::DEVICE_READY; // so that the write starts nothing
+    const char *functions[11] = {
+        "VeltoGetAudioCapability",
+        "",
+        "VeltoSetAudioParameter",
+        "VeltoWriteStreamBuffer",
+        "VeltoCloseAudioTrack",
+        "VeltoOpenAudioRecord",
+        "VeltoReadStreamBuffer",
+        "VeltoCloseAudioRecord",
+        "VeltoRelease",
+        "VeltoRegisterListener",
+        "",
+    };
+    for (size_t slot = 0; slot < 11; ++slot) {
+        const std::string function = functions[slot];
+        const std::string expected = function.empty() ? "" : "`anonymous-namespace'::" + function;
+        EXPECT_EQ(TagOfSlot(table, slot), expected) << "slot " << slot;
+    }
+    velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
+}
+
 TEST_F(HandlerTable, AnExceptionOfAnyTypeBecomesAStatusCodeAndALine)
 {
     AudioHandlerTable table;
