@@ -137,11 +137,11 @@ void FFmpegDecode::DecoderAudioFrame(StreamFrame *data)
 
 bool FFmpegDecode::PostDecodedFrame()
 {
-    if (ResampleFrame() != 0) {
-        return false;
-    }
     if (decoderFrame == nullptr) {
         LogError(decodeTag, "frame is null");
+        return false;
+    }
+    if (ResampleFrame() != 0) {
         return false;
     }
     for (int32_t i = 0; i < channels; ++i) {

@@ -271,6 +271,14 @@ TEST_F(Decoder, AFrameWithoutASecondPlaneIsDroppedWithALine)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
+TEST_F(Decoder, AMissingFrameIsLoggedBeforeItIsUsed)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    av_frame_free(&members.Frame());
+    EXPECT_FALSE(members.PostDecodedFrame());
+    ExpectLine(LOG_LEVEL_ERROR, L"frame is null", decodeTag);
+}
+
 TEST_F(Decoder, AMonoStreamPlaysOnTheLeftChannelAtLeast)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
