@@ -33,7 +33,12 @@ AudioPlayThread::~AudioPlayThread()
 bool AudioPlayThread::StartPlayThread()
 {
     moduleReference.HoldModuleOf(reinterpret_cast<const void *>(&AudioPlayThread::ThreadFun));
-    workThread = std::thread(&AudioPlayThread::ThreadFun, this);
+    try {
+        workThread = std::thread(&AudioPlayThread::ThreadFun, this);
+    } catch (...) {
+        moduleReference.Drop(); // no thread: nothing would ever drop it
+        throw;
+    }
     return true;
 }
 

@@ -33,8 +33,9 @@ public:
     AudioPlayThread(const AudioPlayThread &) = delete;
     AudioPlayThread &operator=(const AudioPlayThread &) = delete;
 
-    // Starts the play thread; always true. The caller has set isRunning to 1 and found
-    // threadStarted false: starting twice ends the process, as assigning to a joinable thread does.
+    // Starts the play thread; always true. Throws std::system_error or std::bad_alloc when there can
+    // be no thread. The caller has set isRunning to 1 and found threadStarted false: starting twice
+    // ends the process, as assigning to a joinable thread does.
     bool StartPlayThread();
     // Ends the play thread, which closes the renderer, and waits for it. What is queued stays.
     void StopPlayThread();

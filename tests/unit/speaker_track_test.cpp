@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "aac_frames.h"
+#include "failing_throwing_new.h"
 #include "handler/listener.h"
 #include "log_lines.h"
 #include "tests/fakes/fake_ffmpeg.h"
@@ -439,14 +440,43 @@ TEST_F(SpeakerTrack, TheModuleStaysReferencedWhileAnyOfItsThreadsRuns)
     EXPECT_EQ(fakewin::Count(Call::FreeLibraryAndExitThread), 1) << "the watchdog leaves through the loader";
 }
 
-TEST_F(SpeakerTrack, AWatchdogThatCannotBeStartedBecomesAStatusCode)
+TEST_F(SpeakerTrack, AWatchdogThatCannotBeStartedBecomesAStatusCodeAndLaterWritesPlay)
 {
     fakewin::Fail(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(WriteUndecoded(1), -2000) << "no exception reaches the host";
     EXPECT_EQ(velto::DeviceState, 0);
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 2) << "the failed start keeps no reference";
+    const int threads = fakewin::Count(Call::CreateThread);
+    EXPECT_EQ(WriteUndecoded(2), 0) << "later writes play";
+    EXPECT_EQ(StreamType(), 2u);
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), threads) << "no watchdog is tried again";
     velto::StopSpeakerTracks();
     velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
+}
+
+// The tracks start one after the other, and each takes a module reference.
+TEST_F(SpeakerTrack, APlayThreadThatCannotBeStartedBecomesAStatusCodeAndKeepsNoModuleReference)
+{
+    for (const int track : {1, 2}) {
+        std::optional<FailingThrowingNew> noMemory;
+        fakewin::Before(
+            Call::GetModuleHandleExW, [&] { noMemory.emplace(1); }, track);
+        EXPECT_EQ(WriteUndecoded(1), -2000) << "no exception reaches the host";
+        ASSERT_TRUE(noMemory.has_value());
+        EXPECT_TRUE(noMemory->HasFailed());
+        noMemory.reset();
+        EXPECT_EQ(velto::DeviceState, 1);
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), track - 1) << "of the other track";
+        const int starts = fakewin::Count(Call::GetModuleHandleExW);
+        EXPECT_EQ(WriteUndecoded(2), 0);
+        EXPECT_EQ(StreamType(), 2u);
+        EXPECT_EQ(fakewin::Count(Call::GetModuleHandleExW), starts) << "nothing is retried";
+        EXPECT_EQ(velto::DeviceState, 1);
+        velto::StopSpeakerTracks();
+        velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
+    }
 }
 
 TEST_F(SpeakerTrack, WritersOnBothSpeakersNeverDisturbEachOther)
