@@ -8,6 +8,7 @@
 namespace velto {
 namespace {
 
+constexpr char pushTag[] = "velto::AudioPlayThread::PushBuffer";
 constexpr size_t delayBlocks = 5;
 constexpr size_t maxQueuedBlocks = 20;
 
@@ -90,8 +91,8 @@ void AudioPlayThread::InitPlayThread()
                          static_cast<int32_t>(audioParam->sampleRate.load()));
 }
 
-// Takes one block off the queue and plays it. Without a renderer the block is lost unfreed, so
-// that this thread never touches a block that it cannot play.
+// Takes one block off the queue and plays it. Without a renderer, or without bytes, the block is
+// leaked, by contract.
 void AudioPlayThread::PlayNext()
 {
     AudioPlayBuffer *block = nullptr;
@@ -108,34 +109,53 @@ void AudioPlayThread::PlayNext()
     }
 }
 
+// A block that finds no memory is dropped. Blocks pushed before it stay queued, in their order.
 void AudioPlayThread::PushBuffer(AudioPlayBuffer *buffer)
 {
-    if (!needDelay) {
-        PushPlayQueue(buffer);
-        return;
+    try {
+        if (needDelay) {
+            PushDelayQueue(buffer);
+        } else {
+            PushPlayQueue(buffer);
+        }
+    } catch (const std::bad_alloc &) {
+        FreeBlock(buffer);
+        LogError(pushTag, "no memory to queue a block, dropped");
     }
+}
+
+// Throws std::bad_alloc without having queued the buffer.
+void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
+{
     delayQueue.push_back(buffer);
     if (delayQueue.size() < delayBlocks) {
         return;
     }
-    LogInfo("velto::AudioPlayThread::PushBuffer", "needDelay. push all delay buffer queue");
-    needDelay = false;
-    while (!delayQueue.empty()) {
-        PushPlayQueue(delayQueue.front());
-        delayQueue.pop_front();
+    LogInfo(pushTag, "needDelay. push all delay buffer queue");
+    needDelay = false; // before the blocks are moved: the host may ask for the next cushion meanwhile
+    try {
+        while (!delayQueue.empty()) {
+            PushPlayQueue(delayQueue.front());
+            delayQueue.pop_front();
+        }
+    } catch (...) {
+        delayQueue.pop_back(); // the buffer, which is moved last
+        needDelay = true;      // what remains is moved once five blocks are together again
+        throw;
     }
 }
 
+// Throws std::bad_alloc without having queued the buffer.
 void AudioPlayThread::PushPlayQueue(AudioPlayBuffer *buffer)
 {
     const std::lock_guard lock(queueMutex);
-    if (playQueue.size() >= maxQueuedBlocks) {
+    playQueue.push_back(buffer); // first: without memory for a new block no old one is dropped
+    if (playQueue.size() > maxQueuedBlocks) {
         if (AudioPlayBuffer *oldest = playQueue.front()) {
             FreeBlock(oldest);
         }
         playQueue.pop_front();
     }
-    playQueue.push_back(buffer);
 }
 
 void AudioPlayThread::OnBroadcastFlag(bool value)

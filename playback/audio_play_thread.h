@@ -42,7 +42,8 @@ public:
     // The thread's body; `param` is the AudioPlayThread.
     static uint32_t ThreadFun(void *param);
 
-    // Takes ownership of `buffer`. Called on the thread that runs the decoder.
+    // Takes ownership of `buffer`; without memory to queue it, frees it. Called on the thread that runs
+    // the decoder.
     void PushBuffer(AudioPlayBuffer *buffer);
 
     // IAudioPlayerCallback
@@ -61,6 +62,7 @@ private:
     friend class AudioPlayThreadProbe; // the unit tests' view of the members
 
     void InitPlayThread();
+    void PushDelayQueue(AudioPlayBuffer *buffer);
     void PushPlayQueue(AudioPlayBuffer *buffer);
     void PlayNext();
 

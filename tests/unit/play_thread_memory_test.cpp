@@ -1,10 +1,143 @@
 // The play thread and its queues without memory.
+#include <algorithm>
+
 #include "failing_throwing_new.h"
 #include "play_thread_fixture.h"
 
 namespace {
 
 using namespace velto_test;
+using velto::AudioPlayBuffer;
+using velto::AudioPlayThread;
+using velto::AudioPlayThreadProbe;
+
+constexpr wchar_t droppedLine[] = L"no memory to queue a block, dropped";
+
+// A deque allocates once for many blocks. Pushing and popping `blocks` brings it as much closer to its
+// next allocation.
+void Advance(std::deque<AudioPlayBuffer *> &queue, int blocks)
+{
+    for (int i = 0; i < blocks; ++i) {
+        queue.push_back(nullptr);
+        queue.pop_front();
+    }
+}
+constexpr int deepest = 64; // blocks to an allocation: 512 bytes of pointers
+
+std::vector<AudioPlayBuffer *> MakeBuffers(int first, int last)
+{
+    std::vector<AudioPlayBuffer *> buffers;
+    for (const int value : Range(first, last)) {
+        buffers.push_back(MakeBuffer(static_cast<uint8_t>(value)));
+    }
+    return buffers;
+}
+
+int DroppedLines()
+{
+    return fakes::LogRecorder::Instance().Count(errorLevel, droppedLine, pushTag);
+}
+
+std::vector<int> Without(std::vector<int> values, int value)
+{
+    values.erase(std::remove(values.begin(), values.end(), value), values.end());
+    return values;
+}
+
+// What one run saw, for the test to know that it reached what it is about.
+struct Seen {
+    bool hasFailed = false;
+    bool lostABlock = false;
+    bool wasHalfFlushed = false;
+};
+
+// Pushes the five blocks of a cushion, of which the nth allocation fails, and seven more with memory.
+Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
+{
+    fakes::LogRecorder::Instance().Clear();
+    const velto::SpeakerAudioParams params;
+    AudioPlayThread thread(&params, nullptr);
+    AudioPlayThreadProbe probe(thread);
+    Advance(probe.DelayQueue(), advancedDelay);
+    Advance(probe.PlayQueue(), advancedPlay);
+    const std::vector<AudioPlayBuffer *> cushion = MakeBuffers(1, 5);
+
+    Seen seen;
+    int lost = 0;
+    {
+        const FailingThrowingNew noMemory(nth);
+        for (size_t i = 0; i < cushion.size(); ++i) {
+            const bool hadFailed = noMemory.HasFailed();
+            thread.PushBuffer(cushion[i]);
+            if (!hadFailed && noMemory.HasFailed() && DroppedLines() == 1) {
+                lost = static_cast<int>(i) + 1;
+            }
+        }
+        seen.hasFailed = noMemory.HasFailed();
+    }
+    seen.lostABlock = lost != 0;
+    seen.wasHalfFlushed = !probe.PlayQueue().empty() && !probe.DelayQueue().empty();
+    const bool isFlushed = probe.DelayQueue().empty() && probe.PlayQueue().size() == 5;
+    EXPECT_EQ(isFlushed, lost == 0) << "a lost block leaves the cushion unfinished";
+    EXPECT_EQ(thread.needDelay, lost != 0);
+    std::vector<int> queued = Contents(probe.PlayQueue());
+    const std::vector<int> delayed = Contents(probe.DelayQueue());
+    queued.insert(queued.end(), delayed.begin(), delayed.end());
+    EXPECT_EQ(queued, Without(Range(1, 5), lost));
+
+    for (AudioPlayBuffer *buffer : MakeBuffers(6, 12)) {
+        thread.PushBuffer(buffer);
+    }
+    EXPECT_EQ(Contents(probe.PlayQueue()), Without(Range(1, 12), lost)) << "a later push flushes the rest";
+    EXPECT_FALSE(thread.needDelay);
+    EXPECT_EQ(DroppedLines(), lost != 0 ? 1 : 0);
+    probe.FreeQueued();
+    return seen;
+}
+
+TEST(PlayThreadMemory, ACushionLosesOnlyTheBlockThatFindsNoMemory)
+{
+    int lost = 0;
+    int halfFlushed = 0;
+    for (int advancedDelay = 0; advancedDelay < deepest; ++advancedDelay) {
+        for (const int advancedPlay : {0, deepest - 5, deepest - 4, deepest - 3, deepest - 2, deepest - 1}) {
+            Seen seen{.hasFailed = true};
+            for (int nth = 1; seen.hasFailed; ++nth) {
+                seen = FillCushion(advancedDelay, advancedPlay, nth);
+                lost += seen.lostABlock ? 1 : 0;
+                halfFlushed += seen.wasHalfFlushed ? 1 : 0;
+            }
+        }
+    }
+    EXPECT_GT(lost, halfFlushed) << "both queues ran out of memory";
+    EXPECT_GT(halfFlushed, 0);
+}
+
+TEST_F(PlayThread, DropsNoOldBlockWhenANewOneFindsNoMemory)
+{
+    thread->needDelay = false;
+    Push(1, 20);
+    std::vector<int> expected = Range(1, 20);
+    int lost = 0;
+    for (int value = 21; value <= 20 + deepest; ++value) {
+        AudioPlayBuffer *buffer = MakeBuffer(static_cast<uint8_t>(value));
+        bool hasFailed = false;
+        {
+            const FailingThrowingNew noMemory(1);
+            thread->PushBuffer(buffer);
+            hasFailed = noMemory.HasFailed();
+        }
+        if (hasFailed) {
+            ++lost;
+        } else {
+            expected.erase(expected.begin());
+            expected.push_back(value);
+        }
+        ASSERT_EQ(Contents(probe.PlayQueue()), expected) << value;
+    }
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(DroppedLines(), lost);
+}
 
 TEST_F(PlayThread, KeepsNoModuleReferenceWhenItsThreadCannotBeMade)
 {

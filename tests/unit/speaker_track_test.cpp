@@ -479,6 +479,33 @@ TEST_F(SpeakerTrack, APlayThreadThatCannotBeStartedBecomesAStatusCodeAndKeepsNoM
     }
 }
 
+TEST_F(SpeakerTrack, AWriteReturnsZeroWhicheverOfItsAllocationsFails)
+{
+    AacFrame payload = EncodeTone(2)[1];
+    StreamFrameHeader header{1, static_cast<uint32_t>(payload.size()), 0};
+    StreamFrame frame{payload.data(), {}, &header};
+    const auto write = [&] { return table.WriteStreamBuffer("speaker1", 8, nullptr, &frame); };
+    ASSERT_EQ(write(), 0); // the fakes' own first allocations
+    ASSERT_EQ(write(), 0);
+    int allocations = 0;
+    for (bool hasFailed = true; hasFailed;) {
+        const FailingThrowingNew noMemory(allocations + 1);
+        EXPECT_EQ(write(), 0) << "allocation " << allocations + 1;
+        hasFailed = noMemory.HasFailed();
+        allocations += hasFailed ? 1 : 0;
+    }
+    // One more than a write makes: fails where a queue grows, once in some 64 blocks. Both counts, because
+    // the write that was counted may have been such a one.
+    Recorded().Clear();
+    for (const int nth : {allocations, allocations + 1}) {
+        for (int i = 0; i < 150; ++i) {
+            const FailingThrowingNew noMemory(nth);
+            EXPECT_EQ(write(), 0);
+        }
+    }
+    EXPECT_GT(CountOf(LOG_LEVEL_ERROR, L"no memory to queue a block, dropped"), 0);
+}
+
 TEST_F(SpeakerTrack, WritersOnBothSpeakersNeverDisturbEachOther)
 {
     const auto frames = EncodeTone(40);
