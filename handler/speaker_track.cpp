@@ -42,7 +42,7 @@ std::mutex TrackMutex;          // the open flags and the decoders
 
 void BroadcastToPlayers(bool value);
 
-// One speaker. Members are destroyed in reverse: the decoder gives its play thread back first.
+// One speaker. Members are destroyed in reverse: the decoder releases its play thread first.
 struct SpeakerTrack {
     std::shared_ptr<AudioPlayThread> playThread =
         std::make_shared<AudioPlayThread>(&speakerAudioParams, BroadcastToPlayers);
@@ -111,8 +111,10 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     return true;
 }
 
-// Runs under InitMutex. After a failure DeviceState stays DEVICE_INITIALISING: nothing tries again
-// until the module is loaded anew.
+// Runs under InitMutex. After a decoder or a play thread that could not be set up, DeviceState stays
+// DEVICE_INITIALISING: nothing is retried until the module is reloaded. A play thread that was started
+// by then keeps the module loaded until the process ends. Without a watchdog the speakers play but are
+// never released.
 int32_t InitDefaultAudioDevice()
 {
     if (!StartTrack(tracks->media, "Init Audio Decode failed") ||
@@ -143,8 +145,7 @@ void CountWrite()
 {
     static std::atomic<uint32_t> frameCounter{0};
     const uint32_t count = frameCounter++;
-    // Signed, as hosts know the sequence: past the signed maximum the remainder is taken of a
-    // negative count.
+    // The division is signed: after 2147483647 calls the remainder is that of a negative count.
     if (static_cast<int32_t>(count) % static_cast<int32_t>(callsPerLogLine) == 0) {
         LogInfoToSingleton(writeTag, "VeltoWriteStream has received", count + 1, " frame");
     }
@@ -189,7 +190,7 @@ int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, Stream
     return VELTO_OK;
 }
 
-// Stops nothing: what is queued is played, and the watchdog gives the speakers back.
+// Stops nothing: queued blocks are played, and the watchdog releases the speakers.
 int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength)
 {
     if (!IsValidId(id, idLength)) {

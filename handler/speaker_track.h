@@ -21,7 +21,7 @@ int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength);
 enum DeviceStateValue : int32_t {
     DEVICE_NOT_INITIALISED = -1,
     DEVICE_READY = 0,
-    DEVICE_INITIALISING = 1, // and for good after a decoder that could not be set up
+    DEVICE_INITIALISING = 1, // permanently after a decoder or play thread that could not be set up
     DEVICE_RELEASING = 2,
 };
 extern std::atomic<int32_t> DeviceState;
