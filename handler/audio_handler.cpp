@@ -24,17 +24,9 @@ int32_t NoOperation()
     return VELTO_OK;
 }
 
-// Called by a handler: logs the exception that it handles.
-void LogFailedCall() noexcept
+void LogFailedCall(const char *reason) noexcept
 {
-    constexpr char tag[] = "`anonymous-namespace'::Guarded";
-    try {
-        throw;
-    } catch (const std::exception &failure) {
-        LogError(tag, "call failed: ", failure.what());
-    } catch (...) {
-        LogError(tag, "call failed: unknown exception");
-    }
+    LogError("`anonymous-namespace'::Guarded", "call failed: ", reason);
 }
 
 // A table function as the host calls it. An exception, out of memory or of threads or thrown by the
@@ -48,10 +40,12 @@ struct Guarded<function> {
     {
         try {
             return function(arguments...);
+        } catch (const std::exception &failure) {
+            LogFailedCall(failure.what());
         } catch (...) {
-            LogFailedCall();
-            return VELTO_ERROR_INVALID;
+            LogFailedCall("unknown exception");
         }
+        return VELTO_ERROR_INVALID;
     }
 };
 
@@ -61,8 +55,10 @@ struct Guarded<function> {
     {
         try {
             function(arguments...);
+        } catch (const std::exception &failure) {
+            LogFailedCall(failure.what());
         } catch (...) {
-            LogFailedCall();
+            LogFailedCall("unknown exception");
         }
     }
 };
