@@ -7,15 +7,13 @@
 // producer and consumer do not meet on one. What touches both queues takes the free mutex first,
 // then the data mutex; nothing takes them the other way round.
 //
-// Memory is taken by Init and given back by StopAndClear; between the two nothing is allocated. A
-// failing mutex or condition variable throws std::system_error.
+// Only Init allocates, and StopAndClear frees what it allocated. A failing mutex or condition variable
+// throws std::system_error.
 #pragma once
 
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <memory_resource>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -41,7 +39,7 @@ public:
     {
         const std::lock_guard freeLock(m_freeMutex);
         const std::lock_guard dataLock(m_dataMutex);
-        if (!m_stopped || !m_pool.empty() || !m_free.empty() || !m_data.empty()) {
+        if (!m_stopped || !m_pool.empty() || !m_free.Empty() || !m_data.Empty()) {
             return false;
         }
         if (!FillPool(count)) {
@@ -86,7 +84,7 @@ public:
     int32_t DataCount()
     {
         const std::lock_guard lock(m_dataMutex);
-        return static_cast<int32_t>(m_data.size());
+        return static_cast<int32_t>(m_data.Size());
     }
 
 protected:
@@ -97,13 +95,48 @@ protected:
     virtual void ReleaseElement(T element) { delete element; }
 
 private:
-    using Queue = std::pmr::deque<T>;
+    // Elements in the order in which they were put in. Has room for all elements of the pool, each of
+    // which is queued once at most, so that only Reserve allocates.
+    class Queue {
+    public:
+        bool Empty() const { return m_count == 0; }
+        size_t Size() const { return m_count; }
+
+        // Throws std::bad_alloc, with the queue as it was. Only when empty.
+        void Reserve(size_t count) { m_places.resize(count); }
+
+        // Ignores an element that there is no room for.
+        void PushBack(T element)
+        {
+            if (m_count < m_places.size()) {
+                m_places[(m_first + m_count) % m_places.size()] = element;
+                ++m_count;
+            }
+        }
+
+        // Not when empty.
+        T PopFront()
+        {
+            T element = m_places[m_first];
+            m_first = (m_first + 1) % m_places.size();
+            --m_count;
+            return element;
+        }
+
+        // Empties the queue and frees its memory.
+        void Release() { *this = Queue(); }
+
+    private:
+        std::vector<T> m_places;
+        size_t m_first = 0;
+        size_t m_count = 0;
+    };
 
     bool FillPool(uint32_t count)
     {
         try {
-            ReserveMemory(m_free, count);
-            ReserveMemory(m_data, count);
+            m_free.Reserve(count);
+            m_data.Reserve(count);
             m_pool.reserve(count);
         } catch (const std::bad_alloc &) {
             return false;
@@ -114,25 +147,9 @@ private:
                 return false;
             }
             m_pool.push_back(element);
-            m_free.push_back(element);
+            m_free.PushBack(element);
         }
         return true;
-    }
-
-    // A deque takes a new block when its end reaches one, and a new table of blocks when that has
-    // no room behind the last. Moving a full queue once through all places lets it take all that
-    // it will ever need; its memory resource keeps what it gives back.
-    static void ReserveMemory(Queue &queue, uint32_t count)
-    {
-        constexpr size_t mostPerBlock = 512; // no library has blocks of more elements
-        for (uint32_t i = 0; i < count; ++i) {
-            queue.push_back(nullptr);
-        }
-        for (size_t i = 0; i < 2 * (count + mostPerBlock); ++i) {
-            queue.push_back(nullptr);
-            queue.pop_front();
-        }
-        queue.clear();
     }
 
     // Both mutexes are held.
@@ -148,28 +165,26 @@ private:
     // Both mutexes are held.
     void ClearAll()
     {
-        m_free.clear();
-        m_data.clear();
+        m_free.Release();
+        m_data.Release();
         for (T element : m_pool) {
             // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): see the destructor
             ReleaseElement(element);
         }
-        m_pool.clear();
+        std::vector<T>().swap(m_pool); // frees its memory, unlike clear()
     }
 
     // What is queued is handed out even when the queue is stopped.
     T Pop(Queue &queue, std::mutex &mutex, std::condition_variable &condition)
     {
         std::unique_lock lock(mutex);
-        while (queue.empty()) {
+        while (queue.Empty()) {
             if (m_stopped) {
                 return nullptr;
             }
             condition.wait(lock);
         }
-        T element = queue.front();
-        queue.pop_front();
-        return element;
+        return queue.PopFront();
     }
 
     void Push(T element, Queue &queue, std::mutex &mutex, std::condition_variable &condition)
@@ -179,17 +194,15 @@ private:
         }
         const std::lock_guard lock(mutex);
         if (!m_stopped) {
-            queue.push_back(element);
+            queue.PushBack(element);
             condition.notify_one();
         }
     }
 
     bool m_stopped = true; // written with both mutexes held, so either one suffices to read it
     std::vector<T> m_pool; // in the order of creation; guarded by both mutexes
-    std::pmr::unsynchronized_pool_resource m_freeMemory;
-    Queue m_free{&m_freeMemory}; // guarded, like its memory, by the free mutex
-    std::pmr::unsynchronized_pool_resource m_dataMemory;
-    Queue m_data{&m_dataMemory}; // oldest first; guarded, like its memory, by the data mutex
+    Queue m_free;          // guarded by the free mutex
+    Queue m_data;          // oldest first; guarded by the data mutex
     std::mutex m_freeMutex;
     std::condition_variable m_freeCondition;
     std::mutex m_dataMutex;

@@ -7,8 +7,6 @@
 #include <cstddef>
 #include <future>
 #include <map>
-#include <memory_resource>
-#include <new>
 #include <vector>
 
 #include "capture/buffer_queue.h"
@@ -47,40 +45,6 @@ private:
     Record &m_record;
     size_t m_available;
     std::map<size_t, Element> m_elements;
-};
-
-// While one exists, counts what objects made meanwhile take from the default memory resource.
-class MemoryCount : private std::pmr::memory_resource {
-public:
-    MemoryCount() : m_previous(std::pmr::set_default_resource(this)) {}
-    ~MemoryCount() override { std::pmr::set_default_resource(m_previous); }
-    MemoryCount(const MemoryCount &) = delete;
-    MemoryCount &operator=(const MemoryCount &) = delete;
-
-    size_t Taken() const { return m_taken; }
-    size_t Returned() const { return m_returned; }
-
-    size_t failFrom = SIZE_MAX; // the first request that finds no memory
-
-private:
-    void *do_allocate(size_t bytes, size_t alignment) override
-    {
-        if (m_taken >= failFrom) {
-            throw std::bad_alloc();
-        }
-        ++m_taken;
-        return m_previous->allocate(bytes, alignment);
-    }
-    void do_deallocate(void *block, size_t bytes, size_t alignment) override
-    {
-        ++m_returned;
-        m_previous->deallocate(block, bytes, alignment);
-    }
-    bool do_is_equal(const memory_resource &other) const noexcept override { return this == &other; }
-
-    std::pmr::memory_resource *m_previous;
-    size_t m_taken = 0;
-    size_t m_returned = 0;
 };
 
 // Long enough for a thread to do what it should not do; a slow machine only makes the test weaker.

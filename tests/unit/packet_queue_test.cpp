@@ -4,6 +4,7 @@
 #include <future>
 #include <set>
 
+#include "failing_throwing_new.h"
 #include "packet_queue_fixture.h"
 
 namespace {
@@ -92,17 +93,20 @@ TEST(PacketQueueInit, ThatFailedCanBeRepeated)
     EXPECT_TRUE(queue.Init(2));
 }
 
-TEST(PacketQueueInit, WithoutMemoryForItsQueuesFailsBeforeTheFirstElement)
+TEST(PacketQueueInit, FailsBeforeTheFirstElementWhenAnyAllocationFails)
 {
-    MemoryCount memory;
     CountingQueue::Record record;
-    CountingQueue queue(record);
-    memory.failFrom = memory.Taken();
-    EXPECT_FALSE(queue.Init(100000));
-    EXPECT_EQ(record.created, 0U);
-    EXPECT_EQ(queue.PopFree(), nullptr);
-    memory.failFrom = SIZE_MAX;
-    EXPECT_TRUE(queue.Init(100000));
+    CountingQueue queue(record, 0); // makes no element, so all allocations are the queue's
+    for (int nth = 1;; ++nth) {
+        const FailingThrowingNew noMemory(nth);
+        EXPECT_FALSE(queue.Init(469));
+        EXPECT_EQ(queue.PopFree(), nullptr);
+        if (!noMemory.HasFailed()) {
+            EXPECT_EQ(nth, 4) << "two queues and the pool";
+            break;
+        }
+    }
+    EXPECT_TRUE(queue.Init(0)) << "stopped and empty";
 }
 
 // --- Taking and giving ---------------------------------------------------------------------------
