@@ -59,17 +59,39 @@ HRESULT AudioDeviceNotify::Initialize()
         LogError(initializeTag, "GetDeviceCount pEnum is null");
         return E_FAIL;
     }
-    m_implementation.HoldImplementationOf(m_enumerator);
-    if (!m_implementation.Holds()) {
-        SafeRelease(m_enumerator); // its code may go with COM, which is left below
+    if (!HoldModules()) {
+        SafeRelease(m_enumerator); // while COM, which is left below, keeps its DLL
+        m_implementation.Drop();
         AudioUtils::UnloadCOM(status);
         return E_FAIL;
     }
     LogInfo(initializeTag, "deviceEnumerator RegisterEndpointNotificationCallback");
     const HRESULT registered = m_enumerator->RegisterEndpointNotificationCallback(this);
+    if (FAILED(registered)) {
+        m_thisModule.Drop(); // no notification comes
+    }
     AudioUtils::UnloadCOM(status);
     m_listeners.clear();
     return registered;
+}
+
+// False, with an error logged, when one of the two modules cannot be held.
+bool AudioDeviceNotify::HoldModules()
+{
+    m_implementation.HoldImplementationOf(m_enumerator);
+    if (!m_implementation.Holds()) {
+        LogError(
+            initializeTag,
+            "Cannot hold the endpoints' DLL, default device changes are not followed! err=", GetLastError());
+        return false;
+    }
+    m_thisModule.HoldImplementationOf(static_cast<IMMNotificationClient *>(this));
+    if (!m_thisModule.Holds()) {
+        LogError(initializeTag,
+                 "Cannot hold this module, default device changes are not followed! err=", GetLastError());
+        return false;
+    }
+    return true;
 }
 
 void AudioDeviceNotify::UnInitialize()
@@ -82,6 +104,7 @@ void AudioDeviceNotify::UnInitialize()
     m_enumerator->UnregisterEndpointNotificationCallback(this);
     SafeRelease(m_enumerator);
     m_implementation.Drop();
+    m_thisModule.Drop();
 }
 
 void AudioDeviceNotify::AddListener(IAudioDeviceNotifyListener *listener)

@@ -172,7 +172,8 @@ void AddSequence(CLI::App &command, MicrophoneProbeOptions &probe)
 {
     command
         .add_option("--sequence", probe.sequence, "Instead: an order of the microphone's calls, carried out")
-        ->check(CLI::IsMember({sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles}))
+        ->check(CLI::IsMember(
+            {sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles, sequenceUnloadWhileOpen}))
         ->group(diagnostics);
     command.add_option("--count", probe.count, "How many cycles of opening, reading and closing")
         ->check(CLI::Range(1U, 1000000U))

@@ -79,6 +79,18 @@ Json CloseWhileReading(const Module &module)
     return report;
 }
 
+// Frees the module without closing the recording, whose notifications go on for as long as the process
+// stays.
+Json UnloadWhileOpen(Module &module)
+{
+    Microphone microphone(module.Table(), VELTO_ID_MIC);
+    Json report{{"open", microphone.Open()}};
+    Sleep(1); // without a microphone, the recording's threads have ended by then
+    module.Unload();
+    report["moduleGone"] = !module.IsMapped();
+    return report;
+}
+
 Json Usage(uint32_t cycle)
 {
     Json usage = {{"cycle", cycle}};
@@ -111,10 +123,11 @@ Json Cycles(const Module &module, uint32_t count, const Output &output)
 
 } // namespace
 
-ExitCode ProbeMicrophone(const Module &module, const MicrophoneProbeOptions &options, const Output &output)
+ExitCode ProbeMicrophone(Module module, const MicrophoneProbeOptions &options, const Output &output)
 {
     Json report = options.sequence == sequenceOpenTwice           ? OpenTwice(module)
                   : options.sequence == sequenceCloseWhileReading ? CloseWhileReading(module)
+                  : options.sequence == sequenceUnloadWhileOpen   ? UnloadWhileOpen(module)
                                                                   : Cycles(module, options.count, output);
     output.Say("{}: {}", options.sequence, report.dump());
     Sleep(options.hold);

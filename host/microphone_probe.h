@@ -21,7 +21,9 @@ struct MicrophoneProbeOptions {
 inline constexpr char sequenceOpenTwice[] = "open-twice";
 inline constexpr char sequenceCloseWhileReading[] = "close-while-reading";
 inline constexpr char sequenceCycles[] = "cycles";
+inline constexpr char sequenceUnloadWhileOpen[] = "unload-while-open";
 
-ExitCode ProbeMicrophone(const Module &module, const MicrophoneProbeOptions &options, const Output &output);
+// Takes the module over, because one of the sequences frees it.
+ExitCode ProbeMicrophone(Module module, const MicrophoneProbeOptions &options, const Output &output);
 
 } // namespace velto::host

@@ -189,6 +189,57 @@ TEST_F(DeviceNotify, UnInitializeUnregistersOnceAndReportsEachCall)
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
+// A host that frees this module with a recording open must not unmap what notifications run.
+TEST_F(DeviceNotify, HoldsThisModuleFromRegistrationToUnregistration)
+{
+    const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
+    const int others = references();
+    std::vector<int> seen;
+    for (const Method method : {Method::RegisterCallback, Method::UnregisterCallback}) {
+        audio.Before(method, [&] { seen.push_back(references() - others); });
+    }
+    EXPECT_EQ(notifier->Initialize(), S_OK);
+    EXPECT_EQ(references(), others + 1);
+    notifier->UnInitialize();
+    EXPECT_EQ(references(), others);
+    EXPECT_EQ(seen, (std::vector{1, 1})) << "just before each of the two calls";
+    notifier->UnInitialize();
+    EXPECT_EQ(references(), others);
+}
+
+TEST_F(DeviceNotify, DropsThisModuleWhenRegistrationFails)
+{
+    const int others = fakewin::ModuleReferences(fakewin::ThisModule());
+    audio.Before(Method::RegisterCallback,
+                 [&] { EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), others + 1); });
+    audio.Fail(Method::RegisterCallback, E_OUTOFMEMORY);
+    EXPECT_EQ(notifier->Initialize(), E_OUTOFMEMORY);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), others);
+    notifier->UnInitialize();
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), others);
+}
+
+TEST_F(DeviceNotify, DoesNotRegisterWhenAModuleCannotBeHeld)
+{
+    const std::wstring lines[] = {
+        L"Cannot hold the endpoints' DLL, default device changes are not followed! err=8",
+        L"Cannot hold this module, default device changes are not followed! err=8"};
+    const int others = fakewin::ModuleReferences(fakewin::ThisModule());
+    const int implementation = fakewin::ModuleReferences(fakewin::ImplementationModule());
+    for (int nth = 1; nth <= 2; ++nth) {
+        ClearLog();
+        fakewin::Fail(fakewin::Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY, nth);
+        EXPECT_EQ(notifier->Initialize(), E_FAIL);
+        CaptureTest::ExpectLine(errorLevel, lines[nth - 1], initializeTag);
+        EXPECT_EQ(Recorded().Entries().size(), 1U);
+        EXPECT_EQ(audio.Count(Method::RegisterCallback), 0);
+        EXPECT_EQ(audio.LiveObjects(), 0);
+        EXPECT_EQ(fakewin::OpenApartments(), 0);
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), others);
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), implementation);
+    }
+}
+
 // A listener that is told of a change while it is being removed.
 class SlowListener : public velto::IAudioDeviceNotifyListener {
 public:

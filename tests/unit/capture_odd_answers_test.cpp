@@ -29,6 +29,8 @@ TEST_F(CaptureOddAnswers, WithoutAHoldOnTheEndpointsDllTheDefaultIsNotFollowed)
     Microphone().source = [] { return QuietPacket(1024); };
     Open();
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    ExpectLine(errorLevel, L"Cannot hold the endpoints' DLL, default device changes are not followed! err=8",
+               "AudioDeviceNotify::Initialize");
     EXPECT_GT(ReadPacket(), 0U);
 }
 

@@ -157,6 +157,18 @@ TEST_F(MicrophoneRecord, ClosingEndsThreadsAndNotifications)
     EXPECT_EQ(header.size, 0U);
 }
 
+TEST_F(MicrophoneRecord, HoldsThisModuleWhileOpenWithoutAMicrophone)
+{
+    const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
+    const int others = references();
+    audio.SetDefaultMicrophone(L"");
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
+    EXPECT_EQ(references(), others + 1) << "its notifier is registered";
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(references(), others);
+}
+
 TEST_F(MicrophoneRecord, OpeningTwiceAndClosingOnceLeavesTheFirstRunning)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);

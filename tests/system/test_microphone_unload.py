@@ -1,0 +1,79 @@
+#!/usr/bin/python3
+"""A host frees the DLL with a recording open in which no thread runs, then the default microphone changes."""
+
+import time
+
+from rig import session
+
+REGISTERED = "deviceEnumerator RegisterEndpointNotificationCallback"
+CHANGED = "OnDefaultDeviceChanged"
+CHANGES = 2
+DRIVERS = r"HKCU\Software\Wine\Drivers"
+
+
+class UnloadWhileOpen(session.SystemTest):
+    def probe(self):
+        """Opens the microphone, frees the DLL and stays for a while; returns when the DLL has been freed."""
+        host = self.session.host("probe", "--sequence", "unload-while-open", "--hold", "12", "--json")
+        self.until(lambda: "unload-while-open:" in host.errors(), "the DLL to be freed", 60)
+        return host
+
+    def assert_survived(self, host):
+        if not host.running:
+            self.fail(f"the host ended with {host.wait()} when the default microphone changed")
+        self.assert_ended_well(host)
+        self.assertEqual(host.summary["exitCode"], 0)
+
+
+class WithoutAMicrophone(UnloadWhileOpen):
+    """Wine's ALSA driver finds no device in an empty configuration, whatever hardware the machine has. There is
+    an enumerator then, which takes registrations, but no endpoint."""
+
+    WITH_SERVER = False
+
+    def setUp(self):
+        super().setUp()
+        empty = self.session.folder / "alsa.conf"
+        empty.write_text("")
+        prefix = self.session.prefix
+        prefix.environment["ALSA_CONFIG_PATH"] = str(empty)
+        prefix.write_string(DRIVERS, "Audio", "alsa")
+        self.assertEqual(self.session.endpoints("capture"), {})
+
+    def test_the_host_survives_default_changes_after_it_freed_the_module(self):
+        host = self.probe()
+        for change in range(1, CHANGES + 1):
+            # Wine reports any new value of this entry as another default microphone.
+            self.session.prefix.write_string(rf"{DRIVERS}\winealsa.drv", "DefaultInput", f"microphone {change}")
+            # Each change restarts the capture, which finds no microphone and registers again.
+            self.until(lambda: not host.running or host.log.count(REGISTERED) == 1 + change,
+                       f"registration {1 + change}", 10)
+        self.assert_survived(host)
+        self.assertEqual((host.summary["open"], host.summary["moduleGone"]), (0, False))
+        self.assertGreaterEqual(host.log.count(CHANGED), CHANGES)
+        self.assertEqual(host.log.count("GetDefaultAudioEndpoint failed, err=0x80070490"), 1 + CHANGES)
+
+
+class WithADefaultThatCannotBeOpened(UnloadWhileOpen):
+    """PulseAudio's default source, while there is none. The capture thread fails while the opening call registers:
+    the recording keeps its notifications only if the failure came first."""
+
+    SINKS = ()
+
+    def test_the_host_survives_a_microphone_that_is_plugged_in_after_it_freed_the_module(self):
+        default = self.session.endpoints("capture")["PulseAudio"]
+        host = self.probe()
+        is_registered = host.log.count(REGISTERED) > host.log.count("UnregisterEndpointNotificationCallback")
+        print(f"  the recording follows the default: {is_registered}", flush=True)
+        self.session.server.load_sink(*session.MICROPHONE_48K)
+        for endpoint in ("another", default):
+            self.session.prefix.make_default_input(endpoint)
+            time.sleep(1)
+        if is_registered:
+            self.session.wait_for_capture()
+        self.assert_survived(host)
+        self.assertEqual((host.summary["open"], host.summary["moduleGone"]), (0, not is_registered))
+
+
+if __name__ == "__main__":
+    session.main()
