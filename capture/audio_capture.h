@@ -45,14 +45,14 @@ enum CaptureResult : int32_t {
     CAPTURE_FORMAT_UNKNOWN = -105,  // the mix format is not extensible
     CAPTURE_SYSTEM_FAILED = -1001,  // an event or a thread
     CAPTURE_NOT_PREPARED = -10000,  // the resting value of the state
-    CAPTURE_STARTED_TWICE = -10001, //
+    CAPTURE_STARTED_TWICE = -10001, // of an object that had been started once, perhaps before a restart
     CAPTURE_OUT_OF_MEMORY = -10002, // the frame or the packets
 };
 
 class AudioCapture : public IAudioDeviceNotifyListener {
 public:
     AudioCapture() = default;
-    // After Close, or when no init thread is running: waits for one otherwise.
+    // Waits for the init thread if that is still running, so capture has to be stopped first.
     ~AudioCapture() override;
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
@@ -61,8 +61,11 @@ public:
     // there before is not touched.
     static void SetCurrent(AudioCapture *capture);
     static AudioCapture *Current();
-    // Deletes the current capture, which has been closed, once no read is under way in it.
-    static void DeleteCurrent();
+    // Takes the current capture out, so that no further read finds it and no other thread closes it;
+    // null when there is none.
+    static AudioCapture *TakeCurrent();
+    // Deletes a capture that was taken out and has ended, once no read is under way in it.
+    static void DeleteTaken(AudioCapture *capture);
 
     // Gives one packet of the current capture, waiting for it if need be. `size`: in, the bytes
     // asked for, which only tell how long to wait; out, the packet's bytes, 0 when there was none,

@@ -28,9 +28,13 @@ AudioCapture *AudioCapture::Current()
     return current;
 }
 
-void AudioCapture::DeleteCurrent()
+AudioCapture *AudioCapture::TakeCurrent()
 {
-    AudioCapture *capture = current.exchange(nullptr);
+    return current.exchange(nullptr);
+}
+
+void AudioCapture::DeleteTaken(AudioCapture *capture)
+{
     {
         const std::unique_lock allReadsEnded(currentInUse);
     }

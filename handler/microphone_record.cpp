@@ -1,11 +1,10 @@
 #include "handler/microphone_record.h"
 
-#include <new>
+#include <atomic>
 
 #include "capture/audio_capture.h"
 #include "handler/device_ids.h"
 #include "handler/log.h"
-#include "support/com.h"
 
 namespace velto {
 namespace {
@@ -18,9 +17,10 @@ constexpr uint32_t recordSampleRateHz = 48000;
 constexpr uint32_t recordChannels = 2;
 constexpr int32_t recordSampleFormat = 1; // signed 16-bit
 
-// A format that COM allocated, of the capture that is open. Nothing sets it: the capture keeps the
-// mix format to itself. Closing frees it all the same.
-WAVEFORMATEX *captureFormat = nullptr;
+// A format that COM allocated. Always null in this version, which keeps the mix format inside the
+// capture; closing frees it nevertheless, as part of its sequence of calls. Atomic, because two
+// threads may close at the same time.
+std::atomic<WAVEFORMATEX *> captureFormat{nullptr};
 
 } // namespace
 
@@ -35,7 +35,7 @@ int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *,
     if (capture == nullptr) {
         LogError("AudioCapture::Create", "Alloc screen record object failed!No memory?");
     }
-    // A capture that is still open goes on, without an owner.
+    // A capture that is still open continues without an owner.
     AudioCapture::SetCurrent(capture);
     if (capture == nullptr) {
         return VELTO_OK;
@@ -65,15 +65,17 @@ int32_t VeltoCloseAudioRecord(const char *id, uint32_t idLength)
         LogError(closeTag, "mic id is null or invalid");
         return VELTO_ERROR_INVALID;
     }
-    AudioCapture *capture = AudioCapture::Current();
+    // Another thread may open or close a recording meanwhile: this call ends the capture it takes out
+    // here and no other.
+    AudioCapture *capture = AudioCapture::TakeCurrent();
     if (capture == nullptr) {
         return VELTO_OK;
     }
-    SafeCoTaskMemFree(captureFormat);
+    CoTaskMemFree(captureFormat.exchange(nullptr));
     capture->EndRestarts();
     capture->Stop();
     capture->WaitInitThread();
-    AudioCapture::DeleteCurrent();
+    AudioCapture::DeleteTaken(capture);
     return VELTO_OK;
 }
 

@@ -60,6 +60,8 @@ public:
     }
     bool EncodeAudioFrame(const AudioFrame *frame) { return m_capture.EncodeAudioFrame(frame); }
     void Read(uint8_t *buffer, uint32_t &size) { m_capture.Read(buffer, size); }
+    // Keeps reads from taking a packet.
+    std::unique_lock<std::mutex> HoldReads() { return std::unique_lock(m_capture.m_readMutex); }
     void OnError(int32_t code) { m_capture.OnError(code); }
     void Teardown() { m_capture.Teardown(); }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <future>
 #include <thread>
 
 namespace {
@@ -221,9 +222,42 @@ TEST_F(CaptureRead, DeletingWaitsForAReadThatIsUnderWay)
     ASSERT_TRUE(Eventually([&] { return reading.load(); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     other.release()->Stop();
-    AudioCapture::DeleteCurrent();
+    AudioCapture::DeleteTaken(AudioCapture::TakeCurrent());
     reader.join();
     EXPECT_EQ(AudioCapture::Current(), nullptr);
+}
+
+// A slow machine may let the reader come too late to find the capture: then it gives 0, and the test
+// starts over.
+TEST_F(CaptureRead, DeletionWaitsForAReadInsideTheCapture)
+{
+    uint32_t size = 0;
+    while (size == 0) {
+        auto *other = new AudioCapture;
+        AudioCaptureProbe otherProbe(*other);
+        otherProbe.Packets().SetPacketBufferSize(64);
+        ASSERT_TRUE(otherProbe.Packets().Init(1));
+        AVEncodePacket *packet = otherProbe.Packets().PopFree();
+        packet->size = 1;
+        otherProbe.Packets().PushData(packet);
+        otherProbe.SetStopped(false);
+        AudioCapture::SetCurrent(other);
+
+        auto readsHeld = otherProbe.HoldReads();
+        std::thread reader([&] {
+            size = 3840;
+            AudioCapture::GetAudioData(buffer.data(), size);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        AudioCapture *taken = AudioCapture::TakeCurrent();
+        auto deletion = std::async(std::launch::async, [&] { AudioCapture::DeleteTaken(taken); });
+        const bool waited = deletion.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
+        readsHeld.unlock();
+        reader.join();
+        deletion.get();
+        EXPECT_TRUE(waited || size == 0);
+    }
+    EXPECT_EQ(size, 1U);
 }
 
 } // namespace

@@ -193,7 +193,7 @@ TEST_F(CaptureRestart, AStormOfChangesEndsInAClosedCapture)
         opened->EndRestarts();
         opened->Stop();
         opened->WaitInitThread();
-        AudioCapture::DeleteCurrent();
+        AudioCapture::DeleteTaken(AudioCapture::TakeCurrent());
     }
     storm.join();
     reader.join();

@@ -27,6 +27,15 @@ protected:
     }
     static int32_t CloseRecord(const char *id) { return VeltoCloseAudioRecord(id, Length(id)); }
     int32_t ReadRecord() { return VeltoReadStreamBuffer("mic1", 4, nullptr, &frame); }
+    // Reads until a packet comes; false after ten seconds.
+    bool ReadsAPacket()
+    {
+        return Eventually([&] {
+            header.size = 3840; // more than any packet; a stopped capture leaves it
+            EXPECT_EQ(ReadRecord(), 0);
+            return header.size != 0 && header.size != 3840;
+        });
+    }
 
     AudioProfileList profiles{};
     StreamFrameHeader header{};
@@ -121,11 +130,7 @@ TEST_F(MicrophoneRecord, ReadingGivesTheMicrophonesPackets)
     Microphone().source = [] { return QuietPacket(480); };
     EXPECT_EQ(OpenRecord("mic1"), 0);
     for (int packet = 0; packet < 5; ++packet) {
-        EXPECT_TRUE(Eventually([&] {
-            header.size = 3840;
-            EXPECT_EQ(ReadRecord(), 0);
-            return header.size != 0;
-        }));
+        EXPECT_TRUE(ReadsAPacket());
         EXPECT_LT(header.size, 1537U);
     }
 }
@@ -151,10 +156,53 @@ TEST_F(MicrophoneRecord, ClosingEndsThreadsAndNotifications)
     EXPECT_EQ(CloseRecord("mic1"), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
     EXPECT_EQ(audio.LiveObjects(), 0);
-    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 0);
     header.size = 55;
     EXPECT_EQ(ReadRecord(), 0);
     EXPECT_EQ(header.size, 0U);
+}
+
+TEST_F(MicrophoneRecord, ClosingFreesTheCaptureFormatEvenWhenItIsNull)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 0);
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1);
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1) << "nothing was open";
+}
+
+// Without a microphone the second capture has no thread that its deletion would wait for.
+TEST_F(MicrophoneRecord, CloseKeepsARecordingThatIsOpenedMeanwhile)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    AudioCapture *first = AudioCapture::Current();
+    AudioCapture *second = nullptr;
+    audio.Before(Method::UnregisterCallback, [&] {
+        audio.SetDefaultMicrophone(L"");
+        EXPECT_EQ(OpenRecord("mic1"), 0);
+        second = AudioCapture::Current();
+    });
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_NE(second, nullptr);
+    EXPECT_NE(second, first);
+    ASSERT_EQ(AudioCapture::Current(), second);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1) << "the second recording follows the default";
+}
+
+TEST_F(MicrophoneRecord, TwoConcurrentClosesEndTheRecordingOnce)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    audio.Before(Method::UnregisterCallback, [] {
+        EXPECT_EQ(AudioCapture::Current(), nullptr) << "the first call has taken the capture out";
+        std::thread other([] { EXPECT_EQ(CloseRecord("mic1"), 0); });
+        other.join();
+    });
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1);
 }
 
 TEST_F(MicrophoneRecord, HoldsThisModuleWhileOpenWithoutAMicrophone)
