@@ -14,18 +14,34 @@ extern "C" {
 namespace velto {
 namespace {
 
+constexpr char createTag[] = "AudioCapture::Create";
 constexpr char prepareTag[] = "AudioCapture::Prepare";
 constexpr char initializeTag[] = "AudioCapture::Initialize";
 constexpr DWORD stopPollMs = 50;
 
 } // namespace
 
+// The members that belong to the platform's codec library may allocate in their constructors and throw.
+AudioCapture *AudioCapture::Create()
+{
+    try {
+        auto *capture = new (std::nothrow) AudioCapture;
+        if (capture != nullptr) {
+            return capture;
+        }
+    } catch (const std::bad_alloc &) {
+        // reported below
+    }
+    LogError(createTag, "Alloc screen record object failed!No memory?");
+    return nullptr;
+}
+
 AudioCapture::~AudioCapture()
 {
     EndRestarts();
     WaitInitThread();
     SafeCloseHandle(m_initThread);
-    ReplaceNotifier(nullptr); // there is one only if Start came after Stop
+    ReplaceNotifier(nullptr); // there is one only if Start was called after Stop
 }
 
 void AudioCapture::SetTarget(uint32_t sampleRateHz, uint32_t channels, int32_t sampleFormat)

@@ -57,6 +57,9 @@ public:
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
 
+    // A new capture. Null, with an error logged, when there is no memory for it or one of its members.
+    static AudioCapture *Create();
+
     // The capture that the host has open, or null. Set by the control thread; the object that was
     // there before is not touched.
     static void SetCurrent(AudioCapture *capture);

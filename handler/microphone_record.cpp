@@ -31,10 +31,7 @@ int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *,
         LogError(openTag, "mic id or profiles is null or invalid");
         return VELTO_ERROR_INVALID;
     }
-    auto *capture = new (std::nothrow) AudioCapture;
-    if (capture == nullptr) {
-        LogError("AudioCapture::Create", "Alloc screen record object failed!No memory?");
-    }
+    AudioCapture *capture = AudioCapture::Create();
     // A capture that is still open continues without an owner.
     AudioCapture::SetCurrent(capture);
     if (capture == nullptr) {

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "capture_fixture.h"
-#include "tests/fakes/failing_new.h"
+#include "failing_throwing_new.h"
 
 namespace {
 
@@ -76,16 +76,56 @@ TEST_F(MicrophoneRecord, AnyIdOpensTheOneMicrophone)
     }
 }
 
-TEST_F(MicrophoneRecord, WithoutMemoryOpeningReportsAndSucceeds)
+// The allocations that the construction of a capture makes: its own and its members'.
+int ConstructionAllocations()
 {
-    {
-        const fakes::FailingNew noMemory(sizeof(AudioCapture));
-        EXPECT_EQ(OpenRecord("mic1"), 0);
+    for (int nth = 1;; ++nth) {
+        const FailingThrowingNew noMemory(nth);
+        try {
+            const auto made = std::make_unique<AudioCapture>();
+            return nth - 1;
+        } catch (const std::bad_alloc &) {
+            EXPECT_TRUE(noMemory.HasFailed());
+        }
     }
-    ExpectLine(errorLevel, L"Alloc screen record object failed!No memory?", "AudioCapture::Create");
-    header.size = 100;
-    EXPECT_EQ(ReadRecord(), 0);
-    EXPECT_EQ(header.size, 0U);
+}
+
+TEST_F(MicrophoneRecord, ReportsEveryFailingAllocationOfTheObjectAndReturnsSuccess)
+{
+    const int allocations = ConstructionAllocations();
+    EXPECT_GE(allocations, 1);
+    for (int nth = 1; nth <= allocations; ++nth) {
+        {
+            const FailingThrowingNew noMemory(nth);
+            EXPECT_EQ(OpenRecord("mic1"), 0);
+            EXPECT_TRUE(noMemory.HasFailed());
+        }
+        ExpectLine(errorLevel, L"Alloc screen record object failed!No memory?", "AudioCapture::Create", nth);
+        EXPECT_EQ(AudioCapture::Current(), nullptr);
+        header.size = 100;
+        EXPECT_EQ(ReadRecord(), 0);
+        EXPECT_EQ(header.size, 0U);
+    }
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
+}
+
+TEST_F(MicrophoneRecord, HasNoCurrentCaptureWhenASecondOpeningFindsNoMemory)
+{
+    for (const int nth : {1, ConstructionAllocations()}) {
+        EXPECT_EQ(OpenRecord("mic1"), 0);
+        AudioCapture *first = AudioCapture::Current();
+        {
+            const FailingThrowingNew noMemory(nth);
+            EXPECT_EQ(OpenRecord("mic1"), 0);
+        }
+        EXPECT_EQ(AudioCapture::Current(), nullptr);
+        EXPECT_FALSE(AudioCaptureProbe(*first).Stopped()) << "the first capture continues without an owner";
+        header.size = 100;
+        EXPECT_EQ(ReadRecord(), 0);
+        EXPECT_EQ(header.size, 0U);
+        AudioCapture::SetCurrent(first);
+        EXPECT_EQ(CloseRecord("mic1"), 0);
+    }
 }
 
 TEST_F(MicrophoneRecord, AMicrophoneThatCannotBeOpenedIsNotReportedToTheHost)
