@@ -34,9 +34,20 @@ const wchar_t *const noConverter = L"Failed to initialize the resampling context
 const wchar_t *const noInitThread = L"Create init thread failed!err=$E";
 const wchar_t *const noCaptureThread = L"Create audio capture and encoder thread failed, err=$E";
 
-// The capture thread gives up by stopping, and takes the notifications with it if they are there
-// already: in a restart either may come first.
-const std::vector<Remedy> givenUp{DefaultChange, Reopening};
+const wchar_t *const noHoldOnEndpoints =
+    L"Cannot hold the endpoints' DLL, default device changes are not followed! err=$E";
+const wchar_t *const noHoldOnThisModule =
+    L"Cannot hold this module, default device changes are not followed! err=$E";
+
+// A failing capture thread stops the capture, which ends notifications if they have begun. At an opening
+// the road lets the thread fail first; in a restart either may come first.
+const std::vector<Remedy> &GivenUpDuring(MicrophoneStep step)
+{
+    static const std::vector<Remedy> beforeNotifications{DefaultChange};
+    static const std::vector<Remedy> either{DefaultChange, Reopening};
+    static const std::vector<Remedy> afterNotifications{Reopening};
+    return step == Opening ? beforeNotifications : step == Restarting ? either : afterNotifications;
+}
 
 // The init thread asks first, for the encoder; then the capture thread, and then whoever follows the
 // default, which needs an enumerator too.
@@ -83,23 +94,41 @@ void AddBoth(Rows &rows)
 {
     rows.During({Opening, Restarting});
     rows.Add("CreateEvent", Failure, L"Create windows event failed! err=$E", prepareTag, {DefaultChange});
-    // One of those who ask is the notifier, which does not register without a hold on the endpoints' DLL.
-    rows.Add("GetModuleHandleEx", Failure, {{}, {None}, true});
     rows.Add("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Failure, {{}, {None}, true});
-    for (const FaultKind kind : {Failure, Null}) {
-        rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, givenUp);
-        rows.Add("IMMDevice::Activate", kind, noVolume, openTag, givenUp, 3);
-        rows.Add("IMMDevice::Activate", kind, noClient, micTag, givenUp);
-        rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, givenUp);
-        rows.Add("IAudioClient::GetService", kind, L"Get audio capture service failed, err=$H", openTag,
+    for (const MicrophoneStep step : {Opening, Restarting}) {
+        const std::vector<Remedy> &givenUp = GivenUpDuring(step);
+        rows.During({step});
+        for (const FaultKind kind : {Failure, Null}) {
+            rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, givenUp);
+            rows.Add("IMMDevice::Activate", kind, noVolume, openTag, givenUp, 3);
+            rows.Add("IMMDevice::Activate", kind, noClient, micTag, givenUp);
+            rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, givenUp);
+            rows.Add("IAudioClient::GetService", kind, L"Get audio capture service failed, err=$H", openTag,
+                     givenUp);
+        }
+        rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, givenUp, 2);
+        rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
                  givenUp);
+        rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, givenUp);
+        rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, givenUp);
+        rows.Add("swr_init", Failure, noConverter, swrTag, givenUp);
     }
-    rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, givenUp, 2);
-    rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
-             givenUp);
-    rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, givenUp);
-    rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, givenUp);
-    rows.Add("swr_init", Failure, noConverter, swrTag, givenUp);
+}
+
+// Each thread asks for a hold on this module, and starts without one, too. Then the notifier does, which
+// registers with both of its own or not at all.
+void AddHolds(Rows &rows)
+{
+    for (const MicrophoneStep step : {Opening, Restarting}) {
+        rows.During({step});
+        const int threads = step == Opening ? 2 : 3;
+        for (int thread = 1; thread <= threads; ++thread) {
+            rows.Add("GetModuleHandleEx", Failure, {{}, {None}}, thread);
+        }
+        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noHoldOnEndpoints}}, {None}, true}, threads + 1);
+        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noHoldOnThisModule}}, {None}, true},
+                 threads + 2);
+    }
 }
 
 // The loop polls whatever the steps do.
@@ -120,9 +149,12 @@ void AddLoop(Rows &rows)
     rows.Add("swr_convert", Failure, L"Error while converting", convertTag, {None});
     rows.Add("av_samples_get_buffer_size", Failure, L"Could not get sample buffer size", convertTag, {None});
 
-    rows.During({Opening, Capturing});
-    rows.Add("avcodec_send_frame", Failure, L"Error code: -104", errorTag, givenUp);
-    rows.Add("avcodec_receive_packet", Failure, L"Error code: -104", errorTag, givenUp);
+    for (const char *call : {"avcodec_send_frame", "avcodec_receive_packet"}) {
+        rows.During({Opening}); // the loop runs before the notifications begin, and afterwards
+        rows.Add(call, Failure, L"Error code: -104", errorTag, GivenUpDuring(Restarting));
+        rows.During({Capturing});
+        rows.Add(call, Failure, L"Error code: -104", errorTag, GivenUpDuring(Capturing));
+    }
     rows.During({Restarting}); // it may have been the end of the capture before
     rows.Add("avcodec_send_frame", Failure, {{}, {None, DefaultChange, Reopening}});
     rows.Add("avcodec_receive_packet", Failure, {{}, {None, DefaultChange, Reopening}});
@@ -134,6 +166,7 @@ Rows MakeRows()
     AddOpening(rows);
     AddRestarting(rows);
     AddBoth(rows);
+    AddHolds(rows);
     AddLoop(rows);
     return rows;
 }
@@ -157,6 +190,9 @@ std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
     }
     if (call == "CoCreateInstance") {
         return Expectation{{{micTag, noEnumerator}}, {Reopening}};
+    }
+    if (call == "GetModuleHandleEx") {
+        return Expectation{{{notifyTag, noHoldOnEndpoints}}, {None}, true};
     }
     if (call == "IAudioClient::GetMixFormat" && faulty.fault.kind == Size) {
         return Expectation{{{openTag, L"InitSwr failed! Err=-1"}}, {DefaultChange}};

@@ -36,6 +36,8 @@ protected:
             return header.size != 0 && header.size != 3840;
         });
     }
+    // The state of the capture that is open.
+    static int32_t State() { return AudioCaptureProbe(*AudioCapture::Current()).State(); }
 
     AudioProfileList profiles{};
     StreamFrameHeader header{};
@@ -256,6 +258,89 @@ TEST_F(MicrophoneRecord, HoldsThisModuleWhileOpenWithoutAMicrophone)
     EXPECT_EQ(CloseRecord("mic1"), 0);
     EXPECT_EQ(references(), others);
 }
+
+// --- A device that fails on the capture thread, before or after the host's thread has registered -----
+
+struct DeviceFailure {
+    Method method;
+    HRESULT result;
+};
+
+class FailingDevice : public MicrophoneRecord, public ::testing::WithParamInterface<DeviceFailure> {
+protected:
+    FailingDevice()
+    {
+        Microphone().source = [] { return QuietPacket(1024); };
+    }
+
+    // The capture's threads have ended, as after any failure.
+    static bool AwaitTeardown()
+    {
+        return Eventually([] { return State() == CAPTURE_NOT_PREPARED; });
+    }
+    void ChangeDefault() { audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone"); }
+};
+
+TEST_P(FailingDevice, EndsFollowingTheDefaultWhenItFailsAfterRegistration)
+{
+    audio.Before(GetParam().method, [] {
+        EXPECT_TRUE(
+            Eventually([] { return AudioCaptureProbe(*AudioCapture::Current()).Notifier() != nullptr; }));
+    });
+    audio.Fail(GetParam().method, GetParam().result);
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitTeardown());
+    EXPECT_EQ(audio.Count(Method::RegisterCallback), 1);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    const int threads = fakewin::Count(fakewin::Call::CreateThread);
+    ChangeDefault();
+    EXPECT_TRUE(LogOf("AudioCapture::OnAudioStateChanged").empty());
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), threads);
+    header.size = 100;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 100U) << "capture has stopped";
+
+    // The remedy.
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    EXPECT_TRUE(ReadsAPacket());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    ChangeDefault();
+    EXPECT_TRUE(AwaitLine(L"OnAudioStateChanged", "AudioCapture::OnAudioStateChanged"));
+}
+
+TEST_P(FailingDevice, FollowsTheDefaultWhenItFailsBeforeRegistration)
+{
+    audio.Before(Method::RegisterCallback, [] { EXPECT_TRUE(AwaitTeardown()); });
+    audio.Fail(GetParam().method, GetParam().result);
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    EXPECT_EQ(State(), CAPTURE_NOT_PREPARED);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    header.size = 100;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 100U) << "capture has stopped";
+
+    ChangeDefault();
+    EXPECT_TRUE(ReadsAPacket());
+}
+
+std::string FailureName(const ::testing::TestParamInfo<DeviceFailure> &failure)
+{
+    switch (failure.param.result) {
+    case AUDCLNT_E_DEVICE_IN_USE:
+        return "InExclusiveUse";
+    case E_ACCESSDENIED:
+        return "DeniedForPrivacy";
+    default:
+        return "NotReady";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Microphone, FailingDevice,
+                         ::testing::Values(DeviceFailure{Method::Initialize, AUDCLNT_E_DEVICE_IN_USE},
+                                           DeviceFailure{Method::Initialize, E_ACCESSDENIED},
+                                           DeviceFailure{Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING}),
+                         FailureName);
 
 TEST_F(MicrophoneRecord, OpeningTwiceAndClosingOnceLeavesTheFirstRunning)
 {
