@@ -69,7 +69,8 @@ IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, I
     return client;
 }
 
-// The name stems from a capture of what the loudspeaker plays; it opens the default microphone.
+// Opens the default microphone, not a loopback of the speaker: the name is part of the log contract
+// of this version, which has it as a tag.
 bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
                                            IAudioEndpointVolume *&volume)
 {

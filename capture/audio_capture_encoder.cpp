@@ -34,7 +34,7 @@ int32_t AudioCapture::GetEncodeParam(EncodeParam &param)
         return CAPTURE_DEVICE_FAILED;
     }
     if (mixFormat->wFormatTag != WAVE_FORMAT_EXTENSIBLE) {
-        // The client and the apartment are left as they are: nobody has relied on less since.
+        // The client and the apartment are leaked: the call contract of this version has no release here.
         LogError(paramTag, "WAVEFORMATEX is not WAVEFORMATEXTENSIBLE?");
         return CAPTURE_FORMAT_UNKNOWN;
     }
