@@ -79,8 +79,7 @@ Json CloseWhileReading(const Module &module)
     return report;
 }
 
-// Frees the module without closing the recording, whose notifications go on for as long as the process
-// stays.
+// Frees the module without closing the recording, whose notifications continue while the process stays.
 Json UnloadWhileOpen(Module &module)
 {
     Microphone microphone(module.Table(), VELTO_ID_MIC);

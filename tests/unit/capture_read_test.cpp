@@ -227,8 +227,8 @@ TEST_F(CaptureRead, DeletingWaitsForAReadThatIsUnderWay)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-// A slow machine may let the reader come too late to find the capture: then it gives 0, and the test
-// starts over.
+// On a slow machine the reader may start too late to find the capture. The read then gives 0, and the test
+// retries.
 TEST_F(CaptureRead, DeletionWaitsForAReadInsideTheCapture)
 {
     uint32_t size = 0;
