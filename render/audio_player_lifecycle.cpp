@@ -252,7 +252,6 @@ void AudioPlayerWas::ReleaseClient()
 {
     SafeRelease(m_audioClient);
     SafeRelease(m_renderClient);
-    m_bufferFrames = 0; // a size outlives no client: PlayAudio tells by it whether it can play
 }
 
 void AudioPlayerWas::Stop()

@@ -112,7 +112,7 @@ private:
     uint8_t **m_blockInFlight = nullptr;         // the output buffer that the write loop reads, while it runs
     int32_t m_inputLineSize = 0;
     int32_t m_outputLineSize = 0;
-    uint32_t m_bufferFrames = 0;                        // endpoint buffer; 0 while there is no client
+    uint32_t m_bufferFrames = 0;                        // endpoint buffer of the latest client
     HANDLE m_waitEvent = nullptr;                       // manual reset; created and closed, never waited on
     IAudioRenderClient *m_renderClient = nullptr;       // owned reference
     HANDLE m_bufferEvent = nullptr;                     // auto reset; signalled by the audio engine

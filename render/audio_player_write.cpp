@@ -26,7 +26,9 @@ void LogRenderFailure(HRESULT result, int line)
 
 void AudioPlayerWas::PlayAudio(const uint8_t *data, int64_t size)
 {
-    if (CheckDeviceChanged() != 0 || m_device == nullptr || m_bufferFrames == 0) {
+    // The buffer size of a released client is kept for the log line, so the render client is checked, too.
+    if (CheckDeviceChanged() != 0 || m_device == nullptr || m_bufferFrames == 0 ||
+        m_renderClient == nullptr) {
         LogError(playTag, "AudioPlayerWas ", "CheckDeviceChanged failed audioBufferSize=", m_bufferFrames);
         return;
     }
@@ -62,13 +64,17 @@ void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
         if (!QueryPadding(padding)) {
             return;
         }
-        // After a re-activation the padding is still the old client's, and may exceed the new
-        // buffer: the unsigned difference then offers more room than the block needs.
+        // After a re-activation the padding is the old client's and may exceed the new buffer: the unsigned
+        // difference then offers more room than the block needs.
         const uint32_t freeFrames = m_bufferFrames - padding;
         if (padding == 0) {
             LogError(writeTag, "AudioPlayerWas ", "padding = 0 ");
         }
         if (freeFrames != 0) {
+            // A re-activation in this pass may have failed, or have found a format without a frame size.
+            if (m_renderClient == nullptr || m_frameBytes == 0) {
+                return;
+            }
             const uint64_t bytes = std::min(remaining, uint64_t{m_frameBytes} * freeFrames);
             if (!WriteFrames(cursor, static_cast<uint32_t>(bytes / m_frameBytes))) {
                 return;
@@ -112,9 +118,6 @@ bool AudioPlayerWas::QueryPadding(uint32_t &padding)
 // dropped.
 bool AudioPlayerWas::WriteFrames(const uint8_t *cursor, uint32_t frames)
 {
-    if (m_renderClient == nullptr) {
-        return false; // the re-activation in this pass has failed
-    }
     BYTE *buffer = nullptr;
     const auto getBuffer = [&] { return m_renderClient->GetBuffer(frames, &buffer); };
     const auto releaseBuffer = [&] { return m_renderClient->ReleaseBuffer(frames, 0); };

@@ -53,8 +53,14 @@ struct MixFormat {
     uint32_t rateHz = 48000;
     bool extensible = true;
     uint32_t channelMask = 0x3;
+    // Set: reported in place of what the other fields give.
+    std::optional<uint16_t> blockAlign = std::nullopt;
+    std::optional<uint32_t> bytesPerSecond = std::nullopt;
 
-    uint16_t FrameBytes() const { return static_cast<uint16_t>(uint32_t{channels} * bits / 8); }
+    uint16_t FrameBytes() const
+    {
+        return blockAlign.value_or(static_cast<uint16_t>(uint32_t{channels} * bits / 8));
+    }
 };
 
 // What a client was initialised with.
@@ -84,6 +90,8 @@ struct Endpoint {
     std::wstring id;
     DWORD state = DEVICE_STATE_ACTIVE;
     MixFormat mixFormat;
+    // Initialize accepts formats that no audio engine takes. Otherwise it refuses them as documented.
+    bool acceptsAnyFormat = false;
     UINT32 bufferFrames = 14400;
 
     // What GetCurrentPadding reports: the script's values first; then, with a drain, what was
@@ -91,6 +99,7 @@ struct Endpoint {
     std::deque<UINT32> paddingScript;
     std::optional<UINT32> drainFrames;
     UINT32 constantPadding = 480;
+    std::optional<UINT32> paddingOfFailure; // what a failing GetCurrentPadding writes all the same
 
     UINT32 queuedFrames = 0;
     std::vector<uint8_t> written;      // all bytes given to ReleaseBuffer

@@ -4,6 +4,7 @@
 #include <ksmedia.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <cwchar>
 
@@ -32,7 +33,7 @@ WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
     format->nChannels = mix.channels;
     format->nSamplesPerSec = mix.rateHz;
     format->nBlockAlign = mix.FrameBytes();
-    format->nAvgBytesPerSec = mix.rateHz * mix.FrameBytes();
+    format->nAvgBytesPerSec = mix.bytesPerSecond.value_or(mix.rateHz * mix.FrameBytes());
     format->wBitsPerSample = mix.bits;
     format->cbSize = static_cast<WORD>(bytes - sizeof(WAVEFORMATEX));
     if (mix.extensible) {
@@ -42,6 +43,30 @@ WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
         extensible->SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
     }
     return format;
+}
+
+// What Initialize of an audio engine returns for a format: E_POINTER without one, E_INVALIDARG for an
+// invalid description, AUDCLNT_E_UNSUPPORTED_FORMAT for a valid one that the engine does not take.
+// https://learn.microsoft.com/windows/win32/api/audioclient/nf-audioclient-iaudioclient-initialize
+HRESULT JudgeFormat(const WAVEFORMATEX *format)
+{
+    if (format == nullptr) {
+        return E_POINTER;
+    }
+    const uint64_t frameBits = uint64_t{format->nChannels} * format->wBitsPerSample;
+    const uint64_t bytesPerSecond = uint64_t{format->nSamplesPerSec} * format->nBlockAlign;
+    const bool isExtensible = format->wFormatTag == WAVE_FORMAT_EXTENSIBLE;
+    if (frameBits == 0 || bytesPerSecond == 0 || frameBits != uint64_t{format->nBlockAlign} * 8 ||
+        bytesPerSecond != format->nAvgBytesPerSec ||
+        (isExtensible && format->cbSize < sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX))) {
+        return E_INVALIDARG;
+    }
+    constexpr std::array<WORD, 4> sampleBits{8, 16, 24, 32};
+    const bool isKnown =
+        isExtensible || format->wFormatTag == WAVE_FORMAT_PCM || format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
+    const bool isMixed =
+        std::find(sampleBits.begin(), sampleBits.end(), format->wBitsPerSample) != sampleBits.end();
+    return isKnown && isMixed ? S_OK : AUDCLNT_E_UNSUPPORTED_FORMAT;
 }
 
 } // namespace
@@ -113,6 +138,7 @@ Scripted FakeObject::Enter(Method method)
         scripted.null = true;
     } else if (*result >= SizeResult(0)) {
         scripted.size = static_cast<UINT32>(*result);
+        scripted.acceptsAnyFormat = *result >= AcceptedFormatResult(0);
     } else if (SUCCEEDED(*result)) {
         scripted.success = static_cast<HRESULT>(*result);
     } else {
@@ -267,8 +293,10 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     m_record->flags = flags;
     m_record->bufferDuration = bufferDuration;
     m_record->periodicity = periodicity;
-    const auto *bytes = reinterpret_cast<const uint8_t *>(format);
-    m_record->format.assign(bytes, bytes + sizeof(WAVEFORMATEX) + format->cbSize);
+    if (format != nullptr) {
+        const auto *bytes = reinterpret_cast<const uint8_t *>(format);
+        m_record->format.assign(bytes, bytes + sizeof(WAVEFORMATEX) + format->cbSize);
+    }
     m_record->hasSession = session != nullptr;
     const Scripted scripted = Enter(Method::Initialize);
     if (scripted.failure) {
@@ -276,6 +304,11 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     }
     if (m_initialized) {
         return AUDCLNT_E_ALREADY_INITIALIZED;
+    }
+    const HRESULT judged = JudgeFormat(format);
+    const bool acceptsAny = m_acceptsAnyFormat || m_endpoint->acceptsAnyFormat;
+    if (judged != S_OK && (format == nullptr || !acceptsAny)) {
+        return judged;
     }
     m_initialized = true;
     m_frameBytes = format->nBlockAlign;
@@ -301,10 +334,11 @@ HRESULT FakeAudioClient::GetCurrentPadding(UINT32 *frames)
 {
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::GetCurrentPadding);
+    Endpoint &endpoint = *m_endpoint;
     if (scripted.failure) {
+        *frames = endpoint.paddingOfFailure.value_or(*frames);
         return *scripted.failure;
     }
-    Endpoint &endpoint = *m_endpoint;
     if (scripted.size) {
         *frames = *scripted.size;
         return scripted.success;
@@ -335,6 +369,7 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
     if (scripted.size) {
         mix.channels = mix.bits = static_cast<uint16_t>(*scripted.size);
         mix.rateHz = *scripted.size;
+        m_acceptsAnyFormat = scripted.acceptsAnyFormat;
     }
     *format = MakeWaveFormat(mix);
     return scripted.success;

@@ -16,6 +16,7 @@ struct Scripted {
     HRESULT success = S_OK;         // to return when the work is done
     bool null = false;              // and to hand out no object
     std::optional<UINT32> size;     // and to tell this size
+    bool acceptsAnyFormat = false;  // and to have Initialize accept the format
 };
 
 // What all objects share. A released object stays in memory, so that a late call is reported.
@@ -133,6 +134,7 @@ private:
     std::shared_ptr<ClientRecord> m_record;
     const int m_invalidationsAtCreation;
     bool m_initialized = false;
+    bool m_acceptsAnyFormat = false; // by script; the endpoint's switch is another one
     uint16_t m_frameBytes = 0;
     UINT32 m_reportedPadding = 0;
 };

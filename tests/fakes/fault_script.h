@@ -13,10 +13,16 @@ namespace fakes {
 // Scripted in place of a failure: the call succeeds and hands out a null pointer.
 constexpr int64_t nullResult = INT64_C(1) << 40;
 
-// The call succeeds and tells `size`: frames, a padding, the state of a device.
+// The call succeeds and tells `size`: frames, a padding, the state of a device, the fields of a format.
 constexpr int64_t SizeResult(uint32_t size)
 {
     return (INT64_C(1) << 41) | size;
+}
+
+// Scripted for GetMixFormat: SizeResult(size), and Initialize of the same client accepts any format.
+constexpr int64_t AcceptedFormatResult(uint32_t size)
+{
+    return (INT64_C(1) << 42) | SizeResult(size);
 }
 
 // Any thread. `Call` is an enumeration of the fake's functions.

@@ -8,6 +8,7 @@ from rig import media, session
 INVALIDATED = -2004287484  # AUDCLNT_E_DEVICE_INVALIDATED
 GENERAL_FAILURE = -2147467259
 BLOCKS_PER_SECOND = 48000 / 1024
+BUFFER_FRAMES = 14400  # of the lost client: 300 ms at 48000 Hz
 
 
 class EndpointLost(session.SystemTest):
@@ -25,7 +26,7 @@ class EndpointLost(session.SystemTest):
         self.session.server.unload_sink("spkB")
         host.log.wait_for(f"Unable to get padding with {INVALIDATED} padding=")
         host.log.wait_for("Need to deal with audio property value change")
-        host.log.wait_for("CheckDeviceChanged failed audioBufferSize=0", times=20)
+        host.log.wait_for(f"CheckDeviceChanged failed audioBufferSize={BUFFER_FRAMES}", times=20)
         self.assert_no_spin(host)
         self.session.prefix.make_default_output(identity["spkA"])
         first.wait_for_sound(30)
@@ -43,7 +44,7 @@ class EndpointLost(session.SystemTest):
         host.log.wait_for(f"Unable to get padding with {INVALIDATED} padding=")
         host.log.wait_for("Need to deal with audio property value change")
         host.log.wait_for(f"AudioPlayerWas function fail with {GENERAL_FAILURE}. Release resource. Line:186")
-        host.log.wait_for("CheckDeviceChanged failed audioBufferSize=0", times=20)
+        host.log.wait_for(f"CheckDeviceChanged failed audioBufferSize={BUFFER_FRAMES}", times=20)
         self.assert_no_spin(host)
         self.assert_ended_well(host)
         self.assertEqual(host.summary["nonzeroResults"], 0)

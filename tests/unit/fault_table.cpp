@@ -44,6 +44,11 @@ Fault Sized(const std::string &name, uint32_t size)
     return {name, FaultKind::Size, fakes::SizeResult(size)};
 }
 
+Fault Accepted(const std::string &name, uint32_t size)
+{
+    return {name, FaultKind::Size, fakes::AcceptedFormatResult(size)};
+}
+
 Fault Error(const std::string &name, int64_t code)
 {
     return {name, Failure, code};
@@ -94,7 +99,9 @@ void AddEndpointCalls(std::vector<FaultyCall> &calls)
                      Sized("DEVICE_STATE_UNPLUGGED", 8), Sized("no state", 0), sFalse}),
          OfEndpoint("IAudioClient::GetMixFormat", Method::GetMixFormat,
                     {invalidated, serviceStopped, pointer, outOfMemory, null, Sized("a format of zeros", 0),
-                     Sized("a format of huge numbers", 0xFFFFFFFF), sFalse})});
+                     Sized("a format of huge numbers", 0xFFFFFFFF),
+                     Accepted("a format of zeros that Initialize accepts", 0),
+                     Accepted("a format of huge numbers that Initialize accepts", 0xFFFFFFFF), sFalse})});
 }
 
 void AddClientCalls(std::vector<FaultyCall> &calls)

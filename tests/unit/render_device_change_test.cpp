@@ -183,8 +183,7 @@ TEST_F(RenderDeviceChange, WithoutADefaultEndpointTheStoredIdIsForgottenAndTheBl
                                  L". Just return",
                              deviceTag},
                             {errorLevel, deviceFailed, checkTag},
-                            {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=14400",
-                             "AudioPlayerWas::PlayAudio"}}));
+                            {errorLevel, DroppedBlock(14400), playTag}}));
     EXPECT_EQ(probe.DeviceId(), nullptr);
     EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 2)
         << "once to open; not called again for the log";
@@ -239,8 +238,7 @@ TEST_F(RenderDeviceChange, AFailedActivationLeavesNoClientUntilALaterNotificatio
     for (int i = 0; i < 3; ++i) {
         Play(block);
     }
-    EXPECT_EQ(Log(), Lines(3, {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
-                               "AudioPlayerWas::PlayAudio"}));
+    EXPECT_EQ(Log(), Lines(3, {errorLevel, DroppedBlock(14400), playTag}));
     audio.SetDefaultForAllRoles(L"speakers");
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(block);
@@ -346,8 +344,7 @@ TEST_F(RenderDeviceChange, AFailedReplacementIsLoggedAndDropsTheBlock)
     EXPECT_EQ(Log(), (Lines{{infoLevel, needToDeal, propertyTag},
                             {errorLevel, FunctionFail(firstError, 175), activateTag},
                             {errorLevel, propertyFailed, checkTag},
-                            {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
-                             "AudioPlayerWas::PlayAudio"}}));
+                            {errorLevel, DroppedBlock(14400), playTag}}));
 }
 
 TEST_F(RenderDeviceChange, APropertyChangeOfARendererThatIsNotOpenOnlySaysSo)

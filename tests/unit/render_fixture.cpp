@@ -37,6 +37,11 @@ std::wstring MemoryFail(int line)
     return L"AudioPlayerWas memory fail with 0. Release resource. Line:" + std::to_wstring(line);
 }
 
+std::wstring DroppedBlock(uint32_t frames)
+{
+    return L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=" + std::to_wstring(frames);
+}
+
 std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
 {
     fakes::ResetAll();

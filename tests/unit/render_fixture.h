@@ -32,6 +32,10 @@ std::wstring FunctionFail(int64_t result, int line);
 // The same for a null pointer.
 std::wstring MemoryFail(int line);
 
+// "AudioPlayerWas CheckDeviceChanged failed audioBufferSize=<frames>", of playTag.
+std::wstring DroppedBlock(uint32_t frames);
+inline constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
+
 // What is open at a moment, such as what earlier tests have left in the module's own static objects.
 struct OpenThings {
     // Nothing was left behind since that moment.

@@ -296,9 +296,7 @@ TEST_F(RenderOpen, AClosedRendererDropsBlocksWithALine)
     player->Close();
     ClearLog();
     Play(MakeBlock());
-    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel,
-                                             L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0",
-                                             "AudioPlayerWas::PlayAudio"}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(14400), playTag}}));
 }
 
 TEST_F(RenderOpen, OpeningAgainReplacesEverythingButTheConverter)
@@ -390,6 +388,7 @@ TEST_F(RenderOpen, ReleaseClientReleasesBothClientsAndNothingElse)
     player->ReleaseClient();
     EXPECT_EQ(probe.AudioClient(), nullptr);
     EXPECT_EQ(probe.RenderClient(), nullptr);
+    EXPECT_EQ(probe.BufferFrames(), 14400u);
     EXPECT_EQ(audio.Count(Method::Stop), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
     EXPECT_NE(probe.Device(), nullptr);

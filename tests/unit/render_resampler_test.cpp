@@ -9,7 +9,6 @@ using namespace velto_test;
 using fakeffmpeg::Call;
 
 constexpr char resampleTag[] = "AudioPlayerWas::Resample";
-constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 constexpr wchar_t refused[] = L"AudioPlayerWas parm is false, do not resample.";
 
 class RenderResampler : public RenderTest {

@@ -8,7 +8,6 @@ namespace velto_test {
 using fakewin::WaitRecord;
 
 inline constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
-inline constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 inline constexpr wchar_t underrun[] = L"AudioPlayerWas padding = 0 ";
 inline constexpr UINT32 bufferFrames = 14400;
 inline constexpr HRESULT firstError = E_ACCESSDENIED;

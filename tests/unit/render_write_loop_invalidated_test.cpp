@@ -116,20 +116,24 @@ TEST_F(RenderWriteLoopInvalidated, ASmallerFrameSizeAfterALargerOneReadsNoFurthe
     EXPECT_EQ(audio.Written(L"speakers"), whole);
 }
 
-TEST_F(RenderWriteLoopInvalidated, AFailedReactivationDropsTheRestAndEveryLaterBlock)
+TEST_F(RenderWriteLoopInvalidated, RetriesOnceAndDropsTheBlockWhenReactivationFails)
 {
     InvalidateAfter400Frames();
     audio.Fail(Method::Activate, E_FAIL, 1, 2);
     Play(block);
-    ExpectInvalidation();
-    ExpectLine(errorLevel, FunctionFail(E_FAIL, 175), "AudioPlayerWas::ActivateWasClient");
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{
+                         {errorLevel, PaddingFailure(AUDCLNT_E_DEVICE_INVALIDATED, bufferFrames), writeTag},
+                         {infoLevel, L"AudioPlayerWas Need to deal with audio property value change",
+                          "AudioPlayerWas::OnAudioPropertyValueChanged"},
+                         {errorLevel, FunctionFail(E_FAIL, 175), "AudioPlayerWas::ActivateWasClient"},
+                         {errorLevel, RetryLine(0), writeTag}}));
+    // After the 400 frames, and in the pass that found the client invalid.
+    EXPECT_EQ(Waits(), (std::vector<WaitRecord>{BufferWait(), OneMillisecond(), BufferWait()}));
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
     ClearLog();
     Play(block);
     Play(block);
-    EXPECT_EQ(Log(),
-              std::vector<LogEntry>(
-                  2, {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", playTag}));
+    EXPECT_EQ(Log(), std::vector<LogEntry>(2, {errorLevel, DroppedBlock(bufferFrames), playTag}));
     audio.NotifyPropertyChanged(L"speakers");
     ClearLog();
     Speakers().written.clear();
@@ -147,15 +151,47 @@ TEST_F(RenderWriteLoopInvalidated, AReactivationThatFailsLateDropsTheRestToo)
         audio.Fail(method, E_FAIL, 1, 2);
         Play(block);
         EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
+        ExpectLine(errorLevel, RetryLine(0), writeTag);
         ClearLog();
         Play(block);
-        EXPECT_EQ(Log(),
-                  (std::vector<LogEntry>{
-                      {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", playTag}}));
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(bufferFrames), playTag}}));
         Speakers().mixFormat = {2, 16, 48000};
         audio.NotifyPropertyChanged(L"speakers");
         ASSERT_EQ(probe.CheckDeviceChanged(), 0);
+        ClearLog();
     }
+}
+
+// The stale padding differs from the new buffer size, so that there seems to be room.
+TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterTheBufferSizeChanged)
+{
+    for (const UINT32 frames : {UINT32{100}, bufferFrames + 100}) {
+        Speakers().written.clear();
+        InvalidateAfter400Frames();
+        Speakers().bufferFrames = frames;
+        audio.Fail(Method::GetService, E_FAIL, 1, 2);
+        Play(block);
+        EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
+        ExpectLine(errorLevel, RetryLine(0), writeTag, 0);
+        ClearLog();
+        Play(block);
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(frames), playTag}}));
+        Speakers().bufferFrames = bufferFrames;
+        audio.NotifyPropertyChanged(L"speakers");
+        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
+        ClearLog();
+    }
+}
+
+TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterAPaddingWasWritten)
+{
+    InvalidateAfter400Frames();
+    Speakers().paddingOfFailure = 480;
+    audio.Fail(Method::Activate, E_FAIL, 1, 2);
+    Play(block);
+    ExpectLine(errorLevel, PaddingFailure(AUDCLNT_E_DEVICE_INVALIDATED, 480), writeTag);
+    ExpectLine(errorLevel, RetryLine(0), writeTag, 0);
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
 }
 
 TEST_F(RenderWriteLoopInvalidated, ADeviceThatIsInvalidatedAtEveryQueryEndsWithTheRetries)
@@ -175,9 +211,7 @@ TEST_F(RenderWriteLoopInvalidated, ANullMixFormatOfTheNewClientEndsTheBlock)
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
     ClearLog();
     Play(block);
-    EXPECT_EQ(Log(),
-              (std::vector<LogEntry>{
-                  {errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", playTag}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(bufferFrames), playTag}}));
 }
 
 TEST_F(RenderWriteLoopInvalidated, AConverterThatCannotBeSetUpAgainKeepsTheOldBlockReadable)
@@ -187,5 +221,103 @@ TEST_F(RenderWriteLoopInvalidated, AConverterThatCannotBeSetUpAgainKeepsTheOldBl
     Play(block);
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
+
+// --- A mix format that no engine reports -------------------------------------------------------
+
+struct UnusableFormat {
+    const char *name;
+    fakes::MixFormat mix;
+    UINT32 newBufferFrames;
+    bool isAccepted; // by Initialize
+};
+
+std::vector<UnusableFormat> UnusableFormats()
+{
+    fakes::MixFormat withoutFrameSize{2, 16, 48000};
+    withoutFrameSize.blockAlign = 0;
+    const std::pair<const char *, fakes::MixFormat> formats[] = {
+        {"BlockAlignZero", withoutFrameSize},
+        {"Zeros", {0, 0, 0}},
+        {"HugeNumbers", {0xFFFF, 0xFFFF, 0xFFFFFFFF}},
+    };
+    std::vector<UnusableFormat> all;
+    for (const auto &[name, mix] : formats) {
+        for (const UINT32 frames : {bufferFrames, bufferFrames + 100, UINT32{4800}}) {
+            all.push_back({name, mix, frames, false});
+            all.push_back({name, mix, frames, true});
+        }
+    }
+    return all;
+}
+
+class RenderUnusableFormat : public RenderWriteLoopInvalidated,
+                             public ::testing::WithParamInterface<UnusableFormat> {
+protected:
+    // What a new client finds from now on.
+    void ChangeFormat()
+    {
+        Speakers().mixFormat = GetParam().mix;
+        Speakers().bufferFrames = GetParam().newBufferFrames;
+        Speakers().acceptsAnyFormat = GetParam().isAccepted;
+    }
+
+    void ExpectSilenceUntilAnotherDefaultDevice()
+    {
+        const size_t written = Speakers().writtenFrames.size();
+        ClearLog();
+        Play(block);
+        EXPECT_EQ(Speakers().writtenFrames.size(), written);
+        if (!GetParam().isAccepted) {
+            EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(bufferFrames), playTag}}));
+        }
+        audio.Add(L"headset").mixFormat = {2, 16, 48000};
+        audio.SetDefaultForAllRoles(L"headset");
+        audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+        Play(block);
+        EXPECT_EQ(audio.Written(L"headset"), block);
+    }
+};
+
+TEST_P(RenderUnusableFormat, EndsTheBlockWhenItAppearsInMidBlock)
+{
+    InvalidateAfter400Frames();
+    ChangeFormat();
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
+    if (!GetParam().isAccepted) {
+        ExpectLine(errorLevel, FunctionFail(E_INVALIDARG, 186), "AudioPlayerWas::ActivateWasClient");
+        ExpectLine(errorLevel, RetryLine(0), writeTag);
+        EXPECT_EQ(Log().size(), 4U);
+    }
+    ExpectSilenceUntilAnotherDefaultDevice();
+}
+
+TEST_P(RenderUnusableFormat, EndsTheBlockWhenTheFailedQueryWroteAPadding)
+{
+    InvalidateAfter400Frames();
+    Speakers().paddingOfFailure = 480;
+    ChangeFormat();
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
+    ExpectSilenceUntilAnotherDefaultDevice();
+}
+
+TEST_P(RenderUnusableFormat, DropsBlocksWhenItAppearsBetweenThem)
+{
+    Play(block);
+    audio.Invalidate(L"speakers");
+    audio.NotifyPropertyChanged(L"speakers");
+    ChangeFormat();
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers"), block);
+    ExpectSilenceUntilAnotherDefaultDevice();
+}
+
+INSTANTIATE_TEST_SUITE_P(, RenderUnusableFormat, ::testing::ValuesIn(UnusableFormats()),
+                         [](const ::testing::TestParamInfo<UnusableFormat> &info) {
+                             return std::string(info.param.name) +
+                                    std::to_string(info.param.newBufferFrames) +
+                                    (info.param.isAccepted ? "Accepted" : "Refused");
+                         });
 
 } // namespace

@@ -26,7 +26,7 @@ TEST_F(RenderWriteLoop, WithoutADeviceEveryBlockIsDroppedWithALineAndNothingIsQu
     ClearLog();
     Play(MakeBlock(2));
     Play(MakeBlock(3));
-    ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0", playTag, 2);
+    ExpectLine(errorLevel, DroppedBlock(bufferFrames), playTag, 2);
     EXPECT_EQ(Log().size(), 2u);
     audio.NotifyPropertyChanged(L"speakers");
     Play(block);
@@ -38,7 +38,7 @@ TEST_F(RenderWriteLoop, AFailedDeviceChangeNamesTheBufferSizeAndDropsTheBlock)
     audio.Fail(Method::GetDefaultAudioEndpoint, E_FAIL);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(block);
-    ExpectLine(errorLevel, L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=14400", playTag);
+    ExpectLine(errorLevel, DroppedBlock(bufferFrames), playTag);
     EXPECT_TRUE(audio.Written(L"speakers").empty());
 }
 

@@ -18,7 +18,6 @@ constexpr char deviceTag[] = "AudioPlayerWas::OnAudioDeviceChanged";
 constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
 constexpr char resampleTag[] = "AudioPlayerWas::Resample";
 constexpr char resampleInitTag[] = "AudioPlayerWas::ResampleInit";
-constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 
 // In the texts: $1 the result of the failing use, $2 that of the use after it, $B the frames of the
 // endpoint buffer.
@@ -35,6 +34,12 @@ std::wstring RenderFails(int line)
 const wchar_t *const paddingFails = L"AudioPlayerWas Unable to get padding with $1 padding=$B";
 const wchar_t *const noConversion = L"AudioPlayerWas Error while converting";
 const wchar_t *const noConverter = L"AudioPlayerWas Failed to initialize the resampling context";
+// True for a mix format that Initialize accepts although no engine takes it.
+bool IsAccepted(const FaultCase &faulty)
+{
+    return faulty.fault.result >= fakes::AcceptedFormatResult(0);
+}
+
 const wchar_t *const noRoom = L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0";
 
 // Without an enumerator or a registration nothing tells of other devices; without a client the
@@ -56,8 +61,6 @@ void AddOpening(Rows &rows)
     rows.Add("IMMDevice::Activate", Null, MemoryFail(307), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetMixFormat", Failure, Fails(308), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetMixFormat", Null, MemoryFail(309), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetMixFormat", Size, FunctionFail(AVERROR(EINVAL), 319), initTag,
-             {DefaultChange});
     rows.Add("IAudioClient::Initialize", Failure, Fails(315), initTag, {DefaultChange});
     rows.Add("swr_alloc", Failure, MemoryFail(318), initTag, {DefaultChange});
     rows.Add("swr_init", Failure, Fails(319), initTag, {DefaultChange});
@@ -77,7 +80,6 @@ void AddReactivation(Rows &rows)
     rows.Add("IMMDevice::Activate", Null, MemoryFail(175), activateTag, {PropertyChange});
     rows.Add("IAudioClient::GetMixFormat", Failure, Fails(177), activateTag, {PropertyChange});
     rows.Add("IAudioClient::GetMixFormat", Null, L"", "", {DefaultChange}); // a client is kept, unused
-    rows.Add("IAudioClient::GetMixFormat", Size, noConverter, resampleInitTag, {DefaultChange});
     rows.Add("IAudioClient::Initialize", Failure, Fails(186), activateTag, {PropertyChange});
     rows.Add("swr_init", Failure, noConverter, resampleInitTag, {DefaultChange});
     rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, {PropertyChange});
@@ -127,6 +129,24 @@ Rows MakeRows()
     return rows;
 }
 
+// Initialize refuses a format of zeros or of huge numbers. Where it does not, FFmpeg does: the zeros while
+// the converter is set up, the huge numbers also by options that keep what they had.
+Expectation ExpectedOfFormat(const FaultCase &faulty, SpeakerStep step)
+{
+    const bool isOpening = step == Opening;
+    if (!IsAccepted(faulty)) {
+        return isOpening ? Expectation{{{initTag, FunctionFail(E_INVALIDARG, 315)}}, {DefaultChange}}
+                         : Expectation{{{activateTag, FunctionFail(E_INVALIDARG, 186)}}, {PropertyChange}};
+    }
+    if (isOpening) {
+        return {{{initTag, FunctionFail(AVERROR(EINVAL), 319)}}, {DefaultChange}};
+    }
+    if (static_cast<uint32_t>(faulty.fault.result) == 0) {
+        return {{{resampleInitTag, noConverter}}, {DefaultChange}};
+    }
+    return {{}, {DefaultChange}};
+}
+
 // What depends on the very size.
 std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep step, int use)
 {
@@ -139,9 +159,8 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
                                         : L"AudioPlayerWas Unable to get padding with 0 padding=4294967295";
         return Expectation{{{writeTag, text}}, {None}};
     }
-    const bool reactivates = step == Switching || step == Rebuilding;
-    if (faulty.call.name == "IAudioClient::GetMixFormat" && reactivates && size != 0) {
-        return Expectation{{}, {DefaultChange}}; // the converter keeps what it had
+    if (faulty.call.name == "IAudioClient::GetMixFormat") {
+        return ExpectedOfFormat(faulty, step);
     }
     const bool probes = step == Probing || (step == Rebuilding && use == 1);
     if (faulty.call.name == "IAudioClient::GetBufferSize" && !probes && size == 0) {
