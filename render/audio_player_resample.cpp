@@ -71,13 +71,13 @@ int32_t AudioPlayerWas::ResampleInit()
     m_outputFrames = static_cast<int32_t>(
         av_rescale_rnd(inputBlockFrames, m_output.sampleRateHz, inputSampleRateHz, AV_ROUND_UP));
     m_outputCapacityFrames = m_outputFrames;
-    m_output.channels = ChannelsOf(m_output.channelLayout);
+    m_outputChannels = ChannelsOf(m_output.channelLayout);
     // The write loop may have come here in the middle of a block, which it goes on reading.
     if (m_outputBuffer == m_blockInFlight) {
         m_outputBuffer = nullptr;
     }
     FreeSampleBuffer(m_outputBuffer);
-    av_samples_alloc_array_and_samples(&m_outputBuffer, &m_outputLineSize, m_output.channels, m_outputFrames,
+    av_samples_alloc_array_and_samples(&m_outputBuffer, &m_outputLineSize, m_outputChannels, m_outputFrames,
                                        outputSampleFormat, 0);
     return 0;
 }
@@ -114,7 +114,7 @@ int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
     if (converted < 0) {
         return Refused("Error while converting");
     }
-    m_outputBytes = av_samples_get_buffer_size(&m_outputLineSize, m_output.channels, converted,
+    m_outputBytes = av_samples_get_buffer_size(&m_outputLineSize, m_outputChannels, converted,
                                                static_cast<AVSampleFormat>(m_output.sampleFormat), 1);
     if (m_outputBytes < 0) {
         return Refused("Could not get sample buffer size");
@@ -133,7 +133,7 @@ bool AudioPlayerWas::GrowOutputBuffer()
         return true;
     }
     av_freep(static_cast<void *>(m_outputBuffer));
-    if (av_samples_alloc(m_outputBuffer, &m_outputLineSize, m_output.channels, m_outputFrames,
+    if (av_samples_alloc(m_outputBuffer, &m_outputLineSize, m_outputChannels, m_outputFrames,
                          static_cast<AVSampleFormat>(m_output.sampleFormat), 1) < 0) {
         return false;
     }

@@ -105,6 +105,7 @@ private:
     IMMDevice *m_device = nullptr;               // owned reference; endpoint in use
     uint32_t m_frameBytes = 0;                   // bytes per output frame, all channels
     OutputFormat m_output;                       // derived from the mix format
+    int32_t m_outputChannels = 0;                // of the layout that the converter was last set up for
     int32_t m_outputFrames = 0;                  // expected from the current conversion
     int32_t m_outputCapacityFrames = 0;          // that the output buffer can hold
     uint8_t **m_inputBuffer = nullptr;           // planes and storage, av_freep

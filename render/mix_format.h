@@ -13,7 +13,6 @@ struct OutputFormat {
     int64_t channelLayout = 3; // front left + front right
     int32_t sampleFormat = 1;  // signed 16-bit, interleaved
     int32_t sampleRateHz = 48000;
-    int32_t channels = 0; // of the layout; set with the converter
 };
 
 // The layout for a channel count. Six and eight channels map to layouts without a low-frequency
@@ -24,7 +23,7 @@ int64_t ChannelLayoutFor(uint16_t channels);
 // are taken as integers: the mix format is re-labelled as PCM before it is used.
 int32_t SampleFormatFor(uint16_t bitsPerSample);
 
-// Layout, sample format and rate of a mix format; the channel count is left 0.
+// Layout, sample format and rate for a mix format.
 OutputFormat OutputFormatFor(const WAVEFORMATEX &mixFormat);
 
 } // namespace velto

@@ -40,7 +40,12 @@ SwrContext *swr_alloc()
 
 int swr_init(SwrContext *context)
 {
-    return Scripted(Call::swr_init, [&] { return ::swr_init(context); });
+    const auto fault = Script().Next(Call::swr_init);
+    if (!fault) {
+        return ::swr_init(context);
+    }
+    ::swr_close(context); // a failing call leaves no conversion set up
+    return static_cast<int>(*fault);
 }
 
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount)

@@ -35,6 +35,7 @@ public:
     uint32_t BufferFrames() const { return m_player.m_bufferFrames; }
 
     const OutputFormat &Output() const { return m_player.m_output; }
+    int32_t OutputChannels() const { return m_player.m_outputChannels; }
     uint32_t &FrameBytes() { return m_player.m_frameBytes; }
     int32_t OutputFrames() const { return m_player.m_outputFrames; }
     int32_t OutputCapacityFrames() const { return m_player.m_outputCapacityFrames; }

@@ -62,4 +62,15 @@ TEST_F(RenderMixFormat, WithoutOneTheOutputStaysAsItWasAndALineIsLogged)
     EXPECT_EQ(probe.Output().sampleRateHz, 44100);
 }
 
+TEST_F(RenderMixFormat, LeavesTheChannelCountToTheConvertersSetUp)
+{
+    OpenWith({6, 32, 44100});
+    probe.MixFormat()->nChannels = 8;
+    probe.GetWaveFormatParm();
+    EXPECT_EQ(probe.Output().channelLayout, 1847);
+    EXPECT_EQ(probe.OutputChannels(), 6);
+    EXPECT_EQ(probe.ResampleInit(), 0);
+    EXPECT_EQ(probe.OutputChannels(), 8);
+}
+
 } // namespace

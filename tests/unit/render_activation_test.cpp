@@ -139,7 +139,7 @@ TEST_F(RenderActivation, SixChannelsOf32BitsAt44100SetUpTheConverter)
     EXPECT_EQ(probe.Output().channelLayout, 311);
     EXPECT_EQ(probe.Output().sampleFormat, 2);
     EXPECT_EQ(probe.Output().sampleRateHz, 44100);
-    EXPECT_EQ(probe.Output().channels, 6);
+    EXPECT_EQ(probe.OutputChannels(), 6);
     EXPECT_EQ(probe.OutputFrames(), 941);
     EXPECT_EQ(probe.OutputCapacityFrames(), 941);
 }

@@ -40,7 +40,7 @@ TEST_F(RenderOpen, ConstructionTouchesNothingAndSetsTheDefaults)
     EXPECT_EQ(probe.Output().channelLayout, 3);
     EXPECT_EQ(probe.Output().sampleFormat, 1);
     EXPECT_EQ(probe.Output().sampleRateHz, 48000);
-    EXPECT_EQ(probe.Output().channels, 0);
+    EXPECT_EQ(probe.OutputChannels(), 0);
     EXPECT_EQ(probe.FrameBytes(), 0u);
     EXPECT_EQ(probe.BufferFrames(), 0u);
     EXPECT_EQ(probe.OutputFrames(), 0);

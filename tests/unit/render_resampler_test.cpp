@@ -258,6 +258,29 @@ TEST_F(RenderResamplerFailure, AFailedConversionDropsTheBlock)
     ExpectBlockDropped(L"AudioPlayerWas Error while converting");
 }
 
+// The failure is ignored, so that blocks come to a converter that is not set up.
+TEST_F(RenderResamplerFailure, FailsToConvertWhenSetUpFailedInReactivation)
+{
+    const fakes::MixFormat formats[] = {
+        {2, 16, 48000}, {2, 16, 96000}, {2, 16, 44100}, {8, 32, 192000}, {1, 8, 48000}};
+    OpenWith({2, 16, 48000});
+    for (const fakes::MixFormat &format : formats) {
+        Speakers().mixFormat = format;
+        audio.Invalidate(L"speakers");
+        audio.NotifyPropertyChanged(L"speakers");
+        fakeffmpeg::Script().Fail(Call::swr_init, -22);
+        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
+        ClearLog();
+        for (int block = 0; block < 3; ++block) {
+            Play(MakeBlock());
+        }
+        ExpectLine(errorLevel, L"AudioPlayerWas Error while converting", resampleTag, 3);
+        ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag, 3);
+        EXPECT_EQ(Log().size(), 6U) << format.rateHz << " Hz, " << format.channels << " channels";
+    }
+    EXPECT_TRUE(Speakers().writtenFrames.empty());
+}
+
 TEST_F(RenderResamplerFailure, AFailedSizeComputationDropsTheBlock)
 {
     OpenWith({2, 32, 48000});
