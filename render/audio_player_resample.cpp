@@ -1,12 +1,15 @@
 // Conversion of the fixed input format to the engine's mix format.
 #include "render/audio_player_was.h"
 
+#include <cerrno>
+
 #include "handler/log.h"
 #include "render/sample_buffer.h"
 #include "support/checked_copy.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
 #include <libavutil/mathematics.h>
 #include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
@@ -24,6 +27,13 @@ int ChannelsOf(int64_t layoutMask)
     AVChannelLayout layout{};
     av_channel_layout_from_mask(&layout, static_cast<uint64_t>(layoutMask));
     return layout.nb_channels;
+}
+
+int32_t SetUpFailed(int result)
+{
+    LogError("AudioPlayerWas::ResampleInit", "AudioPlayerWas ",
+             "Failed to initialize the resampling context");
+    return result;
 }
 
 template <typename... Values>
@@ -50,6 +60,9 @@ int32_t AudioPlayerWas::ResampleInit()
     if (m_resampler == nullptr) {
         m_resampler = swr_alloc();
     }
+    if (m_resampler == nullptr) {
+        return SetUpFailed(AVERROR(ENOMEM));
+    }
     const auto outputSampleFormat = static_cast<AVSampleFormat>(m_output.sampleFormat);
     av_opt_set_int(m_resampler, "in_channel_layout", inputChannelLayout, 0);
     av_opt_set_int(m_resampler, "in_sample_rate", inputSampleRateHz, 0);
@@ -59,9 +72,7 @@ int32_t AudioPlayerWas::ResampleInit()
     av_opt_set_sample_fmt(m_resampler, "out_sample_fmt", outputSampleFormat, 0);
     const int result = swr_init(m_resampler);
     if (result < 0) {
-        LogError("AudioPlayerWas::ResampleInit", "AudioPlayerWas ",
-                 "Failed to initialize the resampling context");
-        return result;
+        return SetUpFailed(result);
     }
 
     FreeSampleBuffer(m_inputBuffer);
@@ -99,6 +110,9 @@ int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
     }
     if (CheckedCopy(m_inputBuffer[0], size, data, size) != 0) {
         return Refused("memcpy_s fail");
+    }
+    if (m_resampler == nullptr) { // FFmpeg does not check
+        return Refused("Error while converting");
     }
 
     const int64_t pending = swr_get_delay(m_resampler, inputSampleRateHz) + inputBlockFrames;

@@ -419,6 +419,48 @@ TEST_F(RenderReactivation, ARendererWithoutAConverterMakesOne)
     EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
 }
 
+TEST_F(RenderReactivation, EndsLikeAFailedSetUpWithoutMemoryForAConverter)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 3);
+    EXPECT_TRUE(Open()) << "without a client, device or converter";
+    ClearLog();
+    EXPECT_LT(probe.ResampleInit(), 0);
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
+    audio.Add(L"headset");
+    audio.SetDefaultForAllRoles(L"headset");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    ClearLog();
+    EXPECT_EQ(probe.CheckDeviceChanged(), 0) << "the failure is ignored";
+    EXPECT_NE(probe.RenderClient(), nullptr);
+    ExpectLine(errorLevel, resamplerFailed, resampleInitTag);
+    EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init), 0);
+}
+
+// The second opening has lost the converter of the first, and its input buffer is still there.
+TEST_F(RenderReactivation, FailsToConvertWithoutAConverterAfterASecondOpening)
+{
+    EXPECT_TRUE(Open());
+    player->Close();
+    SwrContext *lost = probe.TakeResampler();
+    swr_free(&lost);
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 2);
+    EXPECT_TRUE(Open());
+    audio.Add(L"headset");
+    audio.SetDefaultForAllRoles(L"headset");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    EXPECT_EQ(probe.CheckDeviceChanged(), 0);
+    EXPECT_FALSE(probe.HasResampler());
+    ClearLog();
+    Play(MakeBlock());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{
+                         {errorLevel, L"AudioPlayerWas Error while converting", "AudioPlayerWas::Resample"},
+                         {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
+    audio.SetDefaultForAllRoles(L"speakers");
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    Play(MakeBlock());
+    EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "with memory, sound again";
+}
+
 TEST_F(RenderReactivation, ManyReactivationsHoldNothingBack)
 {
     EXPECT_TRUE(Open());
