@@ -226,7 +226,8 @@ bool AudioPlayerWas::BindClient(const ActivationLines &lines)
                          [this] { return m_audioClient->SetEventHandle(m_bufferEvent); }) &&
            CallSucceeded(lines.tag, lines.bufferSize,
                          [this] { return m_audioClient->GetBufferSize(&m_bufferFrames); }) &&
-           CallSucceeded(lines.tag, lines.service, getService);
+           CallSucceeded(lines.tag, lines.service, getService) &&
+           PointerPresent(lines.tag, lines.service, m_renderClient);
 }
 
 void AudioPlayerWas::Close()

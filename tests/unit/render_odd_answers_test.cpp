@@ -63,6 +63,33 @@ TEST_F(RenderOddAnswers, SuccessWithoutANewClientLeavesNoneUntilTheNextNotificat
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
+TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtOpening)
+{
+    audio.Fail(Method::GetService, fakes::nullResult);
+    EXPECT_TRUE(Open());
+    ExpectLine(errorLevel, MemoryFail(323), initTag);
+    EXPECT_EQ(probe.Device(), nullptr);
+    EXPECT_EQ(probe.AudioClient(), nullptr);
+    ClearLog();
+    Play(MakeBlock());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(14400), playTag}}));
+    ChangeDefault(L"headset");
+    EXPECT_EQ(BlocksWritten(L"headset"), 1U);
+}
+
+TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtReactivation)
+{
+    ASSERT_TRUE(Open());
+    audio.Fail(Method::GetService, fakes::nullResult);
+    ChangeDefault(L"headset");
+    ExpectLine(errorLevel, MemoryFail(191), activateTag);
+    ExpectLine(errorLevel, DroppedBlock(14400), playTag);
+    EXPECT_EQ(probe.AudioClient(), nullptr);
+    audio.NotifyPropertyChanged(L"headset");
+    Play(MakeBlock());
+    EXPECT_EQ(BlocksWritten(L"headset"), 1U);
+}
+
 TEST_F(RenderOddAnswers, WithoutAHoldOnTheEndpointsDllClosingGivesItsObjectsBack)
 {
     fakewin::Fail(fakewin::Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY);

@@ -67,6 +67,7 @@ void AddOpening(Rows &rows)
     rows.Add("IAudioClient::SetEventHandle", Failure, Fails(320), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, {DefaultChange});
+    rows.Add("IAudioClient::GetService", Null, MemoryFail(323), initTag, {DefaultChange});
     // The first is the one that the client signals: it is made by an opening only.
     rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, {Reopening}, 1);
     rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, {DefaultChange}, 2);
@@ -84,6 +85,7 @@ void AddReactivation(Rows &rows)
     rows.Add("swr_init", Failure, noConverter, resampleInitTag, {DefaultChange});
     rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, {PropertyChange});
     rows.Add("IAudioClient::GetService", Failure, Fails(191), activateTag, {PropertyChange});
+    rows.Add("IAudioClient::GetService", Null, MemoryFail(191), activateTag, {PropertyChange});
 
     rows.During({Switching});
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange});
@@ -102,7 +104,6 @@ void AddReactivation(Rows &rows)
 void AddAnyActivation(Rows &rows)
 {
     rows.During({Opening, Switching, Rebuilding});
-    rows.Add("IAudioClient::GetService", Null, L"", "", {DefaultChange});
     rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange});
 }
