@@ -6,7 +6,6 @@
 
 #include "handler/log.h"
 #include "render/call_log.h"
-#include "render/sample_buffer.h"
 #include "support/com.h"
 
 extern "C" {
@@ -273,8 +272,8 @@ void AudioPlayerWas::ReleaseResources()
 {
     swr_free(&m_resampler);
     SafeCoTaskMemFree(m_mixFormat);
-    FreeSampleBuffer(m_inputBuffer);
-    FreeSampleBuffer(m_outputBuffer);
+    m_inputBuffer.Free();
+    m_outputBuffer.Free();
     SafeCloseHandle(m_bufferEvent);
     delete m_notificationClient;
     m_notificationClient = nullptr;

@@ -4,7 +4,6 @@
 #include <cerrno>
 
 #include "handler/log.h"
-#include "render/sample_buffer.h"
 #include "support/checked_copy.h"
 
 extern "C" {
@@ -75,84 +74,54 @@ int32_t AudioPlayerWas::ResampleInit()
         return SetUpFailed(result);
     }
 
-    FreeSampleBuffer(m_inputBuffer);
-    av_samples_alloc_array_and_samples(&m_inputBuffer, &m_inputLineSize, ChannelsOf(inputChannelLayout),
-                                       inputBlockFrames, inputSampleFormat, 0);
-
+    m_inputBuffer.Allocate(ChannelsOf(inputChannelLayout), inputBlockFrames, inputSampleFormat);
     m_outputFrames = static_cast<int32_t>(
         av_rescale_rnd(inputBlockFrames, m_output.sampleRateHz, inputSampleRateHz, AV_ROUND_UP));
-    m_outputCapacityFrames = m_outputFrames;
     m_outputChannels = ChannelsOf(m_output.channelLayout);
-    // The write loop may have come here in the middle of a block, which it goes on reading.
-    if (m_outputBuffer == m_blockInFlight) {
-        m_outputBuffer = nullptr;
-    }
-    FreeSampleBuffer(m_outputBuffer);
-    av_samples_alloc_array_and_samples(&m_outputBuffer, &m_outputLineSize, m_outputChannels, m_outputFrames,
-                                       outputSampleFormat, 0);
+    m_outputBuffer.Allocate(m_outputChannels, m_outputFrames, outputSampleFormat);
     return 0;
 }
 
 bool AudioPlayerWas::CanResample(const uint8_t *data, uint64_t size) const
 {
-    return m_isOpen && data != nullptr && size - 1 < maxBlockBytes && m_inputBuffer != nullptr &&
-           m_inputBuffer[0] != nullptr;
+    return m_isOpen && data != nullptr && size - 1 < maxBlockBytes && m_inputBuffer.Samples() != nullptr;
 }
 
 int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
 {
     if (!CanResample(data, size)) {
         Refused("parm is false, do not resample.");
-        if (m_inputBuffer != nullptr) {
-            Refused("resample state ", m_inputBuffer[0] != nullptr ? 1 : 0);
+        if (m_inputBuffer.HasPlanes()) {
+            Refused("resample state ", m_inputBuffer.Samples() != nullptr ? 1 : 0);
         }
         return -1;
     }
-    if (CheckedCopy(m_inputBuffer[0], size, data, size) != 0) {
+    if (CheckedCopy(m_inputBuffer.Samples(), size, data, size) != 0) {
         return Refused("memcpy_s fail");
     }
     if (m_resampler == nullptr) { // FFmpeg does not check
         return Refused("Error while converting");
     }
 
+    const auto outputSampleFormat = static_cast<AVSampleFormat>(m_output.sampleFormat);
     const int64_t pending = swr_get_delay(m_resampler, inputSampleRateHz) + inputBlockFrames;
     m_outputFrames =
         static_cast<int32_t>(av_rescale_rnd(pending, m_output.sampleRateHz, inputSampleRateHz, AV_ROUND_UP));
-    if (!GrowOutputBuffer()) {
+    if (!m_outputBuffer.Reserve(m_outputChannels, m_outputFrames, outputSampleFormat)) {
         return Refused("av_samples_alloc failed");
     }
 
     // Always a whole block: a short one is converted with what earlier blocks left behind it.
-    const int converted = swr_convert(m_resampler, m_outputBuffer, m_outputFrames,
-                                      const_cast<const uint8_t **>(m_inputBuffer), inputBlockFrames);
+    const int converted = swr_convert(m_resampler, m_outputBuffer.Planes(), m_outputFrames,
+                                      const_cast<const uint8_t **>(m_inputBuffer.Planes()), inputBlockFrames);
     if (converted < 0) {
         return Refused("Error while converting");
     }
-    m_outputBytes = av_samples_get_buffer_size(&m_outputLineSize, m_outputChannels, converted,
-                                               static_cast<AVSampleFormat>(m_output.sampleFormat), 1);
+    m_outputBytes = av_samples_get_buffer_size(nullptr, m_outputChannels, converted, outputSampleFormat, 1);
     if (m_outputBytes < 0) {
         return Refused("Could not get sample buffer size");
     }
     return converted;
-}
-
-// Makes room for m_outputFrames; the buffer only grows. False without memory, and then again for
-// every block until there is some.
-bool AudioPlayerWas::GrowOutputBuffer()
-{
-    if (m_outputBuffer == nullptr) {
-        return false;
-    }
-    if (m_outputFrames <= m_outputCapacityFrames && m_outputBuffer[0] != nullptr) {
-        return true;
-    }
-    av_freep(static_cast<void *>(m_outputBuffer));
-    if (av_samples_alloc(m_outputBuffer, &m_outputLineSize, m_outputChannels, m_outputFrames,
-                         static_cast<AVSampleFormat>(m_output.sampleFormat), 1) < 0) {
-        return false;
-    }
-    m_outputCapacityFrames = m_outputFrames;
-    return true;
 }
 
 } // namespace velto

@@ -20,6 +20,7 @@
 
 #include "render/i_audio_player.h"
 #include "render/mix_format.h"
+#include "render/sample_buffer.h"
 #include "render/wasapi_device_events.h"
 #include "support/module_reference.h"
 
@@ -73,7 +74,6 @@ private:
     int32_t ResampleInit();                               // 0, or negative
     int32_t Resample(const uint8_t *data, uint64_t size); // frames, or -1
     bool CanResample(const uint8_t *data, uint64_t size) const;
-    bool GrowOutputBuffer();
 
     // --- audio_player_write.cpp: into the endpoint buffer
     void AudioWriteToWasClient();
@@ -107,12 +107,8 @@ private:
     OutputFormat m_output;                       // derived from the mix format
     int32_t m_outputChannels = 0;                // of the layout that the converter was last set up for
     int32_t m_outputFrames = 0;                  // expected from the current conversion
-    int32_t m_outputCapacityFrames = 0;          // that the output buffer can hold
-    uint8_t **m_inputBuffer = nullptr;           // planes and storage, av_freep
-    uint8_t **m_outputBuffer = nullptr;          // the same
-    uint8_t **m_blockInFlight = nullptr;         // the output buffer that the write loop reads, while it runs
-    int32_t m_inputLineSize = 0;
-    int32_t m_outputLineSize = 0;
+    SampleBuffer m_inputBuffer;
+    SampleBuffer m_outputBuffer;                        // empty while AudioWriteToWasClient writes it
     uint32_t m_bufferFrames = 0;                        // endpoint buffer of the latest client
     HANDLE m_waitEvent = nullptr;                       // manual reset; created and closed, never waited on
     IAudioRenderClient *m_renderClient = nullptr;       // owned reference

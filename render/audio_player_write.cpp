@@ -2,10 +2,10 @@
 #include "render/audio_player_was.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "handler/log.h"
 #include "render/call_log.h"
-#include "render/sample_buffer.h"
 #include "support/checked_copy.h"
 
 namespace velto {
@@ -44,13 +44,13 @@ void AudioPlayerWas::AudioWriteToWasClient()
     if (!m_isOpen) {
         return;
     }
-    m_blockInFlight = m_outputBuffer;
-    WriteBlock(m_outputBuffer != nullptr ? m_outputBuffer[0] : nullptr, static_cast<uint64_t>(m_outputBytes));
-    // A re-activation on the way has made a new output buffer and left this one to be freed here.
-    if (m_blockInFlight != m_outputBuffer) {
-        FreeSampleBuffer(m_blockInFlight);
+    // The block is owned here until it is written: a re-activation in mid-block may allocate a new output
+    // buffer. If it does not, this one is used again.
+    SampleBuffer block = std::move(m_outputBuffer);
+    WriteBlock(block.Samples(), static_cast<uint64_t>(m_outputBytes));
+    if (!m_outputBuffer.HasPlanes()) {
+        m_outputBuffer = std::move(block);
     }
-    m_blockInFlight = nullptr;
 }
 
 // Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A

@@ -1,21 +1,43 @@
-// Sample buffers as FFmpeg allocates them: an array of planes in front of their storage.
+// Interleaved samples as FFmpeg allocates them.
 #pragma once
 
 #include <cstdint>
 
 extern "C" {
-#include <libavutil/mem.h>
+#include <libavutil/samplefmt.h>
 }
 
 namespace velto {
 
-// Frees storage and plane array, if there are any, and clears the pointer.
-inline void FreeSampleBuffer(uint8_t **&samples)
-{
-    if (samples != nullptr) {
-        av_freep(static_cast<void *>(samples));
-        av_freep(static_cast<void *>(&samples));
-    }
-}
+// An array of planes, of which interleaved formats use one, and the room behind it. Owns both, so that
+// whoever reads the samples can hold them in a local variable.
+class SampleBuffer {
+public:
+    SampleBuffer() = default;
+    ~SampleBuffer() { Free(); }
+    SampleBuffer(SampleBuffer &&other) noexcept { Swap(other); }
+    SampleBuffer &operator=(SampleBuffer &&other) noexcept;
+
+    // Replaces planes and samples. Without memory there are none afterwards.
+    void Allocate(int32_t channels, int32_t frames, AVSampleFormat format);
+    // Makes room for `frames` frames of this format; the buffer only grows. False when out of memory; a
+    // later call tries again.
+    bool Reserve(int32_t channels, int32_t frames, AVSampleFormat format);
+    void Free();
+
+    bool HasPlanes() const { return m_planes != nullptr; }
+    uint8_t **Planes() const { return m_planes; }
+    uint8_t *Samples() const { return m_planes != nullptr ? m_planes[0] : nullptr; }
+    int32_t CapacityFrames() const { return m_capacityFrames; }
+
+private:
+    friend class AudioPlayerWasProbe; // the unit tests' view of the members
+
+    void Swap(SampleBuffer &other) noexcept;
+
+    uint8_t **m_planes = nullptr; // av_freep, after the first plane
+    int32_t m_capacityFrames = 0;
+    int32_t m_frameBytes = 0; // of the frames that m_capacityFrames counts
+};
 
 } // namespace velto

@@ -38,10 +38,10 @@ public:
     int32_t OutputChannels() const { return m_player.m_outputChannels; }
     uint32_t &FrameBytes() { return m_player.m_frameBytes; }
     int32_t OutputFrames() const { return m_player.m_outputFrames; }
-    int32_t OutputCapacityFrames() const { return m_player.m_outputCapacityFrames; }
+    int32_t OutputCapacityFrames() const { return m_player.m_outputBuffer.CapacityFrames(); }
     int32_t &OutputBytes() { return m_player.m_outputBytes; }
-    uint8_t **&InputBuffer() { return m_player.m_inputBuffer; }
-    uint8_t **&OutputBuffer() { return m_player.m_outputBuffer; }
+    uint8_t **&InputBuffer() { return m_player.m_inputBuffer.m_planes; }
+    uint8_t **&OutputBuffer() { return m_player.m_outputBuffer.m_planes; }
     bool HasResampler() const { return m_player.m_resampler != nullptr; }
     // Takes the converter away, so that a later Open does not lose it.
     SwrContext *TakeResampler() { return std::exchange(m_player.m_resampler, nullptr); }

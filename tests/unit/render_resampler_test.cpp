@@ -251,6 +251,20 @@ TEST_F(RenderResamplerFailure, AsLongAsThereIsNoMemoryEveryBlockIsDropped)
     EXPECT_EQ(Speakers().writtenFrames.size(), written);
 }
 
+TEST_F(RenderResamplerFailure, RetriesAMissingOutputBufferForEveryBlock)
+{
+    Speakers().mixFormat = {2, 16, 48000};
+    fakeffmpeg::Script().Fail(Call::av_samples_alloc_array_and_samples, -12, 2, 3);
+    ASSERT_TRUE(Open());
+    ClearLog();
+    Play(MakeBlock());
+    Play(MakeBlock());
+    ExpectLine(errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag, 2);
+    ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag, 2);
+    Play(MakeBlock(7));
+    EXPECT_EQ(audio.Written(L"speakers"), MakeBlock(7)) << "with memory again, sound again";
+}
+
 TEST_F(RenderResamplerFailure, AFailedConversionDropsTheBlock)
 {
     OpenWith({2, 32, 48000});

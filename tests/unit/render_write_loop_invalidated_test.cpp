@@ -222,6 +222,57 @@ TEST_F(RenderWriteLoopInvalidated, AConverterThatCannotBeSetUpAgainKeepsTheOldBl
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
+// --- Without memory for the new output buffer --------------------------------------------------
+
+// The buffer of the block in progress is used again. Each later block makes it fit its own format.
+TEST_F(RenderWriteLoopInvalidated, NeverWritesPastTheOldOutputBufferWithoutMemoryForTheNewOne)
+{
+    const std::pair<fakes::MixFormat, size_t> formats[] = {
+        {{8, 32, 48000}, 1024 * 32}, {{2, 16, 96000}, 0}, {{8, 32, 96000}, 0}, {{1, 8, 48000}, 1024}};
+    for (const auto &[format, bytesOfBlock] : formats) {
+        Speakers().mixFormat = {2, 16, 48000};
+        audio.Invalidate(L"speakers");
+        audio.NotifyPropertyChanged(L"speakers");
+        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
+        Speakers().written.clear();
+        InvalidateAfter400Frames();
+        Speakers().mixFormat = format;
+        // The first is the input buffer's.
+        fakeffmpeg::Script().Fail(fakeffmpeg::Call::av_samples_alloc_array_and_samples, -12, 2);
+        Play(block);
+        const size_t rest = (4096 - 1600) / format.FrameBytes() * format.FrameBytes();
+        EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600 + rest));
+        Speakers().written.clear();
+        ClearLog();
+        for (uint32_t seed = 1; seed < 4; ++seed) {
+            Play(MakeBlock(seed));
+        }
+        EXPECT_TRUE(Log().empty());
+        const size_t bytes = Speakers().written.size();
+        EXPECT_GT(bytes, 0U) << format.channels << " channels, " << format.rateHz << " Hz";
+        if (bytesOfBlock != 0) {
+            EXPECT_EQ(bytes, 3 * bytesOfBlock);
+        }
+    }
+}
+
+TEST_F(RenderWriteLoopInvalidated, DropsBlocksWhileTheOldOutputBufferCannotGrow)
+{
+    InvalidateAfter400Frames();
+    Speakers().mixFormat = {8, 32, 48000};
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::av_samples_alloc_array_and_samples, -12, 2);
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::av_samples_alloc, -12, 1, 2);
+    Play(block);
+    Speakers().written.clear();
+    ClearLog();
+    Play(block);
+    Play(block);
+    ExpectLine(errorLevel, L"AudioPlayerWas av_samples_alloc failed", "AudioPlayerWas::Resample", 2);
+    EXPECT_TRUE(audio.Written(L"speakers").empty());
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers").size(), 1024U * 32);
+}
+
 // --- A mix format that no engine reports -------------------------------------------------------
 
 struct UnusableFormat {

@@ -105,7 +105,9 @@ void AddAnyActivation(Rows &rows)
 {
     rows.During({Opening, Switching, Rebuilding});
     rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
-    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange});
+    // The input buffer is allocated once; the output buffer, too, by each block that finds none.
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange}, 1);
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {None}, 2);
 }
 
 // Costs a block at most.
