@@ -22,7 +22,7 @@ void LogNotOpen(const char *tag, bool isOpen)
 
 } // namespace
 
-// Each flag is cleared before it is acted on: a failed switch waits for the next notification.
+// A flag is cleared before its handler runs: a failed switch is not retried until the next notification.
 int32_t AudioPlayerWas::CheckDeviceChanged()
 {
     if (m_deviceChanged.exchange(false)) {

@@ -26,8 +26,8 @@ constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
 
 } // namespace
 
-// The numbers that name the failing step in the log. They are part of the messages that hosts
-// and their support already know, whatever line the call stands on.
+// The numbers that name the failing step in the log. They belong to this version's log contract and are not
+// lines of this file.
 struct AudioPlayerWas::ActivationLines {
     const char *tag;
     int activate;
@@ -99,7 +99,7 @@ bool AudioPlayerWas::RegisterForNotifications()
         [this] { m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient); });
 }
 
-// Close keeps enumerator, device and notification client; an opening that follows replaces them.
+// Close keeps enumerator, device and notification client. The next Open replaces them.
 void AudioPlayerWas::ReleaseEarlierOpening()
 {
     EndNotifications();
@@ -138,7 +138,7 @@ bool AudioPlayerWas::FindDefaultEndpoint()
         !CallSucceeded(initTag, 297, [this] { return m_device->GetId(&m_deviceId); })) {
         return false;
     }
-    // A device that cannot tell its state is taken for active: activation will show.
+    // A failing GetState counts as active: activation fails if the device is not.
     DWORD state = DEVICE_STATE_DISABLED;
     if (SUCCEEDED(m_device->GetState(&state)) && (state & DEVICE_STATE_ACTIVE) == 0) {
         LogError(initTag, "AudioPlayerWas ", "endpointDevice is not active");
@@ -155,7 +155,7 @@ bool AudioPlayerWas::StartOnEndpoint()
     }
     LogInfo(initTag, "AudioPlayerWas ", "Initialize end. BUFF_DURATIAN=", bufferDuration100ns);
 
-    // The context of an earlier opening is not freed here: see "known leaks" in the architecture.
+    // Leaks the previous opening's converter, by contract: "Known leaks" in docs/architecture.md.
     m_resampler = swr_alloc();
     if (!PointerPresent(initTag, 318, m_resampler) ||
         !CallSucceeded(initTag, 319, [this] { return ResampleInit(); }) || !BindClient(lines)) {
@@ -174,7 +174,9 @@ int32_t AudioPlayerWas::ActivateWasClient()
     }
     bool ready = ActivateClient(lines);
     if (ready && m_mixFormat == nullptr) {
-        return 1; // the client stays, unused, until the next change
+        // The uninitialised client is kept. It does not report itself invalid, so a property change keeps it,
+        // too: only another default device or the next Open replaces it.
+        return 1;
     }
     ready = ready && InitializeClient(lines);
     if (ready) {
@@ -238,11 +240,11 @@ void AudioPlayerWas::Close()
     Stop();
     EndNotifications();
     ReleaseClient();
-    if (!m_implementation.Holds()) { // the code behind them may go with COM
+    if (!m_implementation.Holds()) { // leaving COM may unload their DLL
         SafeRelease(m_device);
         SafeRelease(m_enumerator);
     }
-    // Not again when the latest Open was refused for its arguments, or at a second Close.
+    // Once per successful Open: not after one that was refused for its arguments, nor at a second Close.
     if (std::exchange(m_comEntered, false)) {
         CoUninitialize();
     }

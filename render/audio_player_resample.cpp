@@ -99,7 +99,7 @@ int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
     if (CheckedCopy(m_inputBuffer.Samples(), size, data, size) != 0) {
         return Refused("memcpy_s fail");
     }
-    if (m_resampler == nullptr) { // FFmpeg does not check
+    if (m_resampler == nullptr) { // swr_get_delay would read through it
         return Refused("Error while converting");
     }
 
@@ -111,7 +111,7 @@ int32_t AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
         return Refused("av_samples_alloc failed");
     }
 
-    // Always a whole block: a short one is converted with what earlier blocks left behind it.
+    // Always 1024 frames: a short block is converted together with the samples of earlier blocks behind it.
     const int converted = swr_convert(m_resampler, m_outputBuffer.Planes(), m_outputFrames,
                                       const_cast<const uint8_t **>(m_inputBuffer.Planes()), inputBlockFrames);
     if (converted < 0) {

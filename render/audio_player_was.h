@@ -95,7 +95,7 @@ private:
     std::atomic<bool> m_propertyChanged{false}; // the same
     std::atomic<bool> m_isOpen{false};          // play thread; true from Open to destruction
 
-    // All below: play thread only (and whoever destroys the object afterwards).
+    // All below: play thread only, and the thread that destroys the object afterwards.
     ModuleReference m_implementation;            // the DLL behind m_enumerator and m_device
     IAudioClient *m_audioClient = nullptr;       // owned reference
     SwrContext *m_resampler = nullptr;           // owned
@@ -109,7 +109,7 @@ private:
     int32_t m_outputFrames = 0;                  // expected from the current conversion
     SampleBuffer m_inputBuffer;
     SampleBuffer m_outputBuffer;                        // empty while AudioWriteToWasClient writes it
-    uint32_t m_bufferFrames = 0;                        // endpoint buffer of the latest client
+    uint32_t m_bufferFrames = 0;                        // endpoint buffer; kept when the client is released
     HANDLE m_waitEvent = nullptr;                       // manual reset; created and closed, never waited on
     IAudioRenderClient *m_renderClient = nullptr;       // owned reference
     HANDLE m_bufferEvent = nullptr;                     // auto reset; signalled by the audio engine

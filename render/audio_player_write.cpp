@@ -54,8 +54,8 @@ void AudioPlayerWas::AudioWriteToWasClient()
 }
 
 // Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A
-// re-activation may change the frame size on the way: each pass writes whole frames of the
-// present size out of what remains, so it never reads past the block.
+// re-activation may change the frame size in mid-block: each pass writes whole frames of the
+// current size out of what remains, so it never reads past the block.
 void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
 {
     uint32_t fullBufferPasses = 0;
@@ -98,8 +98,8 @@ void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
     }
 }
 
-// Fills `padding`, preset by the caller. False when the rest of the block is to be dropped. A
-// client that the system has invalidated is re-activated, and the block goes on.
+// Queries the padding, which the caller presets, as a failed query may not write it. Re-activates a
+// client that the system has invalidated. False when the rest of the block is to be dropped.
 bool AudioPlayerWas::QueryPadding(uint32_t &padding)
 {
     const HRESULT result = m_audioClient->GetCurrentPadding(&padding);
@@ -121,19 +121,19 @@ bool AudioPlayerWas::WriteFrames(const uint8_t *cursor, uint32_t frames)
     BYTE *buffer = nullptr;
     const auto getBuffer = [&] { return m_renderClient->GetBuffer(frames, &buffer); };
     const auto releaseBuffer = [&] { return m_renderClient->ReleaseBuffer(frames, 0); };
-    const auto giveBackUnused = [&] { m_renderClient->ReleaseBuffer(0, 0); };
+    const auto releaseUnused = [&] { m_renderClient->ReleaseBuffer(0, 0); };
 
     if (getBuffer() < 0) {
-        const HRESULT shown = ResultOfSecondCall(getBuffer, giveBackUnused);
+        const HRESULT shown = ResultOfSecondCall(getBuffer, releaseUnused);
         LogRenderFailure(shown, 458);
         if (shown == AUDCLNT_E_OUT_OF_ORDER) {
-            giveBackUnused(); // an earlier buffer, whose release has failed
+            releaseUnused(); // an earlier buffer, whose release has failed
         }
         return false;
     }
     const size_t bytes = size_t{m_frameBytes} * frames;
     if (CheckedCopy(buffer, bytes, cursor, bytes) != 0) {
-        giveBackUnused();
+        releaseUnused();
         return false;
     }
     if (releaseBuffer() < 0) {

@@ -1,4 +1,4 @@
-// The renderer's one idiom for a failing call.
+// How the renderer logs a failing call. The repeated call and the line number are part of the log contract.
 #pragma once
 
 #include <windows.h>
@@ -11,8 +11,8 @@ struct NothingToUndo {
     void operator()() const {}
 };
 
-// What a call that failed returns when it is made a second time: the value that the log shows.
-// Should the second call succeed, `undo` gives back what it obtained and no member holds.
+// Repeats the failed call and returns the second result, the one that the log line shows. If the
+// repeat succeeds, `undo` releases what it acquired and no member owns.
 template <typename Call, typename Undo = NothingToUndo>
 HRESULT ResultOfSecondCall(Call &&call, Undo &&undo = {})
 {

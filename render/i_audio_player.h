@@ -5,7 +5,7 @@
 
 namespace velto {
 
-// What a renderer may report to its owner.
+// Receives reports of a renderer; its owner implements it.
 struct IAudioPlayerCallback {
     virtual void OnPlayerEvent() = 0;
     // Asks for the broadcast flag to be set on the renderers of all speaker tracks.
@@ -21,9 +21,9 @@ struct IAudioPlayer {
     // Releases every system object that is still held.
     virtual ~IAudioPlayer() = default;
 
-    // Starts rendering. False, with nothing logged or created, when an argument is below 1; the
-    // values are validated only, the input format is the renderer's own. True once the
-    // notifications are registered, even if the device could not be initialised.
+    // Starts rendering. False, with nothing logged or created, when an argument is below 1. The
+    // values are only validated: a renderer's input format is fixed. True once the notifications
+    // are registered, even if the device could not be initialised.
     virtual bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) = 0;
     // Stops the stream, ends the notifications, releases the clients and leaves COM.
     virtual void Close() = 0;

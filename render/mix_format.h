@@ -1,4 +1,4 @@
-// What the engine's mix format means for the converter.
+// Derives the converter's output format from the engine's mix format.
 #pragma once
 
 #include <windows.h>

@@ -9,8 +9,8 @@ extern "C" {
 
 namespace velto {
 
-// An array of planes, of which interleaved formats use one, and the room behind it. Owns both, so that
-// whoever reads the samples can hold them in a local variable.
+// An array of planes, of which interleaved formats use one, and the room behind it. Owns both, so
+// that a function can keep the samples it reads in a local variable.
 class SampleBuffer {
 public:
     SampleBuffer() = default;

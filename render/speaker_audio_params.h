@@ -1,4 +1,4 @@
-// What the host last asked for the speakers' sound.
+// The speaker parameters that the host set last.
 #pragma once
 
 #include <atomic>

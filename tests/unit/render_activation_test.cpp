@@ -335,6 +335,21 @@ TEST_F(RenderReactivation, ANullMixFormatFailsSilentlyAndReleasesNothing)
     ExpectLine(errorLevel, DroppedBlock(14400), playTag);
 }
 
+TEST_F(RenderReactivation, IgnoresChangesOfTheSameDeviceAfterANullMixFormat)
+{
+    OpenAndInvalidate();
+    audio.Fail(Method::GetMixFormat, fakes::nullResult);
+    Play(MakeBlock());
+    ClearLog();
+    audio.NotifyPropertyChanged(L"speakers");
+    Play(MakeBlock());
+    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    Play(MakeBlock());
+    ExpectLine(errorLevel, DroppedBlock(14400), playTag, 2);
+    EXPECT_EQ(audio.Clients().size(), 2U);
+    EXPECT_TRUE(Speakers().written.empty());
+}
+
 TEST_F(RenderReactivation, AfterANullMixFormatANewDefaultDeviceIsTaken)
 {
     OpenAndInvalidate();

@@ -117,7 +117,7 @@ void SpeakerRoad::Take(int step)
 
 void SpeakerRoad::Open()
 {
-    // An opening loses the converter of the one before, as is known.
+    // Open leaks the previous converter (known leak); freed here for LeakSanitizer.
     SwrContext *converter = m_probe.TakeResampler();
     swr_free(&converter);
     m_open = true;
