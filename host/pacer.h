@@ -16,7 +16,7 @@ public:
     // At most this many frames, of this length each, are sent at once to catch up.
     Pacer(std::chrono::nanoseconds frameTime, int mostFramesAtOnce);
 
-    // Due time of the next frame; not advanced until Sent. The first frame is due at once.
+    // Due time of the next frame, until Advance() moves it on. The first frame is due at once.
     Clock::time_point Due(Clock::time_point now);
 
     // The next frame was sent, or is left out: the one behind it is due a frame time later.
