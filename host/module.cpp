@@ -24,11 +24,13 @@ std::filesystem::path BesideThisProgram()
 
 Module::Module(const std::string &path)
 {
-    // The altered search path, which finds the FFmpeg DLLs beside the module, needs a full path.
+    // LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR, by which the FFmpeg DLLs are found next to the module, needs a
+    // full path with backslashes.
     const std::filesystem::path full =
-        path.empty() ? BesideThisProgram() : std::filesystem::absolute(Widen(path));
+        path.empty() ? BesideThisProgram() : std::filesystem::absolute(Widen(path)).make_preferred();
     m_path = Narrow(full.wstring());
-    m_handle = LoadLibraryExW(full.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    m_handle = LoadLibraryExW(full.c_str(), nullptr,
+                              LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
     if (m_handle == nullptr) {
         throw ModuleError(fmt::format("cannot load {}: {}", m_path, SystemErrorText(GetLastError())));
     }

@@ -19,8 +19,8 @@ class ModuleError : public std::runtime_error {
 
 class Module {
 public:
-    // Loads the DLL at this path, UTF-8; empty: LibVeltoAudioHandler.dll beside this program. DLLs
-    // that it needs are looked for beside it first.
+    // Loads the DLL at this path, UTF-8; empty: LibVeltoAudioHandler.dll in this program's folder. The
+    // DLLs that it needs are looked for in its own folder, then in the system's, and nowhere else.
     explicit Module(const std::string &path);
     ~Module();
     Module(const Module &) = delete;
