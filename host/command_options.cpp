@@ -69,14 +69,18 @@ void AddPacketTimes(CLI::App &command, RecordOptions &record)
 
 void AddPlay(CLI::App &command, PlayOptions &play)
 {
-    command.add_option("FILE", play.file, "ADTS (.aac) or MP4 (.m4a, .mp4) file")->required();
+    command.add_option("FILE", play.files, "ADTS (.aac) or MP4 (.m4a, .mp4) file; several play in turn")
+        ->required();
+    command.add_option("--gap", play.gap, "Send nothing for so many seconds between two files")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
     command.add_option("--device", play.device, "Which speaker of the module gets the frames")
         ->check(CLI::IsMember({VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}))
         ->capture_default_str();
     command.add_option("--stream-type", play.streamType, "Stream type in each frame's header")
         ->capture_default_str();
     command.add_flag("--loop", play.loop, "Begin again at the end of the file");
-    command.add_option("--seconds", play.seconds, "End after so many seconds of the stream")
+    command.add_option("--seconds", play.seconds, "End after so many seconds of each file")
         ->check(CLI::NonNegativeNumber);
     command.add_flag("--progress", play.showProgress,
                      "Show the progress line when stderr is no console, too");
@@ -99,17 +103,26 @@ void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
         ->group(diagnostics);
     command.add_flag("--send-damaged", play.sendDamaged, "Send frames that cannot be decoded, too")
         ->group(diagnostics);
+    CLI::Option *set = command.add_option_function<std::vector<std::string>>(
+        "--set-parameters",
+        [&play](const std::vector<std::string> &texts) {
+            play.parameters.clear();
+            for (const std::string &text : texts) {
+                play.parameters.push_back(ReadParameter(text));
+            }
+        },
+        "What SetAudioParameter gets at the start of each stream (default: "
+        "sampleRate=48000,channel=3,format=1)");
+    set->delimiter(',')->type_name("KEY=N,...")->group(diagnostics);
     command
-        .add_option_function<std::vector<std::string>>(
-            "--set-parameters",
-            [&play](const std::vector<std::string> &texts) {
-                for (const std::string &text : texts) {
-                    play.parameters.push_back(ReadParameter(text));
-                }
-            },
-            "Call SetAudioParameter first, e.g. sampleRate=48000,channel=3,format=1")
-        ->delimiter(',')
-        ->type_name("KEY=N,...")
+        .add_flag_callback(
+            "--no-set-parameters", [&play] { play.parameters.clear(); },
+            "Leave SetAudioParameter out: a stream behind the first one has no cushion then")
+        ->excludes(set)
+        ->group(diagnostics);
+    command
+        .add_flag("!--no-silent-end", play.endsWithSilence,
+                  "Do not end each stream with silent units: its end may stay in the module then")
         ->group(diagnostics);
     command.add_flag("--events", play.showEvents, "Print the listener's events as they come")
         ->group(diagnostics);
@@ -121,6 +134,11 @@ void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     AddEnd(command, play.end);
+    command.callback([&play] {
+        if (play.files.size() > 1 && !play.modemFile.empty()) {
+            throw CLI::ValidationError("--also-modem", "goes with one FILE");
+        }
+    });
 }
 
 void AddRecord(CLI::App &command, RecordOptions &record)
@@ -147,7 +165,9 @@ void AddRecord(CLI::App &command, RecordOptions &record)
 
 void AddDuplex(CLI::App &command, DuplexOptions &duplex)
 {
-    command.add_option("--play", duplex.play.file, "AAC file to play on " VELTO_ID_MODEM_SPEAKER)->required();
+    command.add_option("--play", duplex.play.files, "AAC file to play on " VELTO_ID_MODEM_SPEAKER)
+        ->required()
+        ->expected(1);
     command.add_option("--record", duplex.record.file, "AAC file to write from " VELTO_ID_MODEM_MIC)
         ->required();
     command.add_flag("--loop", duplex.play.loop, "Begin again at the end of the file played");

@@ -5,10 +5,23 @@
 namespace velto::host {
 namespace {
 
-// What may still be on its way when the last frame was handed over: the module's queue of 20 blocks
-// of 1024 frames at 48000 Hz, the endpoint's buffer of 300 ms, and the time that the sound system
-// itself takes.
-constexpr double queuedAtMostSeconds = 20 * 1024 / 48000.0 + 0.300 + 0.300;
+// What may still be on its way when the last unit was handed over: the module's full queue, the
+// endpoint's buffer of 300 ms, and the time that the sound system itself takes.
+constexpr double queuedAtMostSeconds =
+    double{VELTO_QUEUE_UNITS} * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ + 0.300 + 0.300;
+
+// The track whose frame is due first; null when no track has one.
+TrackSender *NextTrack(const std::vector<std::unique_ptr<TrackSender>> &stream)
+{
+    const auto now = StreamTimer::Clock::now();
+    TrackSender *next = nullptr;
+    for (const auto &track : stream) {
+        if (track->HasFrame() && (next == nullptr || track->Due(now) < next->Due(now))) {
+            next = track.get();
+        }
+    }
+    return next;
+}
 
 } // namespace
 
@@ -20,9 +33,12 @@ PlayCommand::PlayCommand(const PlayOptions &options, const Output &output, const
       m_end(options.end, output, m_timer),
       m_progress(options.showProgress)
 {
-    m_tracks.push_back(std::make_unique<TrackSender>(options.file, options.device, options, output));
+    for (const std::string &file : options.files) {
+        m_streams.emplace_back().push_back(
+            std::make_unique<TrackSender>(file, options.device, options, output));
+    }
     if (!options.modemFile.empty()) {
-        m_tracks.push_back(
+        m_streams.front().push_back(
             std::make_unique<TrackSender>(options.modemFile, VELTO_ID_MODEM_SPEAKER, options, output));
     }
 }
@@ -37,24 +53,22 @@ ExitCode PlayCommand::Run(Module &module)
 ExitCode PlayCommand::Play(Module &module)
 {
     m_listener = std::make_unique<ListenerLog>(module, m_output, m_options.showEvents);
-    SetParameters(module);
     m_begin = StreamTimer::Clock::now();
-    const Ending ending = SendAll(module);
+    const Ending ending = PlayStreams(module);
     if (ending == Ending::UNLOAD) {
         m_unload = m_end.Unload(module);
-    } else {
-        CloseTracks(module);
-        if (ending == Ending::END_OF_STREAM) {
-            m_timer.WaitFor(queuedAtMostSeconds);
-        }
+    } else if (ending == Ending::END_OF_STREAM) {
+        m_timer.WaitFor(queuedAtMostSeconds);
     }
     m_progress.Complete();
     m_wallSeconds = SecondsSince(m_begin);
-    uint64_t refused = m_refusedParameters;
+    uint64_t refused = 0;
     bool allSent = true;
-    for (const auto &track : m_tracks) {
-        refused += track->NonzeroResults();
-        allSent = allSent && track->Sent() > 0;
+    for (const Stream &stream : m_streams) {
+        for (const auto &track : stream) {
+            refused += track->NonzeroResults();
+            allSent = allSent && track->Sent() > 0;
+        }
     }
     if (m_interruption.IsRaised()) {
         return EXIT_INTERRUPTED;
@@ -62,81 +76,74 @@ ExitCode PlayCommand::Play(Module &module)
     return refused == 0 && allSent ? EXIT_OK : EXIT_FAILED;
 }
 
-void PlayCommand::SetParameters(const Module &module)
+PlayCommand::Ending PlayCommand::PlayStreams(const Module &module)
 {
-    if (m_options.parameters.empty()) {
-        return;
-    }
-    std::vector<AudioProfileEntry> entries;
-    for (const Parameter &parameter : m_options.parameters) {
-        entries.push_back(
-            {parameter.key.c_str(), static_cast<uint32_t>(parameter.key.size()), parameter.value});
-    }
-    const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
-    for (const auto &track : m_tracks) {
-        const DeviceId &id = track->Device();
-        const int32_t result = module->SetAudioParameter(id.Text(), id.Length(), nullptr, nullptr, &list);
-        if (result != VELTO_OK) {
-            ++m_refusedParameters;
-            m_output.Complain("SetAudioParameter for {} returned {}", id.id, result);
+    for (const Stream &stream : m_streams) {
+        if (&stream != &m_streams.front() && !m_timer.WaitFor(m_options.gap)) {
+            return Ending::INTERRUPTED;
+        }
+        for (const auto &track : stream) {
+            track->Start(module);
+        }
+        const Ending ending = SendAll(module, stream);
+        if (ending == Ending::UNLOAD) {
+            return ending;
+        }
+        for (const auto &track : stream) {
+            track->Close(module);
+        }
+        if (ending != Ending::END_OF_STREAM) {
+            return ending;
         }
     }
+    return Ending::END_OF_STREAM;
 }
 
-// The track whose frame is due first; null when no track has one.
-TrackSender *PlayCommand::NextTrack()
+PlayCommand::Ending PlayCommand::SendAll(const Module &module, const Stream &stream)
 {
-    const auto now = StreamTimer::Clock::now();
-    TrackSender *next = nullptr;
-    for (const auto &track : m_tracks) {
-        if (track->HasFrame() && (next == nullptr || track->Due(now) < next->Due(now))) {
-            next = track.get();
-        }
-    }
-    return next;
-}
-
-PlayCommand::Ending PlayCommand::SendAll(const Module &module)
-{
-    while (TrackSender *track = NextTrack()) {
+    while (TrackSender *track = NextTrack(stream)) {
         if (!m_timer.WaitUntil(track->Due(StreamTimer::Clock::now()))) {
             return Ending::INTERRUPTED;
         }
         track->Send(module);
-        m_progress.Show(m_tracks.front()->Progress());
+        m_progress.Show(stream.front()->Progress());
         const double played = SecondsSince(m_begin);
         m_end.ExitIfAsked(played, [this](int exitCode) { return Report(exitCode); });
         if (m_end.IsUnloadDue(played)) {
             return Ending::UNLOAD;
         }
-        if (!PauseIfAsked()) {
+        if (!PauseIfAsked(module, stream)) {
             return Ending::INTERRUPTED;
         }
     }
     return Ending::END_OF_STREAM;
 }
 
-// False when interrupted.
-bool PlayCommand::PauseIfAsked()
+// False when interrupted. No silent units go ahead of the pause: the sound behind it is the same
+// stream's, and continues what the decoder holds of the unit before.
+bool PlayCommand::PauseIfAsked(const Module &module, const Stream &stream)
 {
-    if (m_paused || !IsReached(m_options.pauseAfter, m_tracks.front()->SentSeconds())) {
+    if (m_paused || !IsReached(m_options.pauseAfter, stream.front()->SentSeconds())) {
         return true;
     }
     m_paused = true;
     m_output.Say("sending nothing for {} s", m_options.pause);
     const bool completed = m_timer.WaitFor(m_options.pause);
-    for (const auto &track : m_tracks) {
-        track->RestartPace();
+    for (const auto &track : stream) {
+        track->Start(module);
     }
     m_output.Say("sending again");
     return completed;
 }
 
-void PlayCommand::CloseTracks(const Module &module)
+// Of the files, one after the other.
+double PlayCommand::SentSeconds() const
 {
-    for (const auto &track : m_tracks) {
-        track->Close(module);
+    double seconds = 0;
+    for (const Stream &stream : m_streams) {
+        seconds += stream.front()->SentSeconds();
     }
+    return seconds;
 }
 
 Json PlayCommand::Report(int exitCode) const
@@ -144,12 +151,16 @@ Json PlayCommand::Report(int exitCode) const
     Json tracks = Json::array();
     uint64_t sent = 0;
     uint64_t skipped = 0;
-    uint64_t nonzero = m_refusedParameters;
-    for (const auto &track : m_tracks) {
-        tracks.push_back(track->Report());
-        sent += track->Sent();
-        skipped += track->Skipped();
-        nonzero += track->NonzeroResults();
+    uint64_t silent = 0;
+    uint64_t nonzero = 0;
+    for (const Stream &stream : m_streams) {
+        for (const auto &track : stream) {
+            tracks.push_back(track->Report());
+            sent += track->Sent();
+            skipped += track->Skipped();
+            silent += track->SilentUnits();
+            nonzero += track->NonzeroResults();
+        }
     }
     Json events = Json::array();
     for (const ListenerEvent &event : m_listener->Events()) {
@@ -157,7 +168,8 @@ Json PlayCommand::Report(int exitCode) const
     }
     Json report{{"framesSent", sent},
                 {"framesSkipped", skipped},
-                {"seconds", m_tracks.front()->SentSeconds()},
+                {"silentUnits", silent},
+                {"seconds", SentSeconds()},
                 {"wallSeconds", m_wallSeconds.value_or(SecondsSince(m_begin))},
                 {"nonzeroResults", nonzero},
                 {"streamType", m_options.streamType},
@@ -173,17 +185,9 @@ Json PlayCommand::Report(int exitCode) const
 
 Json PlayCommand::Summarise(ExitCode exitCode) const
 {
-    for (const auto &track : m_tracks) {
-        const Json report = track->Report();
-        m_output.Say("{}: {} frames sent, {} skipped, {:.3f} s, {} bytes, {} nonzero results",
-                     track->Device().id, track->Sent(), track->Skipped(), track->SentSeconds(),
-                     report["bytes"].get<uint64_t>(), track->NonzeroResults());
-        if (track->NonzeroResults() > 0) {
-            m_output.Complain("{}: first nonzero result: {}", track->Device().id,
-                              report["firstNonzeroResult"].get<int32_t>());
-        }
-        if (track->Sent() == 0) {
-            m_output.Complain("{}: there was no frame to send", track->Device().id);
+    for (const Stream &stream : m_streams) {
+        for (const auto &track : stream) {
+            track->Summarise();
         }
     }
     m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), m_wallSeconds.value_or(0));

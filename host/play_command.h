@@ -1,4 +1,5 @@
-// velto-host play: sends files to the module's speakers as the platform's host does, and reports.
+// velto-host play: sends files to the module's speakers as the platform's host does, one stream after
+// the other, and reports.
 //
 // The calling thread makes every call; it never enters COM, as the platform's host threads do not.
 #pragma once
@@ -37,12 +38,13 @@ public:
 
 private:
     enum class Ending { END_OF_STREAM, INTERRUPTED, UNLOAD };
+    using Stream =
+        std::vector<std::unique_ptr<TrackSender>>; // what plays at the same time, the main track first
 
-    void SetParameters(const Module &module);
-    Ending SendAll(const Module &module);
-    bool PauseIfAsked();
-    void CloseTracks(const Module &module);
-    TrackSender *NextTrack();
+    Ending PlayStreams(const Module &module);
+    Ending SendAll(const Module &module, const Stream &stream);
+    bool PauseIfAsked(const Module &module, const Stream &stream);
+    double SentSeconds() const;
     Json Report(int exitCode) const;
 
     const PlayOptions &m_options;
@@ -51,10 +53,9 @@ private:
     StreamTimer m_timer;
     StreamEnd m_end;
     ProgressLine m_progress;
-    std::vector<std::unique_ptr<TrackSender>> m_tracks; // the main one first
+    std::vector<Stream> m_streams;
     std::unique_ptr<ListenerLog> m_listener;
     bool m_paused = false; // the pause that was asked for is over
-    uint64_t m_refusedParameters = 0;
     StreamTimer::Clock::time_point m_begin;
     std::optional<double> m_wallSeconds; // of the whole, once it is over
     Json m_unload;                       // null unless asked for

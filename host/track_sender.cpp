@@ -1,13 +1,15 @@
 #include "host/track_sender.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "host/adts_header.h"
 
 namespace velto::host {
 namespace {
 
-constexpr uint32_t moduleRateHz = 48000;
+constexpr uint32_t moduleRateHz = VELTO_SAMPLE_RATE_HZ;
+constexpr uint8_t silentUnit[] = VELTO_SILENT_UNIT;
 constexpr uint32_t lowComplexity = 2;
 constexpr int mostFramesAtOnce = 4;
 constexpr uint64_t mostComplaints = 5; // about units left out; the summary counts them all
@@ -78,6 +80,26 @@ void TrackSender::WarnIfShort()
     }
 }
 
+void TrackSender::Start(const Module &module)
+{
+    m_pacer.Restart();
+    if (m_options.parameters.empty()) {
+        return;
+    }
+    std::vector<AudioProfileEntry> entries;
+    for (const Parameter &parameter : m_options.parameters) {
+        entries.push_back(
+            {parameter.key.c_str(), static_cast<uint32_t>(parameter.key.size()), parameter.value});
+    }
+    const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
+    const int32_t result =
+        module->SetAudioParameter(m_device.Text(), m_device.Length(), nullptr, nullptr, &list);
+    NoteResult(result);
+    if (result != VELTO_OK) {
+        m_output.Complain("SetAudioParameter for {} returned {}", m_device.id, result);
+    }
+}
+
 void TrackSender::Send(const Module &module)
 {
     StreamFrameHeader header{m_options.streamType, static_cast<uint32_t>(m_frame.size()), 0};
@@ -85,9 +107,13 @@ void TrackSender::Send(const Module &module)
     const auto before = Clock::now();
     NoteResult(module->WriteStreamBuffer(m_device.Text(), m_device.Length(), nullptr, &frame));
     m_longestCall = std::max(m_longestCall, Clock::now() - before);
-    ++m_sent;
-    m_bytes += m_frame.size();
-    m_seconds += m_frameSeconds;
+    if (m_isSilentUnit) {
+        ++m_silent;
+    } else {
+        ++m_sent;
+        m_bytes += m_frame.size();
+        m_seconds += m_frameSeconds;
+    }
     m_pacer.Advance();
     Fetch();
 }
@@ -97,10 +123,31 @@ void TrackSender::Close(const Module &module)
     NoteResult(module->CloseAudioTrack(m_device.Text(), m_device.Length()));
 }
 
-// Reads on to the next unit that can be sent, in the next pass over the file if need be.
 void TrackSender::Fetch()
 {
     m_hasFrame = false;
+    if (!m_isSilentUnit) {
+        FetchFromFile();
+    }
+    if (!m_hasFrame && m_options.endsWithSilence && m_sent > 0 && m_silent < VELTO_CUSHION_UNITS) {
+        TakeSilentUnit();
+    }
+}
+
+// Silent units bring out what the module holds back of a short stream, and leave no sound in the decoder
+// that would be heard at the start of the next stream.
+void TrackSender::TakeSilentUnit()
+{
+    m_frame.assign(std::begin(silentUnit), std::end(silentUnit));
+    if (m_isAdts) {
+        Wrap(VELTO_CHANNELS);
+    }
+    m_hasFrame = m_isSilentUnit = true;
+}
+
+// Reads on to the next unit that can be sent, in the next pass over the file if need be.
+void TrackSender::FetchFromFile()
+{
     while (!m_hasFrame && (m_options.seconds < 0 || m_seconds < m_options.seconds)) {
         switch (m_reader->Read(m_frame)) {
         case AacReader::Outcome::FRAME:
@@ -135,16 +182,16 @@ bool TrackSender::Judge()
         return false;
     }
     if (m_isAdts) {
-        Wrap();
+        Wrap(m_reader->Stream().channels);
     }
     return true;
 }
 
 // Puts a header in front that tells rate and channels.
-void TrackSender::Wrap()
+void TrackSender::Wrap(uint32_t channels)
 {
-    const AacStream &stream = m_reader->Stream();
-    const std::vector<uint8_t> header = MakeAdtsHeader(stream.sampleRateHz, stream.channels, m_frame.size());
+    const uint32_t rateHz = m_reader->Stream().sampleRateHz;
+    const std::vector<uint8_t> header = MakeAdtsHeader(rateHz, channels, m_frame.size());
     m_frame.insert(m_frame.begin(), header.begin(), header.end());
 }
 
@@ -178,6 +225,19 @@ StreamProgress TrackSender::Progress() const
             .failures = Skipped()};
 }
 
+void TrackSender::Summarise() const
+{
+    m_output.Say(
+        "{}: {} frames sent, {} silent units behind them, {} skipped, {:.3f} s, {} bytes, {} nonzero results",
+        m_device.id, m_sent, m_silent, Skipped(), m_seconds, m_bytes, m_nonzeroResults);
+    if (m_nonzeroResults > 0) {
+        m_output.Complain("{}: first nonzero result: {}", m_device.id, m_firstNonzeroResult);
+    }
+    if (m_sent == 0) {
+        m_output.Complain("{}: there was no frame to send", m_device.id);
+    }
+}
+
 Json TrackSender::Report() const
 {
     const AacStream &stream = m_reader->Stream();
@@ -189,6 +249,7 @@ Json TrackSender::Report() const
             {"channels", stream.channels},
             {"framesSent", m_sent},
             {"framesSkipped", Skipped()},
+            {"silentUnits", m_silent},
             {"skipped", {{"damaged", m_damaged}, {"missing", m_missing}, {"undecodable", m_refused}}},
             {"seconds", m_seconds},
             {"bytes", m_bytes},
