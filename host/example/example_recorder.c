@@ -1,64 +1,161 @@
 /* The smallest host that records: writes the default microphone's sound to an ADTS file.
-   velto-recorder-example FILE.aac SECONDS; LibVeltoAudioHandler.dll stands beside the program or in the path.
- */
+
+   velto-recorder-example FILE.aac SECONDS
+
+   LibVeltoAudioHandler.dll and its FFmpeg DLLs are in the folder of this program.
+   Exit codes: 0 recorded; 1 a call was refused; 2 wrong command line; 3 the module cannot be loaded; 4 the
+   file cannot be written; 5 nothing came from the microphone. */
 #include <windows.h>
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <wchar.h>
 
 #include "velto/audio_handler.h"
-
-/* How much is asked for. The module waits for a packet as long as so much PCM lasts, 22 ms here. No
-   packet has so many bytes: a size that comes back unchanged says that nothing was captured. */
-#define ASKED_FOR 3840u
 
 static const char microphone[] = VELTO_ID_MIC;
 static const uint32_t microphoneLength = sizeof(microphone) - 1;
 
-/* Writes one raw AAC-LC unit of 48000 Hz stereo behind its ADTS header. */
-static void WriteUnit(FILE *file, const uint8_t *unit, uint32_t bytes)
+/* Loads the DLL from the folder of this program by its full path: no other folder is searched, neither
+   for the module nor for the DLLs that it needs. */
+static HMODULE LoadAudioHandler(void)
+{
+    static const wchar_t name[] = L"LibVeltoAudioHandler.dll";
+    static wchar_t path[32768]; /* the longest path that Windows allows */
+    const DWORD room = sizeof(path) / sizeof(path[0]);
+    DWORD length = GetModuleFileNameW(NULL, path, room);
+    HMODULE module;
+
+    while (length > 0 && path[length - 1] != L'\\') {
+        --length;
+    }
+    if (length == 0 || length + sizeof(name) / sizeof(name[0]) > room) {
+        fputs("cannot tell the folder of this program\n", stderr);
+        return NULL;
+    }
+    wcscpy(path + length, name);
+    module = LoadLibraryExW(path, NULL, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+    if (module == NULL) {
+        fprintf(stderr, "cannot load LibVeltoAudioHandler.dll from the folder of this program: error %lu\n",
+                GetLastError());
+    }
+    return module;
+}
+
+/* Fills the table; returns 0 with the reason printed if the module is not the expected one. */
+static int GetTable(HMODULE module, AudioHandlerTable *table)
+{
+    VeltoGetAudioHandlerFunction getHandler = NULL;
+    const FARPROC entry = GetProcAddress(module, VELTO_ENTRY_NAME);
+    int32_t result;
+
+    if (entry == NULL) {
+        fprintf(stderr, "the DLL has no function " VELTO_ENTRY_NAME ": error %lu\n", GetLastError());
+        return 0;
+    }
+    memcpy(&getHandler, &entry, sizeof(getHandler)); /* C has no cast between these two types */
+    result = getHandler(table);
+    if (result != VELTO_OK) {
+        fprintf(stderr, VELTO_ENTRY_NAME " returned %d\n", (int)result);
+        return 0;
+    }
+    return 1;
+}
+
+/* Writes one raw AAC-LC unit of 48000 Hz stereo behind its ADTS header; returns 0 if the file is full. */
+static int WriteUnit(FILE *file, const uint8_t *unit, uint32_t bytes)
 {
     const uint32_t all = bytes + 7;
-    const uint8_t header[7] = {
-        0xFF, 0xF1, 0x4C, (uint8_t)(0x80 | all >> 11), (uint8_t)(all >> 3), (uint8_t)((all & 7) << 5 | 0x1F),
-        0xFC};
-    fwrite(header, 1, sizeof(header), file);
-    fwrite(unit, 1, bytes, file);
+    const uint8_t header[7] = {0xFF, /* twelve set bits, MPEG-4, no checksum */
+                               0xF1,
+                               0x4C,                        /* AAC-LC, 48000 Hz */
+                               (uint8_t)(0x80 | all >> 11), /* two channels, then the length */
+                               (uint8_t)(all >> 3),
+                               (uint8_t)((all & 7) << 5 | 0x1F),
+                               0xFC};
+
+    return fwrite(header, 1, sizeof(header), file) == sizeof(header) && fwrite(unit, 1, bytes, file) == bytes;
+}
+
+/* Reads units until the time is over; returns the exit code. */
+static int Record(const AudioHandlerTable *table, FILE *file, DWORD seconds)
+{
+    static uint8_t unit[VELTO_MAX_PACKET_BYTES];
+    const ULONGLONG endMs = GetTickCount64() + 1000ULL * seconds;
+    StreamFrameHeader header = {0, 0, 0};
+    StreamFrame frame = {unit, {0}, &header};
+    uint32_t packets = 0;
+    int32_t result = VELTO_OK;
+
+    while (result == VELTO_OK && GetTickCount64() < endMs) {
+        header.size = VELTO_READ_SIZE; /* how long the call may wait; the buffer's size is not passed */
+        result = table->ReadStreamBuffer(microphone, microphoneLength, NULL, &frame);
+        if (result != VELTO_OK) {
+            fprintf(stderr, "ReadStreamBuffer returned %d\n", (int)result);
+        } else if (header.size == 0 || header.size == VELTO_READ_SIZE) {
+            Sleep(5); /* nothing came, or capture has stopped: then the call returns at once */
+        } else if (WriteUnit(file, unit, header.size)) {
+            ++packets;
+        } else {
+            fprintf(stderr, "cannot write the file: %s\n", strerror(errno));
+            return 4;
+        }
+    }
+    printf("%u packets recorded\n", (unsigned)packets);
+    if (result != VELTO_OK) {
+        return 1;
+    }
+    return packets == 0 ? 5 : 0;
+}
+
+static int OpenAndRecord(const AudioHandlerTable *table, FILE *file, DWORD seconds)
+{
+    const AudioProfileList parameters = {0, 0, NULL}; /* required, but not read */
+    const int32_t result = table->OpenAudioRecord(microphone, microphoneLength, NULL, NULL, &parameters);
+    int exitCode;
+
+    if (result != VELTO_OK) {
+        fprintf(stderr, "OpenAudioRecord returned %d\n", (int)result);
+        return 1;
+    }
+    exitCode = Record(table, file, seconds);
+    table->CloseAudioRecord(microphone, microphoneLength);
+    return exitCode;
 }
 
 int main(int argc, char **argv)
 {
-    static uint8_t unit[8192];
-    const AudioProfileList list = {0, 0, NULL}; /* has to be there; nothing is read of it */
-    StreamFrameHeader header = {0, 0, 0};
-    StreamFrame frame = {unit, {0}, &header};
     AudioHandlerTable table;
-    VeltoGetAudioHandlerFunction getHandler = NULL;
-    FARPROC entry;
-    uint32_t packets = 0;
-    DWORD end;
-    FILE *file = argc == 3 ? fopen(argv[1], "wb") : NULL;
-    HMODULE module = LoadLibraryW(L"LibVeltoAudioHandler.dll");
-    if (file == NULL || module == NULL)
-        return fputs("usage: velto-recorder-example FILE.aac SECONDS, beside the DLL\n", stderr), 2;
-    entry = GetProcAddress(module, VELTO_ENTRY_NAME);
-    memcpy(&getHandler, &entry, sizeof(getHandler));
-    if (getHandler == NULL || getHandler(&table) != VELTO_OK) return fputs("no such module\n", stderr), 3;
-    table.OpenAudioRecord(microphone, microphoneLength, NULL, NULL, &list);
-    for (end = GetTickCount() + 1000u * (DWORD)atoi(argv[2]); (LONG)(end - GetTickCount()) > 0;) {
-        header.size = ASKED_FOR;
-        table.ReadStreamBuffer(microphone, microphoneLength, NULL, &frame);
-        if (header.size == 0 || header.size == ASKED_FOR) {
-            Sleep(5); /* the read need not have waited */
-        } else {
-            WriteUnit(file, unit, header.size);
-            ++packets;
-        }
+    HMODULE module;
+    FILE *file;
+    char *end = NULL;
+    unsigned long seconds = 0;
+    int exitCode = 3;
+
+    if (argc == 3) {
+        seconds = strtoul(argv[2], &end, 10);
     }
-    table.CloseAudioRecord(microphone, microphoneLength);
-    printf("%u packets recorded\n", (unsigned)packets);
-    fclose(file);
-    FreeLibrary(module);
-    return packets == 0;
+    if (argc != 3 || end == argv[2] || *end != '\0') {
+        fputs("usage: velto-recorder-example FILE.aac SECONDS\n", stderr);
+        return 2;
+    }
+    file = fopen(argv[1], "wb");
+    if (file == NULL) {
+        fprintf(stderr, "cannot open %s: %s\n", argv[1], strerror(errno));
+        return 4;
+    }
+    module = LoadAudioHandler();
+    if (module != NULL) {
+        if (GetTable(module, &table)) {
+            exitCode = OpenAndRecord(&table, file, seconds);
+        }
+        FreeLibrary(module);
+    }
+    if (fclose(file) != 0 && exitCode == 0) {
+        fprintf(stderr, "cannot write %s: %s\n", argv[1], strerror(errno));
+        exitCode = 4;
+    }
+    return exitCode;
 }
