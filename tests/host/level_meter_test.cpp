@@ -4,6 +4,7 @@
 
 #include "host/ffmpeg.h"
 #include "sample_file.h"
+#include "velto/audio_handler.h"
 
 namespace velto::host {
 namespace {
@@ -42,6 +43,24 @@ TEST_F(LevelMeterTest, ShowsThePeakOfATone)
 TEST_F(LevelMeterTest, ShowsTheFloorForSilence)
 {
     EXPECT_DOUBLE_EQ(LevelOf({.amplitude = 0.0}).value(), silenceDb);
+}
+
+TEST_F(LevelMeterTest, SilentUnitsClearTheDecoderOfTheSoundBefore)
+{
+    const SampleFile file(u8"tone.aac");
+    WriteTone(file, "adts", {.amplitude = 0.5, .units = 10});
+    AacReader reader(file.Utf8Path());
+    LevelMeter meter(reader.Stream());
+    std::vector<uint8_t> frame;
+    for (int unit = 0; unit < 9; ++unit) {
+        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
+        ASSERT_TRUE(meter.PeakDb(frame).has_value());
+    }
+    const std::vector<uint8_t> silentUnit VELTO_SILENT_UNIT;
+    EXPECT_GT(meter.PeakDb(silentUnit).value(), -20.0) << "the second half of the tone's last unit";
+    for (int unit = 1; unit < VELTO_CUSHION_UNITS; ++unit) {
+        EXPECT_DOUBLE_EQ(meter.PeakDb(silentUnit).value(), silenceDb) << "unit " << unit;
+    }
 }
 
 TEST_F(LevelMeterTest, RefusesWhatIsNotAac)

@@ -43,7 +43,8 @@ class ListenerEvents(session.SystemTest):
         host = self.session.play(speech, "--seconds", "2", "--also-modem", paths.to_windows(speech))
         self.assert_ended_well(host)
         self.assertEqual(sorted((e["device"], e["code"]) for e in host.summary["events"]),
-                         [("ModemSpeaker1", CLOSED), ("speaker1", CLOSED)])
+                         [("ModemSpeaker1", CLOSED), ("ModemSpeaker1", PARAMETERS),
+                          ("speaker1", CLOSED), ("speaker1", PARAMETERS)])
 
 
 class OtherCommands(session.SystemTest):
@@ -70,14 +71,45 @@ class OtherCommands(session.SystemTest):
         self.assertIn(f"{media.frame_count(speech)} frames sent, 0 refused", host.output())
         self.assert_heard(recorder, speech)
 
+    def folder_with(self, name, *patterns):
+        """A new folder with these files of the build folder."""
+        folder = self.session.folder / name
+        folder.mkdir()
+        for file in (file for pattern in patterns for file in paths.WINDOWS_BIN.glob(pattern)):
+            shutil.copy2(file, folder)
+        self.addCleanup(shutil.rmtree, folder)
+        return folder
+
+    def example(self, program):
+        """The example, which plays a file too short to take time. Its current folder is the session's."""
+        whole = media.speech("speech")
+        short = media.write_units(self.session.folder / "short.aac", media.units(whole)[:3])
+        return self.session.host(paths.to_windows(short), program=program, name=program.parent.name)
+
     def test_the_build_folder_runs_from_another_place(self):
-        elsewhere = self.session.folder / "copied"
-        elsewhere.mkdir()
-        for name in ("velto-host.exe", *(f.name for f in paths.WINDOWS_BIN.glob("*.dll"))):
-            shutil.copy2(paths.WINDOWS_BIN / name, elsewhere)
+        elsewhere = self.folder_with("copied \u00e4\u6f22 folder", "velto-host.exe", "velto-host-example.exe", "*.dll")
         host = self.session.host("capabilities", "--json", program=elsewhere / "velto-host.exe")
         self.assert_ended_well(host)
-        shutil.rmtree(elsewhere)
+        host = self.example(elsewhere / "velto-host-example.exe")
+        self.assert_ended_well(host, last_words="3 frames sent, 0 refused")
+        self.assertIn("speaker1: type 0, 1 profile(s)", host.output())
+
+    def test_no_dll_of_the_current_folder_is_loaded(self):
+        for dll in paths.WINDOWS_BIN.glob("*.dll"):
+            shutil.copy2(dll, self.session.folder)
+        for name, files in (("without the module", ["av*.dll", "sw*.dll"]), ("without FFmpeg", ["Lib*.dll"])):
+            with self.subTest(name):
+                alone = self.folder_with(name, "velto-host-example.exe", *files)
+                host = self.example(alone / "velto-host-example.exe")
+                self.assertEqual(host.wait(60), 3, host.output())
+                self.assertIn("error 126", host.errors())
+
+    def test_the_module_loads_from_a_folder_of_its_own(self):
+        folder = self.folder_with("module \u00e4\u6f22 folder", "*.dll")
+        host = self.session.host("capabilities", "--json", "--module",
+                                 paths.to_windows(folder / "LibVeltoAudioHandler.dll"))
+        self.assert_ended_well(host)
+        self.assertIn(folder.name, host.summary["module"])
 
     def test_a_missing_module_is_told(self):
         host = self.session.host("capabilities", "--module", paths.to_windows(self.session.folder / "none.dll"))

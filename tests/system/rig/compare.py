@@ -144,6 +144,14 @@ def first_sound(comparison):
     return int(window.start_s * comparison.rate) + window.offset
 
 
+def find(heard, part):
+    """(frame of the recording at which all of a sound begins, match in dB) where it matches best."""
+    heard, part = _two_dimensional(heard), _two_dimensional(part)
+    place = _best_offset(heard, part)
+    match_db, _ = _match(cut(heard, place, len(part)), part)
+    return place, match_db
+
+
 def _judge_window(heard, reference, start, length, place, rate, good_match_db, search_s):
     part = reference[start:start + length]
     if _rms(part) < QUIET_RMS:

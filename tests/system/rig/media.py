@@ -66,6 +66,27 @@ def coded(path, samples, rate=48000, bit_rate=160):
     return path
 
 
+# A silent AAC-LC unit of two channels behind its ADTS header, and as many as end a stream.
+SILENT_UNIT = bytes.fromhex("fff14c8001bffc" "21000000001c")
+SILENT_END = [SILENT_UNIT] * 5
+
+
+def units(path):
+    """The units of an ADTS file, each with its header."""
+    data, found = pathlib.Path(path).read_bytes(), []
+    while data:
+        size = (data[3] & 3) << 11 | data[4] << 3 | data[5] >> 5
+        found.append(data[:size])
+        data = data[size:]
+    return found
+
+
+def write_units(path, adts_units):
+    """Writes units that units() returned as an ADTS file and returns its name."""
+    path.write_bytes(b"".join(adts_units))
+    return path
+
+
 def resample(samples, rate, new_rate):
     """The same sound at another rate."""
     if rate == new_rate:
