@@ -48,7 +48,7 @@ TEST_F(LevelMeterTest, ShowsTheFloorForSilence)
 TEST_F(LevelMeterTest, SilentUnitsClearTheDecoderOfTheSoundBefore)
 {
     const SampleFile file(u8"tone.aac");
-    WriteTone(file, "adts", {.amplitude = 0.5, .units = 10});
+    WriteTone(file, "adts", {.units = 10, .amplitude = 0.5});
     AacReader reader(file.Utf8Path());
     LevelMeter meter(reader.Stream());
     std::vector<uint8_t> frame;
@@ -56,7 +56,7 @@ TEST_F(LevelMeterTest, SilentUnitsClearTheDecoderOfTheSoundBefore)
         ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
         ASSERT_TRUE(meter.PeakDb(frame).has_value());
     }
-    const std::vector<uint8_t> silentUnit VELTO_SILENT_UNIT;
+    const std::vector<uint8_t> silentUnit = VELTO_SILENT_UNIT;
     EXPECT_GT(meter.PeakDb(silentUnit).value(), -20.0) << "the second half of the tone's last unit";
     for (int unit = 1; unit < VELTO_CUSHION_UNITS; ++unit) {
         EXPECT_DOUBLE_EQ(meter.PeakDb(silentUnit).value(), silenceDb) << "unit " << unit;
