@@ -1,33 +1,44 @@
-"""Processor time of the capture path, beside the bare converter and encoder."""
+"""Processor time of the capture path, and of the bare converter and encoder on the same samples."""
 
-import json
+import contextlib
 
-from rig import paths, processes
+from rig import media, paths, processes, session
 
-import machine
+import benchmark_program
+import frame
+import measuring
 
-PROGRAM = paths.WINDOWS_BIN / "velto-capture-path-bench.exe"
-RATES = (48000, 44100)
+TITLE = "timing the capture path and the bare encoder"
+MAX_RATIO = 1.3
+RATES_HZ = (48000, 44100)
 
 
-def measure(world, sound):
-    samples = world.folder / "capture-path.f32"
-    processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-stream_loop", "-1", "-i", sound, "-t", "6",
-                   "-ar", "48000", "-ac", "2", "-f", "f32le", samples])
-    output = world.folder / "capture-path.json"
-    load = machine.load()
-    with open(world.folder / "capture-path.out", "wb") as out:
-        program = processes.start(
-            ["wine", PROGRAM, "--benchmark_enable_random_interleaving=true",
-             f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json",
-             paths.to_windows(samples)], env=world.prefix.environment, stdout=out, stderr=out)
-        code = program.wait(500)
-    if code != 0:
-        raise RuntimeError(f"{PROGRAM.name} ended with {code}; see {out.name}")
-    medians = {run["run_name"].split("/iterations")[0]: run["real_time"]
-               for run in json.loads(output.read_text())["benchmarks"] if run.get("aggregate_name") == "median"}
-    found = []
-    for rate in RATES:
+def measure(_options):
+    with contextlib.closing(session.Session("bench-capture-path", with_server=False)) as world:
+        samples = world.folder / "capture-path.f32"
+        processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-stream_loop", "-1", "-i", media.speech("speech"), "-t", "6",
+                       "-ar", "48000", "-ac", "2", "-f", "f32le", samples])
+        medians = benchmark_program.medians(benchmark_program.run(world, "capture-path", paths.to_windows(samples)))
+    rates = []
+    for rate in RATES_HZ:
         capture, bare = medians[f"Capture/{rate}"], medians[f"BareEncoder/{rate}"]
-        found.append({"rateHz": rate, "captureUs": capture, "bareUs": bare, "ratio": capture / bare})
-    return {"rates": found, "load": load}
+        rates.append({"rateHz": rate, "captureUs": capture, "bareUs": bare, "ratio": capture / bare})
+    return {"rates": rates}
+
+
+def table(measured):
+    rows = []
+    for entry in measured["rates"]:
+        for name, us, ratio in (("capture path", entry["captureUs"], f"{entry['ratio']:.2f}"),
+                                ("bare converter and encoder", entry["bareUs"], ""),
+                                ("goal", MAX_RATIO * entry["bareUs"], f"at most {MAX_RATIO}")):
+            rows.append([f"{entry['rateHz']} Hz", name, f"{us / 1000:.2f} ms",
+                         frame.with_percent(frame.us_per_frame(us / 1000), 0), ratio])
+    return [*measuring.table(["microphone", "", "time for 1 s of sound", "per frame", "ratio"], rows), "", frame.NOTE]
+
+
+def missed(measured):
+    for entry in measured["rates"]:
+        if entry["ratio"] > MAX_RATIO:
+            yield (f"{entry['rateHz']} Hz: capture takes {entry['ratio']:.2f} times as long as the bare encoder; "
+                   f"the goal is at most {MAX_RATIO}")

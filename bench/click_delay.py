@@ -1,98 +1,71 @@
-#!/usr/bin/python3
-"""Measures the delay from a click in the microphone to the packet that holds it, and writes docs/performance.md.
+"""Delay from a click in the microphone to the packet that contains it."""
 
-    bench/click_delay.py [--show]
-
---show: writes no page. Needs the Windows build.
-"""
-
-import datetime
-import pathlib
-import sys
+import contextlib
 
 import numpy
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
-sys.path.insert(0, str(REPOSITORY / "scripts"))
+from rig import media, session
 
-from rig import media, processes, session  # noqa: E402  (found through the lines above)
+import frame
+import measuring
 
-import machine  # noqa: E402
-import section  # noqa: E402
-
-RATE = 48000
-SAMPLES_PER_PACKET = 1024
+TITLE = "measuring the delay of clicks in the microphone"
+RATE_HZ = frame.RATE_HZ
 CLICKS = 60
-CLICK_FRAMES = 240  # 5 ms
-# A click waits until its frame of 21.3 ms is full, and the encoder gives it out with the second
-# frame after it.
-FLOOR_MS = (42.7, 64.0)
+CLICK_SAMPLES = 240  # 5 ms
+LOUD = 0.4           # half of a click's peak; the encoder's pre-echo stays below
+# A click waits until its frame of 21.3 ms is full. The encoder returns that frame with the second one after it.
+ENCODER_MS = (42.7, 64.0)
 POLL_MS, PERIOD_MS = 10, 10
 
 
 def clicks():
-    """Short bursts, at places that have nothing to do with the packets."""
+    """Short bursts at random times, so that they have no fixed place in a packet."""
     random = numpy.random.default_rng(1)
-    sound = numpy.zeros(int(RATE * (1 + 0.4 * CLICKS)))
+    sound = numpy.zeros(int(RATE_HZ * (1 + 0.4 * CLICKS)))
     for number in range(CLICKS):
-        begin = int(RATE * (0.5 + 0.4 * number + random.uniform(0, 0.2)))
-        sound[begin:begin + CLICK_FRAMES] = 0.8 * numpy.sin(numpy.arange(CLICK_FRAMES) * 0.4)
+        begin = int(RATE_HZ * (0.5 + 0.4 * number + random.uniform(0, 0.2)))
+        sound[begin:begin + CLICK_SAMPLES] = 0.8 * numpy.sin(numpy.arange(CLICK_SAMPLES) * 0.4)
     return numpy.stack([sound, sound], axis=1)
 
 
-def click_places(samples):
-    """Frames at which a click reaches its full loudness; the encoder's echo before it does not."""
-    loud = numpy.flatnonzero(numpy.abs(samples[:, 0]) > 0.4)
-    return [int(place) for place, last in zip(loud, [-RATE, *loud]) if place - last > 0.1 * RATE]
+def click_positions(samples):
+    loud = numpy.flatnonzero(numpy.abs(samples[:, 0]) > LOUD)
+    return [int(position) for position, last in zip(loud, [-RATE_HZ, *loud]) if position - last > 0.1 * RATE_HZ]
 
 
-def measure(world):
-    """Delays in ms."""
-    recorder = world.record("micA")
-    host = world.record_microphone("--packet-times", "--seconds", 0.4 * CLICKS + 6)
-    world.wait_for_capture()
-    world.speak(clicks())
-    code = host.wait(120)
-    if code != 0:
-        raise RuntimeError(f"velto-host ended with {code}: {host.errors()[-600:]}")
-    times = host.summary["packetTimes"]
-    said = click_places(recorder.samples())
-    recorded = click_places(media.decode(host.recording, RATE))
-    if len(said) != CLICKS or len(recorded) != CLICKS:
-        raise RuntimeError(f"{len(said)} clicks were said and {len(recorded)} recorded, of {CLICKS}")
-    # The first packet is the run-up, which a decoder leaves out.
-    return [1000 * (times[place // SAMPLES_PER_PACKET + 1] - recorder.time_of(begin))
-            for begin, place in zip(said, recorded)]
+def measure(_options):
+    with contextlib.closing(session.Session("bench-click-delay", microphones=(session.MICROPHONE_48K,))) as world:
+        recorder = world.record("micA")
+        host = world.record_microphone("--packet-times", "--seconds", 0.4 * CLICKS + 6)
+        world.wait_for_capture()
+        world.speak(clicks())
+        code = host.wait(120)
+        if code != 0:
+            raise RuntimeError(f"velto-host ended with {code}: {host.errors()[-600:]}")
+        packet_times = host.summary["packetTimes"]
+        played = click_positions(recorder.samples())
+        recorded = click_positions(media.decode(host.recording, RATE_HZ))
+        if len(played) != CLICKS or len(recorded) != CLICKS:
+            raise RuntimeError(f"{len(played)} clicks reached the microphone and {len(recorded)} were recorded, of {CLICKS}")
+        # A decoder leaves out the first packet, which is the encoder's priming.
+        return {"delaysMs": [1000 * (packet_times[position // frame.SAMPLES + 1] - recorder.time_of(begin))
+                             for begin, position in zip(played, recorded)]}
 
 
-def text(delays, load):
+def table(measured):
+    delays = measured["delaysMs"]
+
+    def row(name, *ms, digits=0):
+        return [name, " to ".join(f"{each:.{digits}f}" for each in ms) + " ms",
+                " to ".join(f"{1000 * each / frame.US:.1f}" for each in ms)]
+
     median, low, high = numpy.percentile(delays, (50, 5, 95))
-    most = FLOOR_MS[1] + POLL_MS + PERIOD_MS
-    return "\n".join((
-        f"Measured on {datetime.date.today().isoformat()}: {machine.describe()}, {len(delays)} clicks.", "",
-        "| | delay |", "|---|---|",
-        f"| median | {median:.0f} ms |",
-        f"| 5 % to 95 % | {low:.0f} to {high:.0f} ms |",
-        f"| shortest, longest | {min(delays):.0f}, {max(delays):.0f} ms |",
-        f"| encoder alone | {FLOOR_MS[0]} to {FLOOR_MS[1]} ms |",
-        f"| with a poll and a device period | up to {most:.0f} ms |", "",
-        f"Processes that wanted to run when measuring began: {load:.1f}.")) + "\n"
+    rows = [row("median", median), row("5 % to 95 %", low, high), row("shortest to longest", min(delays), max(delays)),
+            row("expected of the encoder alone", *ENCODER_MS, digits=1),
+            row("expected with a poll and a device period, at most", ENCODER_MS[1] + POLL_MS + PERIOD_MS)]
+    return [*measuring.table([f"{len(delays)} clicks", "delay", "in frames"], rows)]
 
 
-def main():
-    processes.install_handlers()
-    load = machine.load()
-    world = session.Session("bench-click-delay", microphones=(session.MICROPHONE_48K,))
-    try:
-        delays = measure(world)
-    finally:
-        world.close()
-    print(text(delays, load))
-    if "--show" not in sys.argv[1:]:
-        section.write("bench/click_delay.py", text(delays, load))
-    return 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+def missed(_measured):
+    return []  # the delay has no goal

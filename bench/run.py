@@ -1,73 +1,48 @@
-#!/usr/bin/python3
-"""Measures speed and memory of the shipped DLL under Wine and writes docs/performance.md.
+"""Measures speed, delay and memory of the DLL under Wine, and writes the figures into docs/performance.md.
 
-Called by scripts/bench when everything is built.
+Run it on a machine that does nothing else. Playing alone takes 10 minutes.
 """
 
-import argparse
-import datetime
-import json
-import pathlib
+import importlib
 import sys
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
+import measuring
 
-from rig import media, paths, processes, session  # noqa: E402  (found through the line above)
-
-import capture_path  # noqa: E402
-import machine  # noqa: E402
-import page  # noqa: E402
-import playing  # noqa: E402
-import write_path  # noqa: E402
+SCRIPT = measuring.Script("bench", __doc__)
+MEASUREMENTS = {name: name.replace("-", "_") for name in (
+    "write-path", "capture-path", "playing", "encoder", "packet-queue", "click-delay")}
 
 
-def say(text):
-    print(f"bench: {text}", flush=True)
+def add_arguments(parser):
+    parser.add_argument("files", nargs="*", metavar="FILE",
+                        help="more sound files for write-path and encoder; the page is not written")
+    parser.add_argument("--only", choices=MEASUREMENTS, help="measure only this")
+    parser.add_argument("--minutes", type=float, default=10, help="length of playing, at least 1 (default: 10)")
+    parser.add_argument("--show", action="store_true", help="print the figures, but do not write the page")
 
 
-def parse_arguments():
-    parser = argparse.ArgumentParser(prog="scripts/bench", description="Measures speed and memory.")
-    parser.add_argument("files", nargs="*", metavar="FILE", help="sound files to decode beside the speech")
-    parser.add_argument("--minutes", type=float, default=10, help="length of the run that memory is watched in")
-    parser.add_argument("--only", choices=("write-path", "capture-path", "playing"),
-                        help="measure one thing, write no page")
-    return parser.parse_args()
-
-
-def main():
+def measure(options):
+    if not options.minutes >= 1:
+        SCRIPT.parser.error("--minutes: at least 1 is needed")
+    measuring.prepare("windows", setup=["--bench"], options=[f"-DVELTO_BENCHMARK_SOURCE={measuring.CACHE / 'benchmark-source'}"])
+    # These modules need the packages that the set-up installs.
+    from rig import processes
     processes.install_handlers()
-    options = parse_arguments()
-    speech = media.speech("speech")
-    results = {"when": datetime.date.today().isoformat(), "machine": machine.describe()}
-    world = session.Session("bench")
-    try:
-        if options.only in (None, "write-path"):
-            say("timing calls of WriteStreamBuffer beside the bare decoder")
-            results["writePath"] = write_path.measure(world, [speech, *options.files])
-        if options.only in (None, "capture-path"):
-            say("timing the capture path beside the bare encoder")
-            results["capturePath"] = capture_path.measure(world, speech)
-        if options.only in (None, "playing"):
-            say(f"watching a host play for {options.minutes:g} minutes")
-            results["playing"] = playing.measure(world, speech, 60 * options.minutes)
-    except (RuntimeError, OSError, AssertionError) as problem:
-        print(f"bench: failed: {problem}", file=sys.stderr)
-        return 1
-    finally:
-        world.close()
-    folder = paths.BUILD / "bench-results"
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "results.json").write_text(json.dumps(results, indent=2) + "\n")
-    print("\n" + page.tables(results))
-    if not options.only:
-        page.write(REPOSITORY / "docs" / "performance.md", results)
-        say("docs/performance.md holds these figures now")
-    missed = page.missed(results)
-    for reason in missed:
-        print(f"bench: missed: {reason}", file=sys.stderr)
-    return 1 if missed else 0
+    results, missed = {}, []
+    for name in [options.only] if options.only else MEASUREMENTS:
+        module = importlib.import_module(MEASUREMENTS[name])
+        SCRIPT.say(module.TITLE)
+        load = measuring.load_average()
+        results[name] = {**module.measure(options), "loadAverageAtStart": load}
+        text = "\n".join([measuring.measured(), "", *module.table(results[name]), "", f"Load average at start: {load:.1f}."]) + "\n"
+        print(f"\n{text}", flush=True)
+        missed += module.missed(results[name])
+        if not options.show and not options.files:
+            SCRIPT.publish("performance.md", text, f"scripts/bench --only {name}")
+    SCRIPT.save(results)
+    return SCRIPT.finish(missed)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    add_arguments(SCRIPT.parser)
+    sys.exit(SCRIPT.run(measure))

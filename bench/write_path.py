@@ -1,18 +1,21 @@
-"""Time per call of WriteStreamBuffer through the DLL, beside FFmpeg's bare decoder."""
+"""Time per call of WriteStreamBuffer through the DLL, and of FFmpeg's bare decoder on the same frames."""
 
-import json
+import contextlib
 import pathlib
 
-from rig import paths, processes
+from rig import media, paths, processes, session
 
-import machine
+import benchmark_program
+import frame
+import measuring
 
-PROGRAM = paths.WINDOWS_BIN / "velto-write-path-bench.exe"
+TITLE = "timing WriteStreamBuffer and the bare decoder"
+MAX_RATIO = 1.6
 CALLS_PER_LOG_LINE = 50
 
 
 def as_adts(path):
-    """The file as an ADTS stream at 48000 Hz: as it is when it holds AAC at that rate, else coded anew."""
+    """The file as an ADTS stream at 48000 Hz: copied if it has AAC at that rate, else encoded again."""
     path = pathlib.Path(path).resolve()
     target = paths.CACHE / "bench" / f"{path.stem}.aac"
     target.parent.mkdir(parents=True, exist_ok=True)
@@ -23,26 +26,12 @@ def as_adts(path):
     return target
 
 
-def _medians(results):
-    """{benchmark: median in microseconds} over its repetitions."""
-    return {run["run_name"].split("/iterations")[0]: run["real_time"] for run in results["benchmarks"]
-            if run.get("aggregate_name") == "median"}
-
-
-def measure(world, files):
-    files = [as_adts(path) for path in files]
-    output = world.folder / "write-path.json"
-    env = dict(world.prefix.environment, VELTO_LOG_FILE=paths.to_windows(world.folder / "write-path.log"))
-    load = machine.load()
-    with open(world.folder / "write-path.out", "wb") as out:
-        program = processes.start(
-            ["wine", PROGRAM, "--benchmark_enable_random_interleaving=true",
-             f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json",
-             *[paths.to_windows(path) for path in files]], env=env, stdout=out, stderr=out, with_sound=True)
-        code = program.wait(500)
-    if code != 0:
-        raise RuntimeError(f"{PROGRAM.name} ended with {code}; see {out.name}")
-    medians = _medians(json.loads(output.read_text()))
+def measure(options):
+    files = [as_adts(path) for path in (media.speech("speech"), *options.files)]
+    with contextlib.closing(session.Session("bench-write-path")) as world:
+        log = {"VELTO_LOG_FILE": paths.to_windows(world.folder / "write-path.log")}
+        medians = benchmark_program.medians(benchmark_program.run(
+            world, "write-path", *map(paths.to_windows, files), environment=log, with_sound=True))
     decoded = []
     for path in files:
         written, bare = medians[f"WriteStreamBuffer/{path.stem}"], medians[f"BareDecoder/{path.stem}"]
@@ -56,5 +45,25 @@ def measure(world, files):
             f"the frame counter's log line, one in {CALLS_PER_LOG_LINE} calls":
                 medians["WriteLogLine"] / CALLS_PER_LOG_LINE,
         },
-        "load": load,
     }
+
+
+def table(measured):
+    rows = [[entry["file"], frame.with_percent(entry["writeUs"]), frame.with_percent(entry["bareUs"]), f"{entry['ratio']:.2f}",
+             frame.with_percent(MAX_RATIO * entry["bareUs"])] for entry in measured["files"]]
+    first, parts = measured["files"][0], measured["parts"]
+    besides = first["writeUs"] - first["bareUs"]
+    part_rows = [[name, f"{microseconds:.2f} µs", frame.percent(microseconds)] for name, microseconds in parts.items()]
+    rest = besides - sum(parts.values())
+    part_rows.append(["the rest: locks, checks, the play thread's share of the processor", f"{rest:.1f} µs", frame.percent(rest)])
+    return [*measuring.table(["frames of", "WriteStreamBuffer", "bare decoder and converter", "ratio",
+                              f"goal: at most {MAX_RATIO} times bare"], rows), "", frame.NOTE, "",
+            f"The {besides:.1f} µs besides decoding, by part, each measured alone:", "",
+            *measuring.table(["part", "time per call", "of a frame"], part_rows)]
+
+
+def missed(measured):
+    for entry in measured["files"]:
+        if entry["ratio"] > MAX_RATIO:
+            yield (f"{entry['file']}: a write takes {entry['ratio']:.2f} times as long as the bare decoder; "
+                   f"the goal is at most {MAX_RATIO}")

@@ -1,26 +1,24 @@
-"""What gcovr counted, as tables in docs/reliability.md. Called by scripts/coverage."""
+"""What gcovr counted, as tables of docs/reliability.md, and the goals."""
 
-import datetime
 import json
 import pathlib
-import sys
 
-import section
+import measuring
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-EXPLAINED = REPOSITORY / "scripts" / "uncovered.txt"
-LEAST_LINES = 95.0     # percent
-LEAST_BRANCHES = 85.0  # percent
+EXPLANATIONS = pathlib.Path(__file__).resolve().parent / "uncovered.txt"
+MIN_LINES = 95.0     # percent
+MIN_BRANCHES = 85.0  # percent
+COUNTS = ("lines", "linesRun", "branches", "branchesRun")
 
 
-def read_reasons():
-    """File -> (how many lines are explained, why they are not run)."""
-    reasons = {}
-    for line in EXPLAINED.read_text("utf-8").splitlines():
+def read_explanations():
+    """{file: (number of lines, reason)} of the lines that no test runs."""
+    explanations = {}
+    for line in EXPLANATIONS.read_text("utf-8").splitlines():
         if line and not line.startswith("#"):
-            file, lines, why = (part.strip() for part in line.split("|"))
-            reasons[file] = (int(lines), why)
-    return reasons
+            file, lines, reason = (part.strip() for part in line.split("|"))
+            explanations[file] = (int(lines), reason)
+    return explanations
 
 
 def folder_of(file):
@@ -36,62 +34,61 @@ def ranges(numbers):
             found[-1][1] = number
         else:
             found.append([number, number])
-    return ", ".join(str(a) if a == b else f"{a}-{b}" for a, b in found)
+    return ", ".join(str(first) if first == last else f"{first}-{last}" for first, last in found)
 
 
 def percent(part, whole):
     return 100 * part / whole if whole else 100.0
 
 
-def count(files):
-    """Folder -> [lines, lines run, branches, branches run], and file -> lines that are not run."""
-    totals, missing = {}, {}
-    for entry in files:
+def read(path):
+    """Counts of each folder and of all, and the lines of each file that no test runs."""
+    folders, not_run = {}, {}
+    for entry in json.loads(path.read_text("utf-8"))["files"]:
         lines = [line for line in entry["lines"] if not line["gcovr/noncode"] and not line["gcovr/excluded"]]
         branches = [branch for line in lines for branch in line["branches"]]
-        total = totals.setdefault(folder_of(entry["file"]), [0, 0, 0, 0])
-        total[0] += len(lines)
-        total[1] += sum(line["count"] > 0 for line in lines)
-        total[2] += len(branches)
-        total[3] += sum(branch["count"] > 0 for branch in branches)
-        if not_run := [line["line_number"] for line in lines if line["count"] == 0]:
-            missing[entry["file"]] = not_run
-    return totals, missing
+        counts = (len(lines), sum(line["count"] > 0 for line in lines),
+                  len(branches), sum(branch["count"] > 0 for branch in branches))
+        total = folders.setdefault(folder_of(entry["file"]), dict.fromkeys(COUNTS, 0))
+        for name, count in zip(COUNTS, counts):
+            total[name] += count
+        if numbers := [line["line_number"] for line in lines if line["count"] == 0]:
+            not_run[entry["file"]] = numbers
+    whole = {name: sum(folder[name] for folder in folders.values()) for name in COUNTS}
+    return {"folders": folders, "all": whole, "notRun": not_run}
 
 
-def row(name, lines, lines_run, branches, branches_run):
-    return (f"| {name} | {lines_run} of {lines} | {percent(lines_run, lines):.1f} % "
-            f"| {branches_run} of {branches} | {percent(branches_run, branches):.1f} % |")
+def row(name, counts):
+    return [name, f"{counts['linesRun']} of {counts['lines']}", f"{percent(counts['linesRun'], counts['lines']):.1f} %",
+            f"{counts['branchesRun']} of {counts['branches']}", f"{percent(counts['branchesRun'], counts['branches']):.1f} %"]
 
 
-def main():
-    totals, missing = count(json.loads(pathlib.Path(sys.argv[1]).read_text("utf-8"))["files"])
-    reasons = read_reasons()
-    whole = [sum(column) for column in zip(*totals.values())]
-    text = [f"Counted on {datetime.date.today().isoformat()}, in the native build.", "",
-            "| folder | lines run | | branches run | |", "|---|---|---|---|---|"]
-    text += [row(name, *totals[name]) for name in sorted(totals)]
-    text += [row("all", *whole), "", "| not run | lines | why |", "|---|---|---|"]
-    text += [f"| `{file}` | {ranges(missing[file])} | {reasons.get(file, (0, 'not explained'))[1]} |"
-             for file in sorted(missing)]
-    section.write("scripts/coverage", "\n".join(text) + "\n", "reliability.md")
+def text(counted):
+    explanations = read_explanations()
+    folders = [row(name, counts) for name, counts in sorted(counted["folders"].items())]
+    files = [[f"`{file}`", ranges(numbers), explanations.get(file, (0, "not explained"))[1]]
+             for file, numbers in sorted(counted["notRun"].items())]
+    return "\n".join([f"Counted on {measuring.today()}, in the native build.", "",
+                      *measuring.table(["folder", "lines run", "", "branches run", ""], folders + [row("all", counted["all"])]), "",
+                      *measuring.table(["not run", "lines", "reason"], files)]) + "\n"
 
-    lines, lines_run, branches, branches_run = whole
-    print(f"coverage: {percent(lines_run, lines):.1f} % of the lines, "
-          f"{percent(branches_run, branches):.1f} % of the branches")
-    missed = []
-    for file, numbers in sorted(missing.items()):
-        explained = reasons.get(file, (0, ""))[0]
+
+def summary(counted):
+    whole = counted["all"]
+    return (f"{percent(whole['linesRun'], whole['lines']):.1f} % of the lines, "
+            f"{percent(whole['branchesRun'], whole['branches']):.1f} % of the branches")
+
+
+def missed(counted):
+    """The goals that are not met, as sentences."""
+    explanations = read_explanations()
+    for file, numbers in sorted(counted["notRun"].items()):
+        explained = explanations.get(file, (0, ""))[0]
         if len(numbers) > explained:
-            missed.append(f"{file}: lines {ranges(numbers)} are not run, {EXPLAINED.name} explains {explained} of them")
-    if percent(lines_run, lines) < LEAST_LINES:
-        missed.append(f"at least {LEAST_LINES} % of the lines have to run")
-    if percent(branches_run, branches) < LEAST_BRANCHES:
-        missed.append(f"at least {LEAST_BRANCHES} % of the branches have to run")
-    for reason in missed:
-        print(f"coverage: missed: {reason}", file=sys.stderr)
-    return 1 if missed else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+            yield (f"{file}: no test runs lines {ranges(numbers)}; {EXPLANATIONS.name} explains {explained} of them. "
+                   "Add a test, or the reason")
+    whole = counted["all"]
+    if percent(whole["linesRun"], whole["lines"]) < MIN_LINES:
+        yield f"tests must run at least {MIN_LINES} % of the lines"
+    if percent(whole["branchesRun"], whole["branches"]) < MIN_BRANCHES:
+        yield f"tests must run at least {MIN_BRANCHES} % of the branches"

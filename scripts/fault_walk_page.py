@@ -1,55 +1,55 @@
-"""What the fault walk counted, as a table in docs/reliability.md.
+"""What the fault walk counted, as a table of docs/reliability.md.
 
-    fault_walk_page.py FOLDER           writes the table; called by scripts/fault-walk
-    fault_walk_page.py FOLDER --check   1 when the page names other calls or faults than were walked
-
-FOLDER holds a file for each road. How many cases there are may differ by a few: the threads that poll
-do not make the same number of calls each time.
+Called with --check, compares the page with the counts in FOLDER, a file for each scenario. The number of cases is not
+compared: how often the threads that poll call the system differs from run to run.
 """
 
+import argparse
 import pathlib
 import re
 import sys
 
-import section
+import measuring
 
-ROADS = {"speaker": "renderer", "table": "speaker, through the table", "microphone": "microphone"}
+SCENARIOS = {"speaker": "renderer", "table": "speaker, through the table", "microphone": "microphone"}
 COLUMNS = {"calls": "calls", "failures": "error codes", "null": "no object", "sizes": "zero and huge sizes",
            "successes": "odd successes", "hangs": "hangs", "cases": "cases", "lasting": "of them lasting",
            "findings": "not as expected"}
-SURE = ["calls", "failures", "null", "sizes", "successes", "hangs"]
+SAME_IN_EACH_RUN = ("calls", "failures", "null", "sizes", "successes", "hangs")
 
 
 def read(folder):
-    return {road: {name: int(count) for name, count in re.findall(r"(\w+) (\d+)", (folder / f"{road}.txt").read_text("utf-8"))}
-            for road in ROADS}
+    """{scenario: {column: count}}"""
+    return {name: {column: int(count)
+                   for column, count in re.findall(r"(\w+) (\d+)", (folder / f"{name}.txt").read_text("utf-8"))}
+            for name in SCENARIOS}
 
 
-def table(walks):
-    lines = [f"| road | {' | '.join(COLUMNS.values())} |", "|---" * (len(COLUMNS) + 1) + "|"]
-    lines += [f"| {ROADS[road]} | {' | '.join(str(walk[name]) for name in COLUMNS)} |" for road, walk in walks.items()]
-    lines.append(f"| all | {' | '.join(str(sum(walk[name] for walk in walks.values())) for name in COLUMNS)} |")
-    return "\n".join(lines) + "\n"
+def text(walks):
+    rows = [[SCENARIOS[name], *(str(walk[column]) for column in COLUMNS)] for name, walk in walks.items()]
+    rows.append(["all", *(str(sum(walk[column] for walk in walks.values())) for column in COLUMNS)])
+    return "\n".join(measuring.table(["scenario", *COLUMNS.values()], rows)) + "\n"
 
 
-def differs(walks):
-    page = (section.DOCS / "reliability.md").read_text("utf-8")
-    for road, walk in walks.items():
-        row = re.search(rf"^\| {re.escape(ROADS[road])} \|(.*)\|$", page, re.MULTILINE)
+def differences(walks):
+    """The scenarios whose counts are not those of the page."""
+    page = (measuring.DOCS / "reliability.md").read_text("utf-8")
+    for name, walk in walks.items():
+        row = re.search(rf"^\| {re.escape(SCENARIOS[name])} \|(.*)\|$", page, re.MULTILINE)
         counts = dict(zip(COLUMNS, map(int, row[1].split("|")))) if row else {}
-        if any(counts.get(name) != walk[name] for name in SURE):
-            print(f"docs/reliability.md does not tell what was walked ({road}): run scripts/fault-walk", file=sys.stderr)
-            return 1
-    return 0
+        if any(counts.get(column) != walk[column] for column in SAME_IN_EACH_RUN):
+            yield SCENARIOS[name]
 
 
 def main():
-    walks = read(pathlib.Path(sys.argv[1]))
-    if "--check" in sys.argv:
-        return differs(walks)
-    section.write("scripts/fault-walk", table(walks), "reliability.md")
-    print(table(walks))
-    return 0
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", type=pathlib.Path, metavar="FOLDER")
+    parser.add_argument("--check", action="store_true", required=True)
+    different = list(differences(read(parser.parse_args().folder)))
+    if different:
+        print(f"docs/reliability.md has other counts for these scenarios: {'; '.join(different)}. Run scripts/fault-walk.",
+              file=sys.stderr)
+    return 1 if different else 0
 
 
 if __name__ == "__main__":

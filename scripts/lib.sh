@@ -1,5 +1,4 @@
-# Shared by the scripts in this folder: messages, and where things stand.
-# Sourced, never run.
+# Shared by the scripts in this folder: paths, messages, and the way to their Python parts. Sourced, never run.
 
 set -euo pipefail
 
@@ -7,6 +6,9 @@ repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${XDG_CACHE_HOME:-${HOME:?HOME is not set}/.cache}/velto-audio-handler
 
 say() { printf '%s: %s\n' "${0##*/}" "$*"; }
+
+# print_help: the comment at the head of the script.
+print_help() { sed -n '2,/^$/s/^# \{0,1\}//p' "$0"; }
 
 # die REASON [REMEDY]
 die() {
@@ -17,7 +19,7 @@ die() {
     exit 1
 }
 
-# run_logged LOG WHAT COMMAND...: quiet when it succeeds, the log's end when it fails.
+# run_logged LOG WHAT COMMAND...: quiet when it succeeds; shows the end of the log when it fails.
 run_logged() {
     local log=$1 what=$2
     shift 2
@@ -25,4 +27,14 @@ run_logged() {
         tail -n 30 "$log" | sed 's/^/    | /' >&2
         die "$what failed" "The lines above end its log: $log"
     fi
+}
+
+# exec_python FILE ARGUMENT...: the Python part of a measuring script. It checks its arguments first, then calls
+# scripts/setup and scripts/build (measuring.prepare), and then measures.
+exec_python() {
+    local file=$1
+    shift
+    [ -x /usr/bin/python3 ] || "$repo/scripts/setup"
+    export PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$repo/scripts:$repo/tests/system"
+    exec /usr/bin/python3 "$repo/$file" "$@"
 }

@@ -1,17 +1,17 @@
 #!/usr/bin/python3
-"""Makes the fuzz targets' seed corpora: corpora.py FOLDER
+"""Writes the seed corpora of the fuzz targets into FOLDER, a folder of small files for each target.
 
-Each target gets a folder of small files. Those with sound in them hold what FFmpeg's encoder makes of
-tones and noise; broken ones are made of the whole ones, the same ones each time.
+Files with sound contain tones and noise from FFmpeg's encoder. Damaged files are derived from these. Each run writes the
+same files.
 """
 
+import argparse
 import pathlib
 import random
 import struct
 import subprocess
-import sys
 
-# Of sounds that differ in what the encoder has to do: rate, channels, bit rate, kind of stream.
+# Sounds with different rates, channels, bit rates and kinds of content.
 SOUNDS = {
     "tone": ["-f", "lavfi", "-i", "sine=440:d=0.2:r=48000", "-ac", "2", "-b:a", "96k"],
     "mono": ["-f", "lavfi", "-i", "sine=880:d=0.2:r=48000", "-ac", "1", "-b:a", "48k"],
@@ -24,11 +24,12 @@ ADTS_HEADER_BYTES = 7
 
 
 def ffmpeg(*arguments):
-    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-bitexact", *arguments], check=True)
+    *before, output = arguments
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *before, "-bitexact", output], check=True)
 
 
 def access_units(adts):
-    """The raw units of an ADTS stream."""
+    """The access units of an ADTS stream, without headers."""
     units = []
     while len(adts) > ADTS_HEADER_BYTES:
         size = (adts[3] & 3) << 11 | adts[4] << 3 | adts[5] >> 5
@@ -37,8 +38,8 @@ def access_units(adts):
     return units
 
 
-def broken(data, seed):
-    """The same bytes cut, with flipped bits, with a piece lost and with one doubled."""
+def damaged(data, seed):
+    """The bytes cut short, with flipped bits, without a piece, and with a piece repeated."""
     rng = random.Random(seed)
     flipped = bytearray(data)
     for _ in range(8):
@@ -51,8 +52,10 @@ def broken(data, seed):
 
 
 def doubled(unit, payload):
-    """The same unit with band replication: it decodes to twice the samples. In front of its end, which
-    is three set bits before the padding, it gets a fill element of eight bytes with that extension."""
+    """The unit with spectral band replication, which decodes to twice the samples.
+
+    Inserts a fill element of eight bytes with the extension in front of the unit's end: three set bits, then padding.
+    """
     bits = "".join(f"{byte:08b}" for byte in unit).rstrip("0")
     bits = bits[:-3] + "110" + "1000" + "1101" + f"{payload:060b}" + "111"
     bits += "0" * (-len(bits) % 8)
@@ -60,22 +63,22 @@ def doubled(unit, payload):
 
 
 def frame(unit, device=0):
-    """One write of speaker_road's: choice, size, payload, stream type."""
+    """A write, as speaker_path reads it: choice, size, payload, stream type."""
     return struct.pack("<BH", device << 3, len(unit)) + unit + b"\x03"
 
 
-def speaker_road(units):
+def speaker_path(units):
     stereo_mix, mono_mix, wide_mix = b"\x00\x00\x00" * 2, b"\x01\x01\x01" * 2, b"\x03\x00\x02\x04\x03\x05"
     headset, lost, idle, closed = b"\x07\x02", b"\x07\x01", b"\x07\x00", b"\x06"
     for name, sound in units.items():
         yield name, stereo_mix + b"".join(frame(unit) for unit in sound[:6])
-        for kind, bad in broken(sound[2], name):
+        for kind, bad in damaged(sound[2], name):
             yield f"{name}_{kind}", stereo_mix + b"".join(map(frame, [sound[1], bad, sound[3], sound[2]]))
     mixed = [unit for three in zip(*(sound[:4] for sound in units.values())) for unit in three]
     yield "mixed", mono_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(mixed))
     tone = [frame(unit) for unit in units["tone"][:8]]
     yield "changes", wide_mix + tone[0] + headset + tone[1] + tone[2] + lost + tone[3] + idle + tone[4] + closed
-    # No frame, no header, no payload, an id of another length, a size that no memory has, no id.
+    # No frame, no header, no payload, an id with another length, a size that cannot be allocated, no id.
     yield "odd", stereo_mix + b"\x04\x00\x04\x01" + b"\x04\x02\x07\x00\x00\x00" + b"\x04\x03\x00" + \
         b"\x04\x04\x07\x00\x00\x00" + b"\x04\x05" + tone[0]
     for name in ("tone", "mono"):
@@ -92,7 +95,7 @@ def host_records():
     every_id = [bytes([i, way]) for i in range(4) for way in (0, 2)]
 
     def listed(*entries):
-        """A whole list of (key, value): way, count, then each entry, then the list's padding."""
+        """A parameter list of (key, value): kind, count, then each entry, then the padding of the list."""
         return struct.pack("<BB", 0, len(entries)) + b"".join(
             struct.pack("<BBBI", 0, key, value, 7) for key, value in entries) + bytes(4)
 
@@ -149,7 +152,7 @@ def packet_queue(rng):
 def file_reader(files):
     for name, data in files.items():
         yield name, data
-        for kind, bad in broken(data, name):
+        for kind, bad in damaged(data, name):
             yield f"{kind}_{name}", bad
     yield "empty", b""
     yield "begun", files["tone.aac"] + b"\xff\xf1"
@@ -159,7 +162,7 @@ def file_reader(files):
 
 
 def make(folder):
-    """Encodes the sounds; gives the files and the raw units of each."""
+    """Encodes the sounds. Returns the files, and the access units of each sound."""
     files = {}
     units = {}
     for name, options in SOUNDS.items():
@@ -177,12 +180,14 @@ def make(folder):
 
 
 def main():
-    folder = pathlib.Path(sys.argv[1])
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", type=pathlib.Path, metavar="FOLDER")
+    folder = parser.parse_args().folder
     sounds = folder / "sounds"
     sounds.mkdir(parents=True, exist_ok=True)
     files, units = make(sounds)
     corpora = {
-        "speaker_road": speaker_road(units),
+        "speaker_path": speaker_path(units),
         "host_records": host_records(),
         "encoder": encoder(random.Random("encoder")),
         "packet_queue": packet_queue(random.Random("queue")),

@@ -1,11 +1,18 @@
-"""Runs the fuzz targets and adds up what they did: run.py SECONDS [TARGET ...]
+"""Runs a fuzz target, or all in turn, each for SECONDS, and adds what they did to docs/reliability.md.
 
-scripts/fuzz has built them. Interrupted, it ends the target and still writes down what was done.
+Targets:
+  speaker_path   frames of any bytes through the table to the speaker
+  host_records   ids, parameter lists, capabilities, listeners
+  encoder        the codec library's encoder: any sound, any parameters
+  packet_queue   the packet queue, compared with a model of it
+  file_reader    the files that velto-host plays
+
+Inputs that reach new code are kept in build/fuzz/corpus, where the next run starts. A finding is kept in
+tests/fuzz/findings/TARGET, where scripts/test replays it.
 """
 
 import fcntl
 import os
-import pathlib
 import re
 import signal
 import subprocess
@@ -13,100 +20,120 @@ import sys
 import time
 import typing
 
-REPO = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(REPO / "scripts"))
-import section  # noqa: E402
+import measuring
 
-BUILD = REPO / "build" / "fuzz"
-FINDINGS = REPO / "tests" / "fuzz" / "findings"
+SCRIPT = measuring.Script("fuzz", __doc__)
+SOURCES = measuring.REPOSITORY / "tests" / "fuzz"
 PAGE = "reliability.md"
-TARGETS = ["speaker_road", "host_records", "encoder", "packet_queue", "file_reader"]
-LONGEST_INPUT = {"speaker_road": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
-INTERRUPTED = 72  # libFuzzer's exit code
-HEAD = "| target | executions | seconds | edges reached | findings |"
+MAX_INPUT_BYTES = {"speaker_path": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
+FUZZER_INTERRUPTED = 72  # libFuzzer's exit code
+COLUMNS = ["target", "executions", "seconds", "edges reached", "findings"]
 
 
 class Run(typing.NamedTuple):
     executions: int = 0
     seconds: int = 0
     edges: int = 0
-    edges_there_are: int = 0
+    all_edges: int = 0
     findings: int = 0
 
 
-def run(target, seconds):
-    """What was done, up to the first finding, and whether it was interrupted."""
-    corpus = BUILD / "corpus" / target
-    findings = FINDINGS / target
-    corpus.mkdir(parents=True, exist_ok=True)
-    findings.mkdir(parents=True, exist_ok=True)
-    seeds = BUILD / "tests" / "fuzz" / "corpora" / target
-    words = REPO / "tests" / "fuzz" / f"{target}.dict"
-    dictionary = [f"-dict={words}"] if words.exists() else []
-    log = BUILD / f"{target}.log"
-    # The unwinder that the unit tests' suppressions need is too slow for this.
+def start(target, seconds, log):
+    folder = SCRIPT.folder()
+    corpus, findings = folder / "corpus" / target, SOURCES / "findings" / target
+    for each in (corpus, findings):
+        each.mkdir(parents=True, exist_ok=True)
+    dictionary = SOURCES / f"{target}.dict"
+    options = [f"-max_total_time={seconds}", f"-max_len={MAX_INPUT_BYTES[target]}", "-timeout=60", "-print_final_stats=1",
+               f"-artifact_prefix={findings}/", *([f"-dict={dictionary}"] if dictionary.exists() else [])]
+    # The slow unwinder, which the unit tests' suppressions need, would take most of the time.
     environment = {**os.environ, "ASAN_OPTIONS": "fast_unwind_on_malloc=1"}
+    return subprocess.Popen([folder / "bin" / f"velto-fuzz-{target}", *options, corpus, folder / "tests/fuzz/corpora" / target],
+                            stdout=log, stderr=log, env=environment)
+
+
+def run(target, seconds):
+    """Runs a target up to its first finding. Returns what it did, and whether it was interrupted."""
+    path = SCRIPT.folder() / f"{target}.log"
     begin = time.monotonic()
-    with log.open("w", encoding="utf-8") as output:
-        fuzzer = subprocess.Popen([str(BUILD / "bin" / f"velto-fuzz-{target}"), f"-max_total_time={seconds}",
-                                   f"-max_len={LONGEST_INPUT[target]}", "-timeout=60", "-print_final_stats=1", *dictionary,
-                                   f"-artifact_prefix={findings}/", str(corpus), str(seeds)],
-                                  stdout=output, stderr=output, env=environment)
+    with path.open("w", encoding="utf-8") as log:
+        fuzzer = start(target, seconds, log)
         try:
             fuzzer.wait()
         except KeyboardInterrupt:
             fuzzer.send_signal(signal.SIGINT)
             fuzzer.wait()
-    took = round(time.monotonic() - begin)
-    text = log.read_text("utf-8", "replace")
-    of = re.search(r"\((\d+) inline 8-bit counters\)", text)
-    done = re.search(r"number_of_executed_units: *(\d+)", text)
-    if not of or not done:
-        sys.exit(f"fuzz: error: {target} did not run; its log: {log}")
-    executions = int(done[1])
+    passed = round(time.monotonic() - begin)
+    text = path.read_text("utf-8", "replace")
+    counters = re.search(r"\((\d+) inline 8-bit counters\)", text)
+    executed = re.search(r"number_of_executed_units: *(\d+)", text)
+    if not counters or not executed:
+        raise RuntimeError(f"{target} did not run; its log: {path}")
     edges = ([0] + [int(count) for count in re.findall(r" cov: (\d+)", text)])[-1]
-    found = fuzzer.returncode not in (0, INTERRUPTED)
+    found = fuzzer.returncode not in (0, FUZZER_INTERRUPTED)
+    findings = SOURCES / "findings" / target
     if not any(findings.iterdir()):
         findings.rmdir()
-    print(f"{target}: {executions} executions in {took} s, {edges} of {of[1]} edges, {int(found)} findings")
+    result = Run(int(executed[1]), passed, edges, int(counters[1]), int(found))
+    SCRIPT.say(f"{target}: {result.executions} executions in {passed} s, {edges} of {result.all_edges} edges, {int(found)} findings")
     if found:
         kept = re.findall(r"Test unit written to (\S+)", text)
-        print(f"    kept: {kept[-1] if kept else 'nothing'}; how it ended: {log}")
-    return Run(executions, took, edges, int(of[1]), int(found)), fuzzer.returncode == INTERRUPTED
+        SCRIPT.warn(f"missed: {target} has a finding, kept as {kept[-1] if kept else 'no file'}; its log: {path}")
+    return result, fuzzer.returncode == FUZZER_INTERRUPTED
 
 
-def row_of(target, page):
-    """What earlier runs came to, or None."""
+def earlier(target, page):
+    """The sums of earlier runs, from the page, or None."""
     found = re.search(rf"^\| {target} \| (\d+) \| (\d+) \| (\d+) of (\d+) \| (\d+) \|$", page, re.MULTILINE)
     return Run(*map(int, found.groups())) if found else None
 
 
-def write(target, result):
-    """Adds executions, seconds and findings up; the edges are the latest run's."""
-    with open(BUILD / "page.lock", "w", encoding="ascii") as lock:
+def add_to_page(target, result):
+    """Adds executions, seconds and findings to the sums. The edges are those of the latest run."""
+    # Several targets may run at once.
+    with open(SCRIPT.folder() / "page.lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        page = (section.DOCS / PAGE).read_text("utf-8")
-        rows = {name: row_of(name, page) for name in TARGETS}
-        old = rows[target] or Run()
-        rows[target] = result._replace(executions=old.executions + result.executions, seconds=old.seconds + result.seconds,
-                                       findings=old.findings + result.findings)
-        lines = [HEAD, "|---|---|---|---|---|"]
-        lines += [f"| {name} | {row.executions} | {row.seconds} | {row.edges} of {row.edges_there_are} | {row.findings} |"
-                  for name, row in rows.items() if row]
-        section.write("scripts/fuzz", "\n".join(lines) + "\n", PAGE)
+        page = (measuring.DOCS / PAGE).read_text("utf-8")
+        sums = {name: earlier(name, page) for name in MAX_INPUT_BYTES}
+        before = sums[target] or Run()
+        sums[target] = result._replace(executions=before.executions + result.executions,
+                                       seconds=before.seconds + result.seconds, findings=before.findings + result.findings)
+        rows = [[name, str(each.executions), str(each.seconds), f"{each.edges} of {each.all_edges}", str(each.findings)]
+                for name, each in sums.items() if each]
+        measuring.write_section(PAGE, "scripts/fuzz", "\n".join(measuring.table(COLUMNS, rows)) + "\n")
 
 
-def main(seconds, *targets):
-    subprocess.run([sys.executable, "-B", str(REPO / "tests/fuzz/corpora.py"), str(BUILD / "tests/fuzz/corpora")], check=True)
-    found = 0
-    for target in targets or TARGETS:
-        result, interrupted = run(target, int(seconds))
-        write(target, result)
-        found += result.findings
+def chosen(options):
+    """The targets, and the seconds for each."""
+    target, seconds = options.target, options.seconds
+    if target and target.isdigit() and seconds is None:
+        target, seconds = None, target
+    seconds = 60 if seconds is None else seconds
+    if target and target not in MAX_INPUT_BYTES:
+        SCRIPT.parser.error(f"there is no target {target}; the targets are {', '.join(MAX_INPUT_BYTES)}")
+    if not str(seconds).isdigit() or int(seconds) < 1:
+        SCRIPT.parser.error("SECONDS: a whole number, at least 1, is needed")
+    return [target] if target else list(MAX_INPUT_BYTES), int(seconds)
+
+
+def measure(options):
+    targets, seconds = chosen(options)
+    measuring.prepare("fuzz", setup=["--fuzz"])
+    subprocess.run([sys.executable, SOURCES / "corpora.py", SCRIPT.folder() / "tests/fuzz/corpora"], check=True)
+    results, interrupted = {}, False
+    for target in targets:
+        result, interrupted = run(target, seconds)
+        results[target] = result._asdict()
+        add_to_page(target, result)
         if interrupted:
-            return INTERRUPTED
-    return 1 if found else 0
+            break
+    SCRIPT.save({"targets": results})
+    if interrupted:
+        return measuring.INTERRUPTED
+    return 1 if any(each["findings"] for each in results.values()) else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:]))
+    SCRIPT.parser.add_argument("target", nargs="?", metavar="TARGET", help="default: all in turn")
+    SCRIPT.parser.add_argument("seconds", nargs="?", metavar="SECONDS", help="for each target (default: 60)")
+    sys.exit(SCRIPT.run(measure))

@@ -1,4 +1,4 @@
-"""One long call under Wine, watched: sound both ways, delay, memory, handles, threads."""
+"""A long call under Wine, and what is measured meanwhile: sound in both directions, delay, memory, handles, threads."""
 
 import json
 import subprocess
@@ -14,11 +14,11 @@ RATE = 48000
 FRAME = 1024
 PERIOD_S = 64
 SAMPLE_S = 10
-SPOKEN_DB = 20.0  # what goes into the microphone, and what comes out of the speaker, is not coded again
+SPOKEN_DB = 20.0  # match of the sound in the microphone, which is not coded
 
 
 class EndlessVoice:
-    """Says one period of a sound again and again into a microphone."""
+    """Plays a sound into a microphone, in a loop."""
 
     def __init__(self, server, microphone, samples):
         self._data = samples.astype("<f4").tobytes()
@@ -33,14 +33,14 @@ class EndlessVoice:
             while True:
                 self.process.stdin.write(self._data)
         except OSError:
-            return  # the player has ended
+            return  # pacat has ended
 
     def stop(self):
         processes.end(self.process)
 
 
 def looped_reference(path, folder):
-    """One period, on the first channel, of what a decoder makes of the file sent again and again."""
+    """The decoded sound of one pass through the file in the middle of a loop, first channel."""
     thrice = folder / "thrice.aac"
     thrice.write_bytes(3 * path.read_bytes())
     period = media.frame_count(path) * FRAME
@@ -48,27 +48,27 @@ def looped_reference(path, folder):
 
 
 class Call:
-    """velto-host duplex for so many seconds, its sender at another pace than the sound's."""
+    """velto-host duplex, for a number of seconds. Its sender's clock differs from the sound device's by ppm."""
 
     def __init__(self, world, name, seconds, ppm):
         self.name, self.seconds, self.ppm = name, seconds, ppm
         self.pace = RATE * (1 + ppm * 1e-6)
         folder = world.folder
         self.sent = media.coded(folder / f"sent-{name}.aac", media.glides(PERIOD_S, seed=31))
-        self.said = media.glides(PERIOD_S, seed=32)
-        self.recording = folder / f"recorded-{name}.aac"  # the writer of an MP4 file remembers every packet
+        self.voice_sound = media.glides(PERIOD_S, seed=32)
+        self.recording = folder / f"recorded-{name}.aac"  # an MP4 writer would need memory for every packet
         self.played = SoundCheck(looped_reference(self.sent, folder), RATE, compare.GOOD_MATCH_DB)
-        self.spoken = SoundCheck(self.said[:, 0], RATE, SPOKEN_DB)
-        self.recorded = SoundCheck(self.said[:, 0], RATE, compare.CODED_MATCH_DB)
-        self.samples = []       # of the process: (s since the begin, resident KiB, own KiB, queued)
-        self.speaker_delay = [] # (s since the begin, ms)
-        self.microphone_delay = []
-        self._said_at = []      # (wall time, frame of the period)
+        self.spoken = SoundCheck(self.voice_sound[:, 0], RATE, SPOKEN_DB)
+        self.recorded = SoundCheck(self.voice_sound[:, 0], RATE, compare.CODED_MATCH_DB)
+        self.samples = []           # of the process: (seconds since the begin, resident KiB, private KiB)
+        self.speaker_delay = []     # (seconds since the begin, ms)
+        self.microphone_delay = []  # the same
+        self._spoken_at = []        # (wall time, frame of the period)
         self._run(world)
 
     def _run(self, world):
         speaker, microphone = world.record("spkA"), world.record("micA")
-        voice = EndlessVoice(world.server, "micA", self.said)
+        voice = EndlessVoice(world.server, "micA", self.voice_sound)
         host = world.host("duplex", "--play", paths.to_windows(self.sent), "--record",
                           paths.to_windows(self.recording), "--loop", "--seconds", self.seconds, "--pace-rate",
                           f"{self.pace:.3f}", "--usage-every", SAMPLE_S, "--packet-times", "--json", name=self.name)
@@ -82,8 +82,8 @@ class Call:
                 except subprocess.TimeoutExpired:
                     self.samples.append((time.time() - self.begin, *host.memory_kib()))
                     self.cpu = host.cpu_seconds() - self.cpu_begin
-                self._listen(speaker, microphone)
-                self._tell()
+                self._compare(speaker, microphone)
+                self._print_progress()
             self.exit_code = host.wait(60)
         finally:
             voice.stop()
@@ -92,9 +92,9 @@ class Call:
                 world.recorders.remove(recorder)
         self.summary = host.summary
         self.usage = [json.loads(line) for line in host.errors().splitlines() if line.startswith('{"handles"')]
-        self._judge_recording()
+        self._compare_recording()
 
-    def _listen(self, speaker, microphone):
+    def _compare(self, speaker, microphone):
         _, samples, clock = speaker.take()
         if len(samples):
             known = len(self.played.places)
@@ -106,22 +106,22 @@ class Call:
         if len(samples):
             known = len(self.spoken.places)
             self.spoken.feed(samples[:, 0])
-            self._said_at += [(clock + at / RATE, place) for at, place in self.spoken.places[known:]]
+            self._spoken_at += [(clock + at / RATE, place) for at, place in self.spoken.places[known:]]
 
     def _speaker_delay(self, heard, place):
-        """From the call that sent a frame of the period to the moment at which it was heard."""
+        """Seconds from the call that sent a frame of the period to the moment at which it was heard."""
         period = len(self.played.reference)
         sent_in_pass = place // FRAME * FRAME
         passes = int(((heard - self.begin) * self.pace - sent_in_pass) // period)
         return heard - self.begin - (passes * period + sent_in_pass) / self.pace
 
-    def _judge_recording(self):
-        """Decodes what was recorded piece by piece, and finds when each piece had been said."""
+    def _compare_recording(self):
+        """Decodes the recording piece by piece, and finds when each piece was spoken."""
         times = self.summary["record"]["packetTimes"]
         for piece in media.decode_in_pieces(self.recording, RATE, 2, 60 * RATE):
             self.recorded.feed(piece[:, 0])
-        said = sorted(self._said_at)
-        moments = numpy.array([moment for moment, _ in said])
+        spoken = sorted(self._spoken_at)
+        moments = numpy.array([moment for moment, _ in spoken])
         for at, place in self.recorded.places[::50]:
             packet = at // FRAME
             if packet >= len(times):
@@ -129,16 +129,16 @@ class Call:
             before = int(numpy.searchsorted(moments, times[packet])) - 1
             if before < 0:
                 continue
-            moment, spoken = said[before]
-            half = len(self.said) // 2
-            frames = (spoken - place + half) % len(self.said) - half
+            moment, spoken_place = spoken[before]
+            half = len(self.voice_sound) // 2
+            frames = (spoken_place - place + half) % len(self.voice_sound) - half
             self.microphone_delay.append((times[packet] - self.begin, 1000 * (times[packet] - moment + frames / RATE)))
 
-    def _tell(self):
+    def _print_progress(self):
         if not self.samples:
             return
-        at, _, own = self.samples[-1]
+        at, _, private = self.samples[-1]
         delay = f"{self.speaker_delay[-1][1]:.0f} ms" if self.speaker_delay else "none"
-        print(f"soak: {self.name} {at:6.0f} of {self.seconds:.0f} s: {own / 1024:.1f} MiB, speaker delay {delay}, "
-              f"{self.played.damaged} damaged of {self.played.windows} windows, {len(self.played.slips)} slips",
+        print(f"soak: {self.name} {at:6.0f} of {self.seconds:.0f} s: {private / 1024:.1f} MiB, speaker delay {delay}, "
+              f"{self.played.damaged} damaged of {self.played.windows} windows, {len(self.played.slips)} drops and gaps",
               flush=True)

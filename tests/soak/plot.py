@@ -25,7 +25,7 @@ plot "{speaker}" using ($1/60):2 with lines lw 2 title "speaker", \\
      "{microphone}" using ($1/60):2 with lines lw 2 title "microphone"
 set ylabel "memory, MiB"
 plot "{memory}" using ($1/60):($2/1024) with lines lw 2 title "resident", \\
-     "{memory}" using ($1/60):($3/1024) with lines lw 2 title "the process's own"
+     "{memory}" using ($1/60):($3/1024) with lines lw 2 title "private"
 """
 
 
@@ -34,11 +34,10 @@ def draw(calls, target):
         folder = pathlib.Path(name)
         plots = []
         for call in calls:
-            columns = {"speaker": call.speaker_delay, "microphone": call.microphone_delay, "memory": call.samples}
-            files = {}
-            for what, rows in columns.items():
-                files[what] = folder / f"{call.name}-{what}"
-                files[what].write_text("".join(" ".join(f"{value:.3f}" for value in row) + "\n" for row in rows))
+            curves = {"speaker": call.speaker_delay, "microphone": call.microphone_delay, "memory": call.samples}
+            files = {curve: folder / f"{call.name}-{curve}" for curve in curves}
+            for curve, rows in curves.items():
+                files[curve].write_text("".join(" ".join(f"{value:.3f}" for value in row) + "\n" for row in rows))
             plots.append(PLOTS.format(ppm=call.ppm, **files))
         script = folder / "script"
         script.write_text(SCRIPT.format(output=target, columns=len(calls), plots="".join(plots)))

@@ -1,71 +1,50 @@
-#!/usr/bin/python3
-"""Holds a long call through the shipped DLL under Wine and watches it.
+"""Runs a call of MINUTES through the DLL under Wine, in both directions at once, and checks it.
 
-Called by scripts/soak when everything is built.
+In the first half the clock of the sender is 200 ppm fast, in the second half 200 ppm slow. What is heard and recorded is
+compared with what was sent and spoken; memory, handles, threads and delay are measured. The results are in build/soak:
+results.json and soak.png. A run of at least 60 minutes also writes its figures and its plot into docs/reliability.md.
 """
 
-import argparse
-import datetime
-import json
-import pathlib
+import contextlib
 import sys
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path[:0] = [str(REPOSITORY / "tests" / "system"), str(REPOSITORY / "bench"), str(REPOSITORY / "scripts")]
+import measuring
 
-from rig import paths, processes, session  # noqa: E402  (found through the line above)
-
-import call  # noqa: E402
-import machine  # noqa: E402
-import plot  # noqa: E402
-import section  # noqa: E402
-import verdict  # noqa: E402
-
+SCRIPT = measuring.Script("soak", __doc__)
 PPM = 200
-FOR_THE_PAGE_MINUTES = 60
+MIN_MINUTES_FOR_PAGE = 60
 
 
-def parse_arguments():
-    parser = argparse.ArgumentParser(prog="scripts/soak", description=__doc__.splitlines()[0])
-    parser.add_argument("minutes", type=float, metavar="MINUTES",
-                        help="length: half of it with a sender whose clock is 200 ppm fast, half with a slow one")
-    return parser.parse_args()
-
-
-def main():
+def measure(options):
+    if not options.minutes >= 1:
+        SCRIPT.parser.error("MINUTES: at least 1 is needed")
+    measuring.prepare("windows")
+    # These modules need the packages that the set-up installs.
+    from rig import processes, session
+    import call
+    import call_figures
+    import plot
     processes.install_handlers()
-    sys.stdout.reconfigure(line_buffering=True)
-    minutes = parse_arguments().minutes
-    if not minutes >= 1:
-        print("soak: error: at least 1 minute is needed", file=sys.stderr)
-        return 2
-    world = session.Session("soak", microphones=(session.MICROPHONE_48K,))
+    load = measuring.load_average()
     calls = []
-    try:
+    with contextlib.closing(session.Session("soak", microphones=(session.MICROPHONE_48K,))) as world:
         for name, ppm in (("fast", PPM), ("slow", -PPM)):
-            print(f"soak: {minutes / 2:g} minutes with a sender {abs(ppm)} ppm too {name}")
-            calls.append(call.Call(world, name, 30 * minutes, ppm))
-    except (RuntimeError, OSError, AssertionError) as problem:
-        print(f"soak: failed: {problem}", file=sys.stderr)
-        return 1
-    finally:
-        world.close()
-    folder = paths.BUILD / "soak"
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "figures.json").write_text(json.dumps([verdict.figures(each) for each in calls], indent=2) + "\n")
-    plot.draw(calls, folder / "soak.png")
-    text = f"Run on {datetime.date.today().isoformat()}: {machine.describe()}.\n\n{verdict.table(calls)}"
-    print("\n" + text)
-    if minutes >= FOR_THE_PAGE_MINUTES:
-        (REPOSITORY / "docs" / "soak.png").write_bytes((folder / "soak.png").read_bytes())
-        section.write("scripts/soak", text, "reliability.md")
-        print("soak: docs/reliability.md holds these figures now")
-    reasons = [reason for each in calls for reason in verdict.missed(each)]
-    for reason in reasons:
-        print(f"soak: missed: {reason}", file=sys.stderr)
-    print(f"soak: {'failed' if reasons else 'passed'}; figures and plot are in build/soak/")
-    return 1 if reasons else 0
+            SCRIPT.say(f"{options.minutes / 2:g} minutes with the sender's clock {PPM} ppm {name}")
+            calls.append(call.Call(world, name, 30 * options.minutes, ppm))
+    results = [call_figures.of(each) for each in calls]
+    missed = [reason for each in results for reason in call_figures.missed(each)]
+    SCRIPT.save({"calls": results, "loadAverageAtStart": load})
+    picture = SCRIPT.folder() / "soak.png"
+    plot.draw(calls, picture)
+    verdict = f"Result: {'; '.join(missed) if missed else 'all goals are met'}."
+    text = "\n".join([measuring.measured(), "", *call_figures.table(results), "", verdict]) + "\n"
+    print(f"\n{text}", flush=True)
+    if options.minutes >= MIN_MINUTES_FOR_PAGE:
+        (measuring.DOCS / "soak.png").write_bytes(picture.read_bytes())
+        SCRIPT.publish("reliability.md", text)
+    return SCRIPT.finish(missed)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    SCRIPT.parser.add_argument("minutes", type=float, metavar="MINUTES", help="length of the call, at least 1")
+    sys.exit(SCRIPT.run(measure))

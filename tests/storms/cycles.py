@@ -1,24 +1,25 @@
 #!/usr/bin/python3
-"""A long storm, and the module loaded and freed, and processes ended, again and again."""
+"""A long storm, and many cycles of loading and unloading the module and of ending the process."""
 
 import pathlib
 import random
 import subprocess
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "system"))
+REPOSITORY = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path[:0] = [str(REPOSITORY / "tests" / "system"), str(REPOSITORY / "scripts")]
 
 from rig import media, paths, session, storms  # noqa: E402  (found through the line above)
 from rig.velto_host import WINE_FAILED  # noqa: E402
 
-import notes  # noqa: E402
+import storm_figures  # noqa: E402
 
 LOADS = 200
 ENDS = 200
 ENDS_AT_ONCE = 4
 STORM_SECONDS = 180
-# Wine itself crashes in some of the ends with an open stream, of any program.
-MOST_FAILED_ENDS = 0.2
+# Part of ENDS. Wine crashes at some ends of a process with an open stream, of any program.
+MAX_FAILED_ENDS = 0.2
 
 
 class Cycles(session.SystemTest):
@@ -46,9 +47,9 @@ class Cycles(session.SystemTest):
                     flapping.rest(3.5)
             changes = flapping.changes
         storms.check_calls(self, host, host.wait())
-        self.until(lambda: not self.session.server.captures(), "the microphone's stream to be gone")
+        self.until(lambda: not self.session.server.captures(), "the end of the microphone's stream")
         calls = sum(sum(results.values()) for results in host.summary["calls"].values())
-        notes.write("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
+        storm_figures.add("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
                     different=host.summary["notAsDocumented"])
 
     def test_load_and_unload(self):
@@ -61,32 +62,32 @@ class Cycles(session.SystemTest):
         self.assertEqual(summary["loads"], LOADS)
         self.assertTrue(summary["unload"]["moduleGone"])
         self.assertEqual(self.session.server.streams() + self.session.server.captures(), [])
-        notes.write("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
+        storm_figures.add("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
                     goneAfterS=summary["unload"]["seconds"], different=summary["notAsDocumented"])
 
     def test_ends_at_random_moments(self):
-        chance = random.Random(self.seed)
-        codes = {"asAsked": 0, "failed": 0}
-        for turn in range(0, ENDS, ENDS_AT_ONCE):
+        delays = random.Random(self.seed)
+        codes = {"expected": 0, "failed": 0}
+        for first in range(0, ENDS, ENDS_AT_ONCE):
             hosts = []
-            for number in range(turn, turn + ENDS_AT_ONCE):
+            for number in range(first, first + ENDS_AT_ONCE):
                 code = 1 + number % 250
-                host = self.storm("--seconds", "60", "--exit-after", f"{chance.uniform(0, 2.5):.3f}",
+                host = self.storm("--seconds", "60", "--exit-after", f"{delays.uniform(0, 2.5):.3f}",
                                   "--exit-code", code, name=f"end-{number % (4 * ENDS_AT_ONCE)}")
                 hosts.append((host, code))
             for host, code in hosts:
-                ended = host.wait(60)  # no hang
+                ended = host.wait(60)  # fails if the process hangs
                 self.assertIn(ended, (code, WINE_FAILED), host.output()[-800:] + host.errors()[-800:])
-                # The report is the last thing that the host does before the end.
+                # The report is the last thing that the host writes before it ends.
                 self.assertEqual(host.summary["exitCode"], code)
                 self.assertEqual(host.summary["notAsDocumented"], 0)
-                codes["failed" if ended == WINE_FAILED else "asAsked"] += 1
+                codes["failed" if ended == WINE_FAILED else "expected"] += 1
                 self.session.hosts.remove(host)
-            if turn % 40 == 0:
-                print(f"  {turn + ENDS_AT_ONCE} of {ENDS} ends", flush=True)
-        self.until(lambda: not self.session.server.streams() + self.session.server.captures(), "all streams to be gone")
-        notes.write("ends", ends=ENDS, asAsked=codes["asAsked"], failed=codes["failed"])
-        self.assertLess(codes["failed"], MOST_FAILED_ENDS * ENDS)
+            if first % 40 == 0:
+                print(f"  {first + ENDS_AT_ONCE} of {ENDS} ends", flush=True)
+        self.until(lambda: not self.session.server.streams() + self.session.server.captures(), "the end of all streams")
+        storm_figures.add("ends", ends=ENDS, expected=codes["expected"], failed=codes["failed"])
+        self.assertLess(codes["failed"], MAX_FAILED_ENDS * ENDS)
 
 
 if __name__ == "__main__":

@@ -1,37 +1,26 @@
-#!/usr/bin/python3
-"""Compares the settings of FFmpeg's AAC encoder at 128000 bit/s and writes docs/performance.md.
+"""Compares the settings of FFmpeg's AAC encoder at 128000 bit/s.
 
-    bench/encoder_quality.py [--show] [FILE ...]
-
-For each setting: processor time for a second of sound, and how far the difference to the original
-lies below the sound (SNR) and below what the sound itself masks. FILE: stereo sound to measure
-beside the speech and the music that it makes itself; then, and with --show, no page is written.
-Needs the native ffmpeg of FFmpeg 5.1 and Debian's alsa-utils, which brings the speech.
+For each setting: processor time for a second of sound, and how far the difference to the original lies below the sound
+(SNR) and below what the sound masks. Uses the native ffmpeg of FFmpeg 5.1, and the speech of Debian's alsa-utils.
 """
 
-import argparse
-import datetime
 import os
 import pathlib
 import subprocess
-import sys
 import tempfile
 
 import numpy
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(REPOSITORY / "tests" / "system"))
-sys.path.insert(0, str(REPOSITORY / "scripts"))
+from rig import media
 
-from rig import media  # noqa: E402  (found through the lines above)
+import frame
+import masking
+import measuring
 
-import machine  # noqa: E402
-import masking  # noqa: E402
-import section  # noqa: E402
-
+TITLE = "comparing the settings of the encoder"
 RATE = 48000
 BIT_RATE = 128000
-PRIMING = 1024  # samples that the encoder puts before the sound
+PRIMING = 1024  # samples that the encoder puts in front of the sound
 SECONDS = 20
 LOOPS = 5
 RUNS = 3
@@ -41,15 +30,15 @@ TOOLS = {
     "all tools": [],
     "no noise substitution": ["-aac_pns", "0"],
     "no intensity stereo": ["-aac_is", "0"],
-    "neither": ["-aac_pns", "0", "-aac_is", "0"],
+    "neither of these": ["-aac_pns", "0", "-aac_is", "0"],
     "neither, no noise shaping": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0"],
     "neither, no shaping, no mid/side": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0", "-aac_ms", "0"],
 }
-CHOSEN = ("fast", "all tools")  # what platform/codec/aac_encoder.cpp asks for
+CHOSEN = ("fast", "all tools")  # the setting in platform/codec/aac_encoder.cpp
 
 
 def ffmpeg(*arguments, sound=None):
-    """Standard output, and the seconds of processor time that it took."""
+    """Standard output, and the seconds of processor time of the command."""
     before = os.times()
     command = ["ffmpeg", *(["-nostdin"] if sound is None else []), "-v", "error", "-y", *map(str, arguments)]
     out = subprocess.run(command, input=sound, capture_output=True, check=True, timeout=300).stdout
@@ -58,7 +47,7 @@ def ffmpeg(*arguments, sound=None):
 
 
 def speech():
-    """People speak in the middle, with the faint noise of a room in each channel of its own."""
+    """Speech in the middle, and the faint noise of a room, which differs between the channels."""
     words = [media.decode(media.SPEECH_FOLDER / f"{part}.wav", RATE, channels=1) for part in media.SPEECH]
     spoken = numpy.resize(numpy.concatenate(words), (SECONDS * RATE, 1))
     room = numpy.random.default_rng(1).normal(0, 0.001, (SECONDS * RATE, 2))
@@ -89,70 +78,65 @@ def from_file(path):
     return media.decode(path, RATE)[:SECONDS * RATE].astype(float)
 
 
-def measure(name, sound, folder):
+def measure(options):
+    sounds = {"speech": speech(), "music": music()}
+    sounds.update({pathlib.Path(name).stem: from_file(name) for name in options.files})
+    rows = []
+    with tempfile.TemporaryDirectory() as folder:
+        for name, sound in sounds.items():
+            rows += measure_sound(name, sound, pathlib.Path(folder))
+    return {"settings": rows}
+
+
+def measure_sound(name, sound, folder):
     """The figures of each setting for one sound."""
-    sent = folder / "sent.wav"
+    original_file = folder / "original.wav"
     pcm = (sound * 32767).round().astype("<i2")
-    ffmpeg("-f", "s16le", "-ar", RATE, "-ac", 2, "-i", "-", sent, sound=pcm.tobytes())
+    ffmpeg("-f", "s16le", "-ar", RATE, "-ac", 2, "-i", "-", original_file, sound=pcm.tobytes())
     original = pcm / 32768.0
     seconds = len(pcm) / RATE
-    loop = ["-stream_loop", LOOPS - 1, "-i", sent]  # so that starting the program hardly counts
+    loop = ["-stream_loop", LOOPS - 1, "-i", original_file]  # makes the time for starting the program small
     rows = []
     floor = min(ffmpeg(*loop, "-c:a", "pcm_f32le", "-f", "null", "-")[1] for _ in range(RUNS))
     for coder in CODERS:
         for tools, options in TOOLS.items():
             encoding = ["-c:a", "aac", "-b:a", BIT_RATE, "-aac_coder", coder, *options]
             cpu = min(ffmpeg(*loop, *encoding, "-f", "null", "-")[1] for _ in range(RUNS)) - floor
-            coded = folder / "coded.aac"
-            ffmpeg("-i", sent, *encoding, coded)
-            heard = numpy.frombuffer(ffmpeg("-i", coded, "-f", "f32le", "-")[0], "<f4").reshape(-1, 2)
-            heard = heard[PRIMING:PRIMING + len(original)]
-            wanted = original[:len(heard)]
+            coded_file = folder / "coded.aac"
+            ffmpeg("-i", original_file, *encoding, coded_file)
+            coded = numpy.frombuffer(ffmpeg("-i", coded_file, "-f", "f32le", "-")[0], "<f4").reshape(-1, 2)
+            coded = coded[PRIMING:PRIMING + len(original)]
+            same_length = original[:len(coded)]
             rows.append({
                 "sound": name, "coder": coder, "tools": tools,
                 "cpuMs": 1000 * cpu / (LOOPS * seconds),
-                "kbits": 8 * coded.stat().st_size / seconds / 1000,
-                "snrDb": 10 * numpy.log10((wanted ** 2).sum() / ((wanted - heard) ** 2).sum()),
-                "maskDb": masking.noise_to_mask_db(wanted, heard, RATE),
+                "kbits": 8 * coded_file.stat().st_size / seconds / 1000,
+                "snrDb": float(10 * numpy.log10((same_length ** 2).sum() / ((same_length - coded) ** 2).sum())),
+                "maskDb": float(masking.noise_to_mask_db(same_length, coded, RATE)),
             })
             print("bench: {sound}, {coder}, {tools}: {cpuMs:.2f} ms, {kbits:.0f} kbit/s, SNR {snrDb:.1f} dB, "
                   "noise to mask {maskDb:.1f} dB".format(**rows[-1]), flush=True)
     return rows
 
 
-def table(rows):
+def table(measured):
+    rows = measured["settings"]
     sounds = list(dict.fromkeys(row["sound"] for row in rows))
-    lines = ["| coder | tools | processor time | " + " | ".join(f"{s}: SNR | {s}: noise to mask" for s in sounds) + " |",
-             "|---" * (3 + 2 * len(sounds)) + "|"]
+    lines = []
     for coder in CODERS:
         for tools in TOOLS:
             of = {row["sound"]: row for row in rows if (row["coder"], row["tools"]) == (coder, tools)}
-            cells = [f"{numpy.mean([row['cpuMs'] for row in of.values()]):.1f} ms"]
+            cpu_ms = numpy.mean([row["cpuMs"] for row in of.values()])
+            cells = [f"{cpu_ms:.1f} ms", frame.percent(frame.us_per_frame(cpu_ms))]
             for sound in sounds:
                 cells += [f"{of[sound]['snrDb']:.1f} dB", f"{of[sound]['maskDb']:.1f} dB"]
             if (coder, tools) == CHOSEN:
                 cells = [f"**{cell}**" for cell in cells]
-            lines.append(f"| {coder} | {tools} | " + " | ".join(cells) + " |")
-    return "\n".join(lines) + "\n"
+            lines.append([coder, tools, *cells])
+    columns = [column for sound in sounds for column in (f"{sound}: SNR", f"{sound}: noise to mask")]
+    return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound; its percentage is also "
+            "that of a frame.", "", *measuring.table(["coder", "tools", "processor time", "of a frame", *columns], lines)]
 
 
-def main():
-    parser = argparse.ArgumentParser(prog="bench/encoder_quality.py", description=__doc__.splitlines()[0])
-    parser.add_argument("files", nargs="*", metavar="FILE", help="stereo sound to measure, too")
-    parser.add_argument("--show", action="store_true", help="write no page")
-    options = parser.parse_args()
-    sounds = {"speech": speech(), "music": music()}
-    sounds.update({pathlib.Path(name).stem: from_file(name) for name in options.files})
-    rows = []
-    with tempfile.TemporaryDirectory() as folder:
-        for name, sound in sounds.items():
-            rows += measure(name, sound, pathlib.Path(folder))
-    text = (f"Measured on {datetime.date.today().isoformat()}: {machine.describe()}, native FFmpeg, "
-            f"{SECONDS} s of each sound at {BIT_RATE} bit/s; time for a second of sound.\n\n{table(rows)}")
-    print("\n" + text)
-    if not options.show and not options.files:
-        section.write("bench/encoder_quality.py", text)
-
-
-if __name__ == "__main__":
-    main()
+def missed(_measured):
+    return []  # a comparison without a goal

@@ -1,0 +1,29 @@
+"""Runs a program that is built with Google Benchmark, under Wine."""
+
+import json
+
+from rig import paths, processes
+
+
+def run(world, name, *arguments, environment=None, **options):
+    """The program's runs and aggregates, as Google Benchmark reports them. Files are given as paths of Windows."""
+    output = world.folder / f"{name}.json"
+    log = world.folder / f"{name}.out"
+    with open(log, "wb") as out:
+        program = processes.start(
+            ["wine", paths.WINDOWS_BIN / f"velto-{name}-bench.exe", "--benchmark_enable_random_interleaving=true",
+             f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json", *arguments],
+            env={**world.prefix.environment, **(environment or {})}, stdout=out, stderr=out, **options)
+        code = program.wait(500)
+    if code != 0:
+        raise RuntimeError(f"velto-{name}-bench.exe ended with {code}; its output: {log}")
+    return json.loads(output.read_text("utf-8"))["benchmarks"]
+
+
+def name_of(run_):
+    return run_["run_name"].split("/iterations")[0]
+
+
+def medians(runs):
+    """{benchmark: median of its repetitions, in its own unit}"""
+    return {name_of(run_): run_["real_time"] for run_ in runs if run_.get("aggregate_name") == "median"}

@@ -1,0 +1,130 @@
+"""What the measuring scripts share: arguments, preparation, messages, results, sections of pages, exit codes."""
+
+import argparse
+import datetime
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
+BUILD = REPOSITORY / "build"
+DOCS = REPOSITORY / "docs"
+CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "velto-audio-handler"
+
+INTERRUPTED = 130  # the exit code of a program that Ctrl-C ended
+EXIT_CODES = "Exit code: 0 if all goals are met, 1 if one is missed or the run fails, 2 for wrong arguments."
+
+
+class Script:
+    """A script of scripts/ by its name. Its results go to build/NAME/results.json."""
+
+    def __init__(self, name, description):
+        self.name = name
+        self.parser = argparse.ArgumentParser(prog=f"scripts/{name}", description=description, epilog=EXIT_CODES,
+                                              formatter_class=argparse.RawDescriptionHelpFormatter)
+
+    def say(self, text):
+        print(f"{self.name}: {text}", flush=True)
+
+    def warn(self, text):
+        print(f"{self.name}: {text}", file=sys.stderr, flush=True)
+
+    def run(self, function):
+        """Returns the exit code of function(options), which may raise an error with the reason."""
+        options = self.parser.parse_args()
+        try:
+            return function(options)
+        except KeyboardInterrupt:
+            self.warn("interrupted")
+            return INTERRUPTED
+        except (RuntimeError, OSError, AssertionError, subprocess.SubprocessError) as problem:
+            self.warn(f"error: {problem}")
+            return 1
+
+    def folder(self):
+        folder = BUILD / self.name
+        folder.mkdir(parents=True, exist_ok=True)
+        return folder
+
+    def save(self, results):
+        """Keeps the results as JSON, with the date and the machine."""
+        file = self.folder() / "results.json"
+        file.write_text(json.dumps({"date": today(), "machine": machine(), **results}, indent=2) + "\n", "utf-8")
+        self.say(f"the results are in {file.relative_to(REPOSITORY)}")
+
+    def publish(self, page, text, section=None):
+        """Replaces the script's section of a page in docs/."""
+        write_section(page, section or f"scripts/{self.name}", text)
+        self.say(f"docs/{page} has these figures now")
+
+    def finish(self, missed):
+        """Prints the goals that were missed, as sentences. Returns the exit code."""
+        missed = list(missed)
+        for reason in missed:
+            self.warn(f"missed: {reason}")
+        return 1 if missed else 0
+
+
+def prepare(*builds, setup=(), options=()):
+    """Sets the machine up and builds. The scripts print their own errors."""
+    if setup:
+        _run_script("setup", *setup)
+    if builds:
+        _run_script("build", *builds, *options)
+
+
+def _run_script(name, *arguments):
+    code = subprocess.run([REPOSITORY / "scripts" / name, *arguments], check=False).returncode
+    if code != 0:
+        sys.exit(code)
+
+
+def run_logged(log, what, command, folder):
+    """Runs a command quietly. An error shows the end of its log."""
+    with open(log, "w", encoding="utf-8") as out:
+        code = subprocess.run(command, cwd=folder, stdout=out, stderr=out, check=False).returncode
+    if code != 0:
+        lines = log.read_text("utf-8", "replace").splitlines()[-30:]
+        print("\n".join(f"    | {line}" for line in lines), file=sys.stderr)
+        raise RuntimeError(f"{what} failed; the lines above end its log: {log}")
+
+
+def write_section(page, source, text):
+    """Replaces the text between the two marks that name its source. The text ends with a newline."""
+    path = DOCS / page
+    begin = f"<!-- Measured by {source}; do not edit by hand. -->"
+    end = f"<!-- End of what {source} measured. -->"
+    before, begun, rest = path.read_text("utf-8").partition(begin)
+    _, ended, after = rest.partition(end)
+    if not begun or not ended:
+        raise RuntimeError(f'docs/{page} has no section of {source}: add the lines "{begin}" and "{end}"')
+    path.write_text(f"{before}{begin}\n{text}{end}{after}", "utf-8")
+
+
+def table(columns, rows):
+    """The lines of a table. The columns are its head."""
+    return [f"| {' | '.join(columns)} |", "|---" * len(columns) + "|", *(f"| {' | '.join(row)} |" for row in rows)]
+
+
+def today():
+    return datetime.date.today().isoformat()
+
+
+def machine():
+    """Processor, number of processors, version of Wine."""
+    names = [line.partition(":")[2].strip() for line in pathlib.Path("/proc/cpuinfo").read_text("utf-8").splitlines()
+             if line.startswith("model name")]
+    wine = subprocess.run(["wine", "--version"], capture_output=True, text=True, check=True).stdout.split()[0]
+    return f"{names[0] if names else 'unknown processor'}, {os.cpu_count()} processors, {wine}"
+
+
+def measured():
+    """The line that begins a section."""
+    return f"Measured on {today()}: {machine()}."
+
+
+def load_average():
+    """How many processes were running or ready to run during the last minute, on average."""
+    return os.getloadavg()[0]

@@ -1,0 +1,107 @@
+"""The figures of a long call, and its goals."""
+
+import numpy
+
+import measuring
+from rig.velto_host import WINE_FAILED
+
+SETTLE_S = 60              # for opening devices and filling buffers
+# Growth of the process's private memory from then to the end of an hour. The host alone keeps the times of 170000 packets.
+MAX_GROWTH_KIB = 2048
+MAX_MORE_HANDLES = 2       # the lowest free handle stands for their number; another thread may use one for a moment
+# 20 queued blocks, 5 delayed blocks, 300 ms in the endpoint buffer, and what the sound server buffers.
+MAX_SPEAKER_DELAY_MS = 427 + 107 + 300 + 150
+MAX_MICROPHONE_DELAY_MS = 500
+MIN_COMPARED = 0.97        # of the length of the call
+MAX_DAMAGED_PER_MINUTE = 1 # windows, of 300; each drop or gap may damage one more
+WINDOWS_PER_S = 5
+
+
+def of(call):
+    settled = [sample for sample in call.samples if sample[0] >= min(SETTLE_S, call.seconds / 4)]
+    usage = [(each["handles"], each["threads"]) for each in call.usage[-len(settled):]]
+    return {
+        "name": call.name, "seconds": call.seconds, "ppm": call.ppm,
+        "exitCode": call.exit_code, "reportedExitCode": call.summary["exitCode"],
+        "nonzeroResults": sum(call.summary[part]["nonzeroResults"] for part in ("play", "record")),
+        "framesSent": call.summary["play"]["framesSent"], "packets": call.summary["record"]["packets"],
+        "cpuPercent": 100 * call.cpu / call.samples[-1][0],
+        "residentKib": _first_and_last(settled, 1), "privateKib": _first_and_last(settled, 2),
+        "handles": _first_and_last(usage, 0), "threads": _first_and_last(usage, 1),
+        "speaker": _sound(call.played), "microphone": _sound(call.recorded),
+        "speakerDelayMs": _spread(call.speaker_delay), "microphoneDelayMs": _spread(call.microphone_delay),
+    }
+
+
+def _first_and_last(samples, field):
+    """Medians of the first and the last tenth, so that a short-lived buffer in one sample does not count."""
+    tenth = max(1, len(samples) // 10)
+    return [float(numpy.median([sample[field] for sample in part])) for part in (samples[:tenth], samples[-tenth:])]
+
+
+def _sound(check):
+    dropped = [slip.frames for slip in check.slips if slip.frames > 0]
+    inserted = [-slip.frames for slip in check.slips if slip.frames < 0]
+    return {"windows": check.windows, "damaged": check.damaged,
+            "drops": len(dropped), "droppedMs": 1000 * sum(dropped) / check.rate,
+            "gaps": len(inserted), "gapMs": 1000 * sum(inserted) / check.rate}
+
+
+def _spread(delays):
+    values = [delay for _, delay in delays]
+    return [float(value) for value in numpy.percentile(values, (0, 50, 100))] if values else []
+
+
+def _sound_rows(part):
+    return {
+        f"{part}: windows of 0.2 s, damaged": lambda f: f"{f[part]['windows']}, {f[part]['damaged']}",
+        f"{part}: places where sound was dropped": lambda f: f"{f[part]['drops']} ({f[part]['droppedMs']:.0f} ms)",
+        f"{part}: gaps": lambda f: f"{f[part]['gaps']} ({f[part]['gapMs']:.0f} ms)",
+        f"{part}: shortest, median, longest delay": lambda f: ", ".join(f"{ms:.0f}" for ms in f[f"{part}DelayMs"]) + " ms",
+    }
+
+
+ROWS = {
+    "length": lambda f: f"{f['seconds'] / 60:g} minutes",
+    "frames sent, packets read": lambda f: f"{f['framesSent']}, {f['packets']}",
+    "processor time": lambda f: f"{f['cpuPercent']:.1f} % of one processor",
+    "resident memory": lambda f: _from_to([kib / 1024 for kib in f["residentKib"]], " MiB", ".1f"),
+    "private part of it": lambda f: _from_to([kib / 1024 for kib in f["privateKib"]], " MiB", ".2f"),
+    "handles": lambda f: _from_to(f["handles"], "", ".0f"),
+    "threads": lambda f: _from_to(f["threads"], "", ".0f"),
+    **_sound_rows("speaker"),
+    **_sound_rows("microphone"),
+}
+
+
+def _from_to(values, unit, form):
+    return f"{values[0]:{form}} to {values[1]:{form}}{unit}"
+
+
+def table(results):
+    columns = ["", *(f"sender's clock {abs(f['ppm'])} ppm {f['name']}" for f in results)]
+    return measuring.table(columns, [[name, *(cell(f) for f in results)] for name, cell in ROWS.items()])
+
+
+def missed(f):
+    """The goals that are not met, as sentences."""
+    call = f"{f['name']} sender: "
+    if f["exitCode"] not in (0, WINE_FAILED) or f["reportedExitCode"] != 0:
+        yield call + f"the host ended with {f['exitCode']}"
+    if f["nonzeroResults"]:
+        yield call + f"{f['nonzeroResults']} calls did not return 0"
+    growth = f["privateKib"][1] - f["privateKib"][0]
+    if growth > MAX_GROWTH_KIB:
+        yield call + f"memory grew by {growth:.0f} KiB; the goal is at most {MAX_GROWTH_KIB} KiB"
+    for name, most in (("handles", MAX_MORE_HANDLES), ("threads", 0)):
+        if f[name][1] > f[name][0] + most:
+            yield call + f"{name} grew from {f[name][0]:.0f} to {f[name][1]:.0f}"
+    for part, most in (("speaker", MAX_SPEAKER_DELAY_MS), ("microphone", MAX_MICROPHONE_DELAY_MS)):
+        sound, delays = f[part], f[f"{part}DelayMs"]
+        if sound["windows"] < MIN_COMPARED * WINDOWS_PER_S * f["seconds"]:
+            yield call + f"{part}: only {sound['windows'] / WINDOWS_PER_S:.0f} s of sound were found"
+        allowed = MAX_DAMAGED_PER_MINUTE * f["seconds"] / 60 + sound["drops"] + sound["gaps"]
+        if sound["damaged"] > allowed:
+            yield call + f"{part}: {sound['damaged']} windows are damaged; the goal is at most {allowed:.0f}"
+        if not delays or delays[2] > most:
+            yield call + f"{part}: the delay reached {f'{delays[2]:.0f} ms' if delays else 'no value'}; the goal is at most {most} ms"

@@ -1,0 +1,45 @@
+"""What the tests of this folder measure, and the part of docs/reliability.md that shows it."""
+
+import json
+
+import measuring
+from rig import paths
+
+FILE = paths.RESULTS / "storms.jsonl"
+
+
+def clear():
+    FILE.parent.mkdir(parents=True, exist_ok=True)
+    FILE.unlink(missing_ok=True)
+
+
+def add(kind, **figures):
+    with open(FILE, "a", encoding="utf-8") as out:
+        out.write(json.dumps({"kind": kind, **figures}) + "\n")
+
+
+def read():
+    """{kind: [figures]}"""
+    found = {"fault": [], "storm": [], "loads": [], "ends": []}
+    for line in map(json.loads, FILE.read_text("utf-8").splitlines() if FILE.exists() else []):
+        found[line["kind"]].append(line)
+    return found
+
+
+def lines(found):
+    faults = [[each["name"], each["remedy"], f"{each['speakerS']:.1f} s", f"{each['microphoneS']:.1f} s",
+               f"{each['cpuPercent']:.0f} %", f"{each['streams']}, {each['captures']}"] for each in found["fault"]]
+    yield from measuring.table(["fault during a call", "what restores the sound", "speaker after", "microphone after",
+                                "processor during the fault", "streams: speaker, microphone"], faults)
+    yield ""
+    for storm in found["storm"]:
+        yield (f"- A storm of {storm['seconds']} s: {storm['calls']} calls from eight threads during {storm['changes']} changes of "
+               f"the default devices; {storm['different']} calls did not return what is documented.")
+    for loads in found["loads"]:
+        yield (f"- {loads['loads']} times in one process, the module was loaded, put under a storm and unloaded. It left memory "
+               f"{loads['goneAfterS']:.0f} s after the last time; the process had {loads['threadsBefore']} threads before that "
+               f"and {loads['threadsAfter']} after.")
+    for ends in found["ends"]:
+        yield (f"- {ends['ends']} processes ended in the middle of a storm: {ends['expected']} with the host's exit code; "
+               f"{ends['failed']} ({100 * ends['failed'] / ends['ends']:.1f} %) crashed or hung after the host's report. "
+               "The tests do not examine where.")
