@@ -26,13 +26,15 @@ LOOPS = 5
 RUNS = 3
 
 CODERS = ("twoloop", "fast")
+NO_SUBSTITUTION, NO_INTENSITY = ["-aac_pns", "0"], ["-aac_is", "0"]
+NO_SHAPING, NO_MID_SIDE = ["-aac_tns", "0"], ["-aac_ms", "0"]
 TOOLS = {
     "all tools": [],
-    "no noise substitution": ["-aac_pns", "0"],
-    "no intensity stereo": ["-aac_is", "0"],
-    "neither of these": ["-aac_pns", "0", "-aac_is", "0"],
-    "neither, no noise shaping": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0"],
-    "neither, no shaping, no mid/side": ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0", "-aac_ms", "0"],
+    "no noise substitution": NO_SUBSTITUTION,
+    "no intensity stereo": NO_INTENSITY,
+    "neither of the two": [*NO_SUBSTITUTION, *NO_INTENSITY],
+    "also no noise shaping": [*NO_SUBSTITUTION, *NO_INTENSITY, *NO_SHAPING],
+    "also no mid/side stereo": [*NO_SUBSTITUTION, *NO_INTENSITY, *NO_SHAPING, *NO_MID_SIDE],
 }
 CHOSEN = ("fast", "all tools")  # the setting in platform/codec/aac_encoder.cpp
 
