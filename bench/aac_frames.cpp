@@ -24,13 +24,13 @@ std::vector<AacFrame> ReadAacFrames(const std::string &path)
         const size_t headerLength = shortHeader + (hasChecksum ? checksum : 0);
         if (!isSync || ((header[2] >> 2) & 0xFU) != index48000Hz || length <= headerLength ||
             at + length > bytes.size()) {
-            throw std::runtime_error(path + " is no ADTS stream at 48000 Hz");
+            throw std::runtime_error(path + " is not an ADTS stream at 48000 Hz");
         }
         frames.emplace_back(header + headerLength, header + length);
         at += length;
     }
     if (frames.empty()) {
-        throw std::runtime_error(path + " holds no frames");
+        throw std::runtime_error(path + " has no frames");
     }
     return frames;
 }

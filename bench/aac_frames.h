@@ -1,4 +1,4 @@
-// The AAC frames of an ADTS file, without their headers: what a host sends.
+// Reads the AAC frames of an ADTS file without their headers, as a host sends them.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@ namespace velto::bench {
 
 using AacFrame = std::vector<uint8_t>;
 
-// Throws std::runtime_error when the file is not an ADTS stream at 48000 Hz, which is the rate
-// that the module takes raw frames to have.
+// Throws std::runtime_error when the file is not an ADTS stream at 48000 Hz, the rate that the module
+// assumes for raw frames.
 std::vector<AacFrame> ReadAacFrames(const std::string &path);
 
 } // namespace velto::bench

@@ -1,17 +1,13 @@
-// What the write path is judged against: FFmpeg's decoder and converter and nothing else.
+// The comparison for the write path: FFmpeg's decoder and converter alone.
 #pragma once
 
 #include "bench/aac_frames.h"
-
-struct AVCodecContext;
-struct AVFrame;
-struct AVPacket;
-struct SwrContext;
+#include "bench/ffmpeg_library.h"
 
 namespace velto::bench {
 
 // Decodes raw frames at 48000 Hz to interleaved signed 16-bit stereo, with the module's settings.
-// Throws std::runtime_error when FFmpeg refuses something.
+// Throws std::runtime_error when a call of FFmpeg fails.
 class BareDecoder {
 public:
     BareDecoder();
@@ -19,7 +15,7 @@ public:
     BareDecoder(const BareDecoder &) = delete;
     BareDecoder &operator=(const BareDecoder &) = delete;
 
-    // Returns the frames (samples per channel) that came out; the last ones stay in the buffer.
+    // Returns the number of decoded frames (samples per channel).
     int Decode(const AacFrame &frame);
 
 private:

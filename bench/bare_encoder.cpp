@@ -1,8 +1,6 @@
 #include "bench/bare_encoder.h"
 
 #include <algorithm>
-#include <stdexcept>
-#include <string>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -16,13 +14,6 @@ namespace {
 
 constexpr int encodedRateHz = 48000;
 constexpr int64_t bitRate = 128000;
-
-void Require(bool success, const char *what)
-{
-    if (!success) {
-        throw std::runtime_error(std::string("FFmpeg: ") + what + " failed");
-    }
-}
 
 } // namespace
 

@@ -1,27 +1,24 @@
-// The bare libraries that the capture path is judged against: libswresample and FFmpeg's AAC
-// encoder, with the settings that the module uses.
+// The comparison for the capture path: libswresample and FFmpeg's AAC encoder alone, with the module's
+// settings.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-struct AVCodecContext;
-struct AVFrame;
-struct AVPacket;
-struct SwrContext;
+#include "bench/ffmpeg_library.h"
 
 namespace velto::bench {
 
 class BareEncoder {
 public:
-    // Takes interleaved stereo floats of that rate. Throws std::runtime_error.
+    // Accepts interleaved stereo floats at `rateHz`. Throws std::runtime_error when a call of FFmpeg fails.
     explicit BareEncoder(int rateHz);
     ~BareEncoder();
     BareEncoder(const BareEncoder &) = delete;
     BareEncoder &operator=(const BareEncoder &) = delete;
 
-    // Converts and encodes; the bytes of the packets that came out.
+    // Converts and encodes. Returns the bytes of the finished packets.
     size_t Encode(const float *samples, int frames);
 
 private:
@@ -31,7 +28,7 @@ private:
     SwrContext *m_converter = nullptr;
     AVFrame *m_frame = nullptr;
     AVPacket *m_packet = nullptr;
-    std::vector<float> m_planes[2]; // converted, not yet encoded
+    std::vector<float> m_planes[2]; // converted, not encoded yet
 };
 
 } // namespace velto::bench

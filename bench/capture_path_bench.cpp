@@ -1,9 +1,9 @@
-// Processor time of the capture path, from the microphone's packets to the host's, beside the bare
-// converter and encoder over the same samples. The repetitions are interleaved at random.
+// Processor time of the capture path, from the microphone's packets to the host's, and of the bare
+// converter and encoder on the same samples. The repetitions run in random order.
 //
 //   velto-capture-path-bench [--benchmark_...] FILE.f32
 //
-// FILE.f32: interleaved stereo floats, taken to have 48000 Hz, and 44100 Hz as well.
+// FILE.f32: interleaved stereo floats, read once as 48000 Hz and once as 44100 Hz.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int packets = 480; // of 10 ms: 4.8 s, which at 48000 Hz fill 225 frames exactly
+constexpr int packets = 480; // of 10 ms: 4.8 s, exactly 225 frames at 48000 Hz
 constexpr int repetitions = 31;
 
 std::vector<float> ReadSamples(const char *path, size_t values)
@@ -37,7 +37,7 @@ std::vector<float> ReadSamples(const char *path, size_t values)
     return samples;
 }
 
-// Times are per second of sound.
+// Reports the time for a second of sound.
 void Register(const std::string &name, const std::function<double()> &record)
 {
     benchmark::RegisterBenchmark(name.c_str(),
@@ -52,8 +52,8 @@ void Register(const std::string &name, const std::function<double()> &record)
         ->Unit(benchmark::kMicrosecond);
 }
 
-struct Contest {
-    Contest(const char *path, uint32_t rateHz)
+struct Comparison {
+    Comparison(const char *path, uint32_t rateHz)
         : packetFrames(rateHz / 100),
           samples(ReadSamples(path, size_t{packetFrames} * packets * 2)),
           module(rateHz),
@@ -83,13 +83,14 @@ int Run(int argc, char **argv)
         std::fprintf(stderr, "usage: velto-capture-path-bench [--benchmark_...] FILE.f32\n");
         return 2;
     }
-    Contest at48000(argv[1], 48000);
-    Contest at44100(argv[1], 44100);
-    for (Contest *contest : {&at48000, &at44100}) {
-        const std::string rate = std::to_string(contest->packetFrames * 100);
-        Register("Capture/" + rate,
-                 [contest] { return contest->module.Record(contest->samples, contest->packetFrames); });
-        Register("BareEncoder/" + rate, [contest] { return contest->RecordBare(); });
+    Comparison at48000(argv[1], 48000);
+    Comparison at44100(argv[1], 44100);
+    for (Comparison *comparison : {&at48000, &at44100}) {
+        const std::string rate = std::to_string(comparison->packetFrames * 100);
+        Register("Capture/" + rate, [comparison] {
+            return comparison->module.Record(comparison->samples, comparison->packetFrames);
+        });
+        Register("BareEncoder/" + rate, [comparison] { return comparison->RecordBare(); });
     }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

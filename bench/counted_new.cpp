@@ -33,7 +33,7 @@ void *Allocate(std::size_t bytes, std::align_val_t alignment)
 
 } // namespace
 
-// The forms that are not here end in these.
+// The other forms of operator new and delete call these.
 void *operator new(std::size_t bytes)
 {
     return Allocate(bytes);

@@ -1,4 +1,4 @@
-// How often this program asked for memory.
+// Counts the program's allocations.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,9 @@
-"""How far coding noise lies below what the sound itself masks.
+"""Noise-to-mask ratio: how far coding noise lies above what the sound masks.
 
-A simple model of hearing: the energy of the original in bands of a third of the ear's critical
-bands, spread to the neighbours (steeply downward, gently upward), less an offset, and at least the
-threshold in quiet. What counts is the energy of the difference of two spectra's magnitudes in each
-band, as an ear hears no phase; so noise put in the place of noise costs little.
+A simple model of hearing. The mask is the energy of the original in bands of a third of a Bark, spread to the neighbouring
+bands (steeply downward, gently upward), less an offset, and at least the threshold in quiet. The noise is the energy of the
+difference between the magnitudes of the two spectra, because the ear hears no phase. Noise that replaces noise therefore
+costs little.
 """
 
 import numpy
@@ -11,11 +11,11 @@ import numpy
 WINDOW = 2048
 HOP = 1024
 BANDS_PER_BARK = 3
-OFFSET_DB = 12.0        # noise this much below the sound in its own band is not heard
+OFFSET_DB = 12.0        # noise this far below the sound in its own band is inaudible
 DOWNWARD_DB = 27.0      # per Bark, toward lower bands
 UPWARD_DB = 10.0        # per Bark, toward higher bands
 FULL_SCALE_SPL = 96.0   # loudness of a full-scale tone, in dB
-QUIETEST_DB = -70.0     # frames below this are not judged
+QUIETEST_DB = -70.0     # quieter frames are left out
 
 
 def _bark(hz):
@@ -34,7 +34,7 @@ def _magnitudes(channel):
 
 
 def noise_to_mask_db(original, coded, rate):
-    """The mean over all frames and bands of both channels; below 0 is not heard, on average."""
+    """The mean over all frames and bands of both channels. Below 0, the noise is inaudible on average."""
     hz = numpy.fft.rfftfreq(WINDOW, 1 / rate)
     band = (_bark(hz) * BANDS_PER_BARK).astype(int)
     count = band.max() + 1
@@ -47,10 +47,10 @@ def noise_to_mask_db(original, coded, rate):
     used = membership.sum(axis=0) > 0
     ratios = []
     for channel in range(original.shape[1]):
-        wanted, heard = _magnitudes(original[:, channel]), _magnitudes(coded[:, channel])
-        loud = 20 * numpy.log10(wanted.max(axis=1) + 1e-12) > QUIETEST_DB
-        energy = wanted[loud] ** 2 @ membership
-        noise = (wanted[loud] - heard[loud]) ** 2 @ membership
+        original_magnitudes, coded_magnitudes = _magnitudes(original[:, channel]), _magnitudes(coded[:, channel])
+        loud = 20 * numpy.log10(original_magnitudes.max(axis=1) + 1e-12) > QUIETEST_DB
+        energy = original_magnitudes[loud] ** 2 @ membership
+        noise = (original_magnitudes[loud] - coded_magnitudes[loud]) ** 2 @ membership
         mask = numpy.maximum(energy @ spread * 10 ** (-OFFSET_DB / 10), quiet)
         ratios.append((noise / mask)[:, used])
     return 10 * numpy.log10(numpy.concatenate(ratios).mean())

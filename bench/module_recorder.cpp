@@ -18,18 +18,18 @@ using Clock = std::chrono::steady_clock;
 constexpr uint32_t channels = 2;
 
 template <typename Interface>
-class Uncounted : public Interface {
+class WithoutReferences : public Interface {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **) override { return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
 };
 
-// Hands out a sound in packets, all of them at once; then raises a flag.
-class SoundClient final : public Uncounted<IAudioCaptureClient> {
+// Has all packets of a sound ready at once. Sets a flag after the last one.
+class SoundClient final : public WithoutReferences<IAudioCaptureClient> {
 public:
-    SoundClient(const std::vector<float> &samples, uint32_t packetFrames, std::atomic<bool> &over)
-        : m_samples(samples), m_packetFrames(packetFrames), m_over(over)
+    SoundClient(const std::vector<float> &samples, uint32_t packetFrames, std::atomic<bool> &finished)
+        : m_samples(samples), m_packetFrames(packetFrames), m_finished(finished)
     {
     }
 
@@ -53,7 +53,7 @@ public:
     {
         const bool more = m_next + size_t{m_packetFrames} * channels <= m_samples.size();
         *frames = more ? m_packetFrames : 0;
-        m_over = !more;
+        m_finished = !more;
         return S_OK;
     }
 
@@ -62,11 +62,11 @@ public:
 private:
     const std::vector<float> &m_samples;
     const uint32_t m_packetFrames;
-    std::atomic<bool> &m_over;
+    std::atomic<bool> &m_finished;
     size_t m_next = 0;
 };
 
-class OpenVolume final : public Uncounted<IAudioEndpointVolume> {
+class OpenVolume final : public WithoutReferences<IAudioEndpointVolume> {
 public:
     HRESULT STDMETHODCALLTYPE GetMute(BOOL *) override { return S_OK; }
 
@@ -109,7 +109,7 @@ AudioCaptureProbe::AudioCaptureProbe(uint32_t rateHz)
     if (!m_capture.InitSwr() ||
         !m_capture.m_encoder.Initialize(param, m_capture.m_frameLength, maxPacketSize) ||
         !m_capture.m_frame.AllocBuffer(rateHz, m_capture.m_frameLength, 3, PCMFormat::S16)) {
-        throw std::runtime_error("the capture's converter or encoder does not open");
+        throw std::runtime_error("the capture's converter or encoder cannot be opened");
     }
     m_capture.m_packets.SetPacketBufferSize(maxPacketSize);
     if (!m_capture.m_packets.Init(PacketPoolSize(48000, m_capture.m_frameLength))) {

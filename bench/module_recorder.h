@@ -1,4 +1,4 @@
-// The module's capture path without a device: packets of a sound in, AAC packets out.
+// The module's capture path without a device: packets of samples in, AAC packets out.
 #pragma once
 
 #include <cstddef>
@@ -8,22 +8,22 @@
 
 namespace velto {
 
-// The one class that sees the capture's members.
+// AudioCapture has this class as a friend.
 class AudioCaptureProbe {
 public:
-    // Has a capture as it is once its device is open: floats in stereo of that rate come in.
-    // Throws std::runtime_error.
+    // Sets a capture up as it is once its device is open and delivers stereo floats at `rateHz`. Throws
+    // std::runtime_error.
     explicit AudioCaptureProbe(uint32_t rateHz);
     ~AudioCaptureProbe();
     AudioCaptureProbe(const AudioCaptureProbe &) = delete;
     AudioCaptureProbe &operator=(const AudioCaptureProbe &) = delete;
 
-    // Has the capture loop take all samples, in packets of so many frames, and reads what comes out.
-    // The seconds from the first packet taken to the last one read; the loop's sleep before the
-    // first is not counted.
+    // Runs the capture loop over all samples, in packets of `packetFrames`, and reads the encoded packets.
+    // Returns the seconds from the loop's first packet to the last packet read. The loop's sleep before its
+    // first packet does not count.
     double Record(const std::vector<float> &samples, uint32_t packetFrames);
 
-    size_t Bytes() const { return m_bytes; } // of all packets read
+    size_t Bytes() const { return m_bytes; } // of all encoded packets
     int Packets() const { return m_packets; }
 
 private:

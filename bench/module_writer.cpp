@@ -15,11 +15,11 @@ ModuleWriter::ModuleWriter() : m_module(LoadLibraryW(L"LibVeltoAudioHandler.dll"
 {
     const FARPROC entry = m_module != nullptr ? GetProcAddress(m_module, VELTO_ENTRY_NAME) : nullptr;
     if (entry == nullptr) {
-        throw std::runtime_error("LibVeltoAudioHandler.dll is not beside this program");
+        throw std::runtime_error("LibVeltoAudioHandler.dll is not next to this program");
     }
     const auto getTable = reinterpret_cast<VeltoGetAudioHandlerFunction>(reinterpret_cast<void *>(entry));
     if (getTable(&m_table) != VELTO_OK) {
-        throw std::runtime_error("the module gave no table");
+        throw std::runtime_error("the module did not fill the table");
     }
 }
 

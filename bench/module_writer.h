@@ -1,4 +1,4 @@
-// The shipped DLL, loaded as a host loads it.
+// Writes frames through the shipped DLL, loaded as a host loads it.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 
 namespace velto::bench {
 
-// Throws std::runtime_error when the DLL beside this program cannot be loaded.
+// Throws std::runtime_error when the DLL next to this program cannot be loaded.
 class ModuleWriter {
 public:
     ModuleWriter();
@@ -16,7 +16,7 @@ public:
     ModuleWriter(const ModuleWriter &) = delete;
     ModuleWriter &operator=(const ModuleWriter &) = delete;
 
-    // Writes one frame to "speaker1"; the module's result.
+    // Writes one frame to "speaker1". Returns the module's status.
     int32_t Write(AacFrame &frame);
 
 private:

@@ -1,9 +1,9 @@
-// Time to hand a packet of 400 bytes from the encoder to a reader: through AVPktBufQueue, and
-// through a queue that takes a new packet for each hand-over.
+// Time to hand a packet of 400 bytes from the encoder to a reader: through AVPktBufQueue, and through a
+// queue that allocates a packet for each hand-over.
 //
-// OneThread: both sides on one thread, which is what a hand-over costs when nobody is in the way (as
-// with 47 packets a second). TwoThreads: a thread for each side, both as fast as they can.
-// HandOver: the queue's work alone. Copying: with writing the 400 bytes and reading them.
+// OneThread: both sides on one thread, the cost without contention, as at the usual 47 packets a second.
+// TwoThreads: a thread for each side, both as fast as they can.
+// HandOver: the queue's work alone. Copying: also writes and reads the 400 bytes.
 //
 //   velto-packet-queue-bench [--benchmark_...]
 #include <benchmark/benchmark.h>
@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "bench/counted_new.h"
+#include "bench/repetitions.h"
 #include "capture/avpkt_buf_queue.h"
 #include "capture/packet_pool_size.h"
 
@@ -66,7 +67,7 @@ public:
         m_queue.PushData(packet);
     }
 
-    // Looks first, as the host's reads do.
+    // Asks for the count first, as the host's reads do.
     template <typename Use>
     void Read(Use use)
     {
@@ -153,11 +154,8 @@ void TwoThreads(benchmark::State &state)
 
 void Register(const char *name, void (*function)(benchmark::State &))
 {
-    benchmark::RegisterBenchmark(name, function)
-        ->Iterations(packetsPerRepetition)
-        ->Repetitions(repetitions)
-        ->UseRealTime()
-        ->Unit(benchmark::kNanosecond);
+    Repeat(benchmark::RegisterBenchmark(name, function), packetsPerRepetition, repetitions,
+           benchmark::kNanosecond);
 }
 
 int Run(int argc, char **argv)

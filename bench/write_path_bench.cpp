@@ -1,6 +1,6 @@
-// Time per call of WriteStreamBuffer through the shipped DLL, beside FFmpeg's bare decoder over
-// the same frames. The repetitions of all benchmarks are interleaved at random, so that whatever
-// else the machine does meets all of them alike.
+// Time per call of WriteStreamBuffer through the shipped DLL, and of FFmpeg's bare decoder on the same
+// frames. The repetitions of all benchmarks run in random order, so that other load on the machine
+// affects all of them alike.
 //
 //   velto-write-path-bench [--benchmark_...] FILE.aac...
 #include <windows.h>
@@ -17,6 +17,7 @@
 #include "bench/aac_frames.h"
 #include "bench/bare_decoder.h"
 #include "bench/module_writer.h"
+#include "bench/repetitions.h"
 #include "bench/write_path_parts.h"
 
 namespace velto::bench {
@@ -25,7 +26,7 @@ namespace {
 constexpr int framesPerRepetition = 235; // five seconds of sound
 constexpr int repetitions = 41;
 
-// Frames of one file, over and over.
+// The frames of a file, in a loop.
 class FrameLoop {
 public:
     explicit FrameLoop(std::vector<AacFrame> frames) : m_frames(std::move(frames)) {}
@@ -38,11 +39,8 @@ private:
 
 void Register(const std::string &name, const std::function<void(benchmark::State &)> &function)
 {
-    benchmark::RegisterBenchmark(name.c_str(), function)
-        ->Iterations(framesPerRepetition)
-        ->Repetitions(repetitions)
-        ->UseRealTime()
-        ->Unit(benchmark::kMicrosecond);
+    Repeat(benchmark::RegisterBenchmark(name.c_str(), function), framesPerRepetition, repetitions,
+           benchmark::kMicrosecond);
 }
 
 void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &decoder, FrameLoop &written,
@@ -63,7 +61,7 @@ void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &de
     });
 }
 
-// The first frames open the sound device and fill its buffer, at the pace of the sound.
+// Opens the sound device and fills its buffer, in real time.
 void WarmUp(ModuleWriter &module, FrameLoop frames)
 {
     for (int i = 0; i < 100; ++i) {
@@ -81,7 +79,7 @@ int Run(int argc, char **argv)
     }
     ModuleWriter module;
     BareDecoder decoder;
-    std::deque<FrameLoop> loops; // elements keep their places
+    std::deque<FrameLoop> loops; // the benchmarks keep references to its elements
     for (int i = 1; i < argc; ++i) {
         const std::vector<AacFrame> frames = ReadAacFrames(argv[i]);
         FrameLoop &written = loops.emplace_back(frames);
@@ -103,8 +101,8 @@ int main(int argc, char **argv)
     try {
         const int result = velto::bench::Run(argc, argv);
         std::fflush(nullptr);
-        // At an ordinary exit, with the module's threads still there, Wine 8 now and then fails in
-        // its own thread start-up. The results are written.
+        // The results are written. At an ordinary exit with the module's threads still running, Wine 8
+        // sometimes fails in its own thread start-up.
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
         return result;
     } catch (const std::exception &problem) {

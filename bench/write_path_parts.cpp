@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/repetitions.h"
 #include "handler/log.h"
 #include "playback/audio_play_buffer.h"
 #include "playback/audio_play_thread.h"
@@ -35,9 +36,9 @@ void ReadRegistry(benchmark::State &state)
 void SignalWatchdog(benchmark::State &state)
 {
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::atomic<bool> ends{false};
+    std::atomic<bool> stop{false};
     std::thread watchdog([&] {
-        while (!ends) {
+        while (!stop) {
             ResetEvent(event);
             WaitForSingleObject(event, 100);
         }
@@ -45,7 +46,7 @@ void SignalWatchdog(benchmark::State &state)
     for (auto _ : state) {
         SetEvent(event);
     }
-    ends = true;
+    stop = true;
     SetEvent(event);
     watchdog.join();
     CloseHandle(event);
@@ -55,7 +56,7 @@ void QueueBlock(benchmark::State &state)
 {
     const std::vector<uint8_t> pcm(blockBytes, 1);
     const SpeakerAudioParams parameters;
-    AudioPlayThread queue(&parameters, nullptr); // not started: nothing is played
+    AudioPlayThread queue(&parameters, nullptr); // not started, so it plays nothing
     const auto push = [&] {
         auto *block = new AudioPlayBuffer;
         block->buf = new uint8_t[blockBytes];
@@ -93,11 +94,8 @@ void RegisterWritePathParts(int iterations, int repetitions)
                           {"QueueBlock", QueueBlock},
                           {"WriteLogLine", WriteLogLine}};
     for (const auto &[name, function] : parts) {
-        benchmark::RegisterBenchmark(name, function)
-            ->Iterations(iterations)
-            ->Repetitions(repetitions)
-            ->UseRealTime()
-            ->Unit(benchmark::kMicrosecond);
+        Repeat(benchmark::RegisterBenchmark(name, function), iterations, repetitions,
+               benchmark::kMicrosecond);
     }
 }
 

@@ -1,11 +1,11 @@
-// What the write path does beside decoding, each by itself.
+// The parts of the write path besides decoding, each alone.
 #pragma once
 
 namespace velto::bench {
 
-// One registry read of the stream type; one signal to a thread that waits as the idle watchdog
-// does; one block allocated, filled, queued and, as the queue is full, an old one freed; one line
-// of the frame counter.
+// Registers four benchmarks: one registry read of the stream type; one signal to a thread that waits as
+// the idle watchdog does; one block that is allocated, filled and queued, which frees the oldest block of
+// the full queue; one log line of the frame counter.
 void RegisterWritePathParts(int iterations, int repetitions);
 
 } // namespace velto::bench

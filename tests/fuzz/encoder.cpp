@@ -1,10 +1,9 @@
 // The codec library's encoder with any sound and any parameters, in any sequence of calls.
 //
-// Varied: all five parameters; samples; frames of another length, channel code, fill count or channel
-// count than the encoder's, without a buffer; packets without a buffer or with too small a one;
-// draining, going on afterwards, opening again, closing. Each result is compared with what the
-// headers promise, and every packet has to decode. Not varied: the frame's pointer, which is the
-// buffer's own.
+// Varied: all five parameters; samples; frames with another length, channel code, fill count or channel
+// count than the encoder's, and without a buffer; packets without a buffer or with one that is too small;
+// draining, encoding after draining, reopening, closing. The results are compared with the headers, and
+// every packet must decode. Not varied: the frame's pointer, which AllocBuffer sets.
 #include "codec/aac_encoder.h"
 
 #include <array>
@@ -27,7 +26,7 @@ using velto_fuzz::Input;
 
 constexpr uint32_t aacFrameLength = 1024;
 
-// Reads back what the encoder gave, configured as it says.
+// Decodes the encoder's packets with the configuration that the encoder reports.
 class Decoder {
 public:
     explicit Decoder(const std::vector<uint8_t> &config)
@@ -54,7 +53,7 @@ public:
     {
         m_packet->data = packet.data;
         m_packet->size = static_cast<int>(packet.size);
-        Expect(avcodec_send_packet(m_context, m_packet) == 0, "a packet is taken by a decoder");
+        Expect(avcodec_send_packet(m_context, m_packet) == 0, "a decoder accepts a packet");
         Expect(avcodec_receive_frame(m_context, m_frame) == 0, "a packet decodes");
         Expect(m_frame->nb_samples == static_cast<int>(aacFrameLength), "a packet's samples");
         Expect(m_frame->ch_layout.nb_channels == static_cast<int>(channels), "a packet's channels");
@@ -66,7 +65,7 @@ private:
     AVFrame *m_frame;
 };
 
-// The encoder and what is to be expected of it.
+// The encoder, and the model of its state that gives the expected results.
 class Session {
 public:
     void Step(Input &input)
@@ -87,7 +86,7 @@ public:
             ReadConfig(input.Byte());
             break;
         case 6:
-            EncodeInVain(input);
+            EncodeWithInvalidArguments(input);
             break;
         default:
             m_encoder.Close();
@@ -110,16 +109,16 @@ private:
             *fields[change % 8] = input.Word();
         }
         const uint64_t channels = ChannelCountOf(param.channelCode);
-        const uint64_t mostBits = 6144 * channels * param.sampleRateHz;
-        const bool isOffered = std::find(rates.begin(), rates.end(), param.sampleRateHz) != rates.end() &&
-                               channels != 0 && param.bitRate >= 5 * channels &&
-                               param.bitRate <= mostBits / aacFrameLength && param.pcmFormat == 1 &&
-                               param.objectType == 2;
+        const uint64_t maxBits = 6144 * channels * param.sampleRateHz;
+        const bool isSupported = std::find(rates.begin(), rates.end(), param.sampleRateHz) != rates.end() &&
+                                 channels != 0 && param.bitRate >= 5 * channels &&
+                                 param.bitRate <= maxBits / aacFrameLength && param.pcmFormat == 1 &&
+                                 param.objectType == 2;
         uint32_t frameLength = 99;
         uint32_t maxPacketSize = 99;
         Closed();
         m_isOpen = m_encoder.Initialize(param, frameLength, maxPacketSize);
-        Expect(m_isOpen == isOffered, "which parameters are taken");
+        Expect(m_isOpen == isSupported, "which parameters are accepted");
         m_channels = m_isOpen ? ChannelCountOf(param.channelCode) : 0;
         Expect(frameLength == (m_isOpen ? aacFrameLength : 0), "the frame length");
         Expect(maxPacketSize == 768 * m_channels, "the largest packet");
@@ -137,7 +136,7 @@ private:
         m_decoder.reset();
     }
 
-    // A frame of mostly the right shape, its samples from the input and then as a pattern of it.
+    // Encodes a frame, mostly of the right shape. Its samples repeat a block of the input.
     void Encode(Input &input)
     {
         const uint8_t shape = input.Byte();
@@ -165,8 +164,8 @@ private:
         }
         ++m_frames;
         m_isEnding = frame.fillCount < aacFrameLength;
-        Expect(result != 0 || m_frames == 1, "each frame but the first gives a packet");
-        TakePacket(result);
+        Expect(result != 0 || m_frames == 1, "each frame but the first results in a packet");
+        CheckPacket(result);
     }
 
     static uint32_t CodeOf(uint32_t channels) { return channels == 1 ? 4 : 3; }
@@ -186,21 +185,21 @@ private:
         for (uint8_t i = 0; i <= times; ++i) {
             const int32_t result = m_encoder.Encode(nullptr, &m_packet);
             if (!m_isOpen) {
-                Expect(result < 0, "nothing to drain");
+                Expect(result < 0, "a closed encoder cannot be drained");
                 return;
             }
             m_isEnding = true;
-            Expect(!m_isDrained || result == 0, "what is drained stays so");
+            Expect(!m_isDrained || result == 0, "a drained encoder has no more packets");
             m_isDrained = m_isDrained || result == 0;
-            TakePacket(result);
+            CheckPacket(result);
         }
     }
 
-    void TakePacket(int32_t result)
+    void CheckPacket(int32_t result)
     {
         if (result <= 0) {
             Expect(m_packet.size == 0, "without a packet its size is 0");
-            // One that grew too large is dropped, and the encoder goes on.
+            // The encoder drops a packet that is too large for the buffer, and continues with the next one.
             m_expectedTime += result < 0 ? aacFrameLength : 0;
             return;
         }
@@ -223,7 +222,7 @@ private:
         return config;
     }
 
-    void EncodeInVain(Input &input)
+    void EncodeWithInvalidArguments(Input &input)
     {
         AVEncodePacket small;
         const uint8_t capacity = input.Byte();
@@ -251,12 +250,12 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    constexpr int mostSteps = 50;
+    constexpr int maxSteps = 50;
     velto_fuzz::CountFFmpegMessages();
     fakes::LogRecorder::Instance().Clear();
     Input input(data, size);
     Session session;
-    for (int step = 0; step < mostSteps && !input.IsEmpty(); ++step) {
+    for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
         session.Step(input);
     }
     return 0;

@@ -14,8 +14,8 @@ namespace {
 
 constexpr size_t kinds = 4096;
 
-// libFuzzer finds its additional counters by the name of their section, clears them before each
-// input and keeps inputs that change them.
+// libFuzzer finds these counters by the name of their section, clears them before each input, and keeps
+// inputs that change them.
 __attribute__((section("__libfuzzer_extra_counters"), used)) uint8_t counters[kinds];
 
 void Count(void *, int, const char *format, va_list)

@@ -1,10 +1,10 @@
-// FFmpeg's messages, which tell a fuzzer how far inside FFmpeg an input came: its libraries are not
-// instrumented, but say something on most of the ways that they take with a damaged stream.
+// Reports FFmpeg's messages to the fuzzer as coverage. FFmpeg's libraries are not instrumented, but they
+// print a message on most paths that a damaged stream takes.
 #pragma once
 
 namespace velto_fuzz {
 
-// From now on messages are counted by their text's kind, and not printed.
+// Counts later messages by their format text instead of printing them.
 void CountFFmpegMessages();
 
 } // namespace velto_fuzz

@@ -1,6 +1,7 @@
-// A file of any content, read and metered as velto-host does with what it plays. The input is the file.
+// A file of any content, read and metered as velto-host does when it plays a file. The input is the file.
 //
-// The file has to end, a unit holds something and has a level or none, an error is a message.
+// Reading must come to an end, a unit must not be empty, its level must be a number or absent, and an error
+// must have a message.
 #include "host/aac_reader.h"
 
 #include <cmath>
@@ -21,7 +22,7 @@ using velto::host::AacFileError;
 using velto::host::AacReader;
 using velto_fuzz::Expect;
 
-// A file in memory, which has a path like any other.
+// A file in memory, with a path.
 class MemoryFile {
 public:
     MemoryFile(const uint8_t *data, size_t size) : m_descriptor(memfd_create("input", MFD_CLOEXEC))
@@ -46,7 +47,7 @@ private:
 
 void ReadAll(AacReader &reader)
 {
-    constexpr int mostUnits = 1 << 20; // above what a file of a megabyte lists
+    constexpr int maxUnits = 1 << 20; // more than a file of a megabyte can list
     const auto &stream = reader.Stream();
     Expect(stream.channels > 0, "a stream has channels");
     Expect(stream.FrameSeconds() > 0 && stream.FrameSeconds() < 1, "a unit lasts less than a second");
@@ -55,7 +56,7 @@ void ReadAll(AacReader &reader)
     std::vector<uint8_t> frame;
     int units = 0;
     for (;;) {
-        Expect(++units < mostUnits, "a file ends");
+        Expect(++units < maxUnits, "a file ends");
         switch (reader.Read(frame)) {
         case AacReader::Outcome::FRAME:
             Expect(!frame.empty(), "a unit is not empty");
@@ -70,7 +71,7 @@ void ReadAll(AacReader &reader)
     }
 }
 
-// The headers by themselves, wherever they might begin.
+// Parses an ADTS header at each byte, and writes it again.
 void ReadHeaders(std::span<const uint8_t> bytes)
 {
     for (; !bytes.empty(); bytes = bytes.subspan(1)) {
@@ -84,7 +85,7 @@ void ReadHeaders(std::span<const uint8_t> bytes)
             Expect(made.empty() || (again && again->sampleRateHz == header->sampleRateHz &&
                                     again->channelConfiguration == header->channelConfiguration &&
                                     again->frameBytes == again->headerBytes + unitBytes),
-                   "a header says what it was made of");
+                   "a written header is parsed to the same values");
         }
     }
 }

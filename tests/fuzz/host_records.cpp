@@ -1,10 +1,10 @@
-// The records that a host passes and is given: ids, parameter lists, listeners, capabilities, frames.
+// The records that a host passes and receives: ids, parameter lists, listeners, capabilities, frames.
 //
-// Varied: any id with its own length or another, or none; lists of any keys, values and key lengths,
-// with null keys, without entries, without a list; every type and count of a release of nothing;
-// listeners; frames without header or payload for a microphone that is not open. What comes back is
-// compared with what the interface promises. Not varied, because hosts must not do it: an id or key
-// without its end, a count above the entries, a release of what is not the module's.
+// Varied: any id with its length or another one, and null; lists of any keys, values and key lengths, with
+// null keys, without entries, and null; every type and count for the release of null; listeners; frames
+// without header or payload for a microphone that is not open. The results are compared with the interface.
+// Not varied, because hosts must not do it: an id or key without a terminator, a count above the number of
+// entries, a release of memory that is not the module's.
 #include <windows.h>
 
 #include <array>
@@ -15,16 +15,15 @@
 
 #include "handler/host_records.h"
 #include "input.h"
+#include "module_table.h"
 #include "tests/fakes/fake_windows.h"
 #include "tests/fakes/log_recorder.h"
-#include "velto/audio_handler.h"
-
-extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace {
 
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
+using velto_fuzz::Table;
 
 struct Event {
     std::string id;
@@ -39,7 +38,7 @@ void RecordEvent(const char *id, uint32_t length, int32_t code)
     events.push_back({id, length, code});
 }
 
-// A text in a block of its own, so that the first byte read behind its end is noticed.
+// A text in a block of its own, so that AddressSanitizer reports a read behind its end.
 class Text {
 public:
     explicit Text(const std::string &text) : m_bytes(text.c_str(), text.c_str() + text.size() + 1) {}
@@ -49,7 +48,7 @@ private:
     std::vector<char> m_bytes;
 };
 
-std::string TakeText(Input &input, std::initializer_list<const char *> known)
+std::string ReadText(Input &input, std::initializer_list<const char *> known)
 {
     const uint8_t choice = input.Byte();
     if (choice % 8 < known.size()) {
@@ -59,10 +58,10 @@ std::string TakeText(Input &input, std::initializer_list<const char *> known)
     return std::string(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
 }
 
-// An id as a host passes it: with its length, with another one, or null.
+// An id as a host passes it: with its length, with another length, or null.
 struct Id {
     explicit Id(Input &input)
-        : text(TakeText(input, {VELTO_ID_SPEAKER, VELTO_ID_MIC, VELTO_ID_MODEM_SPEAKER, VELTO_ID_MODEM_MIC})),
+        : text(ReadText(input, {VELTO_ID_SPEAKER, VELTO_ID_MIC, VELTO_ID_MODEM_SPEAKER, VELTO_ID_MODEM_MIC})),
           block(text),
           length(static_cast<uint32_t>(text.size()))
     {
@@ -82,7 +81,7 @@ struct Id {
     bool isValid = false;
 };
 
-// A parameter list and what it asks for.
+// A parameter list, and the parameters that the module must read from it.
 class Parameters {
 public:
     explicit Parameters(Input &input)
@@ -111,7 +110,7 @@ private:
     void Add(Input &input)
     {
         const bool hasKey = input.Byte() % 16 != 1;
-        const std::string key = TakeText(
+        const std::string key = ReadText(
             input, {VELTO_KEY_SAMPLE_RATE, VELTO_KEY_CHANNEL, VELTO_KEY_FORMAT, VELTO_KEY_CODEC, ""});
         m_keys.emplace_back(key);
         uint32_t value = input.Byte(); // value codes are small
@@ -159,7 +158,7 @@ public:
             Capabilities(input);
             break;
         case 1:
-            ReleaseNothing(input);
+            ReleaseNull(input);
             break;
         case 2:
             SetParameters(input);
@@ -171,10 +170,10 @@ public:
             CloseTrack(input);
             break;
         case 5:
-            OpenRecordInVain(input);
+            OpenRecordWithInvalidArguments(input);
             break;
         case 6:
-            ReadNothing(input);
+            ReadWithoutMicrophone(input);
             break;
         case 7:
             CloseRecord(input);
@@ -195,7 +194,7 @@ private:
         Expect(m_table.GetAudioCapability(&list, &count) == VELTO_OK && count == 4, "the capabilities");
         const uint32_t otherType = input.Word();
         if (otherType != VELTO_RELEASE_CAPABILITIES) {
-            m_table.Release(otherType, list, count); // frees nothing: what follows would notice
+            m_table.Release(otherType, list, count); // frees nothing; otherwise the reads below fail
         }
         constexpr std::array<const char *, 4> ids{VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER,
                                                   VELTO_ID_MODEM_MIC, VELTO_ID_MIC};
@@ -208,7 +207,7 @@ private:
         m_table.Release(VELTO_RELEASE_CAPABILITIES, list, count);
     }
 
-    void ReleaseNothing(Input &input)
+    void ReleaseNull(Input &input)
     {
         const uint32_t type = input.Word();
         m_table.Release(type, nullptr, input.Word());
@@ -218,11 +217,11 @@ private:
     {
         const Id id(input);
         const Parameters parameters(input);
-        const bool isTaken = id.isValid && !parameters.IsEmpty();
+        const bool isAccepted = id.isValid && !parameters.IsEmpty();
         Expect(m_table.SetAudioParameter(id.Get(), id.length, nullptr, nullptr, parameters.Get()) ==
-                   (isTaken ? VELTO_OK : VELTO_ERROR_INVALID),
+                   (isAccepted ? VELTO_OK : VELTO_ERROR_INVALID),
                "setting parameters");
-        ExpectEvent(id, isTaken, VELTO_EVENT_PARAMETERS_SET);
+        ExpectEvent(id, isAccepted, VELTO_EVENT_PARAMETERS_SET);
     }
 
     static void ReadParameters(Input &input)
@@ -230,9 +229,9 @@ private:
         const Parameters parameters(input);
         velto::AudioParameters read;
         velto::GetAudioParameter(parameters.Get(), read);
-        Expect(read.sampleRate == parameters.expected.sampleRate, "the rate asked for");
-        Expect(read.channels == parameters.expected.channels, "the channels asked for");
-        Expect(read.bitsPerSample == parameters.expected.bitsPerSample, "the bits asked for");
+        Expect(read.sampleRate == parameters.expected.sampleRate, "the requested rate");
+        Expect(read.channels == parameters.expected.channels, "the requested channels");
+        Expect(read.bitsPerSample == parameters.expected.bitsPerSample, "the requested bits");
     }
 
     void CloseTrack(Input &input)
@@ -242,7 +241,7 @@ private:
         ExpectEvent(id, id.isValid, VELTO_EVENT_TRACK_CLOSED);
     }
 
-    void OpenRecordInVain(Input &input)
+    void OpenRecordWithInvalidArguments(Input &input)
     {
         const Id id(input);
         const Parameters parameters(input);
@@ -253,7 +252,7 @@ private:
         }
     }
 
-    void ReadNothing(Input &input)
+    void ReadWithoutMicrophone(Input &input)
     {
         const Id id(input);
         const uint8_t way = input.Byte();
@@ -268,7 +267,7 @@ private:
             Expect(status == (way % 4 == 0 ? VELTO_OK : VELTO_ERROR_NULL_POINTER), "reading");
             Expect(status != VELTO_OK || header.size == 0, "an empty frame");
         }
-        Expect(byte == 0xA5, "nothing is delivered while no microphone is open");
+        Expect(byte == 0xA5, "no bytes are written while no microphone is open");
     }
 
     void CloseRecord(Input &input)
@@ -303,27 +302,16 @@ private:
     bool m_listens = false;
 };
 
-// Asked for once: each time makes an event that is never closed.
-const AudioHandlerTable &Table()
-{
-    static const AudioHandlerTable table = [] {
-        AudioHandlerTable filled{};
-        Expect(VELTOGetAudioHandler(&filled) == VELTO_OK, "the module's entry");
-        return filled;
-    }();
-    return table;
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    constexpr int mostSteps = 200;
+    constexpr int maxSteps = 200;
     fakewin::Reset();
     fakes::LogRecorder::Instance().Clear();
     Input input(data, size);
     Host host(Table());
-    for (int step = 0; step < mostSteps && !input.IsEmpty(); ++step) {
+    for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
         host.Step(input);
     }
     for (const std::string &violation : fakewin::Violations()) {

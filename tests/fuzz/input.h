@@ -1,4 +1,4 @@
-// What a fuzz target makes of the bytes that it is given: numbers and blocks, from front to back.
+// Reads numbers and blocks from the bytes of a fuzz input, from front to back.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,7 @@ public:
 
     bool IsEmpty() const { return m_rest.empty(); }
 
-    // Past the end all numbers are 0 and all blocks end early.
+    // Past the end, all numbers are 0 and all blocks end early.
     uint8_t Byte() { return static_cast<uint8_t>(Number(1)); }
     uint16_t Short() { return static_cast<uint16_t>(Number(2)); }
     uint32_t Word() { return Number(4); }
@@ -42,10 +42,10 @@ private:
     std::span<const uint8_t> m_rest;
 };
 
-// Ends the process, as a crash does, when what has to hold does not.
-inline void Expect(bool holds, const char *what)
+// Aborts the process when `isTrue` is false, so that the fuzzer records a finding.
+inline void Expect(bool isTrue, const char *what)
 {
-    if (!holds) {
+    if (!isTrue) {
         std::fprintf(stderr, "broken: %s\n", what);
         std::abort();
     }
@@ -53,5 +53,5 @@ inline void Expect(bool holds, const char *what)
 
 } // namespace velto_fuzz
 
-// What each target defines, and what libFuzzer or the replay calls with one input after the other.
+// Each target defines this function. libFuzzer, or the replay, calls it once per input.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);

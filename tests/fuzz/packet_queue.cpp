@@ -1,8 +1,8 @@
-// The packet queue, driven by any sequence of operations, beside a model of two plain queues.
+// The packet queue under any sequence of operations, compared with a model of two plain queues.
 //
-// Varied: the operations and their order, the number of elements, an element that cannot be made,
-// and waits. A call that has to wait is made on a thread of its own, and the next operation is one
-// that ends the wait. Not varied, because callers must not do it: giving back what they do not hold.
+// Varied: the operations and their order, the number of elements, an element that cannot be created, and
+// waits. A call that waits runs on a thread of its own; the next operation ends the wait. Not varied,
+// because callers must not do it: returning an element that the caller does not have.
 #include "capture/buffer_queue.h"
 
 #include <deque>
@@ -25,27 +25,27 @@ class NumberedQueue : public velto::BufferQueue<Element *> {
 public:
     ~NumberedQueue() override { StopAndClear(); }
 
-    size_t madeAtMost = SIZE_MAX; // from the next Init on
-    std::vector<Element *> living;
+    size_t maxElements = SIZE_MAX; // the creation of further elements fails
+    std::vector<Element *> elements;
 
 protected:
     Element *CreateElement() override
     {
-        if (living.size() == madeAtMost) {
+        if (elements.size() == maxElements) {
             return nullptr;
         }
-        living.push_back(new Element{living.size()});
-        return living.back();
+        elements.push_back(new Element{elements.size()});
+        return elements.back();
     }
 
     void ReleaseElement(Element *element) override
     {
-        Expect(std::erase(living, element) == 1, "an element is released once");
+        Expect(std::erase(elements, element) == 1, "an element is released once");
         delete element;
     }
 };
 
-// The queue and what it has to be.
+// The queue, and the model that it is compared with.
 class Comparison {
 public:
     void Step(Input &input)
@@ -69,21 +69,21 @@ public:
             Take(m_data, &NumberedQueue::PopData, &NumberedQueue::PushData, input.Byte());
             break;
         case 5:
-            Give(m_free, &NumberedQueue::PushFree, input.Byte());
+            Return(m_free, &NumberedQueue::PushFree, input.Byte());
             break;
         case 6:
-            Give(m_data, &NumberedQueue::PushData, input.Byte());
+            Return(m_data, &NumberedQueue::PushData, input.Byte());
             break;
         case 7:
             m_queue.PushFree(nullptr);
             m_queue.PushData(nullptr);
             break;
         default:
-            Drain(input.Byte());
+            Circulate(input.Byte());
             break;
         }
         Expect(m_queue.DataCount() == static_cast<int32_t>(m_data.size()), "the count of filled elements");
-        Expect(m_queue.living.size() == m_made, "the elements that live");
+        Expect(m_queue.elements.size() == m_created, "the number of elements");
     }
 
 private:
@@ -93,27 +93,27 @@ private:
 
     void Init(uint32_t count, uint8_t limit)
     {
-        m_queue.madeAtMost = limit < 64 ? limit : SIZE_MAX;
-        const bool isVacant = m_stopped && m_made == 0;
-        const bool works = isVacant && count <= m_queue.madeAtMost;
-        Expect(m_queue.Init(count) == works, "whether the queue begins");
+        m_queue.maxElements = limit < 64 ? limit : SIZE_MAX;
+        const bool isVacant = m_stopped && m_created == 0;
+        const bool works = isVacant && count <= m_queue.maxElements;
+        Expect(m_queue.Init(count) == works, "whether Init succeeds");
         if (works) {
             m_stopped = false;
-            m_made = count;
-            m_free.assign(m_queue.living.begin(), m_queue.living.end());
+            m_created = count;
+            m_free.assign(m_queue.elements.begin(), m_queue.elements.end());
         }
     }
 
     void Cleared()
     {
         m_stopped = true;
-        m_made = 0;
+        m_created = 0;
         m_free.clear();
         m_data.clear();
-        m_held.clear();
+        m_takenOut.clear();
     }
 
-    // One element from the queue; on an empty one that runs, the wait and its end.
+    // Takes an element out of the queue. If the queue is empty and not stopped, waits, and ends the wait.
     void Take(Queue &model, Pop pop, Push push, uint8_t choice)
     {
         if (!model.empty() || m_stopped) {
@@ -121,65 +121,65 @@ private:
             if (!model.empty()) {
                 expected = model.front();
                 model.pop_front();
-                m_held.push_back(expected);
+                m_takenOut.push_back(expected);
             }
             Expect((m_queue.*pop)() == expected, "the oldest element comes first");
             return;
         }
         auto waiting = std::async(std::launch::async, [&] { return (m_queue.*pop)(); });
-        if (m_held.empty() || choice % 2 == 0) {
+        if (m_takenOut.empty() || choice % 2 == 0) {
             m_queue.Stop();
             m_stopped = true;
-            Expect(waiting.get() == nullptr, "stopping ends a wait with nothing");
+            Expect(waiting.get() == nullptr, "stopping ends a wait without an element");
         } else {
-            Element *element = m_held[choice % m_held.size()];
+            Element *element = m_takenOut[choice % m_takenOut.size()];
             (m_queue.*push)(element);
-            Expect(waiting.get() == element, "an element ends a wait");
+            Expect(waiting.get() == element, "a pushed element ends a wait");
         }
     }
 
-    void Give(Queue &model, Push push, uint8_t choice)
+    void Return(Queue &model, Push push, uint8_t choice)
     {
-        if (m_held.empty()) {
+        if (m_takenOut.empty()) {
             return;
         }
-        const auto element = m_held.begin() + static_cast<std::ptrdiff_t>(choice % m_held.size());
+        const auto element = m_takenOut.begin() + static_cast<std::ptrdiff_t>(choice % m_takenOut.size());
         (m_queue.*push)(*element);
         if (!m_stopped) {
             model.push_back(*element);
         }
-        m_held.erase(element); // a stopped queue has it back, too
+        m_takenOut.erase(element); // a stopped queue accepts it, too
     }
 
-    // As a producer and a consumer do, so many times.
-    void Drain(uint8_t times)
+    // Circulates elements as a producer and a consumer do, a number of times.
+    void Circulate(uint8_t times)
     {
         for (uint8_t i = 0; i < times && !m_free.empty(); ++i) {
             Take(m_free, &NumberedQueue::PopFree, &NumberedQueue::PushFree, 0);
-            Give(m_data, &NumberedQueue::PushData, static_cast<uint8_t>(m_held.size() - 1));
+            Return(m_data, &NumberedQueue::PushData, static_cast<uint8_t>(m_takenOut.size() - 1));
             if (!m_data.empty()) {
                 Take(m_data, &NumberedQueue::PopData, &NumberedQueue::PushData, 0);
-                Give(m_free, &NumberedQueue::PushFree, static_cast<uint8_t>(m_held.size() - 1));
+                Return(m_free, &NumberedQueue::PushFree, static_cast<uint8_t>(m_takenOut.size() - 1));
             }
         }
     }
 
     NumberedQueue m_queue;
     bool m_stopped = true;
-    size_t m_made = 0;
+    size_t m_created = 0;
     Queue m_free;
     Queue m_data;
-    std::vector<Element *> m_held;
+    std::vector<Element *> m_takenOut;
 };
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    constexpr int mostSteps = 1000;
+    constexpr int maxSteps = 1000;
     Input input(data, size);
     Comparison comparison;
-    for (int step = 0; step < mostSteps && !input.IsEmpty(); ++step) {
+    for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
         comparison.Step(input);
     }
     return 0;

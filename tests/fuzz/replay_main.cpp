@@ -1,5 +1,5 @@
-// Gives a fuzz target every file of the named files and folders, once: what a fuzzer has found is
-// tried again by any build, without a fuzzer. A finding ends the process as it did then.
+// Runs a fuzz target once for every file of the named files and folders, so that any build replays the seed
+// corpora and the findings without a fuzzer. A finding that is not fixed ends the process.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// In the order of their names, so that each run is the same.
+// Sorted by name, so that each run has the same order.
 std::vector<fs::path> FilesIn(const fs::path &path)
 {
     if (!fs::is_directory(path)) {
@@ -31,7 +31,7 @@ std::vector<fs::path> FilesIn(const fs::path &path)
     return files;
 }
 
-// In a block of exactly its size, so that the first byte read behind it is noticed.
+// The input has a block of exactly its size, so that AddressSanitizer reports a read behind it.
 void Replay(const fs::path &path)
 {
     const size_t size = fs::file_size(path);
@@ -50,10 +50,10 @@ int main(int count, char **arguments)
     try {
         size_t inputs = 0;
         for (int i = 1; i < count; ++i) {
-            // A target that has had no finding has no folder of them.
+            // A target without findings has no folder for them.
             const fs::path path = arguments[i];
             for (const fs::path &file : fs::exists(path) ? FilesIn(path) : std::vector<fs::path>{}) {
-                std::fprintf(stderr, "%s\n", file.filename().c_str()); // the last one is the culprit
+                std::fprintf(stderr, "%s\n", file.filename().c_str()); // the last name printed is the finding
                 Replay(file);
                 ++inputs;
             }

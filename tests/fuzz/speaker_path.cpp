@@ -1,15 +1,15 @@
-// The road from the host's frame to the speaker: any bytes in any sequence on both ids, through the
-// table, with FFmpeg's own decoder behind it and the fake endpoint at its end.
+// The path from the host's frame to the speaker: any bytes in any sequence on both ids, through the table
+// and FFmpeg's decoder to the fake endpoint.
 //
-// Varied: the endpoint's mix format; the frames' bytes and sizes, empty ones and a size below the
-// bytes that are there; ids, their stated lengths, missing records and payloads; sizes that no block
-// of memory has; parameters, closes, a lost or changed endpoint, idle releases and new starts. Not
-// varied, because hosts must not do it: stating more bytes than there are.
+// Varied: the endpoint's mix format; the bytes and sizes of frames, among them empty frames and sizes
+// below the bytes that are there; ids and their stated lengths; missing records and payloads; sizes that
+// cannot be allocated; parameters; closes; a lost or changed endpoint; idle releases and new starts. Not
+// varied, because hosts must not do it: a size above the bytes that are there.
 //
-// Each input begins and ends with a module as after loading, so that a finding needs no other input.
+// Each input begins and ends with a module as it is after loading, so that a finding needs no other input.
 #include "tests/fakes/redirect.h"
 
-// The tracks are this file's own; here they are destroyed and built again as unloading and loading do.
+// Included, so that this target can destroy the tracks and construct them again, as unloading and loading do.
 #include "handler/speaker_track.cpp"
 
 #include <array>
@@ -20,12 +20,11 @@
 
 #include "ffmpeg_messages.h"
 #include "input.h"
+#include "module_table.h"
 #include "tests/fakes/fake_endpoint.h"
 #include "tests/fakes/log_recorder.h"
 #include "tests/unit/audio_player_probe.h"
 #include "tests/unit/play_thread_probe.h"
-
-extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace velto {
 
@@ -40,38 +39,29 @@ namespace {
 
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
+using velto_fuzz::Table;
 
-constexpr int mostSteps = 200;
+constexpr int maxSteps = 200;
 constexpr uint64_t idleMs = 240000;
 
-const AudioHandlerTable &Table()
-{
-    static const AudioHandlerTable table = [] {
-        AudioHandlerTable filled{};
-        Expect(VELTOGetAudioHandler(&filled) == VELTO_OK, "the module's entry");
-        return filled;
-    }();
-    return table;
-}
-
-// Four minutes without a frame, until the watchdog has given the speakers back.
+// Lets four minutes pass without a frame, until the watchdog has released the speakers.
 void ReleaseIdle()
 {
-    constexpr int longWait = 1 << 17; // of the fake's short sleeps: many seconds
+    constexpr int maxSleeps = 1 << 17; // many seconds of the fake's short sleeps
     if (velto::DeviceState != velto::DEVICE_READY) {
         return;
     }
     Expect(fakewin::AwaitClockWaiters(1), "the watchdog waits");
     fakewin::AdvanceClock(idleMs);
     for (int i = 0; velto::DeviceState != velto::DEVICE_NOT_INITIALISED; ++i) {
-        Expect(i < longWait, "the watchdog gives the speakers back");
+        Expect(i < maxSleeps, "the watchdog releases the speakers");
         Sleep(1);
     }
 }
 
-// What a new start after an idle release, or unloading, gives up by design is freed here: the
-// decoder's objects, the renderer's converter, blocks in the queues.
-void FreeWhatIsGivenUp()
+// Frees the known leaks of an idle release with a new start, and of unloading: the decoder's objects, the
+// renderer's converter, queued blocks.
+void FreeKnownLeaks()
 {
     for (velto::SpeakerTrack *track : {&velto::tracks->media, &velto::tracks->call}) {
         velto::AudioPlayThreadProbe play(*track->playThread);
@@ -95,7 +85,7 @@ void Reload()
     velto::speakerAudioParams.bitsPerSample = 16;
 }
 
-fakes::MixFormat TakeMixFormat(Input &input)
+fakes::MixFormat ReadMixFormat(Input &input)
 {
     constexpr std::array<uint16_t, 6> channels{2, 1, 4, 6, 8, 3};
     constexpr std::array<uint16_t, 4> bits{32, 16, 24, 8};
@@ -107,7 +97,7 @@ fakes::MixFormat TakeMixFormat(Input &input)
     return format;
 }
 
-std::string TakeId(Input &input, uint8_t choice)
+std::string ReadId(Input &input, uint8_t choice)
 {
     switch (choice % 4) {
     case 0:
@@ -129,7 +119,7 @@ public:
     void Step()
     {
         const uint8_t choice = m_input.Byte();
-        const std::string id = TakeId(m_input, choice >> 3);
+        const std::string id = ReadId(m_input, choice >> 3);
         switch (choice % 8) {
         case 0:
         case 1:
@@ -140,7 +130,7 @@ public:
             WriteFrame(id, m_input.Short());
             break;
         case 4:
-            WriteOddly(id, m_input.Byte());
+            WriteInvalid(id, m_input.Byte());
             break;
         case 5:
             SetParameters(id);
@@ -157,22 +147,22 @@ public:
 private:
     static uint32_t Length(const std::string &id) { return static_cast<uint32_t>(id.size()); }
 
-    // In a block of its own, so that the first byte read behind it is noticed.
-    void WriteFrame(const std::string &id, uint32_t understated)
+    // The payload has a block of its own, so that AddressSanitizer reports a read behind it.
+    void WriteFrame(const std::string &id, uint32_t understatement)
     {
         const auto bytes = m_input.Block(m_input.Short());
         std::vector<uint8_t> payload(bytes.begin(), bytes.end());
         const auto room = static_cast<uint32_t>(payload.size());
-        StreamFrameHeader header{m_input.Byte(), room - std::min(room, understated), 0};
+        StreamFrameHeader header{m_input.Byte(), room - std::min(room, understatement), 0};
         StreamFrame frame{payload.data(), {}, &header};
         Expect(Table().WriteStreamBuffer(id.c_str(), Length(id), nullptr, &frame) == VELTO_OK,
-               "a frame is taken or dropped");
-        Expect(std::equal(payload.begin(), payload.end(), bytes.begin()), "the host's bytes are left alone");
+               "a frame is accepted or dropped");
+        Expect(std::equal(payload.begin(), payload.end(), bytes.begin()), "the host's bytes are unchanged");
     }
 
-    void WriteOddly(const std::string &id, uint8_t way)
+    void WriteInvalid(const std::string &id, uint8_t way)
     {
-        constexpr uint32_t largestRefused = 0x80000000; // from here on FFmpeg's sizes are negative
+        constexpr uint32_t largestRefused = 0x80000000; // from here on, sizes are negative for FFmpeg
         uint8_t payload[1] = {0};
         StreamFrameHeader header{0, 1, 0};
         StreamFrame frame{payload, {}, &header};
@@ -194,11 +184,11 @@ private:
             break;
         case 3:
             Expect(write(id.c_str(), Length(id) + 1 + m_input.Byte(), &frame) == VELTO_ERROR_INVALID,
-                   "an id of another length");
+                   "an id with another length");
             break;
         case 4:
             header.size = largestRefused | m_input.Word();
-            Expect(write(id.c_str(), Length(id), &frame) == VELTO_OK, "a size that no memory has");
+            Expect(write(id.c_str(), Length(id), &frame) == VELTO_OK, "a size that cannot be allocated");
             break;
         default:
             Expect(write(nullptr, Length(id), &frame) == VELTO_ERROR_INVALID, "no id");
@@ -227,7 +217,7 @@ private:
         switch (way % 5) {
         case 0:
             ReleaseIdle();
-            FreeWhatIsGivenUp();
+            FreeKnownLeaks();
             break;
         case 1:
             audio.Invalidate(L"speakers");
@@ -260,17 +250,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fakewin::Reset();
     audio.Reset();
     fakes::LogRecorder::Instance().Clear();
-    audio.Get(L"speakers").mixFormat = TakeMixFormat(input);
-    audio.Add(L"headset").mixFormat = TakeMixFormat(input);
+    audio.Get(L"speakers").mixFormat = ReadMixFormat(input);
+    audio.Add(L"headset").mixFormat = ReadMixFormat(input);
 
     Session session(input);
-    for (int step = 0; step < mostSteps && !input.IsEmpty(); ++step) {
+    for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
         session.Step();
     }
     ReleaseIdle();
-    FreeWhatIsGivenUp();
+    FreeKnownLeaks();
     Reload();
-    // FFmpeg would refuse every later frame.
+    // After the end of the stream, FFmpeg would refuse every later frame.
     const std::wstring ended = L"AUDIO decode error:" + std::to_wstring(AVERROR_EOF);
     Expect(fakes::LogRecorder::Instance().Count(LOG_LEVEL_ERROR, ended,
                                                 "velto::FFmpegDecode::DecoderAudioFrame") == 0,
