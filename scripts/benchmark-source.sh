@@ -1,8 +1,8 @@
 # Fetches the source of Google Benchmark, as Debian packages it, into the cache.
 # Sourced by scripts/setup after ffmpeg-for-windows.sh, whose fetch_source it uses.
 #
-# The folder is made beside its final place and renamed, so that it is whole when
-# it is there. bench/ compiles it for Windows; Debian's binary package is for Linux.
+# The folder is created under a temporary name and then renamed, so that it is complete if it exists. bench/
+# compiles the source for Windows, because Debian's binary package is for Linux.
 
 benchmark_source=$cache/benchmark-source
 
@@ -15,7 +15,7 @@ fetch_benchmark() {
         return
     fi
     work=$(mktemp -d "$cache/build.XXXXXX")
-    # shellcheck disable=SC2064  # the folder's name as it is now
+    # shellcheck disable=SC2064  # expands the folder's name now
     trap "rm -rf '$work'" EXIT
     say "fetching the source of Google Benchmark"
     fetch_source benchmark "$work"

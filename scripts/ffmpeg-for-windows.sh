@@ -1,15 +1,13 @@
 # Builds FFmpeg 5.1 for Windows from Debian's source package into the cache.
 # Sourced by scripts/setup after lib.sh.
 #
-# A finished build is a folder ffmpeg-<version>-<hash of the configure line> that
-# holds bin/, include/, lib/ and a stamp with the checksum of every file. It is
-# made in a temporary folder and renamed into place, so a folder without a
-# matching stamp is one that was damaged later, and is built again.
-# The link ffmpeg-windows beside it is what CMake looks at by default.
+# A finished build is the folder ffmpeg-VERSION-HASH, with the hash of the configure line. It contains bin/,
+# include/, lib/ and a stamp with the checksum of every file. It is created under a temporary name and then
+# renamed, so a folder that does not match its stamp was damaged later, and is built again. The link
+# ffmpeg-windows next to it is CMake's default.
 
-# Only what the module and its host need: AAC in the containers people have, and
-# the resampler. Win32 threads, and a static winpthread for the two clock functions
-# that FFmpeg takes from it, keep libwinpthread-1.dll out of the import tables.
+# Only the parts that the module and its host need: AAC in its usual containers, and the resampler. Win32
+# threads, and a static winpthread for two clock functions, keep libwinpthread-1.dll out of the import tables.
 ffmpeg_options=(
     --target-os=mingw32 --arch=x86_64 --enable-cross-compile
     --cross-prefix=x86_64-w64-mingw32- --cc=x86_64-w64-mingw32-gcc-posix
@@ -28,8 +26,8 @@ ffmpeg_dlls=(avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
 
 ffmpeg_hash() { printf '%s\n' "${ffmpeg_options[@]}" | sha256sum | cut -c1-12; }
 
-# ffmpeg_whole FOLDER: are all files there, unchanged, and the four DLLs among them?
-ffmpeg_whole() {
+# ffmpeg_complete FOLDER: succeeds if all files match the stamp, and the four DLLs are among them.
+ffmpeg_complete() {
     local dll
     [ -f "$1/stamp" ] || return 1
     for dll in "${ffmpeg_dlls[@]}"; do
@@ -38,11 +36,11 @@ ffmpeg_whole() {
     (cd "$1" && sha256sum --quiet --strict --check stamp) >/dev/null 2>&1
 }
 
-# Prints the newest whole build of this configure line, if there is one.
+# Prints the newest complete build with this configure line, or fails.
 ffmpeg_cached() {
     local folder
     while IFS= read -r folder; do
-        if ffmpeg_whole "$folder"; then
+        if ffmpeg_complete "$folder"; then
             printf '%s\n' "$folder"
             return 0
         fi
@@ -52,14 +50,14 @@ ffmpeg_cached() {
 
 ffmpeg_link() { ln -sfnT "$1" "$cache/ffmpeg-windows"; }
 
-# private_source_list FOLDER [APT]: the package sources of this machine, asked for source
-# packages, as files in FOLDER. Only Debian's own suites matter; a disc holds no sources.
+# private_source_list FOLDER [APT]: copies the machine's package sources into FOLDER, changed to source
+# packages. Leaves out other suites than Debian's, and discs, which have no source packages.
 private_source_list() {
     local file out=$1 apt=${2:-/etc/apt}
     mkdir -p "$out"
     for file in "$apt"/sources.list.d/*.sources; do
         [ -f "$file" ] || continue
-        # A stanza at a time.
+        # An empty RS makes awk read one stanza at a time.
         awk -v RS= -v ORS='\n\n' '/(^|\n)Suites:[^\n]*bookworm/ && !/(^|\n)URIs: *cdrom/' "$file" |
             sed -E 's/^Types:.*/Types: deb-src/' >"$out/$(basename "$file")"
     done
@@ -76,8 +74,8 @@ deb MIRROR bookworm main"
     fi
 }
 
-# fetch_source PACKAGE FOLDER: downloads a Debian source package and unpacks it to FOLDER/tree.
-# Needs no root, leaves the machine's own package lists alone.
+# fetch_source PACKAGE FOLDER: downloads a Debian source package and unpacks it to FOLDER/tree. Needs no root,
+# and does not change the machine's package lists.
 fetch_source() {
     local package=$1 folder=$2
     mkdir -p "$folder/lists/partial" "$folder/archives/partial" "$folder/download"
@@ -87,7 +85,7 @@ fetch_source() {
         -oDir::State::Lists="$folder/lists" -oDir::Cache="$folder/archives"
         -oAPT::Sandbox::User= -oAcquire::Retries=3
     )
-    # One list that cannot be had (a foreign archive without sources) is no reason to stop.
+    # Continues without a list that cannot be downloaded, for example of an archive without sources.
     apt-get "${options[@]}" update >"$folder/log" 2>&1 || true
     if ! (cd "$folder/download" && apt-get "${options[@]}" source --download-only "$package") >>"$folder/log" 2>&1; then
         tail -n 12 "$folder/log" | sed 's/^/    | /' >&2
@@ -101,7 +99,7 @@ fetch_source() {
 build_ffmpeg() {
     local work version target
     mkdir -p "$cache"
-    # One build at a time: whoever comes second finds the first one's result.
+    # One build at a time. A second script waits here, and then finds the first one's build.
     exec 9>"$cache/lock"
     flock 9
     if target=$(ffmpeg_cached); then
@@ -109,7 +107,7 @@ build_ffmpeg() {
         return
     fi
     work=$(mktemp -d "$cache/build.XXXXXX")
-    # shellcheck disable=SC2064  # the folder's name as it is now
+    # shellcheck disable=SC2064  # expands the folder's name now
     trap "rm -rf '$work'" EXIT
 
     say "fetching the source of FFmpeg"
@@ -140,7 +138,7 @@ build_ffmpeg() {
     printf '%s\n' "${ffmpeg_options[@]}" >"$work/out/configure-options"
     (cd "$work/out" && find . -type f ! -name stamp -print0 | sort -z | xargs -0 sha256sum >"$work/stamp")
     mv "$work/stamp" "$work/out/stamp"
-    ffmpeg_whole "$work/out" || die "FFmpeg was built, but its four DLLs are not all there"
+    ffmpeg_complete "$work/out" || die "FFmpeg was built, but one of its four DLLs is missing"
     ! x86_64-w64-mingw32-objdump -p "$work/out/bin"/*.dll | grep 'DLL Name: lib' ||
         die "FFmpeg was built, but its DLLs need the compiler's run-time DLLs"
     rm -rf "$target"

@@ -1,4 +1,4 @@
-"""How a build compiles the module's own sources, told to clang-tidy and cppcheck. Called by scripts/lint.
+"""Writes the compile commands of a build in a form that clang-tidy and cppcheck understand. Called by scripts/lint.
 
 lint_commands.py BUILD OUT: writes OUT/compile_commands.json and OUT/sources.
 """
@@ -17,7 +17,7 @@ REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 @functools.cache
 def headers_of(compiler):
-    """Where the cross compiler finds the C++ library's and Windows' headers; clang has its own intrinsics."""
+    """The folders of the cross compiler's headers: the C++ library's and Windows'. clang has its own intrinsics."""
     text = subprocess.run([compiler, "-E", "-x", "c++", "-v", "/dev/null"],
                           check=True, capture_output=True, text=True).stderr
     listed = text.split("#include <...> search starts here:")[1].split("End of search list.")[0].split()
@@ -25,11 +25,11 @@ def headers_of(compiler):
 
 
 def for_clang(command):
-    # clang cannot read g++'s precompiled headers; what counts in the tests' is the redirection.
+    # clang cannot read g++'s precompiled headers. Of the tests' precompiled header, only the redirection matters.
     redirection = f"-include {REDIRECT}" if "velto_module_under_test.dir" in command else ""
     command = re.sub(r"-Winvalid-pch -include \S+/cmake_pch\.hxx", redirection, command)
     compiler, arguments = command.split(" ", 1)
-    # cppcheck reads macros and folders only, and would try both systems.
+    # cppcheck reads only macros and folders, and would check the code of both systems without -U_WIN32.
     if "mingw32" not in compiler:
         return f"clang++ -U_WIN32 {arguments}"
     folders = " ".join(f"-isystem {folder}" for folder in headers_of(compiler))
@@ -42,8 +42,8 @@ def main():
     chosen = {}
     for entry in json.loads((build / "compile_commands.json").read_text("utf-8")):
         source = pathlib.Path(entry["file"])
-        # As they are; where only the tests compile a source on Linux, as they do it. The examples in C are
-        # kept short instead.
+        # The product's command comes first; some sources are compiled on Linux only by the tests. The examples in C
+        # are not checked: their code is kept short.
         if source.suffix == ".cpp" and any(folder in source.parents for folder in OWN):
             if entry["file"] not in chosen or "velto_module_under_test.dir" not in entry["command"]:
                 chosen[entry["file"]] = {**entry, "command": for_clang(entry["command"])}

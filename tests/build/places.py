@@ -1,4 +1,4 @@
-"""Where the build under test is."""
+"""Paths of the build under test."""
 
 import os
 import pathlib

@@ -1,4 +1,4 @@
-"""What the shipped files export and import, and what their headers say."""
+"""Exports, imports and headers of the shipped files."""
 
 import os
 import pathlib
@@ -13,7 +13,7 @@ import places
 WINDOWS = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll",
            "shell32.dll", "user32.dll"}
 
-# What the module asks of them.
+# Those that the module imports.
 MODULE_IMPORTS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll"}
 OWN = tuple(name for name in places.SHIPPED if name not in places.FFMPEG)
 
@@ -38,35 +38,35 @@ def imports(name):
 
 
 class ShippedFiles(unittest.TestCase):
-    def test_the_module_exports_its_entry_and_nothing_else(self):
+    def test_module_exports_only_its_entry(self):
         self.assertEqual(exports(places.MODULE), ["VELTOGetAudioHandler"])
 
-    def test_the_module_imports_these_libraries_and_no_others(self):
+    def test_module_imports_only_listed_libraries(self):
         self.assertEqual(imports(places.MODULE), MODULE_IMPORTS | set(places.FFMPEG))
 
-    def test_nothing_is_needed_beside_windows_and_ffmpeg(self):
+    def test_shipped_files_need_only_windows_and_ffmpeg(self):
         for name in places.SHIPPED:
             with self.subTest(name):
                 needed = imports(name)
                 self.assertIn("kernel32.dll", needed)
                 self.assertEqual(needed - WINDOWS - set(places.FFMPEG), set())
 
-    def test_the_host_reaches_the_module_at_run_time_only(self):
+    def test_programs_do_not_import_the_module(self):
         for name in ("velto-host.exe", "velto-host-example.exe", "velto-recorder-example.exe"):
             with self.subTest(name):
                 self.assertNotIn(places.MODULE.lower(), imports(name))
 
-    def test_addresses_are_random_and_data_is_not_executable(self):
+    def test_headers_ask_for_random_addresses_and_non_executable_data(self):
         for name in OWN:
             with self.subTest(name):
                 text = headers(name)
-                # High entropy, dynamic base, NX compatible; nothing else.
+                # Exactly these flags: high entropy, dynamic base, NX compatible.
                 self.assertRegex(text, r"DllCharacteristics\s+00000160\n")
-                # Random in all 64 bits only from above 4 GiB.
+                # Windows uses all 64 bits only for an image base above 4 GiB.
                 base = re.search(r"ImageBase\s+([0-9a-f]{16})", text)
                 self.assertGreaterEqual(int(base[1], 16), 2**32)
 
-    def test_what_can_be_written_cannot_be_run_and_all_can_be_moved(self):
+    def test_no_section_is_writable_and_executable_and_relocations_are_kept(self):
         for name in OWN:
             with self.subTest(name):
                 found = re.findall(r"^ *\d+ (\S+) +([0-9a-f]{8}) .*\n +(\S.*)$", sections(places.BIN / name), re.M)
@@ -75,7 +75,7 @@ class ShippedFiles(unittest.TestCase):
                 self.assertIn(".reloc", [section for section, size, _ in found if int(size, 16) > 0])
                 self.assertNotIn("relocations stripped", headers(name))
 
-    def test_each_tells_its_version(self):
+    def test_version_resource_has_version_and_file_name(self):
         version = os.environ["VELTO_VERSION"]
         for name in (places.MODULE, "velto-host.exe"):
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
@@ -87,7 +87,7 @@ class ShippedFiles(unittest.TestCase):
                 self.assertRegex(text, rf"FileVersion\0+{re.escape(version)}\0")
                 self.assertRegex(text, rf"OriginalFilename\0+{re.escape(name)}\0")
 
-    def test_debug_information_stands_in_a_file_of_its_own(self):
+    def test_debug_information_is_in_a_separate_file(self):
         for name in (places.MODULE, "velto-host.exe"):
             with self.subTest(name):
                 self.assertLess((places.BIN / name).stat().st_size, 4_000_000)

@@ -1,5 +1,4 @@
-"""The C interface compiles alone in the languages and compilers that a host may use, and so does the code
-that its documents show."""
+"""The public header compiles in all supported languages and compilers, and so does the code in the documents."""
 
 import re
 import subprocess
@@ -27,25 +26,25 @@ class PublicHeader(unittest.TestCase):
                 result = compile_as(compiler, language, standard)
                 self.assertEqual(result.returncode, 0, result.stderr)
 
-    def test_compiles_as_c99(self):
+    def test_header_compiles_as_c99(self):
         self.compiles("c", "c99")
 
-    def test_compiles_as_c11(self):
+    def test_header_compiles_as_c11(self):
         self.compiles("c", "c11")
 
-    def test_compiles_as_cpp11(self):
+    def test_header_compiles_as_cpp11(self):
         self.compiles("c++", "c++11")
 
-    def test_compiles_as_cpp20(self):
+    def test_header_compiles_as_cpp20(self):
         self.compiles("c++", "c++20")
 
-    def test_a_wrong_use_does_not_compile(self):
+    def test_unknown_type_does_not_compile(self):
         result = compile_as(["gcc"], "c", "c99", SOURCE + "VeltoNoSuchType value;\n")
         self.assertNotEqual(result.returncode, 0)
 
 
 class Layout(unittest.TestCase):
-    """A renamed field or two swapped slots do not compile: an assertion names each of them."""
+    """Static assertions in the header refuse renamed fields and swapped slots."""
 
     def setUp(self):
         self.text = HEADER.read_text("utf-8")
@@ -58,7 +57,7 @@ class Layout(unittest.TestCase):
             changed.write_text(text, "utf-8")
             for language, standard in (("c", "c99"), ("c", "c11"), ("c++", "c++11")):
                 result = compile_as(["gcc"], language, standard, include=folder)
-                self.assertNotEqual(result.returncode, 0, f"{language} {standard} took the changed layout")
+                self.assertNotEqual(result.returncode, 0, f"{language} {standard} accepts the changed layout")
 
     def test_every_slot_has_an_assertion(self):
         slots = re.findall(r"\(\*(\w+)\)\(", self.text.partition("typedef struct AudioHandlerTable")[2])[:11]
@@ -90,13 +89,13 @@ class Documents(unittest.TestCase):
                  "-", "-o", f"{folder}/example.exe"], input=code, capture_output=True, text=True)
             self.assertEqual(result.returncode, 0, result.stderr)
 
-    def test_the_example_in_the_header_builds(self):
+    def test_example_in_the_header_builds(self):
         code = HEADER.read_text("utf-8").partition("@code{.c}\n")[2].partition(" * @endcode")[0]
         code = re.sub(r"^ \* ?", "", code, flags=re.M)
         self.assertIn("int main(void)", code)
         self.assert_builds(code)
 
-    def test_the_code_of_the_guide_builds(self):
+    def test_code_in_the_guide_builds(self):
         guide = (places.REPOSITORY / "docs" / "integration.md").read_text("utf-8")
         pieces = re.findall(r"^```c\n(.*?)^```$", guide, re.S | re.M)
         self.assertEqual(len(pieces), 5)

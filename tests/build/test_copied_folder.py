@@ -1,4 +1,4 @@
-"""The shipped files in a folder of their own: complete, wherever they are copied."""
+"""The shipped files run from any folder."""
 
 import os
 import pathlib
@@ -25,18 +25,18 @@ class CopiedFolder(unittest.TestCase):
         return subprocess.run(["wine", str(self.folder / "velto-host.exe"), *arguments], cwd="/",
                               env=environment, capture_output=True, text=True, timeout=60)
 
-    def test_the_host_starts(self):
+    def test_host_starts(self):
         result = self.run_host("--help")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("play", result.stdout)
 
-    def test_the_host_finds_and_loads_the_module(self):
+    def test_host_finds_and_loads_the_module(self):
         result = self.run_host("capabilities")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("speaker1", result.stdout)
 
-    def test_without_ffmpeg_the_module_cannot_be_loaded(self):
-        # Shows that the two tests above find nothing outside the folder.
+    def test_module_cannot_be_loaded_without_ffmpeg(self):
+        # Without this check, the tests above could pass with libraries from outside the folder.
         (self.folder / "swresample-4.dll").unlink()
         self.assertNotEqual(self.run_host("capabilities").returncode, 0)
 

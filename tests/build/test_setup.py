@@ -1,4 +1,4 @@
-"""What the set-up makes of a damaged cache and of a machine's package sources."""
+"""The set-up with a damaged cache, and with the package sources of different machines."""
 
 import os
 import pathlib
@@ -24,7 +24,7 @@ class FFmpegCache(unittest.TestCase):
         cache = pathlib.Path(folder.name) / "velto-audio-handler"
         hash_ = shell("ffmpeg_hash").stdout.strip()
         self.build = cache / f"ffmpeg-5.1.9-{hash_}"
-        # A small build: what counts is that its files are those in its stamp.
+        # The files need no real content; they must match the stamp.
         (self.build / "bin").mkdir(parents=True)
         for dll in places.FFMPEG:
             (self.build / "bin" / dll).write_text(f"the text of {dll}")
@@ -34,22 +34,22 @@ class FFmpegCache(unittest.TestCase):
     def cached(self):
         return shell("ffmpeg_cached", XDG_CACHE_HOME=self.home).stdout.strip()
 
-    def test_a_whole_build_is_found(self):
+    def test_complete_build_is_found(self):
         self.assertEqual(self.cached(), str(self.build))
 
-    def test_a_changed_file_is_noticed(self):
+    def test_build_with_a_changed_file_is_not_used(self):
         (self.build / "bin" / places.FFMPEG[0]).write_text("half of")
         self.assertEqual(self.cached(), "")
 
-    def test_a_missing_file_is_noticed(self):
+    def test_build_without_a_file_is_not_used(self):
         (self.build / "bin" / places.FFMPEG[1]).unlink()
         self.assertEqual(self.cached(), "")
 
-    def test_a_missing_stamp_is_noticed(self):
+    def test_build_without_a_stamp_is_not_used(self):
         (self.build / "stamp").unlink()
         self.assertEqual(self.cached(), "")
 
-    def test_a_build_of_another_configure_line_is_not_taken(self):
+    def test_build_with_another_configure_line_is_not_used(self):
         self.build.rename(self.build.with_name("ffmpeg-5.1.9-0123456789ab"))
         self.assertEqual(self.cached(), "")
 
@@ -62,39 +62,39 @@ class PackageSources(unittest.TestCase):
         self.out = pathlib.Path(folder.name) / "out"
         (self.apt / "sources.list.d").mkdir(parents=True)
 
-    def made(self):
+    def source_list(self):
         result = shell(f'private_source_list "{self.out}" "{self.apt}"')
         text = "".join(file.read_text() for file in sorted(self.out.glob("*"))) if self.out.is_dir() else ""
         return result, text
 
-    def test_one_line_form(self):
+    def test_sources_in_one_line_form_are_converted(self):
         (self.apt / "sources.list").write_text(
             "# deb http://mirror.example.org/debian bookworm contrib\n"
             "deb cdrom:[Debian GNU/Linux 12 _Bookworm_]/ bookworm main\n"
             "deb http://mirror.example.org/debian bookworm main\n"
             "deb-src http://mirror.example.org/debian bookworm main\n" + FOREIGN)
-        result, text = self.made()
+        result, text = self.source_list()
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(text, "deb-src http://mirror.example.org/debian bookworm main\n")
 
-    def test_stanza_form(self):
+    def test_sources_in_stanza_form_are_converted(self):
         (self.apt / "sources.list.d" / "debian.sources").write_text(
             "Types: deb\nURIs: http://mirror.example.org/debian\nSuites: bookworm bookworm-updates\nComponents: main\n\n"
             "Types: deb\nURIs: https://packages.example.org\nSuites: stable\nComponents: main\n")
-        result, text = self.made()
+        result, text = self.source_list()
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://mirror.example.org/debian\n"
                                        "Suites: bookworm bookworm-updates\nComponents: main")
 
-    def test_no_debian_source_is_an_error_with_a_remedy(self):
+    def test_missing_debian_source_is_an_error_with_a_remedy(self):
         (self.apt / "sources.list").write_text(FOREIGN)
-        result, _ = self.made()
+        result, _ = self.source_list()
         self.assertEqual(result.returncode, 1)
         self.assertIn("deb MIRROR bookworm main", result.stderr)
 
 
 class Commands(unittest.TestCase):
-    def test_an_unknown_option_is_refused_with_the_usage(self):
+    def test_unknown_option_is_refused_with_the_usage(self):
         for script in ("setup", "build"):
             with self.subTest(script):
                 result = subprocess.run([places.REPOSITORY / "scripts" / script, "--no-such-option"],
