@@ -104,4 +104,4 @@ def missed(f):
         if sound["damaged"] > allowed:
             yield call + f"{part}: {sound['damaged']} windows are damaged; the goal is at most {allowed:.0f}"
         if not delays or delays[2] > most:
-            yield call + f"{part}: the delay reached {f'{delays[2]:.0f} ms' if delays else 'no value'}; the goal is at most {most} ms"
+            yield call + f"{part}: the delay reached {f'{delays[2]:.1f} ms' if delays else 'no value'}; the goal is at most {most} ms"
