@@ -54,12 +54,16 @@ class Faults(session.SystemTest):
         self.prefix.make_default_output(self.speakers[speaker])
         self.prefix.make_default_input(self.microphones[microphone])
 
-    def test_endpoints_removed(self):
+    def move_call_and_remove_endpoints(self):
+        """Moves the call to the second endpoints, then removes these."""
         self.change_defaults("spkB", "micB")
         self.call.wait_for_streams("spkB", "micB")
         self.call.begin_fault()
         self.server.unload_sink("spkB")
         self.server.unload_source("micB")
+
+    def test_endpoints_removed(self):
+        self.move_call_and_remove_endpoints()
         time.sleep(5)
         self.call.end_fault()
         self.change_defaults("spkA", "Monitor of micA")
@@ -96,11 +100,7 @@ class Faults(session.SystemTest):
         self.finish("server killed, restarted after 5 s", "a change of the default devices", back, "spkA", "micA.monitor")
 
     def test_rate_changed(self):
-        self.change_defaults("spkB", "micB")
-        self.call.wait_for_streams("spkB", "micB")
-        self.call.begin_fault()
-        self.server.unload_sink("spkB")
-        self.server.unload_source("micB")
+        self.move_call_and_remove_endpoints()
         self.server.load_sink("spkB", 44100, 2)
         self.server.load_second_microphone("micB", "micA", 44100, 2)
         time.sleep(3)
