@@ -11,6 +11,7 @@
 // throws std::system_error.
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -95,23 +96,24 @@ protected:
     virtual void ReleaseElement(T element) { delete element; }
 
 private:
-    // Elements in the order in which they were put in. Has room for all elements of the pool, each of
-    // which is queued once at most, so that only Reserve allocates.
+    // Elements in arrival order. Reserve makes room for the pool, whose elements are queued once at most:
+    // in normal use nothing else allocates.
     class Queue {
     public:
         bool Empty() const { return m_count == 0; }
         size_t Size() const { return m_count; }
 
-        // Throws std::bad_alloc, with the queue as it was. Only when empty.
+        // Throws std::bad_alloc, with the queue unchanged. Only when empty.
         void Reserve(size_t count) { m_places.resize(count); }
 
-        // Ignores an element that there is no room for.
+        // Grows for an element that is not of the pool; then throws std::bad_alloc without memory.
         void PushBack(T element)
         {
-            if (m_count < m_places.size()) {
-                m_places[(m_first + m_count) % m_places.size()] = element;
-                ++m_count;
+            if (m_count == m_places.size()) {
+                Grow();
             }
+            m_places[(m_first + m_count) % m_places.size()] = element;
+            ++m_count;
         }
 
         // Not when empty.
@@ -127,6 +129,15 @@ private:
         void Release() { *this = Queue(); }
 
     private:
+        void Grow()
+        {
+            m_places.reserve(m_places.size() + 1);
+            std::rotate(m_places.begin(), m_places.begin() + static_cast<std::ptrdiff_t>(m_first),
+                        m_places.end());
+            m_first = 0;
+            m_places.resize(m_places.size() + 1);
+        }
+
         std::vector<T> m_places;
         size_t m_first = 0;
         size_t m_count = 0;

@@ -28,7 +28,7 @@ struct FFmpegDecode final : public std::enable_shared_from_this<FFmpegDecode> {
     FFmpegDecode &operator=(const FFmpegDecode &) = delete;
 
     // 0, or -1. Run again after an idle release, it overwrites the objects of the earlier run
-    // without freeing them: see "known leaks" in the architecture.
+    // without freeing them, by contract: docs/known-leaks.md.
     int32_t InitFFmpeg();
     // Decodes one frame. The payload is only borrowed; a frame that does not decode is dropped.
     void DecoderAudioFrame(StreamFrame *data);

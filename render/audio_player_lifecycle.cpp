@@ -155,7 +155,7 @@ bool AudioPlayerWas::StartOnEndpoint()
     }
     LogInfo(initTag, "AudioPlayerWas ", "Initialize end. BUFF_DURATIAN=", bufferDuration100ns);
 
-    // Leaks the previous opening's converter, by contract: "Known leaks" in docs/architecture.md.
+    // Leaks the previous opening's converter, by contract: docs/known-leaks.md.
     m_resampler = swr_alloc();
     if (!PointerPresent(initTag, 318, m_resampler) ||
         !CallSucceeded(initTag, 319, [this] { return ResampleInit(); }) || !BindClient(lines)) {

@@ -125,6 +125,21 @@ TEST_F(PacketQueue, FilledElementsComeOutOldestFirst)
     EXPECT_EQ(queue.DataCount(), 0);
 }
 
+TEST_F(PacketQueue, QueuesElementsThatAreNotOfThePool)
+{
+    ASSERT_TRUE(queue.Init(2));
+    std::array<Element, 4> others;
+    queue.PushData(&others[0]);
+    queue.PushData(&others[1]);
+    EXPECT_EQ(queue.PopData(), &others[0]); // the next one is no longer the first in memory
+    queue.PushData(&others[2]);
+    queue.PushData(&others[3]);
+    EXPECT_EQ(queue.DataCount(), 3);
+    for (const size_t next : {1U, 2U, 3U}) {
+        EXPECT_EQ(queue.PopData(), &others[next]);
+    }
+}
+
 TEST_F(PacketQueue, GivenBackElementsQueueUpBehindTheFreeOnes)
 {
     ASSERT_TRUE(queue.Init(2));
