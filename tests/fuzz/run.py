@@ -75,7 +75,8 @@ def run(target, seconds):
     if not any(findings.iterdir()):
         findings.rmdir()
     result = Run(int(executed[1]), passed, edges, int(counters[1]), int(found))
-    SCRIPT.say(f"{target}: {result.executions} executions in {passed} s, {edges} of {result.all_edges} edges, {int(found)} findings")
+    SCRIPT.say(f"{target}: {result.executions} executions in {passed} s, {edges} of {result.all_edges} edges, "
+               f"{result.findings} findings")
     if found:
         kept = re.findall(r"Test unit written to (\S+)", text)
         SCRIPT.warn(f"missed: {target} has a finding, kept as {kept[-1] if kept else 'no file'}; its log: {path}")

@@ -85,6 +85,8 @@ class Call:
                 self._compare(speaker, microphone)
                 self._print_progress()
             self.exit_code = host.wait(60)
+            # On a loaded machine, the comparison may have fallen behind until the host ended.
+            self._compare(speaker, microphone)
         finally:
             voice.stop()
             for recorder in (speaker, microphone):

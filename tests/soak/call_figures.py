@@ -104,4 +104,5 @@ def missed(f):
         if sound["damaged"] > allowed:
             yield call + f"{part}: {sound['damaged']} windows are damaged; the goal is at most {allowed:.0f}"
         if not delays or delays[2] > most:
-            yield call + f"{part}: the delay reached {f'{delays[2]:.1f} ms' if delays else 'no value'}; the goal is at most {most} ms"
+            longest = f"{delays[2]:.1f} ms" if delays else "unknown"
+            yield call + f"{part}: the longest delay is {longest}; the goal is at most {most} ms"
