@@ -315,8 +315,8 @@ typedef struct AudioHandlerTable {
      * than VELTO_QUEUE_UNITS waiting blocks the oldest is dropped.
      *
      * A stream of 4 units or fewer after load or SetAudioParameter is not heard: its blocks wait for
-     * the fifth. End each stream with VELTO_CUSHION_UNITS silent units, which also clear the decoder
-     * of the sound before them.
+     * the fifth. End each stream with VELTO_CUSHION_UNITS silent units at its pace, which also clear
+     * the decoder of the sound before them.
      *
      * @param unused not read
      * @param frame  data: one unit; header: streamType and size
