@@ -59,7 +59,7 @@ class Layout(unittest.TestCase):
                 result = compile_as(["gcc"], language, standard, include=folder)
                 self.assertNotEqual(result.returncode, 0, f"{language} {standard} accepts the changed layout")
 
-    def test_every_slot_has_an_assertion(self):
+    def test_every_slot_has_assertion(self):
         slots = re.findall(r"\(\*(\w+)\)\(", self.text.partition("typedef struct AudioHandlerTable")[2])[:11]
         self.assertEqual(len(slots), 11)
         for first, second in zip(slots, slots[1:] + slots[:1]):
@@ -67,7 +67,7 @@ class Layout(unittest.TestCase):
                 self.assert_refused(re.sub(rf"\(\*({first}|{second})\)\(", lambda slot: slot[0].replace(
                     slot[1], second if slot[1] == first else first), self.text))
 
-    def test_every_field_has_an_assertion(self):
+    def test_every_field_has_assertion(self):
         records, _, _ = self.text.partition("typedef struct AudioHandlerTable")
         records = records[records.index("typedef struct"):]
         fields = [(name, field) for name, body in re.findall(r"typedef struct (\w+) \{(.*?)\n\}", records, re.S)

@@ -29,29 +29,29 @@ struct Counts {
     int undecodable = 0;
 };
 
-class AacReaderTest : public testing::Test {
+class AacReader : public testing::Test {
 protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 
     // Reads to the end, and decodes what comes.
-    static Counts ReadAll(AacReader &reader)
+    static Counts ReadAll(host::AacReader &reader)
     {
         Counts counts;
         LevelMeter meter(reader.Stream());
         std::vector<uint8_t> frame;
         for (;;) {
             switch (reader.Read(frame)) {
-            case AacReader::Outcome::FRAME:
+            case host::AacReader::Outcome::FRAME:
                 ++counts.frames;
                 counts.undecodable += meter.PeakDb(frame) ? 0 : 1;
                 break;
-            case AacReader::Outcome::DAMAGED:
+            case host::AacReader::Outcome::DAMAGED:
                 ++counts.damaged;
                 break;
-            case AacReader::Outcome::MISSING:
+            case host::AacReader::Outcome::MISSING:
                 ++counts.missing;
                 break;
-            case AacReader::Outcome::END:
+            case host::AacReader::Outcome::END:
                 return counts;
             }
         }
@@ -60,7 +60,7 @@ protected:
     static std::string WhyRefused(const SampleFile &file)
     {
         try {
-            AacReader reader(file.Utf8Path());
+            host::AacReader reader(file.Utf8Path());
         } catch (const AacFileError &error) {
             return error.what();
         }
@@ -68,11 +68,11 @@ protected:
     }
 };
 
-TEST_F(AacReaderTest, AdtsUnitsComeWithoutTheirHeaders)
+TEST_F(AacReader, ReadsAdtsFramesWithoutTheirHeaders)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", Tone{.units = 40});
-    AacReader reader(file.Utf8Path());
+    host::AacReader reader(file.Utf8Path());
     EXPECT_TRUE(reader.Stream().isAdts);
     EXPECT_EQ(reader.Stream().sampleRateHz, 48000u);
     EXPECT_EQ(reader.Stream().channels, 2u);
@@ -85,46 +85,46 @@ TEST_F(AacReaderTest, AdtsUnitsComeWithoutTheirHeaders)
     for (int unit = 0; unit < 40; ++unit) {
         const auto header = ParseAdtsHeader(rest);
         ASSERT_TRUE(header.has_value()) << "unit " << unit;
-        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME) << "unit " << unit;
+        ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::FRAME) << "unit " << unit;
         const auto payload = rest.subspan(header->headerBytes, header->frameBytes - header->headerBytes);
         EXPECT_TRUE(std::equal(frame.begin(), frame.end(), payload.begin(), payload.end()))
             << "unit " << unit;
         rest = rest.subspan(header->frameBytes);
     }
-    EXPECT_EQ(reader.Read(frame), AacReader::Outcome::END);
+    EXPECT_EQ(reader.Read(frame), host::AacReader::Outcome::END);
     EXPECT_TRUE(rest.empty());
 }
 
-TEST_F(AacReaderTest, Mp4HoldsTheSameUnitsAsAdts)
+TEST_F(AacReader, ReadsSameFramesFromMp4AsFromAdts)
 {
     const SampleFile adts(u8"tone.aac");
     WriteTone(adts, "adts", Tone{.units = 40});
-    AacReader expected(adts.Utf8Path());
+    host::AacReader expected(adts.Utf8Path());
     for (const char *muxer : {"ipod", "mp4"}) {
         const SampleFile file(u8"tone.m4a");
         WriteTone(file, muxer, Tone{.units = 40});
-        AacReader reader(file.Utf8Path());
+        host::AacReader reader(file.Utf8Path());
         EXPECT_FALSE(reader.Stream().isAdts);
         EXPECT_EQ(reader.Stream().sampleRateHz, 48000u);
         EXPECT_NEAR(reader.Stream().durationSeconds, 40 * 1024 / 48000.0, 0.03);
-        AacReader same(adts.Utf8Path());
+        host::AacReader same(adts.Utf8Path());
         std::vector<uint8_t> frame;
         std::vector<uint8_t> other;
         for (int unit = 0; unit < 40; ++unit) {
-            ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME) << muxer << " unit " << unit;
-            ASSERT_EQ(same.Read(other), AacReader::Outcome::FRAME);
+            ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::FRAME) << muxer << " unit " << unit;
+            ASSERT_EQ(same.Read(other), host::AacReader::Outcome::FRAME);
             EXPECT_EQ(frame, other) << muxer << " unit " << unit;
         }
-        EXPECT_EQ(reader.Read(frame), AacReader::Outcome::END);
+        EXPECT_EQ(reader.Read(frame), host::AacReader::Outcome::END);
     }
 }
 
-TEST_F(AacReaderTest, UnitsOfAnotherRateLastLonger)
+TEST_F(AacReader, ReportsRateChannelsAndFrameDurationOf22050HzMono)
 {
     for (const char *muxer : {"adts", "ipod"}) {
         const SampleFile file(u8"tone");
         WriteTone(file, muxer, Tone{.units = 20, .sampleRateHz = 22050, .channels = 1});
-        AacReader reader(file.Utf8Path());
+        host::AacReader reader(file.Utf8Path());
         EXPECT_EQ(reader.Stream().sampleRateHz, 22050u) << muxer;
         EXPECT_EQ(reader.Stream().channels, 1u) << muxer;
         EXPECT_DOUBLE_EQ(reader.Stream().FrameSeconds(), 1024 / 22050.0) << muxer;
@@ -134,28 +134,28 @@ TEST_F(AacReaderTest, UnitsOfAnotherRateLastLonger)
     }
 }
 
-TEST_F(AacReaderTest, NameMayHoldAnyCharacter)
+TEST_F(AacReader, OpensFileWithNonAsciiName)
 {
     const SampleFile file(u8"\u00FCn\u00EF \u65E5\u672C.aac");
     WriteTone(file, "adts", Tone{.units = 5});
-    AacReader reader(file.Utf8Path());
+    host::AacReader reader(file.Utf8Path());
     EXPECT_EQ(ReadAll(reader).frames, 5);
 }
 
-TEST_F(AacReaderTest, MissingFileIsNamed)
+TEST_F(AacReader, NamesMissingFileInError)
 {
     const SampleFile file(u8"missing.aac");
     EXPECT_THAT(WhyRefused(file), AllOf(HasSubstr("missing.aac"), HasSubstr("No such file")));
 }
 
-TEST_F(AacReaderTest, EmptyFileIsRefused)
+TEST_F(AacReader, RefusesEmptyFile)
 {
     const SampleFile file(u8"empty.aac");
     file.Write({});
     EXPECT_THAT(WhyRefused(file), HasSubstr("neither an ADTS"));
 }
 
-TEST_F(AacReaderTest, WavFileIsRefused)
+TEST_F(AacReader, RefusesWavFile)
 {
     const SampleFile file(u8"sound.wav");
     file.Write(velto_test::WavBytes());
@@ -163,7 +163,7 @@ TEST_F(AacReaderTest, WavFileIsRefused)
     EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("format \"wav\""), HasSubstr("neither an ADTS")));
 }
 
-TEST_F(AacReaderTest, APlaylistIsRefusedBeforeTheFilesThatItNamesAreOpened)
+TEST_F(AacReader, RefusesPlaylistBeforeOpeningItsFiles)
 {
     const SampleFile file(u8"list.aac");
     const std::string list = "ffconcat version 1.0\nfile 'nowhere.aac'\n";
@@ -172,7 +172,7 @@ TEST_F(AacReaderTest, APlaylistIsRefusedBeforeTheFilesThatItNamesAreOpened)
                 testing::AnyOf(HasSubstr("format \"concat\""), HasSubstr("neither an ADTS")));
 }
 
-TEST_F(AacReaderTest, OtherSoundNamedAacIsRefused)
+TEST_F(AacReader, RefusesWavContentNamedAac)
 {
     const SampleFile file(u8"sound.aac");
     file.Write(velto_test::WavBytes());
@@ -180,7 +180,7 @@ TEST_F(AacReaderTest, OtherSoundNamedAacIsRefused)
                                                  HasSubstr("neither an ADTS")));
 }
 
-TEST_F(AacReaderTest, NoiseNamedAacIsRefused)
+TEST_F(AacReader, RefusesNoiseNamedAac)
 {
     const SampleFile file(u8"noise.aac");
     std::mt19937 random(1);
@@ -193,28 +193,28 @@ TEST_F(AacReaderTest, NoiseNamedAacIsRefused)
                                                  HasSubstr("of format")));
 }
 
-TEST_F(AacReaderTest, TruncatedAdtsLosesItsLastUnitOnly)
+TEST_F(AacReader, LosesOnlyLastFrameOfTruncatedAdts)
 {
     const SampleFile file(u8"cut.aac");
     WriteTone(file, "adts", Tone{.units = 40});
     std::vector<uint8_t> bytes = file.Bytes();
     bytes.resize(bytes.size() - 20);
     file.Write(bytes);
-    AacReader reader(file.Utf8Path());
+    host::AacReader reader(file.Utf8Path());
     const Counts counts = ReadAll(reader);
     EXPECT_EQ(counts.frames, 39);
     EXPECT_EQ(counts.damaged, 1);
     EXPECT_EQ(counts.undecodable, 0);
 }
 
-TEST_F(AacReaderTest, TruncatedMp4DeliversTheUnitsThatAreThere)
+TEST_F(AacReader, ReadsTruncatedMp4UpToCut)
 {
     const SampleFile file(u8"cut.m4a");
     WriteTone(file, "ipod", Tone{.units = 100}, true);
     std::vector<uint8_t> bytes = file.Bytes();
     bytes.resize(bytes.size() * 2 / 3);
     file.Write(bytes);
-    AacReader reader(file.Utf8Path());
+    host::AacReader reader(file.Utf8Path());
     const Counts counts = ReadAll(reader);
     EXPECT_GT(counts.frames, 50);
     EXPECT_LT(counts.frames, 75);
@@ -223,7 +223,7 @@ TEST_F(AacReaderTest, TruncatedMp4DeliversTheUnitsThatAreThere)
     EXPECT_GT(reader.Stream().durationSeconds, 2.0); // from which a player can tell what is missing
 }
 
-TEST_F(AacReaderTest, Mp4WithoutItsIndexIsRefused)
+TEST_F(AacReader, RefusesMp4WithoutIndex)
 {
     const SampleFile file(u8"no_index.m4a");
     WriteTone(file, "ipod", Tone{.units = 100});
@@ -233,7 +233,7 @@ TEST_F(AacReaderTest, Mp4WithoutItsIndexIsRefused)
     EXPECT_THAT(WhyRefused(file), HasSubstr("neither an ADTS"));
 }
 
-TEST_F(AacReaderTest, GarbageBetweenUnitsCostsAtMostItsNeighbours)
+TEST_F(AacReader, LosesAtMostTwoFramesToGarbageInAdts)
 {
     const SampleFile file(u8"garbage.aac");
     WriteTone(file, "adts", Tone{.units = 60});
@@ -244,13 +244,13 @@ TEST_F(AacReaderTest, GarbageBetweenUnitsCostsAtMostItsNeighbours)
     }
     bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(middle), 500, 0x55);
     file.Write(bytes);
-    AacReader reader(file.Utf8Path());
+    host::AacReader reader(file.Utf8Path());
     const Counts counts = ReadAll(reader);
     EXPECT_GE(counts.frames - counts.undecodable, 58);
     EXPECT_LE(counts.frames, 60);
 }
 
-TEST_F(AacReaderTest, FlippedBitsCostTheirUnitsAndNeverTheRest)
+TEST_F(AacReader, ReadsMostAdtsFramesDespiteFlippedBits)
 {
     const SampleFile file(u8"flipped.aac");
     WriteTone(file, "adts", Tone{.units = 100});
@@ -264,14 +264,14 @@ TEST_F(AacReaderTest, FlippedBitsCostTheirUnitsAndNeverTheRest)
             bytes[at] = static_cast<uint8_t>(bytes[at] ^ (1u << random() % 8));
         }
         file.Write(bytes);
-        AacReader reader(file.Utf8Path());
+        host::AacReader reader(file.Utf8Path());
         const Counts counts = ReadAll(reader);
         EXPECT_GE(counts.frames - counts.undecodable, 70) << "seed " << seed;
         EXPECT_LE(counts.frames, 100) << "seed " << seed;
     }
 }
 
-TEST_F(AacReaderTest, FlippedBitsInAnMp4NeverEndInAnythingButAMessage)
+TEST_F(AacReader, ReadsMp4WithFlippedBitsOrNamesItInError)
 {
     const SampleFile file(u8"flipped.m4a");
     WriteTone(file, "ipod", Tone{.units = 60}, true);
@@ -286,7 +286,7 @@ TEST_F(AacReaderTest, FlippedBitsInAnMp4NeverEndInAnythingButAMessage)
         }
         file.Write(bytes);
         try {
-            AacReader reader(file.Utf8Path());
+            host::AacReader reader(file.Utf8Path());
             played += ReadAll(reader).frames > 0 ? 1 : 0;
         } catch (const AacFileError &error) {
             EXPECT_THAT(error.what(), HasSubstr("flipped.m4a: "));
@@ -295,20 +295,20 @@ TEST_F(AacReaderTest, FlippedBitsInAnMp4NeverEndInAnythingButAMessage)
     EXPECT_GT(played, 20);
 }
 
-TEST_F(AacReaderTest, SpecificConfigOfAdtsIsThatOfTheSameSoundInMp4)
+TEST_F(AacReader, DerivesSameSpecificConfigFromAdtsAsMp4Stores)
 {
     const SampleFile adts(u8"tone.aac");
     const SampleFile mp4(u8"tone.m4a");
     WriteTone(adts, "adts", Tone{.sampleRateHz = 44100, .channels = 1});
     WriteTone(mp4, "ipod", Tone{.sampleRateHz = 44100, .channels = 1});
-    const std::vector<uint8_t> made = AacReader(adts.Utf8Path()).Stream().specificConfig;
-    const std::vector<uint8_t> stored = AacReader(mp4.Utf8Path()).Stream().specificConfig;
+    const std::vector<uint8_t> made = host::AacReader(adts.Utf8Path()).Stream().specificConfig;
+    const std::vector<uint8_t> stored = host::AacReader(mp4.Utf8Path()).Stream().specificConfig;
     ASSERT_EQ(made.size(), 2u);
     ASSERT_GE(stored.size(), 2u); // FFmpeg appends that there is no band replication
     EXPECT_TRUE(std::equal(made.begin(), made.end(), stored.begin()));
 }
 
-TEST(ObjectTypes, CommonOnesHaveNames)
+TEST_F(AacReader, NamesCommonObjectTypesAndNumbersOthers)
 {
     EXPECT_EQ(ObjectTypeName(2), "AAC-LC");
     EXPECT_EQ(ObjectTypeName(5), "HE-AAC");

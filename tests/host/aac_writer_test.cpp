@@ -91,12 +91,12 @@ struct Played {
     std::vector<uint8_t> config;
 };
 
-class AacWriterTest : public testing::Test {
+class AacWriter : public testing::Test {
 protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 };
 
-TEST_F(AacWriterTest, AdtsFileHoldsTheUnitsUnchanged)
+TEST_F(AacWriter, WritesFramesUnchangedToAdts)
 {
     const Units units = ToneUnits(30);
     const SampleFile file(u8"recorded.aac");
@@ -105,7 +105,7 @@ TEST_F(AacWriterTest, AdtsFileHoldsTheUnitsUnchanged)
     EXPECT_EQ(file.Bytes()[0], 0xFF);
 }
 
-TEST_F(AacWriterTest, Mp4FileHoldsTheUnitsUnchanged)
+TEST_F(AacWriter, WritesFramesUnchangedToMp4)
 {
     const Units units = ToneUnits(30);
     for (const char8_t *name : {u8"recorded.m4a", u8"recorded.mp4", u8"RECORDED.M4A"}) {
@@ -115,7 +115,7 @@ TEST_F(AacWriterTest, Mp4FileHoldsTheUnitsUnchanged)
     }
 }
 
-TEST_F(AacWriterTest, Mp4FileTellsCodingAndBitRate)
+TEST_F(AacWriter, StoresSpecificConfigAndBitRateInMp4)
 {
     const SampleFile file(u8"recorded.m4a");
     WriteAll(file.Utf8Path(), ToneUnits(30));
@@ -124,7 +124,7 @@ TEST_F(AacWriterTest, Mp4FileTellsCodingAndBitRate)
     EXPECT_GT(played.bitRate, 10000);
 }
 
-TEST_F(AacWriterTest, TheEncodersRunUpIsNoSoundOfAnMp4File)
+TEST_F(AacWriter, StartsMp4TimelineAfterEncoderDelay)
 {
     const SampleFile file(u8"recorded.m4a");
     WriteAll(file.Utf8Path(), ToneUnits(48));
@@ -134,10 +134,10 @@ TEST_F(AacWriterTest, TheEncodersRunUpIsNoSoundOfAnMp4File)
     EXPECT_NEAR(played.seconds, 47 * 1024 / 48000.0, 0.001); // an MP4 counts in milliseconds
 }
 
-TEST_F(AacWriterTest, CountsUnitsAndSecondsWithoutTheRunUp)
+TEST_F(AacWriter, CountsAllFramesButExcludesEncoderDelayFromSeconds)
 {
     const SampleFile file(u8"recorded.aac");
-    AacWriter writer(file.Utf8Path(), {});
+    host::AacWriter writer(file.Utf8Path(), {});
     EXPECT_EQ(writer.Units(), 0u);
     EXPECT_DOUBLE_EQ(writer.Seconds(), 0.0);
     const Units units = ToneUnits(4);
@@ -150,47 +150,47 @@ TEST_F(AacWriterTest, CountsUnitsAndSecondsWithoutTheRunUp)
     EXPECT_DOUBLE_EQ(writer.Seconds(), 3 * 1024 / 48000.0);
 }
 
-TEST_F(AacWriterTest, TheNameIsThereOnlyWhenTheFileIsComplete)
+TEST_F(AacWriter, UsesFinalNameOnlyForCompleteFile)
 {
     const SampleFile file(u8"recorded.m4a");
-    AacWriter writer(file.Utf8Path(), {});
+    host::AacWriter writer(file.Utf8Path(), {});
     writer.Write(ToneUnits(1).front());
     EXPECT_THAT(NamesBeside(file), testing::ElementsAre("recorded.m4a.unfinished"));
     writer.Finish();
     EXPECT_THAT(NamesBeside(file), testing::ElementsAre("recorded.m4a"));
 }
 
-TEST_F(AacWriterTest, WithoutAUnitThereIsNoFile)
+TEST_F(AacWriter, LeavesNoFileWithoutFrames)
 {
     for (const char8_t *name : {u8"recorded.aac", u8"recorded.m4a"}) {
         const SampleFile file(name);
-        AacWriter(file.Utf8Path(), {}).Finish();
+        host::AacWriter(file.Utf8Path(), {}).Finish();
         EXPECT_THAT(NamesBeside(file), IsEmpty());
     }
 }
 
-TEST_F(AacWriterTest, AnAbandonedFileGoesAway)
+TEST_F(AacWriter, DeletesAbandonedFile)
 {
     const SampleFile file(u8"recorded.m4a");
     {
-        AacWriter writer(file.Utf8Path(), {});
+        host::AacWriter writer(file.Utf8Path(), {});
         writer.Write(ToneUnits(1).front());
     }
     EXPECT_THAT(NamesBeside(file), IsEmpty());
 }
 
-TEST_F(AacWriterTest, WhatStoodUnderTheNameIsReplacedByACompleteFileOnly)
+TEST_F(AacWriter, ReplacesExistingFileOnlyWithCompleteFile)
 {
     const Units units = ToneUnits(20);
     const SampleFile file(u8"recorded.aac");
     file.Write({1, 2, 3});
-    AacWriter(file.Utf8Path(), {}).Finish();
+    host::AacWriter(file.Utf8Path(), {}).Finish();
     EXPECT_EQ(file.Bytes().size(), 3u);
     WriteAll(file.Utf8Path(), units);
     EXPECT_EQ(ReadUnits(file.Utf8Path()), units);
 }
 
-TEST_F(AacWriterTest, NamesBeyondTheCodePageAreWritten)
+TEST_F(AacWriter, WritesFileWithNameOutsideCodePage)
 {
     const Units units = ToneUnits(3);
     const SampleFile file(u8"Aufnahme \u00fc\u4e2d\u6587.m4a");
@@ -198,38 +198,38 @@ TEST_F(AacWriterTest, NamesBeyondTheCodePageAreWritten)
     EXPECT_EQ(ReadUnits(file.Utf8Path()), units);
 }
 
-TEST_F(AacWriterTest, AnotherEndingIsRefusedAndLeavesNothing)
+TEST_F(AacWriter, RefusesOtherExtensionAndLeavesNoFile)
 {
     for (const char8_t *name : {u8"recorded.wav", u8"recorded", u8"recorded.aac.txt"}) {
         const SampleFile file(name);
-        EXPECT_THAT([&] { AacWriter(file.Utf8Path(), {}); },
+        EXPECT_THAT([&] { host::AacWriter(file.Utf8Path(), {}); },
                     ThrowsMessage<AacFileError>(HasSubstr("has to end in .aac")));
         EXPECT_THAT(NamesBeside(file), IsEmpty());
     }
 }
 
-TEST_F(AacWriterTest, APlaceThatCannotBeWrittenIsToldAtOnce)
+TEST_F(AacWriter, RefusesUnwritablePathOnConstruction)
 {
     const SampleFile file(u8"recorded.aac");
-    EXPECT_THAT([&] { AacWriter(file.Utf8Path() + "/none/recorded.aac", {}); },
+    EXPECT_THAT([&] { host::AacWriter(file.Utf8Path() + "/none/recorded.aac", {}); },
                 ThrowsMessage<AacFileError>(HasSubstr("cannot be written")));
 }
 
-TEST_F(AacWriterTest, AFolderIsNotReplaced)
+TEST_F(AacWriter, RefusesPathOfFolder)
 {
     const SampleFile file(u8"folder.aac");
     const std::string path = file.Utf8Path();
     std::filesystem::create_directory(std::u8string(path.begin(), path.end()));
-    EXPECT_THAT([&] { AacWriter(path, {}); }, ThrowsMessage<AacFileError>(HasSubstr("is a folder")));
+    EXPECT_THAT([&] { host::AacWriter(path, {}); }, ThrowsMessage<AacFileError>(HasSubstr("is a folder")));
 }
 
-TEST_F(AacWriterTest, ACompleteFileStaysWhenItsNameIsTakenMeanwhile)
+TEST_F(AacWriter, KeepsUnfinishedFileWhenFinalNameIsTaken)
 {
     const Units units = ToneUnits(20);
     const SampleFile file(u8"recorded.aac");
     const std::string path = file.Utf8Path();
     {
-        AacWriter writer(path, {});
+        host::AacWriter writer(path, {});
         for (const auto &unit : units) {
             writer.Write(unit);
         }
@@ -241,11 +241,11 @@ TEST_F(AacWriterTest, ACompleteFileStaysWhenItsNameIsTakenMeanwhile)
     EXPECT_EQ(ReadUnits(path + ".unfinished"), units);
 }
 
-TEST_F(AacWriterTest, AnEmptyUnitIsRefusedAndTheFileGoesOn)
+TEST_F(AacWriter, RefusesEmptyFrameAndContinues)
 {
     const Units units = ToneUnits(2);
     const SampleFile file(u8"recorded.m4a");
-    AacWriter writer(file.Utf8Path(), {});
+    host::AacWriter writer(file.Utf8Path(), {});
     writer.Write(units[0]);
     EXPECT_THROW(writer.Write({}), AacFileError);
     writer.Write(units[1]);

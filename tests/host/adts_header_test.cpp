@@ -14,7 +14,7 @@ using testing::IsEmpty;
 // AAC-LC, 48000 Hz, stereo, no checksum, 263 bytes in all.
 constexpr std::array<uint8_t, 7> header{0xFF, 0xF1, 0x4C, 0x80, 0x20, 0xFF, 0xFC};
 
-TEST(AdtsHeader, FieldsAreReadFromTheirBits)
+TEST(AdtsHeader, ParsesAllFields)
 {
     const auto parsed = ParseAdtsHeader(header);
     ASSERT_TRUE(parsed.has_value());
@@ -26,14 +26,14 @@ TEST(AdtsHeader, FieldsAreReadFromTheirBits)
     EXPECT_EQ(parsed->rawBlocks, 1u);
 }
 
-TEST(AdtsHeader, ChecksumMakesTheHeaderTwoBytesLonger)
+TEST(AdtsHeader, IsNineBytesWithChecksum)
 {
     auto bytes = header;
     bytes[1] = 0xF0;
     EXPECT_EQ(ParseAdtsHeader(bytes)->headerBytes, 9u);
 }
 
-TEST(AdtsHeader, AnotherSyncWordIsRefused)
+TEST(AdtsHeader, RefusesWrongSyncWord)
 {
     auto bytes = header;
     bytes[0] = 0xFE;
@@ -43,21 +43,21 @@ TEST(AdtsHeader, AnotherSyncWordIsRefused)
     EXPECT_FALSE(ParseAdtsHeader(bytes));
 }
 
-TEST(AdtsHeader, LayerOfAnMp3FrameIsRefused)
+TEST(AdtsHeader, RefusesMp3Layer)
 {
     auto bytes = header;
     bytes[1] = 0xFB;
     EXPECT_FALSE(ParseAdtsHeader(bytes));
 }
 
-TEST(AdtsHeader, ReservedRateIsRefused)
+TEST(AdtsHeader, RefusesReservedSampleRateIndex)
 {
     auto bytes = header;
     bytes[2] = 0x7C; // index 15
     EXPECT_FALSE(ParseAdtsHeader(bytes));
 }
 
-TEST(AdtsHeader, FrameThatIsNotLongerThanItsHeaderIsRefused)
+TEST(AdtsHeader, RefusesFrameNoLongerThanHeader)
 {
     auto bytes = header;
     bytes[4] = 0;
@@ -65,13 +65,13 @@ TEST(AdtsHeader, FrameThatIsNotLongerThanItsHeaderIsRefused)
     EXPECT_FALSE(ParseAdtsHeader(bytes));
 }
 
-TEST(AdtsHeader, FewerThanSevenBytesAreRefused)
+TEST(AdtsHeader, RefusesFewerThanSevenBytes)
 {
     EXPECT_FALSE(ParseAdtsHeader(std::span(header).first(6)));
     EXPECT_FALSE(ParseAdtsHeader({}));
 }
 
-TEST(AdtsHeader, HeaderThatWasMadeReadsAsWhatItWasMadeFrom)
+TEST(AdtsHeader, ParsesBackToOriginalValues)
 {
     for (const uint32_t rate : {48000u, 22050u, 7350u}) {
         for (const uint32_t channels : {1u, 2u, 6u}) {
@@ -89,7 +89,7 @@ TEST(AdtsHeader, HeaderThatWasMadeReadsAsWhatItWasMadeFrom)
     }
 }
 
-TEST(AdtsHeader, WhatAHeaderCannotTellGetsNone)
+TEST(AdtsHeader, IsEmptyForValuesItCannotEncode)
 {
     EXPECT_THAT(MakeAdtsHeader(48001, 2, 100), IsEmpty());
     EXPECT_THAT(MakeAdtsHeader(48000, 0, 100), IsEmpty());
@@ -97,13 +97,13 @@ TEST(AdtsHeader, WhatAHeaderCannotTellGetsNone)
     EXPECT_THAT(MakeAdtsHeader(48000, 2, 8185), IsEmpty());
 }
 
-TEST(SpecificConfig, HoldsTypeRateAndChannels)
+TEST(AudioSpecificConfig, EncodesTypeRateAndChannels)
 {
     EXPECT_THAT(MakeSpecificConfig(2, 48000, 2), ElementsAre(0x11, 0x90));
     EXPECT_THAT(MakeSpecificConfig(2, 22050, 1), ElementsAre(0x13, 0x88));
 }
 
-TEST(SpecificConfig, IsEmptyForARateOrChannelsWithoutANumber)
+TEST(AudioSpecificConfig, IsEmptyForRateOrChannelsWithoutCode)
 {
     EXPECT_THAT(MakeSpecificConfig(2, 48001, 2), IsEmpty());
     EXPECT_THAT(MakeSpecificConfig(2, 48000, 0), IsEmpty());

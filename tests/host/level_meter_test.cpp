@@ -13,7 +13,7 @@ using velto_test::SampleFile;
 using velto_test::Tone;
 using velto_test::WriteTone;
 
-class LevelMeterTest : public testing::Test {
+class LevelMeter : public testing::Test {
 protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 
@@ -23,7 +23,7 @@ protected:
         const SampleFile file(u8"tone.aac");
         WriteTone(file, "adts", tone);
         AacReader reader(file.Utf8Path());
-        LevelMeter meter(reader.Stream());
+        host::LevelMeter meter(reader.Stream());
         std::vector<uint8_t> frame;
         std::optional<double> level;
         for (int unit = 0; unit < 10 && reader.Read(frame) == AacReader::Outcome::FRAME; ++unit) {
@@ -33,24 +33,24 @@ protected:
     }
 };
 
-TEST_F(LevelMeterTest, ShowsThePeakOfATone)
+TEST_F(LevelMeter, ShowsPeakOfTone)
 {
     EXPECT_NEAR(LevelOf({.amplitude = 0.5}).value(), -6.0, 0.7);
     EXPECT_NEAR(LevelOf({.amplitude = 0.05}).value(), -26.0, 0.7);
     EXPECT_NEAR(LevelOf({.sampleRateHz = 22050, .channels = 1, .amplitude = 0.5}).value(), -6.0, 0.7);
 }
 
-TEST_F(LevelMeterTest, ShowsTheFloorForSilence)
+TEST_F(LevelMeter, ShowsFloorForSilence)
 {
     EXPECT_DOUBLE_EQ(LevelOf({.amplitude = 0.0}).value(), silenceDb);
 }
 
-TEST_F(LevelMeterTest, SilentUnitsClearTheDecoderOfTheSoundBefore)
+TEST_F(LevelMeter, ReachesFloorOnSecondSilentFrame)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", {.units = 10, .amplitude = 0.5});
     AacReader reader(file.Utf8Path());
-    LevelMeter meter(reader.Stream());
+    host::LevelMeter meter(reader.Stream());
     std::vector<uint8_t> frame;
     for (int unit = 0; unit < 9; ++unit) {
         ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
@@ -63,20 +63,20 @@ TEST_F(LevelMeterTest, SilentUnitsClearTheDecoderOfTheSoundBefore)
     }
 }
 
-TEST_F(LevelMeterTest, RefusesWhatIsNotAac)
+TEST_F(LevelMeter, RefusesInvalidAac)
 {
-    LevelMeter meter(
+    host::LevelMeter meter(
         AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {0x11, 0x90}});
     ASSERT_TRUE(meter.IsAvailable());
     EXPECT_FALSE(meter.PeakDb(std::vector<uint8_t>(100, 0xFF)).has_value());
 }
 
-TEST_F(LevelMeterTest, GoesOnAfterARefusedUnit)
+TEST_F(LevelMeter, ContinuesAfterRefusedFrame)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", {.units = 12});
     AacReader reader(file.Utf8Path());
-    LevelMeter meter(reader.Stream());
+    host::LevelMeter meter(reader.Stream());
     std::vector<uint8_t> frame;
     for (int unit = 0; unit < 12; ++unit) {
         ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
@@ -85,9 +85,10 @@ TEST_F(LevelMeterTest, GoesOnAfterARefusedUnit)
     }
 }
 
-TEST_F(LevelMeterTest, WithoutADecoderEveryUnitPassesAtTheFloor)
+TEST_F(LevelMeter, ShowsFloorWithoutDecoder)
 {
-    LevelMeter meter(AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {}});
+    host::LevelMeter meter(
+        AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {}});
     EXPECT_FALSE(meter.IsAvailable());
     EXPECT_DOUBLE_EQ(meter.PeakDb({1, 2, 3}).value(), silenceDb);
 }

@@ -50,7 +50,7 @@ int32_t ReadBuffer(const char *, uint32_t, void *, StreamFrame *frame)
     return fake.reading(*frame);
 }
 
-class MicrophoneTest : public testing::Test {
+class Microphone : public testing::Test {
 protected:
     void SetUp() override
     {
@@ -61,24 +61,24 @@ protected:
     }
 
     AudioHandlerTable m_table{};
-    Microphone m_microphone{m_table, VELTO_ID_MODEM_MIC};
+    host::Microphone m_microphone{m_table, VELTO_ID_MODEM_MIC};
 };
 
-TEST_F(MicrophoneTest, OpensAndClosesUnderItsIdWithAList)
+TEST_F(Microphone, OpensAndClosesUnderItsIdWithProfileList)
 {
     EXPECT_EQ(m_microphone.Open(), VELTO_OK);
     EXPECT_EQ(m_microphone.Close(), VELTO_OK);
     EXPECT_THAT(fake.calls, ElementsAre("open ModemMic1", "close ModemMic1"));
 }
 
-TEST_F(MicrophoneTest, TellsWhatTheModuleReturned)
+TEST_F(Microphone, ReturnsModuleResultOfOpenAndClose)
 {
     fake.result = VELTO_ERROR_INVALID;
     EXPECT_EQ(m_microphone.Open(), VELTO_ERROR_INVALID);
     EXPECT_EQ(m_microphone.Close(), VELTO_ERROR_INVALID);
 }
 
-TEST_F(MicrophoneTest, HandsOutThePacket)
+TEST_F(Microphone, ReturnsPacketThatModuleWrote)
 {
     fake.reading = [](StreamFrame &frame) {
         std::memcpy(frame.data, "abc", 3);
@@ -89,7 +89,7 @@ TEST_F(MicrophoneTest, HandsOutThePacket)
     EXPECT_THAT(m_microphone.Packet(), ElementsAre('a', 'b', 'c'));
 }
 
-TEST_F(MicrophoneTest, TakesTheLargestPacketThatThereCanBe)
+TEST_F(Microphone, AcceptsLargestPossiblePacket)
 {
     fake.reading = [](StreamFrame &frame) {
         std::memset(frame.data, 7, 1536);
@@ -100,13 +100,13 @@ TEST_F(MicrophoneTest, TakesTheLargestPacketThatThereCanBe)
     EXPECT_EQ(m_microphone.Packet().size(), 1536u);
 }
 
-TEST_F(MicrophoneTest, AsksForMoreThanAPacketCanHave)
+TEST_F(Microphone, RequestsMoreBytesThanLargestPacket)
 {
     m_microphone.Read();
     EXPECT_GT(fake.askedFor, 1536u);
 }
 
-TEST_F(MicrophoneTest, AnEmptyReadIsNoPacket)
+TEST_F(Microphone, SizeZeroMeansNoPacketYet)
 {
     fake.reading = [](StreamFrame &frame) {
         frame.header->size = 0;
@@ -116,14 +116,14 @@ TEST_F(MicrophoneTest, AnEmptyReadIsNoPacket)
     EXPECT_THAT(m_microphone.Packet(), IsEmpty());
 }
 
-TEST_F(MicrophoneTest, ASizeThatComesBackAsItWentIsNoPacket)
+TEST_F(Microphone, UnchangedSizeMeansCaptureStopped)
 {
     fake.reading = [](StreamFrame &) { return VELTO_OK; };
     EXPECT_EQ(m_microphone.Read(), Outcome::STOPPED);
     EXPECT_THAT(m_microphone.Packet(), IsEmpty());
 }
 
-TEST_F(MicrophoneTest, ARefusedReadIsNoPacket)
+TEST_F(Microphone, ReturnsNoPacketWhenReadFails)
 {
     fake.reading = [](StreamFrame &frame) {
         frame.header->size = 100;
@@ -134,7 +134,7 @@ TEST_F(MicrophoneTest, ARefusedReadIsNoPacket)
     EXPECT_THAT(m_microphone.Packet(), IsEmpty());
 }
 
-TEST_F(MicrophoneTest, ASizeThatNoPacketCanHaveIsRefused)
+TEST_F(Microphone, RefusesSizeAboveLargestPacket)
 {
     for (const uint32_t size : {1537u, 8192u, 8193u, 0xFFFFFFFFu}) {
         fake.reading = [size](StreamFrame &frame) {
@@ -147,7 +147,7 @@ TEST_F(MicrophoneTest, ASizeThatNoPacketCanHaveIsRefused)
     }
 }
 
-TEST_F(MicrophoneTest, EachReadBeginsAnew)
+TEST_F(Microphone, ResetsSizeAndPacketBeforeEachRead)
 {
     int reads = 0;
     fake.reading = [&](StreamFrame &frame) {

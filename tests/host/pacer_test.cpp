@@ -21,13 +21,13 @@ int SendDue(Pacer &pacer, Pacer::Clock::time_point now)
     return sent;
 }
 
-TEST(Pacer, FirstFrameIsDueAtOnce)
+TEST(Pacer, SchedulesFirstFrameImmediately)
 {
     Pacer pacer(frameTime, mostAtOnce);
     EXPECT_EQ(pacer.Due(start), start);
 }
 
-TEST(Pacer, LatenessOfOneFrameDoesNotShiftTheNext)
+TEST(Pacer, KeepsScheduleWhenFramesAreSentLate)
 {
     Pacer pacer(frameTime, mostAtOnce);
     pacer.Due(start);
@@ -39,7 +39,7 @@ TEST(Pacer, LatenessOfOneFrameDoesNotShiftTheNext)
     EXPECT_EQ(pacer.Slips(), 0u);
 }
 
-TEST(Pacer, FrameStaysDueUntilItIsSent)
+TEST(Pacer, KeepsDueTimeUntilFrameIsSent)
 {
     Pacer pacer(frameTime, mostAtOnce);
     pacer.Due(start);
@@ -48,7 +48,7 @@ TEST(Pacer, FrameStaysDueUntilItIsSent)
     EXPECT_EQ(pacer.Due(start + 5ms), start + frameTime);
 }
 
-TEST(Pacer, SmallDelayIsCaughtUpWhole)
+TEST(Pacer, CatchesUpFullyAfterShortDelay)
 {
     Pacer pacer(frameTime, mostAtOnce);
     EXPECT_EQ(SendDue(pacer, start), 1);
@@ -57,7 +57,7 @@ TEST(Pacer, SmallDelayIsCaughtUpWhole)
     EXPECT_EQ(pacer.Slips(), 0u);
 }
 
-TEST(Pacer, LongDelayIsCaughtUpByAFewFramesAndForgotten)
+TEST(Pacer, CatchesUpOnlyToLimitAfterLongDelay)
 {
     Pacer pacer(frameTime, mostAtOnce);
     SendDue(pacer, start);
@@ -67,7 +67,7 @@ TEST(Pacer, LongDelayIsCaughtUpByAFewFramesAndForgotten)
     EXPECT_EQ(pacer.Due(late), late + frameTime);
 }
 
-TEST(Pacer, AfterARestartTheNextFrameIsDueAtOnceAndAlone)
+TEST(Pacer, SendsOneFrameImmediatelyAfterRestart)
 {
     Pacer pacer(frameTime, mostAtOnce);
     SendDue(pacer, start);
@@ -77,7 +77,7 @@ TEST(Pacer, AfterARestartTheNextFrameIsDueAtOnceAndAlone)
     EXPECT_EQ(pacer.Slips(), 0u);
 }
 
-TEST(Pacer, FramesLeftOutBeforeTheFirstDoNotDelayIt)
+TEST(Pacer, SchedulesFirstFrameImmediatelyAfterSkippedFrames)
 {
     Pacer pacer(frameTime, mostAtOnce);
     pacer.Advance();

@@ -37,7 +37,7 @@ int LevelOf(const char *text)
     return settings.levelIsInvalid ? -1 : settings.lowestLevel;
 }
 
-TEST(LogSettings, LevelsAreNumbersOrNamesInAnyCase)
+TEST(LogSettings, AcceptsLevelsAsNumbersOrNamesInAnyCase)
 {
     const std::pair<const char *, int> levels[] = {
         {"", 1},      {"1", 1},     {"2", 2},    {"3", 3},     {"4", 4},   {"trace", 1},
@@ -48,7 +48,7 @@ TEST(LogSettings, LevelsAreNumbersOrNamesInAnyCase)
     }
 }
 
-TEST(LogSettings, AnyOtherLevelIsInvalidAndFiltersNothing)
+TEST(LogSettings, MarksOtherLevelsInvalidAndFiltersNothing)
 {
     for (const char *text : {"0", "5", "33", "-1", " 3", "warn", "infos", "3x", "\xC3\xA4"}) {
         EXPECT_EQ(LevelOf(text), -1) << text;
@@ -57,14 +57,14 @@ TEST(LogSettings, AnyOtherLevelIsInvalidAndFiltersNothing)
     EXPECT_EQ(ReadLogSettings().lowestLevel, 1);
 }
 
-TEST(LogSettings, TheFileMayHaveAnyName)
+TEST(LogSettings, AcceptsNonAsciiFileName)
 {
     const fs::path name = fs::path(u8"\u97F3\u9891") / fs::path(u8"n\u00E4me \U0001F3A7.log");
     const ScopedEnvironment file("VELTO_LOG_FILE", name);
     EXPECT_EQ(ReadLogSettings().file, name);
 }
 
-TEST(LogSettings, WithoutANameTheFileIsInTheUsersLocalData)
+TEST(LogSettings, DefaultsToFileInUsersLocalData)
 {
     const ScopedEnvironment file("VELTO_LOG_FILE", {});
 #ifdef _WIN32
@@ -80,7 +80,7 @@ TEST(LogSettings, WithoutANameTheFileIsInTheUsersLocalData)
 #endif
 }
 
-TEST(LogSettings, DefaultsAreAllLevelsFiveMebibytesTwoOldFilesAndTenSeconds)
+TEST(LogSettings, DefaultsToAllLevelsFiveMebibytesTwoOldFilesAndTenSeconds)
 {
     const ScopedEnvironment level("VELTO_LOG_LEVEL", {});
     const LogSettings settings = ReadLogSettings();
@@ -91,7 +91,7 @@ TEST(LogSettings, DefaultsAreAllLevelsFiveMebibytesTwoOldFilesAndTenSeconds)
     EXPECT_EQ(settings.retryAfter, std::chrono::seconds{10});
 }
 
-TEST(LogSettings, WithoutAUserThereIsNoFile)
+TEST(LogSettings, HasNoFileWithoutUserFolders)
 {
     const ScopedEnvironment file("VELTO_LOG_FILE", {});
     const ScopedEnvironment local("LOCALAPPDATA", {});

@@ -22,7 +22,7 @@ LogSettings SettingsFor(const fs::path &file, int lowestLevel = 1)
     return settings;
 }
 
-TEST(LogSinks, ALineHasTimeThreadLevelChannelAndMessage)
+TEST(LogSinks, WritesTimeThreadLevelChannelAndMessage)
 {
     const fs::path path = FreshPath("format.log");
     LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "OceloMirror", "VeltoRelease type = 1");
@@ -31,7 +31,7 @@ TEST(LogSinks, ALineHasTimeThreadLevelChannelAndMessage)
     EXPECT_EQ(AfterTimeAndThread(lines[0]), "[info] [OceloMirror] VeltoRelease type = 1") << lines[0];
 }
 
-TEST(LogSinks, EachLevelHasItsName)
+TEST(LogSinks, WritesNameOfEachLevel)
 {
     const fs::path path = FreshPath("levels.log");
     LogSinks sinks(SettingsFor(path));
@@ -46,7 +46,7 @@ TEST(LogSinks, EachLevelHasItsName)
     }
 }
 
-TEST(LogSinks, LevelsBelowTheLowestAreFiltered)
+TEST(LogSinks, DropsLinesBelowLowestLevel)
 {
     const fs::path path = FreshPath("filter.log");
     LogSinks errorsOnly(SettingsFor(path, LOG_LEVEL_ERROR));
@@ -60,14 +60,14 @@ TEST(LogSinks, LevelsBelowTheLowestAreFiltered)
     EXPECT_FALSE(fs::exists(unused)) << "a log that is off makes no file";
 }
 
-TEST(LogSinks, BracesInAMessageAreNoFormat)
+TEST(LogSinks, WritesBracesInMessageVerbatim)
 {
     const fs::path path = FreshPath("braces.log");
     LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "{} {0} %v %n");
     EXPECT_EQ(CountLinesWith(path, "[NR] {} {0} %v %n"), 1);
 }
 
-TEST(LogSinks, ALogThatCannotBeOpenedIsHarmless)
+TEST(LogSinks, IgnoresLogFileThatCannotBeOpened)
 {
     const fs::path path = FreshPath("folder");
     fs::create_directories(path);
@@ -81,7 +81,7 @@ TEST(LogSinks, ALogThatCannotBeOpenedIsHarmless)
     EXPECT_NO_THROW(without.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go"));
 }
 
-TEST(LogSinks, LeavesAFailedFileAloneForTenSeconds)
+TEST(LogSinks, RetriesFailedFileAfterTenSeconds)
 {
     const fs::path path = FreshPath("pause.log");
     fs::create_directories(path); // a folder has the file's name
@@ -103,7 +103,7 @@ void MakeFileOf(const fs::path &path, std::uint64_t bytes)
     fs::resize_file(path, bytes);
 }
 
-TEST(LogSinks, RotatesALineThatWouldExceedFiveMebibytes)
+TEST(LogSinks, RotatesBeforeLineThatWouldExceedFiveMebibytes)
 {
     const fs::path measured = FreshPath("measured.log");
     LogSinks(SettingsFor(measured)).Write(LOG_LEVEL_INFO, "NR", "the line");
@@ -138,7 +138,7 @@ TEST(LogSinks, KeepsTwoOldFiles)
 }
 
 #ifndef _WIN32
-TEST(LogSinks, AFullDiskIsHarmless)
+TEST(LogSinks, IgnoresFullDisk)
 {
     LogSinks sinks(SettingsFor("/dev/full"));
     EXPECT_NO_THROW(sinks.Write(LOG_LEVEL_ERROR, "NR", "no room"));

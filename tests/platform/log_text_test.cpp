@@ -8,7 +8,7 @@ using logging::ToLogText;
 
 constexpr std::size_t plenty = 1000;
 
-TEST(LogText, PlainTextIsKept)
+TEST(LogText, KeepsPlainText)
 {
     EXPECT_EQ(ToLogText(L"VeltoRelease type = 1", plenty), "VeltoRelease type = 1");
     EXPECT_EQ(ToLogText(L"", plenty), "");
@@ -16,21 +16,21 @@ TEST(LogText, PlainTextIsKept)
               "C:\\new\\table `anonymous-namespace'::X");
 }
 
-TEST(LogText, EveryLengthOfUtf8IsWritten)
+TEST(LogText, EncodesOneToThreeByteUtf8)
 {
     EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", plenty),
               "~\xC3\xA4\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD");
     EXPECT_EQ(ToLogText(L"Kopfh\u00F6rer \u8033\u673A", plenty), "Kopfh\xC3\xB6rer \xE8\x80\xB3\xE6\x9C\xBA");
 }
 
-TEST(LogText, EmojiAreOneCharacterOfFourBytes)
+TEST(LogText, EncodesEmojiAsFourBytes)
 {
     EXPECT_EQ(ToLogText(L"a\U0001F3A7b", plenty), "a\xF0\x9F\x8E\xA7"
                                                   "b");
     EXPECT_EQ(ToLogText(L"\U00010000\U0010FFFF", plenty), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
 }
 
-TEST(LogText, LoneSurrogatesBecomeTheReplacementCharacter)
+TEST(LogText, ReplacesLoneSurrogates)
 {
     const wchar_t high = 0xD83C;
     const wchar_t low = 0xDFA7;
@@ -43,7 +43,7 @@ TEST(LogText, LoneSurrogatesBecomeTheReplacementCharacter)
 }
 
 #ifndef _WIN32
-TEST(LogText, ValuesBeyondUnicodeBecomeTheReplacementCharacter)
+TEST(LogText, ReplacesValuesBeyondUnicode)
 {
     const std::string replacement = "\xEF\xBF\xBD";
     EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(0x110000)}, plenty), replacement);
@@ -51,14 +51,14 @@ TEST(LogText, ValuesBeyondUnicodeBecomeTheReplacementCharacter)
 }
 #endif
 
-TEST(LogText, LineBreaksAndControlCharactersAreEscaped)
+TEST(LogText, EscapesLineBreaksAndControlCharacters)
 {
     EXPECT_EQ(ToLogText(L"a\nb\r\nc\td", plenty), "a\\nb\\r\\nc\\td");
     EXPECT_EQ(ToLogText(std::wstring_view(L"\0\x1B[31m\x7F\x85", 8), plenty), "\\x00\\x1B[31m\\x7F\\x85");
     EXPECT_EQ(ToLogText(L"\u2028\u2029", plenty), "\\u2028\\u2029");
 }
 
-TEST(LogText, LongTextEndsInAnEllipsisAtACharacterBoundary)
+TEST(LogText, TruncatesAtCharacterBoundaryWithEllipsis)
 {
     const std::string ellipsis = "\xE2\x80\xA6";
     EXPECT_EQ(ToLogText(L"12345", 5), "12345");

@@ -46,7 +46,7 @@ Logger &StaticLogger()
     return logger;
 }
 
-TEST(Logger, WritesItsChannelAndTheStreamIsOnlyRead)
+TEST(Logger, WritesItsChannelAndLeavesStreamUnchanged)
 {
     Logger logger("OceloMirror");
     std::wstringstream stream = Text(L"Kopfh\u00F6rer \U0001F3A7 ");
@@ -61,7 +61,7 @@ TEST(Logger, WritesItsChannelAndTheStreamIsOnlyRead)
     EXPECT_EQ(stream.str(), L"Kopfh\u00F6rer \U0001F3A7 42(Some::Tag)");
 }
 
-TEST(Logger, AMessageCannotForgeALine)
+TEST(Logger, WritesMessageWithLineBreaksAsOneLine)
 {
     const std::size_t before = ReadLines(SharedLogFile()).size();
     Logger("OceloMirror")
@@ -69,27 +69,27 @@ TEST(Logger, AMessageCannotForgeALine)
     EXPECT_EQ(ReadLines(SharedLogFile()).size(), before + 1);
 }
 
-TEST(Logger, AnEmptyMessageIsALine)
+TEST(Logger, WritesEmptyMessageAsLine)
 {
     Logger("Empty").Log(LOG_LEVEL_INFO, std::wstringstream());
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[Empty] "), 1);
 }
 
-TEST(Logger, LongNamesAndMessagesAreCut)
+TEST(Logger, TruncatesLongNamesAndMessages)
 {
     Logger(std::string(200, 'n')).Log(LOG_LEVEL_INFO, Text(std::wstring(100000, L'm').c_str()));
     const std::string name = "[" + std::string(63, 'n') + "] ";
     EXPECT_EQ(CountLinesWith(SharedLogFile(), name + std::string(8192, 'm') + "\xE2\x80\xA6"), 1);
 }
 
-TEST(NrLogger, IsOneForTheWholeProcess)
+TEST(Logger, ReturnsSameNrLoggerOnEveryThread)
 {
     NrLogger *seen = nullptr;
     std::thread([&seen] { seen = &NrLogger::GetInstance(); }).join();
     EXPECT_EQ(seen, &NrLogger::GetInstance());
 }
 
-TEST(Logger, KeepsTheLastError)
+TEST(Logger, PreservesErrorCodeOfThread)
 {
     Logger logger("Error");
     errno = 4711;
@@ -103,7 +103,7 @@ TEST(Logger, KeepsTheLastError)
     EXPECT_EQ(errno, 4711);
 }
 
-TEST(Logger, EightThreadsLoseAndTearNoLine)
+TEST(Logger, WritesEveryLineWholeFromEightThreads)
 {
     constexpr int threadCount = 8;
     constexpr int linesEach = 1000;
@@ -138,13 +138,13 @@ TEST(Logger, EightThreadsLoseAndTearNoLine)
     EXPECT_TRUE(seen == written) << seen.size() << " different lines";
 }
 
-TEST(Logger, AnUnknownLevelIsShownAsAnError)
+TEST(Logger, WritesUnknownLevelAsError)
 {
     Logger("Unknown").Log(static_cast<LOG_MESSAGE_LEVEL>(7), Text(L"level seven"));
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Unknown] level seven"), 1);
 }
 
-TEST(LoggerDeathTest, AnInvalidLevelIsToldAndEverythingIsLogged)
+TEST(LoggerDeathTest, ReportsInvalidLevelAndLogsEverything)
 {
     const std::string style = GTEST_FLAG_GET(death_test_style);
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process that has not logged yet
@@ -160,7 +160,7 @@ TEST(LoggerDeathTest, AnInvalidLevelIsToldAndEverythingIsLogged)
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[trace] [Loud] all of it"), 1);
 }
 
-TEST(LoggerDeathTest, RotatesItsFileAtFiveMebibytes)
+TEST(LoggerDeathTest, RotatesFileAtFiveMebibytes)
 {
     const std::string style = GTEST_FLAG_GET(death_test_style);
     GTEST_FLAG_SET(death_test_style, "threadsafe");                  // a process that has not logged yet
@@ -184,7 +184,7 @@ TEST(LoggerDeathTest, RotatesItsFileAtFiveMebibytes)
     EXPECT_EQ(CountLinesWith(path, "[Running] no room for this"), 1);
 }
 
-TEST(LoggerDeathTest, LinesAfterStaticDestructionAreStillWritten)
+TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)
 {
     const int before = CountLinesWith(SharedLogFile(), "after all destructors");
     EXPECT_EXIT(
@@ -201,7 +201,7 @@ TEST(LoggerDeathTest, LinesAfterStaticDestructionAreStillWritten)
 #ifdef _WIN32
 // The process ends while threads are in the middle of logging: they are killed wherever they
 // are, and the destructors that run afterwards log too.
-TEST(LoggerDeathTest, ProcessExitWithThreadsKilledInTheMiddleOfALineEndsPromptly)
+TEST(LoggerDeathTest, DoesNotBlockExitWhenThreadsAreKilledMidLine)
 {
     for (int run = 0; run < 5; ++run) {
         EXPECT_EXIT(

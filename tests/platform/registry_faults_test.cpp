@@ -20,10 +20,10 @@ const std::wstring path = L"\\SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
 const std::wstring plainPath = L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
 const std::wstring name = L"StreamType";
 
-class RegistryFaults : public testing::Test {
+class RegistryLibrary : public testing::Test {
 protected:
     // Keys that an earlier test left open answer as deleted from now on, and are opened anew.
-    RegistryFaults() { fakewin::Reset(); }
+    RegistryLibrary() { fakewin::Reset(); }
 
     static bool Get(DWORD &value)
     {
@@ -37,7 +37,7 @@ protected:
     static auto Stored() { return fakewin::RegistryDword(HKEY_CURRENT_USER, plainPath, name); }
 };
 
-TEST_F(RegistryFaults, AReadCostsOneQueryOnceTheKeyIsOpen)
+TEST_F(RegistryLibrary, ReadsWithOneQueryOnceKeyIsOpen)
 {
     Store(3);
     DWORD value = 0;
@@ -54,7 +54,7 @@ TEST_F(RegistryFaults, AReadCostsOneQueryOnceTheKeyIsOpen)
     EXPECT_EQ(value, 3U);
 }
 
-TEST_F(RegistryFaults, AWriteUsesTheKeyThatAReadOpened)
+TEST_F(RegistryLibrary, WritesThroughKeyOpenedByRead)
 {
     Store(3);
     DWORD value = 0;
@@ -66,7 +66,7 @@ TEST_F(RegistryFaults, AWriteUsesTheKeyThatAReadOpened)
     EXPECT_EQ(value, 4U);
 }
 
-TEST_F(RegistryFaults, AMissingKeyFailsAndLeavesTheValueAlone)
+TEST_F(RegistryLibrary, KeepsValueWhenKeyIsMissing)
 {
     DWORD value = 4711;
     EXPECT_FALSE(Get(value));
@@ -77,7 +77,7 @@ TEST_F(RegistryFaults, AMissingKeyFailsAndLeavesTheValueAlone)
     EXPECT_EQ(value, 9U);
 }
 
-TEST_F(RegistryFaults, AWriteCreatesTheKey)
+TEST_F(RegistryLibrary, CreatesMissingKeyOnWrite)
 {
     EXPECT_TRUE(Set(7));
     EXPECT_EQ(Count(Call::RegCreateKeyExW), 1);
@@ -87,7 +87,7 @@ TEST_F(RegistryFaults, AWriteCreatesTheKey)
     EXPECT_EQ(Stored(), 8U);
 }
 
-TEST_F(RegistryFaults, AKeyDeletedMeanwhileIsOpenedAnew)
+TEST_F(RegistryLibrary, ReopensKeyDeletedBetweenCalls)
 {
     Store(1);
     DWORD value = 0;
@@ -104,7 +104,7 @@ TEST_F(RegistryFaults, AKeyDeletedMeanwhileIsOpenedAnew)
     EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "the deleted keys were closed";
 }
 
-TEST_F(RegistryFaults, AStaleHandleIsOpenedAnewOnce)
+TEST_F(RegistryLibrary, ReopensStaleHandleOncePerCall)
 {
     Store(1);
     DWORD value = 0;
@@ -120,7 +120,7 @@ TEST_F(RegistryFaults, AStaleHandleIsOpenedAnewOnce)
     EXPECT_TRUE(Get(value));
 }
 
-TEST_F(RegistryFaults, OtherFailuresKeepTheKeyOpen)
+TEST_F(RegistryLibrary, KeepsKeyOpenAfterAccessDenied)
 {
     Store(1);
     DWORD value = 0;
@@ -135,7 +135,7 @@ TEST_F(RegistryFaults, OtherFailuresKeepTheKeyOpen)
     EXPECT_EQ(value, 1U);
 }
 
-TEST_F(RegistryFaults, AKeyThatCannotBeCreatedFailsTheWrite)
+TEST_F(RegistryLibrary, FailsWriteWhenKeyCannotBeCreated)
 {
     fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(Set(5));
@@ -143,7 +143,7 @@ TEST_F(RegistryFaults, AKeyThatCannotBeCreatedFailsTheWrite)
     EXPECT_TRUE(Set(5));
 }
 
-TEST_F(RegistryFaults, AValueOfAnotherTypeIsNotRead)
+TEST_F(RegistryLibrary, RefusesToReadValueOfOtherType)
 {
     fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"");
     DWORD value = 4711;
@@ -157,7 +157,7 @@ TEST_F(RegistryFaults, AValueOfAnotherTypeIsNotRead)
     EXPECT_TRUE(Get(value));
 }
 
-TEST_F(RegistryFaults, KeysAreToldApartByRootPathAndAccess)
+TEST_F(RegistryLibrary, DistinguishesKeysByRootPathAndAccess)
 {
     Store(1);
     fakewin::SetRegistryDword(HKEY_LOCAL_MACHINE, plainPath, name, 2);
@@ -173,7 +173,7 @@ TEST_F(RegistryFaults, KeysAreToldApartByRootPathAndAccess)
     EXPECT_EQ((std::vector<DWORD>(values, values + 4)), (std::vector<DWORD>{1, 2, 3, 1}));
 }
 
-TEST_F(RegistryFaults, ThreadsShareOneKeyWhileItIsDeletedUnderThem)
+TEST_F(RegistryLibrary, ServesThreadsWhileTheirKeyIsDeleted)
 {
     Store(1);
     std::vector<std::thread> threads;

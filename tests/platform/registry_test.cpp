@@ -45,7 +45,7 @@ DWORD OpenHandles()
     return count;
 }
 
-TEST_F(SystemRegistry, WritesAndReadsBehindALeadingBackslash)
+TEST_F(SystemRegistry, ReadsAndWritesPathWithLeadingBackslash)
 {
     DWORD value = 4711;
     EXPECT_FALSE(Get(value));
@@ -56,7 +56,7 @@ TEST_F(SystemRegistry, WritesAndReadsBehindALeadingBackslash)
     EXPECT_EQ(value, 0xFFFFFFFFU);
 }
 
-TEST_F(SystemRegistry, SeveralOrNoBackslashesNameTheSameKey)
+TEST_F(SystemRegistry, IgnoresNumberOfLeadingBackslashes)
 {
     EXPECT_TRUE(SetAt(L"\\\\" + key, 5));
     EXPECT_EQ(Stored(), 5U);
@@ -64,7 +64,7 @@ TEST_F(SystemRegistry, SeveralOrNoBackslashesNameTheSameKey)
     EXPECT_EQ(Stored(), 6U);
 }
 
-TEST_F(SystemRegistry, RecoversWhenTheKeyIsDeletedMeanwhile)
+TEST_F(SystemRegistry, RecoversWhenKeyIsDeleted)
 {
     ASSERT_TRUE(Set(1));
     Delete();
@@ -79,7 +79,7 @@ TEST_F(SystemRegistry, RecoversWhenTheKeyIsDeletedMeanwhile)
     EXPECT_EQ(value, 3U);
 }
 
-TEST_F(SystemRegistry, SeesWhatAnotherProgramWrote)
+TEST_F(SystemRegistry, ReadsValueWrittenOutsideLibrary)
 {
     ASSERT_TRUE(Set(1));
     const DWORD other = 77;
@@ -91,7 +91,7 @@ TEST_F(SystemRegistry, SeesWhatAnotherProgramWrote)
     EXPECT_EQ(value, 77U);
 }
 
-TEST_F(SystemRegistry, AValueOfAnotherTypeOrSizeIsNotRead)
+TEST_F(SystemRegistry, RefusesToReadValueOfOtherTypeOrSize)
 {
     ASSERT_TRUE(Set(1));
     DWORD value = 4711;
@@ -110,7 +110,7 @@ TEST_F(SystemRegistry, AValueOfAnotherTypeOrSizeIsNotRead)
     EXPECT_TRUE(Get(value));
 }
 
-TEST_F(SystemRegistry, ThousandReadsAndRecoveriesOpenNoMoreHandles)
+TEST_F(SystemRegistry, LeaksNoHandleOverThousandReads)
 {
     ASSERT_TRUE(Set(1));
     const DWORD before = OpenHandles();

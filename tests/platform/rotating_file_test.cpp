@@ -29,7 +29,7 @@ std::string Line(int number)
     return "line " + std::string(5 - digits.size(), '0') + digits + "\n"; // 11 bytes
 }
 
-TEST(RotatingFile, MakesItsFoldersAtTheFirstLineAndNotBefore)
+TEST(RotatingFile, CreatesFoldersOnFirstLine)
 {
     const fs::path path = FreshPath("a") / "b" / "c.log";
     RotatingFile file(path, 1000, 2, noPause);
@@ -38,7 +38,7 @@ TEST(RotatingFile, MakesItsFoldersAtTheFirstLineAndNotBefore)
     EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00001"});
 }
 
-TEST(RotatingFile, AppendsToWhatIsThere)
+TEST(RotatingFile, AppendsToExistingFile)
 {
     const fs::path path = FreshPath("append.log");
     EXPECT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1)));
@@ -46,7 +46,7 @@ TEST(RotatingFile, AppendsToWhatIsThere)
     EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "line 00002"}));
 }
 
-TEST(RotatingFile, KeepsTheNewestLinesWithinTheBound)
+TEST(RotatingFile, KeepsNewestLinesWithinSizeLimit)
 {
     const fs::path path = FreshPath("bound.log");
     RotatingFile file(path, 55, 2, noPause); // five lines
@@ -73,7 +73,7 @@ size_t OpenFiles()
 #endif
 }
 
-TEST(RotatingFile, HoldsOneFileHoweverOftenItRotates)
+TEST(RotatingFile, LeaksNoHandlesOverManyRotations)
 {
     RotatingFile file(FreshPath("handles.log"), 11, 2, noPause); // a line
     ASSERT_TRUE(file.Append(Line(0)));
@@ -84,7 +84,7 @@ TEST(RotatingFile, HoldsOneFileHoweverOftenItRotates)
     EXPECT_LT(OpenFiles(), atFirst + 10);
 }
 
-TEST(RotatingFile, WithoutOldFilesTheFullFileIsEmptied)
+TEST(RotatingFile, EmptiesFullFileWhenNoOldFilesAreKept)
 {
     const fs::path path = FreshPath("single.log");
     RotatingFile file(path, 22, 0, noPause);
@@ -95,7 +95,7 @@ TEST(RotatingFile, WithoutOldFilesTheFullFileIsEmptied)
     EXPECT_FALSE(fs::exists(OldPath(path, 1)));
 }
 
-TEST(RotatingFile, TwoWritersOfOneFileRotateItOnceEachTimeAndTearNoLine)
+TEST(RotatingFile, RotatesFileOfTwoWritersOnceAndLosesNoLine)
 {
     const fs::path path = FreshPath("two.log");
     RotatingFile first(path, 110, 20, noPause); // ten lines
@@ -115,7 +115,7 @@ TEST(RotatingFile, TwoWritersOfOneFileRotateItOnceEachTimeAndTearNoLine)
     EXPECT_EQ(*seen.rbegin(), "line 00099");
 }
 
-TEST(RotatingFile, WritersInSeveralThreadsKeepTheirLinesWhole)
+TEST(RotatingFile, KeepsLinesWholeFromSeveralThreads)
 {
     const fs::path path = FreshPath("threads.log");
     constexpr int writers = 4;
@@ -145,7 +145,7 @@ TEST(RotatingFile, WritersInSeveralThreadsKeepTheirLinesWhole)
 }
 
 #ifndef _WIN32 // Wine goes on with the removed file until its last handle is closed
-TEST(RotatingFile, AFileRemovedWhileOpenIsMadeAnew)
+TEST(RotatingFile, RecreatesFileRemovedWhileOpen)
 {
     const fs::path path = FreshPath("removed.log");
     RotatingFile file(path, 1000, 2, noPause);
@@ -156,13 +156,13 @@ TEST(RotatingFile, AFileRemovedWhileOpenIsMadeAnew)
 }
 #endif
 
-TEST(RotatingFile, AnEmptyPathTakesNothing)
+TEST(RotatingFile, WritesNothingToEmptyPath)
 {
     RotatingFile file({}, 1000, 2, noPause);
     EXPECT_FALSE(file.Append(Line(1)));
 }
 
-TEST(RotatingFile, APathThatCannotBeOpenedFailsUntilItCan)
+TEST(RotatingFile, FailsUntilPathCanBeOpened)
 {
     const fs::path path = FreshPath("folder.log");
     fs::create_directories(path); // a folder bears the name
@@ -173,7 +173,7 @@ TEST(RotatingFile, APathThatCannotBeOpenedFailsUntilItCan)
     EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00002"});
 }
 
-TEST(RotatingFile, AParentThatIsAFileFailsWithoutThrowing)
+TEST(RotatingFile, FailsWithoutThrowingWhenParentIsFile)
 {
     const fs::path parent = FreshPath("parent");
     ASSERT_TRUE(RotatingFile(parent, 1000, 2, noPause).Append("x\n"));
@@ -181,7 +181,7 @@ TEST(RotatingFile, AParentThatIsAFileFailsWithoutThrowing)
     EXPECT_NO_THROW(EXPECT_FALSE(file.Append(Line(1))));
 }
 
-TEST(RotatingFile, LeavesAFailedFileAloneForThePause)
+TEST(RotatingFile, RetriesFailedFileAfterPause)
 {
     const fs::path path = FreshPath("pause.log");
     fs::create_directories(path);
@@ -197,7 +197,7 @@ TEST(RotatingFile, LeavesAFailedFileAloneForThePause)
 }
 
 #ifdef _WIN32
-TEST(RotatingFile, AFileThatAForeignProgramHoldsIsEmptiedInsteadOfRenamed)
+TEST(RotatingFile, EmptiesFileWhenViewerBlocksRename)
 {
     const fs::path path = FreshPath("held.log");
     RotatingFile file(path, 55, 2, noPause);

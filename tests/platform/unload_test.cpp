@@ -21,15 +21,15 @@ void LoadUseAndUnload()
     ASSERT_EQ(GetModuleHandleW(L"velto-unload-probe.dll"), nullptr);
 }
 
-class Unload : public testing::Test {
+class PlatformUnload : public testing::Test {
 protected:
-    Unload()
+    PlatformUnload()
     {
         m_before = GetEnvironment("VELTO_LOG_FILE");
         m_log = FreshPath("unload.log");
         SetEnvironment("VELTO_LOG_FILE", m_log);
     }
-    ~Unload() override
+    ~PlatformUnload() override
     {
         SetEnvironment("VELTO_LOG_FILE", m_before);
         RegDeleteTreeW(HKEY_CURRENT_USER, key);
@@ -38,7 +38,7 @@ protected:
     std::filesystem::path m_log;
 };
 
-TEST_F(Unload, ClosesTheLogFile)
+TEST_F(PlatformUnload, ClosesLogFile)
 {
     LoadUseAndUnload();
     EXPECT_EQ(CountLinesWith(m_log, "from a module that will be unloaded"), 2);
@@ -48,7 +48,7 @@ TEST_F(Unload, ClosesTheLogFile)
     CloseHandle(alone);
 }
 
-TEST_F(Unload, TwentyTimesLeavesNoHandleOpen)
+TEST_F(PlatformUnload, LeaksNoHandleOverTwentyCycles)
 {
     LoadUseAndUnload(); // what the system keeps for itself after the first time
     DWORD before = 0;

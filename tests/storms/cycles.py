@@ -37,7 +37,7 @@ class Cycles(session.SystemTest):
         self.seed += 1
         return self.session.host("storm", self.file, "--seed", self.seed, "--json", *arguments, name=name)
 
-    def test_long_storm(self):
+    def test_long_storm_gets_documented_results(self):
         host = self.storm("--seconds", STORM_SECONDS)
         with storms.FlappingDefaults(self.session) as flapping:
             while host.running:
@@ -52,7 +52,7 @@ class Cycles(session.SystemTest):
         storm_figures.add("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
                     different=host.summary["notAsDocumented"])
 
-    def test_load_and_unload(self):
+    def test_module_unloads_after_repeated_load_cycles(self):
         host = self.storm("--seconds", "0.5", "--loads", LOADS)
         code = host.wait(LOADS * 6 + 400)
         storms.check_calls(self, host, code)
@@ -65,7 +65,7 @@ class Cycles(session.SystemTest):
         storm_figures.add("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
                     goneAfterS=summary["unload"]["seconds"], different=summary["notAsDocumented"])
 
-    def test_ends_at_random_moments(self):
+    def test_processes_end_at_random_moments_without_hanging(self):
         delays = random.Random(self.seed)
         codes = {"expected": 0, "failed": 0}
         for first in range(0, ENDS, ENDS_AT_ONCE):

@@ -62,7 +62,7 @@ class Faults(session.SystemTest):
         self.server.unload_sink("spkB")
         self.server.unload_source("micB")
 
-    def test_endpoints_removed(self):
+    def test_call_recovers_after_endpoints_are_removed(self):
         self.move_call_and_remove_endpoints()
         time.sleep(5)
         self.call.end_fault()
@@ -70,7 +70,7 @@ class Faults(session.SystemTest):
         back = self.call.seconds_until_sound("spkA")
         self.finish("both endpoints removed for 5 s", "another default device", back, "spkA", "micA.monitor")
 
-    def test_server_stopped(self):
+    def test_call_recovers_after_server_stalls(self):
         self.server.freeze()
         time.sleep(2)
         self.server.thaw()
@@ -78,7 +78,7 @@ class Faults(session.SystemTest):
         back = self.call.seconds_until_sound("spkA")
         self.finish("server stopped for 2 s", "nothing: it continues", back, "spkA", "micA.monitor")
 
-    def test_default_flapping(self):
+    def test_call_recovers_after_flapping_defaults(self):
         with storms.FlappingDefaults(self.session) as flapping:
             time.sleep(30)
         changes = flapping.changes
@@ -87,7 +87,7 @@ class Faults(session.SystemTest):
         back = self.call.seconds_until_sound("spkB")
         self.finish(f"{changes} changes of a default device in 30 s", "the last default device", back, "spkB", "micB")
 
-    def test_server_restarted(self):
+    def test_call_recovers_after_server_restarts(self):
         self.server.kill()
         time.sleep(5)
         self.call.end_fault()
@@ -99,7 +99,7 @@ class Faults(session.SystemTest):
         back = self.call.seconds_until_sound("spkA")
         self.finish("server killed, restarted after 5 s", "a change of the default devices", back, "spkA", "micA.monitor")
 
-    def test_rate_changed(self):
+    def test_call_recovers_after_sample_rate_changes(self):
         self.move_call_and_remove_endpoints()
         self.server.load_sink("spkB", 44100, 2)
         self.server.load_second_microphone("micB", "micA", 44100, 2)

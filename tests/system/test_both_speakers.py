@@ -4,8 +4,8 @@
 from rig import media, paths, session
 
 
-class BothSpeakersAtOnce(session.SystemTest):
-    def test_each_is_heard_complete(self):
+class BothSpeakers(session.SystemTest):
+    def test_both_speakers_are_heard_completely_at_once(self):
         left = media.speech("speech-left", pan="pan=stereo|c0=c0|c1=0*c0")
         right = media.speech("speech-right-backwards", pan="pan=stereo|c0=0*c0|c1=c0", backwards=True)
         recorder = self.session.record()
@@ -16,7 +16,7 @@ class BothSpeakersAtOnce(session.SystemTest):
         self.assert_heard(recorder, left, channels=slice(0, 1))
         self.assert_heard(recorder, right, channels=slice(1, 2))
 
-    def test_the_call_speaker_alone_is_heard_complete(self):
+    def test_call_speaker_alone_is_heard_completely(self):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.play(speech, "--device", "ModemSpeaker1")

@@ -32,7 +32,7 @@ def silence(seconds):
     return numpy.zeros((int(seconds * RATE), 2))
 
 
-class TheJudge(unittest.TestCase):
+class Comparison(unittest.TestCase):
     def setUp(self):
         self.sent = voice()
 
@@ -40,7 +40,7 @@ class TheJudge(unittest.TestCase):
         self.result = compare.compare(heard, self.sent, RATE)
         return self.result.verdict(**tolerance)
 
-    def test_accepts_a_perfect_copy_whenever_it_comes(self):
+    def test_comparison_accepts_perfect_copy_at_any_delay(self):
         for delay in (0.0, 0.7312, 5.0):
             self.assertEqual(self.judge(numpy.concatenate([silence(delay), self.sent, silence(1)])), "")
             self.assertEqual(self.result.offset, int(delay * RATE))
@@ -48,101 +48,101 @@ class TheJudge(unittest.TestCase):
             self.assertEqual((self.result.dropouts, len(self.result.damaged), self.result.slips), (0, 0, 0))
             self.assertGreater(self.result.match_db, 60)
 
-    def test_accepts_another_volume_within_reason(self):
+    def test_comparison_accepts_slightly_lower_volume(self):
         self.assertEqual(self.judge(0.8 * self.sent), "")
         self.assertAlmostEqual(self.result.gain, 0.8, 2)
 
-    def test_accepts_sound_that_lies_between_two_samples(self):
+    def test_comparison_accepts_fractional_sample_delay(self):
         self.assertEqual(self.judge(compare.delayed(self.sent, 0, len(self.sent), (0.37,))[0]), "")
 
-    def test_accepts_noise_far_below_the_sound(self):
+    def test_comparison_accepts_noise_far_below_sound(self):
         noise = 1e-4 * numpy.random.default_rng(2).standard_normal(self.sent.shape)
         self.assertEqual(self.judge(self.sent + noise), "")
 
-    def test_refuses_silence(self):
+    def test_comparison_refuses_silence(self):
         self.assertEqual(self.judge(silence(9)), "nothing of what was sent was heard")
 
-    def test_refuses_an_empty_recording(self):
+    def test_comparison_refuses_empty_recording(self):
         self.assertEqual(self.judge(numpy.zeros((0, 2))), "nothing of what was sent was heard")
 
-    def test_refuses_noise(self):
+    def test_comparison_refuses_noise(self):
         noise = 0.1 * numpy.random.default_rng(3).standard_normal(self.sent.shape)
         self.assertEqual(self.judge(noise), "nothing of what was sent was heard")
 
-    def test_refuses_other_sound_of_the_same_kind(self):
+    def test_comparison_refuses_other_sound_of_same_kind(self):
         self.assertEqual(self.judge(voice(seed=9)), "nothing of what was sent was heard")
 
-    def test_refuses_wrong_speeds(self):
+    def test_comparison_refuses_wrong_speeds(self):
         for factor in (22050 / 48000, 44100 / 48000, 2.0, 1.01, 0.99, 1.001, 1.0002):
             self.assertNotEqual(self.judge(resampled(self.sent, factor)), "", factor)
 
-    def test_refuses_a_slightly_wrong_speed_even_where_every_window_matches(self):
+    def test_comparison_refuses_slightly_wrong_speed_when_every_window_matches(self):
         count = numpy.arange(8 * RATE)
         self.sent = 0.3 * numpy.stack([numpy.sin(count ** 2 * 1e-7 + k) for k in (0, 1)], axis=1)
         self.assertIn("speed", self.judge(resampled(self.sent, 1.00005), tolerated_windows=0))
 
-    def test_refuses_loud_noise_over_the_sound(self):
+    def test_comparison_refuses_loud_noise_over_sound(self):
         noise = 0.05 * numpy.random.default_rng(4).standard_normal(self.sent.shape)
         self.assertNotEqual(self.judge(self.sent + noise), "")
 
-    def test_refuses_swapped_channels(self):
+    def test_comparison_refuses_swapped_channels(self):
         self.assertNotEqual(self.judge(self.sent[:, ::-1]), "")
 
-    def test_refuses_one_silent_channel(self):
+    def test_comparison_refuses_one_silent_channel(self):
         self.assertNotEqual(self.judge(self.sent * [1.0, 0.0]), "")
 
-    def test_refuses_inverted_sound(self):
+    def test_comparison_refuses_inverted_polarity(self):
         self.assertNotEqual(self.judge(-self.sent), "")
 
-    def test_refuses_a_fraction_of_the_volume(self):
+    def test_comparison_refuses_tenth_of_volume(self):
         self.assertIn("volume", self.judge(0.1 * self.sent))
 
-    def test_refuses_sound_that_stops_half_way(self):
+    def test_comparison_refuses_sound_that_stops_halfway(self):
         self.assertIn("damaged", self.judge(numpy.concatenate([self.sent[:4 * RATE], silence(5)])))
 
-    def test_refuses_a_second_of_silence_in_the_middle(self):
+    def test_comparison_refuses_one_second_of_silence(self):
         heard = self.sent.copy()
         heard[3 * RATE:4 * RATE] = 0
         self.assertIn("damaged", self.judge(heard))
         self.assertEqual(self.result.dropouts, 1)
         self.assertTrue(all(2.8 <= w.start_s < 4.0 for w in self.result.damaged))
 
-    def test_follows_a_pause_that_was_put_in_and_counts_it(self):
+    def test_comparison_follows_and_counts_inserted_pause(self):
         cut = int(3.1 * RATE)
         heard = numpy.concatenate([self.sent[:cut], silence(0.3), self.sent[cut:]])
         self.assertEqual(self.judge(heard), "")
         self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
         self.assertLessEqual(len(self.result.damaged), 1)
 
-    def test_follows_a_missing_piece_and_counts_it(self):
+    def test_comparison_follows_and_counts_missing_piece(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, int(3.1 * RATE)), axis=0)
         self.assertEqual(self.judge(heard), "")
         self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
 
-    def test_refuses_many_pauses(self):
+    def test_comparison_refuses_many_pauses(self):
         pieces = [p for i in range(8) for p in (self.sent[i * RATE:(i + 1) * RATE], silence(0.05))]
         self.assertNotEqual(self.judge(numpy.concatenate(pieces)), "")
 
-    def test_finds_the_one_damaged_window_and_tolerates_it_only_when_told(self):
+    def test_comparison_accepts_damaged_window_only_within_tolerance(self):
         heard = self.sent.copy()
         heard[int(5.05 * RATE):int(5.10 * RATE)] = 0
         self.assertEqual(self.judge(heard, tolerated_windows=1), "")
         self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [5.0])
         self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
 
-    def test_refuses_a_click_in_a_quiet_place(self):
+    def test_comparison_refuses_click_in_quiet_passage(self):
         self.sent[2 * RATE:3 * RATE] = 0
         heard = self.sent.copy()
         heard[int(2.5 * RATE):int(2.51 * RATE)] = 0.5
         self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
 
-    def test_a_window_at_a_volume_of_its_own_is_damaged(self):
+    def test_comparison_refuses_passage_at_different_volume(self):
         heard = self.sent.copy()
         heard[4 * RATE:5 * RATE] *= 0.5
         self.assertIn("damaged", self.judge(heard))
 
 
-class TheJudgeOfCodedSound(unittest.TestCase):
+class CodedSoundComparison(unittest.TestCase):
     """As above, for sound that has lost what the AAC encoder takes away."""
 
     @classmethod
@@ -155,44 +155,44 @@ class TheJudgeOfCodedSound(unittest.TestCase):
         self.result = compare.compare(heard, self.sent, RATE, compare.CODED_MATCH_DB)
         return self.result.verdict(**tolerance)
 
-    def test_accepts_the_encoders_loss_in_every_window(self):
+    def test_coded_comparison_accepts_encoder_loss(self):
         self.assertEqual(self.judge(numpy.concatenate([silence(0.7312), self.coded])), "")
         self.assertEqual((len(self.result.damaged), self.result.slips, self.result.drift), (0, 0, 0))
         self.assertGreater(min(w.match_db for w in self.result.windows), compare.CODED_MATCH_DB + 2)
 
-    def test_refuses_silence_and_other_sound(self):
+    def test_coded_comparison_refuses_silence_and_other_sound(self):
         nothing = "nothing of what was sent was heard"
         self.assertEqual(self.judge(silence(9)), nothing)
         self.assertEqual(self.judge(media.glides(8, seed=7)), nothing)
 
-    def test_refuses_swapped_channels_and_one_silent_channel(self):
+    def test_coded_comparison_refuses_swapped_silent_and_copied_channels(self):
         self.assertNotEqual(self.judge(self.coded[:, ::-1]), "")
         self.assertNotEqual(self.judge(self.coded * [1.0, 0.0]), "")
         self.assertNotEqual(self.judge(self.coded[:, [0, 0]]), "")
 
-    def test_refuses_wrong_speeds(self):
+    def test_coded_comparison_refuses_wrong_speeds(self):
         for factor in (44100 / 48000, 2.0, 0.5, 1.001, 0.9998):
             self.assertNotEqual(self.judge(resampled(self.coded, factor)), "", factor)
 
-    def test_finds_one_missing_packet(self):
+    def test_coded_comparison_detects_missing_packet(self):
         heard = numpy.delete(self.coded, slice(3 * RATE, 3 * RATE + 1024), axis=0)
         self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
         self.assertEqual(self.result.slips, 1)
 
-    def test_finds_one_packet_twice(self):
+    def test_coded_comparison_detects_repeated_packet(self):
         place = 3 * RATE
         heard = numpy.concatenate([self.coded[:place], self.coded[place - 1024:]])
         self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
         self.assertEqual(self.result.slips, 1)
 
-    def test_finds_one_packet_of_silence(self):
+    def test_coded_comparison_detects_silent_packet(self):
         heard = self.coded.copy()
         heard[3 * RATE + 2000:3 * RATE + 3024] = 0
         self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
         self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [3.0])
 
 
-class TheFollowerOfEndlessSound(unittest.TestCase):
+class LoopedSoundCheck(unittest.TestCase):
     def setUp(self):
         self.period = media.glides(20, seed=3)[:, 0]
         self.check = sound_check.SoundCheck(self.period, RATE, good_db=20)
@@ -202,18 +202,18 @@ class TheFollowerOfEndlessSound(unittest.TestCase):
         for begin in range(0, len(heard), 100001):
             self.check.feed(heard[begin:begin + 100001])
 
-    def test_whole_sound_has_neither_damage_nor_slips_over_the_seam(self):
+    def test_looped_sound_check_reports_nothing_at_loop_point(self):
         self.feed(numpy.zeros(5000), self.period[1000:], self.period)
         self.assertEqual((self.check.damaged, self.check.slips), (0, []))
         self.assertGreater(self.check.windows, 190)
         self.assertEqual(self.check.places[0], (9600, 5600))
 
-    def test_missing_and_added_sound_are_slips_of_that_length(self):
+    def test_looped_sound_check_reports_missing_and_added_sound_as_slips(self):
         self.feed(self.period, self.period[4096:], self.period[:96000], numpy.zeros(3000), self.period[96000:])
         self.assertEqual([slip.frames for slip in self.check.slips], [4096, -3000])
         self.assertLessEqual(self.check.damaged, 2)
 
-    def test_silence_noise_and_a_wrong_speed_are_damage(self):
+    def test_looped_sound_check_reports_silence_noise_and_wrong_speed(self):
         noise = numpy.random.default_rng(2).standard_normal(RATE)
         for name, heard in (("silence", numpy.zeros(RATE)), ("noise", 0.1 * noise),
                             ("speed", resampled(self.period[:2 * RATE, None], 1.01)[:RATE, 0])):

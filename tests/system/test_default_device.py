@@ -10,7 +10,7 @@ ABSENT_ENDPOINT = "{0.0.0.00000000}.{00000000-1111-2222-3333-444444444444}"
 class DefaultDevice(session.SystemTest):
     SINKS = (("spkA", 48000, 2), ("spkB", 44100, 2))
 
-    def test_sound_goes_on_at_the_new_default_endpoint(self):
+    def test_playback_continues_on_new_default_endpoint(self):
         speech = media.speech("speech")
         endpoints = self.session.endpoints()
         first, second = self.session.record("spkA", 48000), self.session.record("spkB", 44100)
@@ -32,7 +32,7 @@ class DefaultDevice(session.SystemTest):
         self.assertEqual(host.log.count("Need to change default audio device."), 1)
         self.assertEqual(host.log.count("OnAudioDeviceChanged failed"), 0)
 
-    def test_a_change_to_the_endpoint_in_use_keeps_the_client(self):
+    def test_playback_keeps_client_when_default_endpoint_is_unchanged(self):
         speech = media.speech("speech")
         recorder = self.session.record("spkA", 48000)
         host = self.session.play(speech)

@@ -14,7 +14,7 @@ BUFFER_FRAMES = 14400  # of the lost client: 300 ms at 48000 Hz
 class EndpointLost(session.SystemTest):
     SINKS = (("spkA", 48000, 2), ("spkB", 48000, 2))
 
-    def test_a_removed_endpoint_is_reported_and_the_next_default_brings_the_sound_back(self):
+    def test_playback_returns_on_next_default_after_endpoint_is_removed(self):
         speech = media.speech("speech")
         endpoints = self.session.endpoints()
         identity = {sink: next(i for n, i in endpoints.items() if sink in n) for sink in ("spkA", "spkB")}
@@ -34,7 +34,7 @@ class EndpointLost(session.SystemTest):
         self.assertEqual(host.summary["nonzeroResults"], 0)
         self.assertEqual(host.log.count("Need to change default audio device."), 1)
 
-    def test_the_end_of_the_audio_service_neither_crashes_nor_spins(self):
+    def test_playback_neither_crashes_nor_spins_when_audio_service_dies(self):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.play(speech, "--loop", "--seconds", "16")
@@ -49,7 +49,7 @@ class EndpointLost(session.SystemTest):
         self.assert_ended_well(host)
         self.assertEqual(host.summary["nonzeroResults"], 0)
 
-    def test_a_stalled_audio_service_is_waited_out_and_the_sound_comes_back(self):
+    def test_playback_returns_after_audio_service_stalls(self):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.play(speech, "--loop", "--seconds", "14")

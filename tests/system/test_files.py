@@ -9,7 +9,7 @@ from rig import media, paths, session
 NOTHING_PLAYED, NO_AAC_FILE = 1, 4
 
 
-class Files(session.SystemTest):
+class PlayedFiles(session.SystemTest):
     def setUp(self):
         super().setUp()
         self.speech = media.speech("speech")
@@ -19,7 +19,7 @@ class Files(session.SystemTest):
         path.write_bytes(content)
         return path
 
-    def test_what_is_not_aac_is_refused_with_a_message(self):
+    def test_file_without_aac_is_refused_with_message(self):
         noise = random.Random(1).randbytes(40000)
         wave = media.SPEECH_FOLDER / "Front_Center.wav"
         for name, path in (("missing", self.session.folder / "no-such-file.aac"),
@@ -32,7 +32,7 @@ class Files(session.SystemTest):
                 self.assertEqual(host.wait(60), NO_AAC_FILE, host.errors())
                 self.assertTrue(host.errors().strip(), "no message")
 
-    def test_a_truncated_file_plays_up_to_its_end(self):
+    def test_truncated_file_plays_up_to_its_end(self):
         whole = self.speech.read_bytes()
         host = self.session.play(self.file("truncated.aac", whole[:len(whole) // 4]))
         recorder = self.session.record()
@@ -42,7 +42,7 @@ class Files(session.SystemTest):
         self.assertTrue(90 < sent < 200, sent)
         self.assertEqual(host.summary["nonzeroResults"], 0)
 
-    def test_damaged_frames_are_reported_and_playing_goes_on(self):
+    def test_damaged_frames_are_logged_and_playback_continues(self):
         damaged = bytearray(self.speech.read_bytes())
         chance = random.Random(5)
         for _ in range(60):
@@ -61,7 +61,7 @@ class Files(session.SystemTest):
         self.report("last quarter", result)
         self.assert_whole(result, tolerated_windows=3)
 
-    def test_another_sample_rate_plays_without_error_at_the_fixed_rate(self):
+    def test_22050_hz_file_plays_at_fixed_rate_without_errors(self):
         slow = media.speech("speech-22k", rate=22050)
         recorder = self.session.record()
         host = self.session.play(slow)
@@ -72,7 +72,7 @@ class Files(session.SystemTest):
         self.assertEqual(host.log.count("AUDIO decode error:"), 0)
         self.assertGreater(host.summary["framesSent"], 200)
 
-    def test_another_sample_rate_is_heard_at_the_wrong_speed(self):
+    def test_22050_hz_file_is_heard_at_wrong_speed(self):
         slow = media.speech("speech-22k", rate=22050)
         recorder = self.session.record()
         host = self.session.play(slow, "--pace-rate", "48000")
@@ -89,7 +89,7 @@ class Files(session.SystemTest):
 class RecordedFiles(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_what_cannot_be_written_is_refused_with_a_message_before_anything_is_recorded(self):
+    def test_unwritable_file_is_refused_before_recording(self):
         folder = self.session.folder / "folder.aac"
         folder.mkdir()
         for name, path in (("another ending", self.session.folder / "voice.wav"),
@@ -103,7 +103,7 @@ class RecordedFiles(session.SystemTest):
         self.assertEqual(list(folder.iterdir()), [])
         self.assertEqual(list(self.session.folder.glob("voice*")), [])
 
-    def test_the_progress_line_shows_time_packets_and_level(self):
+    def test_progress_line_shows_time_packets_and_level(self):
         host = self.session.record_microphone("--seconds", "4", "--progress")
         self.session.wait_for_capture()
         self.session.speak(media.glides(12))

@@ -11,7 +11,7 @@ ALL_BITS = 4294967295
 
 
 class RegistryValue(session.SystemTest):
-    def test_holds_the_stream_type_while_playing_and_all_bits_after_the_close(self):
+    def test_registry_has_stream_type_while_playing_and_all_bits_after_close(self):
         speech = media.speech("speech")
         self.assertIsNone(self.stream_type())
         recorder = self.session.record()
@@ -31,14 +31,14 @@ class RegistryValue(session.SystemTest):
 
 
 class ListenerEvents(session.SystemTest):
-    def test_parameters_and_close_are_told_in_order(self):
+    def test_parameter_and_close_events_arrive_in_order(self):
         host = self.session.play(media.speech("speech"), "--seconds", "2",
                                  "--set-parameters", "sampleRate=48000,channel=3,format=1")
         self.assert_ended_well(host)
         self.assertEqual(host.summary["events"], [{"device": "speaker1", "code": PARAMETERS},
                                                   {"device": "speaker1", "code": CLOSED}])
 
-    def test_each_speaker_is_told_of_by_its_own_id(self):
+    def test_each_speaker_sends_events_with_its_own_id(self):
         speech = media.speech("speech")
         host = self.session.play(speech, "--seconds", "2", "--also-modem", paths.to_windows(speech))
         self.assert_ended_well(host)
@@ -48,22 +48,22 @@ class ListenerEvents(session.SystemTest):
 
 
 class OtherCommands(session.SystemTest):
-    def test_capabilities_lists_the_four_devices_in_order(self):
+    def test_capabilities_command_lists_four_devices_in_order(self):
         host = self.session.host("capabilities", "--json")
         self.assert_ended_well(host)
         names = [device["id"] for device in host.summary["devices"]]
         self.assertEqual(names, ["speaker1", "ModemSpeaker1", "ModemMic1", "mic1"])
 
-    def test_invalid_arguments_give_the_documented_results(self):
+    def test_invalid_arguments_return_documented_results(self):
         host = self.session.host("probe", "--json")
         self.assert_ended_well(host)
         self.assertEqual(host.summary["notAsDocumented"], 0)
         self.assertGreater(len(host.summary["calls"]), 30)
 
-    def test_devices_shows_the_sinks(self):
+    def test_devices_command_lists_sinks(self):
         self.assertEqual(sorted(self.session.endpoints()), ["PulseAudio", "spkA"])
 
-    def test_the_c_example_is_heard_complete(self):
+    def test_c_player_example_is_heard_completely(self):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(speech), program=paths.EXAMPLE_HOST)
@@ -86,7 +86,7 @@ class OtherCommands(session.SystemTest):
         short = media.write_units(self.session.folder / "short.aac", media.units(whole)[:3])
         return self.session.host(paths.to_windows(short), program=program, name=program.parent.name)
 
-    def test_the_build_folder_runs_from_another_place(self):
+    def test_copied_build_folder_runs(self):
         elsewhere = self.folder_with("copied \u00e4\u6f22 folder", "velto-host.exe", "velto-host-example.exe", "*.dll")
         host = self.session.host("capabilities", "--json", program=elsewhere / "velto-host.exe")
         self.assert_ended_well(host)
@@ -94,7 +94,7 @@ class OtherCommands(session.SystemTest):
         self.assert_ended_well(host, last_words="3 frames sent, 0 refused")
         self.assertIn("speaker1: type 0, 1 profile(s)", host.output())
 
-    def test_no_dll_of_the_current_folder_is_loaded(self):
+    def test_dlls_in_current_folder_are_not_loaded(self):
         for dll in paths.WINDOWS_BIN.glob("*.dll"):
             shutil.copy2(dll, self.session.folder)
         for name, files in (("without the module", ["av*.dll", "sw*.dll"]), ("without FFmpeg", ["Lib*.dll"])):
@@ -104,14 +104,14 @@ class OtherCommands(session.SystemTest):
                 self.assertEqual(host.wait(60), 3, host.output())
                 self.assertIn("error 126", host.errors())
 
-    def test_the_module_loads_from_a_folder_of_its_own(self):
+    def test_module_loads_from_other_folder(self):
         folder = self.folder_with("module \u00e4\u6f22 folder", "*.dll")
         host = self.session.host("capabilities", "--json", "--module",
                                  paths.to_windows(folder / "LibVeltoAudioHandler.dll"))
         self.assert_ended_well(host)
         self.assertIn(folder.name, host.summary["module"])
 
-    def test_a_missing_module_is_told(self):
+    def test_missing_module_is_reported(self):
         host = self.session.host("capabilities", "--module", paths.to_windows(self.session.folder / "none.dll"))
         self.assertEqual(host.wait(60), 3)
         self.assertTrue(host.errors().strip())

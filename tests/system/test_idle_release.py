@@ -9,7 +9,7 @@ RELEASED = "No audio data for 4mins, release audio resource."
 class IdleRelease(session.SystemTest):
     TAKES = 2
 
-    def test_releases_once_and_plays_again(self):
+    def test_speakers_are_released_once_when_idle_and_play_again(self):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.play(speech, "--pause-after", "5", "--pause", "246")

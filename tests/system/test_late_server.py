@@ -8,7 +8,7 @@ class LateServer(session.SystemTest):
     WITH_SERVER = False
     TAKES = 2
 
-    def test_plays_after_the_idle_release_once_the_service_is_there(self):
+    def test_playback_starts_after_idle_release_when_service_starts_late(self):
         speech = media.speech("speech")
         host = self.session.play(speech, "--pause-after", "4", "--pause", "246")
         # Class not registered: the enumerator cannot be made without the service.

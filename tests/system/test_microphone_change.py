@@ -10,7 +10,7 @@ POLLS_PER_SECOND = 100
 NOTHING_RECORDED = 5
 
 
-class Change(session.SystemTest):
+class MicrophoneChange(session.SystemTest):
     """Both microphones hear the same, so that what is missing in between can be told from the sound."""
 
     MICROPHONES = (session.MICROPHONE_48K,)
@@ -21,7 +21,7 @@ class Change(session.SystemTest):
         endpoints = self.session.endpoints("capture")
         self.identity = {name: endpoints[name] for name in ("micB", "Monitor of micA")}
 
-    def test_the_recording_goes_on_with_the_new_default_device(self):
+    def test_recording_continues_on_new_default_device(self):
         spoken = media.glides(14)
         host = self.session.record_microphone()
         self.session.wait_for_capture()
@@ -33,7 +33,7 @@ class Change(session.SystemTest):
         self.end_recording(host)
         self.assert_one_gap(host, spoken, most_s=3.0)
 
-    def test_many_changes_in_a_row_end_in_one_capture_of_the_last_device(self):
+    def test_rapid_changes_end_in_one_capture_of_last_device(self):
         spoken = media.glides(16, seed=4)
         host = self.session.record_microphone()
         self.session.wait_for_capture()
@@ -52,7 +52,7 @@ class Change(session.SystemTest):
         last = [w for w in result.windows if w.start_s >= 13]
         self.assert_sound(sum(w.state == compare.GOOD for w in last) >= 12, "the sound did not come back")
 
-    def test_a_removed_device_is_reported_and_the_next_default_brings_the_sound_back(self):
+    def test_recording_returns_on_next_default_after_device_is_removed(self):
         spoken = media.glides(16)
         self.session.prefix.make_default_input(self.identity["micB"])
         host = self.session.record_microphone()
@@ -68,7 +68,7 @@ class Change(session.SystemTest):
         self.end_recording(host)
         self.assert_one_gap(host, spoken, most_s=8.0)
 
-    def test_the_end_of_the_audio_service_ends_the_sound_and_nothing_else(self):
+    def test_recording_loses_only_sound_when_audio_service_dies(self):
         spoken = media.glides(20)
         host = self.session.record_microphone()
         self.session.wait_for_capture()
@@ -112,10 +112,10 @@ class Change(session.SystemTest):
         self.assertTrue(host.running)
 
 
-class WithoutAService(session.SystemTest):
+class WithoutAudioService(session.SystemTest):
     WITH_SERVER = False
 
-    def test_opening_succeeds_reading_gives_nothing_and_the_log_says_why(self):
+    def test_recording_without_audio_service_is_empty_and_logs_reason(self):
         host = self.session.record_microphone("--seconds", "2")
         self.assertEqual(host.wait(60), NOTHING_RECORDED)
         self.assertEqual((host.summary["packets"], host.summary["nonzeroResults"]), (0, 0))

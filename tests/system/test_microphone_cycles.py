@@ -8,10 +8,10 @@ CYCLES = 200
 LEFT_PER_CYCLE = 30 * 1024
 
 
-class Cycles(session.SystemTest):
+class MicrophoneCycles(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_two_hundred_openings_hold_nothing_but_what_is_left_by_design(self):
+    def test_two_hundred_openings_leak_no_more_than_documented(self):
         self.session.record("micA")  # an idle microphone takes its time to wake up, one that is in use does not
         host = self.session.host("probe", "--sequence", "cycles", "--count", CYCLES, "--json")
         self.assert_ended_well(host, 280)

@@ -6,10 +6,10 @@ from rig import compare, media, session
 QUEUED_S = 10.0  # of packets that nobody reads are kept, then capture waits
 
 
-class LateReader(session.SystemTest):
+class SlowReader(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_ten_seconds_are_kept_and_the_rest_of_a_longer_pause_is_lost(self):
+    def test_slow_reader_gets_ten_queued_seconds_and_loses_rest(self):
         pause_at, pause_for = 6.0, 15.0
         spoken = media.glides(30)
         host = self.session.record_microphone("--pause-reading-at", pause_at, "--pause-reading-for", pause_for)
@@ -32,10 +32,10 @@ class LateReader(session.SystemTest):
         self.assertEqual(host.log.count("Error code: "), 0)
 
 
-class CallOrders(session.SystemTest):
+class CallOrder(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_opened_twice_and_closed_once_the_first_goes_on_unowned(self):
+    def test_first_of_two_openings_keeps_running_after_close(self):
         host = self.session.host("probe", "--sequence", "open-twice", "--hold", "5", "--json")
         self.until(lambda: "open-twice:" in host.errors(), "the calls to be done", 60)
         self.assertEqual(len(self.session.server.captures()), 1)
@@ -45,7 +45,7 @@ class CallOrders(session.SystemTest):
                                         "closeAgain": 0, "exitCode": 0})
         self.until(lambda: not self.session.server.captures(), "the stream to be gone")
 
-    def test_a_close_ends_the_wait_of_a_reader(self):
+    def test_close_ends_waiting_read(self):
         self.session.server.load_dead_microphone("dead")
         host = self.session.host("probe", "--sequence", "close-while-reading", "--json")
         self.assert_ended_well(host)
@@ -60,12 +60,12 @@ class CallOrders(session.SystemTest):
 class EndWhileRecording(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_the_exit_code_is_the_hosts(self):
+    def test_recording_process_ends_with_host_exit_code(self):
         host = self.end_while_recording(41)
         self.assertGreater(host.summary["packets"], 30)
         self.until(lambda: not self.session.server.captures(), "the stream to be gone")
 
-    def test_the_end_does_not_wait_for_a_dead_audio_service(self):
+    def test_recording_process_ends_without_waiting_for_dead_audio_service(self):
         self.end_while_recording(42, before_end=self.session.server.kill)
 
     def end_while_recording(self, code, before_end=None):
@@ -78,7 +78,7 @@ class EndWhileRecording(session.SystemTest):
             return host
         return self.assert_exit_code(code, run)
 
-    def test_freeing_the_module_returns_at_once_and_it_stays_while_it_records(self):
+    def test_freed_module_stays_loaded_while_it_records(self):
         host = self.session.record_microphone("--unload-after", "5", "--unload-wait", "4")
         self.session.wait_for_capture()
         self.assert_ended_well(host)

@@ -18,7 +18,7 @@ class Microphone(session.SystemTest):
 
 
 class StereoAt48000(Microphone):
-    def test_twenty_seconds_arrive_without_a_packet_missing(self):
+    def test_twenty_seconds_are_recorded_without_missing_packet(self):
         spoken = media.glides(20)
         host = self.record(spoken)
         # In the aligned sound nothing is missing and nothing was put in: between the first and the
@@ -37,7 +37,7 @@ class StereoAt48000(Microphone):
         self.assertTrue(60000 < summary["bitRate"] < 140000, summary["bitRate"])
         self.assertLessEqual(summary["largestPacket"], 1536)
 
-    def test_the_m4a_file_is_as_long_as_asked_and_draws_no_warning(self):
+    def test_m4a_recording_has_requested_length_and_causes_no_warning(self):
         host = self.session.record_microphone("--seconds", "10")
         self.session.wait_for_capture()
         self.session.speak(media.glides(30))
@@ -45,18 +45,18 @@ class StereoAt48000(Microphone):
         self.assertEqual(media.complaints(host.recording), [])
         self.assertAlmostEqual(media.duration(host.recording), 10, delta=1024 / 48000 + 0.002)
 
-    def test_an_aac_file_holds_the_same_sound(self):
+    def test_aac_recording_contains_sound(self):
         spoken = media.glides(6, seed=5)
         host = self.record(spoken, container="aac")
         self.assert_recorded(host.recording, spoken)
 
-    def test_the_call_microphone_hears_the_same(self):
+    def test_call_microphone_records_sound(self):
         spoken = media.glides(6, seed=3)
         host = self.record(spoken, 48000, "m4a", "--device", "ModemMic1")
         self.assertEqual(host.summary["device"], "ModemMic1")
         self.assert_recorded(host.recording, spoken)
 
-    def test_the_c_example_records_the_same(self):
+    def test_c_recorder_example_records_sound(self):
         spoken = media.glides(5, seed=6)
         recording = self.session.folder / "example.aac"
         host = self.session.host(paths.to_windows(recording), "14", program=paths.EXAMPLE_RECORDER)
@@ -70,7 +70,7 @@ class StereoAt48000(Microphone):
 class MonoAt44100(Microphone):
     MICROPHONES = (("micA", 44100, 1),)
 
-    def test_speech_arrives_complete_in_both_channels(self):
+    def test_mono_sound_is_recorded_in_both_channels(self):
         spoken = media.glides(10, 44100, 1)
         host = self.record(spoken, 44100)
         self.assert_recorded(host.recording, spoken, 44100)

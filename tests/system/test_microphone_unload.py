@@ -25,7 +25,7 @@ class UnloadWhileOpen(session.SystemTest):
         self.assertEqual(host.summary["exitCode"], 0)
 
 
-class WithoutAMicrophone(UnloadWhileOpen):
+class WithoutMicrophone(UnloadWhileOpen):
     """Wine's ALSA driver finds no device in an empty configuration, whatever hardware the machine has. There is
     an enumerator then, which takes registrations, but no endpoint."""
 
@@ -40,7 +40,7 @@ class WithoutAMicrophone(UnloadWhileOpen):
         prefix.write_string(DRIVERS, "Audio", "alsa")
         self.assertEqual(self.session.endpoints("capture"), {})
 
-    def test_the_host_survives_default_changes_after_it_freed_the_module(self):
+    def test_host_survives_default_changes_after_freeing_module(self):
         host = self.probe()
         for change in range(1, CHANGES + 1):
             # Wine reports any new value of this entry as another default microphone.
@@ -54,13 +54,13 @@ class WithoutAMicrophone(UnloadWhileOpen):
         self.assertEqual(host.log.count("GetDefaultAudioEndpoint failed, err=0x80070490"), 1 + CHANGES)
 
 
-class WithADefaultThatCannotBeOpened(UnloadWhileOpen):
+class WithUnusableDefault(UnloadWhileOpen):
     """PulseAudio's default source, while there is none. The capture thread fails while the opening call registers:
     the recording keeps its notifications only if the failure came first."""
 
     SINKS = ()
 
-    def test_the_host_survives_a_microphone_that_is_plugged_in_after_it_freed_the_module(self):
+    def test_host_survives_new_microphone_after_freeing_module(self):
         default = self.session.endpoints("capture")["PulseAudio"]
         host = self.probe()
         is_registered = host.log.count(REGISTERED) > host.log.count("UnregisterEndpointNotificationCallback")

@@ -7,13 +7,13 @@ from rig import media, session
 
 
 class ProcessEnd(session.SystemTest):
-    def test_the_exit_code_is_the_hosts(self):
+    def test_playing_process_ends_with_host_exit_code(self):
         recorder = self.session.record()
         host = self.end_while_playing(37, recorder)
         self.assertLess(host.summary["seconds"], 8, "the speech was played to its end")
         self.until(lambda: not self.session.server.streams(), "the streams to be gone")
 
-    def test_the_end_does_not_wait_for_a_dead_audio_service(self):
+    def test_playing_process_ends_without_waiting_for_dead_audio_service(self):
         recorder = self.session.record()
         self.end_while_playing(38, recorder, before_end=self.session.server.kill)
 
@@ -27,7 +27,7 @@ class ProcessEnd(session.SystemTest):
             return host
         return self.assert_exit_code(code, run)
 
-    def test_a_killed_host_leaves_no_stream(self):
+    def test_killed_host_leaves_no_stream(self):
         recorder = self.session.record()
         host = self.session.play(media.speech("speech"), "--loop", "--seconds", "60")
         recorder.wait_for_sound(60)

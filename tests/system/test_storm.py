@@ -9,11 +9,11 @@ from rig import media, paths, session, storms
 SECONDS = 20
 
 
-class AllAtOnce(session.SystemTest):
+class Storm(session.SystemTest):
     SINKS = (("spkA", 48000, 2), ("spkB", 44100, 2))
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_every_call_returns_what_is_documented_and_the_process_ends_clean(self):
+    def test_concurrent_calls_return_documented_results(self):
         self.session.server.load_second_microphone("micB", "micA", 44100, 2)
         self.session.speak(media.glides(SECONDS + 60, seed=5))
         seed = random.SystemRandom().randrange(10 ** 6)

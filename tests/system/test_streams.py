@@ -36,8 +36,8 @@ class Streams(session.SystemTest):
         self.assert_sound(peak < SILENCE, f"{what}: a peak of {peak:.5f} at {begin / 48000:.3f} to {end / 48000:.3f} s")
 
 
-class SeveralOnOneLoad(Streams):
-    def test_each_of_three_is_heard_whole_and_nothing_of_it_in_the_next(self):
+class ConsecutiveStreams(Streams):
+    def test_three_streams_are_heard_completely_and_separately(self):
         files = [self.stream(name, 62, seed) for seed, name in enumerate("abc", 1)]
         recorder = self.session.record()
         host = self.session.play(files[0], *map(paths.to_windows, files[1:]), "--gap", "0.8")
@@ -64,7 +64,7 @@ class SeveralOnOneLoad(Streams):
 
 
 class ShortStream(Streams):
-    def test_of_three_units_is_heard_whole_when_silent_units_end_it(self):
+    def test_short_stream_with_silent_end_is_heard_completely(self):
         short = self.stream("short", 3, 4)
         recorder = self.session.record()
         host = self.session.play(short)
@@ -72,7 +72,7 @@ class ShortStream(Streams):
         self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (3, 5))
         self.place(recorder.samples(), self.decoded(short, media.SILENT_END), "short")
 
-    def test_without_silent_units_comes_out_in_front_of_the_next_stream(self):
+    def test_short_stream_without_silent_end_is_heard_before_next_stream(self):
         short, following = self.stream("short", 3, 5), self.stream("following", 47, 6)
         recorder = self.session.record()
         host = self.session.play(short, paths.to_windows(following), "--gap", "1", "--no-silent-end")
@@ -82,7 +82,7 @@ class ShortStream(Streams):
         place = self.place(heard, self.decoded(short, following), "both in one")
         self.assert_silent(heard, 0, place, "before both")
 
-    def test_of_the_c_example_is_heard_whole(self):
+    def test_c_player_example_plays_short_stream_completely(self):
         short = self.stream("short", 3, 7)
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(short), program=paths.EXAMPLE_HOST)
@@ -92,7 +92,7 @@ class ShortStream(Streams):
 
 
 class EndOfStream(Streams):
-    def test_is_heard_to_the_last_sample_even_with_the_queue_full(self):
+    def test_stream_is_heard_to_last_sample_with_full_queue(self):
         file = self.stream("fast", 120, 8)
         recorder = self.session.record()
         # Twice as fast as it is played: the module's queue and the endpoint are full at the end. What is

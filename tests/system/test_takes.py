@@ -33,7 +33,7 @@ class Take(session.SystemTest):
             raise end
 
 
-class Takes(unittest.TestCase):
+class Retries(unittest.TestCase):
     def takes(self, *ends, stall_s=0.3):
         """(whether the test passed, takes) and what was printed."""
         take, result = Take(ends, stall_s), unittest.TestResult()
@@ -42,28 +42,28 @@ class Takes(unittest.TestCase):
         self.assertEqual(take.tidied_up, take.taken)
         return result.wasSuccessful(), take.taken
 
-    def test_whole_sound_is_taken_once(self):
+    def test_undamaged_sound_needs_one_attempt(self):
         self.assertEqual(self.takes(None), (True, 1))
         self.assertEqual(self.printed.getvalue(), "")
 
-    def test_a_whole_take_after_damaged_ones_passes_and_the_damage_is_told(self):
+    def test_undamaged_retry_passes_and_failed_attempts_are_printed(self):
         damage = session.SoundDamaged("5 windows are damaged")
         self.assertEqual(self.takes(damage, damage, damage, None), (True, 4))
         self.assertEqual(self.printed.getvalue().count("5 windows are damaged; the machine stood still for 0.30 s"), 3)
 
-    def test_sound_damaged_on_a_machine_that_kept_going_fails_at_once(self):
+    def test_damaged_sound_without_stall_is_not_retried(self):
         self.assertEqual(self.takes(session.SoundDamaged(), None, stall_s=0.0), (False, 1))
 
-    def test_sound_damaged_in_each_take_fails(self):
+    def test_sound_damaged_in_every_attempt_fails(self):
         self.assertEqual(self.takes(*[session.SoundDamaged()] * 5), (False, 4))
 
-    def test_any_other_failure_counts_at_once(self):
+    def test_other_failures_are_not_retried(self):
         self.assertEqual(self.takes(AssertionError(), None), (False, 1))
         self.assertEqual(self.takes(session.SoundDamaged(), OSError(), None), (False, 2))
 
 
-class TheWitness(unittest.TestCase):
-    def test_sees_the_machine_stand_still(self):
+class StallMonitor(unittest.TestCase):
+    def test_stall_monitor_detects_stall(self):
         with tempfile.TemporaryDirectory() as folder:
             looking_on = witness.Witness(pathlib.Path(folder))
             self.addCleanup(looking_on.stop)

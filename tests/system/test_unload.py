@@ -7,7 +7,7 @@ RELEASED = "No audio data for 4mins, release audio resource."
 
 
 class Unload(session.SystemTest):
-    def test_returns_at_once_and_the_module_goes_away_by_itself(self):
+    def test_freed_module_unloads_after_idle_release(self):
         recorder = self.session.record()
         host = self.session.play(media.speech("speech"), "--unload-after", "4", "--unload-wait", "330")
         recorder.wait_for_sound(60)

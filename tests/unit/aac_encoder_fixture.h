@@ -13,7 +13,7 @@
 
 namespace velto_test {
 
-class Encoder : public ::testing::Test {
+class AacEncoder : public ::testing::Test {
 protected:
     void SetUp() override
     {

@@ -11,7 +11,7 @@ namespace {
 
 using namespace velto_test;
 
-TEST_F(Encoder, RefusesAPacketWithoutEnoughRoomAndGoesOn)
+TEST_F(AacEncoder, RefusesTooSmallPacketAndContinues)
 {
     ASSERT_TRUE(Open());
     EXPECT_LT(encoder.Encode(&frame, nullptr), 0);
@@ -23,7 +23,7 @@ TEST_F(Encoder, RefusesAPacketWithoutEnoughRoomAndGoesOn)
     ExpectWorks();
 }
 
-TEST_F(Encoder, RefusesFramesThatDoNotFitAndGoesOn)
+TEST_F(AacEncoder, RefusesFramesOfWrongSizeOrChannelsAndContinues)
 {
     ASSERT_TRUE(Open());
     frame.fillCount = 0;
@@ -41,7 +41,7 @@ TEST_F(Encoder, RefusesFramesThatDoNotFitAndGoesOn)
     ExpectWorks();
 }
 
-TEST_F(Encoder, DropsAPacketThatGrewBeyondTheMaximumAndGoesOn)
+TEST_F(AacEncoder, DropsPacketAboveMaximumSizeAndContinues)
 {
     ASSERT_TRUE(Open());
     ExpectWorks();
@@ -53,7 +53,7 @@ TEST_F(Encoder, DropsAPacketThatGrewBeyondTheMaximumAndGoesOn)
     EXPECT_EQ(packet.timeStamp, 1024); // behind the one that is missing
 }
 
-TEST_F(Encoder, TakesAPacketOfExactlyTheMaximum)
+TEST_F(AacEncoder, ReturnsPacketOfExactlyMaximumSize)
 {
     ASSERT_TRUE(Open());
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_receive_packet, 1536);
@@ -61,7 +61,7 @@ TEST_F(Encoder, TakesAPacketOfExactlyTheMaximum)
     EXPECT_EQ(packet.size, 1536U);
 }
 
-TEST_F(Encoder, PassesOnWhatFFmpegRefuses)
+TEST_F(AacEncoder, ReturnsFFmpegErrorAndContinues)
 {
     using fakeffmpeg::Call;
     ASSERT_TRUE(Open());
@@ -74,7 +74,7 @@ TEST_F(Encoder, PassesOnWhatFFmpegRefuses)
     EXPECT_GT(Encode(), 0);
 }
 
-TEST_F(Encoder, RefusesAFrameWithoutABuffer)
+TEST_F(AacEncoder, RefusesFrameWithoutBuffer)
 {
     ASSERT_TRUE(Open());
     frame.ReleaseBuffer();
@@ -85,7 +85,7 @@ TEST_F(Encoder, RefusesAFrameWithoutABuffer)
     EXPECT_LT(encoder.Encode(&untouched, &packet), 0);
 }
 
-TEST_F(Encoder, HoldsTheFillCountAgainstALengthThatChanged)
+TEST_F(AacEncoder, RefusesFillCountAboveFrameOrBufferLength)
 {
     ASSERT_TRUE(Open());
     ASSERT_TRUE(frame.AllocBuffer(48000, 2048, 3, PCMFormat::S16));
@@ -98,7 +98,7 @@ TEST_F(Encoder, HoldsTheFillCountAgainstALengthThatChanged)
     EXPECT_LT(Encode(), 0);
 }
 
-TEST_F(Encoder, EveryCallWithoutAnOpenEncoderIsAnError)
+TEST_F(AacEncoder, FailsToEncodeOrDrainWhileNotOpen)
 {
     EXPECT_LT(Encode(), 0);
     EXPECT_LT(Drain(), 0);
@@ -113,7 +113,7 @@ TEST_F(Encoder, EveryCallWithoutAnOpenEncoderIsAnError)
 
 // --- The decoder's configuration ---------------------------------------------------------------
 
-TEST_F(Encoder, ConfigurationTellsObjectTypeRateAndChannels)
+TEST_F(AacEncoder, DescribesTypeRateAndChannelsInDecoderInfo)
 {
     std::array<uint8_t, 8> config{};
     uint32_t length = 0;
@@ -128,7 +128,7 @@ TEST_F(Encoder, ConfigurationTellsObjectTypeRateAndChannels)
     EXPECT_EQ(config[1], 0x88);
 }
 
-TEST_F(Encoder, ConfigurationNeedsRoomAndAnOpenEncoder)
+TEST_F(AacEncoder, RefusesDecoderInfoWithoutRoomOrWhileNotOpen)
 {
     std::array<uint8_t, 8> config{};
     uint32_t length = 9;

@@ -37,7 +37,7 @@ Pcm WhiteNoise(size_t samples, uint32_t channels)
                    [&](size_t, uint32_t) { return static_cast<double>(random()) / 2147483648.0 - 1; });
 }
 
-TEST(AacEncoderSound, StereoComesBackInBothChannels)
+TEST(AacEncoderSound, SurvivesRoundTripInStereo)
 {
     const Pcm pcm = MakePcm(oneSecond, 2, [](size_t i, uint32_t channel) {
         return channel == 0 ? 0.5 * Sine(i, 440) : 0.25 * Sine(i, 1300);
@@ -45,7 +45,7 @@ TEST(AacEncoderSound, StereoComesBackInBothChannels)
     EXPECT_GT(RoundTripDb(StereoParam(), pcm), 30);
 }
 
-TEST(AacEncoderSound, ASilentChannelStaysSilent)
+TEST(AacEncoderSound, KeepsSilentChannelSilent)
 {
     const Pcm pcm = MakePcm(
         oneSecond, 2, [](size_t i, uint32_t channel) { return channel == 0 ? 0.5 * Sine(i, 440) : 0.0; });
@@ -59,13 +59,13 @@ TEST(AacEncoderSound, ASilentChannelStaysSilent)
     EXPECT_GT(left, 1000 * right);
 }
 
-TEST(AacEncoderSound, MonoComesBack)
+TEST(AacEncoderSound, SurvivesRoundTripInMono)
 {
     const Pcm pcm = MakePcm(oneSecond, 1, [](size_t i, uint32_t) { return 0.5 * Sine(i, 440); });
     EXPECT_GT(RoundTripDb(MonoParam(), pcm), 30);
 }
 
-TEST(AacEncoderSound, EveryRateOfTheStandardComesBack)
+TEST(AacEncoderSound, SurvivesRoundTripAtEveryStandardRate)
 {
     for (const uint32_t rateHz : {96000U, 88200U, 64000U, 48000U, 44100U, 32000U, 24000U, 22050U, 16000U,
                                   12000U, 11025U, 8000U, 7350U}) {
@@ -77,7 +77,7 @@ TEST(AacEncoderSound, EveryRateOfTheStandardComesBack)
     }
 }
 
-TEST(AacEncoderSound, SilenceStaysSilenceInSmallUnits)
+TEST(AacEncoderSound, EncodesSilenceAsSilenceInSmallPackets)
 {
     for (const EncodeParam &param : {StereoParam(), MonoParam()}) {
         const Pcm pcm(oneSecond * ChannelCountOf(param.channelCode), 0);
@@ -89,7 +89,7 @@ TEST(AacEncoderSound, SilenceStaysSilenceInSmallUnits)
     }
 }
 
-TEST(AacEncoderSound, FullScaleComesBackWithoutWrapping)
+TEST(AacEncoderSound, SurvivesRoundTripAtFullScaleWithoutWrapping)
 {
     const Pcm pcm = MakePcm(oneSecond, 2, [](size_t i, uint32_t) { return 1.1 * Sine(i, 300); });
     EXPECT_EQ(*std::min_element(pcm.begin(), pcm.end()), -32768);
@@ -97,7 +97,7 @@ TEST(AacEncoderSound, FullScaleComesBackWithoutWrapping)
     EXPECT_GT(RoundTripDb(StereoParam(), pcm), 20);
 }
 
-TEST(AacEncoderSound, FullScaleNoiseStaysInsideTheUnits)
+TEST(AacEncoderSound, FitsFullScaleNoiseIntoMaximumPacketSize)
 {
     const std::vector<EncodedUnit> stereo = EncodePcm(StereoParam(), WhiteNoise(3 * oneSecond, 2));
     EXPECT_LE(LargestUnit(stereo), stereoUnitBytes);
@@ -105,7 +105,7 @@ TEST(AacEncoderSound, FullScaleNoiseStaysInsideTheUnits)
     EXPECT_LE(LargestUnit(mono), monoUnitBytes);
 }
 
-TEST(AacEncoderSound, AtTheHighestBitRateFullScaleNoiseStaysInsideTheUnits)
+TEST(AacEncoderSound, FitsNoiseIntoMaximumPacketSizeAtHighestBitRate)
 {
     EncodeParam param = StereoParam();
     param.bitRate = 576000;
@@ -114,7 +114,7 @@ TEST(AacEncoderSound, AtTheHighestBitRateFullScaleNoiseStaysInsideTheUnits)
     EXPECT_EQ(DecodeUnits(param, units).size(), units.size() * aacFrameLength * 2);
 }
 
-TEST(AacEncoderSound, KeepsTheBitRate)
+TEST(AacEncoderSound, MeetsBitRateOnAverage)
 {
     const std::vector<EncodedUnit> units = EncodePcm(StereoParam(), WhiteNoise(5 * oneSecond, 2));
     size_t bytes = 0;
@@ -124,7 +124,7 @@ TEST(AacEncoderSound, KeepsTheBitRate)
     EXPECT_NEAR(static_cast<double>(bytes) * 8 / 5, 128000, 0.05 * 128000);
 }
 
-TEST(AacEncoderSound, UnitsAreBareWithoutTransportHeaders)
+TEST(AacEncoderSound, ContainsNoAdtsHeaders)
 {
     for (const EncodedUnit &unit : EncodePcm(StereoParam(), WhiteNoise(oneSecond / 10, 2))) {
         ASSERT_GE(unit.bytes.size(), 2U);
@@ -132,7 +132,7 @@ TEST(AacEncoderSound, UnitsAreBareWithoutTransportHeaders)
     }
 }
 
-TEST(AacEncoderSound, TheLastFrameMayLackASample)
+TEST(AacEncoderSound, SurvivesLastFrameOneSampleShort)
 {
     const Pcm pcm =
         MakePcm(10 * aacFrameLength - 1, 2, [](size_t i, uint32_t) { return 0.5 * Sine(i, 440); });
@@ -141,7 +141,7 @@ TEST(AacEncoderSound, TheLastFrameMayLackASample)
     EXPECT_GT(SignalToNoiseDb(pcm, DecodeUnits(StereoParam(), units), 2), 20);
 }
 
-TEST(AacEncoderSound, TheLastFrameMayHaveASingleSample)
+TEST(AacEncoderSound, SurvivesLastFrameOfOneSample)
 {
     const Pcm pcm = MakePcm(3 * aacFrameLength + 1, 1, [](size_t i, uint32_t) { return 0.5 * Sine(i, 440); });
     const std::vector<EncodedUnit> units = EncodePcm(MonoParam(), pcm);

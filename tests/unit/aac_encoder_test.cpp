@@ -15,7 +15,7 @@ using namespace velto_test;
 
 // --- Initialize --------------------------------------------------------------------------------
 
-TEST_F(Encoder, GivesTheFrameLengthAndTheRoomOfAPacket)
+TEST_F(AacEncoder, ReportsFrameLengthAndMaximumPacketSize)
 {
     ASSERT_TRUE(Open());
     EXPECT_EQ(frameLength, 1024U);
@@ -26,7 +26,7 @@ TEST_F(Encoder, GivesTheFrameLengthAndTheRoomOfAPacket)
     EXPECT_TRUE(Recorded().Entries().empty());
 }
 
-TEST_F(Encoder, RefusesEachFieldByItsName)
+TEST_F(AacEncoder, NamesEachRefusedField)
 {
     EncodeParam param = StereoParam();
     for (const uint32_t rateHz : {0U, 1U, 47999U, 192000U, 0xFFFFFFFFU}) {
@@ -55,7 +55,7 @@ TEST_F(Encoder, RefusesEachFieldByItsName)
     }
 }
 
-TEST_F(Encoder, TheHighestBitRateIsThatOfTheChannels)
+TEST_F(AacEncoder, LimitsBitRateByChannelCount)
 {
     EncodeParam param = StereoParam();
     param.bitRate = 576000;
@@ -67,7 +67,7 @@ TEST_F(Encoder, TheHighestBitRateIsThatOfTheChannels)
     ExpectRefused(param, L"Initialize: bitRate cannot be 288001");
 }
 
-TEST_F(Encoder, ABitRateThatLeavesNoBandwidthIsRefusedByItsName)
+TEST_F(AacEncoder, NamesBitRateWhenItLeavesNoBandwidth)
 {
     EncodeParam param = StereoParam();
     param.bitRate = 10;
@@ -81,13 +81,13 @@ TEST_F(Encoder, ABitRateThatLeavesNoBandwidthIsRefusedByItsName)
     ExpectRefused(param, L"Initialize: bitRate cannot be 4");
 }
 
-TEST_F(Encoder, NamesTheFirstOfSeveralWrongFields)
+TEST_F(AacEncoder, NamesFirstOfSeveralWrongFields)
 {
     ExpectRefused({1, 1, 0, 0, 0}, L"Initialize: sampleRateHz cannot be 1");
     ExpectRefused({48000, 3, 0, 0, 0}, L"Initialize: bitRate cannot be 0");
 }
 
-TEST_F(Encoder, DoesNotOpenWithoutWhatItNeedsOfFFmpeg)
+TEST_F(AacEncoder, FailsToOpenWhenFFmpegCallFails)
 {
     using fakeffmpeg::Call;
     for (const Call call : {Call::avcodec_alloc_context3, Call::av_frame_alloc, Call::av_packet_alloc}) {
@@ -100,7 +100,7 @@ TEST_F(Encoder, DoesNotOpenWithoutWhatItNeedsOfFFmpeg)
     EXPECT_TRUE(Open());
 }
 
-TEST_F(Encoder, OpensAgainForOtherChannels)
+TEST_F(AacEncoder, ReopensWithOtherChannelCount)
 {
     ASSERT_TRUE(Open(MonoParam()));
     EXPECT_LT(Encode(), 0); // two channels for one
@@ -110,7 +110,7 @@ TEST_F(Encoder, OpensAgainForOtherChannels)
     ExpectWorks(); // starts from the beginning
 }
 
-TEST_F(Encoder, IsClosedByParametersThatItRefuses)
+TEST_F(AacEncoder, ClosesWhenParametersAreRefused)
 {
     ASSERT_TRUE(Open());
     ExpectRefused({48000, 3, 128000, 1, 3}, L"Initialize: objectType cannot be 3");
@@ -120,7 +120,7 @@ TEST_F(Encoder, IsClosedByParametersThatItRefuses)
 
 // --- Encode ------------------------------------------------------------------------------------
 
-TEST_F(Encoder, TheLowestSampleIsFullScale)
+TEST_F(AacEncoder, MapsLowestSampleToMinusOne)
 {
     ASSERT_TRUE(Open());
     const std::array<int16_t, 4> left{-32768, 32767, 16384, 1};
@@ -134,7 +134,7 @@ TEST_F(Encoder, TheLowestSampleIsFullScale)
               (std::vector{-1.0F, 1.0F - 1.0F / 32768, 0.5F, 1.0F / 32768}));
 }
 
-TEST_F(Encoder, FirstPacketComesWithTheSecondFrame)
+TEST_F(AacEncoder, ReturnsFirstPacketWithSecondFrame)
 {
     ASSERT_TRUE(Open());
     packet.size = 5;
@@ -145,7 +145,7 @@ TEST_F(Encoder, FirstPacketComesWithTheSecondFrame)
     EXPECT_EQ(packet.size, static_cast<uint32_t>(bytes));
 }
 
-TEST_F(Encoder, DrainingGivesWhatIsLeftThenZero)
+TEST_F(AacEncoder, DrainsRemainingPacketsThenReturnsZero)
 {
     ASSERT_TRUE(Open());
     for (int i = 0; i < 5; ++i) {
@@ -159,14 +159,14 @@ TEST_F(Encoder, DrainingGivesWhatIsLeftThenZero)
     EXPECT_EQ(Drain(), 0);
 }
 
-TEST_F(Encoder, DrainingWithoutAFrameGivesZero)
+TEST_F(AacEncoder, ReturnsZeroWhenDrainedWithoutFrames)
 {
     ASSERT_TRUE(Open());
     EXPECT_EQ(Drain(), 0);
     EXPECT_EQ(Drain(), 0);
 }
 
-TEST_F(Encoder, TakesNoFrameOnceDrainingBegan)
+TEST_F(AacEncoder, RefusesFramesOnceDrainingBegan)
 {
     ASSERT_TRUE(Open());
     EXPECT_EQ(Encode(), 0);
@@ -180,7 +180,7 @@ TEST_F(Encoder, TakesNoFrameOnceDrainingBegan)
     ExpectWorks();
 }
 
-TEST_F(Encoder, TakesNoFrameAfterAShortOne)
+TEST_F(AacEncoder, RefusesFramesAfterShortFrame)
 {
     ASSERT_TRUE(Open());
     EXPECT_EQ(Encode(), 0);
@@ -192,7 +192,7 @@ TEST_F(Encoder, TakesNoFrameAfterAShortOne)
     EXPECT_GE(Drain(), 0);
 }
 
-TEST_F(Encoder, TimeStampsCountSamplesFromWhatStandsBeforeTheSound)
+TEST_F(AacEncoder, CountsTimeStampsInSamplesFromEncoderDelay)
 {
     const Pcm pcm(size_t{4 * aacFrameLength} * 2 + 100, 0);
     const std::vector<EncodedUnit> units = EncodePcm(StereoParam(), pcm);
@@ -202,7 +202,7 @@ TEST_F(Encoder, TimeStampsCountSamplesFromWhatStandsBeforeTheSound)
     }
 }
 
-TEST_F(Encoder, TimeStampsStartAgainWithANewStart)
+TEST_F(AacEncoder, RestartsTimeStampsWhenReopened)
 {
     for (int start = 0; start < 2; ++start) {
         ASSERT_TRUE(Open());

@@ -36,15 +36,15 @@ public:
     std::vector<RecordingListener *> *order = nullptr;
 };
 
-class DeviceNotify : public CaptureTest {
+class CaptureNotifier : public CaptureTest {
 protected:
-    DeviceNotify() { notifier->AddRef(); }
-    ~DeviceNotify() override { notifier->Release(); }
+    CaptureNotifier() { notifier->AddRef(); }
+    ~CaptureNotifier() override { notifier->Release(); }
 
     AudioDeviceNotify *notifier = new AudioDeviceNotify;
 };
 
-TEST_F(DeviceNotify, ReferencesAreCountedFromZero)
+TEST_F(CaptureNotifier, CountsReferencesFromZero)
 {
     EXPECT_EQ(notifier->AddRef(), 2U);
     EXPECT_EQ(notifier->Release(), 1U);
@@ -52,7 +52,7 @@ TEST_F(DeviceNotify, ReferencesAreCountedFromZero)
     EXPECT_EQ(notifier->Release(), 1U);
 }
 
-TEST_F(DeviceNotify, ReleaseOfAFreshOneDoesNotFreeIt)
+TEST_F(CaptureNotifier, SurvivesReleaseBeforeFirstAddRef)
 {
     auto *fresh = new AudioDeviceNotify;
     EXPECT_EQ(fresh->Release(), 0xFFFFFFFFU);
@@ -61,7 +61,7 @@ TEST_F(DeviceNotify, ReleaseOfAFreshOneDoesNotFreeIt)
     EXPECT_EQ(fresh->Release(), 0U);
 }
 
-TEST_F(DeviceNotify, AnswersItsOwnInterfacesWithAReference)
+TEST_F(CaptureNotifier, ReturnsOwnInterfacesWithReference)
 {
     for (const IID &iid : {IID_IUnknown, __uuidof(IMMNotificationClient)}) {
         void *object = nullptr;
@@ -71,7 +71,7 @@ TEST_F(DeviceNotify, AnswersItsOwnInterfacesWithAReference)
     }
 }
 
-TEST_F(DeviceNotify, AnyOtherInterfaceIsRefusedWithANullPointer)
+TEST_F(CaptureNotifier, RefusesOtherInterfacesWithNullPointer)
 {
     void *object = this;
     EXPECT_EQ(notifier->QueryInterface(__uuidof(IAudioClient), &object), E_NOINTERFACE);
@@ -81,7 +81,7 @@ TEST_F(DeviceNotify, AnyOtherInterfaceIsRefusedWithANullPointer)
     notifier->Release();
 }
 
-TEST_F(DeviceNotify, OtherNotificationsAreAcceptedInSilence)
+TEST_F(CaptureNotifier, IgnoresStateAddRemoveAndPropertyNotifications)
 {
     EXPECT_EQ(notifier->OnDeviceStateChanged(L"id", DEVICE_STATE_DISABLED), S_OK);
     EXPECT_EQ(notifier->OnDeviceAdded(L"id"), S_OK);
@@ -90,7 +90,7 @@ TEST_F(DeviceNotify, OtherNotificationsAreAcceptedInSilence)
     EXPECT_TRUE(Recorded().Entries().empty());
 }
 
-TEST_F(DeviceNotify, EveryFlowAndRoleIsForwardedInListOrder)
+TEST_F(CaptureNotifier, ForwardsEveryFlowAndRoleInListenerOrder)
 {
     std::vector<RecordingListener *> order;
     RecordingListener first;
@@ -114,7 +114,7 @@ TEST_F(DeviceNotify, EveryFlowAndRoleIsForwardedInListOrder)
     CaptureTest::ExpectLine(infoLevel, L"OnDefaultDeviceChanged", changedTag, 9);
 }
 
-TEST_F(DeviceNotify, AListenerIsListedOnceAndItsFirstEntryRemoved)
+TEST_F(CaptureNotifier, IgnoresListenerAddedOrRemovedTwice)
 {
     RecordingListener one;
     RecordingListener other;
@@ -130,7 +130,7 @@ TEST_F(DeviceNotify, AListenerIsListedOnceAndItsFirstEntryRemoved)
     EXPECT_EQ(other.changes.size(), 2U);
 }
 
-TEST_F(DeviceNotify, InitializeRegistersAndEmptiesTheList)
+TEST_F(CaptureNotifier, InitializeRegistersCallbackAndClearsListeners)
 {
     RecordingListener listener;
     notifier->AddListener(&listener);
@@ -147,7 +147,7 @@ TEST_F(DeviceNotify, InitializeRegistersAndEmptiesTheList)
     notifier->UnInitialize();
 }
 
-TEST_F(DeviceNotify, InitializeWithoutComFailsAndTouchesNothing)
+TEST_F(CaptureNotifier, InitializeChangesNothingWhenComFails)
 {
     RecordingListener listener;
     notifier->AddListener(&listener);
@@ -159,7 +159,7 @@ TEST_F(DeviceNotify, InitializeWithoutComFailsAndTouchesNothing)
     EXPECT_EQ(listener.changes.size(), 1U);
 }
 
-TEST_F(DeviceNotify, InitializeWithoutAnEnumeratorFailsAndLeavesCom)
+TEST_F(CaptureNotifier, InitializeLeavesComWhenEnumeratorFails)
 {
     fakewin::Fail(fakewin::Call::CoCreateInstance, REGDB_E_CLASSNOTREG);
     EXPECT_EQ(notifier->Initialize(), E_FAIL);
@@ -167,7 +167,7 @@ TEST_F(DeviceNotify, InitializeWithoutAnEnumeratorFailsAndLeavesCom)
     EXPECT_EQ(fakewin::OpenApartments(), 0);
 }
 
-TEST_F(DeviceNotify, AFailedRegistrationIsReturnedAndTheEnumeratorKept)
+TEST_F(CaptureNotifier, InitializeReturnsFailedRegistrationAndKeepsEnumerator)
 {
     audio.Fail(Method::RegisterCallback, E_OUTOFMEMORY);
     EXPECT_EQ(notifier->Initialize(), E_OUTOFMEMORY);
@@ -176,7 +176,7 @@ TEST_F(DeviceNotify, AFailedRegistrationIsReturnedAndTheEnumeratorKept)
     EXPECT_EQ(audio.LiveObjects(), 0);
 }
 
-TEST_F(DeviceNotify, UnInitializeUnregistersOnceAndReportsEachCall)
+TEST_F(CaptureNotifier, UnInitializeUnregistersOnceAndLogsEachCall)
 {
     notifier->Initialize();
     notifier->UnInitialize();
@@ -190,7 +190,7 @@ TEST_F(DeviceNotify, UnInitializeUnregistersOnceAndReportsEachCall)
 }
 
 // A host that frees this module with a recording open must not unmap what notifications run.
-TEST_F(DeviceNotify, HoldsThisModuleFromRegistrationToUnregistration)
+TEST_F(CaptureNotifier, ReferencesModuleFromRegistrationToUnregistration)
 {
     const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
     const int others = references();
@@ -207,7 +207,7 @@ TEST_F(DeviceNotify, HoldsThisModuleFromRegistrationToUnregistration)
     EXPECT_EQ(references(), others);
 }
 
-TEST_F(DeviceNotify, DropsThisModuleWhenRegistrationFails)
+TEST_F(CaptureNotifier, ReleasesModuleReferenceWhenRegistrationFails)
 {
     const int others = fakewin::ModuleReferences(fakewin::ThisModule());
     audio.Before(Method::RegisterCallback,
@@ -219,7 +219,7 @@ TEST_F(DeviceNotify, DropsThisModuleWhenRegistrationFails)
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), others);
 }
 
-TEST_F(DeviceNotify, DoesNotRegisterWhenAModuleCannotBeHeld)
+TEST_F(CaptureNotifier, DoesNotRegisterWithoutBothModuleReferences)
 {
     const std::wstring lines[] = {
         L"Cannot hold the endpoints' DLL, default device changes are not followed! err=8",
@@ -254,7 +254,7 @@ public:
     std::atomic<bool> isTold{false}, isRemoved{false}, removedMeanwhile{false};
 };
 
-TEST_F(DeviceNotify, RemovingAListenerWaitsUntilItHasBeenTold)
+TEST_F(CaptureNotifier, RemoveListenerWaitsForRunningNotification)
 {
     SlowListener listener;
     notifier->AddListener(&listener);
@@ -266,7 +266,7 @@ TEST_F(DeviceNotify, RemovingAListenerWaitsUntilItHasBeenTold)
     EXPECT_FALSE(listener.removedMeanwhile) << "the owner may delete a listener once it is removed";
 }
 
-TEST_F(DeviceNotify, TheEnumeratorsDllOutlivesTheLastApartment)
+TEST_F(CaptureNotifier, KeepsEnumeratorDllLoadedPastLastApartment)
 {
     // The renderers of earlier tests keep that DLL too.
     const int others = fakewin::ModuleReferences(fakewin::ImplementationModule());

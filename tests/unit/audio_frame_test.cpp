@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(AudioFrame, HasNoRoomAtFirst)
+TEST(AudioFrame, HasNoBufferAfterConstruction)
 {
     const AudioFrame frame;
     EXPECT_EQ(frame.samples, nullptr);
@@ -16,7 +16,7 @@ TEST(AudioFrame, HasNoRoomAtFirst)
     EXPECT_EQ(frame.channelCount, 0U);
 }
 
-TEST(AudioFrame, ChannelCodesAreMasks)
+TEST(AudioFrame, DerivesChannelCountFromCodeMask)
 {
     AudioFrame frame;
     ASSERT_TRUE(frame.AllocBuffer(48000, 1024, 3, PCMFormat::S16));
@@ -29,7 +29,7 @@ TEST(AudioFrame, ChannelCodesAreMasks)
     EXPECT_EQ(frame.SampleRateHz(), 44100U);
 }
 
-TEST(AudioFrame, IsSilentAndEmptyAfterEachAlloc)
+TEST(AudioFrame, IsSilentAndEmptyAfterEachAllocation)
 {
     AudioFrame frame;
     for (const uint32_t length : {1024U, 2048U, 16U, 1024U}) {
@@ -41,7 +41,7 @@ TEST(AudioFrame, IsSilentAndEmptyAfterEachAlloc)
     }
 }
 
-TEST(AudioFrame, WhatItCannotHoldLeavesItWithoutABuffer)
+TEST(AudioFrame, HasNoBufferAfterRefusedAllocation)
 {
     struct Refused {
         uint32_t length;
@@ -61,7 +61,7 @@ TEST(AudioFrame, WhatItCannotHoldLeavesItWithoutABuffer)
     }
 }
 
-TEST(AudioFrame, BufferCanBeReleasedTwiceAndMadeAgain)
+TEST(AudioFrame, CanBeReleasedTwiceAndAllocatedAgain)
 {
     AudioFrame frame;
     frame.ReleaseBuffer();

@@ -22,7 +22,7 @@ protected:
     }
 };
 
-TEST_F(ComLoading, EntersTheMultithreadedApartmentAndLeavesIt)
+TEST_F(ComLoading, EntersAndLeavesMultithreadedApartment)
 {
     std::thread([] {
         const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
@@ -35,7 +35,7 @@ TEST_F(ComLoading, EntersTheMultithreadedApartmentAndLeavesIt)
     EXPECT_EQ(fakewin::ApartmentModels(), std::vector<DWORD>{COINIT_MULTITHREADED});
 }
 
-TEST_F(ComLoading, AThreadThatIsInsideIsLeftInside)
+TEST_F(ComLoading, KeepsThreadInApartmentItHadEntered)
 {
     std::thread([] {
         fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
@@ -49,7 +49,7 @@ TEST_F(ComLoading, AThreadThatIsInsideIsLeftInside)
     }).join();
 }
 
-TEST_F(ComLoading, AThreadInAnotherApartmentIsLeftAsItIs)
+TEST_F(ComLoading, DoesNotTouchThreadInOtherApartmentModel)
 {
     std::thread([] {
         fakewin::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
@@ -62,7 +62,7 @@ TEST_F(ComLoading, AThreadInAnotherApartmentIsLeftAsItIs)
     }).join();
 }
 
-TEST_F(ComLoading, EveryOtherResultIsAFailureThatLeavesNothingToUndo)
+TEST_F(ComLoading, ReportsOtherFailuresAndUndoesNothing)
 {
     for (const HRESULT result : {E_OUTOFMEMORY, E_INVALIDARG, E_UNEXPECTED}) {
         fakewin::Fail(Call::CoInitializeEx, result);
@@ -74,7 +74,7 @@ TEST_F(ComLoading, EveryOtherResultIsAFailureThatLeavesNothingToUndo)
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 0);
 }
 
-TEST_F(ComLoading, ASuccessOfAnotherKindIsUndoneToo)
+TEST_F(ComLoading, UndoesUndocumentedSuccess)
 {
     std::thread([] {
         fakewin::Fail(Call::CoInitializeEx, HRESULT{2});
@@ -85,7 +85,7 @@ TEST_F(ComLoading, ASuccessOfAnotherKindIsUndoneToo)
     }).join();
 }
 
-TEST_F(ComLoading, AStatusThatNeverWasUndoesNothing)
+TEST_F(ComLoading, LeaveIgnoresUnknownStatus)
 {
     AudioUtils::UnloadCOM(static_cast<COMLoadStatus>(7));
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 0);

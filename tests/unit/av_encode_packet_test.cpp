@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(EncodePacket, HasNoBufferAtFirst)
+TEST(EncodePacket, HasNoBufferAfterConstruction)
 {
     const AVEncodePacket packet;
     EXPECT_EQ(packet.data, nullptr);
@@ -18,7 +18,7 @@ TEST(EncodePacket, HasNoBufferAtFirst)
     EXPECT_EQ(packet.Capacity(), 0U);
 }
 
-TEST(EncodePacket, BufferCanBeMadeAndReleasedAgainAndAgain)
+TEST(EncodePacket, AllocatesAndReleasesBufferRepeatedly)
 {
     AVEncodePacket packet;
     for (const uint32_t capacity : {1U, 1536U, 100U}) {
@@ -35,7 +35,7 @@ TEST(EncodePacket, BufferCanBeMadeAndReleasedAgainAndAgain)
     EXPECT_TRUE(packet.AllocBuffer(10, false));
 }
 
-TEST(EncodePacket, BufferIsClearedWhenAskedFor)
+TEST(EncodePacket, ClearsBufferOnRequest)
 {
     AVEncodePacket packet;
     ASSERT_TRUE(packet.AllocBuffer(1000, false));
@@ -44,7 +44,7 @@ TEST(EncodePacket, BufferIsClearedWhenAskedFor)
     EXPECT_EQ(std::count(packet.data, packet.data + 1000, 0), 1000);
 }
 
-TEST(EncodePacket, MakingABufferForgetsTheSizeOfTheOldContent)
+TEST(EncodePacket, ResetsSizeOnAllocation)
 {
     AVEncodePacket packet;
     ASSERT_TRUE(packet.AllocBuffer(10, false));
@@ -53,7 +53,7 @@ TEST(EncodePacket, MakingABufferForgetsTheSizeOfTheOldContent)
     EXPECT_EQ(packet.size, 0U);
 }
 
-TEST(EncodePacket, WithoutMemoryOrSizeThereIsNoBuffer)
+TEST(EncodePacket, HasNoBufferWithoutMemoryOrSize)
 {
     AVEncodePacket packet;
     ASSERT_TRUE(packet.AllocBuffer(10, false));
@@ -69,7 +69,7 @@ TEST(EncodePacket, WithoutMemoryOrSizeThereIsNoBuffer)
 }
 
 // A packet's time stamp is rescaled while its reader may already be giving the packet back.
-TEST(EncodePacket, ReleasingTheBufferLeavesTheTimeStampAlone)
+TEST(EncodePacket, KeepsTimeStampWhenBufferIsReleased)
 {
     AVEncodePacket packet;
     ASSERT_TRUE(packet.AllocBuffer(10, false));
@@ -86,7 +86,7 @@ int64_t Rescaled(int64_t timeStamp, uint32_t fromHz, uint32_t toHz)
     return packet.timeStamp;
 }
 
-TEST(PacketTimeStamp, IsRoundedToTheNearestUnit)
+TEST(PacketTimeStamp, IsRoundedToNearestUnit)
 {
     EXPECT_EQ(Rescaled(48000, 48000, 1000000), 1000000);
     EXPECT_EQ(Rescaled(1024, 48000, 1000000), 21333);
@@ -97,7 +97,7 @@ TEST(PacketTimeStamp, IsRoundedToTheNearestUnit)
 }
 
 // A year of samples, in microseconds.
-TEST(PacketTimeStamp, DoesNotOverflowOnTheWay)
+TEST(PacketTimeStamp, DoesNotOverflowWithinOneYear)
 {
     constexpr int64_t seconds = 365LL * 24 * 3600;
     EXPECT_EQ(Rescaled(seconds * 48000, 48000, 1000000), seconds * 1000000);
@@ -105,7 +105,7 @@ TEST(PacketTimeStamp, DoesNotOverflowOnTheWay)
               seconds * std::numeric_limits<uint32_t>::max());
 }
 
-TEST(PacketTimeStamp, StaysWithoutARateOrAPacket)
+TEST(PacketTimeStamp, StaysUnchangedWithoutRateOrPacket)
 {
     EXPECT_EQ(Rescaled(5, 0, 1000), 5);
     EXPECT_EQ(Rescaled(5, 1000, 0), 5);

@@ -60,7 +60,7 @@ void CaptureLoop::RunLoopHere()
     fakewin::CoUninitialize();
 }
 
-TEST_F(CaptureLoop, WithoutAnInterfaceTheLoopDoesNothing)
+TEST_F(CaptureLoop, DoesNothingWithoutInterfaces)
 {
     probe.SetStopped(false);
     probe.LoopGetAudioBuffer(nullptr, nullptr);
@@ -68,7 +68,7 @@ TEST_F(CaptureLoop, WithoutAnInterfaceTheLoopDoesNothing)
     probe.SetStopped(true);
 }
 
-TEST_F(CaptureLoop, ThePacketThatIsThereBecomesSixteenBitSamples)
+TEST_F(CaptureLoop, ConvertsPacketToSixteenBitSamples)
 {
     audio.Deliver(FloatPacket({1.0F, -1.0F, 0.5F, -0.5F, 2.0F, -2.0F, 0.0F, 0.25F}));
     RunLoopHere();
@@ -76,7 +76,7 @@ TEST_F(CaptureLoop, ThePacketThatIsThereBecomesSixteenBitSamples)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, NotANumberAndInfinityReachTheFrameLimited)
+TEST_F(CaptureLoop, LimitsInfinityAndTurnsNanIntoSilence)
 {
     const float infinity = std::numeric_limits<float>::infinity();
     audio.Deliver(FloatPacket({std::nanf(""), infinity, -infinity, 0.0F}));
@@ -85,7 +85,7 @@ TEST_F(CaptureLoop, NotANumberAndInfinityReachTheFrameLimited)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AFrameIsEncodedExactlyWhenItIsFull)
+TEST_F(CaptureLoop, EncodesFrameExactlyWhenFull)
 {
     std::vector<UINT32> sizes = {1, 480, 441, 1023, 479, 2048, 5, 643};
     UINT32 total = 0;
@@ -103,7 +103,7 @@ TEST_F(CaptureLoop, AFrameIsEncodedExactlyWhenItIsFull)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AllPacketsOfOnePassAreTakenWithoutASleep)
+TEST_F(CaptureLoop, ReadsAllWaitingPacketsWithoutSleeping)
 {
     for (int packet = 0; packet < 20; ++packet) {
         audio.Deliver(QuietPacket(480));
@@ -115,14 +115,14 @@ TEST_F(CaptureLoop, AllPacketsOfOnePassAreTakenWithoutASleep)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AnEmptyBufferIsReportedAndTriedAgain)
+TEST_F(CaptureLoop, LogsEmptyBuffer)
 {
     RunLoopHere();
     ExpectLine(errorLevel, L"Capture audio frame failed! err=0x08890001", loopTag);
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AFailingBufferIsReportedAndTriedAgain)
+TEST_F(CaptureLoop, LogsFailedGetBufferAndContinues)
 {
     audio.Deliver(QuietPacket(480));
     audio.Fail(Method::CaptureGetBuffer, AUDCLNT_E_BUFFER_ERROR);
@@ -131,7 +131,7 @@ TEST_F(CaptureLoop, AFailingBufferIsReportedAndTriedAgain)
     ExpectLine(errorLevel, L"Capture audio frame failed! err=0x88890018", loopTag);
 }
 
-TEST_F(CaptureLoop, ALostDeviceIsReportedWithEveryPass)
+TEST_F(CaptureLoop, LogsLostDeviceOnEveryPass)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -144,7 +144,7 @@ TEST_F(CaptureLoop, ALostDeviceIsReportedWithEveryPass)
     EXPECT_EQ(probe.State(), 0);
 }
 
-TEST_F(CaptureLoop, AFailingReleaseIsReportedAndTriedAgain)
+TEST_F(CaptureLoop, LogsFailedReleaseBufferAndContinues)
 {
     audio.Fail(Method::CaptureReleaseBuffer, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.Deliver(QuietPacket(480));
@@ -154,7 +154,7 @@ TEST_F(CaptureLoop, AFailingReleaseIsReportedAndTriedAgain)
     EXPECT_TRUE(Eventually([&] { return released() == 2; }));
 }
 
-TEST_F(CaptureLoop, AFailingPacketSizeIsReportedAndTriedAgain)
+TEST_F(CaptureLoop, LogsFailedPacketSizeAndContinues)
 {
     audio.Fail(Method::GetNextPacketSize, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.Deliver(QuietPacket(480));
@@ -164,7 +164,7 @@ TEST_F(CaptureLoop, AFailingPacketSizeIsReportedAndTriedAgain)
     EXPECT_TRUE(Eventually([&] { return released() == 2; }));
 }
 
-TEST_F(CaptureLoop, AMutedMicrophoneYieldsNoPacketsAndALineForEach)
+TEST_F(CaptureLoop, DropsAndLogsEachPacketOfMutedMicrophone)
 {
     Microphone().muted = TRUE;
     for (int packet = 0; packet < 10; ++packet) {
@@ -186,7 +186,7 @@ TEST_F(CaptureLoop, AMutedMicrophoneYieldsNoPacketsAndALineForEach)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, ASilentPacketIsDroppedAndTheFrameKeepsItsFill)
+TEST_F(CaptureLoop, DropsSilentPacketAndKeepsFrameFill)
 {
     audio.Deliver(QuietPacket(300));
     audio.Deliver(QuietPacket(480, AUDCLNT_BUFFERFLAGS_SILENT));
@@ -196,7 +196,7 @@ TEST_F(CaptureLoop, ASilentPacketIsDroppedAndTheFrameKeepsItsFill)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AMuteStateThatCannotBeReadCountsAsNotMuted)
+TEST_F(CaptureLoop, TreatsUnreadableMuteStateAsNotMuted)
 {
     audio.Fail(Method::GetMute, E_FAIL);
     Microphone().muted = TRUE;
@@ -206,7 +206,7 @@ TEST_F(CaptureLoop, AMuteStateThatCannotBeReadCountsAsNotMuted)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, APacketWithoutDataIsReportedAndDropped)
+TEST_F(CaptureLoop, LogsAndDropsPacketWithoutData)
 {
     audio.Deliver(QuietPacket(100));
     audio.Fail(Method::CaptureGetBuffer, fakes::nullResult);
@@ -221,9 +221,9 @@ struct ConvertFault {
     fakeffmpeg::Call call;
     const wchar_t *line;
 };
-class CaptureConvertFault : public CaptureLoop, public ::testing::WithParamInterface<ConvertFault> {};
+class CaptureConversionFault : public CaptureLoop, public ::testing::WithParamInterface<ConvertFault> {};
 
-TEST_P(CaptureConvertFault, IsReportedAndDropsThatPacketOnly)
+TEST_P(CaptureConversionFault, IsLoggedAndDropsOnlyItsPacket)
 {
     fakeffmpeg::Script().Fail(GetParam().call, -12);
     audio.Deliver(QuietPacket(100));
@@ -235,7 +235,7 @@ TEST_P(CaptureConvertFault, IsReportedAndDropsThatPacketOnly)
     probe.Teardown();
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, CaptureConvertFault,
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureConversionFault,
                          ::testing::Values(ConvertFault{fakeffmpeg::Call::av_samples_alloc_array_and_samples,
                                                         L"Could not allocate destination samples"},
                                            ConvertFault{fakeffmpeg::Call::swr_convert,
@@ -243,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(Faults, CaptureConvertFault,
                                            ConvertFault{fakeffmpeg::Call::av_samples_get_buffer_size,
                                                         L"Could not get sample buffer size"}));
 
-TEST_F(CaptureLoop, AnEmptyPacketHasNoRoomToBeConvertedInto)
+TEST_F(CaptureLoop, LogsFailedAllocationForEmptyPacket)
 {
     audio.Deliver(QuietPacket(0));
     RunLoopHere();
@@ -253,7 +253,7 @@ TEST_F(CaptureLoop, AnEmptyPacketHasNoRoomToBeConvertedInto)
 
 // Narrow samples are read as floats, as the engine's are; of the bytes that are there each is read
 // at most once, and nothing beyond them.
-TEST_F(CaptureLoop, NarrowSamplesAreReadAsFloatsWithinTheirBuffer)
+TEST_F(CaptureLoop, ReadsNarrowSamplesAsFloatsWithinTheirBuffer)
 {
     for (const uint16_t bits : {8, 16}) {
         Microphone().mixFormat.bits = bits;
@@ -272,7 +272,7 @@ TEST_F(CaptureLoop, NarrowSamplesAreReadAsFloatsWithinTheirBuffer)
     }
 }
 
-TEST_F(CaptureLoop, MonoAtAnotherRateBecomesStereoAt48000)
+TEST_F(CaptureLoop, ConvertsMonoAt16000HzToStereoAt48000Hz)
 {
     Microphone().mixFormat = {1, 32, 16000, true, 4};
     std::vector<float> tone(16000);
@@ -296,7 +296,7 @@ TEST_F(CaptureLoop, MonoAtAnotherRateBecomesStereoAt48000)
 
 // --- Encoding --------------------------------------------------------------------------------
 
-TEST_F(CaptureLoop, PacketsDecodeToWhatTheMicrophoneHeard)
+TEST_F(CaptureLoop, ProducesPacketsThatDecodeToMicrophoneSound)
 {
     std::vector<float> heard(size_t{48000} * 2);
     for (size_t i = 0; i < heard.size() / 2; ++i) {
@@ -318,7 +318,7 @@ TEST_F(CaptureLoop, PacketsDecodeToWhatTheMicrophoneHeard)
     EXPECT_GT(sound.SignalToNoiseDb(heard), 18.0);
 }
 
-TEST_F(CaptureLoop, AFailingEncoderStopsTheCapture)
+TEST_F(CaptureLoop, StopsCaptureWhenEncoderFails)
 {
     for (int packet = 0; packet < 4; ++packet) {
         audio.Deliver(QuietPacket(1024));
@@ -336,7 +336,7 @@ TEST_F(CaptureLoop, AFailingEncoderStopsTheCapture)
     ExpectLine(errorLevel, L"m_bAtomStop is stop", "AudioCapture::GetAudioData");
 }
 
-TEST_F(CaptureLoop, APacketThatCouldNotBeEncodedStaysOutOfTheQueues)
+TEST_F(CaptureLoop, KeepsPacketOutOfQueuesWhenEncodingFails)
 {
     ASSERT_EQ(probe.InitAudioEncoder(), 0);
     probe.Encoder().Close();
@@ -353,13 +353,13 @@ TEST_F(CaptureLoop, APacketThatCouldNotBeEncodedStaysOutOfTheQueues)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, EncodingWithAStoppedQueueGivesUp)
+TEST_F(CaptureLoop, GivesUpEncodingWhenQueueIsStopped)
 {
     EXPECT_FALSE(probe.EncodeAudioFrame(nullptr));
     EXPECT_TRUE(LogOf(encodeTag).empty());
 }
 
-TEST_F(CaptureLoop, AFrameWithoutOutputGoesBackAndADrainWithoutOutputEnds)
+TEST_F(CaptureLoop, QueuesNothingForFrameWithoutOutputAndEndsDrain)
 {
     ASSERT_EQ(probe.InitAudioEncoder(), 0);
     probe.Frame().fillCount = 1024;
@@ -374,7 +374,7 @@ TEST_F(CaptureLoop, AFrameWithoutOutputGoesBackAndADrainWithoutOutputEnds)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, TimeStampsAreRescaledFromTheMicrophonesRateToMicroseconds)
+TEST_F(CaptureLoop, RescalesTimeStampsToMicroseconds)
 {
     ASSERT_EQ(probe.InitAudioEncoder(), 0);
     for (int frame = 0; frame < 3; ++frame) {
@@ -388,7 +388,7 @@ TEST_F(CaptureLoop, TimeStampsAreRescaledFromTheMicrophonesRateToMicroseconds)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, AHostThatStopsReadingBlocksCaptureUntilItReadsAgain)
+TEST_F(CaptureLoop, BlocksOnFullQueueUntilHostReadsAgain)
 {
     Microphone().source = [] { return QuietPacket(480); };
     Open();
@@ -404,7 +404,7 @@ TEST_F(CaptureLoop, AHostThatStopsReadingBlocksCaptureUntilItReadsAgain)
     EXPECT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
 }
 
-TEST_F(CaptureLoop, StopEndsACaptureThatIsBlocked)
+TEST_F(CaptureLoop, EndsWhenStoppedWhileBlocked)
 {
     Microphone().source = [] { return QuietPacket(480); };
     Open();

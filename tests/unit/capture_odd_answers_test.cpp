@@ -8,10 +8,10 @@ using fakewin::Call;
 
 constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 
-class CaptureOddAnswers : public CaptureTest {};
+class Capture : public CaptureTest {};
 
 // At 44100 Hz the frames to convert to would be beyond what the converter can count, too.
-TEST_F(CaptureOddAnswers, APacketOfMoreFramesThanTheConverterCanCountIsDropped)
+TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
 {
     Microphone().mixFormat.rateHz = 44100;
     audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(0xF0000000));
@@ -23,7 +23,7 @@ TEST_F(CaptureOddAnswers, APacketOfMoreFramesThanTheConverterCanCountIsDropped)
     EXPECT_GT(ReadPacket(), 0U);
 }
 
-TEST_F(CaptureOddAnswers, WithoutAHoldOnTheEndpointsDllTheDefaultIsNotFollowed)
+TEST_F(Capture, DoesNotFollowDefaultWithoutReferenceToEndpointDll)
 {
     fakewin::Fail(Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY, 1, 100);
     Microphone().source = [] { return QuietPacket(1024); };
@@ -35,7 +35,7 @@ TEST_F(CaptureOddAnswers, WithoutAHoldOnTheEndpointsDllTheDefaultIsNotFollowed)
 }
 
 // Once while Prepare waits for the threads, then for each of the two threads' ends.
-TEST_F(CaptureOddAnswers, AFailedWaitForAThreadIsMadeAgain)
+TEST_F(Capture, RetriesFailedWaitForThread)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());

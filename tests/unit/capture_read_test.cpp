@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(CaptureRead, AStoppedCaptureReportsAndLeavesTheSize)
+TEST_F(CaptureRead, LogsAndKeepsSizeWhenStopped)
 {
     uint32_t size = 1234;
     probe.Read(buffer.data(), size);
@@ -46,7 +46,7 @@ TEST_F(CaptureRead, AStoppedCaptureReportsAndLeavesTheSize)
     ExpectLine(errorLevel, L"m_bAtomStop is stop", readTag);
 }
 
-TEST_F(CaptureRead, WithoutAPacketTheSizeIsZeroAfterTheWait)
+TEST_F(CaptureRead, ReturnsSizeZeroAfterWaitWithoutPacket)
 {
     InitQueue(2);
     for (const uint32_t asked : {0U, 3840U}) {
@@ -59,7 +59,7 @@ TEST_F(CaptureRead, WithoutAPacketTheSizeIsZeroAfterTheWait)
     EXPECT_TRUE(LogOf(readTag).empty());
 }
 
-TEST_F(CaptureRead, ASizeThatWrapsToANegativeWaitDoesNotWait)
+TEST_F(CaptureRead, DoesNotWaitWhenSizeWrapsToNegativeWait)
 {
     InitQueue(2);
     uint32_t size = 107374183; // would be nine minutes below zero
@@ -67,7 +67,7 @@ TEST_F(CaptureRead, ASizeThatWrapsToANegativeWaitDoesNotWait)
     EXPECT_EQ(size, 0U);
 }
 
-TEST_F(CaptureRead, EachReadGivesOneWholePacketInOrder)
+TEST_F(CaptureRead, ReturnsOneWholePacketPerReadInOrder)
 {
     InitQueue(3);
     Queue({1, 2, 3});
@@ -82,7 +82,7 @@ TEST_F(CaptureRead, EachReadGivesOneWholePacketInOrder)
     EXPECT_EQ(probe.Packets().DataCount(), 0);
 }
 
-TEST_F(CaptureRead, ReadPacketsGoBackToTheFreeQueue)
+TEST_F(CaptureRead, ReturnsReadPacketsToFreeQueue)
 {
     InitQueue(1);
     for (uint8_t round = 0; round < 5; ++round) {
@@ -94,7 +94,7 @@ TEST_F(CaptureRead, ReadPacketsGoBackToTheFreeQueue)
     }
 }
 
-TEST_F(CaptureRead, ANullBufferGivesSizeZeroAndKeepsThePacket)
+TEST_F(CaptureRead, ReturnsSizeZeroForNullBufferAndKeepsPacket)
 {
     InitQueue(1);
     Queue({1, 2});
@@ -104,7 +104,7 @@ TEST_F(CaptureRead, ANullBufferGivesSizeZeroAndKeepsThePacket)
     EXPECT_EQ(probe.Packets().DataCount(), 1);
 }
 
-TEST_F(CaptureRead, APacketWithoutABufferIsNotPutBack)
+TEST_F(CaptureRead, DoesNotReturnPacketWithoutBufferToFreeQueue)
 {
     InitQueue(2);
     AVEncodePacket *packet = probe.Packets().PopFree();
@@ -118,7 +118,7 @@ TEST_F(CaptureRead, APacketWithoutABufferIsNotPutBack)
     EXPECT_EQ(probe.Packets().PopFree(), nullptr);
 }
 
-TEST_F(CaptureRead, AnEmptyPacketGivesSizeZeroAndIsPutBack)
+TEST_F(CaptureRead, ReturnsSizeZeroForEmptyPacketAndRecyclesIt)
 {
     InitQueue(1);
     Queue({});
@@ -128,7 +128,7 @@ TEST_F(CaptureRead, AnEmptyPacketGivesSizeZeroAndIsPutBack)
     EXPECT_NE(probe.Packets().PopFree(), nullptr);
 }
 
-TEST_F(CaptureRead, StopEndsAWaitHoweverLong)
+TEST_F(CaptureRead, EndsLongWaitWhenStopped)
 {
     InitQueue(1);
     std::atomic<bool> returned{false};
@@ -144,7 +144,7 @@ TEST_F(CaptureRead, StopEndsAWaitHoweverLong)
     reader.join();
 }
 
-TEST_F(CaptureRead, APacketEndsTheWait)
+TEST_F(CaptureRead, EndsWaitWhenPacketArrives)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -161,7 +161,7 @@ TEST_F(CaptureRead, APacketEndsTheWait)
     speaker.join();
 }
 
-TEST_F(CaptureRead, TwoReadersNeverWaitForTheSamePacket)
+TEST_F(CaptureRead, DeliversEachPacketToOneOfTwoReaders)
 {
     InitQueue(8);
     std::atomic<int> read{0};
@@ -187,14 +187,14 @@ TEST_F(CaptureRead, TwoReadersNeverWaitForTheSamePacket)
 
 // --- The current capture -----------------------------------------------------------------------
 
-TEST_F(CaptureRead, WithoutACurrentCaptureTheSizeIsZero)
+TEST_F(CaptureRead, ReturnsSizeZeroWithoutCurrentCapture)
 {
     uint32_t size = 77;
     AudioCapture::GetAudioData(buffer.data(), size);
     EXPECT_EQ(size, 0U);
 }
 
-TEST_F(CaptureRead, ReadsGoToTheCurrentCapture)
+TEST_F(CaptureRead, ReadsFromCurrentCapture)
 {
     InitQueue(1);
     Queue({9});
@@ -206,7 +206,7 @@ TEST_F(CaptureRead, ReadsGoToTheCurrentCapture)
     AudioCapture::SetCurrent(nullptr);
 }
 
-TEST_F(CaptureRead, DeletingWaitsForAReadThatIsUnderWay)
+TEST_F(CaptureRead, DelaysDeletionUntilRunningReadReturns)
 {
     auto other = std::make_unique<AudioCapture>();
     AudioCaptureProbe otherProbe(*other);
@@ -229,7 +229,7 @@ TEST_F(CaptureRead, DeletingWaitsForAReadThatIsUnderWay)
 
 // On a slow machine the reader may start too late to find the capture. The read then gives 0, and the test
 // retries.
-TEST_F(CaptureRead, DeletionWaitsForAReadInsideTheCapture)
+TEST_F(CaptureRead, DelaysDeletionUntilReadLeavesCapture)
 {
     uint32_t size = 0;
     while (size == 0) {

@@ -24,7 +24,7 @@ protected:
     void Change() { audio.NotifyDefaultChanged(eCapture, eConsole, L"headset"); }
 };
 
-TEST_F(CaptureRestart, OtherFlowsAndRolesLeaveCaptureUntouched)
+TEST_F(CaptureRestart, IgnoresOtherFlowsAndRoles)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -40,7 +40,7 @@ TEST_F(CaptureRestart, OtherFlowsAndRolesLeaveCaptureUntouched)
     EXPECT_FALSE(probe.Stopped());
 }
 
-TEST_F(CaptureRestart, AChangeMovesCaptureToTheNewMicrophoneWithoutTheHost)
+TEST_F(CaptureRestart, MovesToNewDefaultMicrophoneOnItsOwn)
 {
     audio.Add(L"headset").source = [] { return QuietPacket(1024); };
     Open();
@@ -54,7 +54,7 @@ TEST_F(CaptureRestart, AChangeMovesCaptureToTheNewMicrophoneWithoutTheHost)
     EXPECT_TRUE(Eventually([&] { return audio.RegisteredCallbacks() == 1; }));
 }
 
-TEST_F(CaptureRestart, PacketsOfTheOldMicrophoneAreCleared)
+TEST_F(CaptureRestart, ClearsPacketsOfOldMicrophone)
 {
     for (int packet = 0; packet < 10; ++packet) {
         audio.Deliver(QuietPacket(1024));
@@ -68,7 +68,7 @@ TEST_F(CaptureRestart, PacketsOfTheOldMicrophoneAreCleared)
     EXPECT_EQ(probe.Packets().DataCount(), 0);
 }
 
-TEST_F(CaptureRestart, ReadsDuringTheChangeReportAndGiveNothing)
+TEST_F(CaptureRestart, LogsReadsDuringRestartAndKeepsTheirSize)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -81,7 +81,7 @@ TEST_F(CaptureRestart, ReadsDuringTheChangeReportAndGiveNothing)
     EXPECT_EQ(size, 3840U);
 }
 
-TEST_F(CaptureRestart, ACaptureThatFoundNoMicrophoneBeginsWithTheFirstOne)
+TEST_F(CaptureRestart, StartsOnFirstMicrophoneThatAppears)
 {
     audio.SetDefaultMicrophone(L"");
     EXPECT_EQ(capture->Prepare(), -103);
@@ -93,7 +93,7 @@ TEST_F(CaptureRestart, ACaptureThatFoundNoMicrophoneBeginsWithTheFirstOne)
     EXPECT_GT(ReadPacket(), 0U);
 }
 
-TEST_F(CaptureRestart, TheStartOfARestartReturnsItsOwnError)
+TEST_F(CaptureRestart, LeavesCaptureStarted)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -103,7 +103,7 @@ TEST_F(CaptureRestart, TheStartOfARestartReturnsItsOwnError)
     EXPECT_EQ(capture->Start(), -10001);
 }
 
-TEST_F(CaptureRestart, WithoutARestartThreadCaptureGoesOn)
+TEST_F(CaptureRestart, KeepsCapturingWhenThreadCannotBeCreated)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -113,7 +113,7 @@ TEST_F(CaptureRestart, WithoutARestartThreadCaptureGoesOn)
     EXPECT_FALSE(probe.Stopped());
 }
 
-TEST_F(CaptureRestart, EachChangeStartsOneThread)
+TEST_F(CaptureRestart, StartsOneThreadPerChange)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -130,7 +130,7 @@ TEST_F(CaptureRestart, EachChangeStartsOneThread)
     notifier->Release();
 }
 
-TEST_F(CaptureRestart, NoRestartBeginsAfterTheClosingCall)
+TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -140,7 +140,7 @@ TEST_F(CaptureRestart, NoRestartBeginsAfterTheClosingCall)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 
-TEST_F(CaptureRestart, ClosingWaitsForARestartThatIsAtWork)
+TEST_F(CaptureRestart, DelaysCloseUntilFinished)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -167,7 +167,7 @@ TEST_F(CaptureRestart, ClosingWaitsForARestartThatIsAtWork)
 }
 
 // A hundred changes while the host opens, reads and closes.
-TEST_F(CaptureRestart, AStormOfChangesEndsInAClosedCapture)
+TEST_F(CaptureRestart, SurvivesHundredChangesWhileHostOpensReadsAndCloses)
 {
     Microphone().source = [] { return QuietPacket(480); };
     std::atomic<bool> over{false};
@@ -200,7 +200,7 @@ TEST_F(CaptureRestart, AStormOfChangesEndsInAClosedCapture)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-TEST_F(CaptureRestart, AStormOfChangesLeavesARunningCapture)
+TEST_F(CaptureRestart, KeepsCapturingAfterHundredChanges)
 {
     Microphone().source = [] { return QuietPacket(480); };
     Open();
@@ -212,7 +212,7 @@ TEST_F(CaptureRestart, AStormOfChangesLeavesARunningCapture)
 }
 
 // Start makes its notifier on the host's thread while the capture thread fails.
-TEST_F(CaptureRestart, AFailureDuringStartLosesNoNotifier)
+TEST_F(CaptureRestart, LeaksNoNotifierWhenCaptureFailsDuringStart)
 {
     for (int round = 0; round < 20; ++round) {
         audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);

@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(CaptureSetup, AFreshCaptureIsNotPrepared)
+TEST_F(CaptureSetup, StartsFromNotPreparedState)
 {
     EXPECT_EQ(probe.State(), -10000);
     EXPECT_TRUE(probe.Stopped());
@@ -40,7 +40,7 @@ TEST_F(CaptureSetup, AFreshCaptureIsNotPrepared)
     EXPECT_EQ(AudioCaptureProbe(const_cast<AudioCapture &>(untouched)).TargetSampleFormat(), -1);
 }
 
-TEST_F(CaptureSetup, PrepareReturnsZeroOnceTheCaptureThreadExists)
+TEST_F(CaptureSetup, PrepareReturnsZeroOnceCaptureThreadExists)
 {
     EXPECT_EQ(capture->Prepare(), 0);
     EXPECT_FALSE(probe.Stopped());
@@ -54,7 +54,7 @@ TEST_F(CaptureSetup, PrepareReturnsZeroOnceTheCaptureThreadExists)
     EXPECT_EQ(probe.DecoderConfig(), (std::vector<uint8_t>{0x11, 0x90, 0x56, 0xE5, 0x00}));
 }
 
-TEST_F(CaptureSetup, PrepareWaitsOnAPlainManualResetEventWithoutALimit)
+TEST_F(CaptureSetup, PrepareWaitsOnManualResetEventWithoutTimeout)
 {
     capture->Prepare();
     const auto events = fakewin::CreatedEvents();
@@ -67,7 +67,7 @@ TEST_F(CaptureSetup, PrepareWaitsOnAPlainManualResetEventWithoutALimit)
     EXPECT_NE(std::find(waits.begin(), waits.end(), expected), waits.end());
 }
 
-TEST_F(CaptureSetup, ASecondPrepareReturnsTheStateAndCreatesNothing)
+TEST_F(CaptureSetup, SecondPrepareReturnsStateAndCreatesNothing)
 {
     capture->Prepare();
     const int threads = fakewin::Count(fakewin::Call::CreateThread);
@@ -79,7 +79,7 @@ TEST_F(CaptureSetup, ASecondPrepareReturnsTheStateAndCreatesNothing)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateEventW), 1);
 }
 
-TEST_F(CaptureSetup, WithoutAnEventPrepareFails)
+TEST_F(CaptureSetup, PrepareFailsWithoutEvent)
 {
     fakewin::Fail(fakewin::Call::CreateEventW, 1450);
     EXPECT_EQ(capture->Prepare(), -1001);
@@ -89,7 +89,7 @@ TEST_F(CaptureSetup, WithoutAnEventPrepareFails)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
 }
 
-TEST_F(CaptureSetup, WithoutAnInitThreadPrepareFailsAndMayBeRepeated)
+TEST_F(CaptureSetup, PrepareFailsWithoutInitThreadAndCanBeRetried)
 {
     const int handles = fakewin::LiveHandles();
     fakewin::Fail(fakewin::Call::CreateThread, 8);
@@ -101,7 +101,7 @@ TEST_F(CaptureSetup, WithoutAnInitThreadPrepareFailsAndMayBeRepeated)
     EXPECT_EQ(capture->Prepare(), 0);
 }
 
-TEST_F(CaptureSetup, WithoutACaptureThreadPrepareFails)
+TEST_F(CaptureSetup, PrepareFailsWithoutCaptureThread)
 {
     fakewin::Fail(fakewin::Call::CreateThread, 8, 2);
     EXPECT_EQ(capture->Prepare(), -1001);
@@ -110,14 +110,14 @@ TEST_F(CaptureSetup, WithoutACaptureThreadPrepareFails)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, ThreadEntriesWithoutAnObjectReturnInvalidHandle)
+TEST_F(CaptureSetup, ThreadEntriesReturnInvalidHandleWithoutObject)
 {
     EXPECT_EQ(AudioCaptureProbe::InitThread(nullptr), 6U);
     EXPECT_EQ(AudioCaptureProbe::CaptureThread(nullptr), 6U);
     EXPECT_EQ(AudioCaptureProbe::RestartThread(nullptr), 6U);
 }
 
-TEST_F(CaptureSetup, TheInitThreadLooksAtTheStopFlagEveryFiftyMilliseconds)
+TEST_F(CaptureSetup, InitThreadPollsStopFlagEveryFiftyMilliseconds)
 {
     Open();
     EXPECT_TRUE(Eventually([] {
@@ -127,7 +127,7 @@ TEST_F(CaptureSetup, TheInitThreadLooksAtTheStopFlagEveryFiftyMilliseconds)
     }));
 }
 
-TEST_F(CaptureSetup, TeardownReturnsEverythingToRest)
+TEST_F(CaptureSetup, TeardownReleasesObjectsAndReturnsToNotPrepared)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -144,7 +144,7 @@ TEST_F(CaptureSetup, TeardownReturnsEverythingToRest)
     probe.Teardown(); // finds nothing left to do
 }
 
-TEST_F(CaptureSetup, ACaptureCanBePreparedAgainAfterItsTeardown)
+TEST_F(CaptureSetup, PrepareSucceedsAgainAfterTeardown)
 {
     for (int round = 0; round < 3; ++round) {
         ASSERT_EQ(capture->Prepare(), 0);
@@ -163,7 +163,7 @@ TEST_F(CaptureSetup, StartRegistersOneNotifierAndReturnsZero)
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
 }
 
-TEST_F(CaptureSetup, ASecondStartReturnsItsOwnErrorAndKeepsOneNotifier)
+TEST_F(CaptureSetup, SecondStartFailsAndKeepsOneNotifier)
 {
     capture->Prepare();
     EXPECT_EQ(capture->Start(), 0);
@@ -171,14 +171,14 @@ TEST_F(CaptureSetup, ASecondStartReturnsItsOwnErrorAndKeepsOneNotifier)
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
 }
 
-TEST_F(CaptureSetup, StartOfACaptureThatIsNotRunningReturnsItsState)
+TEST_F(CaptureSetup, StartReturnsStateWhenNotRunning)
 {
     EXPECT_EQ(capture->Start(), -10000);
     EXPECT_FALSE(probe.Started());
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
 }
 
-TEST_F(CaptureSetup, StartGoesOnWithoutNotifications)
+TEST_F(CaptureSetup, StartSucceedsWithoutNotifications)
 {
     capture->Prepare();
     ASSERT_TRUE(AwaitLoop());
@@ -187,7 +187,7 @@ TEST_F(CaptureSetup, StartGoesOnWithoutNotifications)
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
 }
 
-TEST_F(CaptureSetup, StopDetachesTheNotifierAndCanBeRepeated)
+TEST_F(CaptureSetup, StopDetachesNotifierAndCanBeRepeated)
 {
     Open();
     capture->Stop();
@@ -199,7 +199,7 @@ TEST_F(CaptureSetup, StopDetachesTheNotifierAndCanBeRepeated)
 
 // --- The device ------------------------------------------------------------------------------
 
-TEST_F(CaptureSetup, TheDefaultConsoleMicrophoneIsOpenedTwice)
+TEST_F(CaptureSetup, OpensDefaultConsoleMicrophoneTwice)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -211,7 +211,7 @@ TEST_F(CaptureSetup, TheDefaultConsoleMicrophoneIsOpenedTwice)
     EXPECT_FALSE(audio.Clients()[0].alive);
 }
 
-TEST_F(CaptureSetup, TheStreamIsSharedPollsAndBuffersHalfASecond)
+TEST_F(CaptureSetup, OpensSharedPolledStreamWithHalfSecondBuffer)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -225,7 +225,7 @@ TEST_F(CaptureSetup, TheStreamIsSharedPollsAndBuffersHalfASecond)
     EXPECT_EQ(client.format.size(), sizeof(WAVEFORMATEXTENSIBLE));
 }
 
-TEST_F(CaptureSetup, MixFormatsAreNotFreed)
+TEST_F(CaptureSetup, DoesNotFreeMixFormats)
 {
     const int before = fakewin::LiveTaskBlocks();
     Open();
@@ -285,9 +285,9 @@ const std::vector<MicFault> &MicFaults()
     return faults;
 }
 
-class CaptureMicFault : public CaptureSetup, public ::testing::WithParamInterface<size_t> {};
+class CaptureMicrophoneFault : public CaptureSetup, public ::testing::WithParamInterface<size_t> {};
 
-TEST_P(CaptureMicFault, OnTheInitThreadFailsPrepareWithTheEncodersCode)
+TEST_P(CaptureMicrophoneFault, OnInitThreadFailsPrepareWithEncoderErrorCode)
 {
     const MicFault &fault = MicFaults()[GetParam()];
     fault.inject(1);
@@ -298,7 +298,7 @@ TEST_P(CaptureMicFault, OnTheInitThreadFailsPrepareWithTheEncodersCode)
     EXPECT_TRUE(probe.Stopped());
 }
 
-TEST_P(CaptureMicFault, OnTheCaptureThreadStopsTheCapture)
+TEST_P(CaptureMicrophoneFault, OnCaptureThreadStopsCapture)
 {
     const MicFault &fault = MicFaults()[GetParam()];
     fault.inject(2);
@@ -310,9 +310,9 @@ TEST_P(CaptureMicFault, OnTheCaptureThreadStopsTheCapture)
     EXPECT_EQ(capture->Prepare(), GetParam() == 2 ? -103 : 0); // the microphone stays away in one case
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicFault, ::testing::Range<size_t>(0, 7));
+INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicrophoneFault, ::testing::Range<size_t>(0, 7));
 
-TEST_F(CaptureSetup, WithoutAnEndpointVolumeCaptureFails)
+TEST_F(CaptureSetup, FailsWithoutEndpointVolume)
 {
     audio.Fail(Method::Activate, E_NOINTERFACE, 3);
     capture->Prepare();
@@ -320,7 +320,7 @@ TEST_F(CaptureSetup, WithoutAnEndpointVolumeCaptureFails)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AClientThatCannotBeInitialisedFailsCapture)
+TEST_F(CaptureSetup, FailsWhenClientCannotBeInitialised)
 {
     audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
     capture->Prepare();
@@ -328,7 +328,7 @@ TEST_F(CaptureSetup, AClientThatCannotBeInitialisedFailsCapture)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, WithoutACaptureServiceCaptureFails)
+TEST_F(CaptureSetup, FailsWithoutCaptureService)
 {
     audio.Fail(Method::GetService, E_NOINTERFACE);
     capture->Prepare();
@@ -336,7 +336,7 @@ TEST_F(CaptureSetup, WithoutACaptureServiceCaptureFails)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, ANullCaptureServiceFailsCapture)
+TEST_F(CaptureSetup, FailsWhenCaptureServiceIsNull)
 {
     audio.Fail(Method::GetService, fakes::nullResult);
     capture->Prepare();
@@ -344,7 +344,7 @@ TEST_F(CaptureSetup, ANullCaptureServiceFailsCapture)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AFailureOfTheDeviceBecomesTheState)
+TEST_F(CaptureSetup, ReturnsToNotPreparedAfterDeviceFailure)
 {
     audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
     int32_t stateAtStop = 0;
@@ -358,7 +358,7 @@ TEST_F(CaptureSetup, AFailureOfTheDeviceBecomesTheState)
     EXPECT_TRUE(stateAtStop == -101 || stateAtStop == 0);
 }
 
-TEST_F(CaptureSetup, ATwentyFourBitMixFormatHasNoSampleFormat)
+TEST_F(CaptureSetup, FailsOn24BitMixFormat)
 {
     Microphone().mixFormat.bits = 24;
     capture->Prepare();
@@ -368,7 +368,7 @@ TEST_F(CaptureSetup, ATwentyFourBitMixFormatHasNoSampleFormat)
     EXPECT_TRUE(LogOf(swrTag).empty());
 }
 
-TEST_F(CaptureSetup, EachSupportedMixFormatIsOpened)
+TEST_F(CaptureSetup, OpensEachSupportedMixFormat)
 {
     struct Case {
         uint16_t bits;
@@ -389,7 +389,7 @@ TEST_F(CaptureSetup, EachSupportedMixFormatIsOpened)
     }
 }
 
-TEST_F(CaptureSetup, AConverterThatCannotBeMadeFailsCapture)
+TEST_F(CaptureSetup, FailsWhenConverterCannotBeAllocated)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc_set_opts2, -12);
     capture->Prepare();
@@ -398,7 +398,7 @@ TEST_F(CaptureSetup, AConverterThatCannotBeMadeFailsCapture)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AConverterThatCannotBeInitialisedFailsCapture)
+TEST_F(CaptureSetup, FailsWhenConverterCannotBeInitialised)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
     capture->Prepare();
@@ -407,7 +407,7 @@ TEST_F(CaptureSetup, AConverterThatCannotBeInitialisedFailsCapture)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AClientThatDoesNotStartFailsCaptureAndReleasesTheEncoder)
+TEST_F(CaptureSetup, FailsWhenClientDoesNotStart)
 {
     audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
     capture->Prepare();
@@ -417,7 +417,7 @@ TEST_F(CaptureSetup, AClientThatDoesNotStartFailsCaptureAndReleasesTheEncoder)
     EXPECT_EQ(audio.Clients()[1].stops, 0);
 }
 
-TEST_F(CaptureSetup, WithoutComOnTheCaptureThreadTheThreadEndsAndNothingElseChanges)
+TEST_F(CaptureSetup, EndsOnlyCaptureThreadWhenItCannotEnterCom)
 {
     fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY, 2);
     EXPECT_EQ(capture->Prepare(), 0);
@@ -429,7 +429,7 @@ TEST_F(CaptureSetup, WithoutComOnTheCaptureThreadTheThreadEndsAndNothingElseChan
     EXPECT_EQ(size, 0U);
 }
 
-TEST_F(CaptureSetup, WithoutComOnTheInitThreadPrepareFails)
+TEST_F(CaptureSetup, PrepareFailsWhenInitThreadCannotEnterCom)
 {
     fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
     EXPECT_EQ(capture->Prepare(), -103);
@@ -440,7 +440,7 @@ TEST_F(CaptureSetup, WithoutComOnTheInitThreadPrepareFails)
 
 // --- The encoder -----------------------------------------------------------------------------
 
-TEST_F(CaptureSetup, AMixFormatThatIsNotExtensibleFailsPrepareAndKeepsTheClient)
+TEST_F(CaptureSetup, PrepareFailsAndLeaksClientWhenMixFormatIsNotExtensible)
 {
     Microphone().mixFormat.extensible = false;
     EXPECT_EQ(capture->Prepare(), -103);
@@ -455,7 +455,7 @@ TEST_F(CaptureSetup, AMixFormatThatIsNotExtensibleFailsPrepareAndKeepsTheClient)
     violationsLeft = {apartmentViolation};
 }
 
-TEST_F(CaptureSetup, TheEncodersParametersFollowTheTarget)
+TEST_F(CaptureSetup, DerivesEncoderParametersFromTarget)
 {
     fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     EncodeParam param{};
@@ -483,7 +483,7 @@ TEST_F(CaptureSetup, TheEncodersParametersFollowTheTarget)
     fakewin::CoUninitialize();
 }
 
-TEST_F(CaptureSetup, AnEncoderThatRefusesItsParametersFailsPrepare)
+TEST_F(CaptureSetup, PrepareFailsWhenEncoderRefusesParameters)
 {
     capture->SetTarget(48000, 3, 1);
     EXPECT_EQ(capture->Prepare(), -103);
@@ -491,7 +491,7 @@ TEST_F(CaptureSetup, AnEncoderThatRefusesItsParametersFailsPrepare)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AFrameThatCannotBeAllocatedFailsPrepare)
+TEST_F(CaptureSetup, PrepareFailsWhenFrameCannotBeAllocated)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // no frame is that long
     EXPECT_EQ(capture->Prepare(), -10002);
@@ -499,7 +499,7 @@ TEST_F(CaptureSetup, AFrameThatCannotBeAllocatedFailsPrepare)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, AnEncoderWithoutAConfigurationFailsPrepare)
+TEST_F(CaptureSetup, PrepareFailsWithoutDecoderConfiguration)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, fakeffmpeg::withoutConfiguration);
     EXPECT_EQ(capture->Prepare(), -103);
@@ -507,7 +507,7 @@ TEST_F(CaptureSetup, AnEncoderWithoutAConfigurationFailsPrepare)
     AwaitRest();
 }
 
-TEST_F(CaptureSetup, TheQueueHoldsTenSecondsAndOnePacket)
+TEST_F(CaptureSetup, AllocatesPacketsForTenSecondsPlusOne)
 {
     EXPECT_EQ(PacketPoolSize(48000, 1024), 469U);
     capture->Prepare();

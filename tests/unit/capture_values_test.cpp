@@ -12,13 +12,13 @@ namespace {
 
 using namespace velto;
 
-TEST(PcmConversion, FullScaleIsTheSameInBothDirections)
+TEST(PcmConversion, MapsFullScaleSymmetrically)
 {
     EXPECT_EQ(FloatToPcm16(1.0F), 32767);
     EXPECT_EQ(FloatToPcm16(-1.0F), -32767);
 }
 
-TEST(PcmConversion, ValuesAreTruncatedTowardZero)
+TEST(PcmConversion, TruncatesTowardZero)
 {
     EXPECT_EQ(FloatToPcm16(0.5F), 16383);
     EXPECT_EQ(FloatToPcm16(-0.5F), -16383);
@@ -28,7 +28,7 @@ TEST(PcmConversion, ValuesAreTruncatedTowardZero)
     EXPECT_EQ(FloatToPcm16(0.0F), 0);
 }
 
-TEST(PcmConversion, ValuesBeyondFullScaleAreLimited)
+TEST(PcmConversion, LimitsValuesBeyondFullScale)
 {
     EXPECT_EQ(FloatToPcm16(1.5F), 32767);
     EXPECT_EQ(FloatToPcm16(-1e30F), -32767);
@@ -36,13 +36,13 @@ TEST(PcmConversion, ValuesBeyondFullScaleAreLimited)
     EXPECT_EQ(FloatToPcm16(-std::numeric_limits<float>::infinity()), -32767);
 }
 
-TEST(PcmConversion, WhatIsNotANumberIsSilence)
+TEST(PcmConversion, TurnsNanIntoSilence)
 {
     EXPECT_EQ(FloatToPcm16(std::numeric_limits<float>::quiet_NaN()), 0);
     EXPECT_EQ(FloatToPcm16(-std::numeric_limits<float>::quiet_NaN()), 0);
 }
 
-TEST(ReadWait, IsThePlayingTimeOfTheRequestAndTwoMilliseconds)
+TEST(CaptureValues, ReadWaitIsPlayingTimeOfRequestPlusTwoMilliseconds)
 {
     EXPECT_EQ(ReadWait(3840).count(), 22);
     EXPECT_EQ(ReadWait(0).count(), 22);
@@ -52,7 +52,7 @@ TEST(ReadWait, IsThePlayingTimeOfTheRequestAndTwoMilliseconds)
     EXPECT_EQ(ReadWait(7680).count(), 42);
 }
 
-TEST(ReadWait, WrapsAtThirtyTwoBits)
+TEST(CaptureValues, ReadWaitWrapsAt32Bits)
 {
     EXPECT_EQ(ReadWait(107374182).count(), 2147483640 / 3840 + 2);
     EXPECT_EQ(ReadWait(107374183).count(), -2147483636 / 3840 + 2);
@@ -60,7 +60,7 @@ TEST(ReadWait, WrapsAtThirtyTwoBits)
     EXPECT_EQ(ReadWait(0x80000000).count(), 2);
 }
 
-TEST(CaptureFormat, EachSampleSizeHasItsFormat)
+TEST(CaptureValues, SampleFormatFollowsSampleSize)
 {
     EXPECT_EQ(CaptureSampleFormat(8), AV_SAMPLE_FMT_U8);
     EXPECT_EQ(CaptureSampleFormat(16), AV_SAMPLE_FMT_S16);
@@ -70,7 +70,7 @@ TEST(CaptureFormat, EachSampleSizeHasItsFormat)
     }
 }
 
-TEST(CaptureFormat, EachChannelCountHasItsCode)
+TEST(CaptureValues, ChannelCodeFollowsChannelCount)
 {
     EXPECT_EQ(ChannelCodeFor(1), 4U);
     EXPECT_EQ(ChannelCodeFor(2), 3U);
@@ -79,7 +79,7 @@ TEST(CaptureFormat, EachChannelCountHasItsCode)
     }
 }
 
-TEST(HresultText, IsEightUpperCaseHexadecimalDigits)
+TEST(CaptureValues, HresultTextIsEightUpperCaseHexDigits)
 {
     EXPECT_EQ(HresultText(S_OK), "0x00000000");
     EXPECT_EQ(HresultText(static_cast<HRESULT>(0x8889000AU)), "0x8889000A");

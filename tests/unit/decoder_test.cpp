@@ -56,7 +56,7 @@ constexpr char resampleTag[] = "velto::FFmpegDecode::ResampleFrame";
 constexpr char checkTag[] = "velto::FFmpegDecode::CheckNullPtrForDecoderValid";
 constexpr char postTag[] = "velto::FFmpegDecode::PostAudioData";
 
-class Decoder : public ::testing::Test {
+class AacDecoder : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -94,7 +94,7 @@ protected:
     AudioPlayThreadProbe queue{*playThread};
 };
 
-TEST_F(Decoder, OpensAsStereoAtTheGivenRateWithoutExtradata)
+TEST_F(AacDecoder, OpensAsStereoAtGivenRateWithoutExtradata)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     ASSERT_NE(members.Format(), nullptr);
@@ -114,7 +114,7 @@ TEST_F(Decoder, OpensAsStereoAtTheGivenRateWithoutExtradata)
     EXPECT_TRUE(Recorded().Entries().empty());
 }
 
-TEST_F(Decoder, RefusesARateWhoseDoubleWouldOverflowWithoutLogging)
+TEST_F(AacDecoder, RefusesRateWhoseDoubleOverflowsWithoutLogging)
 {
     FFmpegDecode fast(playThread, 1073741824);
     EXPECT_EQ(fast.InitFFmpeg(), -1);
@@ -124,7 +124,7 @@ TEST_F(Decoder, RefusesARateWhoseDoubleWouldOverflowWithoutLogging)
     av_free(context);
 }
 
-TEST_F(Decoder, AFrameOf1024SamplesYieldsOneBlockOf4096Bytes)
+TEST_F(AacDecoder, TurnsFrameOf1024SamplesIntoBlockOf4096Bytes)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     for (const AacFrame &frame : EncodeTone(4)) {
@@ -137,7 +137,7 @@ TEST_F(Decoder, AFrameOf1024SamplesYieldsOneBlockOf4096Bytes)
     EXPECT_TRUE(Recorded().Entries().empty()) << "running out of frames is no error";
 }
 
-TEST_F(Decoder, DecodedSoundIsTheEncodedTone)
+TEST_F(AacDecoder, DecodesEncodedTone)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     for (const AacFrame &frame : EncodeTone(10)) {
@@ -155,7 +155,7 @@ TEST_F(Decoder, DecodedSoundIsTheEncodedTone)
     EXPECT_NEAR(crossings, 2 * 440 * 1024 / 48000, 2) << "440 Hz";
 }
 
-TEST_F(Decoder, TheFirstFrameReplacesThePlaceholderBuffer)
+TEST_F(AacDecoder, ReplacesPlaceholderBufferOnFirstFrame)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     const AacFrame frame = EncodeTone(1)[0];
@@ -167,7 +167,7 @@ TEST_F(Decoder, TheFirstFrameReplacesThePlaceholderBuffer)
     EXPECT_EQ(members.OutBuffer(), buffer) << "no allocation while the frames need no more room";
 }
 
-TEST_F(Decoder, TheHostsBytesAreBorrowedAndLeftAlone)
+TEST_F(AacDecoder, BorrowsHostBytesWithoutChangingThem)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     AacFrame frame = EncodeTone(1)[0];
@@ -178,7 +178,7 @@ TEST_F(Decoder, TheHostsBytesAreBorrowedAndLeftAlone)
     EXPECT_EQ(members.Packet()->buf, nullptr);
 }
 
-TEST_F(Decoder, BlocksAreHeldBackWhileTheStreamIsDelayed)
+TEST_F(AacDecoder, PutsBlocksInDelayQueueWhileStreamIsDelayed)
 {
     playThread->needDelay = true;
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
@@ -189,7 +189,7 @@ TEST_F(Decoder, BlocksAreHeldBackWhileTheStreamIsDelayed)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(Decoder, ANullFrameOrHeaderIsLoggedAndDecodesNothing)
+TEST_F(AacDecoder, LogsNullFrameOrHeaderAndDecodesNothing)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     decoder.DecoderAudioFrame(nullptr);
@@ -199,20 +199,20 @@ TEST_F(Decoder, ANullFrameOrHeaderIsLoggedAndDecodesNothing)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(Decoder, BeforeInitialisationTheMissingFrameIsLogged)
+TEST_F(AacDecoder, LogsMissingDecoderFrameBeforeInitialisation)
 {
     Write(AacFrame{1, 2, 3});
     ExpectLine(LOG_LEVEL_ERROR, L"decoder frame is nullptr", checkTag);
 }
 
-TEST_F(Decoder, AMissingPacketIsLogged)
+TEST_F(AacDecoder, LogsMissingPacket)
 {
     members.Frame() = av_frame_alloc();
     Write(AacFrame{1, 2, 3});
     ExpectLine(LOG_LEVEL_ERROR, L"packetToPlay is null, can not decode audio frame", checkTag);
 }
 
-TEST_F(Decoder, AnEmptyPayloadIsRefusedWithItsCodeRightBehindTheMessage)
+TEST_F(AacDecoder, RefusesEmptyPayloadAndLogsErrorCode)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     uint8_t byte = 0;
@@ -220,7 +220,7 @@ TEST_F(Decoder, AnEmptyPayloadIsRefusedWithItsCodeRightBehindTheMessage)
     ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
 }
 
-TEST_F(Decoder, AMissingPayloadIsRefusedAndTheNextFrameStillPlays)
+TEST_F(AacDecoder, RefusesMissingPayloadAndPlaysNextFrame)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     Write(nullptr, 0);
@@ -230,7 +230,7 @@ TEST_F(Decoder, AMissingPayloadIsRefusedAndTheNextFrameStillPlays)
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
-TEST_F(Decoder, ASizeAboveTheSignedRangeIsRefused)
+TEST_F(AacDecoder, RefusesSizeAboveSignedRange)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     uint8_t byte = 0;
@@ -238,7 +238,7 @@ TEST_F(Decoder, ASizeAboveTheSignedRangeIsRefused)
     ExpectLine(LOG_LEVEL_ERROR, L"AUDIO decode error:-22", decodeTag);
 }
 
-TEST_F(Decoder, CorruptFramesAreDroppedAndTheDecoderStaysUsable)
+TEST_F(AacDecoder, StaysUsableAfterCorruptFrames)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     for (AacFrame frame : EncodeTone(20)) {
@@ -254,7 +254,7 @@ TEST_F(Decoder, CorruptFramesAreDroppedAndTheDecoderStaysUsable)
     EXPECT_GE(queue.PlayQueue().size(), 2u);
 }
 
-TEST_F(Decoder, AFrameWithoutASecondPlaneIsDroppedWithALine)
+TEST_F(AacDecoder, LogsAndDropsFrameWithMissingPlane)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     AVFrame *frame = members.Frame();
@@ -271,7 +271,7 @@ TEST_F(Decoder, AFrameWithoutASecondPlaneIsDroppedWithALine)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(Decoder, AMissingFrameIsLoggedBeforeItIsUsed)
+TEST_F(AacDecoder, LogsMissingFrameBeforeUsingIt)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     av_frame_free(&members.Frame());
@@ -279,7 +279,7 @@ TEST_F(Decoder, AMissingFrameIsLoggedBeforeItIsUsed)
     ExpectLine(LOG_LEVEL_ERROR, L"frame is null", decodeTag);
 }
 
-TEST_F(Decoder, AMonoStreamPlaysOnTheLeftChannelAtLeast)
+TEST_F(AacDecoder, DecodesMonoStreamToLeftChannel)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     for (const AacFrame &frame : EncodeTone(6, 1)) {
@@ -294,7 +294,7 @@ TEST_F(Decoder, AMonoStreamPlaysOnTheLeftChannelAtLeast)
     EXPECT_NEAR(peak, 16384, 1200);
 }
 
-TEST_F(Decoder, AMissingConverterIsLoggedAndAbandonsTheCall)
+TEST_F(AacDecoder, LogsMissingConverterAndDecodesNothing)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     swr_free(&members.Converter());
@@ -303,7 +303,7 @@ TEST_F(Decoder, AMissingConverterIsLoggedAndAbandonsTheCall)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(Decoder, AConverterThatIsNotSetUpIsLoggedWithItsCode)
+TEST_F(AacDecoder, LogsErrorCodeOfUninitialisedConverter)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     swr_close(members.Converter());
@@ -311,7 +311,7 @@ TEST_F(Decoder, AConverterThatIsNotSetUpIsLoggedWithItsCode)
     ExpectLine(LOG_LEVEL_ERROR, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
 }
 
-TEST_F(Decoder, ABlockWithoutSizeIsLogged)
+TEST_F(AacDecoder, LogsAndDropsBlockWithoutSize)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     members.OutChannels() = 2;
@@ -324,7 +324,7 @@ TEST_F(Decoder, ABlockWithoutSizeIsLogged)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(Decoder, ABufferThatCannotBeAllocatedIsLoggedAndTriedAgainForTheNextFrame)
+TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextFrame)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     const AacFrame frame = EncodeTone(1)[0];
@@ -338,13 +338,13 @@ TEST_F(Decoder, ABufferThatCannotBeAllocatedIsLoggedAndTriedAgainForTheNextFrame
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
-TEST_F(Decoder, AMissingOutputBufferIsLogged)
+TEST_F(AacDecoder, LogsMissingOutputBuffer)
 {
     members.PostAudioData(nullptr, 16);
     ExpectLine(LOG_LEVEL_ERROR, L"outBuffer is nullptr", postTag);
 }
 
-TEST_F(Decoder, ReleaseFreesEverythingAndMayBeRepeated)
+TEST_F(AacDecoder, ReleaseClearsEveryPointerAndCanBeRepeated)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     AVCodecContext *context = members.Codec();
@@ -359,7 +359,7 @@ TEST_F(Decoder, ReleaseFreesEverythingAndMayBeRepeated)
     av_free(context);
 }
 
-TEST_F(Decoder, AfterReleaseAFrameIsRefusedWithoutACrash)
+TEST_F(AacDecoder, RefusesFrameAfterRelease)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     AVCodecContext *context = members.Codec();
@@ -376,9 +376,9 @@ struct SetUpFault {
     const char *tag;
 };
 
-class DecoderSetUp : public Decoder, public ::testing::WithParamInterface<SetUpFault> {};
+class AacDecoderSetup : public AacDecoder, public ::testing::WithParamInterface<SetUpFault> {};
 
-TEST_P(DecoderSetUp, AFailingStepIsLoggedAndTheNextFrameIsRefusedOrDropped)
+TEST_P(AacDecoderSetup, FailsAtFailingStepAndDropsNextFrame)
 {
     const SetUpFault &fault = GetParam();
     fakeffmpeg::Script().Fail(fault.call, -12);
@@ -398,7 +398,7 @@ constexpr char swrTag[] = "velto::FFmpegDecode::InitSwrContext";
 using fakeffmpeg::Call;
 
 INSTANTIATE_TEST_SUITE_P(
-    EveryStep, DecoderSetUp,
+    EveryStep, AacDecoderSetup,
     ::testing::Values(SetUpFault{"FormatContext", Call::avformat_alloc_context, nullptr, nullptr},
                       SetUpFault{"Codec", Call::avcodec_find_decoder, nullptr, nullptr},
                       SetUpFault{"CodecContext", Call::avcodec_alloc_context3,
@@ -410,7 +410,7 @@ INSTANTIATE_TEST_SUITE_P(
                       SetUpFault{"ConverterSetUp", Call::swr_init, L"swr_init failed", swrTag}),
     [](const auto &instance) { return instance.param.name; });
 
-TEST_F(Decoder, AnInitialisationAgainOverwritesWithoutFreeing)
+TEST_F(AacDecoder, SecondInitialisationOverwritesWithoutFreeing)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     Write(EncodeTone(1)[0]);
@@ -435,7 +435,7 @@ TEST_F(Decoder, AnInitialisationAgainOverwritesWithoutFreeing)
     av_free(buffer);
 }
 
-TEST_F(Decoder, WithoutMemoryForABlocksRecordThatBlockIsDropped)
+TEST_F(AacDecoder, DropsBlockWithoutMemoryForItsRecord)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     const AacFrame frame = EncodeTone(1)[0];
@@ -448,7 +448,7 @@ TEST_F(Decoder, WithoutMemoryForABlocksRecordThatBlockIsDropped)
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
-TEST_F(Decoder, WithoutMemoryForABlocksBytesThatBlockIsDropped)
+TEST_F(AacDecoder, DropsBlockWithoutMemoryForItsBytes)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     const AacFrame frame = EncodeTone(1)[0];

@@ -6,9 +6,9 @@ namespace {
 
 using namespace velto_test;
 
-class DeviceEvents : public RenderTest {};
+class RenderDeviceEvents : public RenderTest {};
 
-TEST_F(DeviceEvents, OnlyTheMultimediaRoleOfTheRenderFlowRaisesTheDeviceFlag)
+TEST_F(RenderDeviceEvents, RaisesDeviceFlagOnlyForMultimediaRenderDefault)
 {
     EXPECT_TRUE(Open());
     for (const EDataFlow flow : {eRender, eCapture, eAll}) {
@@ -21,7 +21,7 @@ TEST_F(DeviceEvents, OnlyTheMultimediaRoleOfTheRenderFlowRaisesTheDeviceFlag)
     EXPECT_FALSE(probe.PropertyChanged());
 }
 
-TEST_F(DeviceEvents, AnyPropertyOfAnyDeviceRaisesThePropertyFlag)
+TEST_F(RenderDeviceEvents, RaisesPropertyFlagForAnyPropertyOfAnyDevice)
 {
     EXPECT_TRUE(Open());
     audio.NotifyPropertyChanged(L"some microphone");
@@ -29,7 +29,7 @@ TEST_F(DeviceEvents, AnyPropertyOfAnyDeviceRaisesThePropertyFlag)
     EXPECT_FALSE(probe.DeviceChanged());
 }
 
-TEST_F(DeviceEvents, StatesAdditionsAndRemovalsAreIgnored)
+TEST_F(RenderDeviceEvents, IgnoresStateChangesAdditionsAndRemovals)
 {
     EXPECT_TRUE(Open());
     ClearLog();
@@ -41,7 +41,7 @@ TEST_F(DeviceEvents, StatesAdditionsAndRemovalsAreIgnored)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(DeviceEvents, EveryNotificationReturnsSuccess)
+TEST_F(RenderDeviceEvents, ReturnsSuccessForEveryNotification)
 {
     velto::WasapiDeviceEvents events(player.get());
     EXPECT_EQ(events.OnDeviceStateChanged(L"id", DEVICE_STATE_DISABLED), S_OK);
@@ -52,7 +52,7 @@ TEST_F(DeviceEvents, EveryNotificationReturnsSuccess)
     EXPECT_EQ(events.OnPropertyValueChanged(nullptr, PROPERTYKEY{}), S_OK);
 }
 
-TEST_F(DeviceEvents, WithoutARendererBothNotificationsLogAndSucceed)
+TEST_F(RenderDeviceEvents, LogsErrorAndReturnsSuccessWithoutRenderer)
 {
     velto::WasapiDeviceEvents events(nullptr);
     EXPECT_EQ(events.OnDefaultDeviceChanged(eRender, eMultimedia, L"id"), S_OK);
@@ -63,7 +63,7 @@ TEST_F(DeviceEvents, WithoutARendererBothNotificationsLogAndSucceed)
     ExpectLine(errorLevel, text, "WasapiDeviceEvents::OnPropertyValueChanged", 1);
 }
 
-TEST_F(DeviceEvents, ReferencesAreNotCounted)
+TEST_F(RenderDeviceEvents, DoesNotCountReferences)
 {
     velto::WasapiDeviceEvents events(player.get());
     EXPECT_EQ(events.AddRef(), 0u);
@@ -73,7 +73,7 @@ TEST_F(DeviceEvents, ReferencesAreNotCounted)
     EXPECT_EQ(events.Release(), 0u);
 }
 
-TEST_F(DeviceEvents, AnswersItsOwnInterfacesOnly)
+TEST_F(RenderDeviceEvents, ReturnsOnlyOwnInterfaces)
 {
     velto::WasapiDeviceEvents events(player.get());
     void *object = nullptr;
@@ -87,7 +87,7 @@ TEST_F(DeviceEvents, AnswersItsOwnInterfacesOnly)
     EXPECT_EQ(events.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
-TEST_F(DeviceEvents, RaisingAFlagMakesNoSystemCall)
+TEST_F(RenderDeviceEvents, RaisesFlagsWithoutSystemCalls)
 {
     EXPECT_TRUE(Open());
     const int calls = fakewin::TotalCalls();

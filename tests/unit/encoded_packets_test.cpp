@@ -13,7 +13,7 @@ using namespace velto;
 
 // --- Packets -------------------------------------------------------------------------------------
 
-class EncodedPackets : public ::testing::Test {
+class EncodedPacketQueue : public ::testing::Test {
 protected:
     // The records outlive the queue by design; the tests give them back.
     void TearDown() override
@@ -37,7 +37,7 @@ protected:
     std::vector<AVEncodePacket *> packets;
 };
 
-TEST_F(EncodedPackets, EachHasABufferOfTheSizeThatWasSet)
+TEST_F(EncodedPacketQueue, GivesEachPacketBufferOfConfiguredSize)
 {
     AVPktBufQueue queue;
     queue.SetPacketBufferSize(1536);
@@ -49,14 +49,14 @@ TEST_F(EncodedPackets, EachHasABufferOfTheSizeThatWasSet)
     }
 }
 
-TEST_F(EncodedPackets, HaveNoBufferWhenNoSizeIsSet)
+TEST_F(EncodedPacketQueue, GivesPacketNoBufferWithoutConfiguredSize)
 {
     AVPktBufQueue queue;
     InitAndRemember(queue, 1);
     EXPECT_EQ(packets[0]->data, nullptr);
 }
 
-TEST_F(EncodedPackets, RecordsOutliveTheQueueWithoutTheirBuffers)
+TEST_F(EncodedPacketQueue, FreesBuffersButKeepsRecordsOnDestruction)
 {
     {
         AVPktBufQueue queue;
@@ -73,7 +73,7 @@ TEST_F(EncodedPackets, RecordsOutliveTheQueueWithoutTheirBuffers)
     EXPECT_EQ(packets[2]->timeStamp, 7);
 }
 
-TEST_F(EncodedPackets, AreMadeAnewAfterClearing)
+TEST_F(EncodedPacketQueue, CreatesNewPacketsAfterClearing)
 {
     AVPktBufQueue queue;
     queue.SetPacketBufferSize(10);
@@ -87,7 +87,7 @@ TEST_F(EncodedPackets, AreMadeAnewAfterClearing)
     EXPECT_EQ(packets[1]->Capacity(), 20U);
 }
 
-TEST_F(EncodedPackets, InitFailsWithoutMemoryForARecord)
+TEST_F(EncodedPacketQueue, InitFailsWithoutMemoryForRecord)
 {
     AVPktBufQueue queue;
     const fakes::FailingNew noRecord(sizeof(AVEncodePacket));
@@ -95,7 +95,7 @@ TEST_F(EncodedPackets, InitFailsWithoutMemoryForARecord)
     EXPECT_EQ(queue.PopFree(), nullptr);
 }
 
-TEST_F(EncodedPackets, WithoutMemoryForItsBufferIsQueuedWithoutOne)
+TEST_F(EncodedPacketQueue, QueuesPacketWithoutBufferWhenOutOfMemory)
 {
     AVPktBufQueue queue;
     queue.SetPacketBufferSize(1536);
@@ -107,7 +107,7 @@ TEST_F(EncodedPackets, WithoutMemoryForItsBufferIsQueuedWithoutOne)
 
 // --- Pool size -----------------------------------------------------------------------------------
 
-TEST(PacketPool, HoldsTenSecondsAndOnePacket)
+TEST(PacketPoolSize, CoversTenSecondsPlusOnePacket)
 {
     EXPECT_EQ(PacketPoolSize(48000, 1024), 469U);
     EXPECT_EQ(PacketPoolSize(44100, 1024), 431U);
@@ -117,7 +117,7 @@ TEST(PacketPool, HoldsTenSecondsAndOnePacket)
 }
 
 // At the rates of sound devices nothing overflows; beyond, the arithmetic is that of 32 bits.
-TEST(PacketPool, IsComputedIn32Bits)
+TEST(PacketPoolSize, IsComputedIn32Bits)
 {
     EXPECT_EQ(PacketPoolSize(384000, 1024), 3751U);
     EXPECT_EQ(PacketPoolSize(429497, 1), (429497U * 10000U) / 1000U + 1U);

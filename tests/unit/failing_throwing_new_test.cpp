@@ -39,7 +39,7 @@ void NewAndDelete()
     delete object;
 }
 
-TEST(FailingThrowingNew, FailsTheNthCallAndNoOther)
+TEST(FailingThrowingNew, FailsOnlyNthCall)
 {
     for (int nth = 1; nth <= 3; ++nth) {
         const FailingThrowingNew noMemory(nth);
@@ -50,7 +50,7 @@ TEST(FailingThrowingNew, FailsTheNthCallAndNoOther)
     }
 }
 
-TEST(FailingThrowingNew, ReachesArraysAlignedTypesAndTheLibrarysOwnCalls)
+TEST(FailingThrowingNew, AffectsArraysAlignedTypesAndLibraryCalls)
 {
     const std::function<void()> allocations[] = {
         [] {
@@ -82,7 +82,7 @@ TEST(FailingThrowingNew, ReachesArraysAlignedTypesAndTheLibrarysOwnCalls)
     }
 }
 
-TEST(FailingThrowingNew, TheNonThrowingFormReturnsNull)
+TEST(FailingThrowingNew, MakesNonThrowingFormReturnNull)
 {
     const FailingThrowingNew noMemory(2);
     const std::unique_ptr<int> first(new (std::nothrow) int(1));
@@ -93,7 +93,7 @@ TEST(FailingThrowingNew, TheNonThrowingFormReturnsNull)
     EXPECT_NE(third, nullptr);
 }
 
-TEST(FailingThrowingNew, CountsTheCallsOfItsOwnThreadOnly)
+TEST(FailingThrowingNew, CountsCallsOfOwnThreadOnly)
 {
     bool otherThrew = true;
     {

@@ -65,7 +65,7 @@ TEST_F(FakeEndpointFormat, InitializeAcceptsConsistentFormats)
     }
 }
 
-TEST_F(FakeEndpointFormat, InitializeRefusesInvalidDescriptions)
+TEST_F(FakeEndpointFormat, InitializeRefusesInvalidFormats)
 {
     EXPECT_EQ(Initialize(nullptr), E_POINTER);
     EXPECT_EQ(InitializeWith([](WAVEFORMATEX &format) { format.nBlockAlign = 0; }), E_INVALIDARG);
@@ -82,7 +82,7 @@ TEST_F(FakeEndpointFormat, InitializeRefusesInvalidDescriptions)
     EXPECT_EQ(Initialize(&zeros), E_INVALIDARG);
 }
 
-TEST_F(FakeEndpointFormat, InitializeRefusesValidFormatsThatNoEngineMixes)
+TEST_F(FakeEndpointFormat, InitializeRefusesFormatsThatEngineCannotMix)
 {
     EXPECT_EQ(InitializeWith([](WAVEFORMATEX &format) { format.wFormatTag = 0x55; }),
               AUDCLNT_E_UNSUPPORTED_FORMAT)
@@ -93,7 +93,7 @@ TEST_F(FakeEndpointFormat, InitializeRefusesValidFormatsThatNoEngineMixes)
     }
 }
 
-TEST_F(FakeEndpointFormat, InitializeAcceptsAnyFormatWhereTheSwitchIsSet)
+TEST_F(FakeEndpointFormat, InitializeAcceptsAnyFormatWhenSwitchIsSet)
 {
     fakes::AudioSystem::Instance().Get(L"speakers").acceptsAnyFormat = true;
     EXPECT_EQ(InitializeWith([](WAVEFORMATEX &format) { format.nBlockAlign = 0; }), S_OK);

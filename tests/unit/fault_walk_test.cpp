@@ -39,17 +39,17 @@ void Report(const std::string &road, const WalkTally &tally)
     }
 }
 
-TEST(FaultWalk, TheSpeakerSurvivesEveryFaultAndSoundComesBack)
+TEST(FaultWalk, SpeakerRecoversFromEveryFault)
 {
     Report("speaker", WalkEveryFault(MakeSpeakerRoad));
 }
 
-TEST(FaultWalk, TheMicrophoneSurvivesEveryFaultAndSoundComesBack)
+TEST(FaultWalk, MicrophoneRecoversFromEveryFault)
 {
     Report("microphone", WalkEveryFault(MakeMicrophoneRoad));
 }
 
-TEST(FaultWalk, TheSpeakerTableSurvivesEveryFaultAndSoundComesBack)
+TEST(FaultWalk, SpeakerTableRecoversFromEveryFault)
 {
     Report("table", WalkEveryFault(MakeTableRoad));
 }

@@ -49,14 +49,14 @@ void Record(const char *id, uint32_t idLength, int32_t code)
     ++events;
 }
 
-TEST_F(HandlerTable, ANullTableIsRefusedWithoutAnyOtherEffect)
+TEST_F(HandlerTable, EntryRefusesNullTableWithoutSideEffects)
 {
     EXPECT_EQ(VELTOGetAudioHandler(nullptr), -2000);
     EXPECT_TRUE(Recorded().Entries().empty());
     EXPECT_TRUE(fakewin::CreatedEvents().empty());
 }
 
-TEST_F(HandlerTable, GarbageIsOverwrittenInAllElevenSlots)
+TEST_F(HandlerTable, EntryOverwritesAllElevenSlots)
 {
     AudioHandlerTable table;
     std::memset(&table, 0xA5, sizeof table);
@@ -87,7 +87,7 @@ std::string TagOfSlot(const AudioHandlerTable &table, size_t index)
     return entries.empty() ? "" : entries.back().tag;
 }
 
-TEST_F(HandlerTable, EachSlotHoldsItsOwnFunction)
+TEST_F(HandlerTable, EachSlotCallsItsOwnFunction)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -113,7 +113,7 @@ TEST_F(HandlerTable, EachSlotHoldsItsOwnFunction)
     velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
 }
 
-TEST_F(HandlerTable, AnExceptionOfAnyTypeBecomesAStatusCodeAndALine)
+TEST_F(HandlerTable, TurnsAnyExceptionIntoStatusAndLogLine)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -138,7 +138,7 @@ void ThrowAndRunOutOfMemory(const char *, uint32_t, int32_t)
     throw 42;
 }
 
-TEST_F(HandlerTable, ACallThatFailsReturnsAlthoughItsLineFindsNoMemory)
+TEST_F(HandlerTable, ReturnsStatusWhenErrorLineRunsOutOfMemory)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -154,7 +154,7 @@ TEST_F(HandlerTable, ACallThatFailsReturnsAlthoughItsLineFindsNoMemory)
     EXPECT_GT(failingAllocation, 2);
 }
 
-TEST_F(HandlerTable, TheReservedSlotsReturnZeroForAnyArguments)
+TEST_F(HandlerTable, ReservedSlotsReturnZeroForAnyArguments)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -164,7 +164,7 @@ TEST_F(HandlerTable, TheReservedSlotsReturnZeroForAnyArguments)
     EXPECT_EQ(any("speaker1", 99, nullptr, &table, nullptr), 0);
 }
 
-TEST_F(HandlerTable, TheEntryCreatesOneAutoResetUnsignalledEventAndNothingElse)
+TEST_F(HandlerTable, EntryCreatesOnlyOneUnsignalledAutoResetEvent)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -179,7 +179,7 @@ TEST_F(HandlerTable, TheEntryCreatesOneAutoResetUnsignalledEventAndNothingElse)
     EXPECT_EQ(velto::DeviceState, -1);
 }
 
-TEST_F(HandlerTable, ASecondCallReplacesTheEventWithoutClosingTheFirst)
+TEST_F(HandlerTable, SecondEntryCallReplacesEventWithoutClosingFirst)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -189,7 +189,7 @@ TEST_F(HandlerTable, ASecondCallReplacesTheEventWithoutClosingTheFirst)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CloseHandle), 0);
 }
 
-TEST_F(HandlerTable, ANullListenerIsRefusedAndTheEarlierOneIsKept)
+TEST_F(HandlerTable, RefusesNullListenerAndKeepsEarlierOne)
 {
     const AudioListener listener{Record, nullptr};
     ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
@@ -203,7 +203,7 @@ TEST_F(HandlerTable, ANullListenerIsRefusedAndTheEarlierOneIsKept)
     EXPECT_EQ(lastEvent.code, 4);
 }
 
-TEST_F(HandlerTable, ALaterListenerReplacesAndARecordOfNullsRemoves)
+TEST_F(HandlerTable, RemovesListenerOnRecordOfNulls)
 {
     const AudioListener listener{Record, &events};
     const AudioListener none{nullptr, nullptr};

@@ -66,7 +66,7 @@ void CallWhileItHangs(const std::string &call, MakeRoad makeRoad, const std::fun
     road->Finish();
 }
 
-TEST(HangingCall, WritesReturnWhileTheRendererHangs)
+TEST(HangingCall, DoesNotBlockWritesWhileRendering)
 {
     for (const char *call : {"IAudioClient::GetCurrentPadding", "IAudioRenderClient::GetBuffer",
                              "IAudioRenderClient::ReleaseBuffer"}) {
@@ -74,7 +74,7 @@ TEST(HangingCall, WritesReturnWhileTheRendererHangs)
     }
 }
 
-TEST(HangingCall, WritesReturnWhileAChangeOfTheEndpointHangs)
+TEST(HangingCall, DoesNotBlockWritesDuringEndpointChange)
 {
     for (const char *call : {"IMMDeviceEnumerator::GetDefaultAudioEndpoint", "IMMDevice::Activate",
                              "IAudioClient::Initialize", "IAudioClient::Stop"}) {
@@ -87,7 +87,7 @@ TEST(HangingCall, WritesReturnWhileAChangeOfTheEndpointHangs)
     }
 }
 
-TEST(HangingCall, ReadsReturnWhileTheCaptureHangs)
+TEST(HangingCall, DoesNotBlockReadsWhileCapturing)
 {
     for (const char *call : {"IAudioCaptureClient::GetBuffer", "IAudioCaptureClient::ReleaseBuffer",
                              "IAudioCaptureClient::GetNextPacketSize", "IAudioEndpointVolume::GetMute"}) {

@@ -33,7 +33,7 @@ protected:
     }
 };
 
-TEST_F(HostRecords, CapabilitiesListFourDevicesInOrderWithOneProfileAndOneCodecEach)
+TEST_F(HostRecords, CapabilitiesListFourDevicesWithOneProfileAndCodecEach)
 {
     AudioCapabilityItem *list = nullptr;
     uint32_t count = 0;
@@ -63,7 +63,7 @@ TEST_F(HostRecords, CapabilitiesListFourDevicesInOrderWithOneProfileAndOneCodecE
     VeltoRelease(1, list, count);
 }
 
-TEST_F(HostRecords, CapabilitiesWithANullArgumentAreRefusedAndLogged)
+TEST_F(HostRecords, CapabilitiesRefuseAndLogNullArguments)
 {
     AudioCapabilityItem *list = nullptr;
     uint32_t count = 77;
@@ -74,7 +74,7 @@ TEST_F(HostRecords, CapabilitiesWithANullArgumentAreRefusedAndLogged)
     ExpectLine(LOG_LEVEL_ERROR, L"audio capabilities or num is null", capabilityTag, 2);
 }
 
-TEST_F(HostRecords, WithoutMemoryForTheListTheCountIsStillFourAndTheListNull)
+TEST_F(HostRecords, CapabilitiesReturnNullListAndCountFourWithoutMemory)
 {
     AudioCapabilityItem *list = reinterpret_cast<AudioCapabilityItem *>(&list);
     uint32_t count = 0;
@@ -86,7 +86,7 @@ TEST_F(HostRecords, WithoutMemoryForTheListTheCountIsStillFourAndTheListNull)
 
 // Each item takes three blocks; the leak check of the sanitizer build tells that a failure frees
 // whatever was there by then.
-TEST_F(HostRecords, WithoutMemoryForAnyBlockOfAnItemTheCountIsStillFour)
+TEST_F(HostRecords, CapabilitiesReturnCountFourWithoutMemoryForItem)
 {
     for (int block = 2; block <= 1 + 4 * 3; ++block) {
         AudioCapabilityItem *list = nullptr;
@@ -99,7 +99,7 @@ TEST_F(HostRecords, WithoutMemoryForAnyBlockOfAnItemTheCountIsStillFour)
 }
 
 // Too few items leave a leak, which the sanitizer build reports; too many end the process.
-TEST_F(HostRecords, FreesItsOwnFourItemsWhenAnotherThreadChangesListAndCountMeanwhile)
+TEST_F(HostRecords, CapabilitiesFreeOwnItemsAfterConcurrentListAndCountChange)
 {
     for (int block = 2; block <= 1 + 4 * 3; ++block) {
         for (const uint32_t otherCount : {0u, 4294967295u}) {
@@ -116,14 +116,14 @@ TEST_F(HostRecords, FreesItsOwnFourItemsWhenAnotherThreadChangesListAndCountMean
     }
 }
 
-TEST_F(HostRecords, ItemWithoutAnIdIsRefusedAndLogged)
+TEST_F(HostRecords, ItemRefusesAndLogsMissingId)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(nullptr, 0, item), -2000);
     ExpectLine(LOG_LEVEL_ERROR, L"device name is null", "`anonymous-namespace'::GetAudioCapabilityItem");
 }
 
-TEST_F(HostRecords, ItemRefusesAnIdOf65BytesAndIsLeftUntouched)
+TEST_F(HostRecords, ItemRefusesIdOf65BytesAndStaysUntouched)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(std::string(65, 'x').c_str(), 1, item), -3);
@@ -132,7 +132,7 @@ TEST_F(HostRecords, ItemRefusesAnIdOf65BytesAndIsLeftUntouched)
     EXPECT_EQ(item.profileCount, 0u);
 }
 
-TEST_F(HostRecords, ItemStoresAnIdOf64BytesWithoutATerminator)
+TEST_F(HostRecords, ItemStoresIdOf64BytesWithoutTerminator)
 {
     AudioCapabilityItem item{};
     const std::string id(64, 'x');
@@ -144,7 +144,7 @@ TEST_F(HostRecords, ItemStoresAnIdOf64BytesWithoutATerminator)
     std::free(item.codecs);
 }
 
-TEST_F(HostRecords, ReleaseOfAnotherTypeLogsTheTypeAndFreesNothing)
+TEST_F(HostRecords, ReleaseLogsOtherTypeAndFreesNothing)
 {
     auto *block = static_cast<char *>(std::malloc(16));
     std::strcpy(block, "still here");
@@ -155,14 +155,14 @@ TEST_F(HostRecords, ReleaseOfAnotherTypeLogsTheTypeAndFreesNothing)
     EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
 }
 
-TEST_F(HostRecords, ReleaseOfANullBlockLogsBothLines)
+TEST_F(HostRecords, ReleaseLogsTypeAndErrorForNullBlock)
 {
     VeltoRelease(1, nullptr, 4);
     ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
     ExpectLine(LOG_LEVEL_ERROR, L"released ptr is null", releaseTag);
 }
 
-TEST_F(HostRecords, ReleaseWithCountZeroFreesTheBlockAlone)
+TEST_F(HostRecords, ReleaseWithCountZeroFreesOnlyBlock)
 {
     // The leak check of the sanitizer build tells that the block went and its contents were not
     // looked at: the bytes are no valid pointers.
@@ -172,7 +172,7 @@ TEST_F(HostRecords, ReleaseWithCountZeroFreesTheBlockAlone)
     ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
 }
 
-TEST_F(HostRecords, ReleaseSkipsWhatAnItemDoesNotHave)
+TEST_F(HostRecords, ReleaseSkipsNullMembersOfItem)
 {
     auto *items = static_cast<AudioCapabilityItem *>(std::calloc(2, sizeof(AudioCapabilityItem)));
     items[1].codecs = static_cast<uint32_t *>(std::malloc(4));
@@ -180,7 +180,7 @@ TEST_F(HostRecords, ReleaseSkipsWhatAnItemDoesNotHave)
     EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
 }
 
-TEST_F(HostRecords, ChannelCodesMapToCountsAndUnknownOnesChangeNothing)
+TEST_F(HostRecords, ChannelCodesMapToCountsAndUnknownCodesChangeNothing)
 {
     EXPECT_EQ(Apply({{"channel", 7, 1}}).channels, 1u);
     EXPECT_EQ(Apply({{"channel", 7, 3}}, {48000, 1, 16}).channels, 2u);
@@ -192,7 +192,7 @@ TEST_F(HostRecords, ChannelCodesMapToCountsAndUnknownOnesChangeNothing)
     }
 }
 
-TEST_F(HostRecords, FormatCodesMapToBitsAndUnknownOnesChangeNothing)
+TEST_F(HostRecords, FormatCodesMapToBitsAndUnknownCodesChangeNothing)
 {
     EXPECT_EQ(Apply({{"format", 6, 1}}, {48000, 2, 8}).bitsPerSample, 16u);
     EXPECT_EQ(Apply({{"format", 6, 2}}).bitsPerSample, 8u);
@@ -202,13 +202,13 @@ TEST_F(HostRecords, FormatCodesMapToBitsAndUnknownOnesChangeNothing)
     EXPECT_EQ(Apply({{"format", 6, 5}}).bitsPerSample, 16u);
 }
 
-TEST_F(HostRecords, SampleRateIsTakenAsItIs)
+TEST_F(HostRecords, SampleRateIsStoredUnchanged)
 {
     EXPECT_EQ(Apply({{"sampleRate", 10, 0}}).sampleRate, 0u);
     EXPECT_EQ(Apply({{"sampleRate", 10, 4294967295u}}).sampleRate, 4294967295u);
 }
 
-TEST_F(HostRecords, ALaterEntryOverridesAnEarlierOneAndOtherKeysAreIgnored)
+TEST_F(HostRecords, LaterEntriesOverrideEarlierAndUnknownKeysAreIgnored)
 {
     const AudioParameters parameters = Apply({{"format", 6, 3},
                                               {"codec", 5, 9},
@@ -221,7 +221,7 @@ TEST_F(HostRecords, ALaterEntryOverridesAnEarlierOneAndOtherKeysAreIgnored)
     EXPECT_EQ(parameters.bitsPerSample, 24u);
 }
 
-TEST_F(HostRecords, ANullListOrNullEntriesAreLoggedAndChangeNothing)
+TEST_F(HostRecords, NullListOrEntriesAreLoggedAndChangeNothing)
 {
     AudioParameters parameters{1, 2, 3};
     GetAudioParameter(nullptr, parameters);

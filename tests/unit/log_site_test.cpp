@@ -18,7 +18,7 @@ protected:
     void SetUp() override { Recorded().Clear(); }
 };
 
-TEST_F(LogSite, ChannelGetsTheMessageAloneAndThenTheSingletonGetsItWithTheTag)
+TEST_F(LogSite, WritesToChannelWithoutTagThenToSingletonWithTag)
 {
     velto::LogInfo("`anonymous-namespace'::VeltoRelease", "VeltoRelease type = ", 1u);
     const std::vector<fakes::LogEntry> expected{
@@ -27,19 +27,19 @@ TEST_F(LogSite, ChannelGetsTheMessageAloneAndThenTheSingletonGetsItWithTheTag)
     EXPECT_EQ(Recorded().Channels(), std::vector<std::string>{"OceloMirror"});
 }
 
-TEST_F(LogSite, ErrorsHaveLevelFour)
+TEST_F(LogSite, LogsErrorsAtLevelFour)
 {
     velto::LogError("tag", "message");
     ExpectLine(4, L"message", "tag");
 }
 
-TEST_F(LogSite, NarrowTextIsWidenedAndIntegersAreDecimal)
+TEST_F(LogSite, WidensNarrowTextAndPrintsDecimalIntegers)
 {
     velto::LogError("tag", "a", std::string("b"), L"c", int32_t{-22}, uint32_t{4294967295u});
     ExpectLine(LOG_LEVEL_ERROR, L"abc-224294967295", "tag");
 }
 
-TEST_F(LogSite, TheFrameCounterGoesToTheSingletonOnly)
+TEST_F(LogSite, LogsFrameCounterToSingletonOnly)
 {
     velto::LogInfoToSingleton("tag", "VeltoWriteStream has received", 51u, " frame");
     const std::vector<fakes::LogEntry> expected{{3, L"VeltoWriteStream has received51 frame", "tag", false}};
@@ -47,7 +47,7 @@ TEST_F(LogSite, TheFrameCounterGoesToTheSingletonOnly)
     EXPECT_TRUE(Recorded().Channels().empty());
 }
 
-TEST_F(LogSite, ManyThreadsKeepTheirLinesWhole)
+TEST_F(LogSite, KeepsLinesWholeFromSeveralThreads)
 {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
@@ -90,7 +90,7 @@ void ExpectWholeLinesOrNone(Log log, const fakes::LogEntry &whole)
     EXPECT_EQ(Recorded().Entries(), std::vector<fakes::LogEntry>{whole}) << "with memory";
 }
 
-TEST_F(LogSite, WithoutMemoryALineIsWholeOrLostAndNothingIsThrown)
+TEST_F(LogSite, WritesWholeLineOrNoneWithoutMemory)
 {
     const std::string tag = "velto::FFmpegDecode::DecoderAudioFrame";
     const std::wstring text = L"AUDIO decode error:-22";
@@ -104,14 +104,14 @@ TEST_F(LogSite, WithoutMemoryALineIsWholeOrLostAndNothingIsThrown)
                            {4, text, "?", true});
 }
 
-TEST_F(LogSite, ALineWhoseTagFindsNoMemoryIsLost)
+TEST_F(LogSite, LosesLineWhoseTagRunsOutOfMemory)
 {
     // The tag alone outgrows what the stream has room for.
     const std::string tag(2000, 't');
     ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "message"); }, {4, L"message", tag, true});
 }
 
-TEST_F(LogSite, ThereIsOneChannelLogger)
+TEST_F(LogSite, UsesOneChannelLogger)
 {
     EXPECT_EQ(&velto::ChannelLogger(), &velto::ChannelLogger());
 }

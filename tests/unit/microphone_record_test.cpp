@@ -53,7 +53,7 @@ private:
     }
 };
 
-TEST_F(MicrophoneRecord, OpeningAsksForAValidIdAndAProfileList)
+TEST_F(MicrophoneRecord, OpenRequiresValidIdAndProfileList)
 {
     EXPECT_EQ(VeltoOpenAudioRecord(nullptr, 0, nullptr, nullptr, &profiles), -2000);
     EXPECT_EQ(VeltoOpenAudioRecord("mic1", 3, nullptr, nullptr, &profiles), -2000);
@@ -63,7 +63,7 @@ TEST_F(MicrophoneRecord, OpeningAsksForAValidIdAndAProfileList)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-TEST_F(MicrophoneRecord, AnyIdOpensTheOneMicrophone)
+TEST_F(MicrophoneRecord, OpenUsesSameMicrophoneForAnyId)
 {
     for (const char *id : {"mic1", "ModemMic1", "speaker1", ""}) {
         EXPECT_EQ(OpenRecord(id), 0) << id;
@@ -92,7 +92,7 @@ int ConstructionAllocations()
     }
 }
 
-TEST_F(MicrophoneRecord, ReportsEveryFailingAllocationOfTheObjectAndReturnsSuccess)
+TEST_F(MicrophoneRecord, OpenLogsEachFailedAllocationAndSucceeds)
 {
     const int allocations = ConstructionAllocations();
     EXPECT_GE(allocations, 1);
@@ -111,7 +111,7 @@ TEST_F(MicrophoneRecord, ReportsEveryFailingAllocationOfTheObjectAndReturnsSucce
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
 }
 
-TEST_F(MicrophoneRecord, HasNoCurrentCaptureWhenASecondOpeningFindsNoMemory)
+TEST_F(MicrophoneRecord, SecondOpenWithoutMemoryLeavesNoCurrentCapture)
 {
     for (const int nth : {1, ConstructionAllocations()}) {
         EXPECT_EQ(OpenRecord("mic1"), 0);
@@ -130,7 +130,7 @@ TEST_F(MicrophoneRecord, HasNoCurrentCaptureWhenASecondOpeningFindsNoMemory)
     }
 }
 
-TEST_F(MicrophoneRecord, AMicrophoneThatCannotBeOpenedIsNotReportedToTheHost)
+TEST_F(MicrophoneRecord, OpenSucceedsWithoutMicrophone)
 {
     audio.SetDefaultMicrophone(L"");
     EXPECT_EQ(OpenRecord("mic1"), 0);
@@ -140,14 +140,14 @@ TEST_F(MicrophoneRecord, AMicrophoneThatCannotBeOpenedIsNotReportedToTheHost)
     ExpectLine(errorLevel, L"m_bAtomStop is stop", "AudioCapture::GetAudioData");
 }
 
-TEST_F(MicrophoneRecord, ReadingAsksForAValidId)
+TEST_F(MicrophoneRecord, ReadRequiresValidId)
 {
     EXPECT_EQ(VeltoReadStreamBuffer(nullptr, 0, nullptr, &frame), -2000);
     EXPECT_EQ(VeltoReadStreamBuffer("mic1", 9, nullptr, &frame), -2000);
     ExpectLine(errorLevel, L"mic id is null or invalid", readTag, 2);
 }
 
-TEST_F(MicrophoneRecord, ReadingWithoutAFrameHeaderOrDataIsRefusedInSilence)
+TEST_F(MicrophoneRecord, ReadRefusesMissingFrameHeaderOrDataSilently)
 {
     header.size = 55;
     EXPECT_EQ(VeltoReadStreamBuffer("mic1", 4, nullptr, nullptr), -3);
@@ -160,14 +160,14 @@ TEST_F(MicrophoneRecord, ReadingWithoutAFrameHeaderOrDataIsRefusedInSilence)
     EXPECT_TRUE(LogOf(readTag).empty());
 }
 
-TEST_F(MicrophoneRecord, ReadingBeforeOpeningGivesSizeZero)
+TEST_F(MicrophoneRecord, ReadReturnsSizeZeroBeforeOpen)
 {
     header.size = 55;
     EXPECT_EQ(ReadRecord(), 0);
     EXPECT_EQ(header.size, 0U);
 }
 
-TEST_F(MicrophoneRecord, ReadingGivesTheMicrophonesPackets)
+TEST_F(MicrophoneRecord, ReadReturnsMicrophonePackets)
 {
     Microphone().source = [] { return QuietPacket(480); };
     EXPECT_EQ(OpenRecord("mic1"), 0);
@@ -177,20 +177,20 @@ TEST_F(MicrophoneRecord, ReadingGivesTheMicrophonesPackets)
     }
 }
 
-TEST_F(MicrophoneRecord, ClosingAsksForAValidId)
+TEST_F(MicrophoneRecord, CloseRequiresValidId)
 {
     EXPECT_EQ(VeltoCloseAudioRecord(nullptr, 4), -2000);
     EXPECT_EQ(VeltoCloseAudioRecord("mic1", 1), -2000);
     ExpectLine(errorLevel, L"mic id is null or invalid", closeTag, 2);
 }
 
-TEST_F(MicrophoneRecord, ClosingWhenNothingIsOpenSucceeds)
+TEST_F(MicrophoneRecord, CloseSucceedsWhenNothingIsOpen)
 {
     EXPECT_EQ(CloseRecord("mic1"), 0);
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(MicrophoneRecord, ClosingEndsThreadsAndNotifications)
+TEST_F(MicrophoneRecord, CloseEndsThreadsAndNotifications)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
@@ -203,7 +203,7 @@ TEST_F(MicrophoneRecord, ClosingEndsThreadsAndNotifications)
     EXPECT_EQ(header.size, 0U);
 }
 
-TEST_F(MicrophoneRecord, ClosingFreesTheCaptureFormatEvenWhenItIsNull)
+TEST_F(MicrophoneRecord, CloseFreesCaptureFormatEvenWhenNull)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
@@ -215,7 +215,7 @@ TEST_F(MicrophoneRecord, ClosingFreesTheCaptureFormatEvenWhenItIsNull)
 }
 
 // Without a microphone the second capture has no thread that its deletion would wait for.
-TEST_F(MicrophoneRecord, CloseKeepsARecordingThatIsOpenedMeanwhile)
+TEST_F(MicrophoneRecord, CloseKeepsRecordingOpenedMeanwhile)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
@@ -233,7 +233,7 @@ TEST_F(MicrophoneRecord, CloseKeepsARecordingThatIsOpenedMeanwhile)
     EXPECT_EQ(audio.RegisteredCallbacks(), 1) << "the second recording follows the default";
 }
 
-TEST_F(MicrophoneRecord, TwoConcurrentClosesEndTheRecordingOnce)
+TEST_F(MicrophoneRecord, ConcurrentClosesEndRecordingOnce)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
@@ -247,7 +247,7 @@ TEST_F(MicrophoneRecord, TwoConcurrentClosesEndTheRecordingOnce)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1);
 }
 
-TEST_F(MicrophoneRecord, HoldsThisModuleWhileOpenWithoutAMicrophone)
+TEST_F(MicrophoneRecord, ReferencesModuleWhileOpenWithoutMicrophone)
 {
     const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
     const int others = references();
@@ -266,9 +266,9 @@ struct DeviceFailure {
     HRESULT result;
 };
 
-class FailingDevice : public MicrophoneRecord, public ::testing::WithParamInterface<DeviceFailure> {
+class MicrophoneDeviceFailure : public MicrophoneRecord, public ::testing::WithParamInterface<DeviceFailure> {
 protected:
-    FailingDevice()
+    MicrophoneDeviceFailure()
     {
         Microphone().source = [] { return QuietPacket(1024); };
     }
@@ -281,7 +281,7 @@ protected:
     void ChangeDefault() { audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone"); }
 };
 
-TEST_P(FailingDevice, EndsFollowingTheDefaultWhenItFailsAfterRegistration)
+TEST_P(MicrophoneDeviceFailure, AfterRegistrationEndsFollowingOfDefault)
 {
     audio.Before(GetParam().method, [] {
         EXPECT_TRUE(
@@ -309,7 +309,7 @@ TEST_P(FailingDevice, EndsFollowingTheDefaultWhenItFailsAfterRegistration)
     EXPECT_TRUE(AwaitLine(L"OnAudioStateChanged", "AudioCapture::OnAudioStateChanged"));
 }
 
-TEST_P(FailingDevice, FollowsTheDefaultWhenItFailsBeforeRegistration)
+TEST_P(MicrophoneDeviceFailure, BeforeRegistrationKeepsFollowingOfDefault)
 {
     audio.Before(Method::RegisterCallback, [] { EXPECT_TRUE(AwaitTeardown()); });
     audio.Fail(GetParam().method, GetParam().result);
@@ -336,13 +336,13 @@ std::string FailureName(const ::testing::TestParamInfo<DeviceFailure> &failure)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Microphone, FailingDevice,
+INSTANTIATE_TEST_SUITE_P(Microphone, MicrophoneDeviceFailure,
                          ::testing::Values(DeviceFailure{Method::Initialize, AUDCLNT_E_DEVICE_IN_USE},
                                            DeviceFailure{Method::Initialize, E_ACCESSDENIED},
                                            DeviceFailure{Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING}),
                          FailureName);
 
-TEST_F(MicrophoneRecord, OpeningTwiceAndClosingOnceLeavesTheFirstRunning)
+TEST_F(MicrophoneRecord, CloseAfterTwoOpensLeavesFirstCaptureRunning)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     AudioCapture *first = AudioCapture::Current();
@@ -355,7 +355,7 @@ TEST_F(MicrophoneRecord, OpeningTwiceAndClosingOnceLeavesTheFirstRunning)
     AudioCapture::SetCurrent(first); // for the test to clean up
 }
 
-TEST_F(MicrophoneRecord, ClosingWhileAReaderWaitsEndsTheRead)
+TEST_F(MicrophoneRecord, CloseEndsWaitingRead)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());

@@ -6,7 +6,7 @@ namespace {
 
 using namespace velto_test;
 
-TEST(MixFormat, EachChannelCountHasItsLayout)
+TEST(MixFormat, MapsEachChannelCountToItsLayout)
 {
     const std::pair<uint16_t, int64_t> layouts[] = {{1, 4}, {2, 3}, {4, 0x107}, {6, 0x137}, {8, 0x737}};
     for (const auto &[channels, layout] : layouts) {
@@ -14,21 +14,21 @@ TEST(MixFormat, EachChannelCountHasItsLayout)
     }
 }
 
-TEST(MixFormat, AnyOtherChannelCountIsStereo)
+TEST(MixFormat, MapsOtherChannelCountsToStereo)
 {
     for (const uint16_t channels : {0, 3, 5, 7, 9, 65535}) {
         EXPECT_EQ(velto::ChannelLayoutFor(channels), 3) << channels;
     }
 }
 
-TEST(MixFormat, SixAndEightChannelsHaveNoLowFrequencyChannel)
+TEST(MixFormat, OmitsLowFrequencyChannelFromSixAndEightChannels)
 {
     constexpr int64_t lowFrequency = 0x8;
     EXPECT_EQ(velto::ChannelLayoutFor(6) & lowFrequency, 0);
     EXPECT_EQ(velto::ChannelLayoutFor(8) & lowFrequency, 0);
 }
 
-TEST(MixFormat, EachSampleSizeHasItsFormatAndAnyOtherIsSixteenBits)
+TEST(MixFormat, MapsSampleSizesToFormatsAndOthersToSixteenBits)
 {
     const std::pair<uint16_t, int32_t> formats[] = {{8, 0}, {16, 1}, {32, 2}, {24, 1}, {0, 1}, {64, 1}};
     for (const auto &[bits, format] : formats) {
@@ -36,7 +36,7 @@ TEST(MixFormat, EachSampleSizeHasItsFormatAndAnyOtherIsSixteenBits)
     }
 }
 
-TEST(MixFormat, TheRateIsTakenAsItIs)
+TEST(MixFormat, KeepsSampleRate)
 {
     WAVEFORMATEX mix{};
     mix.nChannels = 4;
@@ -50,7 +50,7 @@ TEST(MixFormat, TheRateIsTakenAsItIs)
 
 class RenderMixFormat : public RenderTest {};
 
-TEST_F(RenderMixFormat, WithoutOneTheOutputStaysAsItWasAndALineIsLogged)
+TEST_F(RenderMixFormat, KeepsOutputFormatAndLogsErrorWhenAbsent)
 {
     OpenWith({6, 32, 44100});
     fakewin::CoTaskMemFree(std::exchange(probe.MixFormat(), nullptr));
@@ -62,7 +62,7 @@ TEST_F(RenderMixFormat, WithoutOneTheOutputStaysAsItWasAndALineIsLogged)
     EXPECT_EQ(probe.Output().sampleRateHz, 44100);
 }
 
-TEST_F(RenderMixFormat, LeavesTheChannelCountToTheConvertersSetUp)
+TEST_F(RenderMixFormat, LeavesChannelCountToConverterSetup)
 {
     OpenWith({6, 32, 44100});
     probe.MixFormat()->nChannels = 8;

@@ -15,7 +15,7 @@ using namespace velto_test;
 
 // --- Clearing ------------------------------------------------------------------------------------
 
-TEST_F(PacketQueue, ClearingReleasesEachElementOnceInTheOrderOfCreation)
+TEST_F(PacketQueue, ClearingReleasesEachElementOnceInCreationOrder)
 {
     ASSERT_TRUE(queue.Init(4));
     Element *held = queue.PopFree();
@@ -31,7 +31,7 @@ TEST_F(PacketQueue, ClearingReleasesEachElementOnceInTheOrderOfCreation)
     EXPECT_EQ(record.released.size(), 4U);
 }
 
-TEST_F(PacketQueue, ClearingAfterStopReleasesWhatStopLeft)
+TEST_F(PacketQueue, ClearingAfterStopReleasesRemainingElements)
 {
     ASSERT_TRUE(queue.Init(2));
     queue.Stop();
@@ -40,7 +40,7 @@ TEST_F(PacketQueue, ClearingAfterStopReleasesWhatStopLeft)
     EXPECT_TRUE(queue.Init(1));
 }
 
-TEST_F(PacketQueue, ClearingWakesAllWhoWait)
+TEST_F(PacketQueue, ClearingWakesAllWaiters)
 {
     ASSERT_TRUE(queue.Init(0));
     std::array waiters{std::async(std::launch::async, [this] { return queue.PopFree(); }),
@@ -51,7 +51,7 @@ TEST_F(PacketQueue, ClearingWakesAllWhoWait)
     EXPECT_EQ(waiters[1].get(), nullptr);
 }
 
-TEST(PacketQueueEnd, ReleasesEachElementOnceWhereverItIs)
+TEST_F(PacketQueue, DestructionReleasesEachElementOnce)
 {
     CountingQueue::Record record;
     std::set<Element *> all;
@@ -89,7 +89,7 @@ protected:
     }
 };
 
-TEST(PacketQueueClearing, HoldsBothLocks)
+TEST_F(PacketQueue, ClearingLocksBothQueues)
 {
     WatchfulQueue queue;
     ASSERT_TRUE(queue.Init(1));
@@ -120,7 +120,7 @@ protected:
     Mortal *CreateElement() override { return new Mortal(deaths); }
 };
 
-TEST(BufferQueueElements, AreFreedUnlessAQueueKnowsBetter)
+TEST_F(PacketQueue, DeletesElementsUnlessReleaseIsOverridden)
 {
     MortalQueue queue;
     ASSERT_TRUE(queue.Init(3));
@@ -133,7 +133,7 @@ TEST(BufferQueueElements, AreFreedUnlessAQueueKnowsBetter)
 // --- Memory --------------------------------------------------------------------------------------
 
 // From the first fill to an overflow and further, at all places that the queues' ends can be at.
-TEST(PacketQueueMemory, IsAllocatedByInitOnly)
+TEST_F(PacketQueue, AllocatesOnlyDuringInit)
 {
     for (const uint32_t count : {0U, 1U, 63U, 64U, 65U, 469U, 2000U}) {
         CountingQueue::Record record;
@@ -154,7 +154,7 @@ TEST(PacketQueueMemory, IsAllocatedByInitOnly)
     }
 }
 
-TEST(PacketQueueMemory, IsNotNeededForAnEmptyQueue)
+TEST_F(PacketQueue, ConstructionAllocatesNothing)
 {
     CountingQueue::Record record;
     const FailingThrowingNew noMemory(1);

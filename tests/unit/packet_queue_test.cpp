@@ -14,7 +14,7 @@ using namespace velto_test;
 
 // --- Init ----------------------------------------------------------------------------------------
 
-TEST_F(PacketQueue, InitMakesAllElementsAndHandsThemOutInTheirOrder)
+TEST_F(PacketQueue, InitCreatesAllElementsAndHandsThemOutInOrder)
 {
     ASSERT_TRUE(queue.Init(3));
     EXPECT_EQ(record.created, 3U);
@@ -24,7 +24,7 @@ TEST_F(PacketQueue, InitMakesAllElementsAndHandsThemOutInTheirOrder)
     EXPECT_EQ(queue.DataCount(), 0);
 }
 
-TEST_F(PacketQueue, InitWithoutElementsRunsAndLetsTakersWait)
+TEST_F(PacketQueue, PopFreeWaitsAfterInitWithoutElements)
 {
     ASSERT_TRUE(queue.Init(0));
     auto taker = std::async(std::launch::async, [this] { return queue.PopFree(); });
@@ -46,13 +46,13 @@ TEST_F(PacketQueue, SecondInitWhileRunningChangesNothing)
     EXPECT_EQ(queue.PopData(), element);
 }
 
-TEST_F(PacketQueue, SecondInitOfARunningQueueWithoutElementsIsRefused)
+TEST_F(PacketQueue, SecondInitFailsWhileRunningWithoutElements)
 {
     ASSERT_TRUE(queue.Init(0));
     EXPECT_FALSE(queue.Init(1));
 }
 
-TEST_F(PacketQueue, InitAfterStopIsRefusedWhileThePoolHoldsElements)
+TEST_F(PacketQueue, InitFailsAfterStopWhilePoolHasElements)
 {
     ASSERT_TRUE(queue.Init(1));
     queue.Stop();
@@ -61,7 +61,7 @@ TEST_F(PacketQueue, InitAfterStopIsRefusedWhileThePoolHoldsElements)
     EXPECT_TRUE(record.released.empty());
 }
 
-TEST_F(PacketQueue, InitAfterStopAndClearStartsAfresh)
+TEST_F(PacketQueue, InitStartsAfreshAfterStopAndClear)
 {
     ASSERT_TRUE(queue.Init(2));
     queue.PushData(queue.PopFree());
@@ -72,7 +72,7 @@ TEST_F(PacketQueue, InitAfterStopAndClearStartsAfresh)
     EXPECT_EQ(queue.PopFree()->number, 2U);
 }
 
-TEST(PacketQueueInit, ThatGetsNoElementReleasesTheOthersAndStaysStopped)
+TEST_F(PacketQueue, InitReleasesElementsAndStaysStoppedOnFailure)
 {
     CountingQueue::Record record;
     CountingQueue queue(record, 2);
@@ -84,7 +84,7 @@ TEST(PacketQueueInit, ThatGetsNoElementReleasesTheOthersAndStaysStopped)
     EXPECT_EQ(queue.PopData(), nullptr);
 }
 
-TEST(PacketQueueInit, ThatFailedCanBeRepeated)
+TEST_F(PacketQueue, InitCanBeRetriedAfterFailure)
 {
     CountingQueue::Record record;
     CountingQueue queue(record, 2);
@@ -93,7 +93,7 @@ TEST(PacketQueueInit, ThatFailedCanBeRepeated)
     EXPECT_TRUE(queue.Init(2));
 }
 
-TEST(PacketQueueInit, FailsBeforeTheFirstElementWhenAnyAllocationFails)
+TEST_F(PacketQueue, InitFailsBeforeFirstElementWhenAllocationFails)
 {
     CountingQueue::Record record;
     CountingQueue queue(record, 0); // makes no element, so all allocations are the queue's
@@ -111,7 +111,7 @@ TEST(PacketQueueInit, FailsBeforeTheFirstElementWhenAnyAllocationFails)
 
 // --- Taking and giving ---------------------------------------------------------------------------
 
-TEST_F(PacketQueue, FilledElementsComeOutOldestFirst)
+TEST_F(PacketQueue, ReturnsFilledElementsOldestFirst)
 {
     ASSERT_TRUE(queue.Init(3));
     std::array<Element *, 3> filled{queue.PopFree(), queue.PopFree(), queue.PopFree()};
@@ -140,7 +140,7 @@ TEST_F(PacketQueue, QueuesElementsThatAreNotOfThePool)
     }
 }
 
-TEST_F(PacketQueue, GivenBackElementsQueueUpBehindTheFreeOnes)
+TEST_F(PacketQueue, QueuesReturnedElementsBehindFreeOnes)
 {
     ASSERT_TRUE(queue.Init(2));
     Element *first = queue.PopFree();
@@ -149,7 +149,7 @@ TEST_F(PacketQueue, GivenBackElementsQueueUpBehindTheFreeOnes)
     EXPECT_EQ(queue.PopFree(), first);
 }
 
-TEST_F(PacketQueue, NullIsNeverQueued)
+TEST_F(PacketQueue, IgnoresNullElements)
 {
     ASSERT_TRUE(queue.Init(0));
     queue.PushData(nullptr);
@@ -159,7 +159,7 @@ TEST_F(PacketQueue, NullIsNeverQueued)
     EXPECT_EQ(queue.PopFree(), nullptr);
 }
 
-TEST_F(PacketQueue, TakerWaitsUntilAnElementIsGivenBack)
+TEST_F(PacketQueue, PopFreeWaitsUntilElementIsReturned)
 {
     ASSERT_TRUE(queue.Init(1));
     Element *only = queue.PopFree();
@@ -171,7 +171,7 @@ TEST_F(PacketQueue, TakerWaitsUntilAnElementIsGivenBack)
     EXPECT_EQ(taker.get(), only);
 }
 
-TEST_F(PacketQueue, ReaderWaitsUntilAnElementIsFilled)
+TEST_F(PacketQueue, PopDataWaitsUntilElementIsFilled)
 {
     ASSERT_TRUE(queue.Init(1));
     auto reader = std::async(std::launch::async, [this] { return queue.PopData(); });
@@ -181,7 +181,7 @@ TEST_F(PacketQueue, ReaderWaitsUntilAnElementIsFilled)
     EXPECT_EQ(reader.get(), element);
 }
 
-TEST_F(PacketQueue, EachPushServesOneOfSeveralWhoWait)
+TEST_F(PacketQueue, ServesOneWaiterPerPush)
 {
     ASSERT_TRUE(queue.Init(2));
     std::array<Element *, 2> elements{queue.PopFree(), queue.PopFree()};
@@ -195,7 +195,7 @@ TEST_F(PacketQueue, EachPushServesOneOfSeveralWhoWait)
 
 // --- Stop ----------------------------------------------------------------------------------------
 
-TEST_F(PacketQueue, IsStoppedFromTheStart)
+TEST_F(PacketQueue, IsStoppedBeforeInit)
 {
     EXPECT_EQ(queue.PopFree(), nullptr);
     EXPECT_EQ(queue.PopData(), nullptr);
@@ -204,7 +204,7 @@ TEST_F(PacketQueue, IsStoppedFromTheStart)
     EXPECT_EQ(queue.DataCount(), 0);
 }
 
-TEST_F(PacketQueue, StopWakesAllWhoWaitOnEitherQueue)
+TEST_F(PacketQueue, StopWakesAllWaitersOnBothQueues)
 {
     ASSERT_TRUE(queue.Init(0));
     std::array waiters{std::async(std::launch::async, [this] { return queue.PopFree(); }),
@@ -220,7 +220,7 @@ TEST_F(PacketQueue, StopWakesAllWhoWaitOnEitherQueue)
     }
 }
 
-TEST_F(PacketQueue, AfterStopWhatWasQueuedIsStillHandedOut)
+TEST_F(PacketQueue, ReturnsQueuedElementsAfterStop)
 {
     ASSERT_TRUE(queue.Init(3));
     Element *first = queue.PopFree();
@@ -236,7 +236,7 @@ TEST_F(PacketQueue, AfterStopWhatWasQueuedIsStillHandedOut)
     EXPECT_EQ(queue.PopFree(), nullptr);
 }
 
-TEST_F(PacketQueue, AfterStopNothingIsQueued)
+TEST_F(PacketQueue, QueuesNothingAfterStop)
 {
     ASSERT_TRUE(queue.Init(2));
     Element *first = queue.PopFree();

@@ -10,7 +10,7 @@ namespace {
 using namespace velto;
 using namespace velto_test;
 
-TEST_F(PacketQueue, AllElementsArriveInOrderThroughASmallPool)
+TEST_F(PacketQueue, DeliversAllElementsInOrderThroughSmallPool)
 {
     constexpr size_t total = 20000;
     ASSERT_TRUE(queue.Init(4));
@@ -36,7 +36,7 @@ TEST_F(PacketQueue, AllElementsArriveInOrderThroughASmallPool)
     producer.join();
 }
 
-TEST_F(PacketQueue, ProducerBlocksWhenNobodyReadsAndGoesOnWithTheNextRead)
+TEST_F(PacketQueue, BlocksProducerUntilConsumerReads)
 {
     ASSERT_TRUE(queue.Init(3));
     std::atomic<int> filled = 0;
@@ -64,7 +64,7 @@ TEST_F(PacketQueue, ProducerBlocksWhenNobodyReadsAndGoesOnWithTheNextRead)
 }
 
 // A thread sanitizer also sees here in which order the locks are taken.
-TEST_F(PacketQueue, StopsAndStartsMeetProducerAndConsumerAnywhere)
+TEST_F(PacketQueue, SurvivesRestartsDuringTransfers)
 {
     std::atomic<bool> ends = false;
     std::thread producer([&] {

@@ -95,7 +95,7 @@ Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
     return seen;
 }
 
-TEST(PlayThreadMemory, ACushionLosesOnlyTheBlockThatFindsNoMemory)
+TEST_F(PlayThread, LosesOnlyDelayedBlockThatRunsOutOfMemory)
 {
     int lost = 0;
     int halfFlushed = 0;
@@ -113,7 +113,7 @@ TEST(PlayThreadMemory, ACushionLosesOnlyTheBlockThatFindsNoMemory)
     EXPECT_GT(halfFlushed, 0);
 }
 
-TEST_F(PlayThread, DropsNoOldBlockWhenANewOneFindsNoMemory)
+TEST_F(PlayThread, DropsNewBlockInsteadOfOldOneWithoutMemory)
 {
     thread->needDelay = false;
     Push(1, 20);
@@ -139,7 +139,7 @@ TEST_F(PlayThread, DropsNoOldBlockWhenANewOneFindsNoMemory)
     EXPECT_EQ(DroppedLines(), lost);
 }
 
-TEST_F(PlayThread, KeepsNoModuleReferenceWhenItsThreadCannotBeMade)
+TEST_F(PlayThread, KeepsNoModuleReferenceWhenStartFails)
 {
     UseRecordingPlayer();
     int failures = 0;

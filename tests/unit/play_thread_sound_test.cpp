@@ -34,7 +34,7 @@ protected:
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
 };
 
-TEST_F(PlayThreadSound, WhatIsPushedReachesTheEndpointUnchanged)
+TEST_F(PlayThreadSound, ReachesEndpointUnchanged)
 {
     Start();
     const auto sound = PushBlocks(1, 20);
@@ -45,7 +45,7 @@ TEST_F(PlayThreadSound, WhatIsPushedReachesTheEndpointUnchanged)
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
 }
 
-TEST_F(PlayThreadSound, AFollowedDeviceChangeLosesNoBlock)
+TEST_F(PlayThreadSound, LosesNoBlockOnDeviceChange)
 {
     audio.Add(L"headset").mixFormat = {2, 16, 48000};
     Start();
@@ -59,7 +59,7 @@ TEST_F(PlayThreadSound, AFollowedDeviceChangeLosesNoBlock)
     EXPECT_EQ(audio.Written(L"speakers"), sound);
 }
 
-TEST_F(PlayThreadSound, AHundredCyclesLoseNothingButTheConverter)
+TEST_F(PlayThreadSound, LeaksOnlyConverterOverHundredCycles)
 {
     Start();
     thread->StopPlayThread();
@@ -86,7 +86,7 @@ TEST_F(PlayThreadSound, AHundredCyclesLoseNothingButTheConverter)
     EXPECT_EQ(audio.Written(L"speakers"), sound);
 }
 
-TEST_F(PlayThreadSound, WhatTheRendererKeepsOutlivesTheThreadsApartment)
+TEST_F(PlayThreadSound, KeepsEndpointDllLoadedAcrossRestarts)
 {
     Start();
     thread->StopPlayThread();

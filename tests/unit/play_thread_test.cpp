@@ -25,7 +25,7 @@ TEST_F(PlayThread, ConstructionStartsNothing)
 
 // --- The cushion -----------------------------------------------------------------------------
 
-TEST_F(PlayThread, TheFirstFourBlocksAreHeldBackAndTheFifthReleasesAllInOrder)
+TEST_F(PlayThread, DelaysFirstFourBlocksAndReleasesAllOnFifth)
 {
     Push(1, 4);
     EXPECT_EQ(Contents(probe.DelayQueue()), Range(1, 4));
@@ -39,14 +39,14 @@ TEST_F(PlayThread, TheFirstFourBlocksAreHeldBackAndTheFifthReleasesAllInOrder)
     EXPECT_EQ(CushionLines(), 1);
 }
 
-TEST_F(PlayThread, LaterBlocksGoStraightToTheQueue)
+TEST_F(PlayThread, QueuesBlocksDirectlyAfterFifth)
 {
     Push(1, 7);
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 7));
     EXPECT_EQ(CushionLines(), 1);
 }
 
-TEST_F(PlayThread, ARearmedCushionHoldsTheNextFourBlocksBack)
+TEST_F(PlayThread, DelaysNextFourBlocksWhenDelayIsRearmed)
 {
     Push(1, 6);
     thread->needDelay = true;
@@ -57,7 +57,7 @@ TEST_F(PlayThread, ARearmedCushionHoldsTheNextFourBlocksBack)
     EXPECT_EQ(CushionLines(), 2);
 }
 
-TEST_F(PlayThread, ACushionThatHoldsMoreThanFiveIsReleasedWhole)
+TEST_F(PlayThread, ReleasesWholeDelayQueueOfMoreThanFiveBlocks)
 {
     for (int value = 1; value <= 7; ++value) {
         probe.DelayQueue().push_back(MakeBuffer(static_cast<uint8_t>(value)));
@@ -68,7 +68,7 @@ TEST_F(PlayThread, ACushionThatHoldsMoreThanFiveIsReleasedWhole)
 
 // --- The queue -------------------------------------------------------------------------------
 
-TEST_F(PlayThread, TheTwentyFirstBlockEvictsTheOldestSilently)
+TEST_F(PlayThread, DropsOldestBlockSilentlyAboveTwenty)
 {
     Push(1, 20);
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(1, 20));
@@ -79,7 +79,7 @@ TEST_F(PlayThread, TheTwentyFirstBlockEvictsTheOldestSilently)
     EXPECT_EQ(fakes::LogRecorder::Instance().Entries().size(), 1u) << "the cushion's line";
 }
 
-TEST_F(PlayThread, OneBlockIsEvictedPerPush)
+TEST_F(PlayThread, DropsOneBlockPerPush)
 {
     for (int value = 1; value <= 25; ++value) {
         probe.PlayQueue().push_back(MakeBuffer(static_cast<uint8_t>(value)));
@@ -89,7 +89,7 @@ TEST_F(PlayThread, OneBlockIsEvictedPerPush)
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 26));
 }
 
-TEST_F(PlayThread, NullBlocksAndBlocksWithoutBytesAreEvictedToo)
+TEST_F(PlayThread, DropsNullAndEmptyBlocksWhenQueueIsFull)
 {
     thread->needDelay = false;
     probe.PlayQueue().push_back(nullptr);
@@ -102,7 +102,7 @@ TEST_F(PlayThread, NullBlocksAndBlocksWithoutBytesAreEvictedToo)
 
 // --- One pass --------------------------------------------------------------------------------
 
-TEST_F(PlayThread, APassPlaysTheOldestBlockAndFreesIt)
+TEST_F(PlayThread, PlaysAndFreesOldestBlockPerPass)
 {
     UseRecordingPlayer();
     Push(1, 5);
@@ -112,14 +112,14 @@ TEST_F(PlayThread, APassPlaysTheOldestBlockAndFreesIt)
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 5));
 }
 
-TEST_F(PlayThread, APassOverAnEmptyQueueDoesNothing)
+TEST_F(PlayThread, PlaysNothingFromEmptyQueue)
 {
     UseRecordingPlayer();
     probe.PlayNext();
     EXPECT_TRUE(record.Played().empty());
 }
 
-TEST_F(PlayThread, TheLengthIsWidenedWithItsSign)
+TEST_F(PlayThread, SignExtendsBlockLength)
 {
     UseRecordingPlayer();
     AudioPlayBuffer *buffer = MakeBuffer(1);
@@ -129,7 +129,7 @@ TEST_F(PlayThread, TheLengthIsWidenedWithItsSign)
     EXPECT_EQ(record.sizes, std::vector<int64_t>{-4});
 }
 
-TEST_F(PlayThread, TheQueueIsFreeWhileTheRendererPlays)
+TEST_F(PlayThread, UnlocksQueueWhileRendererPlays)
 {
     UseRecordingPlayer();
     Push(1, 5);
@@ -138,7 +138,7 @@ TEST_F(PlayThread, TheQueueIsFreeWhileTheRendererPlays)
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 6));
 }
 
-TEST_F(PlayThread, ABlockWithoutBytesIsTakenButNeitherPlayedNorFreed)
+TEST_F(PlayThread, LeaksBlockWithoutBytes)
 {
     UseRecordingPlayer();
     AudioPlayBuffer empty;
@@ -148,7 +148,7 @@ TEST_F(PlayThread, ABlockWithoutBytesIsTakenButNeitherPlayedNorFreed)
     EXPECT_TRUE(record.Played().empty());
 }
 
-TEST_F(PlayThread, WithoutARendererABlockIsTakenButNeitherPlayedNorFreed)
+TEST_F(PlayThread, LeaksBlockWithoutRenderer)
 {
     AudioPlayBuffer *buffer = MakeBuffer(9);
     probe.PlayQueue().push_back(buffer);
@@ -160,7 +160,7 @@ TEST_F(PlayThread, WithoutARendererABlockIsTakenButNeitherPlayedNorFreed)
 
 // --- The thread's body -----------------------------------------------------------------------
 
-TEST_F(PlayThread, ANullArgumentEndsTheThreadAfterAMillisecond)
+TEST_F(PlayThread, EndsAfterOneMillisecondOnNullArgument)
 {
     EXPECT_EQ(AudioPlayThread::ThreadFun(nullptr), 0u);
     EXPECT_EQ(
@@ -169,7 +169,7 @@ TEST_F(PlayThread, ANullArgumentEndsTheThreadAfterAMillisecond)
     EXPECT_EQ(fakewin::Waits(), (std::vector<fakewin::WaitRecord>{{Call::Sleep, nullptr, 1}}));
 }
 
-TEST_F(PlayThread, TheRendererIsOpenedWithBitsChannelsAndRateOfTheRecord)
+TEST_F(PlayThread, OpensRendererWithConfiguredFormat)
 {
     UseRecordingPlayer();
     params.bitsPerSample = 24;
@@ -180,7 +180,7 @@ TEST_F(PlayThread, TheRendererIsOpenedWithBitsChannelsAndRateOfTheRecord)
     EXPECT_EQ(record.callback, thread.get());
 }
 
-TEST_F(PlayThread, ARendererIsMadeWhenThereIsNone)
+TEST_F(PlayThread, CreatesRendererWhenThereIsNone)
 {
     probe.InitPlayThread();
     ASSERT_NE(probe.Player(), nullptr);
@@ -188,7 +188,7 @@ TEST_F(PlayThread, ARendererIsMadeWhenThereIsNone)
     probe.Player()->Close();
 }
 
-TEST_F(PlayThread, WithoutMemoryForARendererTheLoopStillTakesBlocksAndFreesNone)
+TEST_F(PlayThread, LeaksBlocksWithoutMemoryForRenderer)
 {
     std::vector<AudioPlayBuffer *> lost;
     for (int value = 1; value <= 5; ++value) {
@@ -210,7 +210,7 @@ TEST_F(PlayThread, WithoutMemoryForARendererTheLoopStillTakesBlocksAndFreesNone)
     }
 }
 
-TEST_F(PlayThread, ARendererThatCannotOpenIsUsedAllTheSame)
+TEST_F(PlayThread, UsesRendererThatFailedToOpen)
 {
     UseRecordingPlayer();
     record.opens = false;
@@ -219,7 +219,7 @@ TEST_F(PlayThread, ARendererThatCannotOpenIsUsedAllTheSame)
     EXPECT_TRUE(Await([this] { return record.Played().size() == 5; }));
 }
 
-TEST_F(PlayThread, BlocksArePlayedInOrderOnThePlayThread)
+TEST_F(PlayThread, PlaysBlocksInOrderOnOwnThread)
 {
     UseRecordingPlayer();
     Start();
@@ -229,7 +229,7 @@ TEST_F(PlayThread, BlocksArePlayedInOrderOnThePlayThread)
     EXPECT_NE(record.thread, std::this_thread::get_id());
 }
 
-TEST_F(PlayThread, EveryPassSleepsAMillisecondAndPlaysOneBlockAtMost)
+TEST_F(PlayThread, SleepsOneMillisecondAndPlaysAtMostOneBlockPerPass)
 {
     UseRecordingPlayer();
     std::vector<int> sleepsBefore;
@@ -251,7 +251,7 @@ TEST_F(PlayThread, EveryPassSleepsAMillisecondAndPlaysOneBlockAtMost)
 
 // --- Starting and stopping -------------------------------------------------------------------
 
-TEST_F(PlayThread, ItCountsAsStartedOnceTheRendererHasBeenOpened)
+TEST_F(PlayThread, CountsAsStartedOnceRendererIsOpened)
 {
     bool startedAtOpen = true;
     fakewin::Before(Call::CoInitializeEx, [&] { startedAtOpen = thread->threadStarted; });
@@ -260,7 +260,7 @@ TEST_F(PlayThread, ItCountsAsStartedOnceTheRendererHasBeenOpened)
     EXPECT_TRUE(thread->threadStarted);
 }
 
-TEST_F(PlayThread, StoppingClosesTheRendererAndKeepsIt)
+TEST_F(PlayThread, StopClosesAndKeepsRenderer)
 {
     UseRecordingPlayer();
     Start();
@@ -273,7 +273,7 @@ TEST_F(PlayThread, StoppingClosesTheRendererAndKeepsIt)
     EXPECT_EQ(record.Calls(), (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close"}));
 }
 
-TEST_F(PlayThread, StoppingBeforeStartingAndTwiceIsHarmless)
+TEST_F(PlayThread, StopIsHarmlessBeforeStartAndWhenRepeated)
 {
     thread->StopPlayThread();
     UseRecordingPlayer();
@@ -284,7 +284,7 @@ TEST_F(PlayThread, StoppingBeforeStartingAndTwiceIsHarmless)
     EXPECT_EQ(record.Calls().size(), 3u);
 }
 
-TEST_F(PlayThread, WhatIsQueuedIsKeptAndPlayedAfterTheNextStartByTheSameRenderer)
+TEST_F(PlayThread, KeepsQueuedBlocksAndRendererForNextStart)
 {
     UseRecordingPlayer();
     const velto::IAudioPlayer *renderer = probe.Player().get();
@@ -299,7 +299,7 @@ TEST_F(PlayThread, WhatIsQueuedIsKeptAndPlayedAfterTheNextStartByTheSameRenderer
     EXPECT_EQ(record.Calls().back(), "Open 16 2 44100") << "with the record as it is now";
 }
 
-TEST_F(PlayThread, BlocksInTheCushionAreKeptToo)
+TEST_F(PlayThread, KeepsDelayedBlocksWhenStopped)
 {
     UseRecordingPlayer();
     Push(1, 3);
@@ -309,7 +309,7 @@ TEST_F(PlayThread, BlocksInTheCushionAreKeptToo)
     EXPECT_TRUE(record.Played().empty());
 }
 
-TEST_F(PlayThread, DestructionStopsClosesAndDeletesTheRenderer)
+TEST_F(PlayThread, DestructionClosesAndDeletesRenderer)
 {
     auto other = std::make_unique<AudioPlayThread>(&params, nullptr);
     AudioPlayThreadProbe(*other).Player() = std::make_unique<RecordingPlayer>(record);
@@ -335,7 +335,7 @@ TEST_F(PlayThread, DestructionFreesNoQueuedBlock)
     }
 }
 
-TEST_F(PlayThread, TheModuleIsHeldWhileTheThreadRuns)
+TEST_F(PlayThread, ReferencesModuleWhileRunning)
 {
     UseRecordingPlayer();
     const int references = fakewin::ModuleReferences(fakewin::ThisModule());
@@ -346,7 +346,7 @@ TEST_F(PlayThread, TheModuleIsHeldWhileTheThreadRuns)
 }
 
 #if GTEST_HAS_DEATH_TEST && !defined(_WIN32)
-TEST(PlayThreadDeathTest, StartingARunningThreadEndsTheProcess)
+TEST_F(PlayThread, TerminatesProcessWhenStartedTwice)
 {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     velto::SpeakerAudioParams params;
@@ -362,7 +362,7 @@ TEST(PlayThreadDeathTest, StartingARunningThreadEndsTheProcess)
 
 // --- The broadcast flag ----------------------------------------------------------------------
 
-TEST_F(PlayThread, ABroadcastIsForwardedToTheFunctionIfThereIsOne)
+TEST_F(PlayThread, ForwardsBroadcastFlagToCallback)
 {
     thread->OnBroadcastFlag(true);
     thread->OnBroadcastFlag(false);
@@ -372,14 +372,14 @@ TEST_F(PlayThread, ABroadcastIsForwardedToTheFunctionIfThereIsOne)
     EXPECT_EQ(notified.size(), 2u);
 }
 
-TEST_F(PlayThread, APlayerEventDoesNothing)
+TEST_F(PlayThread, IgnoresPlayerEvents)
 {
     thread->OnPlayerEvent();
     EXPECT_TRUE(notified.empty());
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(PlayThread, TheFlagReachesTheRendererOnceItExists)
+TEST_F(PlayThread, PassesBroadcastFlagToRendererOnceItExists)
 {
     thread->SetBroadcastFlag(true);
     Start();

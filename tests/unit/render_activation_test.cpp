@@ -60,7 +60,7 @@ protected:
 
 class RenderActivationStep : public RenderActivation, public ::testing::WithParamInterface<FailingStep> {};
 
-TEST_P(RenderActivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClient)
+TEST_P(RenderActivationStep, LogsSecondResultAndLeavesNoClientOnFailure)
 {
     audio.Fail(GetParam().method, firstError, GetParam().nth);
     audio.Fail(GetParam().method, secondError, GetParam().nth + 1);
@@ -69,7 +69,7 @@ TEST_P(RenderActivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClient
     ExpectOpenWithoutClient(GetParam().line == 323 ? 14400 : 0);
 }
 
-TEST_P(RenderActivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
+TEST_P(RenderActivationStep, LogsSuccessOfSecondCallAndLeaksNothing)
 {
     audio.Fail(GetParam().method, firstError, GetParam().nth);
     EXPECT_TRUE(Open());
@@ -92,7 +92,7 @@ TEST_F(RenderActivation, LogsOneLineOnSuccess)
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}}));
 }
 
-TEST_F(RenderActivation, InitialisesASharedEventDrivenClientOf300Milliseconds)
+TEST_F(RenderActivation, InitialisesSharedEventDrivenClientOf300Milliseconds)
 {
     EXPECT_TRUE(Open());
     const auto clients = audio.Clients();
@@ -107,7 +107,7 @@ TEST_F(RenderActivation, InitialisesASharedEventDrivenClientOf300Milliseconds)
     EXPECT_EQ(probe.BufferFrames(), 14400u);
 }
 
-TEST_F(RenderActivation, RelabelsTheMixFormatAsPcmAndKeepsTheRest)
+TEST_F(RenderActivation, RelabelsMixFormatAsPcmAndKeepsOtherFields)
 {
     Speakers().mixFormat = {6, 32, 44100, true, 0x60F};
     EXPECT_TRUE(Open());
@@ -122,7 +122,7 @@ TEST_F(RenderActivation, RelabelsTheMixFormatAsPcmAndKeepsTheRest)
     EXPECT_EQ(probe.FrameBytes(), 24u);
 }
 
-TEST_F(RenderActivation, AMixFormatWithoutAnExtensionIsNotWrittenPast)
+TEST_F(RenderActivation, DoesNotWritePastMixFormatWithoutExtension)
 {
     Speakers().mixFormat = {2, 16, 48000, false};
     EXPECT_TRUE(Open());
@@ -132,7 +132,7 @@ TEST_F(RenderActivation, AMixFormatWithoutAnExtensionIsNotWrittenPast)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderActivation, SixChannelsOf32BitsAt44100SetUpTheConverter)
+TEST_F(RenderActivation, SetsUpConverterForSixChannelsOf32BitsAt44100Hz)
 {
     Speakers().mixFormat = {6, 32, 44100};
     EXPECT_TRUE(Open());
@@ -144,7 +144,7 @@ TEST_F(RenderActivation, SixChannelsOf32BitsAt44100SetUpTheConverter)
     EXPECT_EQ(probe.OutputCapacityFrames(), 941);
 }
 
-TEST_F(RenderActivation, TheFirstEndpointIsTheConsoleRoles)
+TEST_F(RenderActivation, UsesConsoleDefaultEndpointFirst)
 {
     audio.Add(L"headset");
     audio.SetDefault(eMultimedia, L"headset");
@@ -154,7 +154,7 @@ TEST_F(RenderActivation, TheFirstEndpointIsTheConsoleRoles)
     EXPECT_STREQ(probe.DeviceId(), L"speakers");
 }
 
-TEST_F(RenderActivation, WithoutAnEndpointTheRendererIsOpenWithoutAClient)
+TEST_F(RenderActivation, LeavesRendererOpenWithoutClientWhenEndpointIsMissing)
 {
     audio.SetDefaultForAllRoles(L"");
     EXPECT_TRUE(Open());
@@ -162,7 +162,7 @@ TEST_F(RenderActivation, WithoutAnEndpointTheRendererIsOpenWithoutAClient)
     ExpectOpenWithoutClient();
 }
 
-TEST_F(RenderActivation, AnEndpointThatIsNotActiveLeavesTheRendererOpenWithoutAClient)
+TEST_F(RenderActivation, LeavesRendererOpenWithoutClientWhenEndpointIsInactive)
 {
     for (const DWORD state : {DEVICE_STATE_DISABLED, DEVICE_STATE_NOTPRESENT, DEVICE_STATE_UNPLUGGED}) {
         ClearLog();
@@ -175,7 +175,7 @@ TEST_F(RenderActivation, AnEndpointThatIsNotActiveLeavesTheRendererOpenWithoutAC
     }
 }
 
-TEST_F(RenderActivation, AnEndpointThatCannotTellItsStateCountsAsActive)
+TEST_F(RenderActivation, TreatsEndpointWithUnreadableStateAsActive)
 {
     audio.Fail(Method::GetState, E_FAIL);
     Speakers().state = DEVICE_STATE_DISABLED;
@@ -184,7 +184,7 @@ TEST_F(RenderActivation, AnEndpointThatCannotTellItsStateCountsAsActive)
     EXPECT_EQ(audio.Count(Method::GetState), 1) << "this failure is not logged, so not called again";
 }
 
-TEST_F(RenderActivation, ANullMixFormatIsLogged)
+TEST_F(RenderActivation, LogsNullMixFormat)
 {
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
     EXPECT_TRUE(Open());
@@ -192,7 +192,7 @@ TEST_F(RenderActivation, ANullMixFormatIsLogged)
     ExpectOpenWithoutClient();
 }
 
-TEST_F(RenderActivation, WithoutMemoryForTheConverterThereIsNoClient)
+TEST_F(RenderActivation, LeavesNoClientWithoutMemoryForConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
     EXPECT_TRUE(Open());
@@ -201,7 +201,7 @@ TEST_F(RenderActivation, WithoutMemoryForTheConverterThereIsNoClient)
     ExpectOpenWithoutClient();
 }
 
-TEST_F(RenderActivation, AConverterThatCannotBeSetUpIsTriedTwice)
+TEST_F(RenderActivation, TriesConverterSetupTwice)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22, 1);
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -5, 2);
@@ -213,7 +213,7 @@ TEST_F(RenderActivation, AConverterThatCannotBeSetUpIsTriedTwice)
     ExpectOpenWithoutClient();
 }
 
-TEST_F(RenderActivation, AConverterThatIsSetUpAtTheSecondTimeShowsAndLeaksNothing)
+TEST_F(RenderActivation, LogsConverterSetupThatSucceedsOnRetry)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
     EXPECT_TRUE(Open());
@@ -222,7 +222,7 @@ TEST_F(RenderActivation, AConverterThatIsSetUpAtTheSecondTimeShowsAndLeaksNothin
     ExpectOpenWithoutClient();
 }
 
-TEST_F(RenderActivation, WithoutAWaitEventThereIsNoClient)
+TEST_F(RenderActivation, LeavesNoClientWithoutWaitEvent)
 {
     fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 2);
     EXPECT_TRUE(Open());
@@ -231,7 +231,7 @@ TEST_F(RenderActivation, WithoutAWaitEventThereIsNoClient)
     ExpectOpenWithoutClient(14400);
 }
 
-TEST_F(RenderActivation, TheResultOfStartingIsIgnored)
+TEST_F(RenderActivation, IgnoresResultOfStart)
 {
     audio.Fail(Method::Start, E_FAIL);
     EXPECT_TRUE(Open());
@@ -240,7 +240,7 @@ TEST_F(RenderActivation, TheResultOfStartingIsIgnored)
     EXPECT_NE(probe.RenderClient(), nullptr);
 }
 
-TEST_F(RenderActivation, MixFormatIdConverterAndBuffersOutliveAFailureUntilDestruction)
+TEST_F(RenderActivation, KeepsMixFormatIdConverterAndBuffersAfterFailure)
 {
     audio.Fail(Method::GetService, E_FAIL, 1, 2);
     EXPECT_TRUE(Open());
@@ -287,7 +287,7 @@ protected:
     }
 };
 
-TEST_P(RenderReactivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClient)
+TEST_P(RenderReactivationStep, LogsSecondResultAndLeavesNoClientOnFailure)
 {
     OpenAndInvalidate();
     audio.Fail(GetParam().method, firstError, GetParam().nth);
@@ -300,7 +300,7 @@ TEST_P(RenderReactivationStep, FailureIsLoggedWithTheSecondResultAndLeavesNoClie
     ExpectNoClientUntilALaterNotification();
 }
 
-TEST_P(RenderReactivationStep, SuccessOfTheSecondCallShowsAndLeaksNothing)
+TEST_P(RenderReactivationStep, LogsSuccessOfSecondCallAndLeaksNothing)
 {
     OpenAndInvalidate();
     audio.Fail(GetParam().method, firstError, GetParam().nth);
@@ -318,14 +318,14 @@ INSTANTIATE_TEST_SUITE_P(
                       FailingStep{Method::GetBufferSize, 189, 2}, FailingStep{Method::GetService, 191, 1}),
     NameOf);
 
-TEST_F(RenderReactivation, WithoutADeviceItFailsAtOnceAndSilently)
+TEST_F(RenderReactivation, FailsSilentlyWithoutDevice)
 {
     EXPECT_EQ(probe.ActivateWasClient(), 1);
     EXPECT_TRUE(Log().empty());
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(RenderReactivation, ANullMixFormatFailsSilentlyAndReleasesNothing)
+TEST_F(RenderReactivation, FailsSilentlyOnNullMixFormatAndKeepsClient)
 {
     OpenAndInvalidate();
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
@@ -335,7 +335,7 @@ TEST_F(RenderReactivation, ANullMixFormatFailsSilentlyAndReleasesNothing)
     ExpectLine(errorLevel, DroppedBlock(14400), playTag);
 }
 
-TEST_F(RenderReactivation, IgnoresChangesOfTheSameDeviceAfterANullMixFormat)
+TEST_F(RenderReactivation, IgnoresSameDeviceAfterNullMixFormat)
 {
     OpenAndInvalidate();
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
@@ -350,7 +350,7 @@ TEST_F(RenderReactivation, IgnoresChangesOfTheSameDeviceAfterANullMixFormat)
     EXPECT_TRUE(Speakers().written.empty());
 }
 
-TEST_F(RenderReactivation, AfterANullMixFormatANewDefaultDeviceIsTaken)
+TEST_F(RenderReactivation, SwitchesToNewDefaultAfterNullMixFormat)
 {
     OpenAndInvalidate();
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
@@ -362,7 +362,7 @@ TEST_F(RenderReactivation, AfterANullMixFormatANewDefaultDeviceIsTaken)
     EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
 }
 
-TEST_F(RenderReactivation, InitialisesWithTheSameArgumentsAndTheNewFormat)
+TEST_F(RenderReactivation, InitialisesClientWithSameArgumentsAndNewFormat)
 {
     OpenAndInvalidate();
     Speakers().mixFormat = {8, 16, 96000};
@@ -390,7 +390,7 @@ TEST_F(RenderReactivation, InitialisesWithTheSameArgumentsAndTheNewFormat)
     ExpectLine(infoLevel, initializeEnd, initTag, 0);
 }
 
-TEST_F(RenderReactivation, ReusesTheConverter)
+TEST_F(RenderReactivation, ReusesConverter)
 {
     OpenAndInvalidate();
     const int allocated = fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_alloc);
@@ -400,7 +400,7 @@ TEST_F(RenderReactivation, ReusesTheConverter)
     EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init), initialised + 1);
 }
 
-TEST_F(RenderReactivation, AConverterThatCannotBeSetUpIsIgnored)
+TEST_F(RenderReactivation, IgnoresFailedConverterSetup)
 {
     OpenAndInvalidate();
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
@@ -411,7 +411,7 @@ TEST_F(RenderReactivation, AConverterThatCannotBeSetUpIsIgnored)
     EXPECT_NE(probe.RenderClient(), nullptr);
 }
 
-TEST_F(RenderReactivation, TheResultOfStartingIsIgnored)
+TEST_F(RenderReactivation, IgnoresResultOfStart)
 {
     OpenAndInvalidate();
     audio.Fail(Method::Start, E_FAIL);
@@ -419,7 +419,7 @@ TEST_F(RenderReactivation, TheResultOfStartingIsIgnored)
     EXPECT_TRUE(LogOf(activateTag).empty());
 }
 
-TEST_F(RenderReactivation, ARendererWithoutAConverterMakesOne)
+TEST_F(RenderReactivation, AllocatesMissingConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
     EXPECT_TRUE(Open()) << "without a client, device or converter";
@@ -434,7 +434,7 @@ TEST_F(RenderReactivation, ARendererWithoutAConverterMakesOne)
     EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
 }
 
-TEST_F(RenderReactivation, EndsLikeAFailedSetUpWithoutMemoryForAConverter)
+TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 3);
     EXPECT_TRUE(Open()) << "without a client, device or converter";
@@ -452,7 +452,7 @@ TEST_F(RenderReactivation, EndsLikeAFailedSetUpWithoutMemoryForAConverter)
 }
 
 // The second opening has lost the converter of the first, and its input buffer is still there.
-TEST_F(RenderReactivation, FailsToConvertWithoutAConverterAfterASecondOpening)
+TEST_F(RenderReactivation, DropsBlocksWithoutConverterUntilNextSwitch)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -476,7 +476,7 @@ TEST_F(RenderReactivation, FailsToConvertWithoutAConverterAfterASecondOpening)
     EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "with memory, sound again";
 }
 
-TEST_F(RenderReactivation, ManyReactivationsHoldNothingBack)
+TEST_F(RenderReactivation, LeaksNothingOverThirtyReactivations)
 {
     EXPECT_TRUE(Open());
     const int objects = audio.LiveObjects();

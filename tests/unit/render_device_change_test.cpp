@@ -48,7 +48,7 @@ protected:
 
 // --- The flags -------------------------------------------------------------------------------
 
-TEST_F(RenderDeviceChange, WithoutANotificationNothingIsAsked)
+TEST_F(RenderDeviceChange, QueriesNothingWithoutNotification)
 {
     const int requests = audio.Count(Method::GetDefaultAudioEndpoint);
     const int probes = audio.Count(Method::GetBufferSize);
@@ -58,7 +58,7 @@ TEST_F(RenderDeviceChange, WithoutANotificationNothingIsAsked)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderDeviceChange, EachFlagIsClearedBeforeItIsActedOn)
+TEST_F(RenderDeviceChange, ClearsEachFlagBeforeActingOnIt)
 {
     bool deviceFlag = true;
     bool propertyFlag = true;
@@ -71,7 +71,7 @@ TEST_F(RenderDeviceChange, EachFlagIsClearedBeforeItIsActedOn)
     EXPECT_FALSE(propertyFlag);
 }
 
-TEST_F(RenderDeviceChange, AFailedSwitchIsNotRetried)
+TEST_F(RenderDeviceChange, DoesNotRetryFailedSwitch)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, firstError);
     SwitchToHeadset();
@@ -82,7 +82,7 @@ TEST_F(RenderDeviceChange, AFailedSwitchIsNotRetried)
     EXPECT_EQ(audio.Written(L"speakers"), block) << "the old client plays on";
 }
 
-TEST_F(RenderDeviceChange, ANotificationDuringTheSwitchIsActedOnInTheNextBlock)
+TEST_F(RenderDeviceChange, HandlesNotificationDuringSwitchInNextBlock)
 {
     audio.Before(Method::Activate, [&] { player->SetDeviceChanged(true); });
     SwitchToHeadset();
@@ -95,7 +95,7 @@ TEST_F(RenderDeviceChange, ANotificationDuringTheSwitchIsActedOnInTheNextBlock)
 
 // --- Another default endpoint ----------------------------------------------------------------
 
-TEST_F(RenderDeviceChange, SoundContinuesOnTheNewEndpointInItsFormat)
+TEST_F(RenderDeviceChange, ContinuesOnNewEndpointInItsFormat)
 {
     Play(block);
     SwitchToHeadset();
@@ -107,7 +107,7 @@ TEST_F(RenderDeviceChange, SoundContinuesOnTheNewEndpointInItsFormat)
     EXPECT_STREQ(probe.DeviceId(), L"headset");
 }
 
-TEST_F(RenderDeviceChange, TheOldClientIsStoppedAndEverythingOfItReleased)
+TEST_F(RenderDeviceChange, StopsAndReleasesOldClient)
 {
     const int objects = audio.LiveObjects();
     const int blocks = fakewin::LiveTaskBlocks();
@@ -123,7 +123,7 @@ TEST_F(RenderDeviceChange, TheOldClientIsStoppedAndEverythingOfItReleased)
     EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
 }
 
-TEST_F(RenderDeviceChange, TheNewEndpointIsTheMultimediaRoles)
+TEST_F(RenderDeviceChange, SwitchesToMultimediaDefaultEndpoint)
 {
     audio.SetDefault(eMultimedia, L"headset");
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
@@ -132,7 +132,7 @@ TEST_F(RenderDeviceChange, TheNewEndpointIsTheMultimediaRoles)
     EXPECT_EQ(audio.Written(L"headset"), Widened(block));
 }
 
-TEST_F(RenderDeviceChange, ChangesOfOtherRolesAndFlowsKeepTheClient)
+TEST_F(RenderDeviceChange, KeepsClientOnChangesOfOtherRolesAndFlows)
 {
     audio.SetDefaultForAllRoles(L"headset");
     audio.NotifyDefaultChanged(eRender, eConsole, L"headset");
@@ -143,7 +143,7 @@ TEST_F(RenderDeviceChange, ChangesOfOtherRolesAndFlowsKeepTheClient)
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
-TEST_F(RenderDeviceChange, TheEndpointInUseKeepsItsClient)
+TEST_F(RenderDeviceChange, KeepsClientWhenEndpointIsUnchanged)
 {
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(block);
@@ -154,7 +154,7 @@ TEST_F(RenderDeviceChange, TheEndpointInUseKeepsItsClient)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, IdsAreComparedExactly)
+TEST_F(RenderDeviceChange, ComparesIdsCaseSensitively)
 {
     audio.Add(L"Speakers");
     audio.SetDefaultForAllRoles(L"Speakers");
@@ -163,7 +163,7 @@ TEST_F(RenderDeviceChange, IdsAreComparedExactly)
     EXPECT_EQ(audio.Clients().size(), 2u);
 }
 
-TEST_F(RenderDeviceChange, AnEndpointWithoutAnIdIsTaken)
+TEST_F(RenderDeviceChange, SwitchesToEndpointWithoutId)
 {
     audio.Fail(Method::GetId, fakes::nullResult);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
@@ -172,7 +172,7 @@ TEST_F(RenderDeviceChange, AnEndpointWithoutAnIdIsTaken)
     EXPECT_EQ(audio.Clients().size(), 2u);
 }
 
-TEST_F(RenderDeviceChange, WithoutADefaultEndpointTheStoredIdIsForgottenAndTheBlockDropped)
+TEST_F(RenderDeviceChange, ForgetsIdAndDropsBlockWithoutDefaultEndpoint)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, firstError);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
@@ -190,7 +190,7 @@ TEST_F(RenderDeviceChange, WithoutADefaultEndpointTheStoredIdIsForgottenAndTheBl
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
-TEST_F(RenderDeviceChange, AfterThatTheSameEndpointIsActivatedAnew)
+TEST_F(RenderDeviceChange, ReactivatesSameEndpointAfterFailedSwitch)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, firstError);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
@@ -201,7 +201,7 @@ TEST_F(RenderDeviceChange, AfterThatTheSameEndpointIsActivatedAnew)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, AnEndpointWhoseIdCannotBeReadIsLoggedWithTheSecondResult)
+TEST_F(RenderDeviceChange, LogsSecondResultWhenIdCannotBeRead)
 {
     audio.Fail(Method::GetId, firstError, 1);
     audio.Fail(Method::GetId, secondError, 2);
@@ -217,7 +217,7 @@ TEST_F(RenderDeviceChange, AnEndpointWhoseIdCannotBeReadIsLoggedWithTheSecondRes
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
-TEST_F(RenderDeviceChange, AnIdFromTheSecondCallShowsAndIsFreed)
+TEST_F(RenderDeviceChange, FreesIdReturnedBySecondCall)
 {
     const int blocks = fakewin::LiveTaskBlocks();
     audio.Fail(Method::GetId, firstError);
@@ -227,7 +227,7 @@ TEST_F(RenderDeviceChange, AnIdFromTheSecondCallShowsAndIsFreed)
     EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
 }
 
-TEST_F(RenderDeviceChange, AFailedActivationLeavesNoClientUntilALaterNotification)
+TEST_F(RenderDeviceChange, LeavesNoClientAfterFailedActivationUntilNotification)
 {
     audio.Fail(Method::Initialize, firstError, 1, 2);
     SwitchToHeadset();
@@ -245,14 +245,14 @@ TEST_F(RenderDeviceChange, AFailedActivationLeavesNoClientUntilALaterNotificatio
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, ARendererThatIsNotOpenOnlySaysSo)
+TEST_F(RenderDeviceChange, OnlyLogsWhenRendererIsNotOpen)
 {
     probe.SetOpen(false);
     EXPECT_EQ(probe.OnAudioDeviceChanged(), 0);
     EXPECT_EQ(Log(), (Lines{{errorLevel, L"AudioPlayerWas isOpen=0", deviceTag}}));
 }
 
-TEST_F(RenderDeviceChange, ARendererWithoutAnEnumeratorOnlySaysItIsOpen)
+TEST_F(RenderDeviceChange, OnlyLogsWithoutEnumerator)
 {
     IMMDeviceEnumerator *enumerator = std::exchange(probe.Enumerator(), nullptr);
     EXPECT_EQ(probe.OnAudioDeviceChanged(), 0);
@@ -260,7 +260,7 @@ TEST_F(RenderDeviceChange, ARendererWithoutAnEnumeratorOnlySaysItIsOpen)
     probe.Enumerator() = enumerator;
 }
 
-TEST_F(RenderDeviceChange, SwitchingBackAndForthHoldsNothingBack)
+TEST_F(RenderDeviceChange, LeaksNothingWhenSwitchingBackAndForth)
 {
     const int objects = audio.LiveObjects();
     const int blocks = fakewin::LiveTaskBlocks();
@@ -276,7 +276,7 @@ TEST_F(RenderDeviceChange, SwitchingBackAndForthHoldsNothingBack)
     EXPECT_EQ(audio.Get(L"speakers").writtenFrames.size(), 15u);
 }
 
-TEST_F(RenderDeviceChange, ARendererThatOpenedWithoutAnEndpointStartsOnTheFirstOneThatAppears)
+TEST_F(RenderDeviceChange, StartsOnFirstEndpointThatAppears)
 {
     player->Close();
     SwrContext *lost = probe.TakeResampler();
@@ -291,7 +291,7 @@ TEST_F(RenderDeviceChange, ARendererThatOpenedWithoutAnEndpointStartsOnTheFirstO
 
 // --- Another format --------------------------------------------------------------------------
 
-TEST_F(RenderDeviceChange, APropertyChangeOnAWorkingClientIsIgnored)
+TEST_F(RenderDeviceChange, IgnoresPropertyChangeOfWorkingClient)
 {
     const int probes = audio.Count(Method::GetBufferSize);
     audio.NotifyPropertyChanged(L"speakers");
@@ -302,7 +302,7 @@ TEST_F(RenderDeviceChange, APropertyChangeOnAWorkingClientIsIgnored)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, AnyOtherFailureOfTheProbeIsIgnoredToo)
+TEST_F(RenderDeviceChange, KeepsClientUnlessItIsInvalidated)
 {
     audio.Fail(Method::GetBufferSize, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.NotifyPropertyChanged(L"speakers");
@@ -311,7 +311,7 @@ TEST_F(RenderDeviceChange, AnyOtherFailureOfTheProbeIsIgnoredToo)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, AnInvalidatedClientIsReplacedInTheNewFormat)
+TEST_F(RenderDeviceChange, ReplacesInvalidatedClientInNewFormat)
 {
     Speakers().mixFormat = {2, 32, 48000};
     InvalidateSpeakers();
@@ -325,7 +325,7 @@ TEST_F(RenderDeviceChange, AnInvalidatedClientIsReplacedInTheNewFormat)
     EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 1) << "the endpoint is not looked up again";
 }
 
-TEST_F(RenderDeviceChange, WithoutAClientItIsRebuiltUnasked)
+TEST_F(RenderDeviceChange, RebuildsMissingClientOnPropertyChange)
 {
     player->ReleaseClient();
     const int probes = audio.Count(Method::GetBufferSize);
@@ -336,7 +336,7 @@ TEST_F(RenderDeviceChange, WithoutAClientItIsRebuiltUnasked)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, AFailedReplacementIsLoggedAndDropsTheBlock)
+TEST_F(RenderDeviceChange, LogsFailedReplacementAndDropsBlock)
 {
     InvalidateSpeakers();
     audio.Fail(Method::Activate, firstError, 1, 2);
@@ -347,14 +347,14 @@ TEST_F(RenderDeviceChange, AFailedReplacementIsLoggedAndDropsTheBlock)
                             {errorLevel, DroppedBlock(14400), playTag}}));
 }
 
-TEST_F(RenderDeviceChange, APropertyChangeOfARendererThatIsNotOpenOnlySaysSo)
+TEST_F(RenderDeviceChange, OnlyLogsPropertyChangeWhenRendererIsNotOpen)
 {
     probe.SetOpen(false);
     EXPECT_EQ(probe.OnAudioPropertyValueChanged(), 0);
     EXPECT_EQ(Log(), (Lines{{errorLevel, L"AudioPlayerWas isOpen=0", propertyTag}}));
 }
 
-TEST_F(RenderDeviceChange, APropertyChangeOfARendererWithoutADeviceOnlySaysItIsOpen)
+TEST_F(RenderDeviceChange, OnlyLogsPropertyChangeWithoutDevice)
 {
     IMMDevice *device = std::exchange(probe.Device(), nullptr);
     EXPECT_EQ(probe.OnAudioPropertyValueChanged(), 0);
@@ -364,7 +364,7 @@ TEST_F(RenderDeviceChange, APropertyChangeOfARendererWithoutADeviceOnlySaysItIsO
 
 // --- Both --------------------------------------------------------------------------------------
 
-TEST_F(RenderDeviceChange, WithBothNotificationsTheSwitchComesFirstAndThePropertyFindsAValidClient)
+TEST_F(RenderDeviceChange, SwitchesEndpointBeforeHandlingPropertyChange)
 {
     audio.Invalidate(L"speakers");
     audio.NotifyPropertyChanged(L"speakers");
@@ -376,7 +376,7 @@ TEST_F(RenderDeviceChange, WithBothNotificationsTheSwitchComesFirstAndThePropert
     EXPECT_EQ(audio.Written(L"headset"), Widened(block));
 }
 
-TEST_F(RenderDeviceChange, AFailedSwitchLeavesThePropertyForTheNextBlock)
+TEST_F(RenderDeviceChange, LeavesPropertyChangeForNextBlockAfterFailedSwitch)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, firstError);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
@@ -388,7 +388,7 @@ TEST_F(RenderDeviceChange, AFailedSwitchLeavesThePropertyForTheNextBlock)
     EXPECT_FALSE(probe.PropertyChanged());
 }
 
-TEST_F(RenderDeviceChange, NotificationsWhilePlayingDisturbNoBlock)
+TEST_F(RenderDeviceChange, PlaysEveryBlockDespiteConcurrentNotifications)
 {
     std::atomic<bool> playing{true};
     std::thread system([&] {

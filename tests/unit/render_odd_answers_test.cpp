@@ -10,7 +10,7 @@ constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
 constexpr char deviceTag[] = "AudioPlayerWas::OnAudioDeviceChanged";
 constexpr wchar_t noEndpoint[] = L"AudioPlayer GetDefaultAudioEndpoint fail with 0. Just return";
 
-class RenderOddAnswers : public RenderTest {
+class Renderer : public RenderTest {
 protected:
     void ChangeDefault(const std::wstring &id)
     {
@@ -22,7 +22,7 @@ protected:
     size_t BlocksWritten(const std::wstring &id) { return audio.Get(id).writtenFrames.size(); }
 };
 
-TEST_F(RenderOddAnswers, SuccessWithoutAnEndpointLeavesTheRendererOpenWithoutAClient)
+TEST_F(Renderer, StaysOpenWithoutClientWhenEndpointIsNull)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, fakes::nullResult);
     EXPECT_TRUE(Open());
@@ -32,7 +32,7 @@ TEST_F(RenderOddAnswers, SuccessWithoutAnEndpointLeavesTheRendererOpenWithoutACl
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
-TEST_F(RenderOddAnswers, SuccessWithoutAClientLeavesTheRendererOpenWithoutOne)
+TEST_F(Renderer, StaysOpenWithoutClientWhenActivatedClientIsNull)
 {
     audio.Fail(Method::Activate, fakes::nullResult);
     EXPECT_TRUE(Open());
@@ -42,7 +42,7 @@ TEST_F(RenderOddAnswers, SuccessWithoutAClientLeavesTheRendererOpenWithoutOne)
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
-TEST_F(RenderOddAnswers, SuccessWithoutANewEndpointKeepsTheOldOnePlaying)
+TEST_F(Renderer, KeepsOldEndpointWhenNewEndpointIsNull)
 {
     ASSERT_TRUE(Open());
     audio.Fail(Method::GetDefaultAudioEndpoint, fakes::nullResult, 1);
@@ -52,7 +52,7 @@ TEST_F(RenderOddAnswers, SuccessWithoutANewEndpointKeepsTheOldOnePlaying)
     EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
 }
 
-TEST_F(RenderOddAnswers, SuccessWithoutANewClientLeavesNoneUntilTheNextNotification)
+TEST_F(Renderer, HasNoClientUntilNotificationWhenNewClientIsNull)
 {
     ASSERT_TRUE(Open());
     audio.Fail(Method::Activate, fakes::nullResult);
@@ -63,7 +63,7 @@ TEST_F(RenderOddAnswers, SuccessWithoutANewClientLeavesNoneUntilTheNextNotificat
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
-TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtOpening)
+TEST_F(Renderer, LogsNullRenderClientOnOpen)
 {
     audio.Fail(Method::GetService, fakes::nullResult);
     EXPECT_TRUE(Open());
@@ -77,7 +77,7 @@ TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtOpening)
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
-TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtReactivation)
+TEST_F(Renderer, LogsNullRenderClientOnReactivation)
 {
     ASSERT_TRUE(Open());
     audio.Fail(Method::GetService, fakes::nullResult);
@@ -90,7 +90,7 @@ TEST_F(RenderOddAnswers, LogsAMissingRenderClientAtReactivation)
     EXPECT_EQ(BlocksWritten(L"headset"), 1U);
 }
 
-TEST_F(RenderOddAnswers, WithoutAHoldOnTheEndpointsDllClosingGivesItsObjectsBack)
+TEST_F(Renderer, ReleasesEndpointObjectsOnCloseWithoutReferenceToDll)
 {
     fakewin::Fail(fakewin::Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY);
     ASSERT_TRUE(Open());
@@ -103,7 +103,7 @@ TEST_F(RenderOddAnswers, WithoutAHoldOnTheEndpointsDllClosingGivesItsObjectsBack
     EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
 }
 
-TEST_F(RenderOddAnswers, ABufferThatCannotBeGivenBackCostsTwoBlocksAndNoMore)
+TEST_F(Renderer, LosesOnlyTwoBlocksWhenBufferCannotBeReleased)
 {
     ASSERT_TRUE(Open());
     audio.Fail(Method::ReleaseBuffer, AUDCLNT_E_SERVICE_NOT_RUNNING, 1, 2);

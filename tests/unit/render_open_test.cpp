@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(RenderOpen, ConstructionTouchesNothingAndSetsTheDefaults)
+TEST_F(RenderOpen, ConstructionMakesNoCallAndSetsDefaults)
 {
     EXPECT_EQ(fakewin::TotalCalls(), 0);
     EXPECT_FALSE(probe.IsOpen());
@@ -50,7 +50,7 @@ TEST_F(RenderOpen, ConstructionTouchesNothingAndSetsTheDefaults)
     EXPECT_FALSE(probe.HasResampler());
 }
 
-TEST_F(RenderOpen, AnArgumentBelowOneIsRefusedWithNothingLoggedOrCreated)
+TEST_F(RenderOpen, RefusesArgumentsBelowOneSilently)
 {
     const int32_t bad[][3] = {{0, 2, 48000},  {16, 0, 48000},  {16, 2, 0},
                               {-1, 2, 48000}, {16, -2, 48000}, {16, 2, INT32_MIN}};
@@ -61,7 +61,7 @@ TEST_F(RenderOpen, AnArgumentBelowOneIsRefusedWithNothingLoggedOrCreated)
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(RenderOpen, OpensOnTheDefaultEndpointAndRegistersForNotifications)
+TEST_F(RenderOpen, UsesDefaultEndpointAndRegistersForNotifications)
 {
     EXPECT_TRUE(Open());
     EXPECT_TRUE(probe.IsOpen());
@@ -86,7 +86,7 @@ TEST_F(RenderOpen, OpensOnTheDefaultEndpointAndRegistersForNotifications)
     EXPECT_EQ(events[1].handle, probe.WaitEvent());
 }
 
-TEST_F(RenderOpen, TheArgumentsDoNotChangeTheInputFormat)
+TEST_F(RenderOpen, KeepsInputFormatForAnyArguments)
 {
     Speakers().mixFormat = {2, 16, 48000};
     EXPECT_TRUE(player->Open(24, 6, 44100));
@@ -95,14 +95,14 @@ TEST_F(RenderOpen, TheArgumentsDoNotChangeTheInputFormat)
     EXPECT_EQ(audio.Written(L"speakers"), block) << "16-bit stereo at 48000 Hz passes unchanged";
 }
 
-TEST_F(RenderOpen, TheBufferEventMayBeMissingUntilTheClientNeedsIt)
+TEST_F(RenderOpen, SucceedsWithoutBufferEvent)
 {
     fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_TRUE(Open());
     ExpectLine(errorLevel, FunctionFail(E_INVALIDARG, 320), "AudioPlayerWas::InitDefaultAudioDevice");
 }
 
-TEST_F(RenderOpen, ComThatCannotBeEnteredIsLoggedWithTheSecondResult)
+TEST_F(RenderOpen, LogsSecondResultWhenComCannotBeEntered)
 {
     fakewin::Fail(Call::CoInitializeEx, firstError, 1);
     fakewin::Fail(Call::CoInitializeEx, secondError, 2);
@@ -111,14 +111,14 @@ TEST_F(RenderOpen, ComThatCannotBeEnteredIsLoggedWithTheSecondResult)
     EXPECT_EQ(fakewin::Count(Call::CoCreateInstance), 0);
 }
 
-TEST_F(RenderOpen, ComThatIsEnteredAtTheSecondCallIsLeftAgain)
+TEST_F(RenderOpen, LeavesComEnteredBySecondCall)
 {
     fakewin::Fail(Call::CoInitializeEx, firstError);
     ExpectOpenFails(FunctionFail(S_OK, 270));
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 1);
 }
 
-TEST_F(RenderOpen, AThreadThatIsInAnotherKindOfApartmentCannotOpen)
+TEST_F(RenderOpen, FailsOnThreadInMultithreadedApartment)
 {
     ASSERT_EQ(fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     EXPECT_FALSE(Open());
@@ -127,7 +127,7 @@ TEST_F(RenderOpen, AThreadThatIsInAnotherKindOfApartmentCannotOpen)
     fakewin::CoUninitialize();
 }
 
-TEST_F(RenderOpen, AThreadThatIsInSuchAnApartmentAlreadyOpensAndCloses)
+TEST_F(RenderOpen, SucceedsOnThreadInSingleThreadedApartment)
 {
     ASSERT_EQ(fakewin::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
     EXPECT_TRUE(Open());
@@ -136,33 +136,33 @@ TEST_F(RenderOpen, AThreadThatIsInSuchAnApartmentAlreadyOpensAndCloses)
     fakewin::CoUninitialize();
 }
 
-TEST_F(RenderOpen, AMissingEnumeratorClassIsLoggedWithTheSecondResult)
+TEST_F(RenderOpen, LogsSecondResultWhenEnumeratorClassIsMissing)
 {
     fakewin::Fail(Call::CoCreateInstance, firstError, 1);
     fakewin::Fail(Call::CoCreateInstance, secondError, 2);
     ExpectOpenFails(FunctionFail(secondError, 272));
 }
 
-TEST_F(RenderOpen, AnEnumeratorFromTheSecondCallIsReleased)
+TEST_F(RenderOpen, ReleasesEnumeratorFromSecondCall)
 {
     fakewin::Fail(Call::CoCreateInstance, firstError);
     ExpectOpenFails(FunctionFail(S_OK, 272));
     EXPECT_EQ(audio.LiveObjects(), 0);
 }
 
-TEST_F(RenderOpen, WithoutMemoryForTheNotificationClientOpeningFails)
+TEST_F(RenderOpen, FailsWithoutMemoryForNotificationClient)
 {
     const fakes::FailingNew noMemory(sizeof(velto::WasapiDeviceEvents));
     ExpectOpenFails(MemoryFail(274));
 }
 
-TEST_F(RenderOpen, ANullEnumeratorIsLogged)
+TEST_F(RenderOpen, FailsOnNullEnumerator)
 {
     fakewin::SetClassFactory([](REFCLSID, REFIID, void **) -> HRESULT { return S_OK; });
     ExpectOpenFails(MemoryFail(275));
 }
 
-TEST_F(RenderOpen, ARefusedRegistrationIsLoggedWithTheSecondResult)
+TEST_F(RenderOpen, LogsSecondResultWhenRegistrationFails)
 {
     audio.Fail(Method::RegisterCallback, firstError, 1);
     audio.Fail(Method::RegisterCallback, secondError, 2);
@@ -170,14 +170,14 @@ TEST_F(RenderOpen, ARefusedRegistrationIsLoggedWithTheSecondResult)
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 0);
 }
 
-TEST_F(RenderOpen, ARegistrationThatSucceedsAtTheSecondCallIsTakenBack)
+TEST_F(RenderOpen, UndoesRegistrationMadeBySecondCall)
 {
     audio.Fail(Method::RegisterCallback, firstError);
     ExpectOpenFails(FunctionFail(S_OK, 276));
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
-TEST_F(RenderOpen, AFailedOpeningCanBeRepeated)
+TEST_F(RenderOpen, CanBeRetriedAfterFailure)
 {
     audio.Fail(Method::RegisterCallback, firstError, 1, 2);
     EXPECT_FALSE(Open());
@@ -187,7 +187,7 @@ TEST_F(RenderOpen, AFailedOpeningCanBeRepeated)
     EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024});
 }
 
-TEST_F(RenderOpen, OpeningSucceedsWhateverTheDeviceInitialisationAchieves)
+TEST_F(RenderOpen, SucceedsWithoutEndpoint)
 {
     audio.SetDefaultForAllRoles(L"");
     EXPECT_TRUE(Open());
@@ -197,7 +197,7 @@ TEST_F(RenderOpen, OpeningSucceedsWhateverTheDeviceInitialisationAchieves)
 
 // --- Closing ---------------------------------------------------------------------------------
 
-TEST_F(RenderOpen, ClosingARendererThatWasNeverOpenLogsOnly)
+TEST_F(RenderOpen, CloseOnlyLogsWhenNeverOpened)
 {
     player->Close();
     EXPECT_EQ(Log(),
@@ -205,7 +205,7 @@ TEST_F(RenderOpen, ClosingARendererThatWasNeverOpenLogsOnly)
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(RenderOpen, ClosingARendererWhoseOpeningFailedLogsOnly)
+TEST_F(RenderOpen, CloseOnlyLogsAfterFailedOpen)
 {
     fakewin::Fail(Call::CoCreateInstance, firstError, 1, 2);
     EXPECT_FALSE(Open());
@@ -217,7 +217,7 @@ TEST_F(RenderOpen, ClosingARendererWhoseOpeningFailedLogsOnly)
     EXPECT_EQ(fakewin::TotalCalls(), calls);
 }
 
-TEST_F(RenderOpen, ClosingStopsUnregistersReleasesTheClientsAndLeavesCom)
+TEST_F(RenderOpen, CloseStopsUnregistersReleasesClientsAndLeavesCom)
 {
     EXPECT_TRUE(Open());
     ClearLog();
@@ -232,7 +232,7 @@ TEST_F(RenderOpen, ClosingStopsUnregistersReleasesTheClientsAndLeavesCom)
     EXPECT_EQ(fakewin::ApartmentDepth(), 0);
 }
 
-TEST_F(RenderOpen, ClosingKeepsTheOpenFlagTheEnumeratorTheDeviceAndTheNotificationClient)
+TEST_F(RenderOpen, CloseKeepsOpenFlagEnumeratorDeviceAndNotificationClient)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -242,7 +242,7 @@ TEST_F(RenderOpen, ClosingKeepsTheOpenFlagTheEnumeratorTheDeviceAndTheNotificati
     EXPECT_NE(probe.NotificationClient(), nullptr);
 }
 
-TEST_F(RenderOpen, WhatIsKeptPastTheLastApartmentStaysMappedUntilDestruction)
+TEST_F(RenderOpen, KeepsEndpointDllLoadedUntilDestruction)
 {
     const int unloads = fakewin::ImplementationUnloads();
     EXPECT_TRUE(Open());
@@ -253,7 +253,7 @@ TEST_F(RenderOpen, WhatIsKeptPastTheLastApartmentStaysMappedUntilDestruction)
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references);
 }
 
-TEST_F(RenderOpen, ClosingAfterAnOpeningThatWasRefusedForItsArgumentsLeavesComNoFurther)
+TEST_F(RenderOpen, CloseAfterRefusedOpenDoesNotLeaveComAgain)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -262,7 +262,7 @@ TEST_F(RenderOpen, ClosingAfterAnOpeningThatWasRefusedForItsArgumentsLeavesComNo
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 1);
 }
 
-TEST_F(RenderOpen, ClosingTwiceLeavesComOnce)
+TEST_F(RenderOpen, SecondCloseDoesNotLeaveComAgain)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -271,7 +271,7 @@ TEST_F(RenderOpen, ClosingTwiceLeavesComOnce)
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
-TEST_F(RenderOpen, ClosingWithoutAClientStillUnregistersAndLeavesCom)
+TEST_F(RenderOpen, CloseWithoutClientUnregistersAndLeavesCom)
 {
     audio.SetDefaultForAllRoles(L"");
     EXPECT_TRUE(Open());
@@ -280,7 +280,7 @@ TEST_F(RenderOpen, ClosingWithoutAClientStillUnregistersAndLeavesCom)
     EXPECT_EQ(fakewin::ApartmentDepth(), 0);
 }
 
-TEST_F(RenderOpen, AfterClosingNotificationsReachTheRendererNoMore)
+TEST_F(RenderOpen, CloseEndsNotifications)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -290,7 +290,7 @@ TEST_F(RenderOpen, AfterClosingNotificationsReachTheRendererNoMore)
     EXPECT_FALSE(probe.PropertyChanged());
 }
 
-TEST_F(RenderOpen, AClosedRendererDropsBlocksWithALine)
+TEST_F(RenderOpen, LogsAndDropsBlocksAfterClose)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -299,7 +299,7 @@ TEST_F(RenderOpen, AClosedRendererDropsBlocksWithALine)
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(14400), playTag}}));
 }
 
-TEST_F(RenderOpen, OpeningAgainReplacesEverythingButTheConverter)
+TEST_F(RenderOpen, LeaksOnlyConverterOnReopening)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -326,7 +326,7 @@ TEST_F(RenderOpen, OpeningAgainReplacesEverythingButTheConverter)
 
 // --- Destruction -----------------------------------------------------------------------------
 
-TEST_F(RenderOpen, DestructionAfterClosingReleasesTheRest)
+TEST_F(RenderOpen, DestructionAfterCloseReleasesRemainingObjects)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -335,7 +335,7 @@ TEST_F(RenderOpen, DestructionAfterClosingReleasesTheRest)
     EXPECT_EQ(audio.LiveObjects(), 0);
 }
 
-TEST_F(RenderOpen, DestructionWithoutClosingUnregistersAndReleasesAllButTheRenderClient)
+TEST_F(RenderOpen, DestructionWithoutCloseReleasesAllButRenderClient)
 {
     EXPECT_TRUE(Open());
     probe.RenderClient()->Release(); // by Close or ReleaseClient, otherwise
@@ -347,7 +347,7 @@ TEST_F(RenderOpen, DestructionWithoutClosingUnregistersAndReleasesAllButTheRende
     fakewin::CoUninitialize();
 }
 
-TEST_F(RenderOpen, DestructionOnAnotherThreadReleasesAll)
+TEST_F(RenderOpen, DestructionOnOtherThreadReleasesAll)
 {
     EXPECT_TRUE(Open());
     player->Close();
@@ -357,7 +357,7 @@ TEST_F(RenderOpen, DestructionOnAnotherThreadReleasesAll)
 
 // --- The small operations --------------------------------------------------------------------
 
-TEST_F(RenderOpen, StopStartAndReleaseClientWithoutAClientDoNothing)
+TEST_F(RenderOpen, StopStartAndReleaseClientDoNothingWithoutClient)
 {
     player->Stop();
     player->Start();
@@ -366,7 +366,7 @@ TEST_F(RenderOpen, StopStartAndReleaseClientWithoutAClientDoNothing)
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
-TEST_F(RenderOpen, StopAndStartReachTheClientAndKeepItsResultToThemselves)
+TEST_F(RenderOpen, StopAndStartReachClientAndIgnoreItsResult)
 {
     EXPECT_TRUE(Open());
     ClearLog();
@@ -381,7 +381,7 @@ TEST_F(RenderOpen, StopAndStartReachTheClientAndKeepItsResultToThemselves)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderOpen, ReleaseClientReleasesBothClientsAndNothingElse)
+TEST_F(RenderOpen, ReleaseClientReleasesOnlyBothClients)
 {
     EXPECT_TRUE(Open());
     ClearLog();
@@ -395,7 +395,7 @@ TEST_F(RenderOpen, ReleaseClientReleasesBothClientsAndNothingElse)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderOpen, TheSettersStoreTheirArgumentAndDoNothingElse)
+TEST_F(RenderOpen, SettersOnlyStoreTheirArgument)
 {
     struct Callback : velto::IAudioPlayerCallback {
         void OnPlayerEvent() override { ++calls; }

@@ -29,7 +29,7 @@ protected:
 
 // --- What is refused -------------------------------------------------------------------------
 
-TEST_F(RenderResampler, ABlockOf4096BytesIsConverted)
+TEST_F(RenderResampler, ConvertsBlockOf4096Bytes)
 {
     OpenWith({2, 32, 48000});
     const auto block = MakeBlock();
@@ -39,7 +39,7 @@ TEST_F(RenderResampler, ABlockOf4096BytesIsConverted)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderResampler, ABlockOf4097BytesIsRefused)
+TEST_F(RenderResampler, RefusesBlockOf4097Bytes)
 {
     OpenWith({2, 32, 48000});
     const std::vector<uint8_t> block(4097);
@@ -47,14 +47,14 @@ TEST_F(RenderResampler, ABlockOf4097BytesIsRefused)
     EXPECT_EQ(Log(), refusedWithPlane);
 }
 
-TEST_F(RenderResampler, ABlockOfNoBytesIsRefused)
+TEST_F(RenderResampler, RefusesEmptyBlock)
 {
     OpenWith({2, 32, 48000});
     EXPECT_EQ(probe.Resample(MakeBlock().data(), 0), -1);
     EXPECT_EQ(Log(), refusedWithPlane);
 }
 
-TEST_F(RenderResampler, ANegativeSizeIsRefused)
+TEST_F(RenderResampler, RefusesNegativeSize)
 {
     OpenWith({2, 32, 48000});
     player->PlayAudio(MakeBlock().data(), -1);
@@ -62,14 +62,14 @@ TEST_F(RenderResampler, ANegativeSizeIsRefused)
     ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag);
 }
 
-TEST_F(RenderResampler, NoDataIsRefused)
+TEST_F(RenderResampler, RefusesNullData)
 {
     OpenWith({2, 32, 48000});
     EXPECT_EQ(probe.Resample(nullptr, 4096), -1);
     EXPECT_EQ(Log(), refusedWithPlane);
 }
 
-TEST_F(RenderResampler, ARendererThatIsNotOpenRefuses)
+TEST_F(RenderResampler, RefusesWhenRendererIsNotOpen)
 {
     OpenWith({2, 32, 48000});
     probe.SetOpen(false);
@@ -77,13 +77,13 @@ TEST_F(RenderResampler, ARendererThatIsNotOpenRefuses)
     EXPECT_EQ(Log(), refusedWithPlane);
 }
 
-TEST_F(RenderResampler, WithoutAnInputBufferOnlyTheRefusalIsLogged)
+TEST_F(RenderResampler, LogsOnlyRefusalWithoutInputBuffer)
 {
     EXPECT_EQ(Resample(MakeBlock()), -1);
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, refused, resampleTag}}));
 }
 
-TEST_F(RenderResampler, WithoutTheBuffersFirstPlaneItsAbsenceIsLogged)
+TEST_F(RenderResampler, LogsMissingFirstPlaneOfInputBuffer)
 {
     OpenWith({2, 32, 48000});
     uint8_t *plane = std::exchange(probe.InputBuffer()[0], nullptr);
@@ -95,7 +95,7 @@ TEST_F(RenderResampler, WithoutTheBuffersFirstPlaneItsAbsenceIsLogged)
 
 // --- What comes out --------------------------------------------------------------------------
 
-TEST_F(RenderResampler, AShortBlockIsConvertedTogetherWithTheTailOfTheOneBefore)
+TEST_F(RenderResampler, ConvertsShortBlockWithTailOfPreviousBlock)
 {
     OpenWith({2, 16, 48000});
     const auto whole = MakeBlock(1);
@@ -107,7 +107,7 @@ TEST_F(RenderResampler, AShortBlockIsConvertedTogetherWithTheTailOfTheOneBefore)
     EXPECT_EQ(Output(), expected);
 }
 
-TEST_F(RenderResampler, ABlockOfOneByteIsConvertedToo)
+TEST_F(RenderResampler, ConvertsBlockOfOneByte)
 {
     OpenWith({2, 16, 48000});
     const auto whole = MakeBlock(1);
@@ -118,7 +118,7 @@ TEST_F(RenderResampler, ABlockOfOneByteIsConvertedToo)
     EXPECT_EQ(Output(), expected);
 }
 
-TEST_F(RenderResampler, TheCallerKeepsItsData)
+TEST_F(RenderResampler, CopiesCallerData)
 {
     OpenWith({2, 32, 48000});
     const auto block = MakeBlock();
@@ -129,7 +129,7 @@ TEST_F(RenderResampler, TheCallerKeepsItsData)
     EXPECT_EQ(Output(), Widened(block));
 }
 
-TEST_F(RenderResampler, At44100ABlockYieldsAbout940Frames)
+TEST_F(RenderResampler, YieldsAbout940FramesPerBlockAt44100Hz)
 {
     OpenWith({2, 32, 44100});
     int64_t frames = 0;
@@ -144,7 +144,7 @@ TEST_F(RenderResampler, At44100ABlockYieldsAbout940Frames)
     EXPECT_NEAR(static_cast<double>(frames), blocks * 1024 * 44100.0 / 48000.0, 40);
 }
 
-TEST_F(RenderResampler, At96000ABlockYieldsAbout2048Frames)
+TEST_F(RenderResampler, YieldsAbout2048FramesPerBlockAt96000Hz)
 {
     OpenWith({2, 32, 96000});
     int64_t frames = 0;
@@ -154,7 +154,7 @@ TEST_F(RenderResampler, At96000ABlockYieldsAbout2048Frames)
     EXPECT_NEAR(static_cast<double>(frames), 50 * 2048, 80);
 }
 
-TEST_F(RenderResampler, EachMixFormatGetsWholeFramesOfItsSize)
+TEST_F(RenderResampler, YieldsWholeFramesForEachMixFormat)
 {
     for (const uint16_t channels : {1, 2, 4, 6, 8}) {
         for (const uint16_t bits : {8, 16, 32}) {
@@ -169,7 +169,7 @@ TEST_F(RenderResampler, EachMixFormatGetsWholeFramesOfItsSize)
     }
 }
 
-TEST_F(RenderResampler, TheOutputBufferOnlyGrowsAndSoonNoMore)
+TEST_F(RenderResampler, GrowsOutputBufferAtMostThreeTimes)
 {
     OpenWith({6, 32, 44100});
     int32_t capacity = probe.OutputCapacityFrames();
@@ -184,7 +184,7 @@ TEST_F(RenderResampler, TheOutputBufferOnlyGrowsAndSoonNoMore)
     EXPECT_LE(Reallocations(), 3);
 }
 
-TEST_F(RenderResampler, AtEqualRatesNothingIsAllocatedPerBlock)
+TEST_F(RenderResampler, AllocatesNothingPerBlockAtEqualRates)
 {
     OpenWith({2, 32, 48000});
     for (int i = 0; i < 50; ++i) {
@@ -214,7 +214,7 @@ protected:
     }
 };
 
-TEST_F(RenderResamplerFailure, WithoutMemoryForALongerOutputTheBlockIsDropped)
+TEST_F(RenderResamplerFailure, DropsBlockWithoutMemoryForLongerOutput)
 {
     OpenWith({2, 32, 44100});
     int blocks = 0;
@@ -234,7 +234,7 @@ TEST_F(RenderResamplerFailure, WithoutMemoryForALongerOutputTheBlockIsDropped)
     EXPECT_EQ(Speakers().writtenFrames.size(), written + 1);
 }
 
-TEST_F(RenderResamplerFailure, AsLongAsThereIsNoMemoryEveryBlockIsDropped)
+TEST_F(RenderResamplerFailure, DropsEveryBlockWhileMemoryIsMissing)
 {
     OpenWith({2, 32, 44100});
     fakeffmpeg::Script().Fail(Call::av_samples_alloc, -12, 1, 100);
@@ -251,7 +251,7 @@ TEST_F(RenderResamplerFailure, AsLongAsThereIsNoMemoryEveryBlockIsDropped)
     EXPECT_EQ(Speakers().writtenFrames.size(), written);
 }
 
-TEST_F(RenderResamplerFailure, RetriesAMissingOutputBufferForEveryBlock)
+TEST_F(RenderResamplerFailure, RetriesMissingOutputBufferOnEveryBlock)
 {
     Speakers().mixFormat = {2, 16, 48000};
     fakeffmpeg::Script().Fail(Call::av_samples_alloc_array_and_samples, -12, 2, 3);
@@ -265,7 +265,7 @@ TEST_F(RenderResamplerFailure, RetriesAMissingOutputBufferForEveryBlock)
     EXPECT_EQ(audio.Written(L"speakers"), MakeBlock(7)) << "with memory again, sound again";
 }
 
-TEST_F(RenderResamplerFailure, AFailedConversionDropsTheBlock)
+TEST_F(RenderResamplerFailure, DropsBlockWhenConversionFails)
 {
     OpenWith({2, 32, 48000});
     fakeffmpeg::Script().Fail(Call::swr_convert, -22);
@@ -273,7 +273,7 @@ TEST_F(RenderResamplerFailure, AFailedConversionDropsTheBlock)
 }
 
 // The failure is ignored, so that blocks come to a converter that is not set up.
-TEST_F(RenderResamplerFailure, FailsToConvertWhenSetUpFailedInReactivation)
+TEST_F(RenderResamplerFailure, DropsBlocksAfterFailedConverterSetupInReactivation)
 {
     const fakes::MixFormat formats[] = {
         {2, 16, 48000}, {2, 16, 96000}, {2, 16, 44100}, {8, 32, 192000}, {1, 8, 48000}};
@@ -295,14 +295,14 @@ TEST_F(RenderResamplerFailure, FailsToConvertWhenSetUpFailedInReactivation)
     EXPECT_TRUE(Speakers().writtenFrames.empty());
 }
 
-TEST_F(RenderResamplerFailure, AFailedSizeComputationDropsTheBlock)
+TEST_F(RenderResamplerFailure, DropsBlockWhenSizeComputationFails)
 {
     OpenWith({2, 32, 48000});
     fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, -22);
     ExpectBlockDropped(L"AudioPlayerWas Could not get sample buffer size");
 }
 
-TEST_F(RenderResamplerFailure, AFailedSizeComputationLeavesTheNegativeSize)
+TEST_F(RenderResamplerFailure, StoresNegativeSizeWhenSizeComputationFails)
 {
     OpenWith({2, 32, 48000});
     fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, -22);

@@ -21,7 +21,7 @@ protected:
     }
 };
 
-TEST_F(RenderWriteLoopInvalidated, TheClientIsActivatedAgainAndTheBlockGoesOn)
+TEST_F(RenderWriteLoopInvalidated, ReactivatesClientAndContinuesBlock)
 {
     InvalidateAfter400Frames();
     Play(block);
@@ -35,7 +35,7 @@ TEST_F(RenderWriteLoopInvalidated, TheClientIsActivatedAgainAndTheBlockGoesOn)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoopInvalidated, AClientThatStillAnswersOtherwiseIsKept)
+TEST_F(RenderWriteLoopInvalidated, KeepsClientThatStillAnswers)
 {
     audio.Fail(Method::GetCurrentPadding, AUDCLNT_E_DEVICE_INVALIDATED);
     Play(block);
@@ -45,7 +45,7 @@ TEST_F(RenderWriteLoopInvalidated, AClientThatStillAnswersOtherwiseIsKept)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoopInvalidated, ALargerNewBufferIsFilledAsFarAsTheStalePaddingAllows)
+TEST_F(RenderWriteLoopInvalidated, FillsLargerNewBufferUpToStalePadding)
 {
     InvalidateAfter400Frames();
     Speakers().bufferFrames = bufferFrames + 100;
@@ -55,7 +55,7 @@ TEST_F(RenderWriteLoopInvalidated, ALargerNewBufferIsFilledAsFarAsTheStalePaddin
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoopInvalidated, ASmallerNewBufferIsOfferedTheWholeRest)
+TEST_F(RenderWriteLoopInvalidated, RequestsWholeRestFromSmallerNewBuffer)
 {
     InvalidateAfter400Frames();
     Speakers().bufferFrames = 4800;
@@ -65,7 +65,7 @@ TEST_F(RenderWriteLoopInvalidated, ASmallerNewBufferIsOfferedTheWholeRest)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoopInvalidated, ANewBufferTooSmallForTheRestIsRefusedByTheDevice)
+TEST_F(RenderWriteLoopInvalidated, DropsRestWhenNewBufferIsTooSmall)
 {
     InvalidateAfter400Frames();
     Speakers().bufferFrames = 100;
@@ -76,7 +76,7 @@ TEST_F(RenderWriteLoopInvalidated, ANewBufferTooSmallForTheRestIsRefusedByTheDev
 
 // The rest of the block is still of the old format; it goes out in whole frames of the new size,
 // and never a byte from behind it.
-TEST_F(RenderWriteLoopInvalidated, AnotherFrameSizeReadsNoFurtherThanTheBlock)
+TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeChanges)
 {
     const fakes::MixFormat formats[] = {
         {6, 32, 44100}, {8, 32, 96000}, {1, 8, 8000}, {2, 32, 48000}, {4, 16, 48000}};
@@ -99,7 +99,7 @@ TEST_F(RenderWriteLoopInvalidated, AnotherFrameSizeReadsNoFurtherThanTheBlock)
     }
 }
 
-TEST_F(RenderWriteLoopInvalidated, ASmallerFrameSizeAfterALargerOneReadsNoFurtherThanTheBlock)
+TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeShrinks)
 {
     Speakers().mixFormat = {6, 32, 48000};
     audio.Invalidate(L"speakers");
@@ -116,7 +116,7 @@ TEST_F(RenderWriteLoopInvalidated, ASmallerFrameSizeAfterALargerOneReadsNoFurthe
     EXPECT_EQ(audio.Written(L"speakers"), whole);
 }
 
-TEST_F(RenderWriteLoopInvalidated, RetriesOnceAndDropsTheBlockWhenReactivationFails)
+TEST_F(RenderWriteLoopInvalidated, RetriesOnceAndDropsRestWhenReactivationFails)
 {
     InvalidateAfter400Frames();
     audio.Fail(Method::Activate, E_FAIL, 1, 2);
@@ -141,7 +141,7 @@ TEST_F(RenderWriteLoopInvalidated, RetriesOnceAndDropsTheBlockWhenReactivationFa
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoopInvalidated, AReactivationThatFailsLateDropsTheRestToo)
+TEST_F(RenderWriteLoopInvalidated, DropsRestWhenLaterReactivationStepFails)
 {
     for (const Method method :
          {Method::GetMixFormat, Method::Initialize, Method::SetEventHandle, Method::GetService}) {
@@ -163,7 +163,7 @@ TEST_F(RenderWriteLoopInvalidated, AReactivationThatFailsLateDropsTheRestToo)
 }
 
 // The stale padding differs from the new buffer size, so that there seems to be room.
-TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterTheBufferSizeChanged)
+TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterBufferSizeChange)
 {
     for (const UINT32 frames : {UINT32{100}, bufferFrames + 100}) {
         Speakers().written.clear();
@@ -183,7 +183,7 @@ TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterTheBuff
     }
 }
 
-TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterAPaddingWasWritten)
+TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterQueryWrotePadding)
 {
     InvalidateAfter400Frames();
     Speakers().paddingOfFailure = 480;
@@ -194,7 +194,7 @@ TEST_F(RenderWriteLoopInvalidated, EndsTheBlockWhenReactivationFailsAfterAPaddin
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
 }
 
-TEST_F(RenderWriteLoopInvalidated, ADeviceThatIsInvalidatedAtEveryQueryEndsWithTheRetries)
+TEST_F(RenderWriteLoopInvalidated, GivesUpAfterNineRetriesWhenEveryQueryFails)
 {
     audio.Fail(Method::GetCurrentPadding, AUDCLNT_E_DEVICE_INVALIDATED, 1, 1000);
     Play(block);
@@ -203,7 +203,7 @@ TEST_F(RenderWriteLoopInvalidated, ADeviceThatIsInvalidatedAtEveryQueryEndsWithT
     EXPECT_TRUE(audio.Written(L"speakers").empty());
 }
 
-TEST_F(RenderWriteLoopInvalidated, ANullMixFormatOfTheNewClientEndsTheBlock)
+TEST_F(RenderWriteLoopInvalidated, DropsRestWhenNewMixFormatIsNull)
 {
     InvalidateAfter400Frames();
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
@@ -214,7 +214,7 @@ TEST_F(RenderWriteLoopInvalidated, ANullMixFormatOfTheNewClientEndsTheBlock)
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(bufferFrames), playTag}}));
 }
 
-TEST_F(RenderWriteLoopInvalidated, AConverterThatCannotBeSetUpAgainKeepsTheOldBlockReadable)
+TEST_F(RenderWriteLoopInvalidated, FinishesBlockWhenConverterSetupFails)
 {
     InvalidateAfter400Frames();
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
@@ -225,7 +225,7 @@ TEST_F(RenderWriteLoopInvalidated, AConverterThatCannotBeSetUpAgainKeepsTheOldBl
 // --- Without memory for the new output buffer --------------------------------------------------
 
 // The buffer of the block in progress is used again. Each later block makes it fit its own format.
-TEST_F(RenderWriteLoopInvalidated, NeverWritesPastTheOldOutputBufferWithoutMemoryForTheNewOne)
+TEST_F(RenderWriteLoopInvalidated, StaysWithinOldOutputBufferWithoutMemoryForNewOne)
 {
     const std::pair<fakes::MixFormat, size_t> formats[] = {
         {{8, 32, 48000}, 1024 * 32}, {{2, 16, 96000}, 0}, {{8, 32, 96000}, 0}, {{1, 8, 48000}, 1024}};
@@ -256,7 +256,7 @@ TEST_F(RenderWriteLoopInvalidated, NeverWritesPastTheOldOutputBufferWithoutMemor
     }
 }
 
-TEST_F(RenderWriteLoopInvalidated, DropsBlocksWhileTheOldOutputBufferCannotGrow)
+TEST_F(RenderWriteLoopInvalidated, DropsBlocksWhileOldOutputBufferCannotGrow)
 {
     InvalidateAfter400Frames();
     Speakers().mixFormat = {8, 32, 48000};
@@ -329,7 +329,7 @@ protected:
     }
 };
 
-TEST_P(RenderUnusableFormat, EndsTheBlockWhenItAppearsInMidBlock)
+TEST_P(RenderUnusableFormat, DropsRestOfBlockWhenAppearingMidBlock)
 {
     InvalidateAfter400Frames();
     ChangeFormat();
@@ -343,7 +343,7 @@ TEST_P(RenderUnusableFormat, EndsTheBlockWhenItAppearsInMidBlock)
     ExpectSilenceUntilAnotherDefaultDevice();
 }
 
-TEST_P(RenderUnusableFormat, EndsTheBlockWhenTheFailedQueryWroteAPadding)
+TEST_P(RenderUnusableFormat, DropsRestOfBlockWhenFailedQueryWrotePadding)
 {
     InvalidateAfter400Frames();
     Speakers().paddingOfFailure = 480;
@@ -353,7 +353,7 @@ TEST_P(RenderUnusableFormat, EndsTheBlockWhenTheFailedQueryWroteAPadding)
     ExpectSilenceUntilAnotherDefaultDevice();
 }
 
-TEST_P(RenderUnusableFormat, DropsBlocksWhenItAppearsBetweenThem)
+TEST_P(RenderUnusableFormat, DropsBlocksWhenAppearingBetweenBlocks)
 {
     Play(block);
     audio.Invalidate(L"speakers");

@@ -7,7 +7,7 @@ using namespace velto_test;
 
 // --- What PlayAudio decides ------------------------------------------------------------------
 
-TEST_F(RenderWriteLoop, ABlockThatFitsIsWrittenAtOnce)
+TEST_F(RenderWriteLoop, WritesBlockThatFitsAtOnce)
 {
     Play(block);
     EXPECT_TRUE(Log().empty());
@@ -17,7 +17,7 @@ TEST_F(RenderWriteLoop, ABlockThatFitsIsWrittenAtOnce)
     EXPECT_TRUE(Waits().empty()) << "nothing remains, nothing is waited for";
 }
 
-TEST_F(RenderWriteLoop, WithoutADeviceEveryBlockIsDroppedWithALineAndNothingIsQueued)
+TEST_F(RenderWriteLoop, LogsAndDropsEveryBlockWithoutClient)
 {
     audio.Invalidate(L"speakers");
     audio.Fail(Method::Activate, E_FAIL, 1, 2);
@@ -33,7 +33,7 @@ TEST_F(RenderWriteLoop, WithoutADeviceEveryBlockIsDroppedWithALineAndNothingIsQu
     EXPECT_EQ(audio.Written(L"speakers"), block) << "the blocks before are gone";
 }
 
-TEST_F(RenderWriteLoop, AFailedDeviceChangeNamesTheBufferSizeAndDropsTheBlock)
+TEST_F(RenderWriteLoop, LogsBufferSizeAndDropsBlockWhenDeviceChangeFails)
 {
     audio.Fail(Method::GetDefaultAudioEndpoint, E_FAIL);
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
@@ -42,7 +42,7 @@ TEST_F(RenderWriteLoop, AFailedDeviceChangeNamesTheBufferSizeAndDropsTheBlock)
     EXPECT_TRUE(audio.Written(L"speakers").empty());
 }
 
-TEST_F(RenderWriteLoop, ABlockThatCannotBeConvertedIsDroppedWithALine)
+TEST_F(RenderWriteLoop, LogsAndDropsBlockThatCannotBeConverted)
 {
     player->PlayAudio(nullptr, 4096);
     ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag);
@@ -51,7 +51,7 @@ TEST_F(RenderWriteLoop, ABlockThatCannotBeConvertedIsDroppedWithALine)
 
 // --- When nothing is written -----------------------------------------------------------------
 
-TEST_F(RenderWriteLoop, AnOutputOfNoBytesDoesNotTouchTheClient)
+TEST_F(RenderWriteLoop, WritesNothingForEmptyOutput)
 {
     Play(block);
     const int calls = audio.Count(Method::GetCurrentPadding);
@@ -60,7 +60,7 @@ TEST_F(RenderWriteLoop, AnOutputOfNoBytesDoesNotTouchTheClient)
     EXPECT_EQ(audio.Count(Method::GetCurrentPadding), calls);
 }
 
-TEST_F(RenderWriteLoop, ARendererThatIsNotOpenWritesNothing)
+TEST_F(RenderWriteLoop, WritesNothingWhenRendererIsNotOpen)
 {
     Play(block);
     const int calls = audio.Count(Method::GetCurrentPadding);
@@ -69,7 +69,7 @@ TEST_F(RenderWriteLoop, ARendererThatIsNotOpenWritesNothing)
     EXPECT_EQ(audio.Count(Method::GetCurrentPadding), calls);
 }
 
-TEST_F(RenderWriteLoop, WithoutAFrameSizeNothingIsWritten)
+TEST_F(RenderWriteLoop, WritesNothingWithoutFrameSize)
 {
     Play(block);
     const int calls = audio.Count(Method::GetCurrentPadding);
@@ -78,7 +78,7 @@ TEST_F(RenderWriteLoop, WithoutAFrameSizeNothingIsWritten)
     EXPECT_EQ(audio.Count(Method::GetCurrentPadding), calls);
 }
 
-TEST_F(RenderWriteLoop, WithoutARenderClientNothingIsWritten)
+TEST_F(RenderWriteLoop, WritesNothingWithoutRenderClient)
 {
     Play(block);
     const int calls = audio.Count(Method::GetCurrentPadding);
@@ -88,7 +88,7 @@ TEST_F(RenderWriteLoop, WithoutARenderClientNothingIsWritten)
     probe.RenderClient() = client;
 }
 
-TEST_F(RenderWriteLoop, WithoutOutputSamplesNothingIsWritten)
+TEST_F(RenderWriteLoop, WritesNothingWithoutOutputSamples)
 {
     Play(block);
     const int calls = audio.Count(Method::GetCurrentPadding);
@@ -103,7 +103,7 @@ TEST_F(RenderWriteLoop, WithoutOutputSamplesNothingIsWritten)
 
 // --- A full buffer ---------------------------------------------------------------------------
 
-TEST_F(RenderWriteLoop, AFullBufferLogsNineRetriesAndDropsTheBlock)
+TEST_F(RenderWriteLoop, DropsBlockAfterNineRetriesOnFullBuffer)
 {
     Speakers().constantPadding = bufferFrames;
     Play(block);
@@ -119,7 +119,7 @@ TEST_F(RenderWriteLoop, AFullBufferLogsNineRetriesAndDropsTheBlock)
     EXPECT_TRUE(audio.Written(L"speakers").empty());
 }
 
-TEST_F(RenderWriteLoop, TheNextBlockHasItsOwnRetriesAndNothingOfTheDroppedOne)
+TEST_F(RenderWriteLoop, CountsRetriesFromZeroAfterDroppedBlock)
 {
     Speakers().paddingScript.assign(9, bufferFrames);
     Play(MakeBlock(7));
@@ -131,7 +131,7 @@ TEST_F(RenderWriteLoop, TheNextBlockHasItsOwnRetriesAndNothingOfTheDroppedOne)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoop, RetriesAreCountedPerBlockHoweverMuchIsWrittenBetweenThem)
+TEST_F(RenderWriteLoop, CountsRetriesPerBlockDespitePartialWrites)
 {
     auto &script = Speakers().paddingScript;
     script.assign(5, bufferFrames);
@@ -146,7 +146,7 @@ TEST_F(RenderWriteLoop, RetriesAreCountedPerBlockHoweverMuchIsWrittenBetweenThem
 
 // --- Parts of a block ------------------------------------------------------------------------
 
-TEST_F(RenderWriteLoop, ADeviceThatTakesAFewFramesAtATimeIsServedUntilTheBlockIsWritten)
+TEST_F(RenderWriteLoop, WritesBlockInPartsWhenBufferHasLittleRoom)
 {
     Speakers().paddingScript.assign(200, bufferFrames - 7);
     Play(block);
@@ -157,7 +157,7 @@ TEST_F(RenderWriteLoop, ADeviceThatTakesAFewFramesAtATimeIsServedUntilTheBlockIs
     EXPECT_EQ(Waits(), std::vector<WaitRecord>(146, BufferWait())) << "after each but the last";
 }
 
-TEST_F(RenderWriteLoop, ADrainingBufferTakesBlockAfterBlock)
+TEST_F(RenderWriteLoop, WritesConsecutiveBlocksToDrainingBuffer)
 {
     Speakers().drainFrames = 1000;
     Speakers().queuedFrames = 13000;
@@ -170,7 +170,7 @@ TEST_F(RenderWriteLoop, ADrainingBufferTakesBlockAfterBlock)
     EXPECT_EQ(audio.Written(L"speakers"), all);
 }
 
-TEST_F(RenderWriteLoop, AnEmptyBufferIsLoggedInEveryPassAndTheBlockIsStillWritten)
+TEST_F(RenderWriteLoop, LogsUnderrunInEveryPassAndWritesBlock)
 {
     Speakers().bufferFrames = 300;
     audio.Invalidate(L"speakers");
@@ -184,7 +184,7 @@ TEST_F(RenderWriteLoop, AnEmptyBufferIsLoggedInEveryPassAndTheBlockIsStillWritte
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoop, ATrailingPartialFrameCountsAsWritten)
+TEST_F(RenderWriteLoop, CountsTrailingPartialFrameAsWritten)
 {
     Play(block);
     probe.OutputBytes() = 4095;
@@ -194,7 +194,7 @@ TEST_F(RenderWriteLoop, ATrailingPartialFrameCountsAsWritten)
     EXPECT_TRUE(Waits().empty()) << "nothing remains";
 }
 
-TEST_F(RenderWriteLoop, LessThanAFrameIsAskedForAsNoFramesAndNotCopied)
+TEST_F(RenderWriteLoop, RequestsZeroFramesForLessThanOneFrame)
 {
     Play(block);
     probe.OutputBytes() = 3;
@@ -205,7 +205,7 @@ TEST_F(RenderWriteLoop, LessThanAFrameIsAskedForAsNoFramesAndNotCopied)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderWriteLoop, ClosingInTheMiddleOfABlockEndsIt)
+TEST_F(RenderWriteLoop, EndsBlockWhenClosedMidway)
 {
     Speakers().paddingScript.assign(100, bufferFrames - 100);
     audio.Before(
@@ -215,7 +215,7 @@ TEST_F(RenderWriteLoop, ClosingInTheMiddleOfABlockEndsIt)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderWriteLoop, ClosingWhileTheBufferIsFullEndsTheRetries)
+TEST_F(RenderWriteLoop, EndsRetriesWhenClosed)
 {
     Speakers().constantPadding = bufferFrames;
     audio.Before(
@@ -226,7 +226,7 @@ TEST_F(RenderWriteLoop, ClosingWhileTheBufferIsFullEndsTheRetries)
 
 // --- Failing calls ---------------------------------------------------------------------------
 
-TEST_F(RenderWriteLoop, AFailedPaddingQueryDropsTheBlock)
+TEST_F(RenderWriteLoop, DropsBlockWhenPaddingQueryFails)
 {
     audio.Fail(Method::GetCurrentPadding, firstError);
     Play(block);
@@ -236,7 +236,7 @@ TEST_F(RenderWriteLoop, AFailedPaddingQueryDropsTheBlock)
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
-TEST_F(RenderWriteLoop, AFailedPaddingQueryDropsTheRestOfTheBlockOnly)
+TEST_F(RenderWriteLoop, DropsOnlyRestOfBlockWhenLaterPaddingQueryFails)
 {
     Speakers().paddingScript = {bufferFrames - 100};
     audio.Fail(Method::GetCurrentPadding, firstError, 2);
@@ -247,7 +247,7 @@ TEST_F(RenderWriteLoop, AFailedPaddingQueryDropsTheRestOfTheBlockOnly)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(RenderWriteLoop, APaddingAboveTheBufferSizeDropsTheBlock)
+TEST_F(RenderWriteLoop, DropsBlockWhenPaddingExceedsBufferSize)
 {
     Speakers().constantPadding = bufferFrames + 1;
     Play(block);
@@ -255,7 +255,7 @@ TEST_F(RenderWriteLoop, APaddingAboveTheBufferSizeDropsTheBlock)
     EXPECT_TRUE(audio.Written(L"speakers").empty());
 }
 
-TEST_F(RenderWriteLoop, ABufferThatIsRefusedDropsTheBlockWithTheSecondResult)
+TEST_F(RenderWriteLoop, LogsSecondResultAndDropsBlockWhenGetBufferFails)
 {
     audio.Fail(Method::GetBuffer, firstError, 1);
     audio.Fail(Method::GetBuffer, secondError, 2);
@@ -265,7 +265,7 @@ TEST_F(RenderWriteLoop, ABufferThatIsRefusedDropsTheBlockWithTheSecondResult)
     EXPECT_EQ(audio.Count(Method::ReleaseBuffer), 0);
 }
 
-TEST_F(RenderWriteLoop, ABufferFromTheSecondCallIsGivenBackUnused)
+TEST_F(RenderWriteLoop, ReleasesUnusedBufferFromSecondGetBuffer)
 {
     audio.Fail(Method::GetBuffer, firstError);
     Play(block);
@@ -277,7 +277,7 @@ TEST_F(RenderWriteLoop, ABufferFromTheSecondCallIsGivenBackUnused)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoop, ANullBufferAbandonsTheBlockAndIsGivenBack)
+TEST_F(RenderWriteLoop, DropsBlockAndReleasesNullBuffer)
 {
     audio.Fail(Method::GetBuffer, fakes::nullResult);
     Play(block);
@@ -288,7 +288,7 @@ TEST_F(RenderWriteLoop, ANullBufferAbandonsTheBlockAndIsGivenBack)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderWriteLoop, ABufferThatCannotBeGivenBackDropsTheRestWithTheSecondResult)
+TEST_F(RenderWriteLoop, LogsSecondResultAndDropsRestWhenReleaseBufferFails)
 {
     Speakers().paddingScript.assign(100, bufferFrames - 100);
     audio.Fail(Method::ReleaseBuffer, firstError, 2);
@@ -300,7 +300,7 @@ TEST_F(RenderWriteLoop, ABufferThatCannotBeGivenBackDropsTheRestWithTheSecondRes
     probe.RenderClient()->ReleaseBuffer(0, 0); // what the fake still holds out
 }
 
-TEST_F(RenderWriteLoop, ABufferThatIsGivenBackAtTheSecondCallStillEndsTheBlock)
+TEST_F(RenderWriteLoop, DropsRestWhenReleaseBufferSucceedsOnRetry)
 {
     Speakers().paddingScript.assign(100, bufferFrames - 100);
     audio.Fail(Method::ReleaseBuffer, firstError);

@@ -120,7 +120,7 @@ protected:
     AudioHandlerTable table{};
 };
 
-TEST_F(SpeakerTrack, TheFirstFrameStartsBothTracksAndTheWatchdog)
+TEST_F(SpeakerTrack, FirstFrameStartsBothTracksAndWatchdog)
 {
     EXPECT_EQ(velto::DeviceState, -1);
     EXPECT_EQ(Write("speaker1", EncodeTone(1)[0]), 0);
@@ -132,7 +132,7 @@ TEST_F(SpeakerTrack, TheFirstFrameStartsBothTracksAndTheWatchdog)
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 1);
 }
 
-TEST_F(SpeakerTrack, EveryFiftiethCallIsCountedOnTheSingletonAlone)
+TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
 {
     const auto counters = [] {
         std::vector<fakes::LogEntry> found;
@@ -157,7 +157,7 @@ TEST_F(SpeakerTrack, EveryFiftiethCallIsCountedOnTheSingletonAlone)
     EXPECT_EQ(counters()[1], (fakes::LogEntry{3, text, writeTag, false}));
 }
 
-TEST_F(SpeakerTrack, AWriterThatMeetsTheInitialisationLosesItsFrameSilently)
+TEST_F(SpeakerTrack, DropsFrameSilentlyDuringInitialisation)
 {
     int32_t second = -1;
     int signalled = -1;
@@ -175,7 +175,7 @@ TEST_F(SpeakerTrack, AWriterThatMeetsTheInitialisationLosesItsFrameSilently)
     EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"speaker id or data is null or invalid"), 0);
 }
 
-TEST_F(SpeakerTrack, AnInvalidIdStillStartsTheTracksAndReArmsTheWatchdog)
+TEST_F(SpeakerTrack, InvalidIdStillStartsTracksAndRearmsWatchdog)
 {
     StreamFrameHeader header{1, 1, 0};
     uint8_t byte = 0;
@@ -189,7 +189,7 @@ TEST_F(SpeakerTrack, AnInvalidIdStillStartsTheTracksAndReArmsTheWatchdog)
     EXPECT_EQ(StreamType(), std::nullopt) << "no stream type of an invalid call is kept";
 }
 
-TEST_F(SpeakerTrack, AMissingFrameOrHeaderIsRefusedAndLogged)
+TEST_F(SpeakerTrack, RefusesAndLogsMissingFrameOrHeader)
 {
     StreamFrame frame{};
     EXPECT_EQ(table.WriteStreamBuffer("speaker1", 8, nullptr, nullptr), -2000);
@@ -197,7 +197,7 @@ TEST_F(SpeakerTrack, AMissingFrameOrHeaderIsRefusedAndLogged)
     ExpectLine(LOG_LEVEL_ERROR, L"Data for audio play is null", writeTag, 2);
 }
 
-TEST_F(SpeakerTrack, AWriteForAMicrophoneKeepsItsStreamTypeAndDecodesNothing)
+TEST_F(SpeakerTrack, StoresStreamTypeButDecodesNothingForMicrophoneId)
 {
     EXPECT_EQ(Write("mic1", AacFrame{0}, 9), 0);
     EXPECT_EQ(StreamType(), 9u);
@@ -205,7 +205,7 @@ TEST_F(SpeakerTrack, AWriteForAMicrophoneKeepsItsStreamTypeAndDecodesNothing)
     EXPECT_EQ(Write("SPEAKER1", AacFrame{}, 9), 0) << "ids are case-sensitive";
 }
 
-TEST_F(SpeakerTrack, BothSpeakersDecode)
+TEST_F(SpeakerTrack, DecodesForBothSpeakers)
 {
     const AudioProfileEntry entry{"format", 6, 1};
     const AudioProfileList list{1, 0, &entry};
@@ -222,7 +222,7 @@ TEST_F(SpeakerTrack, BothSpeakersDecode)
     }
 }
 
-TEST_F(SpeakerTrack, AnUnchangedStreamTypeCostsOneReadAndNoWrite)
+TEST_F(SpeakerTrack, ReadsButDoesNotRewriteUnchangedStreamType)
 {
     WriteUndecoded(5);
     const int writes = fakewin::Count(Call::RegSetValueExW);
@@ -236,13 +236,13 @@ TEST_F(SpeakerTrack, AnUnchangedStreamTypeCostsOneReadAndNoWrite)
     EXPECT_EQ(StreamType(), 6u);
 }
 
-TEST_F(SpeakerTrack, AStreamTypeOfMinusOneIsWrittenWhenNoneIsStored)
+TEST_F(SpeakerTrack, WritesStreamTypeMinusOneWhenNoneIsStored)
 {
     WriteUndecoded(-1);
     EXPECT_EQ(StreamType(), 4294967295u) << "a failed read writes whatever the preset is";
 }
 
-TEST_F(SpeakerTrack, AFailedRegistryWriteIsLoggedAndTheFrameIsStillTaken)
+TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsFrame)
 {
     fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED, 1, 1000);
     fakewin::Fail(Call::RegSetValueExW, ERROR_ACCESS_DENIED, 1, 1000);
@@ -250,7 +250,7 @@ TEST_F(SpeakerTrack, AFailedRegistryWriteIsLoggedAndTheFrameIsStillTaken)
     ExpectLine(LOG_LEVEL_ERROR, L"Set streamType failed!", "`anonymous-namespace'::SetStreamType");
 }
 
-TEST_F(SpeakerTrack, ClosingResetsTheStreamTypeSendsEventThreeAndTheNextFrameRestoresIt)
+TEST_F(SpeakerTrack, CloseSendsEventThreeAndResetsStreamTypeUntilNextFrame)
 {
     WriteUndecoded(5);
     EXPECT_EQ(table.CloseAudioTrack("speaker1", 8), 0);
@@ -262,7 +262,7 @@ TEST_F(SpeakerTrack, ClosingResetsTheStreamTypeSendsEventThreeAndTheNextFrameRes
     EXPECT_EQ(velto::DeviceState, 0) << "closing stops nothing";
 }
 
-TEST_F(SpeakerTrack, TheCloseEventComesBeforeTheStreamTypeIsReset)
+TEST_F(SpeakerTrack, CloseSendsEventBeforeResettingStreamType)
 {
     WriteUndecoded(5);
     static std::optional<DWORD> seen;
@@ -273,14 +273,14 @@ TEST_F(SpeakerTrack, TheCloseEventComesBeforeTheStreamTypeIsReset)
     EXPECT_EQ(StreamType(), 4294967295u);
 }
 
-TEST_F(SpeakerTrack, ClosingAnUnknownIdSendsItsEvent)
+TEST_F(SpeakerTrack, CloseSendsEventForUnknownId)
 {
     EXPECT_EQ(table.CloseAudioTrack("mic1", 4), 0);
     ASSERT_EQ(sentEvents.size(), 1u);
     EXPECT_EQ(sentEvents[0], (SentEvent{"mic1", 4, 3}));
 }
 
-TEST_F(SpeakerTrack, ClosingAnInvalidIdIsRefusedAndLogged)
+TEST_F(SpeakerTrack, CloseRefusesAndLogsInvalidId)
 {
     EXPECT_EQ(table.CloseAudioTrack(nullptr, 0), -2000);
     EXPECT_EQ(table.CloseAudioTrack("speaker1", 3), -2000);
@@ -288,7 +288,7 @@ TEST_F(SpeakerTrack, ClosingAnInvalidIdIsRefusedAndLogged)
     EXPECT_TRUE(sentEvents.empty());
 }
 
-TEST_F(SpeakerTrack, WithoutAListenerClosingSendsNothing)
+TEST_F(SpeakerTrack, CloseSendsNothingWithoutListener)
 {
     const AudioListener none{nullptr, nullptr};
     table.RegisterListener(&none);
@@ -296,7 +296,7 @@ TEST_F(SpeakerTrack, WithoutAListenerClosingSendsNothing)
     EXPECT_TRUE(sentEvents.empty());
 }
 
-TEST_F(SpeakerTrack, ParametersWithAnInvalidIdOrListAreRefusedAndLogged)
+TEST_F(SpeakerTrack, SetParameterRefusesAndLogsInvalidIdOrList)
 {
     const AudioProfileEntry entry{"channel", 7, 1};
     const AudioProfileList list{1, 0, &entry};
@@ -312,7 +312,7 @@ TEST_F(SpeakerTrack, ParametersWithAnInvalidIdOrListAreRefusedAndLogged)
     EXPECT_TRUE(sentEvents.empty());
 }
 
-TEST_F(SpeakerTrack, ParametersSendEventFourForAnyValidId)
+TEST_F(SpeakerTrack, SetParameterSendsEventFourForAnyValidId)
 {
     const AudioProfileEntry entry{"channel", 7, 12};
     const AudioProfileList list{1, 0, &entry};
@@ -321,7 +321,7 @@ TEST_F(SpeakerTrack, ParametersSendEventFourForAnyValidId)
     EXPECT_EQ(sentEvents[0], (SentEvent{"mic1", 4, 4}));
 }
 
-TEST_F(SpeakerTrack, ParametersReArmTheCushionOfTheNamedSpeakerOnly)
+TEST_F(SpeakerTrack, SetParameterRearmsDelayOfNamedSpeakerOnly)
 {
     const auto frames = EncodeTone(5);
     for (const char *id : {"speaker1", "ModemSpeaker1"}) {
@@ -343,7 +343,7 @@ TEST_F(SpeakerTrack, ParametersReArmTheCushionOfTheNamedSpeakerOnly)
     EXPECT_EQ(CountOf(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue"), 1);
 }
 
-TEST_F(SpeakerTrack, ADecoderThatCannotBeSetUpLeavesTheStateAtOneForGood)
+TEST_F(SpeakerTrack, StaysInStateOneWhenDecoderSetupFails)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -1);
     EXPECT_EQ(WriteUndecoded(1), 0) << "the write goes on";
@@ -357,7 +357,7 @@ TEST_F(SpeakerTrack, ADecoderThatCannotBeSetUpLeavesTheStateAtOneForGood)
     EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"Init Audio Decode failed"), 0) << "nothing is retried";
 }
 
-TEST_F(SpeakerTrack, ACallDecoderThatCannotBeSetUpHasItsOwnLine)
+TEST_F(SpeakerTrack, LogsOwnLineWhenCallDecoderSetupFails)
 {
     // Each renderer's converter and each decoder's are set up by the same call; the decoders' are
     // the ones on this thread.
@@ -379,7 +379,7 @@ TEST_F(SpeakerTrack, ACallDecoderThatCannotBeSetUpHasItsOwnLine)
     EXPECT_EQ(velto::DeviceState, 1);
 }
 
-TEST_F(SpeakerTrack, FourMinutesWithoutAFrameReleaseOnceAndTheNextFrameStartsAgain)
+TEST_F(SpeakerTrack, ReleasesAfterFourIdleMinutesAndRestartsOnNextFrame)
 {
     WriteUndecoded(1);
     ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
@@ -400,7 +400,7 @@ TEST_F(SpeakerTrack, FourMinutesWithoutAFrameReleaseOnceAndTheNextFrameStartsAga
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 2) << "a new watchdog";
 }
 
-TEST_F(SpeakerTrack, EachWriteStartsANewFullWait)
+TEST_F(SpeakerTrack, RestartsIdleTimeoutOnEveryWrite)
 {
     WriteUndecoded(1);
     ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
@@ -413,7 +413,7 @@ TEST_F(SpeakerTrack, EachWriteStartsANewFullWait)
     EXPECT_EQ(CountOf(LOG_LEVEL_INFO, idleLine), 0);
 }
 
-TEST_F(SpeakerTrack, WithoutItsEventTheWatchdogTriesToMakeOneWithoutSpinning)
+TEST_F(SpeakerTrack, WatchdogRecreatesMissingEventWithoutSpinning)
 {
     fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 1, 20);
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
@@ -424,14 +424,14 @@ TEST_F(SpeakerTrack, WithoutItsEventTheWatchdogTriesToMakeOneWithoutSpinning)
     Release();
 }
 
-TEST_F(SpeakerTrack, TheReleaseLeavesTheRegistryValueAndTheDecodersAsTheyAre)
+TEST_F(SpeakerTrack, IdleReleaseKeepsRegistryValue)
 {
     WriteUndecoded(8);
     Release();
     EXPECT_EQ(StreamType(), 8u);
 }
 
-TEST_F(SpeakerTrack, TheModuleStaysReferencedWhileAnyOfItsThreadsRuns)
+TEST_F(SpeakerTrack, ReferencesModuleWhileAnyThreadRuns)
 {
     WriteUndecoded(1);
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 3) << "two play threads and the watchdog";
@@ -440,7 +440,7 @@ TEST_F(SpeakerTrack, TheModuleStaysReferencedWhileAnyOfItsThreadsRuns)
     EXPECT_EQ(fakewin::Count(Call::FreeLibraryAndExitThread), 1) << "the watchdog leaves through the loader";
 }
 
-TEST_F(SpeakerTrack, AWatchdogThatCannotBeStartedBecomesAStatusCodeAndLaterWritesPlay)
+TEST_F(SpeakerTrack, WriteFailsOnceWhenWatchdogCannotStart)
 {
     fakewin::Fail(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(WriteUndecoded(1), -2000) << "no exception reaches the host";
@@ -456,7 +456,7 @@ TEST_F(SpeakerTrack, AWatchdogThatCannotBeStartedBecomesAStatusCodeAndLaterWrite
 }
 
 // The tracks start one after the other, and each takes a module reference.
-TEST_F(SpeakerTrack, APlayThreadThatCannotBeStartedBecomesAStatusCodeAndKeepsNoModuleReference)
+TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
 {
     for (const int track : {1, 2}) {
         std::optional<FailingThrowingNew> noMemory;
@@ -479,7 +479,7 @@ TEST_F(SpeakerTrack, APlayThreadThatCannotBeStartedBecomesAStatusCodeAndKeepsNoM
     }
 }
 
-TEST_F(SpeakerTrack, AWriteReturnsZeroWhicheverOfItsAllocationsFails)
+TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 {
     AacFrame payload = EncodeTone(2)[1];
     StreamFrameHeader header{1, static_cast<uint32_t>(payload.size()), 0};
@@ -506,7 +506,7 @@ TEST_F(SpeakerTrack, AWriteReturnsZeroWhicheverOfItsAllocationsFails)
     EXPECT_GT(CountOf(LOG_LEVEL_ERROR, L"no memory to queue a block, dropped"), 0);
 }
 
-TEST_F(SpeakerTrack, WritersOnBothSpeakersNeverDisturbEachOther)
+TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)
 {
     const auto frames = EncodeTone(40);
     std::vector<std::thread> writers;

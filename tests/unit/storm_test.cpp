@@ -256,7 +256,7 @@ void Storm::ChangeDevices(Dice &dice)
     }
 }
 
-TEST_F(Storm, EveryCallReturnsWhatItMayAndNothingIsLeft)
+TEST_F(Storm, GetsOnlyDocumentedResultsAndLeaksNothing)
 {
     for (const char *id : {"speaker1", "ModemSpeaker1", "speaker1", "ModemSpeaker1"}) {
         Start([this, id](Dice &dice) {
