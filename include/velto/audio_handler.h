@@ -146,8 +146,8 @@ enum {
     VELTO_OK = 0,
     /** A record lacks a required pointer (ReadStreamBuffer), or no memory (GetAudioCapability). */
     VELTO_ERROR_NULL_POINTER = -3,
-    /** A wrong argument. Any slot also returns it when the system refuses memory or a thread. It never
-        says that a loudspeaker or a microphone failed to start. */
+    /** A wrong argument, or no memory or no thread for the call. It never says that a loudspeaker or a
+        microphone failed to start. */
     VELTO_ERROR_INVALID = -2000
 };
 
@@ -292,22 +292,23 @@ typedef struct AudioHandlerTable {
      *
      * It also stores rate, channels and bits for both speakers; a key that the list lacks returns to
      * its default. The three values do not describe the stream, which is always 48000 Hz, stereo,
-     * 16 bits. They are only tested for being at least 1 when the speakers are next started: with a 0
-     * both speakers stay silent until the start after a call without one.
+     * 16 bits. They are only tested for being at least 1 when the speakers are next started: a sample
+     * rate of 0, or above 2147483647, silences both speakers then.
      *
      * Sends VELTO_EVENT_PARAMETERS_SET for every accepted call, also for an id that is no speaker.
      *
      * @param unused1,unused2 not read
      * @param parameters      one entry or more, for example {VELTO_KEY_SAMPLE_RATE, 10, 48000}
      * @retval VELTO_OK            accepted
-     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or the list is null or empty
+     * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id); the list is null or empty
      */
     int32_t (*SetAudioParameter)(const char *id, uint32_t idLength, void *unused1, void *unused2,
                                  const AudioProfileList *parameters);
 
     /**
      * Decodes one unit and queues its block for "speaker1" or "ModemSpeaker1".
-     * [any thread, overlapping]
+     * [any thread, overlapping] with other slots. Writes that overlap on two threads may lose a unit:
+     * write both speakers from one thread, or one call after the other.
      *
      * The first call after load, or after four minutes without one, starts the decoders and play
      * threads of both speakers, also when its arguments are wrong. Decoding runs on the calling thread;
@@ -320,12 +321,12 @@ typedef struct AudioHandlerTable {
      *
      * @param unused not read
      * @param frame  data: one unit; header: streamType and size
-     * @retval VELTO_OK            queued, or dropped: the module is starting on another thread, the
-     *                             bytes do not decode, the id names no speaker, no memory for the
-     *                             block, no loudspeaker
-     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or frame or header is null; also when the
-     *                             system refuses memory or a thread. After a decoder or a play thread
-     *                             failed to start, nothing is tried again in this process
+     * @retval VELTO_OK            queued, or dropped: a write began on another thread, the bytes do
+     *                             not decode, the id names no speaker, no memory for the block, no
+     *                             loudspeaker
+     * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id); frame or header is null;
+     *                             the speakers' threads could not be made. After a decoder or a play
+     *                             thread failed to start, no start is tried again in this process
      */
     int32_t (*WriteStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
 
@@ -337,7 +338,7 @@ typedef struct AudioHandlerTable {
      * released after four minutes without a write. Both effects happen for every accepted id.
      *
      * @retval VELTO_OK            accepted
-     * @retval VELTO_ERROR_INVALID idLength is not strlen(id)
+     * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id)
      */
     int32_t (*CloseAudioTrack)(const char *id, uint32_t idLength);
 
@@ -353,8 +354,8 @@ typedef struct AudioHandlerTable {
      * @param parameters      required; may be an empty list
      * @retval VELTO_OK            opened, also without a microphone or without memory for the
      *                             recording: reads then deliver nothing
-     * @retval VELTO_ERROR_INVALID idLength is not strlen(id), or the list is null; also when the
-     *                             system refuses memory while capture is set up
+     * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id); the list is null; no
+     *                             memory while capture was set up
      */
     int32_t (*OpenAudioRecord)(const char *id, uint32_t idLength, void *unused1, void *unused2,
                                const AudioProfileList *parameters);
@@ -375,7 +376,7 @@ typedef struct AudioHandlerTable {
      * @param unused not read
      * @retval VELTO_OK                 see header->size
      * @retval VELTO_ERROR_NULL_POINTER frame, header or data is null
-     * @retval VELTO_ERROR_INVALID      idLength is not strlen(id)
+     * @retval VELTO_ERROR_INVALID      id is null or idLength is not strlen(id)
      */
     int32_t (*ReadStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
 
@@ -387,7 +388,7 @@ typedef struct AudioHandlerTable {
      * another thread returns. Units that were not read are gone.
      *
      * @retval VELTO_OK            closed, or nothing was open
-     * @retval VELTO_ERROR_INVALID idLength is not strlen(id)
+     * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id)
      */
     int32_t (*CloseAudioRecord)(const char *id, uint32_t idLength);
 
@@ -401,7 +402,7 @@ typedef struct AudioHandlerTable {
     void (*Release)(uint32_t type, void *block, uint32_t count);
 
     /**
-     * Replaces the listener. [before streaming]
+     * Replaces the listener. [before streaming]; later only while no call runs that sends an event.
      *
      * Register a record of null fields before the code of the callback is unloaded.
      *

@@ -98,7 +98,7 @@ class Documents(unittest.TestCase):
     def test_code_in_the_guide_builds(self):
         guide = (places.REPOSITORY / "docs" / "integration.md").read_text("utf-8")
         pieces = re.findall(r"^```c\n(.*?)^```$", guide, re.S | re.M)
-        self.assertEqual(len(pieces), 5)
+        self.assertEqual(len(pieces), 6)
         self.assert_builds("\n".join(pieces) + "\nint main(void) { return 0; }\n")
 
 

@@ -119,7 +119,7 @@ def keep(folder, world, host, ways, report):
 def print_table(told, asked):
     delay = told["firstSoundDelayMs"]
     rows = (("", "speaker", "microphone"),
-            ("AAC frames", f"{told['framesSent']} of {told['framesInFile']}", asked["packets"]),
+            ("AAC units", f"{told['framesSent']} of {told['framesInFile']}", asked["packets"]),
             ("seconds heard", f"{told['secondsHeard']} of {told['secondsSent']}",
              f"{asked['secondsHeard']} of {asked['secondsSent']}"),
             ("match", f"{told['matchDb']} dB", f"{asked['matchDb']} dB"),
