@@ -1,6 +1,7 @@
 #include "capture/audio_device_notify.h"
 
 #include <algorithm>
+#include <new>
 
 #include "codec/audio_utils.h"
 #include "handler/log.h"
@@ -110,8 +111,14 @@ void AudioDeviceNotify::UnInitialize()
 void AudioDeviceNotify::AddListener(IAudioDeviceNotifyListener *listener)
 {
     const std::lock_guard lock(m_lock);
-    if (std::find(m_listeners.begin(), m_listeners.end(), listener) == m_listeners.end()) {
+    if (std::find(m_listeners.begin(), m_listeners.end(), listener) != m_listeners.end()) {
+        return;
+    }
+    try {
         m_listeners.push_back(listener);
+    } catch (const std::bad_alloc &) {
+        LogError("AudioDeviceNotify::AddListener",
+                 "No memory for a listener, default device changes are not followed!");
     }
 }
 

@@ -49,7 +49,8 @@ public:
     // this is never the last one. Any thread, inside an apartment or not.
     void UnInitialize();
 
-    // Listeners are not owned; each is called once for a notification.
+    // Listeners are not owned; each is called once for a notification. Without memory, AddListener logs an
+    // error and adds nothing.
     void AddListener(IAudioDeviceNotifyListener *listener);
     void RemoveListener(IAudioDeviceNotifyListener *listener);
 

@@ -140,7 +140,9 @@ void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
         }
     } catch (...) {
         delayQueue.pop_back(); // the buffer, which is moved last
-        needDelay = true;      // what remains is moved once five blocks are together again
+        if (!delayQueue.empty()) {
+            needDelay = true; // the remaining blocks are moved when five are together again
+        }
         throw;
     }
 }

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "capture_fixture.h"
+#include "failing_throwing_new.h"
 #include "log_lines.h"
 
 namespace {
@@ -50,6 +51,25 @@ TEST_F(CaptureNotifier, CountsReferencesFromZero)
     EXPECT_EQ(notifier->Release(), 1U);
     EXPECT_EQ(notifier->AddRef(), 2U);
     EXPECT_EQ(notifier->Release(), 1U);
+}
+
+TEST_F(CaptureNotifier, LogsListenerThatFindsNoMemory)
+{
+    ASSERT_EQ(notifier->Initialize(), S_OK);
+    RecordingListener listener;
+    {
+        const FailingThrowingNew noMemory(1);
+        notifier->AddListener(&listener);
+        EXPECT_TRUE(noMemory.HasFailed());
+    }
+    ExpectLine(errorLevel, L"No memory for a listener, default device changes are not followed!",
+               "AudioDeviceNotify::AddListener");
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"mic");
+    EXPECT_TRUE(listener.changes.empty());
+    notifier->AddListener(&listener);
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"mic");
+    EXPECT_EQ(listener.changes.size(), 1U);
+    notifier->UnInitialize();
 }
 
 TEST_F(CaptureNotifier, SurvivesReleaseBeforeFirstAddRef)

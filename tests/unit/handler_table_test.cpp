@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -73,16 +74,25 @@ TEST_F(HandlerTable, EntryOverwritesAllElevenSlots)
     EXPECT_EQ(slots[1], slots[10]) << "both reserved slots hold the very same function";
 }
 
-// Calls slot `index` as a host without this header would, with arguments that every function refuses.
-// Returns the tag of the line that this logs.
+// Calls slot `index` with arguments that every function refuses, and returns the tag of the line that this
+// logs. The header's assertions tie each member's name to its index.
 std::string TagOfSlot(const AudioHandlerTable &table, size_t index)
 {
-    using AnyFunction = int32_t (*)(void *, void *, void *, void *, void *);
-    AnyFunction slots[11];
-    static_assert(sizeof slots == sizeof table);
-    std::memcpy(slots, &table, sizeof table);
+    const std::function<void()> calls[11] = {
+        [&] { table.GetAudioCapability(nullptr, nullptr); },
+        [&] { table.NoOperation1(); },
+        [&] { table.SetAudioParameter(nullptr, 0, nullptr, nullptr, nullptr); },
+        [&] { table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); },
+        [&] { table.CloseAudioTrack(nullptr, 0); },
+        [&] { table.OpenAudioRecord(nullptr, 0, nullptr, nullptr, nullptr); },
+        [&] { table.ReadStreamBuffer(nullptr, 0, nullptr, nullptr); },
+        [&] { table.CloseAudioRecord(nullptr, 0); },
+        [&] { table.Release(0, nullptr, 0); },
+        [&] { table.RegisterListener(nullptr); },
+        [&] { table.NoOperation10(); },
+    };
     Recorded().Clear();
-    slots[index](nullptr, nullptr, nullptr, nullptr, nullptr);
+    calls[index]();
     const auto entries = Recorded().Entries();
     return entries.empty() ? "" : entries.back().tag;
 }
