@@ -1,4 +1,4 @@
-// A steady clock that only Advance moves.
+// A steady clock that moves only when a test calls Advance.
 #pragma once
 
 #include <chrono>

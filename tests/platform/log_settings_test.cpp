@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/platform/test_folder.h"
+#include "tests/platform/process.h"
 
 namespace fs = std::filesystem;
 
@@ -13,23 +13,7 @@ namespace {
 using logging::LogSettings;
 using logging::ReadLogSettings;
 
-// Gives a variable another value for the length of a test.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(std::string name, const fs::path &value)
-        : m_name(std::move(name)), m_before(GetEnvironment(m_name))
-    {
-        SetEnvironment(m_name, value);
-    }
-    ~ScopedEnvironment() { SetEnvironment(m_name, m_before); }
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
-
-private:
-    const std::string m_name;
-    const fs::path m_before;
-};
-
+// The level for a value of VELTO_LOG_LEVEL; -1 if the value is invalid.
 int LevelOf(const char *text)
 {
     const ScopedEnvironment level("VELTO_LOG_LEVEL", text);

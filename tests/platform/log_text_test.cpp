@@ -6,28 +6,29 @@ namespace {
 
 using logging::ToLogText;
 
-constexpr std::size_t plenty = 1000;
+constexpr std::size_t noLimit = 1000;
 
 TEST(LogText, KeepsPlainText)
 {
-    EXPECT_EQ(ToLogText(L"VeltoRelease type = 1", plenty), "VeltoRelease type = 1");
-    EXPECT_EQ(ToLogText(L"", plenty), "");
-    EXPECT_EQ(ToLogText(L"C:\\new\\table `anonymous-namespace'::X", plenty),
+    EXPECT_EQ(ToLogText(L"VeltoRelease type = 1", noLimit), "VeltoRelease type = 1");
+    EXPECT_EQ(ToLogText(L"", noLimit), "");
+    EXPECT_EQ(ToLogText(L"C:\\new\\table `anonymous-namespace'::X", noLimit),
               "C:\\new\\table `anonymous-namespace'::X");
 }
 
 TEST(LogText, EncodesOneToThreeByteUtf8)
 {
-    EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", plenty),
+    EXPECT_EQ(ToLogText(L"\u007E\u00E4\u07FF\u0800\uFFFD", noLimit),
               "~\xC3\xA4\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBD");
-    EXPECT_EQ(ToLogText(L"Kopfh\u00F6rer \u8033\u673A", plenty), "Kopfh\xC3\xB6rer \xE8\x80\xB3\xE6\x9C\xBA");
+    EXPECT_EQ(ToLogText(L"Kopfh\u00F6rer \u8033\u673A", noLimit),
+              "Kopfh\xC3\xB6rer \xE8\x80\xB3\xE6\x9C\xBA");
 }
 
 TEST(LogText, EncodesEmojiAsFourBytes)
 {
-    EXPECT_EQ(ToLogText(L"a\U0001F3A7b", plenty), "a\xF0\x9F\x8E\xA7"
-                                                  "b");
-    EXPECT_EQ(ToLogText(L"\U00010000\U0010FFFF", plenty), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+    EXPECT_EQ(ToLogText(L"a\U0001F3A7b", noLimit), "a\xF0\x9F\x8E\xA7"
+                                                   "b");
+    EXPECT_EQ(ToLogText(L"\U00010000\U0010FFFF", noLimit), "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
 }
 
 TEST(LogText, ReplacesLoneSurrogates)
@@ -35,27 +36,27 @@ TEST(LogText, ReplacesLoneSurrogates)
     const wchar_t high = 0xD83C;
     const wchar_t low = 0xDFA7;
     const std::string replacement = "\xEF\xBF\xBD";
-    EXPECT_EQ(ToLogText(std::wstring{L'a', high}, plenty), "a" + replacement);
-    EXPECT_EQ(ToLogText(std::wstring{high, L'b'}, plenty), replacement + "b");
-    EXPECT_EQ(ToLogText(std::wstring{low, L'c'}, plenty), replacement + "c");
-    EXPECT_EQ(ToLogText(std::wstring{low, high}, plenty), replacement + replacement);
-    EXPECT_EQ(ToLogText(std::wstring{high, high, L'd'}, plenty), replacement + replacement + "d");
+    EXPECT_EQ(ToLogText(std::wstring{L'a', high}, noLimit), "a" + replacement);
+    EXPECT_EQ(ToLogText(std::wstring{high, L'b'}, noLimit), replacement + "b");
+    EXPECT_EQ(ToLogText(std::wstring{low, L'c'}, noLimit), replacement + "c");
+    EXPECT_EQ(ToLogText(std::wstring{low, high}, noLimit), replacement + replacement);
+    EXPECT_EQ(ToLogText(std::wstring{high, high, L'd'}, noLimit), replacement + replacement + "d");
 }
 
 #ifndef _WIN32
 TEST(LogText, ReplacesValuesBeyondUnicode)
 {
     const std::string replacement = "\xEF\xBF\xBD";
-    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(0x110000)}, plenty), replacement);
-    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(-1)}, plenty), replacement);
+    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(0x110000)}, noLimit), replacement);
+    EXPECT_EQ(ToLogText(std::wstring{static_cast<wchar_t>(-1)}, noLimit), replacement);
 }
 #endif
 
 TEST(LogText, EscapesLineBreaksAndControlCharacters)
 {
-    EXPECT_EQ(ToLogText(L"a\nb\r\nc\td", plenty), "a\\nb\\r\\nc\\td");
-    EXPECT_EQ(ToLogText(std::wstring_view(L"\0\x1B[31m\x7F\x85", 8), plenty), "\\x00\\x1B[31m\\x7F\\x85");
-    EXPECT_EQ(ToLogText(L"\u2028\u2029", plenty), "\\u2028\\u2029");
+    EXPECT_EQ(ToLogText(L"a\nb\r\nc\td", noLimit), "a\\nb\\r\\nc\\td");
+    EXPECT_EQ(ToLogText(std::wstring_view(L"\0\x1B[31m\x7F\x85", 8), noLimit), "\\x00\\x1B[31m\\x7F\\x85");
+    EXPECT_EQ(ToLogText(L"\u2028\u2029", noLimit), "\\u2028\\u2029");
 }
 
 TEST(LogText, TruncatesAtCharacterBoundaryWithEllipsis)

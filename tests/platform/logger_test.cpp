@@ -1,4 +1,4 @@
-// The two loggers as the module uses them, and what becomes of lines at the end of a process.
+// The two loggers as the module uses them, also while the process ends.
 #include "logging/logger.h"
 
 #include <cerrno>
@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/platform/process.h"
 #include "tests/platform/test_folder.h"
+#include "tests/platform/threads.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -38,7 +40,7 @@ public:
     }
     static inline Logger *logger = nullptr;
 };
-__attribute__((init_priority(101))) LogsAfterAllDestructors last; // constructed first
+__attribute__((init_priority(101))) LogsAfterAllDestructors last; // constructed first, destroyed last
 
 Logger &StaticLogger()
 {
@@ -107,20 +109,14 @@ TEST(Logger, WritesEveryLineWholeFromEightThreads)
 {
     constexpr int threadCount = 8;
     constexpr int linesEach = 1000;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadCount; ++thread) {
-        threads.emplace_back([thread] {
-            Logger logger("Threads");
-            for (int line = 0; line < linesEach; ++line) {
-                std::wstringstream stream;
-                stream << L"thread " << thread << L" line " << line << L" end";
-                logger.Log(LOG_LEVEL_INFO, stream);
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(threadCount, [](int thread) {
+        Logger logger("Threads");
+        for (int line = 0; line < linesEach; ++line) {
+            std::wstringstream stream;
+            stream << L"thread " << thread << L" line " << line << L" end";
+            logger.Log(LOG_LEVEL_INFO, stream);
+        }
+    });
     const std::string beforeMessage = "[info] [Threads] ";
     std::set<std::string> seen;
     for (const std::string &line : ReadLines(SharedLogFile())) {
@@ -144,10 +140,21 @@ TEST(Logger, WritesUnknownLevelAsError)
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Unknown] level seven"), 1);
 }
 
+// Makes death tests start a new process, which has not logged yet, instead of forking.
+class StartNewProcesses {
+public:
+    StartNewProcesses() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    ~StartNewProcesses() { GTEST_FLAG_SET(death_test_style, m_previous); }
+    StartNewProcesses(const StartNewProcesses &) = delete;
+    StartNewProcesses &operator=(const StartNewProcesses &) = delete;
+
+private:
+    const std::string m_previous = GTEST_FLAG_GET(death_test_style);
+};
+
 TEST(LoggerDeathTest, ReportsInvalidLevelAndLogsEverything)
 {
-    const std::string style = GTEST_FLAG_GET(death_test_style);
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process that has not logged yet
+    const StartNewProcesses startNewProcesses;
     EXPECT_EXIT(
         {
             SetEnvironment("VELTO_LOG_LEVEL", "loud");
@@ -155,16 +162,14 @@ TEST(LoggerDeathTest, ReportsInvalidLevelAndLogsEverything)
             std::exit(7);
         },
         testing::ExitedWithCode(7), "");
-    GTEST_FLAG_SET(death_test_style, style);
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Logging] VELTO_LOG_LEVEL is none of"), 1);
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[trace] [Loud] all of it"), 1);
 }
 
 TEST(LoggerDeathTest, RotatesFileAtFiveMebibytes)
 {
-    const std::string style = GTEST_FLAG_GET(death_test_style);
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                  // a process that has not logged yet
-    const std::filesystem::path path = TestFolder() / "running.log"; // one name in both processes
+    const StartNewProcesses startNewProcesses;
+    const std::filesystem::path path = TestFolder() / "running.log"; // the same in both processes
     EXPECT_EXIT(
         {
             std::ofstream{path};
@@ -177,7 +182,6 @@ TEST(LoggerDeathTest, RotatesFileAtFiveMebibytes)
             std::exit(7);
         },
         testing::ExitedWithCode(7), "");
-    GTEST_FLAG_SET(death_test_style, style);
     EXPECT_EQ(std::filesystem::file_size(OldPath(path, 1)), 5242880U - 1);
     EXPECT_EQ(CountLinesWith(OldPath(path, 1), "[Running] room for this"), 1);
     EXPECT_EQ(CountLinesWith(path, ""), 1);
@@ -189,7 +193,7 @@ TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)
     const int before = CountLinesWith(SharedLogFile(), "after all destructors");
     EXPECT_EXIT(
         {
-            StaticLogger().Log(LOG_LEVEL_INFO, Text(L"while it lives"));
+            StaticLogger().Log(LOG_LEVEL_INFO, Text(L"before exit"));
             LogsAfterAllDestructors::logger = &StaticLogger();
             std::exit(7);
         },
@@ -199,8 +203,8 @@ TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)
 }
 
 #ifdef _WIN32
-// The process ends while threads are in the middle of logging: they are killed wherever they
-// are, and the destructors that run afterwards log too.
+// Ends the process while threads are logging. They are killed at any point, and the destructors that run
+// afterwards log, too.
 TEST(LoggerDeathTest, DoesNotBlockExitWhenThreadsAreKilledMidLine)
 {
     for (int run = 0; run < 5; ++run) {

@@ -1,13 +1,13 @@
-// The registry library against a registry in memory: what it asks of the system, how often, and
-// what it makes of failures.
+// The registry library with a fake registry: its system calls, and how it handles failures.
 #include "registry/registry.h"
 
-#include <thread>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/fakes/fake_windows.h"
+#include "tests/platform/threads.h"
 
 namespace {
 
@@ -22,7 +22,8 @@ const std::wstring name = L"StreamType";
 
 class RegistryLibrary : public testing::Test {
 protected:
-    // Keys that an earlier test left open answer as deleted from now on, and are opened anew.
+    // After Reset, keys that an earlier test left open report that they are deleted; the library reopens
+    // them.
     RegistryLibrary() { fakewin::Reset(); }
 
     static bool Get(DWORD &value)
@@ -34,14 +35,20 @@ protected:
         return Registry::SetValue(HKEY_CURRENT_USER, path, name, value, allAccess);
     }
     static void Store(DWORD value) { fakewin::SetRegistryDword(HKEY_CURRENT_USER, plainPath, name, value); }
+    // Stores a value and reads it once, which leaves the key open.
+    static void StoreAndOpenKey(DWORD stored)
+    {
+        Store(stored);
+        DWORD value = 0;
+        ASSERT_TRUE(Get(value));
+    }
     static auto Stored() { return fakewin::RegistryDword(HKEY_CURRENT_USER, plainPath, name); }
 };
 
 TEST_F(RegistryLibrary, ReadsWithOneQueryOnceKeyIsOpen)
 {
-    Store(3);
+    StoreAndOpenKey(3);
     DWORD value = 0;
-    ASSERT_TRUE(Get(value));
     const int opens = Count(Call::RegOpenKeyExW);
     const int queries = Count(Call::RegQueryValueExW);
     const int total = fakewin::TotalCalls();
@@ -56,9 +63,8 @@ TEST_F(RegistryLibrary, ReadsWithOneQueryOnceKeyIsOpen)
 
 TEST_F(RegistryLibrary, WritesThroughKeyOpenedByRead)
 {
-    Store(3);
+    StoreAndOpenKey(3);
     DWORD value = 0;
-    ASSERT_TRUE(Get(value));
     EXPECT_TRUE(Set(4));
     EXPECT_EQ(Count(Call::RegCreateKeyExW), 0);
     EXPECT_EQ(Stored(), 4U);
@@ -72,7 +78,7 @@ TEST_F(RegistryLibrary, KeepsValueWhenKeyIsMissing)
     EXPECT_FALSE(Get(value));
     EXPECT_FALSE(Get(value));
     EXPECT_EQ(value, 4711U);
-    Store(9); // another program makes it
+    Store(9); // by another program
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(value, 9U);
 }
@@ -89,11 +95,10 @@ TEST_F(RegistryLibrary, CreatesMissingKeyOnWrite)
 
 TEST_F(RegistryLibrary, ReopensKeyDeletedBetweenCalls)
 {
-    Store(1);
+    StoreAndOpenKey(1);
     DWORD value = 0;
-    ASSERT_TRUE(Get(value));
     const int keys = fakewin::LiveRegistryKeys();
-    fakewin::Reset(); // deletes it
+    fakewin::Reset(); // deletes the key
     EXPECT_FALSE(Get(value));
     Store(2);
     EXPECT_TRUE(Get(value));
@@ -101,30 +106,28 @@ TEST_F(RegistryLibrary, ReopensKeyDeletedBetweenCalls)
     fakewin::Reset();
     EXPECT_TRUE(Set(3));
     EXPECT_EQ(Stored(), 3U);
-    EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "the deleted keys were closed";
+    EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "closes deleted keys";
 }
 
 TEST_F(RegistryLibrary, ReopensStaleHandleOncePerCall)
 {
-    Store(1);
+    StoreAndOpenKey(1);
     DWORD value = 0;
-    ASSERT_TRUE(Get(value));
     const int opens = Count(Call::RegOpenKeyExW);
     fakewin::Fail(Call::RegQueryValueExW, ERROR_INVALID_HANDLE);
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 1);
 
     fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED, 1, 2);
-    EXPECT_FALSE(Get(value)) << "a key that is gone again at once is not tried for ever";
+    EXPECT_FALSE(Get(value)) << "reopens a key only once per call";
     EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 2);
     EXPECT_TRUE(Get(value));
 }
 
 TEST_F(RegistryLibrary, KeepsKeyOpenAfterAccessDenied)
 {
-    Store(1);
+    StoreAndOpenKey(1);
     DWORD value = 0;
-    ASSERT_TRUE(Get(value));
     const int opens = Count(Call::RegOpenKeyExW);
     fakewin::Fail(Call::RegQueryValueExW, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(Get(value));
@@ -148,12 +151,12 @@ TEST_F(RegistryLibrary, RefusesToReadValueOfOtherType)
     fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"");
     DWORD value = 4711;
     EXPECT_FALSE(Get(value));
-    fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"x"); // four bytes, as a number
+    fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"x"); // four bytes, like a number
     EXPECT_FALSE(Get(value));
     fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"a longer text");
     EXPECT_FALSE(Get(value));
     EXPECT_EQ(value, 4711U);
-    EXPECT_TRUE(Set(5)) << "a write replaces it";
+    EXPECT_TRUE(Set(5)) << "replaces the value";
     EXPECT_TRUE(Get(value));
 }
 
@@ -176,22 +179,16 @@ TEST_F(RegistryLibrary, DistinguishesKeysByRootPathAndAccess)
 TEST_F(RegistryLibrary, ServesThreadsWhileTheirKeyIsDeleted)
 {
     Store(1);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 500; ++i) {
-                DWORD value = 0;
-                if (i % 50 == 0) {
-                    fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED);
-                }
-                Get(value);
-                Set(static_cast<DWORD>(i));
+    RunOnThreads(4, [](int) {
+        for (int i = 0; i < 500; ++i) {
+            DWORD value = 0;
+            if (i % 50 == 0) {
+                fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED);
             }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+            Get(value);
+            Set(static_cast<DWORD>(i));
+        }
+    });
     DWORD value = 0;
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(value, 499U);

@@ -1,7 +1,9 @@
-// The registry library against the system's registry, under a key of this program's own.
+// The registry library with the system's registry, under a key that only this process uses.
 #include "registry/registry.h"
 
 #include <gtest/gtest.h>
+
+#include "tests/platform/process.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ protected:
     {
         return Registry::SetValue(HKEY_CURRENT_USER, path, L"StreamType", value, allAccess);
     }
-    // As another program sees it.
+    // The value as another program reads it.
     DWORD Stored() const
     {
         DWORD value = 0;
@@ -35,15 +37,8 @@ protected:
         return value;
     }
 
-    const std::wstring key = L"SOFTWARE\\VeltoPlatformTests\\" + std::to_wstring(GetCurrentProcessId());
+    const std::wstring key = L"SOFTWARE\\VeltoPlatformTests\\" + std::to_wstring(ProcessId());
 };
-
-DWORD OpenHandles()
-{
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return count;
-}
 
 TEST_F(SystemRegistry, ReadsAndWritesPathWithLeadingBackslash)
 {
@@ -113,7 +108,7 @@ TEST_F(SystemRegistry, RefusesToReadValueOfOtherTypeOrSize)
 TEST_F(SystemRegistry, LeaksNoHandleOverThousandReads)
 {
     ASSERT_TRUE(Set(1));
-    const DWORD before = OpenHandles();
+    const std::size_t before = OpenHandles();
     for (int i = 0; i < 1000; ++i) {
         DWORD value = 0;
         EXPECT_TRUE(Get(value));

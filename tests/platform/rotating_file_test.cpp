@@ -3,12 +3,13 @@
 #include <chrono>
 #include <set>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "tests/platform/fake_clock.h"
+#include "tests/platform/process.h"
 #include "tests/platform/test_folder.h"
+#include "tests/platform/threads.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -61,27 +62,15 @@ TEST(RotatingFile, KeepsNewestLinesWithinSizeLimit)
     EXPECT_FALSE(fs::exists(OldPath(path, 3)));
 }
 
-// Handles, of which files are some.
-size_t OpenFiles()
-{
-#ifdef _WIN32
-    DWORD count = 0;
-    EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &count));
-    return count;
-#else
-    return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
-#endif
-}
-
 TEST(RotatingFile, LeaksNoHandlesOverManyRotations)
 {
-    RotatingFile file(FreshPath("handles.log"), 11, 2, noPause); // a line
+    RotatingFile file(FreshPath("handles.log"), 11, 2, noPause); // one line
     ASSERT_TRUE(file.Append(Line(0)));
-    const size_t atFirst = OpenFiles();
+    const std::size_t before = OpenHandles();
     for (int number = 1; number < 50; ++number) {
         ASSERT_TRUE(file.Append(Line(number)));
     }
-    EXPECT_LT(OpenFiles(), atFirst + 10);
+    EXPECT_LT(OpenHandles(), before + 10);
 }
 
 TEST(RotatingFile, EmptiesFullFileWhenNoOldFilesAreKept)
@@ -120,18 +109,12 @@ TEST(RotatingFile, KeepsLinesWholeFromSeveralThreads)
     const fs::path path = FreshPath("threads.log");
     constexpr int writers = 4;
     constexpr int linesEach = 200;
-    std::vector<std::thread> threads;
-    for (int writer = 0; writer < writers; ++writer) {
-        threads.emplace_back([&path, writer] {
-            RotatingFile file(path, 1100, 3, noPause);
-            for (int number = 0; number < linesEach; ++number) {
-                file.Append(Line(writer * linesEach + number));
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(writers, [&path](int writer) {
+        RotatingFile file(path, 1100, 3, noPause);
+        for (int number = 0; number < linesEach; ++number) {
+            file.Append(Line(writer * linesEach + number));
+        }
+    });
     int lines = 0;
     for (int age = 0; age <= 3; ++age) {
         const fs::path generation = age == 0 ? path : OldPath(path, age);
@@ -144,7 +127,7 @@ TEST(RotatingFile, KeepsLinesWholeFromSeveralThreads)
     EXPECT_GT(lines, 0);
 }
 
-#ifndef _WIN32 // Wine goes on with the removed file until its last handle is closed
+#ifndef _WIN32 // Wine keeps writing to the removed file until its last handle is closed
 TEST(RotatingFile, RecreatesFileRemovedWhileOpen)
 {
     const fs::path path = FreshPath("removed.log");
@@ -165,7 +148,7 @@ TEST(RotatingFile, WritesNothingToEmptyPath)
 TEST(RotatingFile, FailsUntilPathCanBeOpened)
 {
     const fs::path path = FreshPath("folder.log");
-    fs::create_directories(path); // a folder bears the name
+    fs::create_directories(path); // a folder has the file's name
     RotatingFile file(path, 1000, 2, noPause);
     EXPECT_FALSE(file.Append(Line(1)));
     fs::remove(path);
@@ -199,10 +182,10 @@ TEST(RotatingFile, RetriesFailedFileAfterPause)
 #ifdef _WIN32
 TEST(RotatingFile, EmptiesFileWhenViewerBlocksRename)
 {
-    const fs::path path = FreshPath("held.log");
+    const fs::path path = FreshPath("viewed.log");
     RotatingFile file(path, 55, 2, noPause);
     ASSERT_TRUE(file.Append(Line(0)));
-    // A viewer that lets others write but not rename.
+    // Opens the file as a viewer would that allows others to write but not to rename.
     const HANDLE viewer = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                       OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(viewer, INVALID_HANDLE_VALUE);
@@ -216,7 +199,8 @@ TEST(RotatingFile, EmptiesFileWhenViewerBlocksRename)
     for (int number = 30; number < 36; ++number) {
         ASSERT_TRUE(file.Append(Line(number)));
     }
-    EXPECT_EQ(ReadLines(OldPath(path, 1)).back(), "line 00034") << "renamed again once nobody holds it";
+    EXPECT_EQ(ReadLines(OldPath(path, 1)).back(), "line 00034")
+        << "renames again after the viewer closed the file";
 }
 #endif
 

@@ -1,16 +1,12 @@
 #include "tests/platform/test_folder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
+#include "tests/platform/process.h"
 
 namespace fs = std::filesystem;
 
@@ -18,22 +14,13 @@ namespace {
 
 constexpr const char *folderVariable = "VELTO_PLATFORM_TESTS_FOLDER";
 
-unsigned long ProcessId()
-{
-#ifdef _WIN32
-    return GetCurrentProcessId();
-#else
-    return static_cast<unsigned long>(getpid());
-#endif
-}
-
-// Removes the test folder when all other static objects are gone: the log in it is open until
-// then, and an open file cannot be removed.
+// Removes the test folder after all other static objects are destroyed. The log in the folder is open until
+// then, and Windows does not remove open files.
 class FolderRemover {
 public:
     ~FolderRemover()
     {
-        if (folder != nullptr && owner == ProcessId()) { // a forked child has a copy of this object
+        if (folder != nullptr && owner == ProcessId()) { // not in a forked child, which has a copy
             std::error_code ignored;
             fs::remove_all(*folder, ignored);
             delete folder;
@@ -42,7 +29,7 @@ public:
     static inline fs::path *folder = nullptr;
     static inline unsigned long owner = 0;
 };
-__attribute__((init_priority(101))) FolderRemover folderRemover; // constructed first
+__attribute__((init_priority(101))) FolderRemover folderRemover; // constructed first, destroyed last
 
 } // namespace
 
@@ -83,6 +70,12 @@ std::vector<std::string> ReadLines(const fs::path &path)
     return lines;
 }
 
+std::string ReadBytes(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 int CountLinesWith(const fs::path &path, const std::string &text)
 {
     const std::vector<std::string> lines = ReadLines(path);
@@ -106,39 +99,13 @@ std::string AfterTimeAndThread(const std::string &line)
     return line.substr(threadEnd + 2);
 }
 
-void SetEnvironment(const std::string &name, const fs::path &value)
-{
-#ifdef _WIN32
-    SetEnvironmentVariableW(std::wstring(name.begin(), name.end()).c_str(),
-                            value.empty() ? nullptr : value.c_str());
-#else
-    if (value.empty()) {
-        unsetenv(name.c_str());
-    } else {
-        setenv(name.c_str(), value.c_str(), 1);
-    }
-#endif
-}
-
-fs::path GetEnvironment(const std::string &name)
-{
-#ifdef _WIN32
-    wchar_t value[2048] = {};
-    GetEnvironmentVariableW(std::wstring(name.begin(), name.end()).c_str(), value, 2048);
-    return value;
-#else
-    const char *value = std::getenv(name.c_str());
-    return value != nullptr ? value : "";
-#endif
-}
-
 int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    if (GetEnvironment(folderVariable).empty()) { // not a child of this program
+    if (GetEnvironment(folderVariable).empty()) { // this is not a child of a test
         const fs::path folder =
             fs::temp_directory_path() / ("velto-platform-tests-" + std::to_string(ProcessId()));
-        fs::remove_all(folder); // of a process with the same number that was killed
+        fs::remove_all(folder); // left by a killed process with the same id
         fs::create_directories(folder);
         SetEnvironment(folderVariable, folder);
         SetEnvironment("VELTO_LOG_FILE", SharedLogFile());

@@ -1,12 +1,11 @@
-// The folder of this test program's files, and helpers to read logs in it.
+// The folder for the files of this test program, and helpers that read logs in it.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-// A folder whose name is not ASCII, made by main() and handed on to child processes through the
-// environment; removed when the program that made it ends.
+// Created by main() and removed when the program ends. Child processes get its path through the environment.
 const std::filesystem::path &TestFolder();
 
 // The file that VELTO_LOG_FILE names in this process and in its children.
@@ -15,18 +14,24 @@ std::filesystem::path SharedLogFile();
 // A path in the test folder that no other test uses.
 std::filesystem::path FreshPath(const std::string &name);
 
-// The name that a log file has after it was rotated out `age` times.
+// The name of a log file after `age` rotations.
 std::filesystem::path OldPath(const std::filesystem::path &path, int age);
 
-// The lines of a file, without their ends; none when the file cannot be read.
+// The line ending of log files on this system.
+#ifdef _WIN32
+constexpr const char *lineEnding = "\r\n";
+#else
+constexpr const char *lineEnding = "\n";
+#endif
+
+// The lines of a file, without their line endings; empty if the file cannot be read.
 std::vector<std::string> ReadLines(const std::filesystem::path &path);
 
-// How many lines contain `text`.
+// All bytes of a file, including line endings; empty if the file cannot be read.
+std::string ReadBytes(const std::filesystem::path &path);
+
+// Number of lines that contain `text`.
 int CountLinesWith(const std::filesystem::path &path, const std::string &text);
 
-// A log line without its time stamp and thread id, which begin it; empty when they do not.
+// A log line without the time and the thread id at its start; empty if it does not start with them.
 std::string AfterTimeAndThread(const std::string &line);
-
-// Sets a variable of this process's environment; an empty value removes it.
-void SetEnvironment(const std::string &name, const std::filesystem::path &value);
-std::filesystem::path GetEnvironment(const std::string &name);

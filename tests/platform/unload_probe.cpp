@@ -1,4 +1,4 @@
-// A DLL that logs and uses the registry, as the module does: to be unloaded by a test.
+// A DLL that logs and uses the registry, as the module does. unload_test.cpp loads and unloads it.
 #include "logging/logger.h"
 #include "registry/registry.h"
 
@@ -6,7 +6,7 @@ extern "C" __declspec(dllexport) void UsePlatform(const wchar_t *key)
 {
     static Logger logger("Probe");
     std::wstringstream message;
-    message << L"from a module that will be unloaded";
+    message << L"from the unload probe";
     logger.Log(LOG_LEVEL_INFO, message);
     NrLogger::GetInstance().Log(LOG_LEVEL_INFO, message);
     DWORD value = 1;

@@ -1,8 +1,9 @@
-// What is left of the platform libraries after FreeLibrary.
+// FreeLibrary releases everything that the platform libraries have opened.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/platform/process.h"
 #include "tests/platform/test_folder.h"
 
 namespace {
@@ -23,42 +24,32 @@ void LoadUseAndUnload()
 
 class PlatformUnload : public testing::Test {
 protected:
-    PlatformUnload()
-    {
-        m_before = GetEnvironment("VELTO_LOG_FILE");
-        m_log = FreshPath("unload.log");
-        SetEnvironment("VELTO_LOG_FILE", m_log);
-    }
-    ~PlatformUnload() override
-    {
-        SetEnvironment("VELTO_LOG_FILE", m_before);
-        RegDeleteTreeW(HKEY_CURRENT_USER, key);
-    }
-    std::filesystem::path m_before;
-    std::filesystem::path m_log;
+    ~PlatformUnload() override { RegDeleteTreeW(HKEY_CURRENT_USER, key); }
+
+    const std::filesystem::path m_log = FreshPath("unload.log");
+
+private:
+    const ScopedEnvironment m_logFile{"VELTO_LOG_FILE", m_log};
 };
 
 TEST_F(PlatformUnload, ClosesLogFile)
 {
     LoadUseAndUnload();
-    EXPECT_EQ(CountLinesWith(m_log, "from a module that will be unloaded"), 2);
-    const HANDLE alone =
+    EXPECT_EQ(CountLinesWith(m_log, "from the unload probe"), 2);
+    const HANDLE unshared =
         CreateFileW(m_log.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(alone, INVALID_HANDLE_VALUE) << "somebody still has the file open";
-    CloseHandle(alone);
+    EXPECT_NE(unshared, INVALID_HANDLE_VALUE) << "the file is still open";
+    CloseHandle(unshared);
 }
 
 TEST_F(PlatformUnload, LeaksNoHandleOverTwentyCycles)
 {
-    LoadUseAndUnload(); // what the system keeps for itself after the first time
-    DWORD before = 0;
-    DWORD after = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &before);
+    LoadUseAndUnload(); // the system keeps some handles after the first cycle
+    const std::size_t before = OpenHandles();
     for (int i = 0; i < 20; ++i) {
         LoadUseAndUnload();
     }
-    GetProcessHandleCount(GetCurrentProcess(), &after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(OpenHandles(), before);
     EXPECT_EQ(CountLinesWith(m_log, "[Probe]"), 21);
 }
 
