@@ -48,7 +48,7 @@ endif()
 # /usr/include.
 set(header_libs "${CMAKE_BINARY_DIR}/header_libs")
 file(MAKE_DIRECTORY "${header_libs}")
-foreach(library IN ITEMS spdlog fmt CLI nlohmann)
+foreach(library IN ITEMS fmt CLI nlohmann)
     if(NOT EXISTS "/usr/include/${library}")
         message(FATAL_ERROR "/usr/include/${library} is missing. Run scripts/setup.")
     endif()
@@ -56,7 +56,7 @@ foreach(library IN ITEMS spdlog fmt CLI nlohmann)
 endforeach()
 add_library(velto_header_libs INTERFACE)
 target_include_directories(velto_header_libs SYSTEM INTERFACE "${header_libs}")
-target_compile_definitions(velto_header_libs INTERFACE SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
+target_compile_definitions(velto_header_libs INTERFACE FMT_HEADER_ONLY)
 
 find_package(Threads REQUIRED)
 

@@ -1,16 +1,11 @@
-// Where lines go: the rotating file and, on Windows, the debugger.
+// Writes log lines to the rotating file and, on Windows, to the debugger.
 #pragma once
 
-#include <memory>
 #include <string_view>
 
 #include "logging/log_settings.h"
 #include "logging/logger.h"
 #include "logging/rotating_file.h"
-
-namespace spdlog {
-class pattern_formatter;
-}
 
 namespace logging {
 
@@ -18,19 +13,16 @@ namespace logging {
 class LogSinks {
 public:
     explicit LogSinks(const LogSettings &settings, RotatingFile::Clock now = std::chrono::steady_clock::now);
-    ~LogSinks();
-    LogSinks(const LogSinks &) = delete;
-    LogSinks &operator=(const LogSinks &) = delete;
 
-    // Writes one line, whose message is UTF-8 without line breaks, unless its level is filtered.
-    // Each line reaches the system before this returns.
-    void Write(LOG_MESSAGE_LEVEL level, const char *channel, std::string_view message);
+    // Writes one line, stamped with the current time and the calling thread, unless the settings filter
+    // its level. `message` is UTF-8 without line breaks. Each line is passed to the system before this
+    // returns.
+    void Write(LOG_MESSAGE_LEVEL level, std::string_view channel, std::string_view message);
 
 private:
     const int m_lowestLevel;
-    std::unique_ptr<spdlog::pattern_formatter> m_formatter;
     RotatingFile m_file;
-    bool m_saidThatFileFails = false;
+    bool m_fileFailureReported = false;
 };
 
 } // namespace logging

@@ -1,11 +1,15 @@
 #include "logging/log_sinks.h"
 
+#include <chrono>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "logging/log_line.h"
 #include "tests/platform/fake_clock.h"
+#include "tests/platform/process.h"
 #include "tests/platform/test_folder.h"
+#include "tests/platform/threads.h"
 
 namespace fs = std::filesystem;
 
@@ -29,6 +33,32 @@ TEST(LogSinks, WritesTimeThreadLevelChannelAndMessage)
     const std::vector<std::string> lines = ReadLines(path);
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(AfterTimeAndThread(lines[0]), "[info] [OceloMirror] VeltoRelease type = 1") << lines[0];
+}
+
+// The time of a log line, in the format "2026-03-07 04:05:06.007".
+std::string TimeText(std::chrono::system_clock::time_point time)
+{
+    return logging::FormatLine({time, 0, LOG_LEVEL_INFO, "", ""}).substr(0, 23);
+}
+
+TEST(LogSinks, WritesTimeOfCallAndCallersThread)
+{
+    const fs::path path = FreshPath("stamp.log");
+    unsigned long thread = 0;
+    const auto before = std::chrono::system_clock::now();
+    RunOnThreads(1, [&](int) {
+        thread = ThreadId();
+        LogSinks(SettingsFor(path)).Write(LOG_LEVEL_ERROR, "NR", "VeltoRelease type = 1");
+    });
+    const auto after = std::chrono::system_clock::now();
+
+    const std::string line = ReadBytes(path);
+    const std::string rest = std::string("[error] [NR] VeltoRelease type = 1") + lineEnding;
+    EXPECT_EQ(AfterTimeAndThread(line), rest) << line;
+    const std::string time = line.substr(0, 23);
+    EXPECT_EQ(line, time + " [" + std::to_string(thread) + "] " + rest);
+    EXPECT_LE(TimeText(before), time);
+    EXPECT_LE(time, TimeText(after));
 }
 
 TEST(LogSinks, WritesNameOfEachLevel)
@@ -57,7 +87,7 @@ TEST(LogSinks, DropsLinesBelowLowestLevel)
 
     const fs::path unused = FreshPath("off.log");
     LogSinks(SettingsFor(unused, logging::levelOff)).Write(LOG_LEVEL_ERROR, "NR", "failed");
-    EXPECT_FALSE(fs::exists(unused)) << "a log that is off makes no file";
+    EXPECT_FALSE(fs::exists(unused)) << "level off creates no file";
 }
 
 TEST(LogSinks, WritesBracesInMessageVerbatim)
@@ -74,11 +104,11 @@ TEST(LogSinks, IgnoresLogFileThatCannotBeOpened)
     LogSinks sinks(SettingsFor(path));
     EXPECT_NO_THROW({
         for (int i = 0; i < 100; ++i) {
-            sinks.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go");
+            sinks.Write(LOG_LEVEL_ERROR, "NR", "lost");
         }
     });
-    LogSinks without{SettingsFor({})};
-    EXPECT_NO_THROW(without.Write(LOG_LEVEL_ERROR, "NR", "nowhere to go"));
+    LogSinks sinksWithoutFile{SettingsFor({})};
+    EXPECT_NO_THROW(sinksWithoutFile.Write(LOG_LEVEL_ERROR, "NR", "lost"));
 }
 
 TEST(LogSinks, RetriesFailedFileAfterTenSeconds)
@@ -97,7 +127,7 @@ TEST(LogSinks, RetriesFailedFileAfterTenSeconds)
     EXPECT_EQ(CountLinesWith(path, "in time"), 1);
 }
 
-void MakeFileOf(const fs::path &path, std::uint64_t bytes)
+void CreateFileOfSize(const fs::path &path, std::uint64_t bytes)
 {
     std::ofstream{path};
     fs::resize_file(path, bytes);
@@ -108,18 +138,18 @@ TEST(LogSinks, RotatesBeforeLineThatWouldExceedFiveMebibytes)
     const fs::path measured = FreshPath("measured.log");
     LogSinks(SettingsFor(measured)).Write(LOG_LEVEL_INFO, "NR", "the line");
     const std::uint64_t lineBytes = fs::file_size(measured);
-    constexpr std::uint64_t bound = 5242880;
+    constexpr std::uint64_t maxBytes = 5242880;
 
     const fs::path path = FreshPath("bound.log");
-    MakeFileOf(path, bound - lineBytes);
+    CreateFileOfSize(path, maxBytes - lineBytes);
     LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "the line");
-    EXPECT_EQ(fs::file_size(path), bound);
+    EXPECT_EQ(fs::file_size(path), maxBytes);
     EXPECT_FALSE(fs::exists(OldPath(path, 1)));
 
-    MakeFileOf(path, bound - lineBytes + 1);
+    CreateFileOfSize(path, maxBytes - lineBytes + 1);
     LogSinks(SettingsFor(path)).Write(LOG_LEVEL_INFO, "NR", "the line");
     EXPECT_EQ(fs::file_size(path), lineBytes);
-    EXPECT_EQ(fs::file_size(OldPath(path, 1)), bound - lineBytes + 1);
+    EXPECT_EQ(fs::file_size(OldPath(path, 1)), maxBytes - lineBytes + 1);
 }
 
 TEST(LogSinks, KeepsTwoOldFiles)
