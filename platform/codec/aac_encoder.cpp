@@ -16,9 +16,9 @@ extern "C" {
 
 namespace {
 
-constexpr uint32_t lowComplexity = 2;     // the MPEG-4 audio object type
-constexpr uint32_t bytesPerChannel = 768; // most that an AAC-LC access unit may have: 6144 bits
-constexpr uint32_t lowestBitRate = 5;     // per channel: for less, FFmpeg leaves no bandwidth to the sound
+constexpr uint32_t lowComplexity = 2;        // MPEG-4 audio object type AAC-LC
+constexpr uint32_t maxBytesPerChannel = 768; // 6144 bits, the limit for an AAC-LC access unit
+constexpr uint32_t minBitRatePerChannel = 5; // at lower rates, FFmpeg's encoder leaves no bandwidth for sound
 constexpr float fullScale = 32768.0F;
 
 template <typename... Values>
@@ -29,13 +29,13 @@ void LogError(const Values &...values)
     Logger("AACEncoder").Log(LOG_LEVEL_ERROR, text);
 }
 
-bool Refused(const char *field, uint32_t value)
+bool Refuse(const char *field, uint32_t value)
 {
     LogError("Initialize: ", field, " cannot be ", value);
     return false;
 }
 
-bool HasRate(const AVCodec &codec, uint32_t rateHz)
+bool SupportsRate(const AVCodec &codec, uint32_t rateHz)
 {
     for (const int *rate = codec.supported_samplerates; *rate != 0; ++rate) {
         if (static_cast<uint32_t>(*rate) == rateHz) {
@@ -45,31 +45,31 @@ bool HasRate(const AVCodec &codec, uint32_t rateHz)
     return false;
 }
 
-// What the access units of a second can hold at most.
-uint64_t HighestBitRate(const EncodeParam &param, uint32_t frameLength)
+// The bit rate at which every access unit has its maximum size.
+uint64_t MaxBitRate(const EncodeParam &param, uint32_t frameLength)
 {
-    return uint64_t{bytesPerChannel} * 8 * ChannelCountOf(param.channelCode) * param.sampleRateHz /
+    return uint64_t{maxBytesPerChannel} * 8 * ChannelCountOf(param.channelCode) * param.sampleRateHz /
            frameLength;
 }
 
 bool CanEncode(const AVCodec &codec, const EncodeParam &param)
 {
     constexpr uint32_t frameLength = 1024; // of AAC-LC
-    if (!HasRate(codec, param.sampleRateHz)) {
-        return Refused("sampleRateHz", param.sampleRateHz);
+    if (!SupportsRate(codec, param.sampleRateHz)) {
+        return Refuse("sampleRateHz", param.sampleRateHz);
     }
     if (ChannelCountOf(param.channelCode) == 0) {
-        return Refused("channelCode", param.channelCode);
+        return Refuse("channelCode", param.channelCode);
     }
-    if (param.bitRate < lowestBitRate * ChannelCountOf(param.channelCode) ||
-        param.bitRate > HighestBitRate(param, frameLength)) {
-        return Refused("bitRate", param.bitRate);
+    if (param.bitRate < minBitRatePerChannel * ChannelCountOf(param.channelCode) ||
+        param.bitRate > MaxBitRate(param, frameLength)) {
+        return Refuse("bitRate", param.bitRate);
     }
     if (param.pcmFormat != static_cast<uint32_t>(PCMFormat::S16)) {
-        return Refused("pcmFormat", param.pcmFormat);
+        return Refuse("pcmFormat", param.pcmFormat);
     }
     if (param.objectType != lowComplexity) {
-        return Refused("objectType", param.objectType);
+        return Refuse("objectType", param.objectType);
     }
     return true;
 }
@@ -78,12 +78,12 @@ bool CanEncode(const AVCodec &codec, const EncodeParam &param)
 
 struct AACEncoder::State {
     AVCodecContext *context = nullptr;
-    AVFrame *planar = nullptr; // the frame as the encoder takes it: a plane of floats per channel
+    AVFrame *planar = nullptr; // input of FFmpeg's encoder: one plane of floats per channel
     AVPacket *encoded = nullptr;
-    int64_t position = 0; // samples per channel so far
+    int64_t position = 0; // samples per channel sent so far
     uint32_t maxPacketSize = 0;
-    bool ended = false;    // a short frame was the last
-    bool draining = false; // FFmpeg knows that no more frames come
+    bool ended = false;    // no more frames: a short frame was sent, or draining began
+    bool draining = false; // FFmpeg was sent the end of the stream
 
     State() = default;
     State(const State &) = delete;
@@ -96,14 +96,14 @@ struct AACEncoder::State {
     }
 
     int Open(const AVCodec &codec, const EncodeParam &param);
-    int MakePlanes();
+    int AllocatePlanes();
     bool Fits(const AudioFrame &frame) const;
     int Send(const AudioFrame &frame);
     int Drain();
     int32_t Receive(AVEncodePacket &packet);
 };
 
-// 0 or FFmpeg's error.
+// Returns 0 or FFmpeg's error.
 int AACEncoder::State::Open(const AVCodec &codec, const EncodeParam &param)
 {
     context = avcodec_alloc_context3(&codec);
@@ -119,19 +119,19 @@ int AACEncoder::State::Open(const AVCodec &codec, const EncodeParam &param)
     context->bit_rate = param.bitRate;
     context->profile = FF_PROFILE_AAC_LOW;
     context->time_base = {1, context->sample_rate};
-    context->log_level_offset = AV_LOG_INFO;       // the host's console is not ours to write on
-    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // the configuration apart, not in each packet
-    // Half the processor time of the default coder, and noise as far below what the sound masks.
+    context->log_level_offset = AV_LOG_INFO;       // keeps FFmpeg's messages off the host's console
+    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // configuration in extradata, not in packets
+    // Takes half the processor time of the default coder, at the same noise-to-mask ratio.
     av_opt_set(context->priv_data, "aac_coder", "fast", 0);
     const int result = avcodec_open2(context, &codec, nullptr);
     if (result < 0) {
         return result;
     }
-    maxPacketSize = bytesPerChannel * channels;
-    return MakePlanes();
+    maxPacketSize = maxBytesPerChannel * channels;
+    return AllocatePlanes();
 }
 
-int AACEncoder::State::MakePlanes()
+int AACEncoder::State::AllocatePlanes()
 {
     planar->format = context->sample_fmt;
     planar->nb_samples = context->frame_size;
@@ -153,9 +153,9 @@ int AACEncoder::State::Send(const AudioFrame &frame)
         return AVERROR(EINVAL);
     }
     if (ended) {
-        return AVERROR_EOF; // FFmpeg would put the sound behind a gap
+        return AVERROR_EOF; // FFmpeg would insert a gap before this frame
     }
-    // The encoder has let go of the last frame: this copies nothing, but makes sure.
+    // Copies nothing unless the encoder still has a reference to the previous frame.
     const int result = av_frame_make_writable(planar);
     if (result < 0) {
         return result;

@@ -8,7 +8,7 @@
 #include "codec/av_encode_packet.h"
 #include "codec/encode_param.h"
 
-// Used by one thread at a time. No call throws.
+// One thread at a time. No call throws.
 class AACEncoder {
 public:
     AACEncoder();
@@ -16,33 +16,34 @@ public:
     AACEncoder(const AACEncoder &) = delete;
     AACEncoder &operator=(const AACEncoder &) = delete;
 
-    // Opens the encoder, closing the one before. Gives the samples per channel of a frame and the
-    // most bytes that a packet can have. False for parameters that it cannot encode, with a log
-    // line that names the field; then the encoder is closed and the outputs are 0.
+    // Closes the encoder and opens it with `param`. Returns the frame length in samples per channel and the
+    // maximum packet size in bytes. On failure, writes a log line (for an unsupported parameter, with the
+    // field's name), returns false, leaves the encoder closed and sets both outputs to 0.
     bool Initialize(const EncodeParam &param, uint32_t &frameLength, uint32_t &maxPacketSize);
 
-    // Encodes a frame's `fillCount` samples; a null frame drains what is buffered. Returns 0 when
-    // no packet is ready (while draining: when no more will come), else the bytes of the one put
-    // into `packet`, which needs a buffer of the maximum packet size; below 0 is an error.
+    // Encodes the `fillCount` samples of a frame; a null frame drains the encoder. Returns the size of the
+    // packet in bytes, 0 if no packet is ready (while draining: if there are no more packets), or a negative
+    // error. `packet` needs a buffer of the maximum packet size.
     //
-    // Packets are raw access units, without ADTS headers. Their time stamps count samples; the
-    // first packet, which comes with the second frame, holds what the encoder puts before the
-    // sound and is at minus one frame length.
+    // Packets are raw access units, without ADTS headers. Time stamps count samples. The first packet is
+    // returned for the second frame; it contains the encoder's priming samples, and its time stamp is minus
+    // one frame length.
     //
-    // A frame may be shorter than the frame length only as the last one. Errors, after which the
-    // encoder goes on with the next frame: a frame without samples, of another number of channels,
-    // or longer than its buffer or the frame length; no packet or one with too small a buffer; a
-    // packet that grew beyond the maximum and is dropped. Errors that stay: no open encoder, a
-    // frame after a short one or after draining began.
+    // Only the last frame may be shorter than the frame length.
     //
-    // Allocates nothing itself; FFmpeg's framework makes some short-lived blocks with each packet.
+    // Errors that affect only this call: a null packet, or one with too small a buffer; a frame without
+    // samples, with another number of channels, or longer than its buffer or the frame length; a packet
+    // larger than the maximum, which is dropped. Errors until the next Initialize: the encoder is not open; a
+    // frame after a short frame, or after draining began.
+    //
+    // Allocates nothing itself; FFmpeg allocates a few short-lived blocks per packet.
     int32_t Encode(const AudioFrame *frame, AVEncodePacket *packet);
 
-    // Copies the decoder's configuration (the AudioSpecificConfig of ISO/IEC 14496-3) and gives its
-    // length. False, with a length of 0, when no encoder is open or `capacity` is too small.
+    // Copies the decoder's configuration (the AudioSpecificConfig of ISO/IEC 14496-3) and returns its length
+    // in bytes. Returns false, with a length of 0, if the encoder is not open or `capacity` is too small.
     bool GetDecoderSpecificInfo(uint8_t *config, uint32_t capacity, uint32_t &length) const;
 
-    // Forgets what is still buffered. Can be repeated.
+    // Closes the encoder and discards its buffered samples. Can be called on a closed encoder.
     void Close();
 
 private:

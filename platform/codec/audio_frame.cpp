@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr uint32_t longestFrame = 1U << 20; // samples; those of AAC have 1024
+constexpr uint32_t maxFrameLength = 1U << 20; // samples per channel; AAC frames have 1024
 
 } // namespace
 
@@ -14,7 +14,7 @@ bool AudioFrame::AllocBuffer(uint32_t sampleRateHz, uint32_t frameLength, uint32
 {
     ReleaseBuffer();
     const uint32_t channels = ChannelCountOf(channelCode);
-    if (channels == 0 || format != PCMFormat::S16 || frameLength == 0 || frameLength > longestFrame) {
+    if (channels == 0 || format != PCMFormat::S16 || frameLength == 0 || frameLength > maxFrameLength) {
         return false;
     }
     try {

@@ -1,4 +1,4 @@
-// A frame of PCM on its way into an encoder.
+// A frame of PCM for an encoder.
 #pragma once
 
 #include <cstdint>
@@ -6,25 +6,25 @@
 
 #include "codec/encode_param.h"
 
-// Filled and encoded by one thread.
+// One thread at a time.
 class AudioFrame {
 public:
     AudioFrame() = default;
     AudioFrame(const AudioFrame &) = delete;
     AudioFrame &operator=(const AudioFrame &) = delete;
 
-    int16_t *samples = nullptr; // interleaved; room for frameLength * channelCount values
+    int16_t *samples = nullptr; // interleaved; FrameLength() * channelCount values, null without a buffer
     uint32_t fillCount = 0;     // samples per channel written so far
-    uint32_t channelCount = 0;  // of the channel code that AllocBuffer was given
+    uint32_t channelCount = 0;  // derived from AllocBuffer's channel code
 
-    // Makes room for `frameLength` samples per channel, all silence, instead of what was there, and
-    // sets the fill count to 0. The rate is only kept. False for a channel code, a format or a
-    // length that there is no buffer for, or without memory: then there is no buffer.
+    // Replaces the buffer by `frameLength` samples per channel of silence and sets the fill count to 0. The
+    // rate is only stored. Returns false, without a buffer, for an unsupported channel code, format or
+    // length, or if memory runs out.
     bool AllocBuffer(uint32_t sampleRateHz, uint32_t frameLength, uint32_t channelCode, PCMFormat format);
-    // Gives the buffer back; then there is room for nothing. Can be repeated.
+    // Frees the buffer and resets all fields. Can be called without a buffer.
     void ReleaseBuffer();
 
-    // Samples per channel that there is room for.
+    // Capacity in samples per channel.
     uint32_t FrameLength() const { return m_frameLength; }
     uint32_t SampleRateHz() const { return m_sampleRateHz; }
 

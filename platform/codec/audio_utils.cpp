@@ -12,7 +12,7 @@ COMLoadStatus AudioUtils::GetCOMLoadedStatus()
     if (result == RPC_E_CHANGED_MODE) {
         return COM_OTHER_MODEL;
     }
-    // Each success has to be undone, also one that is not S_OK.
+    // Every success must be undone, even one that is not S_OK.
     return SUCCEEDED(result) ? COM_LOADED : COM_NOT_LOADED;
 }
 

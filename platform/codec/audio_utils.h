@@ -1,11 +1,11 @@
-// Entering and leaving COM for code that does not know its calling thread.
+// Enters and leaves COM, for code that can run on any thread.
 #pragma once
 
-// What GetCOMLoadedStatus found, and so what UnloadCOM has to undo.
+// Result of GetCOMLoadedStatus; determines what UnloadCOM undoes.
 enum COMLoadStatus {
-    COM_LOADED = 0,         // entered by this call
-    COM_ALREADY_LOADED = 1, // the thread was inside; entered once more
-    COM_OTHER_MODEL = 2,    // the thread is in another kind of apartment, which serves as well
+    COM_LOADED = 0,         // this call entered COM
+    COM_ALREADY_LOADED = 1, // the thread had entered COM; this call entered it once more
+    COM_OTHER_MODEL = 2,    // the thread is in another kind of apartment, which can be used; nothing to undo
     COM_NOT_LOADED = 3,     // COM is not available
 };
 
@@ -15,6 +15,6 @@ public:
     // https://learn.microsoft.com/windows/win32/api/combaseapi/nf-combaseapi-coinitializeex
     static COMLoadStatus GetCOMLoadedStatus();
 
-    // Leaves COM on the same thread, if that status says that the thread entered it.
+    // Leaves COM if `status` says that GetCOMLoadedStatus entered it. Must run on the same thread.
     static void UnloadCOM(COMLoadStatus status);
 };

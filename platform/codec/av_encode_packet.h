@@ -1,9 +1,9 @@
-// One encoded frame, in a buffer that is made once and filled again and again.
+// One encoded frame in a reusable buffer.
 #pragma once
 
 #include <cstdint>
 
-// Passed between threads as a whole: whoever holds it owns its fields.
+// Not locked: queues pass a packet between threads, and only the thread that has the packet uses it.
 class AVEncodePacket {
 public:
     AVEncodePacket();
@@ -11,14 +11,14 @@ public:
     AVEncodePacket(const AVEncodePacket &) = delete;
     AVEncodePacket &operator=(const AVEncodePacket &) = delete;
 
-    uint8_t *data = nullptr; // null without a buffer
+    uint8_t *data = nullptr; // the buffer; null if there is none
     uint32_t size = 0;       // bytes of the encoded frame
-    int64_t timeStamp = 0;   // of the first sample, in samples until it is rescaled
+    int64_t timeStamp = 0;   // of the first sample; in samples, until RescalePacketTimeStamp
 
-    // Makes a buffer of `capacity` bytes instead of the one before; `zeroed` clears it. False for
-    // 0 bytes or without memory: then there is none.
+    // Replaces the buffer by one of `capacity` bytes, cleared if `zeroed`. Returns false, without a buffer,
+    // if `capacity` is 0 or memory runs out.
     bool AllocBuffer(uint32_t capacity, bool zeroed);
-    // Gives the buffer back; the time stamp is left alone. Can be repeated.
+    // Frees the buffer and sets the size to 0; keeps the time stamp. Can be called without a buffer.
     void ReleaseBuffer();
 
     uint32_t Capacity() const { return m_capacity; }
@@ -27,6 +27,6 @@ private:
     uint32_t m_capacity = 0;
 };
 
-// Converts a packet's time stamp from units of 1/`fromHz` to units of 1/`toHz` seconds, rounding
-// to the nearest. A rate of 0 leaves it alone, and a null packet is ignored.
+// Converts a packet's time stamp from units of 1/`fromHz` to units of 1/`toHz` seconds, rounded to the
+// nearest. Does nothing if the packet is null or a rate is 0.
 void RescalePacketTimeStamp(AVEncodePacket *packet, uint32_t fromHz, uint32_t toHz);

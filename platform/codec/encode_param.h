@@ -1,9 +1,9 @@
-// What an encoder is asked for.
+// Parameters of an encoder.
 #pragma once
 
 #include <cstdint>
 
-// The format of PCM samples.
+// Format of PCM samples.
 enum class PCMFormat : uint32_t {
     S16 = 1, // signed 16-bit, interleaved
 };
@@ -19,7 +19,7 @@ struct EncodeParam {
 
 static_assert(sizeof(EncodeParam) == 20);
 
-// How many channels a channel code stands for; 0 when it is none of ours.
+// Number of channels for a channel code; 0 if the code is not supported.
 constexpr uint32_t ChannelCountOf(uint32_t channelCode)
 {
     constexpr uint32_t frontPair = 3;

@@ -14,6 +14,21 @@ namespace logging {
 
 namespace {
 
+// Null if the file cannot be opened.
+HANDLE OpenForAppending(const std::filesystem::path &path)
+{
+    // With the right to append but not to write, Windows moves each write to the end of the file.
+    const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return file == INVALID_HANDLE_VALUE ? nullptr : file;
+}
+
+void CloseFile(HANDLE file)
+{
+    CloseHandle(file);
+}
+
 FILE_STANDARD_INFO StandardInfo(HANDLE file)
 {
     FILE_STANDARD_INFO info{};
@@ -22,28 +37,6 @@ FILE_STANDARD_INFO StandardInfo(HANDLE file)
 }
 
 } // namespace
-
-bool AppendFile::Open(const std::filesystem::path &path)
-{
-    Close();
-    // With the right to append and without the right to write, the system itself looks for the
-    // end at each write.
-    m_handle = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                           FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (m_handle == INVALID_HANDLE_VALUE) {
-        m_handle = noHandle;
-    }
-    return IsOpen();
-}
-
-void AppendFile::Close()
-{
-    if (IsOpen()) {
-        CloseHandle(m_handle);
-        m_handle = noHandle;
-    }
-}
 
 bool AppendFile::Append(std::string_view bytes)
 {
@@ -65,20 +58,20 @@ bool AppendFile::HasName() const
 
 #else
 
-bool AppendFile::Open(const std::filesystem::path &path)
+namespace {
+
+// -1 if the file cannot be opened.
+int OpenForAppending(const std::filesystem::path &path)
 {
-    Close();
-    m_handle = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    return IsOpen();
+    return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
 }
 
-void AppendFile::Close()
+void CloseFile(int file)
 {
-    if (IsOpen()) {
-        close(m_handle);
-        m_handle = noHandle;
-    }
+    close(file);
 }
+
+} // namespace
 
 bool AppendFile::Append(std::string_view bytes)
 {
@@ -98,5 +91,20 @@ bool AppendFile::HasName() const
 }
 
 #endif
+
+bool AppendFile::Open(const std::filesystem::path &path)
+{
+    Close();
+    m_handle = OpenForAppending(path);
+    return IsOpen();
+}
+
+void AppendFile::Close()
+{
+    if (IsOpen()) {
+        CloseFile(m_handle);
+        m_handle = noHandle;
+    }
+}
 
 } // namespace logging

@@ -1,6 +1,5 @@
-// A file that is only ever appended to, each piece in one system call, so that pieces from
-// several processes do not overwrite each other. No buffer, no lock: nothing is left to be
-// written when the process ends.
+// A file for appending. Each append is one system call, so that several processes can append without
+// overwriting each other. There is no buffer, so that nothing is lost when the process ends.
 #pragma once
 
 #include <cstdint>
@@ -17,18 +16,18 @@ public:
     AppendFile(const AppendFile &) = delete;
     AppendFile &operator=(const AppendFile &) = delete;
 
-    // Opens the file, creating it when there is none, instead of the one that was open. Others
-    // may read, write, rename and remove it meanwhile.
+    // Closes the current file and opens `path`, creating the file if it is missing. Other processes may
+    // read, write, rename and remove the file while it is open.
     bool Open(const std::filesystem::path &path);
     bool IsOpen() const { return m_handle != noHandle; }
     void Close();
 
-    // False unless all of it was written.
+    // Returns false unless all bytes were written.
     bool Append(std::string_view bytes);
 
-    // In bytes; 0 when it cannot be told.
+    // In bytes; 0 if the system cannot report it.
     std::uint64_t Size() const;
-    // False when the file was removed while it was open.
+    // False if the file was removed while it was open.
     bool HasName() const;
 
 private:

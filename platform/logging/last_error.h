@@ -1,4 +1,4 @@
-// Logging is called between a failed call and the caller's look at its error.
+// Callers log between a failed call and their use of its error code, so logging must not change the code.
 #pragma once
 
 #include <cerrno>

@@ -14,9 +14,9 @@ namespace {
 
 using NativeString = std::filesystem::path::string_type;
 
-// Empty when there is no such variable. The system is asked, not the C runtime, whose copy of
-// the environment is narrow and as old as the runtime.
-NativeString Environment(const char *name)
+// Value of an environment variable; empty if there is none. On Windows, reads the system's environment: the
+// C runtime has a copy in narrow characters, which misses later changes.
+NativeString EnvironmentVariable(const char *name)
 {
 #ifdef _WIN32
     const std::wstring wideName(name, name + std::char_traits<char>::length(name));
@@ -34,12 +34,12 @@ NativeString Environment(const char *name)
 std::filesystem::path LocalApplicationData()
 {
 #ifdef _WIN32
-    return Environment("LOCALAPPDATA");
+    return EnvironmentVariable("LOCALAPPDATA");
 #else
-    if (const NativeString state = Environment("XDG_STATE_HOME"); !state.empty()) {
+    if (const NativeString state = EnvironmentVariable("XDG_STATE_HOME"); !state.empty()) {
         return state;
     }
-    const NativeString home = Environment("HOME");
+    const NativeString home = EnvironmentVariable("HOME");
     return home.empty() ? std::filesystem::path() : std::filesystem::path(home) / ".local" / "state";
 #endif
 }
@@ -65,14 +65,14 @@ std::optional<int> ParseLevel(const NativeString &text)
 LogSettings ReadLogSettings()
 {
     LogSettings settings;
-    settings.file = Environment("VELTO_LOG_FILE");
+    settings.file = EnvironmentVariable("VELTO_LOG_FILE");
     if (settings.file.empty()) {
         const std::filesystem::path data = LocalApplicationData();
         if (!data.empty()) {
             settings.file = data / "VELTO" / "LibVeltoAudioHandler.log";
         }
     }
-    const NativeString level = Environment("VELTO_LOG_LEVEL");
+    const NativeString level = EnvironmentVariable("VELTO_LOG_LEVEL");
     if (!level.empty()) {
         const std::optional<int> parsed = ParseLevel(level);
         settings.levelIsInvalid = !parsed.has_value();

@@ -1,4 +1,4 @@
-// What the environment says about the log, and the bounds that it does not set.
+// Settings of the log: file and level from the environment, and fixed limits.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 
 namespace logging {
 
-// One above LOG_LEVEL_ERROR: nothing is logged.
+// One above LOG_LEVEL_ERROR, so that no line is logged.
 constexpr int levelOff = 5;
 
 struct LogSettings {
@@ -15,15 +15,15 @@ struct LogSettings {
     int lowestLevel = 1;        // LOG_MESSAGE_LEVEL, or levelOff
     bool levelIsInvalid = false;
     std::uint64_t maxFileBytes = std::uint64_t{5} * 1024 * 1024;
-    int oldFiles = 2; // kept next to the current one
-    // How long a file that failed is left alone: an attempt on a network drive that has gone can take
-    // seconds, and lines may come from the thread that plays.
+    int oldFiles = 2; // rotated files, in addition to the current one
+    // Pause before a failed file is tried again. Opening a file on a lost network drive can take seconds, and
+    // the play threads write log lines, too.
     std::chrono::milliseconds retryAfter = std::chrono::seconds{10};
 };
 
-// Reads VELTO_LOG_FILE and VELTO_LOG_LEVEL (1 to 4, or trace, debug, info, error, off; in any
-// case). Without the former the file is VELTO/LibVeltoAudioHandler.log under the user's local
-// application data (%LOCALAPPDATA%; elsewhere $XDG_STATE_HOME, or ~/.local/state).
+// Reads VELTO_LOG_FILE and VELTO_LOG_LEVEL (1 to 4, or trace, debug, info, error, off; in any case).
+// Without VELTO_LOG_FILE, the file is VELTO/LibVeltoAudioHandler.log in the user's local application data:
+// %LOCALAPPDATA% on Windows, else $XDG_STATE_HOME or ~/.local/state.
 LogSettings ReadLogSettings();
 
 } // namespace logging

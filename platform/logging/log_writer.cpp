@@ -14,7 +14,7 @@
 namespace logging {
 namespace {
 
-// Beyond this, a message is cut: one line must never outgrow the bounded file.
+// Longer messages are truncated, so that a line always fits into a log file of limited size.
 constexpr std::size_t maxMessageBytes = 8192;
 
 std::unique_ptr<LogSinks> OpenSinks()
@@ -44,8 +44,8 @@ private:
     std::unique_ptr<LogSinks> m_sinks; // guarded by m_mutex
 };
 
-// Null before the writer's construction and after its destruction, when other static objects
-// of the module may still log: constant-initialised, never destroyed.
+// Null before the writer is constructed and after it is destroyed: other static objects of the module can
+// log then. Constant-initialised and never destroyed.
 constinit std::atomic<LogWriter *> currentWriter = nullptr;
 
 LogWriter::LogWriter()
@@ -57,7 +57,7 @@ LogWriter::~LogWriter()
 {
     currentWriter = nullptr;
     if (ProcessIsEnding()) {
-        // A thread may have been killed in the middle of a line; the system closes the file.
+        // A killed thread may have left the sinks inconsistent: leak them. The system closes the file.
         static_cast<void>(m_sinks.release());
     }
 }
@@ -68,7 +68,7 @@ void LogWriter::Write(LOG_MESSAGE_LEVEL level, const char *channel, const std::s
     if (!ProcessIsEnding()) {
         lock.lock();
     } else if (!lock.try_lock()) {
-        return; // the thread that held the lock was killed
+        return; // a killed thread owned the lock
     }
     if (m_sinks == nullptr) {
         m_sinks = OpenSinks();
@@ -91,7 +91,7 @@ void WriteLine(LOG_MESSAGE_LEVEL level, const char *channel, std::wstring_view m
             OpenSinks()->Write(level, channel, text);
         }
     } catch (...) {
-        // No memory for a line, or a lock that the system refuses: there is no one to tell.
+        // Out of memory, or the lock failed. There is nowhere to report it.
         return;
     }
 }

@@ -1,9 +1,9 @@
-// The one writer behind all channels of a process.
+// The writer that all channels of the module share.
 //
-// It opens the log at the first line and not before, because the loader's lock is held while
-// the module is loaded. When the module unloads, the file is closed; a line that is written
-// still later opens the file for itself. While it holds its own lock the writer calls nothing
-// that could need the loader's lock: a thread that unloads the module may be waiting to log.
+// The log is opened at the first line and not at load, because the loader's lock is held during load. The
+// file is closed when the module unloads; each line written after that opens and closes the file. While the
+// writer holds its own lock, it makes no call that could need the loader's lock: a thread that unloads the
+// module owns that lock and may be waiting to log.
 #pragma once
 
 #include <string_view>
@@ -12,8 +12,8 @@
 
 namespace logging {
 
-// Writes one line, or drops it when the level is filtered or no sink can be written. Any thread,
-// any time. Never throws; keeps the thread's last error.
+// Writes one line. Drops it if its level is filtered or no sink can be written. Any thread, at any time,
+// also during load and unload. Never throws; keeps the thread's last error.
 void WriteLine(LOG_MESSAGE_LEVEL level, const char *channel, std::wstring_view message) noexcept;
 
 } // namespace logging

@@ -10,7 +10,7 @@ Logger::Logger(std::string channel)
     channel.copy(m_channel, std::min(channel.size(), sizeof(m_channel) - 1));
 }
 
-// Nothing to give back: the file belongs to all channels and is closed when the module unloads.
+// Releases nothing: all channels share the file, which is closed when the module unloads.
 Logger::~Logger() = default;
 
 void Logger::Log(LOG_MESSAGE_LEVEL level, const std::wstringstream &message)

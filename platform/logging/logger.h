@@ -1,11 +1,11 @@
-// The platform's logging library, as this module calls it: a named channel logger and a
-// process-wide singleton. Both may be called from any thread, at load, at unload and at process
-// exit, even after the static objects of the module have been destroyed; a log that cannot be
-// opened never fails the caller, and no call throws or changes the thread's last error.
+// The platform's logging library, as this module calls it: a named channel logger and a process-wide
+// singleton. Both can be called from any thread, at load, at unload and at process exit, even after the
+// static objects of the module have been destroyed. A log that cannot be opened is no error for the caller,
+// and no call throws or changes the thread's last error.
 //
-// Lines carry a time stamp with milliseconds, the thread id, the level, the channel and the
-// message as UTF-8. They go to a rotating file under the user's local application data
-// (VELTO_LOG_FILE names another one; VELTO_LOG_LEVEL filters) and to the debugger.
+// A line has the time in milliseconds, the thread id, the level, the channel and the message, as UTF-8.
+// Lines go to a rotating file in the user's local application data and to the debugger. The environment
+// variable VELTO_LOG_FILE selects another file, VELTO_LOG_LEVEL the lowest level that is written.
 #pragma once
 
 #include <sstream>
@@ -18,7 +18,7 @@ enum LOG_MESSAGE_LEVEL {
     LOG_LEVEL_ERROR = 4,
 };
 
-// A named channel. A name longer than 63 bytes is cut.
+// A named channel. Names are truncated to 63 bytes.
 class Logger {
 public:
     explicit Logger(std::string channel);
@@ -30,8 +30,8 @@ public:
     void Log(LOG_MESSAGE_LEVEL level, const std::wstringstream &message);
 
 private:
-    // A plain array: a destructor that runs late at unload may still log through this object
-    // after its own destruction, and then has to find the name as it was.
+    // An array and not a std::string: static objects that are destroyed later at unload may log through this
+    // object after its destruction, and still need the name.
     char m_channel[64] = {};
 };
 
@@ -40,7 +40,7 @@ class NrLogger {
 public:
     static NrLogger &GetInstance();
 
-    // Writes the stream's text. The stream is modifiable by this library's contract.
+    // Writes the stream's text, which is only read. The platform's interface takes a non-const reference.
     void Log(LOG_MESSAGE_LEVEL level, std::wstringstream &message);
 
 private:

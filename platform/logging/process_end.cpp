@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-// Exported by every ntdll; the SDK's headers do not declare it.
+// Exported by ntdll in every Windows version, but not declared in the SDK's headers.
 // https://learn.microsoft.com/windows/win32/devnotes/rtldllshutdowninprogress
 extern "C" __declspec(dllimport) BOOLEAN NTAPI RtlDllShutdownInProgress();
 
@@ -21,7 +21,7 @@ bool ProcessIsEnding() noexcept
 
 namespace logging {
 
-// Elsewhere exit handlers run while the other threads still do.
+// Other systems run exit handlers while the other threads are still running.
 bool ProcessIsEnding() noexcept
 {
     return false;

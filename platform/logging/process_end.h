@@ -1,10 +1,10 @@
-// Tells the end of the process from the unloading of a module.
+// Distinguishes the end of the process from the unloading of the module.
 #pragma once
 
 namespace logging {
 
-// True once the system has ended all other threads of the process to let it exit. Locks that
-// those threads held are never given back.
+// True once the system has killed all other threads because the process exits. Locks that those threads
+// owned are never released.
 bool ProcessIsEnding() noexcept;
 
 } // namespace logging

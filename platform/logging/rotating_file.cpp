@@ -41,12 +41,12 @@ bool RotatingFile::TryAppend(std::string_view line)
 
 bool RotatingFile::Open()
 {
-    std::error_code ignored; // what matters is whether the file can be opened
+    std::error_code ignored; // only a failure to open the file matters
     std::filesystem::create_directories(m_path.parent_path(), ignored);
     return m_file.Open(m_path);
 }
 
-// An empty file takes any line.
+// An empty file has room for any line.
 bool RotatingFile::HasRoomFor(std::uint64_t bytes) const
 {
     const std::uint64_t size = m_file.Size();
@@ -55,7 +55,7 @@ bool RotatingFile::HasRoomFor(std::uint64_t bytes) const
 
 bool RotatingFile::MakeRoomFor(std::uint64_t bytes)
 {
-    // Another process may have rotated already: then what bears the name is another file.
+    // If another process has already rotated, the path now names a new file.
     if (!Open()) {
         return false;
     }
@@ -73,7 +73,7 @@ void RotatingFile::Rotate()
     for (int age = m_oldFiles; age > 0; --age) {
         std::filesystem::rename(OldPath(age - 1), OldPath(age), error);
     }
-    // The last one renamed was the current file.
+    // The last rename was that of the current file.
     if (m_oldFiles == 0 || error) {
         std::filesystem::resize_file(m_path, 0, error);
     }

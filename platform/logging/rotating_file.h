@@ -1,9 +1,9 @@
-// A file of lines that never outgrows its bound: when it is full it becomes NAME.1.EXT, the
-// earlier NAME.1.EXT becomes NAME.2.EXT and so on, and the oldest one goes.
+// A log file of limited size. A full file is renamed to NAME.1.EXT, the previous NAME.1.EXT to NAME.2.EXT
+// and so on; the oldest file is overwritten.
 //
-// Several processes may write to one file. Lines stay whole, and a process whose file was
-// rotated or removed by another one, or by a person, goes on in the new file. Where the file
-// cannot be renamed because a foreign program holds it, it is emptied instead: the bound holds.
+// Several processes can write to one file, and lines stay whole. If another process rotates the file, or the
+// file is removed, this process continues in the new file. If the file cannot be renamed because another
+// program has it open, it is emptied instead, so that the limit still applies.
 #pragma once
 
 #include <chrono>
@@ -15,17 +15,17 @@
 
 namespace logging {
 
-// One thread at a time. Nothing is opened before the first line.
+// One thread at a time. The file is opened when the first line is written.
 class RotatingFile {
 public:
     using Clock = std::chrono::steady_clock::time_point (*)();
 
-    // An empty path means no file: every Append fails. After a failure, appending is not tried
-    // again before `retryAfter` has passed by `now`.
+    // With an empty path, every Append fails. After a failure, Append does not try again until
+    // `retryAfter` has passed on the clock `now`.
     RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, int oldFiles,
                  std::chrono::milliseconds retryAfter, Clock now = std::chrono::steady_clock::now);
 
-    // Appends a line, which is handed to the system at once. False when it could not be written.
+    // Passes a line, including its line ending, to the system. Returns false if it could not be written.
     bool Append(std::string_view line);
 
 private:

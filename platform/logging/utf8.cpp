@@ -18,13 +18,13 @@ bool IsLowSurrogate(char32_t unit)
 
 char32_t UnitAt(std::wstring_view text, std::size_t position)
 {
-    // wchar_t is signed on some platforms; a negative one is no character.
+    // wchar_t is signed on some platforms; a negative value becomes one above U+10FFFF.
     using Unit = std::conditional_t<sizeof(wchar_t) == 2, std::uint16_t, std::uint32_t>;
     return static_cast<Unit>(text[position]);
 }
 
-// Takes the code point at `position` and moves past it.
-char32_t TakeCodePoint(std::wstring_view text, std::size_t &position)
+// Returns the code point at `position` and advances past it.
+char32_t NextCodePoint(std::wstring_view text, std::size_t &position)
 {
     const char32_t unit = UnitAt(text, position++);
     if (sizeof(wchar_t) == 2 && IsHighSurrogate(unit) && position < text.size()) {
@@ -45,7 +45,7 @@ void AppendHex(std::string &out, char32_t value, int digits)
     }
 }
 
-// False when the code point may stand as it is.
+// Appends the escape of a code point. Returns false, without appending, if it needs none.
 bool AppendEscape(std::string &out, char32_t code)
 {
     switch (code) {
@@ -103,7 +103,7 @@ std::string ToLogText(std::wstring_view message, std::size_t maxBytes)
     std::size_t position = 0;
     while (position < message.size()) {
         const std::size_t before = text.size();
-        const char32_t code = TakeCodePoint(message, position);
+        const char32_t code = NextCodePoint(message, position);
         if (!AppendEscape(text, code)) {
             AppendUtf8(text, code);
         }

@@ -1,4 +1,4 @@
-// Wide text as it stands in a log line.
+// Converts wide text to UTF-8 for a log line.
 #pragma once
 
 #include <cstddef>
@@ -7,10 +7,10 @@
 
 namespace logging {
 
-// Converts UTF-16 or UTF-32, whichever the platform's wchar_t holds, to UTF-8. What is no
-// character (a lone surrogate, a value past U+10FFFF) becomes U+FFFD. Control characters and
-// line separators are written as escapes (\n, \x1B, \u2028), so that no message can forge a
-// line or drive a terminal. Text past `maxBytes` is replaced by an ellipsis.
+// Converts UTF-16 or UTF-32, depending on the size of wchar_t, to UTF-8. Invalid values (lone surrogates,
+// values above U+10FFFF) become U+FFFD. Control characters and line separators become escapes (\n, \x1B,
+// \u2028), so that a message can neither forge a line nor control a terminal. Text beyond `maxBytes` is
+// replaced by an ellipsis.
 std::string ToLogText(std::wstring_view message, std::size_t maxBytes);
 
 } // namespace logging

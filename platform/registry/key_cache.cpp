@@ -4,8 +4,8 @@ namespace DE {
 
 KeyCache::~KeyCache()
 {
-    // No lock: at unload no other thread runs this module's code, and at the end of the process
-    // a killed thread may hold it.
+    // Not locked: at unload, no other thread runs this module's code; at the end of the process, a killed
+    // thread may own the lock.
     for (Entry &entry : m_entries) {
         Close(entry);
     }

@@ -1,5 +1,5 @@
-// Registry keys that stay open between calls: opening one costs twice what a query does, and
-// the query is on the path of every frame.
+// Registry keys that stay open between calls. Every speaker frame makes a query, and opening a key takes
+// twice as long as a query.
 #pragma once
 
 #include <windows.h>
@@ -10,12 +10,12 @@
 
 namespace DE {
 
-// Any thread: a call holds the cache's lock for one query or one write, so that no other call
-// closes the key under it.
+// Any thread. A call holds the cache's lock during its query or write, so that no other call closes the key
+// meanwhile.
 class KeyCache {
 public:
-    // Opens a key: RegOpenKeyExW, or RegCreateKeyExW where there may be none. `subKey` has no
-    // leading backslash. Returns a Windows error code.
+    // Opens a key with RegOpenKeyExW, or with RegCreateKeyExW if a missing key is to be created. `subKey` has
+    // no leading backslash. Returns a Windows error code.
     using OpenKey = LSTATUS (*)(HKEY root, const wchar_t *subKey, REGSAM access, HKEY &key);
 
     KeyCache() = default;
@@ -23,9 +23,9 @@ public:
     KeyCache(const KeyCache &) = delete;
     KeyCache &operator=(const KeyCache &) = delete;
 
-    // Runs `use(key)` on the open key, opening it first where needed. A key that turns out to
-    // have been deleted meanwhile is opened anew, once. Returns the error code of the opening
-    // or of `use`. `subKey` may start with backslashes.
+    // Calls `use(key)` with the open key, opening it first if needed. If `use` reports that the key was
+    // deleted meanwhile, reopens the key and calls `use` once more. Returns the error code of opening or of
+    // `use`. `subKey` may start with backslashes.
     template <typename Use>
     LSTATUS WithKey(HKEY root, const std::wstring &subKey, REGSAM access, OpenKey open, Use use)
     {
@@ -46,7 +46,7 @@ private:
     struct Entry {
         HKEY root;
         REGSAM access;
-        std::wstring subKey; // as the caller writes it
+        std::wstring subKey; // as the caller passes it, with any leading backslash
         HKEY key;            // null: not open
     };
 
@@ -56,7 +56,7 @@ private:
     Entry &EntryOf(HKEY root, const std::wstring &subKey, REGSAM access);
 
     std::mutex m_mutex;
-    std::vector<Entry> m_entries; // guarded by m_mutex; a module uses very few keys
+    std::vector<Entry> m_entries; // guarded by m_mutex; searched linearly, because the module uses one key
 };
 
 } // namespace DE

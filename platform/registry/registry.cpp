@@ -7,7 +7,7 @@
 namespace DE {
 namespace {
 
-// The keys that all threads share until the module unloads.
+// The key cache that all threads share until the module unloads.
 class SharedKeys {
 public:
     SharedKeys() { current = &m_keys; }
@@ -15,8 +15,8 @@ public:
     SharedKeys(const SharedKeys &) = delete;
     SharedKeys &operator=(const SharedKeys &) = delete;
 
-    // Null before and after the life of this module's static objects, when other static objects
-    // may still call: constant-initialised, never destroyed.
+    // Null before this object is constructed and after it is destroyed: other static objects of the module
+    // can call the library then. Constant-initialised and never destroyed.
     static constinit inline std::atomic<KeyCache *> current = nullptr;
 
 private:
@@ -41,10 +41,10 @@ bool UseKey(HKEY root, const std::wstring &subKey, REGSAM access, KeyCache::Open
         if (KeyCache *shared = SharedKeys::current; shared != nullptr) {
             return shared->WithKey(root, subKey, access, open, use) == ERROR_SUCCESS;
         }
-        KeyCache forThisCall;
-        return forThisCall.WithKey(root, subKey, access, open, use) == ERROR_SUCCESS;
+        KeyCache temporary;
+        return temporary.WithKey(root, subKey, access, open, use) == ERROR_SUCCESS;
     } catch (...) {
-        return false; // no memory to remember the key
+        return false; // out of memory
     }
 }
 

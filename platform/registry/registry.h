@@ -7,17 +7,17 @@
 
 namespace DE {
 
-// Reads and writes 32-bit (DWORD) values. Sub-keys may start with a backslash, which the system
-// calls refuse. Both calls may be made from any thread.
+// Reads and writes 32-bit (DWORD) values, on any thread. Sub-keys may start with backslashes, which Windows'
+// own functions refuse.
 class Registry {
 public:
-    // Reads a value into `value`, which is left alone on failure. The key stays open between
-    // calls, so that a read costs one query; a key that was deleted meanwhile is reopened.
+    // Reads a value into `value`, which is unchanged on failure. The key stays open between calls, so that a
+    // read takes one query. A key that was deleted meanwhile is reopened.
     static bool GetValue(HKEY root, const std::wstring &subKey, const std::wstring &name, DWORD &value,
                          REGSAM access);
 
-    // Writes a value, creating the key when there is none. `value` is only read: the reference is the
-    // library's interface.
+    // Writes a value, creating a missing key. `value` is only read; the platform's interface takes a
+    // non-const reference.
     static bool SetValue(HKEY root, const std::wstring &subKey, const std::wstring &name, DWORD &value,
                          REGSAM access);
 };

@@ -1,4 +1,4 @@
-// An endpoint's own volume.
+// The volume of an endpoint.
 #pragma once
 
 #include <unknwn.h>

@@ -1,2 +1,2 @@
-// Here the ids are inline constants of the headers that declare them: nothing to instantiate.
+// Empty: in this subset, ids are inline constants, so none needs to be instantiated.
 #pragma once

@@ -1,4 +1,4 @@
-// Nothing of this header is used but its name, which ksmedia.h asks for.
+// Empty: the SDK's ksmedia.h needs this header first, but the module uses nothing of it.
 #pragma once
 
 #include <windows.h>

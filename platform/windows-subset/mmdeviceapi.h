@@ -67,6 +67,6 @@ struct IMMDeviceEnumerator : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE
     UnregisterEndpointNotificationCallback(IMMNotificationClient *client) = 0;
 };
-class MMDeviceEnumerator; // the class behind the interface
+class MMDeviceEnumerator; // the class that implements the interface; only its id is used
 WIN32_UUID(MMDeviceEnumerator, CLSID_MMDeviceEnumerator)
 WIN32_UUID(IMMDeviceEnumerator, IID_IMMDeviceEnumerator)

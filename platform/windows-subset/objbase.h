@@ -1,4 +1,4 @@
-// COM's entry points.
+// COM's functions.
 #pragma once
 
 #include <unknwn.h>

@@ -1,4 +1,4 @@
-// The root of all COM interfaces.
+// The base of all COM interfaces.
 #pragma once
 
 #include <windows.h>

@@ -1,7 +1,9 @@
-// The part of the Windows headers that the module uses, for builds on Linux.
+// This folder is a subset of Windows' headers. With it, the module's sources compile natively on Linux, for
+// sanitizers, fuzzing and coverage.
 //
-// Names, values and layouts are those of the SDK. The functions are declared only: unit-test
-// builds redirect every call to tests/fakes/fake_windows.h.
+// It contains what the module and its unit tests use, with the names, values and layouts of the SDK.
+// Functions are only declared: the unit tests redirect each call to a fake (tests/fakes/redirect.h), and no
+// native program links the module's sources without the fakes.
 #pragma once
 
 #include <cstddef>
@@ -93,7 +95,7 @@ inline bool operator==(REFGUID left, REFGUID right)
     return IsEqualGUID(left, right);
 }
 
-// __uuidof(Interface): each interface's header names its id with WIN32_UUID.
+// __uuidof(Interface), as the compiler for Windows has it. WIN32_UUID assigns an interface its id.
 template <typename Interface>
 const GUID &Win32UuidOf();
 #define __uuidof(type) Win32UuidOf<type>()
