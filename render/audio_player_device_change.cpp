@@ -17,7 +17,7 @@ constexpr char propertyTag[] = "AudioPlayerWas::OnAudioPropertyValueChanged";
 
 void LogNotOpen(const char *tag, bool isOpen)
 {
-    LogError(tag, "AudioPlayerWas ", "isOpen=", isOpen ? 1 : 0);
+    LogPlayerError(tag, "isOpen=", isOpen ? 1 : 0);
 }
 
 } // namespace
@@ -28,14 +28,14 @@ int32_t AudioPlayerWas::CheckDeviceChanged()
     if (m_deviceChanged.exchange(false)) {
         const int32_t result = OnAudioDeviceChanged();
         if (result != 0) {
-            LogError(checkTag, "AudioPlayerWas ", "OnAudioDeviceChanged failed");
+            LogPlayerError(checkTag, "OnAudioDeviceChanged failed");
             return result;
         }
     }
     if (m_propertyChanged.exchange(false)) {
         const int32_t result = OnAudioPropertyValueChanged();
         if (result != 0) {
-            LogError(checkTag, "AudioPlayerWas ", "OnAudioPropertyValueChanged failed");
+            LogPlayerError(checkTag, "OnAudioPropertyValueChanged failed");
             return result;
         }
     }
@@ -48,7 +48,7 @@ int32_t AudioPlayerWas::OnAudioDeviceChanged()
         LogNotOpen(deviceTag, m_isOpen);
         return 0;
     }
-    LogError(deviceTag, "AudioPlayerWas ", "OnAudioDeviceChanged");
+    LogPlayerError(deviceTag, "OnAudioDeviceChanged");
 
     IMMDevice *device = nullptr;
     const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &device);
@@ -73,11 +73,11 @@ int32_t AudioPlayerWas::SwitchTo(IMMDevice *device)
         return 1;
     }
     if (deviceId != nullptr && m_deviceId != nullptr && std::wcscmp(deviceId, m_deviceId) == 0) {
-        LogError(deviceTag, "AudioPlayerWas ", "same deviceId");
+        LogPlayerError(deviceTag, "same deviceId");
         SafeCoTaskMemFree(deviceId);
         return 0;
     }
-    LogInfo(deviceTag, "AudioPlayerWas ", "Need to change default audio device.");
+    LogPlayerInfo(deviceTag, "Need to change default audio device.");
     SafeCoTaskMemFree(m_deviceId);
     m_deviceId = deviceId;
     DropClient();
@@ -93,22 +93,19 @@ int32_t AudioPlayerWas::OnAudioPropertyValueChanged()
         LogNotOpen(propertyTag, m_isOpen);
         return 0;
     }
-    if (m_audioClient != nullptr) {
-        UINT32 frames = 0;
-        if (m_audioClient->GetBufferSize(&frames) != AUDCLNT_E_DEVICE_INVALIDATED) {
-            return 0; // the client still works
-        }
+    if (m_client.IsUsable()) {
+        return 0;
     }
-    LogInfo(propertyTag, "AudioPlayerWas ", "Need to deal with audio property value change");
+    LogPlayerInfo(propertyTag, "Need to deal with audio property value change");
     DropClient();
     return ActivateWasClient();
 }
 
 void AudioPlayerWas::DropClient()
 {
-    Stop();
-    ReleaseClient();
-    SafeCoTaskMemFree(m_mixFormat);
+    m_client.Stop();
+    m_client.Release();
+    m_client.FreeMixFormat();
 }
 
 } // namespace velto

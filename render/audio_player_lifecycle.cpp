@@ -4,39 +4,17 @@
 #include <new>
 #include <utility>
 
-#include "handler/log.h"
 #include "render/call_log.h"
 #include "support/com.h"
 
-extern "C" {
-#include <libswresample/swresample.h>
-}
-
 namespace velto {
 namespace {
-
-constexpr REFERENCE_TIME bufferDuration100ns = 3000000; // 300 ms
-
-// KSDATAFORMAT_SUBTYPE_PCM of ksmedia.h, which not every SDK has in a library.
-constexpr GUID pcmSubFormat{0x00000001, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 
 constexpr char openTag[] = "AudioPlayerWas::Open";
 constexpr char initTag[] = "AudioPlayerWas::InitDefaultAudioDevice";
 constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
 
 } // namespace
-
-// The numbers that name the failing step in the log. They belong to this version's log contract and are not
-// lines of this file.
-struct AudioPlayerWas::ActivationLines {
-    const char *tag;
-    int activate;
-    int mixFormat;
-    int initialize;
-    int eventHandle;
-    int bufferSize;
-    int service;
-};
 
 AudioPlayerWas::~AudioPlayerWas()
 {
@@ -45,7 +23,7 @@ AudioPlayerWas::~AudioPlayerWas()
     ReleaseResources();
     SafeRelease(m_device);
     SafeRelease(m_enumerator);
-    SafeRelease(m_audioClient);
+    m_client.ReleaseAudioClient();
     m_implementation.Drop();
 }
 
@@ -54,8 +32,7 @@ bool AudioPlayerWas::Open(int32_t bitsPerSample, int32_t channels, int32_t sampl
     if (bitsPerSample < 1 || channels < 1 || sampleRate < 1) {
         return false;
     }
-    SafeCloseHandle(m_bufferEvent);
-    m_bufferEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    m_client.CreateBufferEvent();
 
     const auto enterCom = [] {
         return CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_SPEED_OVER_MEMORY);
@@ -99,7 +76,7 @@ bool AudioPlayerWas::RegisterForNotifications()
         [this] { m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient); });
 }
 
-// Close keeps enumerator, device and notification client. The next Open replaces them.
+// Close keeps enumerator, device and notification client; the next Open replaces them.
 void AudioPlayerWas::ReleaseEarlierOpening()
 {
     EndNotifications();
@@ -109,7 +86,7 @@ void AudioPlayerWas::ReleaseEarlierOpening()
     SafeRelease(m_device);
     SafeRelease(m_enumerator);
     SafeCoTaskMemFree(m_deviceId);
-    SafeCoTaskMemFree(m_mixFormat);
+    m_client.FreeMixFormat();
     SafeCloseHandle(m_waitEvent);
 }
 
@@ -141,7 +118,7 @@ bool AudioPlayerWas::FindDefaultEndpoint()
     // A failing GetState counts as active: activation fails if the device is not.
     DWORD state = DEVICE_STATE_DISABLED;
     if (SUCCEEDED(m_device->GetState(&state)) && (state & DEVICE_STATE_ACTIVE) == 0) {
-        LogError(initTag, "AudioPlayerWas ", "endpointDevice is not active");
+        LogPlayerError(initTag, "endpointDevice is not active");
         return false;
     }
     return true;
@@ -150,18 +127,17 @@ bool AudioPlayerWas::FindDefaultEndpoint()
 bool AudioPlayerWas::StartOnEndpoint()
 {
     static constexpr ActivationLines lines{initTag, 307, 308, 315, 320, 321, 323};
-    if (!ActivateClient(lines) || !PointerPresent(initTag, 309, m_mixFormat) || !InitializeClient(lines)) {
+    if (!m_client.Activate(*m_device, lines) || !PointerPresent(initTag, 309, m_client.MixFormat()) ||
+        !m_client.Initialize(lines)) {
         return false;
     }
-    LogInfo(initTag, "AudioPlayerWas ", "Initialize end. BUFF_DURATIAN=", bufferDuration100ns);
+    LogPlayerInfo(initTag, "Initialize end. BUFF_DURATIAN=", EndpointClient::bufferDuration100ns);
 
-    // Leaks the previous opening's converter, by contract: docs/known-leaks.md.
-    m_resampler = swr_alloc();
-    if (!PointerPresent(initTag, 318, m_resampler) ||
-        !CallSucceeded(initTag, 319, [this] { return ResampleInit(); }) || !BindClient(lines)) {
+    if (!PointerPresent(initTag, 318, m_converter.AllocateContext()) ||
+        !CallSucceeded(initTag, 319, [this] { return ResampleInit(); }) || !m_client.Bind(lines)) {
         return false;
     }
-    m_audioClient->Start();
+    m_client.Start();
     m_waitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     return PointerPresent(initTag, 327, m_waitEvent);
 }
@@ -172,111 +148,50 @@ int32_t AudioPlayerWas::ActivateWasClient()
     if (m_device == nullptr) {
         return 1;
     }
-    bool ready = ActivateClient(lines);
-    if (ready && m_mixFormat == nullptr) {
+    bool ready = m_client.Activate(*m_device, lines);
+    if (ready && m_client.MixFormat() == nullptr) {
         // The uninitialised client is kept. It does not report itself invalid, so a property change keeps it,
         // too: only another default device or the next Open replaces it.
         return 1;
     }
-    ready = ready && InitializeClient(lines);
+    ready = ready && m_client.Initialize(lines);
     if (ready) {
         ResampleInit();
-        ready = BindClient(lines);
+        ready = m_client.Bind(lines);
     }
     if (!ready) {
-        ReleaseClient();
+        m_client.Release();
         return 1;
     }
-    m_audioClient->Start();
+    m_client.Start();
     return 0;
-}
-
-bool AudioPlayerWas::ActivateClient(const ActivationLines &lines)
-{
-    const auto activate = [this] {
-        return m_device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr,
-                                  reinterpret_cast<void **>(&m_audioClient));
-    };
-    return CallSucceeded(lines.tag, lines.activate, activate) &&
-           PointerPresent(lines.tag, lines.activate, m_audioClient) &&
-           CallSucceeded(lines.tag, lines.mixFormat,
-                         [this] { return m_audioClient->GetMixFormat(&m_mixFormat); });
-}
-
-// Re-labels the mix format as PCM and initialises the client with it: the engine's 32-bit float
-// becomes 32-bit integer, which is what the converter is set up for.
-bool AudioPlayerWas::InitializeClient(const ActivationLines &lines)
-{
-    m_frameBytes = m_mixFormat->nBlockAlign;
-    if (m_mixFormat->cbSize >= sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX)) {
-        reinterpret_cast<WAVEFORMATEXTENSIBLE *>(m_mixFormat)->SubFormat = pcmSubFormat;
-    }
-    return CallSucceeded(lines.tag, lines.initialize, [this] {
-        return m_audioClient->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_EVENTCALLBACK,
-                                         bufferDuration100ns, 0, m_mixFormat, nullptr);
-    });
-}
-
-bool AudioPlayerWas::BindClient(const ActivationLines &lines)
-{
-    const auto getService = [this] {
-        return m_audioClient->GetService(__uuidof(IAudioRenderClient),
-                                         reinterpret_cast<void **>(&m_renderClient));
-    };
-    return CallSucceeded(lines.tag, lines.eventHandle,
-                         [this] { return m_audioClient->SetEventHandle(m_bufferEvent); }) &&
-           CallSucceeded(lines.tag, lines.bufferSize,
-                         [this] { return m_audioClient->GetBufferSize(&m_bufferFrames); }) &&
-           CallSucceeded(lines.tag, lines.service, getService) &&
-           PointerPresent(lines.tag, lines.service, m_renderClient);
 }
 
 void AudioPlayerWas::Close()
 {
     if (!m_isOpen || m_enumerator == nullptr) {
-        LogError("AudioPlayerWas::Close", "AudioPlayerWas ", "there is no need to close");
+        LogPlayerError("AudioPlayerWas::Close", "there is no need to close");
         return;
     }
     Stop();
     EndNotifications();
     ReleaseClient();
-    if (!m_implementation.Holds()) { // leaving COM may unload their DLL
+    if (!m_implementation.Holds()) { // leaving COM then may unload their DLL
         SafeRelease(m_device);
         SafeRelease(m_enumerator);
     }
-    // Once per successful Open: not after one that was refused for its arguments, nor at a second Close.
+    // Once for each successful Open: not after an Open with invalid arguments, and not at a second Close.
     if (std::exchange(m_comEntered, false)) {
         CoUninitialize();
     }
 }
 
-void AudioPlayerWas::ReleaseClient()
-{
-    SafeRelease(m_audioClient);
-    SafeRelease(m_renderClient);
-}
-
-void AudioPlayerWas::Stop()
-{
-    if (m_audioClient != nullptr) {
-        m_audioClient->Stop();
-    }
-}
-
-void AudioPlayerWas::Start()
-{
-    if (m_audioClient != nullptr) {
-        m_audioClient->Start();
-    }
-}
-
 void AudioPlayerWas::ReleaseResources()
 {
-    swr_free(&m_resampler);
-    SafeCoTaskMemFree(m_mixFormat);
-    m_inputBuffer.Free();
-    m_outputBuffer.Free();
-    SafeCloseHandle(m_bufferEvent);
+    m_converter.FreeContext();
+    m_client.FreeMixFormat();
+    m_converter.FreeBuffers();
+    m_client.CloseBufferEvent();
     delete m_notificationClient;
     m_notificationClient = nullptr;
     SafeCoTaskMemFree(m_deviceId);

@@ -1,12 +1,9 @@
-// From a converted block into the endpoint buffer.
+// From a decoded block into the endpoint buffer.
 #include "render/audio_player_was.h"
 
-#include <algorithm>
 #include <utility>
 
-#include "handler/log.h"
 #include "render/call_log.h"
-#include "support/checked_copy.h"
 
 namespace velto {
 namespace {
@@ -14,80 +11,66 @@ namespace {
 constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
 
-constexpr DWORD bufferWaitMs = 10;
 constexpr uint32_t maxFullBufferPasses = 8;
-
-void LogRenderFailure(HRESULT result, int line)
-{
-    LogError(writeTag, "AudioPlayerWas ", "Rend fail with ", result, ". Just return. Line:", line);
-}
 
 } // namespace
 
 void AudioPlayerWas::PlayAudio(const uint8_t *data, int64_t size)
 {
     // The buffer size of a released client is kept for the log line, so the render client is checked, too.
-    if (CheckDeviceChanged() != 0 || m_device == nullptr || m_bufferFrames == 0 ||
-        m_renderClient == nullptr) {
-        LogError(playTag, "AudioPlayerWas ", "CheckDeviceChanged failed audioBufferSize=", m_bufferFrames);
+    if (CheckDeviceChanged() != 0 || m_device == nullptr || m_client.BufferFrames() == 0 ||
+        !m_client.HasRenderClient()) {
+        LogPlayerError(playTag, "CheckDeviceChanged failed audioBufferSize=", m_client.BufferFrames());
         return;
     }
-    if (Resample(data, static_cast<uint64_t>(size)) < 0) {
-        LogError(playTag, "AudioPlayerWas ", "dstFrames < 0");
+    ConvertedBlock block = Resample(data, static_cast<uint64_t>(size));
+    if (block.frames < 0) {
+        LogPlayerError(playTag, "dstFrames < 0");
         return;
     }
-    AudioWriteToWasClient();
+    AudioWriteToWasClient(std::move(block));
 }
 
-void AudioPlayerWas::AudioWriteToWasClient()
+void AudioPlayerWas::AudioWriteToWasClient(ConvertedBlock block)
 {
-    if (!m_isOpen) {
-        return;
+    if (m_isOpen) {
+        WriteBlock(block.samples.Samples(), static_cast<uint64_t>(block.bytes));
     }
-    // The block is owned here until it is written: a re-activation in mid-block may allocate a new output
-    // buffer. If it does not, this one is used again.
-    SampleBuffer block = std::move(m_outputBuffer);
-    WriteBlock(block.Samples(), static_cast<uint64_t>(m_outputBytes));
-    if (!m_outputBuffer.HasPlanes()) {
-        m_outputBuffer = std::move(block);
-    }
+    m_converter.Recycle(std::move(block));
 }
 
-// Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A
-// re-activation may change the frame size in mid-block: each pass writes whole frames of the
-// current size out of what remains, so it never reads past the block.
+// Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A re-activation
+// may change the frame size in mid-block: each pass writes whole frames of the current size and at most the
+// remaining bytes, so it never reads past the block.
 void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
 {
     uint32_t fullBufferPasses = 0;
-    while (cursor != nullptr && remaining != 0 && m_frameBytes != 0 && m_renderClient != nullptr) {
-        uint32_t padding = m_bufferFrames;
+    while (cursor != nullptr && remaining != 0 && m_client.FrameBytes() != 0 && m_client.HasRenderClient()) {
+        uint32_t padding = m_client.BufferFrames();
         if (!QueryPadding(padding)) {
             return;
         }
-        // After a re-activation the padding is the old client's and may exceed the new buffer: the unsigned
-        // difference then offers more room than the block needs.
-        const uint32_t freeFrames = m_bufferFrames - padding;
+        // After a re-activation the padding is still the old client's and may exceed the new buffer. The
+        // unsigned difference is then larger than any block, and GetBuffer refuses a request that does not
+        // fit.
+        const uint32_t freeFrames = m_client.BufferFrames() - padding;
         if (padding == 0) {
-            LogError(writeTag, "AudioPlayerWas ", "padding = 0 ");
+            LogPlayerError(writeTag, "padding = 0 ");
         }
         if (freeFrames != 0) {
-            // A re-activation in this pass may have failed, or have found a format without a frame size.
-            if (m_renderClient == nullptr || m_frameBytes == 0) {
-                return;
-            }
-            const uint64_t bytes = std::min(remaining, uint64_t{m_frameBytes} * freeFrames);
-            if (!WriteFrames(cursor, static_cast<uint32_t>(bytes / m_frameBytes))) {
+            const uint64_t bytes = m_client.Write(writeTag, cursor, remaining, freeFrames);
+            if (bytes == 0) {
                 return;
             }
             cursor += bytes;
             remaining -= bytes;
             if (remaining != 0) {
-                WaitForSingleObject(m_bufferEvent, bufferWaitMs);
+                m_client.WaitForRoom();
             }
         } else {
-            LogError(writeTag, "AudioPlayerWas ", "audioRetryCount=", fullBufferPasses);
+            LogPlayerError(writeTag, "audioRetryCount=", fullBufferPasses);
             Sleep(1);
-            WaitForSingleObject(m_bufferEvent, bufferWaitMs);
+            m_client.WaitForRoom();
             if (++fullBufferPasses > maxFullBufferPasses) {
                 return;
             }
@@ -98,48 +81,19 @@ void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
     }
 }
 
-// Queries the padding, which the caller presets, as a failed query may not write it. Re-activates a
-// client that the system has invalidated. False when the rest of the block is to be dropped.
+// Queries the padding. The caller presets it, because a failed query may not write it. Re-activates a client
+// that the system has invalidated. False when the rest of the block must be dropped.
 bool AudioPlayerWas::QueryPadding(uint32_t &padding)
 {
-    const HRESULT result = m_audioClient->GetCurrentPadding(&padding);
-    if (result >= 0 && padding <= m_bufferFrames) {
+    const HRESULT result = m_client.QueryPadding(padding);
+    if (result >= 0 && padding <= m_client.BufferFrames()) {
         return true;
     }
-    LogError(writeTag, "AudioPlayerWas ", "Unable to get padding with ", result, " padding=", padding);
+    LogPlayerError(writeTag, "Unable to get padding with ", result, " padding=", padding);
     if (result != AUDCLNT_E_DEVICE_INVALIDATED) {
         return false;
     }
     OnAudioPropertyValueChanged();
-    return true;
-}
-
-// Copies `frames` frames into the endpoint buffer. False when the rest of the block is to be
-// dropped.
-bool AudioPlayerWas::WriteFrames(const uint8_t *cursor, uint32_t frames)
-{
-    BYTE *buffer = nullptr;
-    const auto getBuffer = [&] { return m_renderClient->GetBuffer(frames, &buffer); };
-    const auto releaseBuffer = [&] { return m_renderClient->ReleaseBuffer(frames, 0); };
-    const auto releaseUnused = [&] { m_renderClient->ReleaseBuffer(0, 0); };
-
-    if (getBuffer() < 0) {
-        const HRESULT shown = ResultOfSecondCall(getBuffer, releaseUnused);
-        LogRenderFailure(shown, 458);
-        if (shown == AUDCLNT_E_OUT_OF_ORDER) {
-            releaseUnused(); // an earlier buffer, whose release has failed
-        }
-        return false;
-    }
-    const size_t bytes = size_t{m_frameBytes} * frames;
-    if (CheckedCopy(buffer, bytes, cursor, bytes) != 0) {
-        releaseUnused();
-        return false;
-    }
-    if (releaseBuffer() < 0) {
-        LogRenderFailure(ResultOfSecondCall(releaseBuffer), 464);
-        return false;
-    }
     return true;
 }
 

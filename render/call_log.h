@@ -1,4 +1,5 @@
-// How the renderer logs a failing call. The repeated call and the line number are part of the log contract.
+// The renderer's log lines, for the classes of this folder. Their texts, the repeated call and the numbers
+// after "Line:" are part of the log contract.
 #pragma once
 
 #include <windows.h>
@@ -6,6 +7,18 @@
 #include "handler/log.h"
 
 namespace velto {
+
+template <typename... Values>
+void LogPlayerInfo(const char *tag, const Values &...values) noexcept
+{
+    LogInfo(tag, "AudioPlayerWas ", values...);
+}
+
+template <typename... Values>
+void LogPlayerError(const char *tag, const Values &...values) noexcept
+{
+    LogError(tag, "AudioPlayerWas ", values...);
+}
 
 struct NothingToUndo {
     void operator()() const {}
@@ -30,18 +43,18 @@ bool CallSucceeded(const char *tag, int line, Call &&call, Undo &&undo = {})
     if (call() >= 0) {
         return true;
     }
-    LogError(tag, "AudioPlayerWas function fail with ", ResultOfSecondCall(call, undo),
-             ". Release resource. Line:", line);
+    LogPlayerError(tag, "function fail with ", ResultOfSecondCall(call, undo),
+                   ". Release resource. Line:", line);
     return false;
 }
 
-// Logs a pointer that must not be null. True when it is not.
+// Logs a null pointer. True when the pointer is not null.
 inline bool PointerPresent(const char *tag, int line, const void *pointer)
 {
     if (pointer != nullptr) {
         return true;
     }
-    LogError(tag, "AudioPlayerWas memory fail with ", pointer, ". Release resource. Line:", line);
+    LogPlayerError(tag, "memory fail with ", pointer, ". Release resource. Line:", line);
     return false;
 }
 

@@ -1,43 +1,44 @@
-// The renderer as its owner, the play thread, sees it.
+// The interface between a renderer and its owner, the play thread.
 #pragma once
 
 #include <cstdint>
 
 namespace velto {
 
-// Receives reports of a renderer; its owner implements it.
+// Reports from a renderer to its owner.
+// contract only: no renderer calls it
 struct IAudioPlayerCallback {
     virtual void OnPlayerEvent() = 0;
-    // Asks for the broadcast flag to be set on the renderers of all speaker tracks.
+    // Sets the broadcast flag on the renderers of all speaker tracks.
     virtual void OnBroadcastFlag(bool value) = 0;
     virtual ~IAudioPlayerCallback() = default;
 };
 
 // Plays interleaved PCM on the default render endpoint.
 //
-// Open, PlayAudio and Close run on the play thread, whose COM apartment Open enters and Close
-// leaves. SetDeviceChanged and SetPropertyChanged may be called on any thread at any time.
+// Open, PlayAudio and Close run on the play thread. Open enters COM on this thread, Close leaves it. The
+// three flags may be set on any thread at any time.
 struct IAudioPlayer {
-    // Releases every system object that is still held.
+    // Releases the system objects that Close keeps. An open renderer must be closed first.
     virtual ~IAudioPlayer() = default;
 
-    // Starts rendering. False, with nothing logged or created, when an argument is below 1. The
-    // values are only validated: a renderer's input format is fixed. True once the notifications
-    // are registered, even if the device could not be initialised.
+    // Starts rendering. Returns false, with nothing logged or created, when an argument is below 1. The
+    // values are only validated: a renderer's input format is fixed. Returns true once the notifications are
+    // registered, even if the device could not be initialised.
     virtual bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) = 0;
     // Stops the stream, ends the notifications, releases the clients and leaves COM.
     virtual void Close() = 0;
-    // Releases the audio client and the render client, if present. Nothing else.
+    // Releases the audio client and the render client, if present, and nothing else.
     virtual void ReleaseClient() = 0;
-    // Stop and start the client's stream, if there is one.
+    // Stop and start the audio client's stream. Do nothing without an audio client.
     virtual void Stop() = 0;
     virtual void Start() = 0;
     // Plays one block of `size` bytes. Problems are logged. The caller keeps `data`.
     virtual void PlayAudio(const uint8_t *data, int64_t size) = 0;
-    // Not owned.
+    // Stores the callback, which the caller keeps.
     virtual void SetCallback(IAudioPlayerCallback *callback) = 0;
-    virtual void SetBroadcastFlag(bool value) = 0;
-    // Raised by the system's notifications; tested and cleared by PlayAudio.
+    virtual void SetBroadcastFlag(bool value) = 0; // contract only: a flag that no renderer acts on
+    // A notification of the system sets these flags; PlayAudio tests and clears them.
     virtual void SetDeviceChanged(bool changed) = 0;
     virtual void SetPropertyChanged(bool changed) = 0;
 };

@@ -1,4 +1,4 @@
-// Derives the converter's output format from the engine's mix format.
+// The converter's output format, derived from the engine's mix format.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 
 namespace velto {
 
-// The converter's output side. Layouts are FFmpeg channel masks, formats FFmpeg sample formats.
+// Layouts are FFmpeg channel masks, formats are FFmpeg sample formats.
 struct OutputFormat {
     int64_t channelLayout = 3; // front left + front right
     int32_t sampleFormat = 1;  // signed 16-bit, interleaved
@@ -19,11 +19,10 @@ struct OutputFormat {
 // channel; an unknown count maps to stereo.
 int64_t ChannelLayoutFor(uint16_t channels);
 
-// The sample format for a sample size; an unknown size maps to signed 16-bit. Formats of 32 bits
-// are taken as integers: the mix format is re-labelled as PCM before it is used.
+// The sample format for a sample size; an unknown size maps to signed 16-bit. 32 bits map to integers,
+// although engines report floats: the client is initialised with the mix format relabelled as PCM.
 int32_t SampleFormatFor(uint16_t bitsPerSample);
 
-// Layout, sample format and rate for a mix format.
 OutputFormat OutputFormatFor(const WAVEFORMATEX &mixFormat);
 
 } // namespace velto

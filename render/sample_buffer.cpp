@@ -30,7 +30,6 @@ bool SampleBuffer::Reserve(int32_t channels, int32_t frames, AVSampleFormat form
         Allocate(channels, frames, format);
         return m_planes != nullptr;
     }
-    // The capacity counts frames of the format that the samples were allocated for.
     const int32_t frameBytes = channels * av_get_bytes_per_sample(format);
     if (m_planes[0] != nullptr && frames <= m_capacityFrames && frameBytes <= m_frameBytes) {
         return true;

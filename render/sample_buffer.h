@@ -1,4 +1,4 @@
-// Interleaved samples as FFmpeg allocates them.
+// A buffer for interleaved samples, allocated by FFmpeg.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@ extern "C" {
 
 namespace velto {
 
-// An array of planes, of which interleaved formats use one, and the room behind it. Owns both, so
-// that a function can keep the samples it reads in a local variable.
+// FFmpeg's array of planes, of which interleaved formats use the first, and the samples of this plane. Owns
+// both and can be moved.
 class SampleBuffer {
 public:
     SampleBuffer() = default;
@@ -18,10 +18,10 @@ public:
     SampleBuffer(SampleBuffer &&other) noexcept { Swap(other); }
     SampleBuffer &operator=(SampleBuffer &&other) noexcept;
 
-    // Replaces planes and samples. Without memory there are none afterwards.
+    // Replaces planes and samples. When out of memory, the buffer is empty afterwards.
     void Allocate(int32_t channels, int32_t frames, AVSampleFormat format);
-    // Makes room for `frames` frames of this format; the buffer only grows. False when out of memory; a
-    // later call tries again.
+    // Makes room for `frames` frames of this format; the buffer only grows. False when out of memory; the
+    // next call tries again.
     bool Reserve(int32_t channels, int32_t frames, AVSampleFormat format);
     void Free();
 
@@ -36,8 +36,8 @@ private:
     void Swap(SampleBuffer &other) noexcept;
 
     uint8_t **m_planes = nullptr; // av_freep, after the first plane
-    int32_t m_capacityFrames = 0;
-    int32_t m_frameBytes = 0; // of the frames that m_capacityFrames counts
+    int32_t m_capacityFrames = 0; // in frames of m_frameBytes
+    int32_t m_frameBytes = 0;     // of the format that the samples were allocated for
 };
 
 } // namespace velto

@@ -1,4 +1,4 @@
-// The speaker parameters that the host set last.
+// The host's latest parameters for the speakers.
 #pragma once
 
 #include <atomic>
@@ -6,8 +6,8 @@
 
 namespace velto {
 
-// One record for both speakers. Written by the host's parameter call, read by a play thread when
-// it opens its renderer; the three values are independent, so relaxed order would do.
+// One record for both speakers. The host's parameter call writes it; a play thread reads it when it opens its
+// renderer. The three values are independent of each other.
 struct SpeakerAudioParams {
     std::atomic<uint32_t> sampleRate{48000}; // Hz
     std::atomic<uint32_t> channels{2};

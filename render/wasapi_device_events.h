@@ -1,4 +1,4 @@
-// Turns the system's endpoint notifications into flags of a renderer.
+// Receives the system's endpoint notifications for a renderer.
 #pragma once
 
 #include <mmdeviceapi.h>
@@ -7,11 +7,12 @@
 
 namespace velto {
 
-// Called on a thread of the system's notification service; only raises flags, since calling the
-// endpoint from there can deadlock.
+// The system calls it on a thread of its notification service. A notification only sets a flag of the
+// renderer: a call to the endpoint from this thread can deadlock.
 // https://learn.microsoft.com/windows/win32/api/mmdeviceapi/nn-mmdeviceapi-immnotificationclient
 //
-// Owned by its renderer for as long as it is registered: reference counting does nothing here.
+// The renderer owns the object and deletes it after the registration has ended, so references are not
+// counted.
 class WasapiDeviceEvents : public IMMNotificationClient {
 public:
     explicit WasapiDeviceEvents(IAudioPlayer *player) : m_player(player) {}

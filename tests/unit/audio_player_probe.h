@@ -24,33 +24,43 @@ public:
 
     IMMDeviceEnumerator *&Enumerator() { return m_player.m_enumerator; }
     IMMDevice *&Device() { return m_player.m_device; }
-    IAudioClient *&AudioClient() { return m_player.m_audioClient; }
-    IAudioRenderClient *&RenderClient() { return m_player.m_renderClient; }
+    IAudioClient *&AudioClient() { return m_player.m_client.m_audioClient; }
+    IAudioRenderClient *&RenderClient() { return m_player.m_client.m_renderClient; }
     WasapiDeviceEvents *NotificationClient() const { return m_player.m_notificationClient; }
-    WAVEFORMATEX *&MixFormat() { return m_player.m_mixFormat; }
+    WAVEFORMATEX *&MixFormat() { return m_player.m_client.m_mixFormat; }
     LPWSTR DeviceId() const { return m_player.m_deviceId; }
-    HANDLE BufferEvent() const { return m_player.m_bufferEvent; }
+    HANDLE BufferEvent() const { return m_player.m_client.m_bufferEvent; }
     HANDLE WaitEvent() const { return m_player.m_waitEvent; }
     bool NotificationRegistered() const { return m_player.m_notificationRegistered; }
-    uint32_t BufferFrames() const { return m_player.m_bufferFrames; }
+    uint32_t BufferFrames() const { return m_player.m_client.m_bufferFrames; }
 
-    const OutputFormat &Output() const { return m_player.m_output; }
-    int32_t OutputChannels() const { return m_player.m_outputChannels; }
-    uint32_t &FrameBytes() { return m_player.m_frameBytes; }
-    int32_t OutputFrames() const { return m_player.m_outputFrames; }
-    int32_t OutputCapacityFrames() const { return m_player.m_outputBuffer.CapacityFrames(); }
-    int32_t &OutputBytes() { return m_player.m_outputBytes; }
-    uint8_t **&InputBuffer() { return m_player.m_inputBuffer.m_planes; }
-    uint8_t **&OutputBuffer() { return m_player.m_outputBuffer.m_planes; }
-    bool HasResampler() const { return m_player.m_resampler != nullptr; }
-    // Takes the converter away, so that a later Open does not lose it.
-    SwrContext *TakeResampler() { return std::exchange(m_player.m_resampler, nullptr); }
+    const OutputFormat &Output() const { return m_player.m_converter.m_format; }
+    int32_t OutputChannels() const { return m_player.m_converter.m_outputChannels; }
+    uint32_t &FrameBytes() { return m_player.m_client.m_frameBytes; }
+    int32_t OutputFrames() const { return m_player.m_converter.m_outputFrames; }
+    int32_t OutputCapacityFrames() const { return m_player.m_converter.m_output.samples.CapacityFrames(); }
+    int32_t &OutputBytes() { return m_player.m_converter.m_output.bytes; }
+    uint8_t **&InputBuffer() { return m_player.m_converter.m_input.m_planes; }
+    uint8_t **&OutputBuffer() { return m_player.m_converter.m_output.samples.m_planes; }
+    bool HasResampler() const { return m_player.m_converter.m_context != nullptr; }
+    // Takes the converter's context, so that a later Open does not leak it.
+    SwrContext *TakeResampler() { return std::exchange(m_player.m_converter.m_context, nullptr); }
 
     int32_t ActivateWasClient() { return m_player.ActivateWasClient(); }
     void GetWaveFormatParm() { m_player.GetWaveFormatParm(); }
     int32_t ResampleInit() { return m_player.ResampleInit(); }
-    int32_t Resample(const uint8_t *data, uint64_t size) { return m_player.Resample(data, size); }
-    void AudioWriteToWasClient() { m_player.AudioWriteToWasClient(); }
+    // Returns the block to the converter; OutputBuffer and OutputBytes then show it.
+    int32_t Resample(const uint8_t *data, uint64_t size)
+    {
+        ConvertedBlock block = m_player.Resample(data, size);
+        const int32_t frames = block.frames;
+        if (frames >= 0) {
+            m_player.m_converter.Recycle(std::move(block));
+        }
+        return frames;
+    }
+    // Writes the block that OutputBuffer and OutputBytes show.
+    void AudioWriteToWasClient() { m_player.AudioWriteToWasClient(std::move(m_player.m_converter.m_output)); }
     int32_t CheckDeviceChanged() { return m_player.CheckDeviceChanged(); }
     int32_t OnAudioDeviceChanged() { return m_player.OnAudioDeviceChanged(); }
     int32_t OnAudioPropertyValueChanged() { return m_player.OnAudioPropertyValueChanged(); }
