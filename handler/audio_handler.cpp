@@ -29,8 +29,22 @@ void LogFailedCall(const char *reason) noexcept
     LogError("`anonymous-namespace'::Guarded", "call failed: ", reason);
 }
 
-// A table function as the host calls it. An exception, out of memory or of threads or thrown by the
-// host's listener, becomes a log line and a status code: the caller may be C.
+// Runs `body` and logs an exception. Exceptions come from missing memory or threads, or from the host's
+// listener.
+template <typename Body>
+void LogExceptions(Body body) noexcept
+{
+    try {
+        body();
+    } catch (const std::exception &failure) {
+        LogFailedCall(failure.what());
+    } catch (...) {
+        LogFailedCall("unknown exception");
+    }
+}
+
+// A table function as the host calls it. The host may be written in C, so no exception may leave the table:
+// it becomes a log line and, in a function with a result, VELTO_ERROR_INVALID.
 template <auto function>
 struct Guarded;
 
@@ -38,14 +52,9 @@ template <typename... Arguments, int32_t (*function)(Arguments...)>
 struct Guarded<function> {
     static int32_t Call(Arguments... arguments) noexcept
     {
-        try {
-            return function(arguments...);
-        } catch (const std::exception &failure) {
-            LogFailedCall(failure.what());
-        } catch (...) {
-            LogFailedCall("unknown exception");
-        }
-        return VELTO_ERROR_INVALID;
+        int32_t result = VELTO_ERROR_INVALID;
+        LogExceptions([&] { result = function(arguments...); });
+        return result;
     }
 };
 
@@ -53,13 +62,7 @@ template <typename... Arguments, void (*function)(Arguments...)>
 struct Guarded<function> {
     static void Call(Arguments... arguments) noexcept
     {
-        try {
-            function(arguments...);
-        } catch (const std::exception &failure) {
-            LogFailedCall(failure.what());
-        } catch (...) {
-            LogFailedCall("unknown exception");
-        }
+        LogExceptions([&] { function(arguments...); });
     }
 };
 
@@ -80,7 +83,7 @@ constexpr AudioHandlerTable handlerTable{
 } // namespace
 } // namespace velto
 
-// A second call replaces the event without closing it: a watchdog may be waiting on the first.
+// A second call leaks the first event: a watchdog may be waiting on it.
 int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
 {
     if (table == nullptr) {
