@@ -1,4 +1,4 @@
-// The virtual devices as hosts name them.
+// Ids of the audio devices and keys of the parameters that hosts pass.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@ inline const std::string modemSpeakerId = VELTO_ID_MODEM_SPEAKER;
 inline const std::string channelKey = VELTO_KEY_CHANNEL;
 inline const std::string formatKey = VELTO_KEY_FORMAT;
 inline const std::string sampleRateKey = VELTO_KEY_SAMPLE_RATE;
-inline const std::string codecKey = VELTO_KEY_CODEC; // accepted, never compared
+inline const std::string codecKey = VELTO_KEY_CODEC; // contract only: a key without effect
 
-// An id counts as valid when its length is the one that the host states; whether it names a known
-// device is each function's own question.
+// An id is valid when it has the length that the host passes. A valid id need not name a device; each table
+// function decides about unknown devices.
 inline bool IsValidId(const char *id, uint32_t idLength)
 {
     return id != nullptr && std::strlen(id) == idLength;

@@ -30,7 +30,7 @@ constexpr std::array<Device, 4> devices{{
     {VELTO_ID_MIC, VELTO_DEVICE_TYPE_MIC},
 }};
 
-// Zeroed, from the C runtime's heap, where VeltoRelease frees it.
+// Zeroed memory from the C runtime's heap, because VeltoRelease frees it with free().
 template <typename Record>
 Record *Allocate(size_t count = 1)
 {
@@ -107,7 +107,7 @@ int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
     }
     for (size_t i = 0; i < devices.size(); ++i) {
         if (GetAudioCapabilityItem(devices[i].id, devices[i].type, items[i]) != VELTO_OK) {
-            // Not *count items: the host's threads may have changed it meanwhile.
+            // Not *count: another thread of the host may have changed it meanwhile.
             FreeCapabilities(items, static_cast<uint32_t>(devices.size()));
             return VELTO_ERROR_NULL_POINTER;
         }

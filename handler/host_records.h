@@ -1,4 +1,4 @@
-// The records that cross the table: what the module reports and what the host asks for.
+// Host records: the capability list that the module reports and the parameter list that the host sends.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +11,19 @@ namespace velto {
 int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count);
 void VeltoRelease(uint32_t type, void *block, uint32_t count);
 
-// Fills one item: a 64-byte name buffer, one profile, one codec. VELTO_OK, VELTO_ERROR_INVALID for
-// a null id, VELTO_ERROR_NULL_POINTER for an id above 64 bytes or without memory; blocks stored by
-// then stay in the item and are freed with the list.
+// Fills one item: a 64-byte name buffer, one profile, one codec. Returns VELTO_OK, VELTO_ERROR_INVALID for a
+// null id, VELTO_ERROR_NULL_POINTER for an id above 64 bytes or when out of memory. After a failure the item
+// keeps the blocks that it has; the caller frees them with the list.
 int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabilityItem &item);
 
-// What a parameter list asks for.
+// The values of a parameter list.
 struct AudioParameters {
     uint32_t sampleRate = 48000; // Hz
     uint32_t channels = 2;
     uint32_t bitsPerSample = 16;
 };
 
-// Applies the list's entries in order; unknown keys and value codes change nothing.
+// Applies the list's entries in order. Unknown keys and unknown codes change nothing.
 void GetAudioParameter(const AudioProfileList *profiles, AudioParameters &parameters);
 
 } // namespace velto

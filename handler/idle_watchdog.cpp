@@ -12,7 +12,7 @@ namespace {
 constexpr DWORD idleMs = 240000;
 constexpr char watchdogTag[] = "`anonymous-namespace'::InitDefaultAudioDevice::<lambda_1>::operator ()";
 
-// Waits until a whole period has passed without a frame: each frame starts a new period.
+// Waits until four minutes have passed without a write. Each write signals the event and restarts the wait.
 void WaitUntilIdle()
 {
     DWORD result = WAIT_OBJECT_0;
@@ -24,7 +24,7 @@ void WaitUntilIdle()
         ResetEvent(event);
         result = WaitForSingleObject(event, idleMs);
         if (result == WAIT_FAILED) {
-            Sleep(1); // no event: keep trying without spinning
+            Sleep(1); // without an event: retry without busy-waiting
         }
     }
 }

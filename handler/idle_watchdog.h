@@ -1,10 +1,10 @@
-// Gives the speakers back when nobody has used them for four minutes.
+// Releases the speakers after four minutes without a write.
 #pragma once
 
 namespace velto {
 
-// Starts the watchdog on a detached thread of its own; it ends after releasing once. Throws
-// std::system_error when there can be no thread.
+// Starts the watchdog on a detached thread, which ends after one release. Throws std::system_error when no
+// thread can be created.
 void StartIdleWatchdog();
 
 } // namespace velto

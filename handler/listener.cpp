@@ -7,9 +7,9 @@
 namespace velto {
 namespace {
 
-// Written before streaming starts; atomic, so that a host that is late only misses events.
+// Set before streaming starts. Atomic, so a late registration can only miss events.
 std::atomic<VeltoAudioStateCallback> stateCallback{nullptr};
-std::atomic<void *> listenerReserved{nullptr}; // kept for the host, never called
+std::atomic<void *> listenerReserved{nullptr}; // contract only: the listener's second field
 
 } // namespace
 

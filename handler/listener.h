@@ -1,4 +1,4 @@
-// The host's listener.
+// The host's listener for stream events.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace velto {
 // Table slot 9.
 int32_t VeltoRegisterListener(const AudioListener *listener);
 
-// Calls the listener, if one is registered, on the calling thread.
+// Calls the registered listener, if any, on the calling thread.
 void SendEvent(const char *deviceId, uint32_t idLength, int32_t eventCode);
 
 } // namespace velto

@@ -1,12 +1,11 @@
-// The one way this module reports: a log site.
+// The module's log functions.
 //
-// Each site writes its message to the channel logger "OceloMirror" and then, followed by
-// "(" tag ")", to the platform's process-wide NrLogger. The tag is the reporting function's
-// qualified name. Sites may run on any thread: each owns its stream, and both loggers accept
-// concurrent calls.
+// Each call writes its message to the channel logger "OceloMirror" and then, followed by "(" tag ")", to the
+// platform's process-wide NrLogger. The tag is the reporting function's qualified name. Calls may run on any
+// thread: each has its own stream, and both loggers accept concurrent calls.
 //
-// A site never throws: error handlers log, and they may be out of memory themselves. A line that
-// cannot be built completely is lost.
+// Log calls never throw: error handlers log, and they may be out of memory. A line that cannot be built
+// completely is lost.
 #pragma once
 
 #include <sstream>
@@ -16,7 +15,7 @@
 
 namespace velto {
 
-// The channel logger, constructed by the first caller and kept until the module unloads.
+// The channel logger. The first call constructs it; it exists until the module unloads.
 Logger &ChannelLogger();
 
 namespace logdetail {
@@ -37,8 +36,8 @@ void WriteToBoth(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &s
 void WriteToChannel(LOG_MESSAGE_LEVEL level, const std::wstringstream &stream);
 void WriteToSingleton(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &stream);
 
-// Builds the message and calls `write(stream)`. A stream that runs out of memory turns bad and keeps
-// the beginning of the message, which is not written.
+// Builds the message and calls `write(stream)`. A stream that runs out of memory turns bad; its incomplete
+// message is not written.
 template <typename Write, typename... Values>
 void WriteMessage(Write write, const Values &...values) noexcept
 {
@@ -69,14 +68,14 @@ void LogInfo(const char *tag, const Values &...values) noexcept
     Log(LOG_LEVEL_INFO, tag, values...);
 }
 
-// Level 4: every null argument, invalid id and failed call.
+// Level 4: null arguments, invalid ids and failed calls.
 template <typename... Values>
 void LogError(const char *tag, const Values &...values) noexcept
 {
     Log(LOG_LEVEL_ERROR, tag, values...);
 }
 
-// For what may be reported with every packet, which the singleton is spared.
+// Level 4, for a line that can repeat with every packet: keeps it out of the process-wide logger.
 template <typename... Values>
 void LogErrorToChannel(const Values &...values) noexcept
 {
@@ -85,7 +84,7 @@ void LogErrorToChannel(const Values &...values) noexcept
         values...);
 }
 
-// For the periodic frame counter, which the channel is spared.
+// Level 3, for the periodic frame counter: keeps it out of the channel.
 template <typename... Values>
 void LogInfoToSingleton(const char *tag, const Values &...values) noexcept
 {

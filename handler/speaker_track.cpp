@@ -37,17 +37,18 @@ constexpr REGSAM registryAccess = 0xF003F; // KEY_ALL_ACCESS
 
 SpeakerAudioParams speakerAudioParams;
 
-std::recursive_mutex InitMutex; // only ever tried: no writer waits behind the initialisation
-std::mutex TrackMutex;          // the open flags and the decoders
+std::recursive_mutex InitMutex; // guards the start; writers only try it, so that no writer waits for a start
+std::mutex TrackMutex;          // guards the open flags and the decoders
 
 void BroadcastToPlayers(bool value);
 
-// One speaker. Members are destroyed in reverse: the decoder releases its play thread first.
+// One speaker: the play thread and the decoder that feeds it.
 struct SpeakerTrack {
     std::shared_ptr<AudioPlayThread> playThread =
         std::make_shared<AudioPlayThread>(&speakerAudioParams, BroadcastToPlayers);
     std::unique_ptr<FFmpegDecode> decoder = std::make_unique<FFmpegDecode>(playThread, decoderRateHz);
-    bool isOpen = false; // guarded by TrackMutex
+    bool isOpen =
+        false; // contract only: a track that the host uses and has not closed; guarded by TrackMutex
 };
 
 struct SpeakerTracks {
@@ -55,8 +56,9 @@ struct SpeakerTracks {
     SpeakerTrack call;  // "ModemSpeaker1"
 };
 
-// Built at load. Destroyed at unload, when no thread of the module runs any more; left alone when
-// the process ends, which has killed the threads wherever they were.
+// Creates the tracks at load and deletes them at unload, when no thread of the module runs any more. Keeps
+// them when the process ends: the system has then killed the play threads at any point, possibly with a lock
+// taken.
 class TracksAtLoad {
 public:
     TracksAtLoad() : m_tracks(new SpeakerTracks) {}
@@ -101,7 +103,7 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     DeviceState = DEVICE_INITIALISING;
     track.playThread->isRunning = 1;
     track.playThread->StartPlayThread();
-    // A writer that came before the idle release may still be decoding its frame.
+    // A writer that began before the idle release may still be decoding its frame.
     const std::lock_guard lock(TrackMutex);
     if (track.decoder->InitFFmpeg() != 0) {
         LogError(initTag, failure);
@@ -111,10 +113,10 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     return true;
 }
 
-// Runs under InitMutex. After a decoder or a play thread that could not be set up, DeviceState stays
-// DEVICE_INITIALISING: nothing is retried until the module is reloaded. A play thread that was started
-// by then keeps the module loaded until the process ends. Without a watchdog the speakers play but are
-// never released.
+// Runs under InitMutex. When a decoder or a play thread cannot be set up, DeviceState stays
+// DEVICE_INITIALISING, and nothing is retried until the module is reloaded; a play thread that was already
+// started keeps the module loaded until the process ends. When only the watchdog cannot be started, the
+// speakers play and are never released.
 int32_t InitDefaultAudioDevice()
 {
     if (!StartTrack(tracks->media, "Init Audio Decode failed") ||
@@ -126,10 +128,10 @@ int32_t InitDefaultAudioDevice()
     return VELTO_OK;
 }
 
-// Keeps the stream type of the last frame in the registry; writes only what has changed.
+// Stores the stream type of the last frame in the registry, unless it is already there.
 void SetStreamType(int32_t streamType)
 {
-    auto value = static_cast<DWORD>(streamType); // SetValue takes no constant
+    auto value = static_cast<DWORD>(streamType); // not const: SetValue takes a reference
     auto stored = static_cast<DWORD>(noStreamType);
     const bool known =
         DE::Registry::GetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, stored, registryAccess);
@@ -165,7 +167,7 @@ int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, Stream
     {
         const std::unique_lock lock(InitMutex, std::try_to_lock);
         if (!lock.owns_lock()) {
-            return VELTO_OK; // initialising on another thread: the frame is dropped
+            return VELTO_OK; // another thread starts the speakers: the frame is dropped
         }
         if (DeviceState == DEVICE_NOT_INITIALISED) {
             InitDefaultAudioDevice();
@@ -190,7 +192,7 @@ int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, Stream
     return VELTO_OK;
 }
 
-// Stops nothing: queued blocks are played, and the watchdog releases the speakers.
+// Stops nothing: queued blocks are still played, and the watchdog releases the speakers later.
 int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength)
 {
     if (!IsValidId(id, idLength)) {
@@ -219,7 +221,7 @@ int32_t VeltoSetAudioParameter(const char *id, uint32_t idLength, void *, void *
         LogError(parameterTag, "Set Audio Parameter failed, profile is null");
         return VELTO_ERROR_INVALID;
     }
-    AudioParameters parameters; // what the list omits returns to its default
+    AudioParameters parameters; // keys that the list omits return to their defaults
     GetAudioParameter(profiles, parameters);
     speakerAudioParams.sampleRate = parameters.sampleRate;
     speakerAudioParams.channels = parameters.channels;

@@ -1,4 +1,4 @@
-// The speaker direction behind the table: frames in, sound out.
+// The table functions of the speaker direction.
 #pragma once
 
 #include <windows.h>
@@ -16,8 +16,8 @@ int32_t VeltoSetAudioParameter(const char *id, uint32_t idLength, void *unused1,
 int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
 int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength);
 
-// Where the speaker machinery stands. Written by the initialising thread and by the watchdog,
-// read by every writer.
+// State of the speakers. The thread that starts them and the watchdog write it; every writing thread reads
+// it.
 enum DeviceStateValue : int32_t {
     DEVICE_NOT_INITIALISED = -1,
     DEVICE_READY = 0,
@@ -26,10 +26,10 @@ enum DeviceStateValue : int32_t {
 };
 extern std::atomic<int32_t> DeviceState;
 
-// Auto-reset; signalled by each write, waited on by the watchdog. Made by the module's entry.
+// Auto-reset event. Each write signals it, the watchdog waits on it, the module's entry creates it.
 extern std::atomic<HANDLE> IdleEvent;
 
-// Stops both play threads, which close their renderers. Called by the watchdog.
+// Stops both play threads, which close their renderers. The watchdog calls it.
 void StopSpeakerTracks();
 
 } // namespace velto

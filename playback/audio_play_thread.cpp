@@ -25,7 +25,7 @@ AudioPlayThread::AudioPlayThread(const SpeakerAudioParams *params, PlayerNotify 
 {
 }
 
-// Blocks that are still queued are given up with the queues: by then there is no time to play them.
+// Leaks the blocks that are still queued, by contract: docs/known-leaks.md.
 AudioPlayThread::~AudioPlayThread()
 {
     StopPlayThread();
@@ -37,7 +37,7 @@ bool AudioPlayThread::StartPlayThread()
     try {
         workThread = std::thread(&AudioPlayThread::ThreadFun, this);
     } catch (...) {
-        moduleReference.Drop(); // no thread: nothing would ever drop it
+        moduleReference.Drop(); // StopPlayThread drops it only after a thread
         throw;
     }
     return true;
@@ -49,8 +49,8 @@ void AudioPlayThread::StopPlayThread()
     isRunning = 0;
     if (workThread.joinable()) {
         workThread.join();
-        threadStarted = false;  // the thread may have been slow to set it
-        moduleReference.Drop(); // whoever stops the thread holds the module itself
+        threadStarted = false;  // the thread may have set it after the line above
+        moduleReference.Drop(); // the caller keeps the module mapped
     }
 }
 
@@ -91,8 +91,8 @@ void AudioPlayThread::InitPlayThread()
                          static_cast<int32_t>(audioParam->sampleRate.load()));
 }
 
-// Takes one block off the queue and plays it. Without a renderer, or without bytes, the block is
-// leaked, by contract.
+// Takes one block from the play queue and plays it. Without a renderer or without bytes the block is leaked,
+// by contract.
 void AudioPlayThread::PlayNext()
 {
     AudioPlayBuffer *block = nullptr;
@@ -109,7 +109,7 @@ void AudioPlayThread::PlayNext()
     }
 }
 
-// A block that finds no memory is dropped. Blocks pushed before it stay queued, in their order.
+// When out of memory, drops this block. Blocks that were pushed before it stay queued in their order.
 void AudioPlayThread::PushBuffer(AudioPlayBuffer *buffer)
 {
     try {
@@ -124,7 +124,7 @@ void AudioPlayThread::PushBuffer(AudioPlayBuffer *buffer)
     }
 }
 
-// Throws std::bad_alloc without having queued the buffer.
+// When it throws std::bad_alloc, the buffer is not queued.
 void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
 {
     delayQueue.push_back(buffer);
@@ -132,26 +132,26 @@ void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
         return;
     }
     LogInfo(pushTag, "needDelay. push all delay buffer queue");
-    needDelay = false; // before the blocks are moved: the host may ask for the next cushion meanwhile
+    needDelay = false; // before the blocks are moved: the host's parameter call may set it again meanwhile
     try {
         while (!delayQueue.empty()) {
             PushPlayQueue(delayQueue.front());
             delayQueue.pop_front();
         }
     } catch (...) {
-        delayQueue.pop_back(); // the buffer, which is moved last
+        delayQueue.pop_back(); // the new buffer, which would have been moved last
         if (!delayQueue.empty()) {
-            needDelay = true; // the remaining blocks are moved when five are together again
+            needDelay = true; // the other blocks are moved when the queue has five blocks again
         }
         throw;
     }
 }
 
-// Throws std::bad_alloc without having queued the buffer.
+// When it throws std::bad_alloc, the buffer is not queued.
 void AudioPlayThread::PushPlayQueue(AudioPlayBuffer *buffer)
 {
     const std::lock_guard lock(queueMutex);
-    playQueue.push_back(buffer); // first: without memory for a new block no old one is dropped
+    playQueue.push_back(buffer); // first: when it throws, no old block is dropped
     if (playQueue.size() > maxQueuedBlocks) {
         if (AudioPlayBuffer *oldest = playQueue.front()) {
             FreeBlock(oldest);

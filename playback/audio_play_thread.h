@@ -1,10 +1,14 @@
-// The hand-over point between a decoder and a renderer, one for each speaker.
+// The play thread of one speaker, with the two queues between its decoder and its renderer.
 //
-// The decoder pushes one block per AAC frame. The first five blocks of a stream are held back as
-// a cushion (about 0.1 s); after that they wait in a queue of at most twenty (about 0.43 s), from
-// which the oldest is dropped: a fast sender loses old sound instead of building up delay. The
-// play thread hands one block per pass to the renderer, whose own waiting paces it, and sleeps
-// 1 ms between passes.
+// Life cycle: the first write starts the thread, the idle watchdog stops it after four minutes without a
+// write, and the next write starts it again. The thread opens the renderer when it starts and closes it when
+// it ends. Between two runs the renderer object and the queued blocks are kept.
+//
+// The decoder pushes one block for each AAC frame. While needDelay is set, the delay queue collects five
+// blocks, a cushion of 107 ms against late frames, and then moves them to the play queue. The play queue
+// keeps at most twenty blocks (427 ms) and drops the oldest: a sender that is too fast loses old sound
+// instead of building up delay. The thread passes one block at a time to the renderer, which waits while the
+// endpoint buffer is full, and sleeps 1 ms after each pass.
 #pragma once
 
 #include <windows.h>
@@ -33,17 +37,17 @@ public:
     AudioPlayThread(const AudioPlayThread &) = delete;
     AudioPlayThread &operator=(const AudioPlayThread &) = delete;
 
-    // Starts the play thread; always true. Throws std::system_error or std::bad_alloc when there can
-    // be no thread. The caller has set isRunning to 1 and found threadStarted false: starting twice
-    // ends the process, as assigning to a joinable thread does.
+    // Starts the play thread and returns true. Throws std::system_error or std::bad_alloc when no thread can
+    // be created. The caller sets isRunning to 1 and checks that threadStarted is false: a second start
+    // terminates the process, because it assigns to a joinable thread.
     bool StartPlayThread();
-    // Ends the play thread, which closes the renderer, and waits for it. What is queued stays.
+    // Ends the play thread and waits until it has closed the renderer. Queued blocks stay in the queues.
     void StopPlayThread();
     // The thread's body; `param` is the AudioPlayThread.
     static uint32_t ThreadFun(void *param);
 
-    // Takes ownership of `buffer`; without memory to queue it, frees it. Called on the thread that runs
-    // the decoder.
+    // Takes ownership of `buffer` and queues it; frees it when out of memory. Called by one decoding thread
+    // at a time.
     void PushBuffer(AudioPlayBuffer *buffer);
 
     // IAudioPlayerCallback
@@ -53,10 +57,10 @@ public:
     // Forwards to the renderer, if it exists. Any thread.
     void SetBroadcastFlag(bool value);
 
-    std::atomic<bool> threadStarted{false}; // set by the play thread, cleared by StopPlayThread
-    std::atomic<int32_t> isRunning{1};      // the loop runs while non-zero
-    std::atomic<int32_t> threadExited{0};   // set by the play thread as its last action
-    std::atomic<bool> needDelay{true};      // host's parameter call sets, decoder's thread clears
+    std::atomic<bool> threadStarted{false}; // play thread sets, StopPlayThread clears
+    std::atomic<int32_t> isRunning{1};      // the thread's loop runs while non-zero
+    std::atomic<int32_t> threadExited{0};   // contract only: set by the play thread as its last action
+    std::atomic<bool> needDelay{true};      // host's parameter call sets, decoding thread clears
 
 private:
     friend class AudioPlayThreadProbe; // the unit tests' view of the members
@@ -66,15 +70,15 @@ private:
     void PushPlayQueue(AudioPlayBuffer *buffer);
     void PlayNext();
 
-    std::deque<AudioPlayBuffer *> playQueue;              // guarded by queueMutex; oldest at the front
-    std::unique_ptr<IAudioPlayer> audioSpkPlayer;         // made by the play thread, kept until destruction
-    std::atomic<IAudioPlayer *> publishedPlayer{nullptr}; // audioSpkPlayer, for SetBroadcastFlag
+    std::deque<AudioPlayBuffer *> playQueue;      // guarded by queueMutex; oldest at the front
+    std::unique_ptr<IAudioPlayer> audioSpkPlayer; // the play thread creates it, the destructor deletes it
+    std::atomic<IAudioPlayer *> publishedPlayer{nullptr}; // contract only: for SetBroadcastFlag
     const SpeakerAudioParams *audioParam;
     std::mutex queueMutex;
-    PlayerNotify playerNotify;
-    std::deque<AudioPlayBuffer *> delayQueue; // thread that runs the decoder only
+    PlayerNotify playerNotify;                // contract only: forwards OnBroadcastFlag to both speakers
+    std::deque<AudioPlayBuffer *> delayQueue; // one decoding thread at a time
     ModuleReference moduleReference;          // keeps the thread's code mapped while it runs
-    std::thread workThread;
+    std::thread workThread;                   // a writing thread starts it, the watchdog joins it
 };
 
 } // namespace velto

@@ -25,7 +25,7 @@ constexpr char resampleTag[] = "velto::FFmpegDecode::ResampleFrame";
 constexpr char checkTag[] = "velto::FFmpegDecode::CheckNullPtrForDecoderValid";
 constexpr char postTag[] = "velto::FFmpegDecode::PostAudioData";
 
-constexpr int32_t maxSampleRateHz = 0x3FFFFFFF; // twice this still fits
+constexpr int32_t maxSampleRateHz = 0x3FFFFFFF; // twice this rate fits into 32 bits
 
 int32_t Failed(const char *tag, const char *message)
 {
@@ -58,7 +58,7 @@ int32_t FFmpegDecode::InitFFmpeg()
     }
     av_channel_layout_default(&codecContext->ch_layout, channels);
     codecContext->sample_rate = sampleRate;
-    // Asked before the codec is opened, which refuses such a rate itself and would be logged.
+    // Before avcodec_open2, which refuses such a rate: its failure would be logged.
     if (sampleRate > maxSampleRateHz) {
         return -1;
     }
@@ -69,7 +69,7 @@ int32_t FFmpegDecode::InitFFmpeg()
     if (decoderFrame == nullptr) {
         return Failed(initTag, "av_frame_alloc fail");
     }
-    // A placeholder: the first decoded frame brings a buffer of the right size.
+    // A placeholder: the first decoded frame replaces it by a buffer of the right size.
     dstNbSamples = 2 * sampleRate;
     outBuffer = static_cast<uint8_t *>(av_malloc(static_cast<size_t>(dstNbSamples)));
     return InitSwrContext();
@@ -88,7 +88,7 @@ int32_t FFmpegDecode::InitSwrContext()
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     outSampleFmt = AV_SAMPLE_FMT_S16;
     outChannels = stereo.nb_channels;
-    // Same rate on both sides: the converter only changes the sample format.
+    // Input and output have the same rate: the converter only changes the sample format.
     swr_alloc_set_opts2(&swrContext, &stereo, AV_SAMPLE_FMT_S16, sampleRate, &codecContext->ch_layout,
                         codecContext->sample_fmt, codecContext->sample_rate, 0, nullptr);
     if (swrContext == nullptr || swr_init(swrContext) < 0) {
@@ -120,8 +120,8 @@ void FFmpegDecode::DecoderAudioFrame(StreamFrame *data)
     }
     packetToPlay->data = data->data;
     packetToPlay->size = static_cast<int>(data->header->size);
-    // FFmpeg would read through a missing payload, or take an empty one for the stream's end and
-    // refuse every later frame; and it takes no missing context.
+    // FFmpeg would read through a null payload, or take an empty packet for the end of the stream and refuse
+    // every later frame. A null codec context would crash it.
     const bool canSend = data->data != nullptr && codecContext != nullptr;
     const int result = canSend ? avcodec_send_packet(codecContext, packetToPlay) : AVERROR(EINVAL);
     if (result != 0) {
@@ -157,7 +157,7 @@ bool FFmpegDecode::PostDecodedFrame()
         LogError(decodeTag, "convert failed, ret: ", converted);
         return false;
     }
-    // From the input count, which equals the output count at equal rates.
+    // From the input count: at equal rates the output count is the same.
     const int size = av_samples_get_buffer_size(nullptr, outChannels, decoderFrame->nb_samples,
                                                 static_cast<AVSampleFormat>(outSampleFmt), 1);
     if (size < 1) {
@@ -168,7 +168,7 @@ bool FFmpegDecode::PostDecodedFrame()
     return true;
 }
 
-// Makes room for the current frame; the buffer only grows.
+// Makes room for the current frame. The buffer only grows.
 int32_t FFmpegDecode::ResampleFrame()
 {
     if (swrContext == nullptr) {

@@ -1,4 +1,4 @@
-// From AAC frames to blocks of PCM, one decoder for each speaker.
+// The AAC decoder of one speaker.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +16,23 @@ struct SwrContext;
 
 namespace velto {
 
-// Decodes AAC-LC with FFmpeg to interleaved signed 16-bit stereo and pushes each frame as one
-// block to the speaker's play thread. Always opens as stereo at the rate given at construction.
+// Decodes AAC-LC with FFmpeg to interleaved signed 16-bit stereo and pushes each decoded frame as one block
+// to the speaker's play thread. Always opens as stereo at the rate given at construction.
 //
-// Threads: no lock of its own. Everything runs on the thread that writes the frame or starts the
-// speaker, one at a time.
+// Threads: the caller serialises all calls. They run on host threads: the one that writes a frame, or the one
+// that starts the speaker.
 struct FFmpegDecode final : public std::enable_shared_from_this<FFmpegDecode> {
     FFmpegDecode(std::shared_ptr<AudioPlayThread> playThread, int32_t sampleRateHz);
     ~FFmpegDecode();
     FFmpegDecode(const FFmpegDecode &) = delete;
     FFmpegDecode &operator=(const FFmpegDecode &) = delete;
 
-    // 0, or -1. Run again after an idle release, it overwrites the objects of the earlier run
-    // without freeing them, by contract: docs/known-leaks.md.
+    // Returns 0 or -1. A second call, after an idle release, overwrites the objects of the first without
+    // freeing them, by contract: docs/known-leaks.md.
     int32_t InitFFmpeg();
-    // Decodes one frame. The payload is only borrowed; a frame that does not decode is dropped.
+    // Decodes one frame, whose payload is read during the call only. A frame that FFmpeg refuses is dropped.
     void DecoderAudioFrame(StreamFrame *data);
-    // Frees all FFmpeg objects but the codec context itself, which is only closed.
+    // Frees all FFmpeg objects except the codec context, which is closed and leaked, by contract.
     virtual void ReleaseFFmpeg();
 
 private:
@@ -40,26 +40,26 @@ private:
 
     int32_t InitSwrContext();
     bool CheckNullPtrForDecoderValid(const StreamFrame *data) const;
-    bool PostDecodedFrame(); // false: abandon the rest of the call
+    bool PostDecodedFrame(); // false: DecoderAudioFrame must return
     int32_t ResampleFrame();
     void PostAudioData(const uint8_t *pcm, int32_t size);
     void FreeFFmpegObjects();
 
-    const char *mimeType = "audio/mp4a-latm";
+    const char *mimeType = "audio/mp4a-latm"; // contract only: MIME type of the stream
     std::shared_ptr<AudioPlayThread> audioPlayThread;
-    AVFormatContext *formatContext = nullptr;
+    AVFormatContext *formatContext = nullptr; // contract only: allocated and freed with the decoder
     AVCodecContext *codecContext = nullptr;
-    const AVCodec *codec = nullptr;
+    const AVCodec *codec = nullptr; // contract only: codec of codecContext
     AVFrame *decoderFrame = nullptr;
-    int32_t channels = 2;
+    int32_t channels = 2;         // of the coded stream
     int32_t sampleRate;           // Hz
     int32_t maxDstNbSamples = 0;  // capacity of outBuffer, per channel
     uint8_t *outBuffer = nullptr; // interleaved PCM of the current frame
     SwrContext *swrContext = nullptr;
-    int32_t dstNbSamples = 0;         // needed for the current frame, per channel
-    AVPacket *packetToPlay = nullptr; // borrows the host's payload
-    int32_t outChannels = 0;
-    int32_t outSampleFmt = -1; // AVSampleFormat, none until set up
+    int32_t dstNbSamples = 0;         // room that the current frame needs, per channel
+    AVPacket *packetToPlay = nullptr; // points to the host's payload during a call
+    int32_t outChannels = 0;          // 0 until set up
+    int32_t outSampleFmt = -1;        // AVSampleFormat; -1 until set up
 };
 
 } // namespace velto
