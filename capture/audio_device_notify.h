@@ -1,15 +1,14 @@
 // Forwards changes of the system's default devices to listeners.
 //
-// A COM notification client. Its count begins at 0: an owner who keeps the pointer has to AddRef it,
-// and Release it after UnInitialize. The system's own references come and go with the registration;
-// not every implementation takes one.
+// A COM notification client. Its reference count begins at 0: the owner calls AddRef, and Release after
+// UnInitialize. Some systems add a reference while the client is registered, others do not.
 //
-// Initialize and UnInitialize are called by the owner, one at a time; the listener calls may come
-// from any thread; notifications come on the system's thread, which holds the lock while it calls
-// the listeners, so that after RemoveListener has returned, no call is under way.
+// The owner calls Initialize and UnInitialize, one at a time. Any thread may add and remove listeners. The
+// system's thread locks m_lock while it calls the listeners, so once RemoveListener has returned, the
+// listener is not called any more.
 //
-// While registered, this object holds the module that contains it: a host may call FreeLibrary with a
-// recording open in which no thread runs, and notifications would then run unmapped code.
+// While registered, the client keeps this module mapped: a host may call FreeLibrary with a recording open in
+// which no thread runs, and a notification would then call unmapped code.
 // https://learn.microsoft.com/windows/win32/api/mmdeviceapi/nn-mmdeviceapi-immnotificationclient
 #pragma once
 
@@ -33,7 +32,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
-    // Frees the object when the count was 1; not when it was 0.
+    // Frees the object when the count goes from 1 to 0. From 0, the count wraps and the object stays.
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR, DWORD) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR) override { return S_OK; }
@@ -41,16 +40,16 @@ public:
     HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) override;
     HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY) override { return S_OK; }
 
-    // Registers for notifications and empties the list of listeners. E_FAIL without COM, without an
-    // enumerator, or when one of the modules cannot be held; else what the registration returned.
+    // Registers for notifications and empties the list of listeners. Returns the result of the registration;
+    // E_FAIL without COM, without an enumerator, or if one of the modules cannot be kept mapped.
     HRESULT Initialize();
-    // Ends the registration, if there is one, and drops the reference to this module. The caller holds
-    // a reference itself (a host thread by its LoadLibrary, our own threads by StartModuleThread), so
-    // this is never the last one. Any thread, inside an apartment or not.
+    // Ends the registration, if there is one, and drops the reference to this module. This is never the last
+    // reference: a host thread has one from LoadLibrary, the module's threads from StartModuleThread. Any
+    // thread, inside an apartment or not.
     void UnInitialize();
 
-    // Listeners are not owned; each is called once for a notification. Without memory, AddListener logs an
-    // error and adds nothing.
+    // Listeners are not owned. A listener that is added twice is called once. Without memory, AddListener
+    // logs an error and adds nothing.
     void AddListener(IAudioDeviceNotifyListener *listener);
     void RemoveListener(IAudioDeviceNotifyListener *listener);
 
@@ -61,11 +60,11 @@ private:
 
     bool HoldModules();
 
-    IMMDeviceEnumerator *m_enumerator = nullptr; // owned reference; the owner's thread
+    IMMDeviceEnumerator *m_enumerator = nullptr; // owned reference; the owner's thread only
     std::atomic<ULONG> m_references{0};
     std::vector<IAudioDeviceNotifyListener *> m_listeners; // guarded by m_lock
     std::recursive_mutex m_lock;
-    ModuleReference m_implementation; // the DLL behind m_enumerator, which COM may unload otherwise
+    ModuleReference m_implementation; // the DLL behind m_enumerator, which COM could unload
     ModuleReference m_thisModule;     // while registered
 };
 

@@ -1,13 +1,12 @@
-// A fixed set of elements that circulate between a producer and a consumer: the producer takes an
-// empty one from the free queue, fills it and puts it on the data queue; the consumer takes it
-// from there and gives it back to the free queue. Nothing is dropped: without a free element the
-// producer waits.
+// A fixed set of elements that circulate between a producer and a consumer. The producer takes an empty
+// element from the free queue, fills it and pushes it to the data queue. The consumer takes it from there and
+// returns it to the free queue. No element is dropped: the producer waits for a free one.
 //
-// Any thread may call any operation, except the destructor. Each queue has a mutex of its own, so
-// producer and consumer do not meet on one. What touches both queues takes the free mutex first,
-// then the data mutex; nothing takes them the other way round.
+// Any thread may call any operation, except the destructor. Each queue has its own mutex, so producer and
+// consumer rarely wait for each other. An operation on both queues locks the free mutex first, then the data
+// mutex.
 //
-// Only Init allocates, and StopAndClear frees what it allocated. A failing mutex or condition variable
+// In normal use, only Init allocates and only StopAndClear frees. A failing mutex or condition variable
 // throws std::system_error.
 #pragma once
 
@@ -21,7 +20,7 @@
 
 namespace velto {
 
-// T points to an element. The pool owns all elements; the queues and the callers only borrow them.
+// T is a pointer to an element. The pool owns all elements; queues and callers borrow them.
 template <typename T>
 class BufferQueue {
 public:
@@ -29,13 +28,13 @@ public:
     BufferQueue(const BufferQueue &) = delete;
     BufferQueue &operator=(const BufferQueue &) = delete;
 
-    // Releases the elements that are left. Too late for a derived class's ReleaseElement: its own
-    // destructor has to call StopAndClear.
+    // Releases all elements. A derived class that overrides ReleaseElement has to call StopAndClear in its
+    // own destructor: here, its override is no longer called.
     virtual ~BufferQueue() { StopAndClear(); }
 
-    // Makes `count` elements, puts them on the free queue and lets the queue run. False, with the
-    // queue as it was, unless it is stopped and empty; false, with the queue stopped and empty,
-    // when there is no memory for so many.
+    // Creates `count` elements, pushes them to the free queue and starts the queue. False, with nothing
+    // changed, if the queue is running or has elements. False, with the queue stopped and empty, without
+    // memory for all elements.
     bool Init(uint32_t count)
     {
         const std::lock_guard freeLock(m_freeMutex);
@@ -51,7 +50,7 @@ public:
         return true;
     }
 
-    // Wakes all who wait. The elements stay where they are: what is queued can still be taken.
+    // Ends all waits. The elements stay where they are; queued ones can still be popped.
     void Stop()
     {
         const std::lock_guard freeLock(m_freeMutex);
@@ -59,8 +58,8 @@ public:
         StopLocked();
     }
 
-    // Stop, and releases all elements, also those that a caller still holds. The queue can be
-    // initialised again.
+    // Stops the queue and releases all elements, also those that callers have borrowed. Afterwards Init can
+    // be called again.
     void StopAndClear()
     {
         const std::lock_guard freeLock(m_freeMutex);
@@ -69,19 +68,22 @@ public:
         ClearAll();
     }
 
-    // The oldest free element. Waits for one; null once the queue is stopped and has none.
+    // Takes the oldest free element and waits if there is none. Null if there is none and the queue is
+    // stopped.
     T PopFree() { return Pop(m_free, m_freeMutex, m_freeCondition); }
 
-    // Takes an element back. Once the queue is stopped it goes nowhere: the pool still has it.
+    // Returns an element to the free queue. Does nothing once the queue is stopped; the pool still owns the
+    // element.
     void PushFree(T element) { Push(element, m_free, m_freeMutex, m_freeCondition); }
 
-    // Puts a filled element behind the others. Once the queue is stopped it goes nowhere.
+    // Appends a filled element to the data queue. Does nothing once the queue is stopped.
     void PushData(T element) { Push(element, m_data, m_dataMutex, m_dataCondition); }
 
-    // The oldest filled element. Waits for one; null once the queue is stopped and has none.
+    // Takes the oldest filled element and waits if there is none. Null if there is none and the queue is
+    // stopped.
     T PopData() { return Pop(m_data, m_dataMutex, m_dataCondition); }
 
-    // Filled elements that wait for the consumer.
+    // The number of filled elements in the data queue.
     int32_t DataCount()
     {
         const std::lock_guard lock(m_dataMutex);
@@ -96,17 +98,17 @@ protected:
     virtual void ReleaseElement(T element) { delete element; }
 
 private:
-    // Elements in arrival order. Reserve makes room for the pool, whose elements are queued once at most:
-    // in normal use nothing else allocates.
+    // A ring buffer of elements in arrival order. Reserve makes room for the whole pool, and each element is
+    // queued at most once, so PushBack allocates only for elements that are not from the pool.
     class Queue {
     public:
         bool Empty() const { return m_count == 0; }
         size_t Size() const { return m_count; }
 
-        // Throws std::bad_alloc, with the queue unchanged. Only when empty.
+        // Throws std::bad_alloc with the queue unchanged. The queue has to be empty.
         void Reserve(size_t count) { m_places.resize(count); }
 
-        // Grows for an element that is not of the pool; then throws std::bad_alloc without memory.
+        // Throws std::bad_alloc if it has to grow and there is no memory.
         void PushBack(T element)
         {
             if (m_count == m_places.size()) {
@@ -116,7 +118,7 @@ private:
             ++m_count;
         }
 
-        // Not when empty.
+        // The queue must not be empty.
         T PopFront()
         {
             T element = m_places[m_first];
@@ -163,7 +165,7 @@ private:
         return true;
     }
 
-    // Both mutexes are held.
+    // The caller has locked both mutexes.
     void StopLocked()
     {
         if (!m_stopped) {
@@ -173,7 +175,7 @@ private:
         }
     }
 
-    // Both mutexes are held.
+    // The caller has locked both mutexes.
     void ClearAll()
     {
         m_free.Release();
@@ -185,7 +187,7 @@ private:
         std::vector<T>().swap(m_pool); // frees its memory, unlike clear()
     }
 
-    // What is queued is handed out even when the queue is stopped.
+    // Pops queued elements even when the queue is stopped.
     T Pop(Queue &queue, std::mutex &mutex, std::condition_variable &condition)
     {
         std::unique_lock lock(mutex);
@@ -210,8 +212,8 @@ private:
         }
     }
 
-    bool m_stopped = true; // written with both mutexes held, so either one suffices to read it
-    std::vector<T> m_pool; // in the order of creation; guarded by both mutexes
+    bool m_stopped = true; // written under both mutexes, read under either
+    std::vector<T> m_pool; // in order of creation; guarded by both mutexes
     Queue m_free;          // guarded by the free mutex
     Queue m_data;          // oldest first; guarded by the data mutex
     std::mutex m_freeMutex;

@@ -1,4 +1,4 @@
-// Who wants to know about changes of the system's default devices.
+// A listener for changes of the system's default devices.
 #pragma once
 
 #include <windows.h>
@@ -10,8 +10,8 @@ class IAudioDeviceNotifyListener {
 public:
     virtual ~IAudioDeviceNotifyListener() = default;
 
-    // The default device of a flow and a role is another one now. Called on a thread of the
-    // system's notification service, which must be let go at once; `deviceId` is valid meanwhile.
+    // The default device of a flow and a role has changed. Called on a thread of the system's notification
+    // service, so it must return quickly. `deviceId` is valid until it returns.
     virtual void OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) = 0;
 };
 

@@ -1,4 +1,4 @@
-// A copy that knows how much room there is.
+// A memcpy that checks the size of the destination.
 #pragma once
 
 #include <cerrno>
@@ -7,8 +7,8 @@
 
 namespace velto {
 
-// Copies `count` bytes. 0 on success (and for a count of 0); EINVAL for a null pointer, ERANGE
-// when the destination is too small: then nothing is copied.
+// Copies `count` bytes and returns 0, also for 0 bytes. Otherwise copies nothing and returns EINVAL for a
+// null pointer or ERANGE for a destination that is too small.
 inline int CheckedCopy(void *destination, size_t capacity, const void *source, size_t count)
 {
     if (count == 0) {

@@ -28,7 +28,7 @@ DWORD WINAPI RunThread(void *argument)
     const ThreadStart thread = *start;
     delete start;
     const DWORD result = thread.routine(thread.argument);
-    // Leaving through the loader: returning would mean running code that may be gone by then.
+    // FreeLibrary could unmap the code that it returns to. This call does not return.
     if (thread.module != nullptr) {
         FreeLibraryAndExitThread(thread.module, result);
     }

@@ -1,12 +1,12 @@
-// References that keep code mapped while it can still be run.
+// References that keep a module mapped while its code can run.
 #pragma once
 
 #include <windows.h>
 
 namespace velto {
 
-// A counted reference to the module that contains an address: while one is held, the loader
-// does not unmap that module.
+// A counted reference to the module that contains an address. The loader does not unmap a module while there
+// are references to it.
 // https://learn.microsoft.com/windows/win32/api/libloaderapi/nf-libloaderapi-getmodulehandleexw
 class ModuleReference {
 public:
@@ -15,10 +15,10 @@ public:
     ModuleReference(const ModuleReference &) = delete;
     ModuleReference &operator=(const ModuleReference &) = delete;
 
-    // Holds the module of `address` instead of what was held before.
+    // Replaces the reference with one to the module of `address`. Holds() is false if that fails.
     void HoldModuleOf(const void *address);
-    // Holds the module that implements a COM object: once COM has been left, it may unload an
-    // in-process server to whose objects pointers are still kept.
+    // Replaces the reference with one to the module that implements a COM object. COM may unload an
+    // in-process server when the last thread leaves COM, even while there are references to its objects.
     void HoldImplementationOf(void *comObject);
     void Drop();
     bool Holds() const { return m_module != nullptr; }
@@ -27,17 +27,17 @@ private:
     HMODULE m_module = nullptr;
 };
 
-// Starts a thread which keeps this module mapped until `routine` has returned; if it then held the
-// last reference, the module goes away from that thread. The caller closes the handle; null, with
-// the last error set, when there can be no thread.
+// Starts a thread that keeps this module mapped until `routine` has returned. If the thread's reference is
+// then the last one, the loader unmaps the module. The caller closes the handle. Null, with the last error
+// set, when there can be no thread.
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument);
 
-// Waits until a thread has ended or an event is set. A wait that fails is made again: whoever waits goes
-// on to what nobody else may use any more.
+// Waits until a thread has ended or an event is set. Retries a failed wait: callers then free what the other
+// thread uses, so this must not return early.
 void AwaitSignal(HANDLE handle);
 
-// As StartModuleThread, for a body that nobody waits for. Throws std::system_error when there can be no
-// thread.
+// Starts a thread as StartModuleThread does, without a handle to it. Throws std::system_error when there can
+// be no thread.
 void StartDetachedThread(void (*body)());
 
 } // namespace velto

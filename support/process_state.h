@@ -1,14 +1,14 @@
-// Whether the process, not just this module, is going away.
+// Whether the process is ending, and not only this module unloading.
 #pragma once
 
 namespace velto {
 
-// True once the system has begun to end the process. All other threads are gone by then, wherever
-// they stood, so nothing may be waited for or locked.
+// True once the system has begun to end the process. It has then killed all other threads, also those that
+// had locked a mutex, so code must neither wait nor lock.
 // https://learn.microsoft.com/windows/win32/dlls/dllmain
 bool ProcessIsEnding();
 
-// Called by the module's DllMain.
+// For the module's DllMain.
 void SetProcessIsEnding();
 
 } // namespace velto

@@ -56,7 +56,7 @@ CaptureTest::CaptureTest()
 CaptureTest::~CaptureTest()
 {
     Destroy();
-    // Threads may still be on their way out.
+    // Threads may not have ended yet.
     EXPECT_TRUE(Eventually(
         [&] { return fakewin::ModuleReferences(fakewin::ThisModule()) == m_earlierModuleReferences; }));
     EXPECT_EQ(fakewin::LiveHandles(), m_earlierHandles);
@@ -65,7 +65,7 @@ CaptureTest::~CaptureTest()
     EXPECT_EQ(fakewin::Violations(), violationsLeft);
     EXPECT_EQ(fakewin::OpenApartments(), 0);
 #else
-    // There the fake COM does not see a thread's end.
+    // On Windows the fake COM does not notice that a thread ends.
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
     EXPECT_EQ(fakewin::OpenApartments(), openApartmentsLeft);
 #endif
@@ -103,7 +103,7 @@ uint32_t CaptureTest::ReadPacket()
 {
     uint32_t size = 0;
     Eventually([&] {
-        size = 3840; // more than any packet; what a stopped capture leaves
+        size = 3840; // more than any packet; a stopped capture leaves it unchanged
         probe.Read(buffer.data(), size);
         return size != 0 && size != 3840;
     });

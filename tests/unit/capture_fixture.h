@@ -1,5 +1,5 @@
-// What the microphone's tests share: one capture on fake endpoints, and nothing left over after it
-// but what is given up by design.
+// Fixture of the microphone's tests: one capture on fake endpoints. Its destructor checks that the capture
+// leaves nothing except known leaks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ constexpr char apartmentViolation[] = "a thread ended inside its apartment";
 
 // A packet of interleaved 32-bit floats.
 CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels = 2, DWORD flags = 0);
-// A packet of silent frames that is not marked as silent.
+// A packet of zeros without the flag for silence.
 CapturedPacket QuietPacket(UINT32 frames, DWORD flags = 0);
 
 // Polls for up to ten seconds.
@@ -36,17 +36,17 @@ bool Eventually(const std::function<bool()> &condition);
 class CaptureTest : public ::testing::Test {
 protected:
     CaptureTest();
-    // Closes and destroys the capture; whatever it held must be given back.
+    // Closes and destroys the capture, and checks that it has released everything.
     ~CaptureTest() override;
 
-    // As the host's opening call does.
+    // Opens the capture as the host's opening call does.
     void Open();
     // Waits until the capture thread runs its loop.
     bool AwaitLoop();
-    // As the host's closing call does, up to the deletion.
+    // Closes the capture as the host's closing call does, without deleting it.
     void Close();
     void Destroy();
-    // Reads until a packet came, or for ten seconds; its size, or 0.
+    // Reads until there is a packet, for ten seconds at most. Returns its size; otherwise 0 or 3840.
     uint32_t ReadPacket();
 
     fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }
@@ -72,7 +72,7 @@ protected:
     velto::AudioCaptureProbe probe;
     std::vector<uint8_t> buffer = std::vector<uint8_t>(8192);
 
-    // What the test expects to be left: nothing, but for what a failure gives up by design.
+    // What the destructor expects to find. Tests of a known leak change it.
     int openApartmentsLeft = 0;
     int objectsLeft = 0;
     std::vector<std::string> violationsLeft;
