@@ -3,13 +3,6 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "capture/packet_pool_size.h"
-
-extern "C" {
-#include <libavutil/samplefmt.h>
-#include <libswresample/swresample.h>
-}
-
 namespace velto {
 namespace {
 
@@ -100,9 +93,7 @@ public:
 AudioCaptureProbe::AudioCaptureProbe(uint32_t rateHz)
 {
     m_capture.SetTarget(48000, channels, 1);
-    m_capture.m_captureSampleRateHz = rateHz;
-    m_capture.m_captureChannels = channels;
-    m_capture.m_sampleFormat = AV_SAMPLE_FMT_FLT;
+    m_capture.m_captured = {rateHz, channels, AV_SAMPLE_FMT_FLT};
     m_capture.m_timestampTimeBaseHz = 1000000;
     const EncodeParam param{48000, 3, 128000, static_cast<uint32_t>(PCMFormat::S16), 2};
     uint32_t maxPacketSize = 0;
@@ -115,11 +106,6 @@ AudioCaptureProbe::AudioCaptureProbe(uint32_t rateHz)
     if (!m_capture.m_packets.Init(PacketPoolSize(48000, m_capture.m_frameLength))) {
         throw std::runtime_error("no memory for packets");
     }
-}
-
-AudioCaptureProbe::~AudioCaptureProbe()
-{
-    swr_free(&m_capture.m_resampler);
 }
 
 double AudioCaptureProbe::Record(const std::vector<float> &samples, uint32_t packetFrames)

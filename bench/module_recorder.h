@@ -14,7 +14,6 @@ public:
     // Sets a capture up as it is once its device is open and delivers stereo floats at `rateHz`. Throws
     // std::runtime_error.
     explicit AudioCaptureProbe(uint32_t rateHz);
-    ~AudioCaptureProbe();
     AudioCaptureProbe(const AudioCaptureProbe &) = delete;
     AudioCaptureProbe &operator=(const AudioCaptureProbe &) = delete;
 

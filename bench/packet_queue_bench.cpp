@@ -20,7 +20,6 @@
 #include "bench/counted_new.h"
 #include "bench/repetitions.h"
 #include "capture/avpkt_buf_queue.h"
-#include "capture/packet_pool_size.h"
 
 namespace velto::bench {
 namespace {

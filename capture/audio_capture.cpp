@@ -1,4 +1,4 @@
-// Threads and life cycle.
+// Threads, life cycle and restarts.
 #include "capture/audio_capture.h"
 
 #include <new>
@@ -7,21 +7,18 @@
 #include "support/com.h"
 #include "support/module_reference.h"
 
-extern "C" {
-#include <libswresample/swresample.h>
-}
-
 namespace velto {
 namespace {
 
 constexpr char createTag[] = "AudioCapture::Create";
 constexpr char prepareTag[] = "AudioCapture::Prepare";
 constexpr char initializeTag[] = "AudioCapture::Initialize";
+constexpr char changedTag[] = "AudioCapture::OnAudioStateChanged";
 constexpr DWORD stopPollMs = 50;
 
 } // namespace
 
-// The members that belong to the platform's codec library may allocate in their constructors and throw.
+// Members that belong to the platform's codec library may allocate in their constructors and throw.
 AudioCapture *AudioCapture::Create()
 {
     try {
@@ -41,14 +38,12 @@ AudioCapture::~AudioCapture()
     EndRestarts();
     WaitInitThread();
     SafeCloseHandle(m_initThread);
-    ReplaceNotifier(nullptr); // there is one only if Start was called after Stop
+    ReplaceNotifier(nullptr); // there is a notifier only if Start was called after Stop
 }
 
 void AudioCapture::SetTarget(uint32_t sampleRateHz, uint32_t channels, int32_t sampleFormat)
 {
-    m_targetSampleRateHz = sampleRateHz;
-    m_targetChannels = channels;
-    m_targetSampleFormat = sampleFormat;
+    m_target = {sampleRateHz, channels, static_cast<AVSampleFormat>(sampleFormat)};
 }
 
 int32_t AudioCapture::Prepare()
@@ -57,29 +52,23 @@ int32_t AudioCapture::Prepare()
     if (m_state != CAPTURE_NOT_PREPARED) {
         return m_state;
     }
-    const HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (ready == nullptr) {
+    if (!m_ready.Create()) {
         LogError(prepareTag, "Create windows event failed! err=", GetLastError());
         return CAPTURE_SYSTEM_FAILED;
     }
-    {
-        const std::lock_guard readyLock(m_readyMutex);
-        m_readyEvent = ready;
-    }
     m_stop = false;
     m_state = CAPTURE_OK;
-    m_readyCounter = 0;
-    SafeCloseHandle(m_initThread); // of an earlier start, which has ended
-    m_initThread = StartModuleThread(InitThread, this);
+    SafeCloseHandle(m_initThread); // of an earlier Prepare; the thread has ended
+    m_initThread = StartModuleThread(RunThread<&AudioCapture::Initialize>, this);
     if (m_initThread == nullptr) {
         LogError(prepareTag, "Create init thread failed!err=", GetLastError());
         m_stop = true;
         m_state = CAPTURE_NOT_PREPARED;
-        CloseReadyEvent();
+        m_ready.Close();
         return CAPTURE_SYSTEM_FAILED;
     }
-    AwaitSignal(ready);
-    CloseReadyEvent();
+    m_ready.Await();
+    m_ready.Close();
     return m_state;
 }
 
@@ -106,15 +95,12 @@ void AudioCapture::Stop()
     if (!m_stop.exchange(true)) {
         m_packets.Stop();
     }
-    {
-        const std::lock_guard lock(m_dataMutex);
-        m_dataCondition.notify_all();
-    }
+    m_reader.NotifyStop();
     ReplaceNotifier(nullptr);
 }
 
-// Start, Stop and a failing capture thread may meet here: each notifier that leaves the member is
-// detached once, by the thread that took it out.
+// Start, Stop and a failing capture thread may call this at the same time. The exchange makes sure that only
+// one of them detaches the previous notifier.
 void AudioCapture::ReplaceNotifier(AudioDeviceNotify *notifier)
 {
     AudioDeviceNotify *previous = m_deviceNotifier.exchange(notifier);
@@ -139,36 +125,18 @@ bool AudioCapture::WaitInitThread()
     return true;
 }
 
-DWORD WINAPI AudioCapture::InitThread(void *capture)
-{
-    if (capture == nullptr) {
-        return ERROR_INVALID_HANDLE;
-    }
-    static_cast<AudioCapture *>(capture)->Initialize();
-    return 0;
-}
-
-DWORD WINAPI AudioCapture::CaptureThread(void *capture)
-{
-    if (capture == nullptr) {
-        return ERROR_INVALID_HANDLE;
-    }
-    static_cast<AudioCapture *>(capture)->AudioCaptureAndEncodeThreadProc();
-    return 0;
-}
-
 void AudioCapture::Initialize()
 {
     int32_t result = InitAudioEncoder();
     if (result == CAPTURE_OK) {
-        m_captureThread = StartModuleThread(CaptureThread, this);
+        m_captureThread = StartModuleThread(RunThread<&AudioCapture::AudioCaptureAndEncodeThreadProc>, this);
         if (m_captureThread == nullptr) {
             LogError(initializeTag, "Create audio capture and encoder thread failed, err=", GetLastError());
             result = CAPTURE_SYSTEM_FAILED;
         }
     }
     if (result == CAPTURE_OK) {
-        SignalReady();
+        m_ready.CountAndSet();
         while (!m_stop) {
             Sleep(stopPollMs);
         }
@@ -178,13 +146,13 @@ void AudioCapture::Initialize()
     Teardown();
 }
 
-// The first failure becomes the state; it ends capture and releases Prepare.
+// The first failure becomes the state, ends the capture and ends the wait of Prepare.
 void AudioCapture::Fail(int32_t result)
 {
     int32_t running = CAPTURE_OK;
     if (m_state.compare_exchange_strong(running, result)) {
         Stop();
-        SetReadyEvent();
+        m_ready.Set();
     }
 }
 
@@ -194,9 +162,9 @@ void AudioCapture::Teardown()
         AwaitSignal(m_captureThread);
         SafeCloseHandle(m_captureThread);
     }
-    swr_free(&m_resampler);
+    m_converter.Close();
     ReleaseEncoder();
-    // Prepare, which holds the mutex, has to see the failure that it was released with.
+    // Prepare, which locks the mutex until it returns, must return the failure and not the next state.
     const std::lock_guard lock(m_stateMutex);
     m_state = CAPTURE_NOT_PREPARED;
 }
@@ -204,32 +172,33 @@ void AudioCapture::Teardown()
 void AudioCapture::ReleaseEncoder()
 {
     m_encoder.Close();
-    {
-        const std::lock_guard lock(m_readMutex);
-        m_packets.StopAndClear();
-    }
+    m_reader.ClearPackets();
     m_frame.ReleaseBuffer();
 }
 
-void AudioCapture::SignalReady()
+// On a thread of the system's notification service, so the restart runs on another one.
+void AudioCapture::OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR)
 {
-    if (++m_readyCounter >= 1) {
-        SetReadyEvent();
+    if (flow != eCapture || role != eConsole) {
+        return;
+    }
+    LogError(changedTag, "OnAudioStateChanged");
+    if (!m_restarts.Begin()) {
+        LogError(changedTag, "Create restart thread failed, err=", GetLastError());
     }
 }
 
-void AudioCapture::SetReadyEvent()
+void AudioCapture::Restart()
 {
-    const std::lock_guard lock(m_readyMutex);
-    if (m_readyEvent != nullptr) {
-        SetEvent(m_readyEvent);
-    }
+    Stop();
+    WaitInitThread();
+    Prepare();
+    Start();
 }
 
-void AudioCapture::CloseReadyEvent()
+void AudioCapture::EndRestarts()
 {
-    const std::lock_guard lock(m_readyMutex);
-    SafeCloseHandle(m_readyEvent);
+    m_restarts.End();
 }
 
 } // namespace velto

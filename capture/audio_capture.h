@@ -1,18 +1,21 @@
-// The PC's default microphone as AAC packets: Windows Core Audio in shared mode, converted to
-// 48000 Hz stereo, encoded, queued for the host.
+// Captures the PC's default microphone as AAC packets: WASAPI in shared mode, conversion to 48000 Hz stereo,
+// encoding, and a queue for the host.
 //
-// A packet holds 1024 samples per channel (21.3 ms). From a sound to the packet that holds it pass
-// one period of the device, one poll (10 ms), and the encoder's own delay of one to two frames.
+// The host's control thread calls SetTarget, Prepare and Start, later EndRestarts, Stop and WaitInitThread,
+// and then destroys the object. Its reading thread calls GetAudioData. Any thread may call Stop. A restart
+// thread calls Stop, WaitInitThread, Prepare and Start.
 //
-// Threads, each keeping this module mapped while it runs:
-// - the init thread prepares the encoder, starts the capture thread, waits for the stop flag in
-//   steps of 50 ms and takes down what it built;
-// - the capture thread makes all Core Audio calls of the stream, converts and encodes;
-// - one restart thread for each change of the default microphone, one at work at a time.
-// Prepare, Start, Stop and the closing calls belong to the host's control thread, GetAudioData to
-// its reading thread. Stop may come from any of them.
-// COM: raw interface pointers, each owned reference released by hand, all of them local to the
-// thread that obtained them; each thread enters and leaves COM for itself.
+// Threads, each of which keeps this module mapped while it runs:
+// - The init thread sets up the encoder, starts the capture thread, looks at the stop flag every 50 ms and
+//   finally releases what it set up.
+// - The capture thread makes all WASAPI calls of the stream, converts and encodes.
+// - Each change of the default microphone starts a restart thread. Restarts run one at a time.
+//
+// A packet holds 1024 samples per channel, 21.3 ms. Delay from a sound to its packet: up to one device period
+// (10 ms), up to one poll (10 ms), 21.3 ms to fill a frame, and one to two frames in the encoder.
+//
+// COM: each thread enters and leaves COM itself. Interfaces are raw pointers, local to the thread that
+// obtained them, and released by hand.
 #pragma once
 
 #include <windows.h>
@@ -21,22 +24,24 @@
 #include <mmdeviceapi.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
 #include "capture/audio_device_notify.h"
 #include "capture/avpkt_buf_queue.h"
+#include "capture/capture_format.h"
+#include "capture/capture_restarts.h"
 #include "capture/i_audio_device_notify_listener.h"
+#include "capture/packet_reader.h"
+#include "capture/ready_event.h"
+#include "capture/sample_converter.h"
 #include "codec/aac_encoder.h"
 #include "codec/audio_frame.h"
 #include "codec/encode_param.h"
 
-struct SwrContext;
-
 namespace velto {
 
-// What Prepare and Start return, and what the state holds after a failure.
+// Results of Prepare and Start, and values of the state.
 enum CaptureResult : int32_t {
     CAPTURE_OK = 0,
     CAPTURE_DEVICE_FAILED = -101,   // COM, the default microphone or the start of its client
@@ -44,49 +49,49 @@ enum CaptureResult : int32_t {
     CAPTURE_ENCODING_FAILED = -104, // encoding a frame
     CAPTURE_FORMAT_UNKNOWN = -105,  // the mix format is not extensible
     CAPTURE_SYSTEM_FAILED = -1001,  // an event or a thread
-    CAPTURE_NOT_PREPARED = -10000,  // the resting value of the state
-    CAPTURE_STARTED_TWICE = -10001, // of an object that had been started once, perhaps before a restart
+    CAPTURE_NOT_PREPARED = -10000,  // the state before Prepare and after Teardown
+    CAPTURE_STARTED_TWICE = -10001, // Start has succeeded once, perhaps before a restart
     CAPTURE_OUT_OF_MEMORY = -10002, // the frame or the packets
 };
 
 class AudioCapture : public IAudioDeviceNotifyListener {
 public:
     AudioCapture() = default;
-    // Waits for the init thread if that is still running, so capture has to be stopped first.
+    // Waits for the init thread, so the capture has to be stopped before.
     ~AudioCapture() override;
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
 
-    // A new capture. Null, with an error logged, when there is no memory for it or one of its members.
+    // Creates a capture. Logs an error and returns null if there is no memory for it or one of its members.
     static AudioCapture *Create();
 
-    // The capture that the host has open, or null. Set by the control thread; the object that was
-    // there before is not touched.
+    // The capture that the host has open, or null. SetCurrent, on the control thread, does not touch the
+    // capture that it replaces.
     static void SetCurrent(AudioCapture *capture);
     static AudioCapture *Current();
-    // Takes the current capture out, so that no further read finds it and no other thread closes it;
-    // null when there is none.
+    // Sets the current capture to null and returns the previous one, or null. Later reads do not find it, and
+    // no other thread closes it.
     static AudioCapture *TakeCurrent();
-    // Deletes a capture that was taken out and has ended, once no read is under way in it.
+    // Deletes a capture that TakeCurrent returned and that has ended, after all reads in it have returned.
     static void DeleteTaken(AudioCapture *capture);
 
-    // Gives one packet of the current capture, waiting for it if need be. `size`: in, the bytes
-    // asked for, which only tell how long to wait; out, the packet's bytes, 0 when there was none,
-    // unchanged once capture has stopped. `buffer` has room for the largest packet.
+    // Copies one packet of the current capture, waiting for it if necessary. `size`: in, the bytes asked for,
+    // which only determine how long to wait; out, the bytes of the packet, 0 without a packet, unchanged once
+    // the capture has stopped. `buffer` has room for the largest packet.
     static void GetAudioData(uint8_t *buffer, uint32_t &size);
 
-    // What to encode; before Prepare.
+    // The format to encode. Before Prepare.
     void SetTarget(uint32_t sampleRateHz, uint32_t channels, int32_t sampleFormat);
 
-    // Starts the threads; returns when the capture thread exists or could not be made.
+    // Starts the threads. Returns when the capture thread exists or the start has failed.
     int32_t Prepare();
-    // Follows the default microphone from here on.
+    // Registers for changes of the default microphone.
     int32_t Start();
-    // Ends capture; does not wait.
+    // Ends the capture without waiting for its threads.
     void Stop();
-    // Waits for the init thread's end. False when there is none.
+    // Waits until the init thread has ended. False if there is none.
     bool WaitInitThread();
-    // No restart begins after this, and none is at work when it returns.
+    // Prevents further restarts and waits for running ones.
     void EndRestarts();
 
     void OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) override;
@@ -95,16 +100,14 @@ private:
     friend class AudioCaptureProbe; // the unit tests' view of the members
 
     // --- audio_capture.cpp: threads and life cycle
-    static DWORD WINAPI InitThread(void *capture);
-    static DWORD WINAPI CaptureThread(void *capture);
+    template <void (AudioCapture::*Body)()>
+    static DWORD WINAPI RunThread(void *capture);
     void Initialize();
     void Teardown();
     void ReleaseEncoder();
     void Fail(int32_t result);
-    void SignalReady();
-    void SetReadyEvent();
-    void CloseReadyEvent();
     void ReplaceNotifier(AudioDeviceNotify *notifier);
+    void Restart();
 
     // --- audio_capture_device.cpp: the microphone and the converter
     static IAudioClient *GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, IMMDevice **device);
@@ -126,58 +129,48 @@ private:
     bool EncodeAudioFrame(const AudioFrame *frame);
     void OnError(int32_t code);
 
-    // --- audio_capture_read.cpp: the host's side
+    // --- audio_capture_read.cpp: the host's reads
     void Read(uint8_t *buffer, uint32_t &size);
     void WaitForData(uint32_t requestedBytes);
 
-    // --- audio_capture_restart.cpp: following the default microphone
-    struct RestartStart;
-    static DWORD WINAPI RestartThread(void *start);
-    void Restart();
-
-    std::mutex m_stateMutex; // serialises Prepare; guards m_initThread and the return to rest
-
-    // Set before the capture thread starts, then its own.
-    uint32_t m_timestampTimeBaseHz = 0;
-    AACEncoder m_encoder;
-    uint32_t m_channelCode = 0;
-    uint32_t m_frameLength = 0; // samples per channel
-    AudioFrame m_frame;
-    uint8_t m_decoderConfig[8] = {};
-    uint32_t m_decoderConfigLength = 0;
-
-    // The capture thread's, until Teardown has waited for it.
-    SwrContext *m_resampler = nullptr; // owned
-    uint32_t m_captureSampleRateHz = 0;
-    uint32_t m_captureChannels = 0;
-    int32_t m_sampleFormat = -1; // an AVSampleFormat, of both sides of the converter
-
-    // Set by the host's control thread before Prepare.
-    uint32_t m_targetSampleRateHz = 0;
-    uint32_t m_targetChannels = 0;
-    int32_t m_targetSampleFormat = -1; // kept, never consulted: the converter keeps the engine's
-
-    HANDLE m_captureThread = nullptr; // owned; the init thread
-    HANDLE m_initThread = nullptr;    // owned
-    std::mutex m_readyMutex;          // guards m_readyEvent
-    HANDLE m_readyEvent = nullptr;    // manual reset; there while Prepare waits
-    std::atomic<int32_t> m_readyCounter{0};
+    std::mutex m_stateMutex; // serialises Prepare; guards m_initThread and the state's return to not prepared
+    std::atomic<int32_t> m_state{CAPTURE_NOT_PREPARED};
     std::atomic<bool> m_stop{true};
     std::atomic<bool> m_started{false}; // never cleared
-    std::atomic<int32_t> m_state{CAPTURE_NOT_PREPARED};
+    HANDLE m_initThread = nullptr;      // owned
+    HANDLE m_captureThread = nullptr;   // owned; init thread only
+    ReadyEvent m_ready;
+
+    // Set by the control thread before Prepare.
+    StreamFormat m_target; // contract only: sampleFormat, the converter keeps the microphone's
+
+    // Set by the init thread before it starts the capture thread; from then on the capture thread's.
+    AACEncoder m_encoder;
+    AudioFrame m_frame;                 // being filled
+    uint32_t m_frameLength = 0;         // samples per channel
+    uint32_t m_channelCode = 0;         // of the encoder and the frame
+    uint32_t m_timestampTimeBaseHz = 0; // of queued packets
+    uint8_t m_decoderConfig[8] = {};    // contract only: the packets' AudioSpecificConfig
+    uint32_t m_decoderConfigLength = 0; // contract only: bytes in m_decoderConfig
+    StreamFormat m_captured;            // the microphone's mix format; set again by the capture thread
+    SampleConverter m_converter;        // capture thread only; closed by Teardown
 
     AVPktBufQueue m_packets;
-    std::mutex m_readMutex; // held while a packet is with a reader, and while the packets are cleared
-    std::atomic<AudioDeviceNotify *> m_deviceNotifier{
-        nullptr}; // owned reference; who takes it out releases it
-    std::mutex m_dataMutex;
-    std::condition_variable m_dataCondition; // a packet was queued, or capture stopped
+    PacketReader m_reader{m_packets};
 
-    std::mutex m_restartTurn; // held by the restart at work
-    std::mutex m_restartMutex;
-    std::condition_variable m_restartsChanged; // one began or ended
-    int m_restarts = 0;                        // guarded by m_restartMutex
-    bool m_restartsOver = false;               // the same
+    std::atomic<AudioDeviceNotify *> m_deviceNotifier{nullptr}; // owned reference; see ReplaceNotifier
+    CaptureRestarts m_restarts{[this] { Restart(); }};
 };
+
+// The entry of a thread that runs a member function of the capture that it gets as its argument.
+template <void (AudioCapture::*Body)()>
+DWORD WINAPI AudioCapture::RunThread(void *capture)
+{
+    if (capture == nullptr) {
+        return ERROR_INVALID_HANDLE;
+    }
+    (static_cast<AudioCapture *>(capture)->*Body)();
+    return 0;
+}
 
 } // namespace velto

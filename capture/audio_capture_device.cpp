@@ -1,14 +1,7 @@
 // The microphone and the converter.
 #include "capture/audio_capture.h"
-#include "capture/capture_format.h"
-#include "capture/hresult_text.h"
 #include "handler/log.h"
 #include "support/com.h"
-
-extern "C" {
-#include <libavutil/channel_layout.h>
-#include <libswresample/swresample.h>
-}
 
 namespace velto {
 namespace {
@@ -18,7 +11,7 @@ constexpr char openTag[] = "AudioCapture::GetLoopBackAudioCapture";
 constexpr char swrTag[] = "AudioCapture::InitSwr";
 constexpr REFERENCE_TIME bufferDuration100ns = 5000000; // 500 ms
 
-// True when a call succeeded and gave an object; logs it otherwise.
+// True when a call succeeded and returned an object. Logs its result otherwise.
 template <typename Object>
 bool Obtained(const char *tag, const char *message, HRESULT result, const Object *object)
 {
@@ -69,8 +62,8 @@ IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, I
     return client;
 }
 
-// Opens the default microphone, not a loopback of the speaker: the name is part of the log contract
-// of this version, which has it as a tag.
+// Opens the default microphone, not a loopback of the loudspeaker. The name stays because it is a tag of the
+// log contract.
 bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
                                            IAudioEndpointVolume *&volume)
 {
@@ -99,10 +92,9 @@ bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureC
 bool AudioCapture::OpenStream(const WAVEFORMATEX &mixFormat, IAudioClient &client,
                               IAudioCaptureClient *&captureClient)
 {
-    m_captureSampleRateHz = mixFormat.nSamplesPerSec;
-    m_captureChannels = mixFormat.nChannels;
-    m_sampleFormat = CaptureSampleFormat(mixFormat.wBitsPerSample);
-    if (m_sampleFormat == AV_SAMPLE_FMT_NONE || !InitSwr()) {
+    m_captured = {mixFormat.nSamplesPerSec, mixFormat.nChannels,
+                  CaptureSampleFormat(mixFormat.wBitsPerSample)};
+    if (m_captured.sampleFormat == AV_SAMPLE_FMT_NONE || !InitSwr()) {
         LogError(openTag, "InitSwr failed! Err=", -1);
         return false;
     }
@@ -118,22 +110,11 @@ bool AudioCapture::OpenStream(const WAVEFORMATEX &mixFormat, IAudioClient &clien
 
 bool AudioCapture::InitSwr()
 {
-    AVChannelLayout output{};
-    AVChannelLayout input{};
-    av_channel_layout_default(&output, static_cast<int>(m_targetChannels));
-    av_channel_layout_default(&input, static_cast<int>(m_captureChannels));
-    const auto format = static_cast<AVSampleFormat>(m_sampleFormat);
-    swr_free(&m_resampler);
-    const bool ready =
-        swr_alloc_set_opts2(&m_resampler, &output, format, static_cast<int>(m_targetSampleRateHz), &input,
-                            format, static_cast<int>(m_captureSampleRateHz), 0, nullptr) >= 0 &&
-        swr_init(m_resampler) >= 0;
-    av_channel_layout_uninit(&output);
-    av_channel_layout_uninit(&input);
-    if (!ready) {
-        LogError(swrTag, "Failed to initialize the resampling context");
+    if (m_converter.Open(m_captured, m_target)) {
+        return true;
     }
-    return ready;
+    LogError(swrTag, "Failed to initialize the resampling context");
+    return false;
 }
 
 } // namespace velto

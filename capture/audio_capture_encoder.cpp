@@ -3,8 +3,6 @@
 #include <mmreg.h>
 
 #include "capture/audio_capture.h"
-#include "capture/capture_format.h"
-#include "capture/packet_pool_size.h"
 #include "codec/audio_utils.h"
 #include "handler/log.h"
 #include "support/com.h"
@@ -24,7 +22,7 @@ int32_t AudioCapture::GetEncodeParam(EncodeParam &param)
 {
     const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
     if (status == COM_NOT_LOADED) {
-        Log(static_cast<LOG_MESSAGE_LEVEL>(status + 1), paramTag, "GetEncodeParam GetCOMLoadedStatus failed");
+        LogError(paramTag, "GetEncodeParam GetCOMLoadedStatus failed");
         return CAPTURE_DEVICE_FAILED;
     }
     WAVEFORMATEX *mixFormat = nullptr;
@@ -34,14 +32,14 @@ int32_t AudioCapture::GetEncodeParam(EncodeParam &param)
         return CAPTURE_DEVICE_FAILED;
     }
     if (mixFormat->wFormatTag != WAVE_FORMAT_EXTENSIBLE) {
-        // The client and the apartment are leaked: the call contract of this version has no release here.
+        // Leaks the client and the apartment: the call contract has no release here.
         LogError(paramTag, "WAVEFORMATEX is not WAVEFORMATEXTENSIBLE?");
         return CAPTURE_FORMAT_UNKNOWN;
     }
-    m_channelCode = ChannelCodeFor(static_cast<uint16_t>(m_targetChannels));
-    m_captureChannels = mixFormat->nChannels;
-    m_captureSampleRateHz = mixFormat->nSamplesPerSec;
-    param = {m_targetSampleRateHz, m_channelCode, bitRate, static_cast<uint32_t>(PCMFormat::S16),
+    m_channelCode = ChannelCodeFor(static_cast<uint16_t>(m_target.channels));
+    m_captured.channels = mixFormat->nChannels;
+    m_captured.sampleRateHz = mixFormat->nSamplesPerSec;
+    param = {m_target.sampleRateHz, m_channelCode, bitRate, static_cast<uint32_t>(PCMFormat::S16),
              aacLowComplexity};
     SafeRelease(client);
     AudioUtils::UnloadCOM(status);
@@ -60,13 +58,13 @@ int32_t AudioCapture::InitAudioEncoder()
         LogError(encoderTag, "Init audio encoder failed!");
         return CAPTURE_ENCODER_FAILED;
     }
-    if (!m_frame.AllocBuffer(m_captureSampleRateHz, m_frameLength, m_channelCode, PCMFormat::S16)) {
+    if (!m_frame.AllocBuffer(m_captured.sampleRateHz, m_frameLength, m_channelCode, PCMFormat::S16)) {
         LogError(encoderTag, "Alloc audio frame failed!");
         m_encoder.Close();
         return CAPTURE_OUT_OF_MEMORY;
     }
     m_packets.SetPacketBufferSize(maxPacketSize);
-    if (m_frameLength == 0 || !m_packets.Init(PacketPoolSize(m_targetSampleRateHz, m_frameLength))) {
+    if (m_frameLength == 0 || !m_packets.Init(PacketPoolSize(m_target.sampleRateHz, m_frameLength))) {
         LogError(encoderTag, "Alloc audio encode data buffer queue failed!");
         m_encoder.Close();
         m_frame.ReleaseBuffer();

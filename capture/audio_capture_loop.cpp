@@ -1,20 +1,16 @@
-// The capture thread's work: packets in, converted, encoded, queued.
+// The capture thread's work: takes the microphone's packets, converts, encodes and queues them.
 #include "capture/audio_capture.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "capture/hresult_text.h"
-#include "capture/pcm_conversion.h"
 #include "codec/audio_utils.h"
 #include "handler/log.h"
 #include "support/com.h"
 
 extern "C" {
-#include <libavutil/mathematics.h>
 #include <libavutil/mem.h>
 #include <libavutil/samplefmt.h>
-#include <libswresample/swresample.h>
 }
 
 namespace velto {
@@ -26,7 +22,7 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
 constexpr char errorTag[] = "AudioCapture::OnError";
 constexpr DWORD pollMs = 10;
-constexpr int64_t mostFrames = std::numeric_limits<int>::max(); // that the converter can count
+constexpr int64_t mostFrames = std::numeric_limits<int32_t>::max(); // the converter counts in int
 
 void FreePlanes(uint8_t **planes)
 {
@@ -42,8 +38,7 @@ void AudioCapture::AudioCaptureAndEncodeThreadProc()
 {
     const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
     if (status == COM_NOT_LOADED) {
-        Log(static_cast<LOG_MESSAGE_LEVEL>(status + 1), threadTag,
-            "AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed");
+        LogError(threadTag, "AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed");
         return;
     }
     IAudioClient *client = nullptr;
@@ -54,7 +49,7 @@ void AudioCapture::AudioCaptureAndEncodeThreadProc()
         Fail(CAPTURE_DEVICE_FAILED);
         return;
     }
-    SignalReady();
+    m_ready.CountAndSet();
     const HRESULT started = client->Start();
     if (SUCCEEDED(started)) {
         LoopGetAudioBuffer(captureClient, volume);
@@ -88,7 +83,7 @@ void AudioCapture::LoopGetAudioBuffer(IAudioCaptureClient *captureClient, IAudio
     }
 }
 
-// True when another packet can be had at once.
+// True when another packet is ready.
 bool AudioCapture::CapturePacket(IAudioCaptureClient &captureClient, IAudioEndpointVolume &volume)
 {
     BYTE *data = nullptr;
@@ -130,16 +125,15 @@ bool AudioCapture::CapturePacket(IAudioCaptureClient &captureClient, IAudioEndpo
     return nextFrames != 0 && !m_stop;
 }
 
-// Appends converted samples to the frame, encoding it each time that it is full. The samples are
-// read as floats, which the engine's are; of narrower ones there are fewer floats than values, and
-// the rest is silence.
+// Appends converted samples to the frame and encodes the frame each time it is full. Reads the samples as
+// floats, which shared mode delivers. Narrower samples make fewer floats than the packet has values; silence
+// replaces the missing ones.
 void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
 {
     const auto *source = reinterpret_cast<const float *>(planes[0]);
     const uint32_t channels = m_frame.channelCount;
-    const auto sampleBytes =
-        static_cast<size_t>(av_get_bytes_per_sample(static_cast<AVSampleFormat>(m_sampleFormat)));
-    const size_t available = size_t{frames} * m_targetChannels * sampleBytes / sizeof(float);
+    const auto sampleBytes = static_cast<size_t>(av_get_bytes_per_sample(m_captured.sampleFormat));
+    const size_t available = size_t{frames} * m_target.channels * sampleBytes / sizeof(float);
 
     size_t next = 0;
     uint32_t taken = 0;
@@ -158,14 +152,12 @@ void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
     }
 }
 
-// Converts a packet to the target rate and channels. The caller frees the planes.
+// Converts a packet to the target's rate and channels. The caller frees the planes.
 uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames, uint32_t &converted)
 {
-    const int64_t delay = swr_get_delay(m_resampler, m_captureSampleRateHz);
-    const int64_t capacity =
-        av_rescale_rnd(delay + frames, m_targetSampleRateHz, m_captureSampleRateHz, AV_ROUND_UP);
-    const auto format = static_cast<AVSampleFormat>(m_sampleFormat);
-    const auto channels = static_cast<int>(m_targetChannels);
+    const int64_t capacity = m_converter.OutputFrames(frames);
+    const AVSampleFormat format = m_captured.sampleFormat;
+    const auto channels = static_cast<int>(m_target.channels);
     uint8_t **planes = nullptr;
     if (capacity > mostFrames || frames > mostFrames ||
         av_samples_alloc_array_and_samples(&planes, nullptr, channels, static_cast<int>(capacity), format,
@@ -173,9 +165,8 @@ uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames,
         LogError(convertTag, "Could not allocate destination samples");
         return nullptr;
     }
-    const int count = data == nullptr ? -1
-                                      : swr_convert(m_resampler, planes, static_cast<int>(capacity), &data,
-                                                    static_cast<int>(frames));
+    const int32_t count =
+        m_converter.Convert(planes, static_cast<int32_t>(capacity), data, static_cast<int32_t>(frames));
     if (count < 0) {
         LogError(convertTag, "Error while converting");
         FreePlanes(planes);
@@ -190,8 +181,8 @@ uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames,
     return planes;
 }
 
-// Encodes a frame, or drains the encoder without one, and queues the packet if there is one. True
-// when it makes sense to go on.
+// Encodes a frame, or drains the encoder when `frame` is null, and queues the packet if there is one. True
+// when another frame can be encoded or another packet drained.
 bool AudioCapture::EncodeAudioFrame(const AudioFrame *frame)
 {
     AVEncodePacket *packet = m_packets.PopFree();
@@ -200,7 +191,7 @@ bool AudioCapture::EncodeAudioFrame(const AudioFrame *frame)
     }
     const int32_t result = m_encoder.Encode(frame, packet);
     if (result < 0) {
-        // The packet stays out of the queues, but in the pool, until the queue is cleared.
+        // The packet stays out of both queues. The pool releases it when the queue is cleared.
         LogError(encodeTag, "AAC encode failed! Err=", result);
         OnError(CAPTURE_ENCODING_FAILED);
         return false;
@@ -210,13 +201,10 @@ bool AudioCapture::EncodeAudioFrame(const AudioFrame *frame)
         return frame != nullptr;
     }
     m_packets.PushData(packet);
-    {
-        const std::lock_guard lock(m_dataMutex);
-        m_dataCondition.notify_one();
-    }
-    if (m_captureSampleRateHz != m_timestampTimeBaseHz) {
-        // Readers leave the time stamp alone, and records outlive the queue: it may follow the push.
-        RescalePacketTimeStamp(packet, m_captureSampleRateHz, m_timestampTimeBaseHz);
+    m_reader.NotifyPacket();
+    if (m_captured.sampleRateHz != m_timestampTimeBaseHz) {
+        // Safe after the push: reads do not use the time stamp, and the record is never freed.
+        RescalePacketTimeStamp(packet, m_captured.sampleRateHz, m_timestampTimeBaseHz);
     }
     return true;
 }

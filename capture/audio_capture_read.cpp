@@ -1,10 +1,8 @@
-// The host's side: reading packets of the current capture.
+// The host's reads, and the current capture that they read.
 #include "capture/audio_capture.h"
 
-#include <cstring>
 #include <shared_mutex>
 
-#include "capture/read_wait.h"
 #include "handler/log.h"
 
 namespace velto {
@@ -13,7 +11,7 @@ namespace {
 constexpr char readTag[] = "AudioCapture::GetAudioData";
 
 std::atomic<AudioCapture *> current{nullptr};
-// Held shared by each read for as long as it may use the current capture.
+// Each read locks this shared while it may use the current capture.
 std::shared_mutex currentInUse;
 
 } // namespace
@@ -59,30 +57,13 @@ void AudioCapture::Read(uint8_t *buffer, uint32_t &size)
         return;
     }
     WaitForData(size);
-    // Two readers must not count the same packet, and the buffers must not be released meanwhile.
-    const std::lock_guard lock(m_readMutex);
-    if (m_packets.DataCount() == 0 || buffer == nullptr) {
-        size = 0;
-        return;
-    }
-    AVEncodePacket *packet = m_packets.PopData();
-    if (packet == nullptr || packet->data == nullptr) {
-        return;
-    }
-    size = packet->size;
-    if (size != 0) {
-        std::memcpy(buffer, packet->data, size);
-    }
-    m_packets.PushFree(packet);
+    m_reader.Copy(buffer, size);
 }
 
-// Waits once, for a packet or for the end of capture.
+// Waits once, for a packet or for the end of the capture.
 void AudioCapture::WaitForData(uint32_t requestedBytes)
 {
-    std::unique_lock lock(m_dataMutex);
-    if (m_packets.DataCount() == 0 && !m_stop) {
-        m_dataCondition.wait_until(lock, std::chrono::steady_clock::now() + ReadWait(requestedBytes));
-    }
+    m_reader.Wait(ReadWait(requestedBytes), m_stop);
 }
 
 } // namespace velto

@@ -48,7 +48,7 @@ HRESULT AudioDeviceNotify::Initialize()
     const std::lock_guard lock(m_lock);
     const COMLoadStatus status = AudioUtils::GetCOMLoadedStatus();
     if (status == COM_NOT_LOADED) {
-        Log(static_cast<LOG_MESSAGE_LEVEL>(status + 1), initializeTag, "GetCOMLoadedStatus failed");
+        LogError(initializeTag, "GetCOMLoadedStatus failed");
         return E_FAIL;
     }
     const HRESULT created =
@@ -61,7 +61,7 @@ HRESULT AudioDeviceNotify::Initialize()
         return E_FAIL;
     }
     if (!HoldModules()) {
-        SafeRelease(m_enumerator); // while COM, which is left below, keeps its DLL
+        SafeRelease(m_enumerator); // before COM is left, which may unload its DLL
         m_implementation.Drop();
         AudioUtils::UnloadCOM(status);
         return E_FAIL;
@@ -69,14 +69,14 @@ HRESULT AudioDeviceNotify::Initialize()
     LogInfo(initializeTag, "deviceEnumerator RegisterEndpointNotificationCallback");
     const HRESULT registered = m_enumerator->RegisterEndpointNotificationCallback(this);
     if (FAILED(registered)) {
-        m_thisModule.Drop(); // no notification comes
+        m_thisModule.Drop(); // no notification will come
     }
     AudioUtils::UnloadCOM(status);
     m_listeners.clear();
     return registered;
 }
 
-// False, with an error logged, when one of the two modules cannot be held.
+// Keeps both modules mapped. False, with an error logged, when one of them cannot be.
 bool AudioDeviceNotify::HoldModules()
 {
     m_implementation.HoldImplementationOf(m_enumerator);

@@ -6,14 +6,14 @@ namespace velto {
 
 AVPktBufQueue::~AVPktBufQueue()
 {
-    StopAndClear(); // while ReleaseElement is still this class's
+    StopAndClear(); // here, because the base class's destructor would not call this ReleaseElement
 }
 
 AVEncodePacket *AVPktBufQueue::CreateElement()
 {
     AVEncodePacket *packet = NewRecord();
     if (packet != nullptr && m_packetBufferSize != 0) {
-        packet->AllocBuffer(m_packetBufferSize, false); // users look whether there is a buffer
+        packet->AllocBuffer(m_packetBufferSize, false); // on failure without a buffer, for which users check
     }
     return packet;
 }
@@ -25,7 +25,7 @@ void AVPktBufQueue::ReleaseElement(AVEncodePacket *packet)
     }
 }
 
-// A function of its own, by which a leak checker knows the records apart from their buffers.
+// Separate function so that the LeakSanitizer suppression can name it.
 AVEncodePacket *AVPktBufQueue::NewRecord()
 {
     return new (std::nothrow) AVEncodePacket;

@@ -1,4 +1,4 @@
-// The encoded packets between the capture thread and the host's reads.
+// The queue of encoded packets between the capture thread and the host's reads.
 #pragma once
 
 #include <cstdint>
@@ -8,20 +8,28 @@
 
 namespace velto {
 
-// The packets' records outlive the queue: whoever still holds one when the queue is cleared finds
-// it without a buffer, but finds it. What each costs is the size of AVEncodePacket.
+// How many packets circulate: ten seconds of packets of `frameLength` samples per channel, and one more.
+// `frameLength` must not be 0.
+constexpr uint32_t PacketPoolSize(uint32_t sampleRateHz, uint32_t frameLength)
+{
+    constexpr uint32_t bufferedMs = 10000;
+    return sampleRateHz * bufferedMs / 1000 / frameLength + 1;
+}
+
+// Clearing the queue frees the packets' buffers and leaks the records, sizeof(AVEncodePacket) each, so that
+// a thread that still has a packet finds a record without a buffer.
 class AVPktBufQueue : public BufferQueue<AVEncodePacket *> {
 public:
     AVPktBufQueue() = default;
     ~AVPktBufQueue() override;
 
-    // Bytes of each packet's buffer from the next Init on; 0 makes packets without one. Not while
-    // another thread may call Init.
+    // Sets the bytes of each packet's buffer, from the next Init on. 0 makes packets without a buffer. Not
+    // while another thread may call Init.
     void SetPacketBufferSize(uint32_t bytes) { m_packetBufferSize = bytes; }
 
 protected:
     AVEncodePacket *CreateElement() override;
-    // Gives the packet's buffer back, not its record.
+    // Frees the packet's buffer, not its record.
     void ReleaseElement(AVEncodePacket *packet) override;
 
 private:

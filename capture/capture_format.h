@@ -1,4 +1,4 @@
-// What the microphone's mix format and the encoder's channel count mean for the libraries.
+// Formats of the capture path, in the terms of libswresample and of the AAC encoder.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,13 @@ extern "C" {
 
 namespace velto {
 
-// The engine's samples: 32 bits are floats, which is what shared mode delivers.
+struct StreamFormat {
+    uint32_t sampleRateHz = 0;
+    uint32_t channels = 0;
+    AVSampleFormat sampleFormat = AV_SAMPLE_FMT_NONE;
+};
+
+// The sample format of a mix format. Samples of 32 bits are floats: shared mode delivers no others.
 constexpr AVSampleFormat CaptureSampleFormat(uint16_t bitsPerSample)
 {
     switch (bitsPerSample) {
@@ -24,8 +30,8 @@ constexpr AVSampleFormat CaptureSampleFormat(uint16_t bitsPerSample)
     }
 }
 
-// The encoder's channel mask: front centre for one channel, front left and right for two; 0, which
-// the encoder refuses, for any other count.
+// The encoder's channel mask: front centre for one channel, front left and right for two. The encoder
+// refuses the mask 0 of any other count.
 constexpr uint32_t ChannelCodeFor(uint16_t channels)
 {
     switch (channels) {

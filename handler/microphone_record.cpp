@@ -17,10 +17,8 @@ constexpr uint32_t recordSampleRateHz = 48000;
 constexpr uint32_t recordChannels = 2;
 constexpr int32_t recordSampleFormat = 1; // signed 16-bit
 
-// A format that COM allocated. Always null in this version, which keeps the mix format inside the
-// capture; closing frees it nevertheless, as part of its sequence of calls. Atomic, because two
-// threads may close at the same time.
-std::atomic<WAVEFORMATEX *> captureFormat{nullptr};
+// Atomic, because two threads may close at the same time.
+std::atomic<WAVEFORMATEX *> captureFormat{nullptr}; // contract only: closing frees it, nothing sets it
 
 } // namespace
 
@@ -32,7 +30,7 @@ int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *, void *,
         return VELTO_ERROR_INVALID;
     }
     AudioCapture *capture = AudioCapture::Create();
-    // A capture that is still open continues without an owner.
+    // A capture that is still open continues without an owner, by contract.
     AudioCapture::SetCurrent(capture);
     if (capture == nullptr) {
         return VELTO_OK;
@@ -62,8 +60,8 @@ int32_t VeltoCloseAudioRecord(const char *id, uint32_t idLength)
         LogError(closeTag, "mic id is null or invalid");
         return VELTO_ERROR_INVALID;
     }
-    // Another thread may open or close a recording meanwhile: this call ends the capture it takes out
-    // here and no other.
+    // Another thread may open or close a recording at the same time. This call ends only the capture that it
+    // has taken.
     AudioCapture *capture = AudioCapture::TakeCurrent();
     if (capture == nullptr) {
         return VELTO_OK;

@@ -1,8 +1,11 @@
-// Small helpers for raw COM pointers and what COM allocates.
+// Helpers for COM: releasing interfaces, memory and handles, and HRESULTs as text.
 #pragma once
 
 #include <windows.h>
 #include <objbase.h>
+
+#include <cstdio>
+#include <string>
 
 namespace velto {
 
@@ -33,6 +36,14 @@ inline void SafeCloseHandle(HANDLE &handle)
         CloseHandle(handle);
         handle = nullptr;
     }
+}
+
+// "0x" and eight upper-case hexadecimal digits.
+inline std::string HresultText(HRESULT result)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(result));
+    return text;
 }
 
 } // namespace velto

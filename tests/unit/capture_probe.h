@@ -14,31 +14,31 @@ public:
     bool Stopped() const { return m_capture.m_stop; }
     void SetStopped(bool stopped) { m_capture.m_stop = stopped; }
     bool Started() const { return m_capture.m_started; }
-    int32_t ReadyCounter() const { return m_capture.m_readyCounter; }
+    int32_t ReadyCounter() const { return m_capture.m_ready.m_counter; }
     bool Restarting() const
     {
-        const std::lock_guard lock(m_capture.m_restartMutex);
-        return m_capture.m_restarts != 0;
+        const std::lock_guard lock(m_capture.m_restarts.m_mutex);
+        return m_capture.m_restarts.m_threads != 0;
     }
     HANDLE InitThreadHandle() const { return m_capture.m_initThread; }
     HANDLE CaptureThreadHandle() const { return m_capture.m_captureThread; }
-    HANDLE ReadyEvent() const { return m_capture.m_readyEvent; }
+    HANDLE ReadyEvent() const { return m_capture.m_ready.m_event; }
     AudioDeviceNotify *Notifier() const { return m_capture.m_deviceNotifier; }
 
     uint32_t TimestampTimeBase() const { return m_capture.m_timestampTimeBaseHz; }
     uint32_t ChannelCode() const { return m_capture.m_channelCode; }
     uint32_t FrameLength() const { return m_capture.m_frameLength; }
-    uint32_t CaptureSampleRate() const { return m_capture.m_captureSampleRateHz; }
-    uint32_t CaptureChannels() const { return m_capture.m_captureChannels; }
-    int32_t SampleFormat() const { return m_capture.m_sampleFormat; }
-    uint32_t TargetSampleRate() const { return m_capture.m_targetSampleRateHz; }
-    uint32_t TargetChannels() const { return m_capture.m_targetChannels; }
-    int32_t TargetSampleFormat() const { return m_capture.m_targetSampleFormat; }
+    uint32_t CaptureSampleRate() const { return m_capture.m_captured.sampleRateHz; }
+    uint32_t CaptureChannels() const { return m_capture.m_captured.channels; }
+    int32_t SampleFormat() const { return m_capture.m_captured.sampleFormat; }
+    uint32_t TargetSampleRate() const { return m_capture.m_target.sampleRateHz; }
+    uint32_t TargetChannels() const { return m_capture.m_target.channels; }
+    int32_t TargetSampleFormat() const { return m_capture.m_target.sampleFormat; }
     std::vector<uint8_t> DecoderConfig() const
     {
         return {m_capture.m_decoderConfig, m_capture.m_decoderConfig + m_capture.m_decoderConfigLength};
     }
-    bool HasResampler() const { return m_capture.m_resampler != nullptr; }
+    bool HasResampler() const { return m_capture.m_converter.IsOpen(); }
     AVPktBufQueue &Packets() { return m_capture.m_packets; }
     AudioFrame &Frame() { return m_capture.m_frame; }
     AACEncoder &Encoder() { return m_capture.m_encoder; }
@@ -60,14 +60,20 @@ public:
     }
     bool EncodeAudioFrame(const AudioFrame *frame) { return m_capture.EncodeAudioFrame(frame); }
     void Read(uint8_t *buffer, uint32_t &size) { m_capture.Read(buffer, size); }
-    // Keeps reads from taking a packet.
-    std::unique_lock<std::mutex> HoldReads() { return std::unique_lock(m_capture.m_readMutex); }
+    // Blocks reads before they take a packet.
+    std::unique_lock<std::mutex> HoldReads() { return std::unique_lock(m_capture.m_reader.m_readMutex); }
     void OnError(int32_t code) { m_capture.OnError(code); }
     void Teardown() { m_capture.Teardown(); }
 
-    static DWORD InitThread(void *capture) { return AudioCapture::InitThread(capture); }
-    static DWORD CaptureThread(void *capture) { return AudioCapture::CaptureThread(capture); }
-    static DWORD RestartThread(void *start) { return AudioCapture::RestartThread(start); }
+    static DWORD InitThread(void *capture)
+    {
+        return AudioCapture::RunThread<&AudioCapture::Initialize>(capture);
+    }
+    static DWORD CaptureThread(void *capture)
+    {
+        return AudioCapture::RunThread<&AudioCapture::AudioCaptureAndEncodeThreadProc>(capture);
+    }
+    static DWORD RestartThread(void *start) { return CaptureRestarts::Thread(start); }
 
 private:
     AudioCapture &m_capture;

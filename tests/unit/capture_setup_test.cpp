@@ -1,8 +1,6 @@
 // Preparing a capture: the hand-shake, the device, the encoder, and what each failure leaves.
 #include "capture_fixture.h"
 
-#include "capture/packet_pool_size.h"
-
 namespace {
 
 using namespace velto_test;

@@ -1,7 +1,7 @@
 #include "capture/capture_format.h"
-#include "capture/hresult_text.h"
-#include "capture/pcm_conversion.h"
-#include "capture/read_wait.h"
+#include "capture/packet_reader.h"
+#include "capture/sample_converter.h"
+#include "support/com.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,6 @@
 
 #include <vector>
 
-#include "capture/packet_pool_size.h"
 #include "tests/fakes/failing_new.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // What the microphone promises for each failing call.
-#include "capture/hresult_text.h"
 #include "expectation_rows.h"
 #include "microphone_road.h"
+#include "support/com.h"
 
 namespace velto_test {
 namespace {

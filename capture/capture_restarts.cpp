@@ -1,0 +1,73 @@
+#include "capture/capture_restarts.h"
+
+#include <utility>
+
+#include "support/module_reference.h"
+
+namespace velto {
+
+// On the stack of Begin, which waits until the thread has begun.
+struct CaptureRestarts::Start {
+    CaptureRestarts *restarts;
+    bool begun; // guarded by m_mutex
+};
+
+CaptureRestarts::CaptureRestarts(std::function<void()> restart) : m_restart(std::move(restart)) {}
+
+bool CaptureRestarts::Begin()
+{
+    std::unique_lock lock(m_mutex);
+    if (m_over) {
+        return true;
+    }
+    Start start{this, false};
+    const HANDLE thread = StartModuleThread(Thread, &start);
+    if (thread == nullptr) {
+        return false;
+    }
+    CloseHandle(thread);
+    ++m_threads;
+    m_changed.wait(lock, [&start] { return start.begun; });
+    return true;
+}
+
+void CaptureRestarts::End()
+{
+    std::unique_lock lock(m_mutex);
+    m_over = true;
+    m_changed.wait(lock, [this] { return m_threads == 0; });
+}
+
+DWORD WINAPI CaptureRestarts::Thread(void *start)
+{
+    if (start == nullptr) {
+        return ERROR_INVALID_HANDLE;
+    }
+    CaptureRestarts &restarts = *static_cast<Start *>(start)->restarts;
+    {
+        const std::lock_guard lock(restarts.m_mutex);
+        static_cast<Start *>(start)->begun = true;
+        restarts.m_changed.notify_all();
+    }
+    restarts.RunInTurn();
+    // Once the mutex is unlocked, End may return and the object may be destroyed.
+    const std::lock_guard lock(restarts.m_mutex);
+    --restarts.m_threads;
+    restarts.m_changed.notify_all();
+    return 0;
+}
+
+// Changes in quick succession take turns. Each restart opens the microphone that is the default by then.
+void CaptureRestarts::RunInTurn()
+{
+    const std::lock_guard turn(m_turn);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_over) {
+            return;
+        }
+    }
+    m_restart();
+}
+
+} // namespace velto

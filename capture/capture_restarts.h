@@ -1,0 +1,41 @@
+// The restarts of a capture. Each has its own thread, so that the system's notification thread need not wait.
+#pragma once
+
+#include <windows.h>
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+namespace velto {
+
+// Any thread may call any operation. End has to return before the object is destroyed.
+class CaptureRestarts {
+public:
+    // `restart` runs on restart threads, one at a time.
+    explicit CaptureRestarts(std::function<void()> restart);
+    CaptureRestarts(const CaptureRestarts &) = delete;
+    CaptureRestarts &operator=(const CaptureRestarts &) = delete;
+
+    // Starts a restart thread and waits only until it has begun. False, with the last error set, when
+    // there can be no thread. After End it starts none and returns true.
+    bool Begin();
+    // Prevents further restarts and waits for the restart threads that have begun.
+    void End();
+
+private:
+    friend class AudioCaptureProbe; // the unit tests' view of the members
+
+    struct Start;
+    static DWORD WINAPI Thread(void *start);
+    void RunInTurn();
+
+    const std::function<void()> m_restart;
+    std::mutex m_turn; // locked by the running restart
+    std::mutex m_mutex;
+    std::condition_variable m_changed; // a restart thread began or finished
+    int m_threads = 0;                 // begun and not finished; guarded by m_mutex
+    bool m_over = false;               // guarded by m_mutex
+};
+
+} // namespace velto

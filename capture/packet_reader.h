@@ -1,0 +1,53 @@
+// The host's side of the packet queue: waiting for a packet and copying it.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+#include "capture/avpkt_buf_queue.h"
+
+namespace velto {
+
+// How long a read may wait: the playing time of `requestedBytes` of 48000 Hz stereo 16-bit PCM (20 ms for
+// 3840 bytes), plus 2 ms. 0 counts as 3840. The product wraps at 32 bits: a request beyond about 100 MB
+// results in any wait up to 9 minutes, or in a negative one, which does not wait.
+constexpr std::chrono::milliseconds ReadWait(uint32_t requestedBytes)
+{
+    const uint32_t bytes = requestedBytes < 1 ? 3840 : requestedBytes;
+    return std::chrono::milliseconds(static_cast<int32_t>(bytes * 20U) / 3840 + 2);
+}
+
+// Any thread may call any operation.
+class PacketReader {
+public:
+    // `packets` has to outlive the reader.
+    explicit PacketReader(AVPktBufQueue &packets) : m_packets(packets) {}
+
+    // Waits once for NotifyPacket, NotifyStop or the timeout. Returns at once if a packet is queued or
+    // `stop` is set.
+    void Wait(std::chrono::milliseconds timeout, const std::atomic<bool> &stop);
+    // After a packet was queued: wakes one read.
+    void NotifyPacket();
+    // After the stop flag was set: wakes all reads.
+    void NotifyStop();
+
+    // Copies the oldest packet, sets `size` to its bytes and returns the packet to the free queue. Sets
+    // `size` to 0 without a packet or with a null buffer. A packet without data leaves `size` unchanged
+    // and is not returned.
+    void Copy(uint8_t *buffer, uint32_t &size);
+    // Stops the queue and releases all packets, while no read copies one.
+    void ClearPackets();
+
+private:
+    friend class AudioCaptureProbe; // the unit tests' view of the members
+
+    AVPktBufQueue &m_packets;
+    std::mutex m_dataMutex; // for m_dataCondition
+    std::condition_variable m_dataCondition;
+    std::mutex m_readMutex; // while a read copies a packet, and while the packets are cleared
+};
+
+} // namespace velto

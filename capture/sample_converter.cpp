@@ -1,0 +1,46 @@
+#include "capture/sample_converter.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/mathematics.h>
+#include <libswresample/swresample.h>
+}
+
+namespace velto {
+
+bool SampleConverter::Open(const StreamFormat &from, const StreamFormat &to)
+{
+    AVChannelLayout output{};
+    AVChannelLayout input{};
+    av_channel_layout_default(&output, static_cast<int>(to.channels));
+    av_channel_layout_default(&input, static_cast<int>(from.channels));
+    Close();
+    const bool ready = swr_alloc_set_opts2(&m_resampler, &output, from.sampleFormat,
+                                           static_cast<int>(to.sampleRateHz), &input, from.sampleFormat,
+                                           static_cast<int>(from.sampleRateHz), 0, nullptr) >= 0 &&
+                       swr_init(m_resampler) >= 0;
+    av_channel_layout_uninit(&output);
+    av_channel_layout_uninit(&input);
+    m_fromRateHz = from.sampleRateHz;
+    m_toRateHz = to.sampleRateHz;
+    return ready;
+}
+
+void SampleConverter::Close()
+{
+    swr_free(&m_resampler);
+}
+
+int64_t SampleConverter::OutputFrames(uint32_t inputFrames) const
+{
+    const int64_t buffered = swr_get_delay(m_resampler, m_fromRateHz);
+    return av_rescale_rnd(buffered + inputFrames, m_toRateHz, m_fromRateHz, AV_ROUND_UP);
+}
+
+int32_t SampleConverter::Convert(uint8_t **planes, int32_t capacity, const uint8_t *data, int32_t inputFrames)
+{
+    // libswresample takes null data for the end of the stream.
+    return data == nullptr ? -1 : swr_convert(m_resampler, planes, capacity, &data, inputFrames);
+}
+
+} // namespace velto
