@@ -1,5 +1,5 @@
-// Defines the interface ids that fakes and tests name: the SDK headers only declare them unless
-// this header comes first.
+// Defines the interface ids that the fakes and tests use. The SDK headers define them only if initguid.h
+// comes first; otherwise they declare them.
 #include <initguid.h>
 
 #include <windows.h>

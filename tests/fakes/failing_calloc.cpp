@@ -7,8 +7,8 @@
 namespace fakes {
 namespace {
 
-std::atomic<int> callsUntilFailure{0}; // 0: none fails
-std::function<void()> beforeFailure;   // set while no other thread calls
+std::atomic<int> callsUntilFailure{0}; // 0: no call fails
+std::function<void()> beforeFailure;   // set while no other thread allocates
 
 } // namespace
 

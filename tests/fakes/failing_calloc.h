@@ -1,4 +1,4 @@
-// Lets `calloc` find no memory. tests/fakes/redirect.h leads the module's calls here.
+// Makes `calloc` fail. tests/fakes/redirect.h redirects the module's calls here.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@ namespace fakes {
 
 void *Calloc(std::size_t count, std::size_t bytes);
 
-// While one exists, the nth call of Calloc from its construction on returns null, after running
-// `before` on the calling thread.
+// While an object exists, the nth call of Calloc after its construction runs `before` on the calling thread
+// and returns null.
 class FailingCalloc {
 public:
     explicit FailingCalloc(int nth, std::function<void()> before = nullptr);

@@ -1,11 +1,11 @@
-// Lets the non-throwing `new` find no memory.
+// Makes the non-throwing `new` fail.
 #pragma once
 
 #include <cstddef>
 
 namespace fakes {
 
-// While one exists, `new (std::nothrow)` of exactly `bytes` bytes gives null, on every thread.
+// While an object exists, `new (std::nothrow)` of exactly `bytes` bytes returns null on every thread.
 class FailingNew {
 public:
     explicit FailingNew(std::size_t bytes);

@@ -1,9 +1,9 @@
-// The microphone's side of the fake endpoints.
+// The microphone's COM objects.
 #include "tests/fakes/fake_objects.h"
 
 namespace fakes {
 
-// True when there is a packet.
+// Takes the next packet from the endpoint's source if none is queued. True if one is queued now.
 bool FakeCaptureClient::Refill()
 {
     Endpoint &endpoint = m_client.TheEndpoint();
@@ -85,7 +85,7 @@ HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
 void FakeCaptureClient::OnLastRelease()
 {
     if (m_obtained) {
-        fakewin::AddViolation("a capture client was released with a packet that was not given back");
+        fakewin::AddViolation("a capture client was released while a packet was not released");
     }
 }
 

@@ -1,4 +1,4 @@
-// COM's apartments and memory, and the modules that references keep mapped.
+// COM's apartments and memory, and references to modules.
 #include <cstdlib>
 #include <map>
 #include <mutex>
@@ -29,9 +29,9 @@ State &TheState()
     return *state;
 }
 
-// A thread that ends must have left COM as often as it entered it. MinGW runs destructors of
-// thread-local objects after their storage is gone, so there the count of open apartments is all
-// that tells.
+// A thread must leave COM as often as it entered it. Its end is checked in native builds only: MinGW runs the
+// destructors of thread-local objects after freeing their storage. There a test can only compare the number
+// of open apartments.
 struct Apartment {
     int depth = 0;
     DWORD model = 0;
@@ -54,7 +54,8 @@ bool SameModel(DWORD left, DWORD right)
     return (left & COINIT_APARTMENTTHREADED) == (right & COINIT_APARTMENTTHREADED);
 }
 
-// Without apartments and references COM unloads the endpoints' DLL. The lock is held.
+// Unloads the endpoints' DLL if no thread is in an apartment and nothing references it, as COM does. Needs
+// the lock.
 void UnloadIfUnused(State &state)
 {
     if (state.openApartments == 0 && state.references[ImplementationModule()] == 0) {
@@ -71,7 +72,7 @@ void ResetCom()
     state.factory = nullptr;
     state.instantiations.clear();
     state.models.clear();
-    // Of the other threads, which have ended, none is in an apartment.
+    // All other threads have ended, so none of them is in an apartment.
     state.openApartments = 0;
     apartment.depth = 0;
 }
@@ -94,11 +95,6 @@ HRESULT CoInitializeEx(LPVOID, DWORD model)
     ++state.openApartments;
     const HRESULT entered = apartment.depth++ == 0 ? S_OK : S_FALSE;
     return fault ? static_cast<HRESULT>(*fault) : entered;
-}
-
-HRESULT CoInitialize(LPVOID reserved)
-{
-    return fakewin::CoInitializeEx(reserved, COINIT_APARTMENTTHREADED);
 }
 
 void CoUninitialize()
@@ -244,7 +240,7 @@ BOOL FreeLibrary(HMODULE module)
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     if (state.references[module] == 0) {
-        AddViolation("a module was freed more often than it was held");
+        AddViolation("a module was freed more often than it was referenced");
         return FALSE;
     }
     --state.references[module];
@@ -259,7 +255,7 @@ void FreeLibraryAndExitThread(HMODULE module, DWORD)
     Enter(Call::FreeLibraryAndExitThread);
     const std::lock_guard lock(TheState().mutex);
     if (TheState().references[module]-- == 0) {
-        AddViolation("a module was freed more often than it was held");
+        AddViolation("a module was freed more often than it was referenced");
     }
 }
 

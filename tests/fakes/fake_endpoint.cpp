@@ -24,7 +24,7 @@ void AudioSystem::Reset()
     m_requestedFrames.clear();
     m_clients.clear();
     std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
-    m_earlierObjects = m_objects.size();
+    m_objectsBeforeReset = m_objects.size();
     Add(L"speakers");
     SetDefaultForAllRoles(L"speakers");
     Add(L"microphone");
@@ -34,9 +34,7 @@ void AudioSystem::Reset()
             return REGDB_E_CLASSNOTREG;
         }
         const std::lock_guard factoryLock(m_mutex);
-        auto enumerator = std::make_unique<FakeEnumerator>(*this);
-        *object = static_cast<IMMDeviceEnumerator *>(enumerator.get());
-        m_objects.push_back(std::move(enumerator));
+        *object = static_cast<IMMDeviceEnumerator *>(Create<FakeEnumerator>());
         return S_OK;
     });
 }
@@ -76,6 +74,18 @@ void AudioSystem::SetDefaultMicrophone(const std::wstring &id)
     m_defaultMicrophone = id;
 }
 
+void AudioSystem::ChangeDefaultSpeaker(const std::wstring &id)
+{
+    SetDefaultForAllRoles(id);
+    NotifyDefaultChanged(eRender, eMultimedia, id);
+}
+
+void AudioSystem::ChangeDefaultMicrophone(const std::wstring &id)
+{
+    SetDefaultMicrophone(id);
+    NotifyDefaultChanged(eCapture, eConsole, id);
+}
+
 void AudioSystem::Deliver(const CapturedPacket &packet, const std::wstring &id)
 {
     const std::lock_guard lock(m_mutex);
@@ -98,9 +108,9 @@ void AudioSystem::Before(Method method, std::function<void()> action, int nth)
     m_script.Before(method, std::move(action), nth);
 }
 
-void AudioSystem::Heal()
+void AudioSystem::ClearFaults()
 {
-    m_script.Heal();
+    m_script.ClearFaults();
 }
 
 int AudioSystem::Count(Method method) const
@@ -166,7 +176,7 @@ std::vector<UINT32> AudioSystem::ReleasedFrames() const
 int AudioSystem::LiveObjects() const
 {
     const std::lock_guard lock(m_mutex);
-    const auto first = m_objects.begin() + static_cast<std::ptrdiff_t>(m_earlierObjects);
+    const auto first = m_objects.begin() + static_cast<std::ptrdiff_t>(m_objectsBeforeReset);
     return static_cast<int>(
         std::count_if(first, m_objects.end(), [](const auto &object) { return object->IsAlive(); }));
 }
@@ -182,7 +192,7 @@ int AudioSystem::RegisteredCallbacks() const
 void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
 {
     std::thread([&] {
-        // As the system does: a callback that is taken out is not called afterwards.
+        // Unregistering waits for this, so that no callback runs after its unregistration, as in Windows.
         const std::lock_guard notifying(m_notifyMutex);
         std::vector<IMMNotificationClient *> callbacks;
         {

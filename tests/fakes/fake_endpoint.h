@@ -1,8 +1,9 @@
-// Core Audio endpoints for unit tests: scripted, counted, recording what is written to them.
+// Core Audio endpoints for unit tests. Calls can be scripted and are counted; the sound written to an
+// endpoint is recorded.
 //
-// Objects follow COM's rules and report (as fakewin violations) what breaks them: a call on an
-// object that was released or whose DLL is gone, outside an apartment, inside a notification, or
-// on another thread than the one that activated the client.
+// The objects check COM's rules. A call on a released object, on an object whose DLL was unloaded, outside an
+// apartment, inside a notification or on a thread that did not obtain the object is a violation
+// (fakewin::Violations).
 #pragma once
 
 #include <windows.h>
@@ -46,14 +47,14 @@ enum class Method {
     GetMute,
 };
 
-// What GetMixFormat reports.
+// The format that GetMixFormat returns.
 struct MixFormat {
     uint16_t channels = 2;
     uint16_t bits = 32;
     uint32_t rateHz = 48000;
     bool extensible = true;
     uint32_t channelMask = 0x3;
-    // Set: reported in place of what the other fields give.
+    // If set, returned instead of the value computed from the other fields.
     std::optional<uint16_t> blockAlign = std::nullopt;
     std::optional<uint32_t> bytesPerSecond = std::nullopt;
 
@@ -63,7 +64,7 @@ struct MixFormat {
     }
 };
 
-// What a client was initialised with.
+// How a client was initialised and used.
 struct ClientRecord {
     std::wstring endpoint;
     AUDCLNT_SHAREMODE mode = AUDCLNT_SHAREMODE_EXCLUSIVE;
@@ -78,81 +79,87 @@ struct ClientRecord {
     bool alive = true;
 };
 
-// What GetBuffer of a capture client hands out at once.
+// One packet of a capture client.
 struct CapturedPacket {
-    std::vector<uint8_t> data; // empty: as much silence as the frames need
+    std::vector<uint8_t> data; // empty: silence for all frames
     UINT32 frames = 0;
     DWORD flags = 0;
 };
 
-// One endpoint; a test changes it before the module's threads see it.
+// One endpoint. A test may change it only before the module's threads use it.
 struct Endpoint {
     std::wstring id;
     DWORD state = DEVICE_STATE_ACTIVE;
     MixFormat mixFormat;
-    // Initialize accepts formats that no audio engine takes. Otherwise it refuses them as documented.
+    // True: Initialize accepts formats that an audio engine refuses. False: it refuses them as documented.
     bool acceptsAnyFormat = false;
     UINT32 bufferFrames = 14400;
 
-    // What GetCurrentPadding reports: the script's values first; then, with a drain, what was
-    // written minus so many frames each time, while the client runs; else the constant.
+    // GetCurrentPadding returns the values of the script first. After that it returns, if drainFrames is set,
+    // the frames not played yet, where each call plays drainFrames while the client runs; otherwise the
+    // constant.
     std::deque<UINT32> paddingScript;
     std::optional<UINT32> drainFrames;
     UINT32 constantPadding = 480;
-    std::optional<UINT32> paddingOfFailure; // what a failing GetCurrentPadding writes all the same
+    std::optional<UINT32> paddingOfFailure; // if set, a failing GetCurrentPadding stores this value
 
     UINT32 queuedFrames = 0;
-    std::vector<uint8_t> written;      // all bytes given to ReleaseBuffer
-    std::vector<UINT32> writtenFrames; // of each ReleaseBuffer
+    std::vector<uint8_t> written;      // the bytes of all released buffers
+    std::vector<UINT32> writtenFrames; // the frames of each released buffer
     int invalidations = 0;
 
-    // What a microphone delivers: these packets, then what the source makes, as long as it makes any.
+    // A microphone delivers these packets, then those of the source until it returns none.
     std::deque<CapturedPacket> packets;
     std::function<std::optional<CapturedPacket>()> source;
-    std::vector<UINT32> releasedFrames; // of each ReleaseBuffer
+    std::vector<UINT32> releasedFrames; // the argument of each ReleaseBuffer
     BOOL muted = FALSE;
 };
 
-// All endpoints, behind CoCreateInstance(CLSID_MMDeviceEnumerator) from Reset on. Any thread.
+// All endpoints. After Reset, CoCreateInstance(CLSID_MMDeviceEnumerator) returns their enumerator. Any
+// thread.
 class AudioSystem {
 public:
     static AudioSystem &Instance();
 
-    // Back to the endpoints "speakers" and "microphone", each the default of its flow for all roles;
-    // installs the class factory. Call it after fakewin::Reset. Objects that the module still holds stay
-    // usable.
+    // Leaves the endpoints "speakers" and "microphone", each the default of its flow for all roles, and
+    // installs the class factory. Call it after fakewin::Reset, which removes the factory. Objects that the
+    // module still references stay usable.
     void Reset();
 
     Endpoint &Add(const std::wstring &id);
     Endpoint &Get(const std::wstring &id = L"speakers");
     void SetDefault(ERole role, const std::wstring &id);
-    void SetDefaultForAllRoles(const std::wstring &id); // empty: there is none
-    void SetDefaultMicrophone(const std::wstring &id);  // for all roles; empty: there is none
-    // Puts packets to the end of what a microphone delivers.
+    void SetDefaultForAllRoles(const std::wstring &id); // of the speakers; empty: no default
+    void SetDefaultMicrophone(const std::wstring &id);  // for all roles; empty: no default
+    // Set the default for all roles, then send the notification that the module follows.
+    void ChangeDefaultSpeaker(const std::wstring &id);
+    void ChangeDefaultMicrophone(const std::wstring &id);
+    // Appends a packet to those that a microphone delivers.
     void Deliver(const CapturedPacket &packet, const std::wstring &id = L"microphone");
-    // The clients of an endpoint, as they are now, are told that the device is gone.
+    // Makes all calls of the endpoint's present clients fail with AUDCLNT_E_DEVICE_INVALIDATED.
     void Invalidate(const std::wstring &id);
 
+    // As in FaultScript.
     void Fail(Method method, int64_t result, int nth = 1, int times = 1);
     void Before(Method method, std::function<void()> action, int nth = 1);
-    void Heal(); // no method fails any more
+    void ClearFaults();
     int Count(Method method) const;
     int TotalCalls() const;
 
-    // The flow, the role or the frame count of each call.
+    // The arguments of each GetDefaultAudioEndpoint, and of each GetBuffer of a render client.
     std::vector<EDataFlow> RequestedFlows() const;
     std::vector<ERole> RequestedRoles() const;
     std::vector<UINT32> RequestedFrames() const;
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
-    std::vector<UINT32> ReleasedFrames() const; // of each ReleaseBuffer of the microphone
-    int LiveObjects() const;                    // of those made since the last Reset
+    std::vector<UINT32> ReleasedFrames() const; // the argument of each ReleaseBuffer of the microphone
+    int LiveObjects() const;                    // only objects created since the last Reset
     int RegisteredCallbacks() const;
 
-    // Deliver a notification to every registered callback on a thread of their own, and wait.
+    // Deliver a notification to every registered callback on a new thread, and wait until all callbacks
+    // returned.
     void NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id);
     void NotifyPropertyChanged(const std::wstring &id);
-    // The other three.
     void NotifyStateChanged(const std::wstring &id, DWORD state);
     void NotifyAdded(const std::wstring &id);
     void NotifyRemoved(const std::wstring &id);
@@ -166,11 +173,21 @@ private:
     friend class FakeCaptureClient;
     friend class FakeEndpointVolume;
 
+    // Creates an object that stays in memory after its last Release, so that a late call is reported.
+    template <typename Object, typename... Arguments>
+    Object *Create(Arguments &&...arguments)
+    {
+        auto object = std::make_unique<Object>(*this, std::forward<Arguments>(arguments)...);
+        Object *created = object.get();
+        m_objects.push_back(std::move(object));
+        return created;
+    }
+
     AudioSystem() = default;
     void Notify(const std::function<void(IMMNotificationClient &)> &deliver);
 
-    std::recursive_mutex m_notifyMutex;   // held while callbacks are called, and to take one out
-    mutable std::recursive_mutex m_mutex; // guards all below
+    std::recursive_mutex m_notifyMutex;   // locked while callbacks run and while one is unregistered
+    mutable std::recursive_mutex m_mutex; // guards all members below
     FaultScript<Method> m_script;
     std::vector<std::shared_ptr<Endpoint>> m_endpoints;
     std::wstring m_defaults[ERole_enum_count];
@@ -180,8 +197,8 @@ private:
     std::vector<UINT32> m_requestedFrames;
     std::vector<std::shared_ptr<ClientRecord>> m_clients;
     std::vector<IMMNotificationClient *> m_callbacks;
-    std::vector<std::unique_ptr<class FakeObject>> m_objects; // also those that were released
-    size_t m_earlierObjects = 0;                              // objects that the last Reset found still held
+    std::vector<std::unique_ptr<class FakeObject>> m_objects; // including released ones, until Reset
+    size_t m_objectsBeforeReset = 0;                          // how many objects were alive at the last Reset
 };
 
 } // namespace fakes

@@ -17,7 +17,7 @@ Sent &TheSent()
     return *sent;
 }
 
-// The scripted result, or else the real call's.
+// Returns the scripted result; without one, makes the real call.
 template <typename Real>
 int Scripted(Call call, Real real)
 {
@@ -44,7 +44,7 @@ int swr_init(SwrContext *context)
     if (!fault) {
         return ::swr_init(context);
     }
-    ::swr_close(context); // a failing call leaves no conversion set up
+    ::swr_close(context); // a failing swr_init leaves the context uninitialised
     return static_cast<int>(*fault);
 }
 

@@ -1,4 +1,4 @@
-// FFmpeg calls that a test can let fail; otherwise FFmpeg's own. tests/fakes/redirect.h leads the
+// FFmpeg calls that a test can make fail. All others reach FFmpeg. tests/fakes/redirect.h redirects the
 // module's calls here.
 #pragma once
 
@@ -28,20 +28,20 @@ enum class Call {
     avformat_alloc_context,
     avcodec_find_decoder,
     avcodec_alloc_context3,
-    avcodec_open2, // a result above 0 is not an error: the frames of the opened codec are that long
+    avcodec_open2, // a positive result is no error but the frame length of the opened codec
     av_frame_alloc,
     av_packet_alloc,
     avcodec_send_frame,
-    avcodec_receive_packet, // a result above 0 is not an error but the size of the packet
+    avcodec_receive_packet, // a positive result is no error but the size of the packet
 };
 
-// Scripted for avcodec_open2: it succeeds, but the codec has no configuration to tell.
+// Scripted for avcodec_open2: the call succeeds, but the codec has no extradata.
 constexpr int64_t withoutConfiguration = INT64_C(1) << 40;
 
 // A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();
 
-// The first channel of the frame of floats that an encoder was last sent.
+// Returns the first channel of the last frame that was sent to an encoder.
 std::vector<float> SentSamples();
 
 SwrContext *swr_alloc();

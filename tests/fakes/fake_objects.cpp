@@ -11,7 +11,7 @@
 namespace fakes {
 namespace {
 
-// A zero-terminated copy in COM's memory.
+// Returns a zero-terminated copy allocated with CoTaskMemAlloc.
 LPWSTR CopyText(const std::wstring &text)
 {
     const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
@@ -45,10 +45,10 @@ WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
     return format;
 }
 
-// What Initialize of an audio engine returns for a format: E_POINTER without one, E_INVALIDARG for an
-// invalid description, AUDCLNT_E_UNSUPPORTED_FORMAT for a valid one that the engine does not take.
+// Returns the result of Initialize for a format: E_POINTER for null, E_INVALIDARG for an inconsistent
+// description, AUDCLNT_E_UNSUPPORTED_FORMAT for a valid description that the engine does not support.
 // https://learn.microsoft.com/windows/win32/api/audioclient/nf-audioclient-iaudioclient-initialize
-HRESULT JudgeFormat(const WAVEFORMATEX *format)
+HRESULT CheckFormat(const WAVEFORMATEX *format)
 {
     if (format == nullptr) {
         return E_POINTER;
@@ -62,16 +62,16 @@ HRESULT JudgeFormat(const WAVEFORMATEX *format)
         return E_INVALIDARG;
     }
     constexpr std::array<WORD, 4> sampleBits{8, 16, 24, 32};
-    const bool isKnown =
+    const bool isKnownTag =
         isExtensible || format->wFormatTag == WAVE_FORMAT_PCM || format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
-    const bool isMixed =
+    const bool isSupportedSize =
         std::find(sampleBits.begin(), sampleBits.end(), format->wBitsPerSample) != sampleBits.end();
-    return isKnown && isMixed ? S_OK : AUDCLNT_E_UNSUPPORTED_FORMAT;
+    return isKnownTag && isSupportedSize ? S_OK : AUDCLNT_E_UNSUPPORTED_FORMAT;
 }
 
 } // namespace
 
-// --- What all objects share ------------------------------------------------------------------
+// --- Base of all objects ---------------------------------------------------------------------
 
 HRESULT FakeObject::Query(IUnknown *self, REFIID iid, void **object)
 {
@@ -84,30 +84,30 @@ HRESULT FakeObject::Query(IUnknown *self, REFIID iid, void **object)
     return S_OK;
 }
 
-void FakeObject::Check(const char *what) const
+void FakeObject::CheckUsable(const char *operation) const
 {
     if (!IsAlive()) {
-        fakewin::AddViolation(std::string(what) + " on an object that was released");
+        fakewin::AddViolation(std::string(operation) + " on a released object");
     }
     if (fakewin::ImplementationUnloads() != m_unloadsAtCreation) {
-        fakewin::AddViolation(std::string(what) + " on an object whose DLL is gone");
+        fakewin::AddViolation(std::string(operation) + " on an object whose DLL was unloaded");
     }
     if (fakewin::InNotification()) {
-        fakewin::AddViolation(std::string(what) + " inside a notification");
+        fakewin::AddViolation(std::string(operation) + " inside a notification");
     }
 }
 
 ULONG FakeObject::Add()
 {
     const std::lock_guard lock(m_system.m_mutex);
-    Check("AddRef");
+    CheckUsable("AddRef");
     return ++m_references;
 }
 
 ULONG FakeObject::Drop()
 {
     const std::lock_guard lock(m_system.m_mutex);
-    Check("Release");
+    CheckUsable("Release");
     if (m_references == 0) {
         return 0;
     }
@@ -119,16 +119,16 @@ ULONG FakeObject::Drop()
 
 Scripted FakeObject::Enter(Method method)
 {
-    Check("a call");
-    const bool isUnregistration = method == Method::UnregisterCallback; // which destruction may make, too
+    CheckUsable("a call");
+    const bool isUnregistration = method == Method::UnregisterCallback; // may come from a destructor
     if (!isUnregistration && m_thread != std::this_thread::get_id()) {
-        fakewin::AddViolation("a call on another thread than the object's own");
+        fakewin::AddViolation("a call on a thread that did not obtain the object");
     }
     if (!isUnregistration && fakewin::ApartmentDepth() == 0) {
         fakewin::AddViolation("a call outside an apartment");
     }
     Scripted scripted;
-    m_system.m_mutex.unlock(); // whatever the script does meanwhile, it holds up nobody else
+    m_system.m_mutex.unlock(); // a scripted action may wait for another thread that needs the mutex
     const auto result = m_system.m_script.Next(method);
     m_system.m_mutex.lock();
     if (!result) {
@@ -171,9 +171,7 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
     }
     for (const auto &endpoint : m_system.m_endpoints) {
         if (endpoint->id == id) {
-            auto object = std::make_unique<FakeDevice>(m_system, endpoint);
-            *device = object.get();
-            m_system.m_objects.push_back(std::move(object));
+            *device = m_system.Create<FakeDevice>(endpoint);
             return scripted.success;
         }
     }
@@ -194,9 +192,9 @@ HRESULT FakeEnumerator::RegisterEndpointNotificationCallback(IMMNotificationClie
 
 HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationClient *client)
 {
-    const std::lock_guard noneIsCalled(m_system.m_notifyMutex);
+    const std::lock_guard notRunning(m_system.m_notifyMutex);
     const std::lock_guard lock(m_system.m_mutex);
-    // Whatever it returns, the callback is not called afterwards.
+    // A scripted failure only changes the result: the callback is removed in any case.
     const Scripted scripted = Enter(Method::UnregisterCallback);
     if (std::erase(m_system.m_callbacks, client) == 0) {
         return E_NOTFOUND;
@@ -219,17 +217,13 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
         return E_INVALIDARG;
     }
     if (IsEqualIID(iid, __uuidof(IAudioEndpointVolume))) {
-        auto volume = std::make_unique<FakeEndpointVolume>(m_system, m_endpoint);
-        *object = static_cast<IAudioEndpointVolume *>(volume.get());
-        m_system.m_objects.push_back(std::move(volume));
+        *object = static_cast<IAudioEndpointVolume *>(m_system.Create<FakeEndpointVolume>(m_endpoint));
         return scripted.success;
     }
     if (!IsEqualIID(iid, IID_IAudioClient)) {
         return E_NOINTERFACE;
     }
-    auto client = std::make_unique<FakeAudioClient>(m_system, m_endpoint);
-    *object = static_cast<IAudioClient *>(client.get());
-    m_system.m_objects.push_back(std::move(client));
+    *object = static_cast<IAudioClient *>(m_system.Create<FakeAudioClient>(m_endpoint));
     return scripted.success;
 }
 
@@ -305,10 +299,10 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     if (m_initialized) {
         return AUDCLNT_E_ALREADY_INITIALIZED;
     }
-    const HRESULT judged = JudgeFormat(format);
+    const HRESULT supported = CheckFormat(format);
     const bool acceptsAny = m_acceptsAnyFormat || m_endpoint->acceptsAnyFormat;
-    if (judged != S_OK && (format == nullptr || !acceptsAny)) {
-        return judged;
+    if (supported != S_OK && (format == nullptr || !acceptsAny)) {
+        return supported;
     }
     m_initialized = true;
     m_frameBytes = format->nBlockAlign;
@@ -423,17 +417,13 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
         return scripted.failure.value_or(S_OK);
     }
     if (IsEqualIID(iid, IID_IAudioCaptureClient)) {
-        auto client = std::make_unique<FakeCaptureClient>(m_system, *this);
-        *service = static_cast<IAudioCaptureClient *>(client.get());
-        m_system.m_objects.push_back(std::move(client));
+        *service = static_cast<IAudioCaptureClient *>(m_system.Create<FakeCaptureClient>(*this));
         return scripted.success;
     }
     if (!IsEqualIID(iid, IID_IAudioRenderClient)) {
         return E_NOINTERFACE;
     }
-    auto client = std::make_unique<FakeRenderClient>(m_system, *this);
-    *service = static_cast<IAudioRenderClient *>(client.get());
-    m_system.m_objects.push_back(std::move(client));
+    *service = static_cast<IAudioRenderClient *>(m_system.Create<FakeRenderClient>(*this));
     return scripted.success;
 }
 
@@ -493,7 +483,7 @@ HRESULT FakeRenderClient::ReleaseBuffer(UINT32 frames, DWORD flags)
 void FakeRenderClient::OnLastRelease()
 {
     if (m_obtainedFrames) {
-        fakewin::AddViolation("a render client was released with a buffer that was not given back");
+        fakewin::AddViolation("a render client was released while a buffer was not released");
     }
 }
 

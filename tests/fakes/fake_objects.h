@@ -10,16 +10,16 @@
 
 namespace fakes {
 
-// What a method has to do: what its script says, or else its work.
+// How the script changes a method.
 struct Scripted {
-    std::optional<HRESULT> failure; // to return at once
-    HRESULT success = S_OK;         // to return when the work is done
-    bool null = false;              // and to hand out no object
-    std::optional<UINT32> size;     // and to tell this size
-    bool acceptsAnyFormat = false;  // and to have Initialize accept the format
+    std::optional<HRESULT> failure; // returned at once
+    HRESULT success = S_OK;         // returned once the method has done its work
+    bool null = false;              // return a null pointer instead of an object
+    std::optional<UINT32> size;     // store this size
+    bool acceptsAnyFormat = false;  // make Initialize of this client accept any format
 };
 
-// What all objects share. A released object stays in memory, so that a late call is reported.
+// Base of all objects: reference count and checks of COM's rules.
 class FakeObject {
 public:
     virtual ~FakeObject() = default;
@@ -31,9 +31,10 @@ protected:
     HRESULT Query(IUnknown *self, REFIID iid, void **object);
     ULONG Add();
     ULONG Drop();
-    // Starts a method, which holds the system's mutex: checks the caller, counts the call.
+    // Called first by every method, with the system's mutex locked: checks the caller and counts the call.
     Scripted Enter(Method method);
-    void Check(const char *what) const;
+    // Reports a violation if the object may not be used now. `operation` starts the message.
+    void CheckUsable(const char *operation) const;
 
     AudioSystem &m_system;
 
@@ -46,7 +47,7 @@ private:
     const int m_unloadsAtCreation = fakewin::ImplementationUnloads();
 };
 
-// Reference counting and QueryInterface, once for all interfaces.
+// IUnknown for every interface.
 template <typename Interface>
 class FakeUnknown : public Interface, public FakeObject {
 public:
@@ -119,7 +120,7 @@ public:
     HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE event) override;
     HRESULT STDMETHODCALLTYPE GetService(REFIID iid, void **service) override;
 
-    // For the render client.
+    // For the render and capture clients.
     Endpoint &TheEndpoint() { return *m_endpoint; }
     uint16_t FrameBytes() const { return m_frameBytes; }
     UINT32 FreeFrames() const { return m_endpoint->bufferFrames - m_reportedPadding; }
@@ -127,14 +128,14 @@ public:
 
 private:
     void OnLastRelease() override { m_record->alive = false; }
-    // The same, and fails where the endpoint is gone.
+    // Also fails if the client is invalidated.
     Scripted Enter(Method method);
 
     std::shared_ptr<Endpoint> m_endpoint;
     std::shared_ptr<ClientRecord> m_record;
     const int m_invalidationsAtCreation;
     bool m_initialized = false;
-    bool m_acceptsAnyFormat = false; // by script; the endpoint's switch is another one
+    bool m_acceptsAnyFormat = false; // by script; Endpoint::acceptsAnyFormat has the same effect
     uint16_t m_frameBytes = 0;
     UINT32 m_reportedPadding = 0;
 };
@@ -152,11 +153,11 @@ private:
     void OnLastRelease() override;
     bool Refill();
 
-    FakeAudioClient &m_client; // kept in memory by the system
+    FakeAudioClient &m_client; // AudioSystem keeps it in memory
     std::optional<CapturedPacket> m_obtained;
 };
 
-// Only the mute state of an endpoint.
+// Implements GetMute only.
 class FakeEndpointVolume final : public FakeUnknown<IAudioEndpointVolume> {
 public:
     FakeEndpointVolume(AudioSystem &system, std::shared_ptr<Endpoint> endpoint)
@@ -204,7 +205,7 @@ public:
 private:
     void OnLastRelease() override;
 
-    FakeAudioClient &m_client; // kept in memory by the system
+    FakeAudioClient &m_client; // AudioSystem keeps it in memory
     std::optional<UINT32> m_obtainedFrames;
     std::vector<BYTE> m_buffer;
 };

@@ -1,4 +1,4 @@
-// A registry in memory.
+// The registry, in memory.
 #include <algorithm>
 #include <cwctype>
 #include <map>
@@ -16,7 +16,7 @@ struct Value {
 };
 using Values = std::map<std::wstring, Value>;
 
-// A full path: the root's number, then the sub-keys.
+// A full path in lower case: the root ("user" or "machine"), then the subkeys.
 using Path = std::wstring;
 
 struct OpenKey {
@@ -39,7 +39,7 @@ State &TheState()
     return *state;
 }
 
-std::wstring Folded(std::wstring text)
+std::wstring LowerCase(std::wstring text)
 {
     std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return std::towlower(c); });
     return text;
@@ -57,10 +57,10 @@ Path RootPath(HKEY root)
 
 Path Join(const Path &parent, const std::wstring &subKey)
 {
-    return subKey.empty() ? parent : parent + L"\\" + Folded(subKey);
+    return subKey.empty() ? parent : parent + L"\\" + LowerCase(subKey);
 }
 
-// Finds the path of `subKey` below `key`. The lock is held.
+// Finds the path of `subKey` below `key`. Needs the lock.
 LSTATUS Resolve(State &state, HKEY key, LPCWSTR subKey, Path &path)
 {
     const std::wstring name = subKey != nullptr ? subKey : L"";
@@ -104,17 +104,6 @@ void CreateWithParents(State &state, const Path &path)
     state.keys[path];
 }
 
-void DeleteWithChildren(State &state, const Path &path)
-{
-    const auto below = [&](const Path &candidate) {
-        return candidate == path || candidate.compare(0, path.size() + 1, path + L"\\") == 0;
-    };
-    std::erase_if(state.keys, [&](const auto &entry) { return below(entry.first); });
-    for (auto &[handle, key] : state.openKeys) {
-        key.deleted = key.deleted || below(key.path);
-    }
-}
-
 LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD type, void *data,
                   LPDWORD dataBytes)
 {
@@ -122,7 +111,7 @@ LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD ty
     if (values == state.keys.end()) {
         return ERROR_FILE_NOT_FOUND;
     }
-    const auto value = values->second.find(Folded(name != nullptr ? name : L""));
+    const auto value = values->second.find(LowerCase(name != nullptr ? name : L""));
     if (value == values->second.end()) {
         return ERROR_FILE_NOT_FOUND;
     }
@@ -130,12 +119,12 @@ LSTATUS CopyValue(const State &state, const Path &path, LPCWSTR name, LPDWORD ty
         *type = value->second.type;
     }
     const auto bytes = static_cast<DWORD>(value->second.data.size());
-    const DWORD room = dataBytes != nullptr ? *dataBytes : 0;
+    const DWORD capacity = dataBytes != nullptr ? *dataBytes : 0;
     if (dataBytes != nullptr) {
         *dataBytes = bytes;
     }
     if (data != nullptr) {
-        if (room < bytes) {
+        if (capacity < bytes) {
             return ERROR_MORE_DATA;
         }
         std::copy(value->second.data.begin(), value->second.data.end(), static_cast<BYTE *>(data));
@@ -147,12 +136,15 @@ void SetValueAt(State &state, const Path &path, const std::wstring &name, DWORD 
                 size_t bytes)
 {
     const auto *begin = static_cast<const BYTE *>(data);
-    state.keys[path][Folded(name)] = {type, std::vector<BYTE>(begin, begin + bytes)};
+    state.keys[path][LowerCase(name)] = {type, std::vector<BYTE>(begin, begin + bytes)};
 }
 
-LSTATUS Delete(HKEY key, LPCWSTR subKey)
+// Resolves `subKey` below `key`, then runs `action(state, path)` under the lock. Returns the scripted result,
+// the error of the resolution or the result of the action.
+template <typename Action>
+LSTATUS AccessKey(Call call, HKEY key, LPCWSTR subKey, Action action)
 {
-    if (const auto fault = Enter(Call::RegDeleteTreeW)) {
+    if (const auto fault = Enter(call)) {
         return static_cast<LSTATUS>(*fault);
     }
     State &state = TheState();
@@ -161,11 +153,24 @@ LSTATUS Delete(HKEY key, LPCWSTR subKey)
     if (const LSTATUS status = Resolve(state, key, subKey, path)) {
         return status;
     }
-    if (!Exists(state, path)) {
-        return ERROR_FILE_NOT_FOUND;
-    }
-    DeleteWithChildren(state, path);
-    return ERROR_SUCCESS;
+    return action(state, path);
+}
+
+// Needs the lock. Roots allow everything.
+bool HasAccess(State &state, HKEY key, REGSAM access)
+{
+    return IsRoot(key) || (state.openKeys[key].access & access) != 0;
+}
+
+// Stores a value as another program would, creating its key.
+void StoreValue(HKEY root, const std::wstring &path, const std::wstring &name, DWORD type, const void *data,
+                size_t bytes)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const Path fullPath = Join(RootPath(root), path);
+    CreateWithParents(state, fullPath);
+    SetValueAt(state, fullPath, name, type, data, bytes);
 }
 
 } // namespace
@@ -182,108 +187,49 @@ void ResetRegistry()
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY result)
 {
-    if (const auto fault = Enter(Call::RegOpenKeyExW)) {
-        return static_cast<LSTATUS>(*fault);
-    }
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    Path path;
-    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
-        return status;
-    }
-    if (!Exists(state, path)) {
-        return ERROR_FILE_NOT_FOUND;
-    }
-    *result = AddOpenKey(state, path, access);
-    return ERROR_SUCCESS;
+    return AccessKey(Call::RegOpenKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
+        if (!Exists(state, path)) {
+            return ERROR_FILE_NOT_FOUND;
+        }
+        *result = AddOpenKey(state, path, access);
+        return ERROR_SUCCESS;
+    });
 }
 
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM access,
                         const SECURITY_ATTRIBUTES *, PHKEY result, LPDWORD disposition)
 {
-    if (const auto fault = Enter(Call::RegCreateKeyExW)) {
-        return static_cast<LSTATUS>(*fault);
-    }
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    Path path;
-    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
-        return status;
-    }
-    constexpr DWORD createdNew = 1;
-    constexpr DWORD openedExisting = 2;
-    if (disposition != nullptr) {
-        *disposition = Exists(state, path) ? openedExisting : createdNew;
-    }
-    CreateWithParents(state, path);
-    *result = AddOpenKey(state, path, access);
-    return ERROR_SUCCESS;
+    return AccessKey(Call::RegCreateKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
+        constexpr DWORD createdNew = 1;
+        constexpr DWORD openedExisting = 2;
+        if (disposition != nullptr) {
+            *disposition = Exists(state, path) ? openedExisting : createdNew;
+        }
+        CreateWithParents(state, path);
+        *result = AddOpenKey(state, path, access);
+        return ERROR_SUCCESS;
+    });
 }
 
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD dataBytes)
 {
-    if (const auto fault = Enter(Call::RegQueryValueExW)) {
-        return static_cast<LSTATUS>(*fault);
-    }
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    Path path;
-    if (const LSTATUS status = Resolve(state, key, nullptr, path)) {
-        return status;
-    }
-    if (!IsRoot(key) && (state.openKeys[key].access & KEY_QUERY_VALUE) == 0) {
-        return ERROR_ACCESS_DENIED;
-    }
-    return CopyValue(state, path, name, type, data, dataBytes);
-}
-
-LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
-                     LPDWORD dataBytes)
-{
-    if (const auto fault = Enter(Call::RegGetValueW)) {
-        return static_cast<LSTATUS>(*fault);
-    }
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    Path path;
-    if (const LSTATUS status = Resolve(state, key, subKey, path)) {
-        return status;
-    }
-    DWORD found = REG_NONE;
-    if (const LSTATUS status = CopyValue(state, path, name, &found, nullptr, nullptr)) {
-        return status;
-    }
-    if (found == REG_SZ && (flags & RRF_RT_ANY) != RRF_RT_ANY) {
-        return ERROR_UNSUPPORTED_TYPE;
-    }
-    return CopyValue(state, path, name, type, data, dataBytes);
+    return AccessKey(Call::RegQueryValueExW, key, nullptr, [&](State &state, const Path &path) -> LSTATUS {
+        if (!HasAccess(state, key, KEY_QUERY_VALUE)) {
+            return ERROR_ACCESS_DENIED;
+        }
+        return CopyValue(state, path, name, type, data, dataBytes);
+    });
 }
 
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE *data, DWORD dataBytes)
 {
-    if (const auto fault = Enter(Call::RegSetValueExW)) {
-        return static_cast<LSTATUS>(*fault);
-    }
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    Path path;
-    if (const LSTATUS status = Resolve(state, key, nullptr, path)) {
-        return status;
-    }
-    if (!IsRoot(key) && (state.openKeys[key].access & KEY_SET_VALUE) == 0) {
-        return ERROR_ACCESS_DENIED;
-    }
-    SetValueAt(state, path, name != nullptr ? name : L"", type, data, dataBytes);
-    return ERROR_SUCCESS;
-}
-
-LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey)
-{
-    return Delete(key, subKey);
-}
-LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey)
-{
-    return Delete(key, subKey);
+    return AccessKey(Call::RegSetValueExW, key, nullptr, [&](State &state, const Path &path) -> LSTATUS {
+        if (!HasAccess(state, key, KEY_SET_VALUE)) {
+            return ERROR_ACCESS_DENIED;
+        }
+        SetValueAt(state, path, name != nullptr ? name : L"", type, data, dataBytes);
+        return ERROR_SUCCESS;
+    });
 }
 
 LSTATUS RegCloseKey(HKEY key)
@@ -292,7 +238,7 @@ LSTATUS RegCloseKey(HKEY key)
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     if (state.openKeys.erase(key) == 0 && !IsRoot(key)) {
-        AddViolation("a registry key was closed that is not open");
+        AddViolation("RegCloseKey of a key that is not open");
         return ERROR_INVALID_HANDLE;
     }
     return ERROR_SUCCESS;
@@ -300,20 +246,13 @@ LSTATUS RegCloseKey(HKEY key)
 
 void SetRegistryDword(HKEY root, const std::wstring &path, const std::wstring &name, DWORD value)
 {
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    CreateWithParents(state, Join(RootPath(root), path));
-    SetValueAt(state, Join(RootPath(root), path), name, REG_DWORD, &value, sizeof(value));
+    StoreValue(root, path, name, REG_DWORD, &value, sizeof(value));
 }
 
 void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &name,
                        const std::wstring &value)
 {
-    State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    CreateWithParents(state, Join(RootPath(root), path));
-    SetValueAt(state, Join(RootPath(root), path), name, REG_SZ, value.c_str(),
-               (value.size() + 1) * sizeof(wchar_t));
+    StoreValue(root, path, name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
 }
 
 std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const std::wstring &name)

@@ -1,4 +1,4 @@
-// Handles, waits, clock, threads.
+// Handles, waits, the simulated clock, threads.
 #include "tests/fakes/fake_windows.h"
 
 #include <algorithm>
@@ -16,8 +16,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr DWORD clockWaitMs = 1000; // waits from here on run on the driven clock
-constexpr std::chrono::microseconds brief = 50us;
+constexpr DWORD minClockWaitMs = 1000; // shorter waits do not use the simulated clock
+constexpr std::chrono::microseconds defaultShortWait = 50us;
 constexpr size_t maxRecords = 10000;
 
 struct Waitable {
@@ -34,7 +34,7 @@ struct ClockWaiter {
 // Never destroyed: the module's static objects make calls when the process ends.
 struct State {
     std::mutex mutex;
-    std::condition_variable changed; // a handle, the clock, a thread's end
+    std::condition_variable changed; // a handle or the clock changed, or a thread ended
     std::map<HANDLE, Waitable> handles;
     uintptr_t nextHandle = 0x100;
     uint64_t clockMs = 0;
@@ -43,7 +43,7 @@ struct State {
     std::vector<EventRecord> events;
     std::vector<WaitRecord> waits;
     uint64_t waitedMs = 0;
-    std::chrono::microseconds shortWait = brief;
+    std::chrono::microseconds shortWait = defaultShortWait;
     std::vector<std::string> violations;
 };
 
@@ -65,12 +65,12 @@ HANDLE AddHandle(State &state, Waitable waitable)
 
 void Record(State &state, WaitRecord record)
 {
-    if (state.waits.size() < maxRecords || record.waitMs >= clockWaitMs) {
+    if (state.waits.size() < maxRecords || record.waitMs >= minClockWaitMs) {
         state.waits.push_back(record);
     }
 }
 
-// Blocks on the driven clock until `done` or the time has come. The lock is held.
+// Blocks until `done` or until the simulated clock has advanced by `waitMs`. Needs the lock.
 template <typename Done>
 void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, HANDLE handle, DWORD waitMs, Done done)
 {
@@ -82,9 +82,9 @@ void WaitOnClock(State &state, std::unique_lock<std::mutex> &lock, HANDLE handle
     state.changed.notify_all();
 }
 
-// Threads that only the clock, or an event to come, will wake; not those that have been woken and
-// did not run yet. The lock is held.
-int SettledClockWaiters(const State &state)
+// Counts the threads that wait on the clock, except those that were woken but have not run yet. Needs the
+// lock.
+int BlockedClockWaiters(const State &state)
 {
     return static_cast<int>(
         std::count_if(state.clockWaiters.begin(), state.clockWaiters.end(), [&](const ClockWaiter &waiter) {
@@ -104,7 +104,7 @@ BOOL ChangeEvent(Call call, HANDLE event, bool signalled)
     const std::lock_guard lock(state.mutex);
     const auto found = state.handles.find(event);
     if (found == state.handles.end() || !found->second.isEvent) {
-        state.violations.push_back("an event was signalled or reset that is not open");
+        state.violations.push_back("SetEvent or ResetEvent of a handle that is not an open event");
         lastError = ERROR_INVALID_HANDLE;
         return FALSE;
     }
@@ -123,7 +123,7 @@ fakes::FaultScript<Call> &Script()
 
 std::optional<int64_t> Enter(Call call)
 {
-    // A notification may start a thread, and nothing else.
+    // The only allowed action in a notification is to start a thread.
     const bool startsThread = call == Call::CreateThread || call == Call::GetModuleHandleExW ||
                               call == Call::CloseHandle || call == Call::FreeLibrary;
     if (notificationDepth > 0 && !startsThread) {
@@ -140,9 +140,9 @@ void Before(Call call, std::function<void()> action, int nth)
 {
     Script().Before(call, std::move(action), nth);
 }
-void Heal()
+void ClearFaults()
 {
-    Script().Heal();
+    Script().ClearFaults();
 }
 int Count(Call call)
 {
@@ -175,10 +175,10 @@ void Reset()
     state.events.clear();
     state.waits.clear();
     state.waitedMs = 0;
-    state.shortWait = brief;
+    state.shortWait = defaultShortWait;
     state.violations.clear();
     if (!ended) {
-        state.violations.push_back("a thread of an earlier test is still running");
+        state.violations.push_back("a thread of the previous test is still running");
     }
     lock.unlock();
     Script().Reset();
@@ -224,23 +224,23 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
     const auto closed = [&] { return state.handles.find(handle) == state.handles.end(); };
     if (closed()) {
         if (handle != nullptr) {
-            state.violations.push_back("a wait for a handle that is not open");
+            state.violations.push_back("WaitForSingleObject of a handle that is not open");
         }
         lastError = ERROR_INVALID_HANDLE;
         return WAIT_FAILED;
     }
-    const auto over = [&] { return closed() || state.handles[handle].signalled; };
-    if (!over()) {
+    const auto ended = [&] { return closed() || state.handles[handle].signalled; };
+    if (!ended()) {
         if (waitMs == INFINITE) {
-            state.changed.wait(lock, over);
-        } else if (waitMs >= clockWaitMs) {
-            WaitOnClock(state, lock, handle, waitMs, over);
+            state.changed.wait(lock, ended);
+        } else if (waitMs >= minClockWaitMs) {
+            WaitOnClock(state, lock, handle, waitMs, ended);
         } else if (waitMs > 0) {
-            state.changed.wait_for(lock, state.shortWait, over);
+            state.changed.wait_for(lock, state.shortWait, ended);
         }
     }
     if (closed()) {
-        state.violations.push_back("a handle was closed while it was waited for");
+        state.violations.push_back("a handle was closed while a thread waited for it");
         return WAIT_FAILED;
     }
     Waitable &waitable = state.handles[handle];
@@ -258,7 +258,7 @@ BOOL CloseHandle(HANDLE handle)
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     if (state.handles.erase(handle) == 0) {
-        state.violations.push_back("a handle was closed that is not open");
+        state.violations.push_back("CloseHandle of a handle that is not open");
         lastError = ERROR_INVALID_HANDLE;
         return FALSE;
     }
@@ -273,7 +273,7 @@ void Sleep(DWORD sleepMs)
     std::unique_lock lock(state.mutex);
     Record(state, {Call::Sleep, nullptr, sleepMs});
     state.waitedMs += sleepMs;
-    if (sleepMs >= clockWaitMs) {
+    if (sleepMs >= minClockWaitMs) {
         WaitOnClock(state, lock, nullptr, sleepMs, [] { return false; });
         return;
     }
@@ -331,7 +331,7 @@ bool AwaitClockWaiters(int count)
 {
     State &state = TheState();
     std::unique_lock lock(state.mutex);
-    return state.changed.wait_for(lock, 10s, [&] { return SettledClockWaiters(state) == count; });
+    return state.changed.wait_for(lock, 10s, [&] { return BlockedClockWaiters(state) == count; });
 }
 
 ULONGLONG GetTickCount64()

@@ -1,10 +1,10 @@
-// The Windows calls that the module makes, for unit tests: portable, counted, and failing where a
-// test asks for it. tests/fakes/redirect.h leads the module's calls here.
+// Portable versions of the Windows calls that the module makes, for unit tests. They are counted, and a test
+// can make them fail. tests/fakes/redirect.h redirects the module's calls here.
 //
-// Waits and sleeps below one second take next to no time; longer ones run on a clock that only
-// AdvanceClock moves. What must never happen (a handle closed twice, a CoUninitialize too many, a
-// thread that ends inside an apartment, a system call inside a notification) is a violation, kept
-// as text for the test's tear-down to find.
+// Waits and sleeps below one second return after 50 microseconds. Longer ones use a simulated clock that only
+// AdvanceClock moves. A broken rule (a handle closed twice, a CoUninitialize too many, a thread that ends
+// inside an apartment, a system call inside a notification) is recorded as a violation, a text that the test
+// checks for at its end.
 #pragma once
 
 #include <windows.h>
@@ -35,7 +35,6 @@ void SetLastError(DWORD error);
 ULONGLONG GetTickCount64();
 
 HRESULT CoInitializeEx(LPVOID reserved, DWORD model);
-HRESULT CoInitialize(LPVOID reserved);
 void CoUninitialize();
 HRESULT CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID *object);
 LPVOID CoTaskMemAlloc(SIZE_T bytes);
@@ -43,7 +42,7 @@ void CoTaskMemFree(LPVOID block);
 
 BOOL GetModuleHandleExW(DWORD flags, LPCWSTR nameOrAddress, HMODULE *module);
 BOOL FreeLibrary(HMODULE module);
-// Returns, unlike the system's: the caller's thread ends by returning, too.
+// Unlike the real call it returns; the calling thread then ends by returning from its start routine.
 void FreeLibraryAndExitThread(HMODULE module, DWORD exitCode);
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
@@ -52,11 +51,7 @@ LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClas
                         LPDWORD disposition);
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                          LPDWORD dataBytes);
-LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
-                     LPDWORD dataBytes);
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE *data, DWORD dataBytes);
-LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey);
-LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey);
 LSTATUS RegCloseKey(HKEY key);
 
 // --- Scripting -----------------------------------------------------------------------------
@@ -80,23 +75,22 @@ enum class Call {
     RegOpenKeyExW,
     RegCreateKeyExW,
     RegQueryValueExW,
-    RegGetValueW,
     RegSetValueExW,
-    RegDeleteTreeW,
     RegCloseKey,
 };
 
-// The nth call from now, and the `times - 1` after it, fail. Calls that return an error code
-// (COM, registry, wait) return `result`; the others return null or FALSE, and GetLastError `result`.
+// Makes the nth call from now, and the `times - 1` calls after it, fail. Calls that return an error code
+// (COM, registry, waits) return `result`. The others return null or FALSE and set `result` as the last error.
 void Fail(Call call, int64_t result, int nth = 1, int times = 1);
+// Runs `action` on the calling thread just before the nth call from now.
 void Before(Call call, std::function<void()> action, int nth = 1);
-int Count(Call call);
-void Heal(); // no call fails any more
-// All calls since the last Reset, GetLastError excepted.
+int Count(Call call); // since the last Reset
+void ClearFaults();
+// Counts all calls of the enumeration since the last Reset.
 int TotalCalls();
 
-// Forgets faults, counters, records, violations and the registry's content (keys that are still
-// open answer as deleted). Objects that are still open stay. Waits for threads that have not ended.
+// Clears faults, counts, records, violations and the registry's content. Waits up to ten seconds for running
+// threads. Open handles stay open; open registry keys become deleted keys.
 void Reset();
 
 std::vector<std::string> Violations();
@@ -111,7 +105,7 @@ struct EventRecord {
     bool plain; // unnamed, with default security
 };
 std::vector<EventRecord> CreatedEvents();
-int LiveHandles(); // events and threads whose handle is open
+int LiveHandles(); // open handles of events and threads
 
 struct WaitRecord {
     Call call; // WaitForSingleObject or Sleep
@@ -119,17 +113,16 @@ struct WaitRecord {
     DWORD waitMs;
     bool operator==(const WaitRecord &) const = default;
 };
-std::vector<WaitRecord> Waits(); // the first ten thousand, and all that the clock drives
-// For how long all threads together have slept or waited in vain since the last Reset, had that taken
-// its time.
+std::vector<WaitRecord> Waits(); // the first ten thousand, and all those on the simulated clock
+// Simulated time that all threads spent in Sleep and in timed-out waits since the last Reset.
 uint64_t WaitedMs();
 
 void AdvanceClock(uint64_t milliseconds);
-// Until the next Reset, waits and sleeps below one second take no time at all: for a test with one thread.
+// Until the next Reset, waits and sleeps below one second return at once. For tests with one thread.
 void SkipShortWaits();
-// True when `count` threads wait on the clock, or do so within ten seconds.
+// Waits until exactly `count` threads wait on the simulated clock. False after ten seconds.
 bool AwaitClockWaiters(int count);
-int LiveThreads(); // of CreateThread
+int LiveThreads(); // created by CreateThread and not ended
 
 // --- COM -----------------------------------------------------------------------------------
 
@@ -145,17 +138,17 @@ struct Instantiation {
 std::vector<Instantiation> Instantiations();
 std::vector<DWORD> ApartmentModels(); // the argument of each CoInitializeEx
 int ApartmentDepth();                 // of the calling thread
-int OpenApartments();                 // depths of all threads together
+int OpenApartments();                 // the sum of all threads' depths
 int LiveTaskBlocks();                 // blocks of CoTaskMemAlloc not yet freed
 
 // --- Modules -------------------------------------------------------------------------------
 
-HMODULE ThisModule();           // which every address belongs to, unless it was declared below
+HMODULE ThisModule();           // contains every address that was not declared below
 HMODULE ImplementationModule(); // the DLL that implements the fake endpoints
 void DeclareImplementation(const void *address);
 int ModuleReferences(HMODULE module);
-// How often that DLL went away, that is, how often the last apartment was left or the last
-// reference dropped while nothing else kept it.
+// How often ImplementationModule was unloaded: by leaving the last apartment, or by freeing the last
+// reference outside any apartment.
 int ImplementationUnloads();
 
 // --- Registry ------------------------------------------------------------------------------
@@ -168,7 +161,7 @@ int LiveRegistryKeys();
 
 // --- Notifications -------------------------------------------------------------------------
 
-// While one exists, the thread delivers a notification: a redirected call is a violation.
+// While an object exists, its thread delivers a notification, so that redirected calls are violations.
 class NotificationScope {
 public:
     NotificationScope();

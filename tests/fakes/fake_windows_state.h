@@ -1,4 +1,4 @@
-// What the parts of the fake Windows share. Not for tests.
+// Shared by the source files of the fake Windows. Not for tests.
 #pragma once
 
 #include "tests/fakes/fake_windows.h"
@@ -7,7 +7,8 @@ namespace fakewin {
 
 fakes::FaultScript<Call> &Script();
 
-// Counts a call; reports one made inside a notification. The result to return, if scripted.
+// Counts a call and reports a violation if it is made inside a notification. Returns the scripted result, if
+// any.
 std::optional<int64_t> Enter(Call call);
 
 void ResetCom();

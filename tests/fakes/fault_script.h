@@ -1,4 +1,4 @@
-// What a fake does at the nth call of one of its functions. Shared by all fakes.
+// Scripted results of the calls to a fake. All fakes use it.
 #pragma once
 
 #include <cstdint>
@@ -10,26 +10,27 @@
 
 namespace fakes {
 
-// Scripted in place of a failure: the call succeeds and hands out a null pointer.
+// Scripted instead of an error: the call succeeds but returns a null pointer.
 constexpr int64_t nullResult = INT64_C(1) << 40;
 
-// The call succeeds and tells `size`: frames, a padding, the state of a device, the fields of a format.
+// Scripted instead of an error: the call succeeds and stores `size` as its frames, padding, device state or
+// in all fields of the mix format.
 constexpr int64_t SizeResult(uint32_t size)
 {
     return (INT64_C(1) << 41) | size;
 }
 
-// Scripted for GetMixFormat: SizeResult(size), and Initialize of the same client accepts any format.
+// For GetMixFormat: like SizeResult(size), and Initialize of the same client accepts any format.
 constexpr int64_t AcceptedFormatResult(uint32_t size)
 {
     return (INT64_C(1) << 42) | SizeResult(size);
 }
 
-// Any thread. `Call` is an enumeration of the fake's functions.
+// `Call`: the enumeration of the fake's functions. Any thread.
 template <typename Call>
 class FaultScript {
 public:
-    // Of the calls from now on, the `nth` and the `times - 1` after it return `result`.
+    // Makes the `nth` call from now and the `times - 1` calls after it return `result`.
     void Fail(Call call, int64_t result, int nth = 1, int times = 1)
     {
         const std::lock_guard lock(m_mutex);
@@ -44,7 +45,7 @@ public:
         m_actions.push_back({call, m_counts[call] + nth, std::move(action)});
     }
 
-    // Counts a call and tells the result that it has to return, if one is scripted.
+    // Counts a call, runs its action and returns its scripted result, if there is one.
     std::optional<int64_t> Next(Call call)
     {
         std::function<void()> action;
@@ -87,8 +88,8 @@ public:
         return total;
     }
 
-    // No call fails any more; the counts stay.
-    void Heal()
+    // Removes all faults and actions, but keeps the counts.
+    void ClearFaults()
     {
         const std::lock_guard lock(m_mutex);
         m_faults.clear();
@@ -97,7 +98,7 @@ public:
 
     void Reset()
     {
-        Heal();
+        ClearFaults();
         const std::lock_guard lock(m_mutex);
         m_counts.clear();
     }

@@ -1,21 +1,22 @@
 #include "tests/fakes/log_recorder.h"
 
 #include <algorithm>
-#include <chrono>
 #include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
 
+#include "polling.h"
+
 namespace fakes {
 namespace {
 
-// Never destroyed: the module's static objects report when the process ends.
+// Never destroyed: the module's static objects log while the process ends.
 struct State {
     std::mutex mutex;
     std::vector<std::string> channels;
     std::vector<LogEntry> entries;
-    std::map<std::thread::id, LogEntry> halfWritten; // to the channel, not yet to the singleton
+    std::map<std::thread::id, LogEntry> channelOnly; // lines without their singleton line so far
 };
 
 State &TheState()
@@ -24,8 +25,8 @@ State &TheState()
     return *state;
 }
 
-// Splits "text(tag)". The tag may itself hold parentheses, so only its length tells them apart:
-// the text is what the channel received, or else ends at the last opening parenthesis.
+// Splits "text(tag)". Text and tag may both contain parentheses, so the text is taken from the line to the
+// channel. Without one, the tag starts at the last opening parenthesis.
 LogEntry SplitTag(int level, const std::wstring &line, const LogEntry *channelLine)
 {
     size_t open = line.rfind(L'(');
@@ -53,31 +54,31 @@ std::string Narrow(const std::wstring &text)
 
 void ToChannel(const std::string &channel, int level, const std::wstring &text)
 {
-    LogEntry line{level, text, "?", true}; // first: without memory the line leaves no entry
+    LogEntry line{level, text, "?", true}; // may throw, so it comes before any change of the state
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     state.channels.push_back(channel);
-    LogEntry &half = state.halfWritten[std::this_thread::get_id()];
-    if (!half.tag.empty()) {
-        state.entries.push_back(half);
+    LogEntry &previous = state.channelOnly[std::this_thread::get_id()];
+    if (!previous.tag.empty()) {
+        state.entries.push_back(previous);
     }
-    half = std::move(line);
+    previous = std::move(line);
 }
 
 void ToSingleton(int level, const std::wstring &text)
 {
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
-    const auto half = state.halfWritten.find(std::this_thread::get_id());
-    const bool follows = half != state.halfWritten.end();
-    LogEntry entry = SplitTag(level, text, follows ? &half->second : nullptr);
-    if (follows) {
-        if (half->second.level == level && half->second.text == entry.text) {
+    const auto channelLine = state.channelOnly.find(std::this_thread::get_id());
+    const bool hasChannelLine = channelLine != state.channelOnly.end();
+    LogEntry entry = SplitTag(level, text, hasChannelLine ? &channelLine->second : nullptr);
+    if (hasChannelLine) {
+        if (channelLine->second.level == level && channelLine->second.text == entry.text) {
             entry.inChannel = true;
         } else {
-            state.entries.push_back(half->second);
+            state.entries.push_back(channelLine->second);
         }
-        state.halfWritten.erase(half);
+        state.channelOnly.erase(channelLine);
     }
     state.entries.push_back(std::move(entry));
 }
@@ -102,7 +103,7 @@ void LogRecorder::Clear()
     const std::lock_guard lock(state.mutex);
     state.channels.clear();
     state.entries.clear();
-    state.halfWritten.clear();
+    state.channelOnly.clear();
 }
 
 std::vector<LogEntry> LogRecorder::Entries() const
@@ -110,8 +111,8 @@ std::vector<LogEntry> LogRecorder::Entries() const
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     std::vector<LogEntry> entries = state.entries;
-    for (const auto &[thread, half] : state.halfWritten) {
-        entries.push_back(half);
+    for (const auto &[thread, line] : state.channelOnly) {
+        entries.push_back(line);
     }
     return entries;
 }
@@ -138,16 +139,12 @@ std::vector<std::string> LogRecorder::Channels() const
 
 bool LogRecorder::Await(int level, const std::wstring &text, const std::string &tag) const
 {
-    using namespace std::chrono_literals;
-    for (int attempt = 0; attempt < 10000 && Count(level, text, tag) == 0; ++attempt) {
-        std::this_thread::sleep_for(1ms);
-    }
-    return Count(level, text, tag) > 0;
+    return Eventually([&] { return Count(level, text, tag) > 0; });
 }
 
 } // namespace fakes
 
-// --- The library that this replaces ------------------------------------------------------------
+// --- The interface of the platform's library ---------------------------------------------------
 
 Logger::Logger(std::string channel)
 {

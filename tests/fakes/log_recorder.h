@@ -1,4 +1,4 @@
-// Replaces the platform's logging library in unit tests: keeps what the module reports.
+// Replaces the platform's logging library in unit tests: records the module's log lines.
 #pragma once
 
 #include <ostream>
@@ -9,13 +9,13 @@
 
 namespace fakes {
 
-// One report of the module: the same text to the channel and, followed by "(" tag ")", to the
-// singleton.
+// One log entry. The module writes each twice: the text to its channel, then the text followed by "(tag)" to
+// the singleton.
 struct LogEntry {
     int level = 0;
     std::wstring text;
     std::string tag;
-    bool inChannel = true; // false: went to the singleton alone
+    bool inChannel = true; // false: written to the singleton only
 
     bool operator==(const LogEntry &) const = default;
 };
@@ -28,16 +28,15 @@ public:
 
     void Clear();
 
-    // All reports, in the order of their second line. A line to the channel that its thread does
-    // not follow up with the singleton's, of the same text and level, shows as an entry with the
-    // tag "?".
+    // All entries, in the order of their lines to the singleton. A line to the channel without a matching
+    // line to the singleton (same thread, text and level) becomes an entry with the tag "?".
     std::vector<LogEntry> Entries() const;
     std::vector<LogEntry> EntriesOf(const std::string &tag) const;
-    // Reports in both sinks.
+    // Counts entries that were written to both sinks.
     int Count(int level, const std::wstring &text, const std::string &tag) const;
-    // The channel's name of each line that went to a channel.
+    // The channel name of each line to a channel.
     std::vector<std::string> Channels() const;
-    // True when the report is there, or comes within ten seconds.
+    // Waits for the entry. False after ten seconds.
     bool Await(int level, const std::wstring &text, const std::string &tag) const;
 };
 

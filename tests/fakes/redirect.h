@@ -1,6 +1,6 @@
-// Included ahead of each of the module's sources in unit-test builds: leads the calls to Windows,
-// and those to FFmpeg that a test lets fail, to the fakes. The headers come first, so that their
-// own declarations keep their names.
+// Included before each of the module's sources in unit-test builds: redirects the calls to Windows, and those
+// to FFmpeg that a test can make fail, to the fakes. The system headers come first so that the macros do not
+// rename their declarations.
 #pragma once
 
 #include <windows.h>
@@ -27,7 +27,6 @@
 #define GetTickCount64 fakewin::GetTickCount64
 
 #define CoInitializeEx fakewin::CoInitializeEx
-#define CoInitialize fakewin::CoInitialize
 #define CoUninitialize fakewin::CoUninitialize
 #define CoCreateInstance fakewin::CoCreateInstance
 #define CoTaskMemAlloc fakewin::CoTaskMemAlloc
@@ -40,10 +39,7 @@
 #define RegOpenKeyExW fakewin::RegOpenKeyExW
 #define RegCreateKeyExW fakewin::RegCreateKeyExW
 #define RegQueryValueExW fakewin::RegQueryValueExW
-#define RegGetValueW fakewin::RegGetValueW
 #define RegSetValueExW fakewin::RegSetValueExW
-#define RegDeleteTreeW fakewin::RegDeleteTreeW
-#define RegDeleteKeyW fakewin::RegDeleteKeyW
 #define RegCloseKey fakewin::RegCloseKey
 
 #define calloc fakes::Calloc

@@ -10,7 +10,7 @@ namespace fakes {
 void ResetAll()
 {
     fakewin::Reset();
-    AudioSystem::Instance().Reset(); // after that: installs its class factory
+    AudioSystem::Instance().Reset(); // installs its class factory, which fakewin::Reset removes
     fakeffmpeg::Script().Reset();
     LogRecorder::Instance().Clear();
 }

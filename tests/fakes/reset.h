@@ -1,9 +1,10 @@
-// The start of a test on the fakes.
+// Resets the fakes at the start of a test.
 #pragma once
 
 namespace fakes {
 
-// Forgets endpoints, scripted faults, counted calls and log lines; driven time starts anew.
+// Clears the endpoints, scripted faults, call counts, violations and log lines. The simulated clock
+// continues.
 void ResetAll();
 
 } // namespace fakes

@@ -1,20 +1,22 @@
-// How the sanitizer builds judge leaks; without a sanitizer nobody calls these.
+// Options of the sanitizer builds. Other builds do not call these functions.
 
 #define VELTO_CALLED_BY_SANITIZER extern "C" __attribute__((visibility("default"), used))
 
-// FFmpeg's libraries keep no frame pointers: the suppressions below need the slow unwinder.
+// FFmpeg's libraries have no frame pointers, so the suppressions below need the slow unwinder.
 VELTO_CALLED_BY_SANITIZER const char *__asan_default_options()
 {
     return "fast_unwind_on_malloc=0";
 }
 
-// What the module gives up by design, each by the function that allocates it:
-//   StartTrack          the decoders' contexts, when the speakers start again after an idle release;
-//                       tests of a decoder alone free what it replaces
-//   InitPlayThread      the renderers' converters, then, too; the same for tests of a renderer
+// Known leaks of the module, by the function that allocates:
+//   StartTrack          the decoders' contexts, when the speakers start again after an idle release. Tests
+//   that
+//                       use a decoder directly free them.
+//   InitPlayThread      the renderers' converters, when the speakers start again. Tests that use a renderer
+//                       directly free them.
 //   PostAudioData       the blocks that are still queued when the module is unloaded
-//   NewRecord           the records of encoded packets, which outlive their queue so that a reader
-//                       may still look at one; not their buffers
+//   NewRecord           the records of encoded packets, which outlive their queue because a reader may still
+//                       access one. Their buffers are freed.
 VELTO_CALLED_BY_SANITIZER const char *__lsan_default_suppressions()
 {
     return "leak:StartTrack\n"

@@ -1,4 +1,4 @@
-// An encoder with a packet and a frame that suit it.
+// Fixture: an encoder with a packet and a frame of the right size.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include "aac_round_trip.h"
 #include "codec/aac_encoder.h"
 #include "log_lines.h"
+#include "reset.h"
 #include "tests/fakes/fake_ffmpeg.h"
 
 namespace velto_test {
@@ -17,8 +18,7 @@ class AacEncoder : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        Recorded().Clear();
-        fakeffmpeg::Script().Reset();
+        fakes::ResetAll();
         ASSERT_TRUE(packet.AllocBuffer(1536, false));
         ASSERT_TRUE(frame.AllocBuffer(48000, aacFrameLength, 3, PCMFormat::S16));
         frame.fillCount = aacFrameLength;
@@ -32,7 +32,7 @@ protected:
     int32_t Encode() { return encoder.Encode(&frame, &packet); }
     int32_t Drain() { return encoder.Encode(nullptr, &packet); }
 
-    // Two frames in, the first packet out.
+    // The second frame returns the first packet.
     void ExpectWorks()
     {
         EXPECT_EQ(Encode(), 0);
@@ -41,14 +41,24 @@ protected:
 
     void ExpectRefused(const EncodeParam &param, const std::wstring &line)
     {
-        Recorded().Clear();
+        ClearLog();
         frameLength = maxPacketSize = 99;
         EXPECT_FALSE(Open(param));
         EXPECT_EQ(frameLength, 0U);
         EXPECT_EQ(maxPacketSize, 0U);
-        ExpectLine(LOG_LEVEL_ERROR, line, "?"); // to the library's own channel alone
+        ExpectLine(errorLevel, line, "?"); // written to the library's own channel only
         EXPECT_EQ(Recorded().Channels(), std::vector<std::string>{"AACEncoder"});
         EXPECT_LT(Encode(), 0);
+    }
+
+    void ExpectFieldRefused(uint32_t EncodeParam::*field, const std::wstring &name,
+                            const std::vector<uint32_t> &values)
+    {
+        for (const uint32_t value : values) {
+            EncodeParam param = StereoParam();
+            param.*field = value;
+            ExpectRefused(param, L"Initialize: " + name + L" cannot be " + std::to_wstring(value));
+        }
     }
 
     AACEncoder encoder;

@@ -1,4 +1,4 @@
-// What the encoder makes of frames, packets and calls that it cannot serve, and its configuration.
+// Frames, packets and calls that the encoder refuses, and its decoder info.
 #include "codec/aac_encoder.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ TEST_F(AacEncoder, RefusesTooSmallPacketAndContinues)
     EXPECT_LT(encoder.Encode(&frame, &other), 0);
     ASSERT_TRUE(other.AllocBuffer(1535, false));
     EXPECT_LT(encoder.Encode(&frame, &other), 0);
-    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // nor did draining begin
+    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // does not start draining
     ExpectWorks();
 }
 
@@ -48,9 +48,9 @@ TEST_F(AacEncoder, DropsPacketAboveMaximumSizeAndContinues)
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_receive_packet, 1537);
     EXPECT_LT(Encode(), 0);
     EXPECT_EQ(packet.size, 0U);
-    ExpectLine(LOG_LEVEL_ERROR, L"Encode: a packet of 1537 bytes exceeds 1536", "?");
+    ExpectLine(errorLevel, L"Encode: a packet of 1537 bytes exceeds 1536", "?");
     EXPECT_GT(Encode(), 0);
-    EXPECT_EQ(packet.timeStamp, 1024); // behind the one that is missing
+    EXPECT_EQ(packet.timeStamp, 1024); // follows the dropped packet
 }
 
 TEST_F(AacEncoder, ReturnsPacketOfExactlyMaximumSize)
@@ -89,12 +89,12 @@ TEST_F(AacEncoder, RefusesFillCountAboveFrameOrBufferLength)
 {
     ASSERT_TRUE(Open());
     ASSERT_TRUE(frame.AllocBuffer(48000, 2048, 3, PCMFormat::S16));
-    frame.fillCount = 2048; // in its own buffer, but not the encoder's
+    frame.fillCount = 2048; // fits the frame's buffer, but exceeds the encoder's frame length
     EXPECT_LT(Encode(), 0);
     frame.fillCount = 1024;
     EXPECT_EQ(Encode(), 0);
     ASSERT_TRUE(frame.AllocBuffer(48000, 512, 3, PCMFormat::S16));
-    frame.fillCount = 513; // in the encoder's, but not in its own buffer
+    frame.fillCount = 513; // below the encoder's frame length, but exceeds the frame's buffer
     EXPECT_LT(Encode(), 0);
 }
 
@@ -111,7 +111,7 @@ TEST_F(AacEncoder, FailsToEncodeOrDrainWhileNotOpen)
     EXPECT_LT(Drain(), 0);
 }
 
-// --- The decoder's configuration ---------------------------------------------------------------
+// --- The decoder info --------------------------------------------------------------------------
 
 TEST_F(AacEncoder, DescribesTypeRateAndChannelsInDecoderInfo)
 {

@@ -1,4 +1,4 @@
-// What the encoder makes of sound: encoded, decoded, compared.
+// Sound quality: encodes, decodes and compares.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 using namespace velto_test;
 
 constexpr size_t oneSecond = 48000;
-constexpr size_t stereoUnitBytes = 1536; // the most that two channels may take
+constexpr size_t stereoUnitBytes = 1536; // the maximum of two channels
 constexpr size_t monoUnitBytes = 768;
 
 size_t LargestUnit(const std::vector<EncodedUnit> &units)

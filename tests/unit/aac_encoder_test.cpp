@@ -1,4 +1,4 @@
-// What the encoder promises to its caller: parameters, results, time stamps.
+// The encoder's parameters, results and time stamps.
 #include "codec/aac_encoder.h"
 
 #include <gtest/gtest.h>
@@ -23,36 +23,16 @@ TEST_F(AacEncoder, ReportsFrameLengthAndMaximumPacketSize)
     ASSERT_TRUE(Open(MonoParam()));
     EXPECT_EQ(frameLength, 1024U);
     EXPECT_EQ(maxPacketSize, 768U);
-    EXPECT_TRUE(Recorded().Entries().empty());
+    EXPECT_TRUE(Log().empty());
 }
 
 TEST_F(AacEncoder, NamesEachRefusedField)
 {
-    EncodeParam param = StereoParam();
-    for (const uint32_t rateHz : {0U, 1U, 47999U, 192000U, 0xFFFFFFFFU}) {
-        param.sampleRateHz = rateHz;
-        ExpectRefused(param, L"Initialize: sampleRateHz cannot be " + std::to_wstring(rateHz));
-    }
-    param = StereoParam();
-    for (const uint32_t code : {0U, 1U, 2U, 5U, 0xFFFFFFFFU}) {
-        param.channelCode = code;
-        ExpectRefused(param, L"Initialize: channelCode cannot be " + std::to_wstring(code));
-    }
-    param = StereoParam();
-    for (const uint32_t bitRate : {0U, 576001U, 0xFFFFFFFFU}) {
-        param.bitRate = bitRate;
-        ExpectRefused(param, L"Initialize: bitRate cannot be " + std::to_wstring(bitRate));
-    }
-    param = StereoParam();
-    for (const uint32_t format : {0U, 2U, 0xFFFFFFFFU}) {
-        param.pcmFormat = format;
-        ExpectRefused(param, L"Initialize: pcmFormat cannot be " + std::to_wstring(format));
-    }
-    param = StereoParam();
-    for (const uint32_t type : {0U, 1U, 5U, 0xFFFFFFFFU}) {
-        param.objectType = type;
-        ExpectRefused(param, L"Initialize: objectType cannot be " + std::to_wstring(type));
-    }
+    ExpectFieldRefused(&EncodeParam::sampleRateHz, L"sampleRateHz", {0U, 1U, 47999U, 192000U, 0xFFFFFFFFU});
+    ExpectFieldRefused(&EncodeParam::channelCode, L"channelCode", {0U, 1U, 2U, 5U, 0xFFFFFFFFU});
+    ExpectFieldRefused(&EncodeParam::bitRate, L"bitRate", {0U, 576001U, 0xFFFFFFFFU});
+    ExpectFieldRefused(&EncodeParam::pcmFormat, L"pcmFormat", {0U, 2U, 0xFFFFFFFFU});
+    ExpectFieldRefused(&EncodeParam::objectType, L"objectType", {0U, 1U, 5U, 0xFFFFFFFFU});
 }
 
 TEST_F(AacEncoder, LimitsBitRateByChannelCount)
@@ -103,11 +83,11 @@ TEST_F(AacEncoder, FailsToOpenWhenFFmpegCallFails)
 TEST_F(AacEncoder, ReopensWithOtherChannelCount)
 {
     ASSERT_TRUE(Open(MonoParam()));
-    EXPECT_LT(Encode(), 0); // two channels for one
+    EXPECT_LT(Encode(), 0); // a stereo frame for a mono encoder
     ASSERT_TRUE(Open(StereoParam()));
     ExpectWorks();
     ASSERT_TRUE(Open(StereoParam()));
-    ExpectWorks(); // starts from the beginning
+    ExpectWorks(); // the second opening starts a new stream
 }
 
 TEST_F(AacEncoder, ClosesWhenParametersAreRefused)
@@ -155,7 +135,7 @@ TEST_F(AacEncoder, DrainsRemainingPacketsThenReturnsZero)
     while (Drain() > 0) {
         ++packets;
     }
-    EXPECT_EQ(packets, 6); // five frames and what stands before the sound
+    EXPECT_EQ(packets, 6); // the priming and five frames
     EXPECT_EQ(Drain(), 0);
 }
 

@@ -1,26 +1,13 @@
 #include "aac_frames.h"
 
 #include <cmath>
-#include <memory>
 #include <numbers>
 #include <stdexcept>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
+#include "ffmpeg_pointers.h"
 
 namespace velto_test {
 namespace {
-
-struct FreeContext {
-    void operator()(AVCodecContext *context) const { avcodec_free_context(&context); }
-};
-struct FreeFrame {
-    void operator()(AVFrame *frame) const { av_frame_free(&frame); }
-};
-struct FreePacket {
-    void operator()(AVPacket *packet) const { av_packet_free(&packet); }
-};
 
 void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacFrame> &units)
 {
@@ -35,7 +22,7 @@ void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacFrame> &uni
 std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
 {
     const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-    std::unique_ptr<AVCodecContext, FreeContext> encoder(avcodec_alloc_context3(codec));
+    const CodecContextPointer encoder(avcodec_alloc_context3(codec));
     av_channel_layout_default(&encoder->ch_layout, channels);
     encoder->sample_rate = 48000;
     encoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
@@ -43,8 +30,8 @@ std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
     if (avcodec_open2(encoder.get(), codec, nullptr) < 0) {
         throw std::runtime_error("no AAC encoder");
     }
-    std::unique_ptr<AVFrame, FreeFrame> frame(av_frame_alloc());
-    std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
+    const FramePointer frame(av_frame_alloc());
+    const PacketPointer packet(av_packet_alloc());
     std::vector<AacFrame> units;
     int64_t position = 0;
     while (static_cast<int>(units.size()) < frames) {

@@ -1,4 +1,4 @@
-// Real AAC frames for tests, made by FFmpeg's encoder.
+// AAC frames for tests, encoded by FFmpeg.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@ namespace velto_test {
 
 using AacFrame = std::vector<uint8_t>;
 
-// Raw AAC-LC access units of a sine tone at 48000 Hz; `channels` 1 or 2. The first units hold the
-// encoder's priming.
+// Raw AAC-LC access units of a sine tone at 48000 Hz; `channels` 1 or 2. The first
+// unit is the encoder's priming.
 std::vector<AacFrame> EncodeTone(int frames, int channels = 2, double frequencyHz = 440.0);
 
 } // namespace velto_test

@@ -4,28 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <numbers>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavutil/mem.h>
-}
 
 namespace velto_test {
 namespace {
 
 constexpr uint32_t unitCapacity = 1536;
-
-struct FreeContext {
-    void operator()(AVCodecContext *context) const { avcodec_free_context(&context); }
-};
-struct FreeFrame {
-    void operator()(AVFrame *frame) const { av_frame_free(&frame); }
-};
-struct FreePacket {
-    void operator()(AVPacket *packet) const { av_packet_free(&packet); }
-};
 
 std::vector<uint8_t> ConfigFor(const EncodeParam &param)
 {
@@ -40,7 +24,8 @@ std::vector<uint8_t> ConfigFor(const EncodeParam &param)
     return config;
 }
 
-int32_t Keep(int32_t result, const AVEncodePacket &packet, std::vector<EncodedUnit> &units)
+// Appends the packet of a successful Encode.
+int32_t AppendUnit(int32_t result, const AVEncodePacket &packet, std::vector<EncodedUnit> &units)
 {
     EXPECT_EQ(packet.size, static_cast<uint32_t>(std::max(result, 0)));
     if (result > 0) {
@@ -86,7 +71,7 @@ int32_t EncodeSamples(AACEncoder &encoder, const int16_t *pcm, size_t samples, u
     EXPECT_TRUE(packet.AllocBuffer(unitCapacity, false));
     std::copy_n(pcm, samples * frame.channelCount, frame.samples);
     frame.fillCount = static_cast<uint32_t>(samples);
-    return Keep(encoder.Encode(&frame, &packet), packet, units);
+    return AppendUnit(encoder.Encode(&frame, &packet), packet, units);
 }
 
 bool DrainEncoder(AACEncoder &encoder, std::vector<EncodedUnit> &units)
@@ -95,7 +80,7 @@ bool DrainEncoder(AACEncoder &encoder, std::vector<EncodedUnit> &units)
     EXPECT_TRUE(packet.AllocBuffer(unitCapacity, false));
     int32_t result = 0;
     do {
-        result = Keep(encoder.Encode(nullptr, &packet), packet, units);
+        result = AppendUnit(encoder.Encode(nullptr, &packet), packet, units);
     } while (result > 0);
     return result == 0;
 }
@@ -120,44 +105,21 @@ std::vector<EncodedUnit> EncodePcm(const EncodeParam &param, const Pcm &pcm)
 
 std::vector<float> DecodeUnits(const EncodeParam &param, const std::vector<EncodedUnit> &units)
 {
-    const std::vector<uint8_t> config = ConfigFor(param);
-    const AVCodec *codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
-    const std::unique_ptr<AVCodecContext, FreeContext> decoder(avcodec_alloc_context3(codec));
-    decoder->extradata = static_cast<uint8_t *>(av_mallocz(config.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-    std::copy(config.begin(), config.end(), decoder->extradata);
-    decoder->extradata_size = static_cast<int>(config.size());
-    EXPECT_EQ(avcodec_open2(decoder.get(), codec, nullptr), 0);
-    const std::unique_ptr<AVFrame, FreeFrame> frame(av_frame_alloc());
-    const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
-    std::vector<float> pcm;
+    AacSound sound(ConfigFor(param));
     for (const EncodedUnit &unit : units) {
-        EXPECT_EQ(av_new_packet(packet.get(), static_cast<int>(unit.bytes.size())), 0);
-        std::copy(unit.bytes.begin(), unit.bytes.end(), packet->data);
-        EXPECT_EQ(avcodec_send_packet(decoder.get(), packet.get()), 0);
-        av_packet_unref(packet.get());
-        while (avcodec_receive_frame(decoder.get(), frame.get()) == 0) {
-            for (int i = 0; i < frame->nb_samples; ++i) {
-                for (int channel = 0; channel < frame->ch_layout.nb_channels; ++channel) {
-                    pcm.push_back(reinterpret_cast<const float *>(frame->extended_data[channel])[i]);
-                }
-            }
-        }
+        sound.Add(unit.bytes.data(), static_cast<uint32_t>(unit.bytes.size()));
     }
-    return pcm;
+    return sound.Samples();
 }
 
 double SignalToNoiseDb(const Pcm &sent, const std::vector<float> &decoded, uint32_t channels)
 {
-    const size_t before = size_t{aacFrameLength} * channels;
-    EXPECT_GE(decoded.size(), before + sent.size());
-    double signal = 0;
-    double noise = 0;
-    for (size_t i = 0; i < sent.size() && before + i < decoded.size(); ++i) {
-        const double value = sent[i] / 32768.0;
-        signal += value * value;
-        noise += (value - decoded[before + i]) * (value - decoded[before + i]);
+    EXPECT_GE(decoded.size(), size_t{aacFrameLength} * channels + sent.size());
+    std::vector<float> source;
+    for (const int16_t value : sent) {
+        source.push_back(static_cast<float>(value) / 32768.0F);
     }
-    return 10 * std::log10(signal / noise);
+    return SignalToNoiseDb(source, decoded, channels);
 }
 
 } // namespace velto_test

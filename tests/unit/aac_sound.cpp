@@ -6,67 +6,52 @@
 #include <cmath>
 
 extern "C" {
-#include <libavcodec/avcodec.h>
+#include <libavutil/mem.h>
 }
 
 namespace velto_test {
-namespace {
 
-constexpr size_t primingValues = 2048; // 1024 samples of two channels
-
-} // namespace
-
-AacSound::AacSound()
-    : m_decoder(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_AAC))),
-      m_frame(av_frame_alloc()),
-      m_packet(av_packet_alloc())
+AacSound::AacSound(const std::vector<uint8_t> &config)
+    : m_decoder(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_AAC)))
 {
-    static const uint8_t config[] = {0x11, 0x90}; // AAC-LC, 48000 Hz, two channels
-    m_decoder->extradata = static_cast<uint8_t *>(av_mallocz(sizeof config + AV_INPUT_BUFFER_PADDING_SIZE));
-    std::copy(std::begin(config), std::end(config), m_decoder->extradata);
-    m_decoder->extradata_size = sizeof config;
-    EXPECT_EQ(avcodec_open2(m_decoder, nullptr, nullptr), 0);
-}
-
-AacSound::~AacSound()
-{
-    av_packet_free(&m_packet);
-    av_frame_free(&m_frame);
-    avcodec_free_context(&m_decoder);
+    m_decoder->extradata = static_cast<uint8_t *>(av_mallocz(config.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::copy(config.begin(), config.end(), m_decoder->extradata);
+    m_decoder->extradata_size = static_cast<int>(config.size());
+    EXPECT_EQ(avcodec_open2(m_decoder.get(), nullptr, nullptr), 0);
+    m_channels = m_decoder->ch_layout.nb_channels;
 }
 
 void AacSound::Add(const uint8_t *data, uint32_t size)
 {
-    ASSERT_EQ(av_new_packet(m_packet, static_cast<int>(size)), 0);
+    ASSERT_EQ(av_new_packet(m_packet.get(), static_cast<int>(size)), 0);
     std::copy(data, data + size, m_packet->data);
-    const int sent = avcodec_send_packet(m_decoder, m_packet);
-    av_packet_unref(m_packet);
+    const int sent = avcodec_send_packet(m_decoder.get(), m_packet.get());
+    av_packet_unref(m_packet.get());
     ASSERT_EQ(sent, 0);
-    ASSERT_EQ(avcodec_receive_frame(m_decoder, m_frame), 0);
-    ASSERT_EQ(m_frame->ch_layout.nb_channels, 2);
-    const auto *left = reinterpret_cast<const float *>(m_frame->data[0]);
-    const auto *right = reinterpret_cast<const float *>(m_frame->data[1]);
+    ASSERT_EQ(avcodec_receive_frame(m_decoder.get(), m_frame.get()), 0);
+    ASSERT_EQ(m_frame->ch_layout.nb_channels, m_channels);
     for (int i = 0; i < m_frame->nb_samples; ++i) {
-        m_samples.push_back(left[i]);
-        m_samples.push_back(right[i]);
+        for (int channel = 0; channel < m_channels; ++channel) {
+            m_samples.push_back(reinterpret_cast<const float *>(m_frame->extended_data[channel])[i]);
+        }
     }
-}
-
-std::vector<float> AacSound::Samples() const
-{
-    return {m_samples.begin() + static_cast<std::ptrdiff_t>(std::min(primingValues, m_samples.size())),
-            m_samples.end()};
 }
 
 double AacSound::SignalToNoiseDb(const std::vector<float> &source) const
 {
-    const std::vector<float> samples = Samples();
-    const size_t count = std::min(samples.size(), source.size());
+    return velto_test::SignalToNoiseDb(source, m_samples, static_cast<uint32_t>(m_channels));
+}
+
+double SignalToNoiseDb(const std::vector<float> &source, const std::vector<float> &decoded, uint32_t channels)
+{
+    const size_t priming = size_t{aacFrameLength} * channels;
+    EXPECT_GT(decoded.size(), priming);
     double signal = 0;
     double noise = 0;
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < source.size() && priming + i < decoded.size(); ++i) {
+        const double difference = double{decoded[priming + i]} - source[i];
         signal += double{source[i]} * source[i];
-        noise += (double{samples[i]} - source[i]) * (double{samples[i]} - source[i]);
+        noise += difference * difference;
     }
     return 10 * std::log10(signal / (noise + 1e-12));
 }

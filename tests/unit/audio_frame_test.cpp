@@ -36,7 +36,8 @@ TEST(AudioFrame, IsSilentAndEmptyAfterEachAllocation)
         ASSERT_TRUE(frame.AllocBuffer(48000, length, 3, PCMFormat::S16));
         EXPECT_EQ(frame.fillCount, 0U);
         EXPECT_TRUE(std::all_of(frame.samples, frame.samples + length * 2, [](int16_t s) { return s == 0; }));
-        std::fill_n(frame.samples, length * 2, std::numeric_limits<int16_t>::max()); // all inside
+        std::fill_n(frame.samples, length * 2,
+                    std::numeric_limits<int16_t>::max()); // a write past the end is reported
         frame.fillCount = length;
     }
 }

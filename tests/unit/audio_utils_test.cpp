@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "reset.h"
 #include "tests/fakes/fake_windows.h"
 
 namespace {
@@ -14,7 +15,7 @@ using fakewin::Call;
 
 class ComLoading : public ::testing::Test {
 protected:
-    void SetUp() override { fakewin::Reset(); }
+    void SetUp() override { fakes::ResetAll(); }
     void TearDown() override
     {
         EXPECT_EQ(fakewin::OpenApartments(), 0);

@@ -24,7 +24,7 @@ TEST(EncodePacket, AllocatesAndReleasesBufferRepeatedly)
     for (const uint32_t capacity : {1U, 1536U, 100U}) {
         ASSERT_TRUE(packet.AllocBuffer(capacity, false));
         EXPECT_EQ(packet.Capacity(), capacity);
-        std::fill_n(packet.data, capacity, uint8_t{1}); // all inside
+        std::fill_n(packet.data, capacity, uint8_t{1}); // a write past the end is reported
     }
     packet.size = 100;
     packet.ReleaseBuffer();
@@ -68,7 +68,7 @@ TEST(EncodePacket, HasNoBufferWithoutMemoryOrSize)
     EXPECT_EQ(packet.data, nullptr);
 }
 
-// A packet's time stamp is rescaled while its reader may already be giving the packet back.
+// The capture thread rescales the time stamp while the reader may already release the packet.
 TEST(EncodePacket, KeepsTimeStampWhenBufferIsReleased)
 {
     AVEncodePacket packet;
@@ -96,7 +96,6 @@ TEST(PacketTimeStamp, IsRoundedToNearestUnit)
     EXPECT_EQ(Rescaled(7, 48000, 48000), 7);
 }
 
-// A year of samples, in microseconds.
 TEST(PacketTimeStamp, DoesNotOverflowWithinOneYear)
 {
     constexpr int64_t seconds = 365LL * 24 * 3600;

@@ -1,4 +1,4 @@
-// The capture thread's loop: packets in, frames encoded, packets out.
+// The capture thread's loop, from the microphone's packets to encoded packets.
 #include "capture_fixture.h"
 
 #include <algorithm>
@@ -19,29 +19,20 @@ constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
 
 class CaptureLoop : public CaptureTest {
 protected:
-    // Has the loop take what was delivered, and end; as if the capture had been prepared with
-    // packets of `bits` and `channels` at `rateHz` waiting.
-    void Run()
-    {
-        Open();
-        EXPECT_TRUE(Eventually([&] { return EmptyAgain(); }));
-    }
-    // All packets are taken, and the last one is dealt with.
-    bool EmptyAgain() { return audio.Count(Method::CaptureGetBuffer) > static_cast<int>(released()) + 1; }
-    size_t released() { return audio.ReleasedFrames().size(); }
+    size_t ReleasedPackets() { return audio.ReleasedFrames().size(); }
 
-    // The values of the frame being filled.
+    // The samples in the frame that the loop is filling.
     std::vector<int16_t> Filled()
     {
         const AudioFrame &frame = probe.Frame();
         return {frame.samples, frame.samples + size_t{frame.fillCount} * frame.channelCount};
     }
-    // Ends the threads but keeps the frame for a look at it: the loop alone, on this thread.
-    void RunLoopHere();
+    // Opens the stream and runs the loop on this thread, which keeps the frame for inspection. Ends the loop
+    // after it has read the delivered packets and then found the buffer empty `emptyPasses` times.
+    void RunLoopOnThisThread(int emptyPasses = 1);
 };
 
-// Opens the stream here and runs the loop until the packets are through.
-void CaptureLoop::RunLoopHere()
+void CaptureLoop::RunLoopOnThisThread(int emptyPasses)
 {
     fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     ASSERT_EQ(probe.InitAudioEncoder(), 0);
@@ -52,7 +43,7 @@ void CaptureLoop::RunLoopHere()
     probe.SetStopped(false);
     const int packets = static_cast<int>(Microphone().packets.size());
     audio.Before(
-        Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, packets + 1);
+        Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, packets + emptyPasses);
     probe.LoopGetAudioBuffer(captureClient, volume);
     captureClient->Release();
     client->Release();
@@ -71,7 +62,7 @@ TEST_F(CaptureLoop, DoesNothingWithoutInterfaces)
 TEST_F(CaptureLoop, ConvertsPacketToSixteenBitSamples)
 {
     audio.Deliver(FloatPacket({1.0F, -1.0F, 0.5F, -0.5F, 2.0F, -2.0F, 0.0F, 0.25F}));
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(Filled(), (std::vector<int16_t>{32767, -32767, 16383, -16383, 32767, -32767, 0, 8191}));
     probe.Teardown();
 }
@@ -80,7 +71,7 @@ TEST_F(CaptureLoop, LimitsInfinityAndTurnsNanIntoSilence)
 {
     const float infinity = std::numeric_limits<float>::infinity();
     audio.Deliver(FloatPacket({std::nanf(""), infinity, -infinity, 0.0F}));
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(Filled(), (std::vector<int16_t>{0, 32767, -32767, 0}));
     probe.Teardown();
 }
@@ -95,9 +86,9 @@ TEST_F(CaptureLoop, EncodesFrameExactlyWhenFull)
     }
     ASSERT_EQ(total, 5120U);
     audio.Deliver(QuietPacket(7));
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(probe.Frame().fillCount, 7U);
-    // The encoder holds back the first frame.
+    // The encoder returns the first packet with the second frame.
     EXPECT_EQ(probe.Packets().DataCount(), 4);
     EXPECT_EQ(audio.ReleasedFrames().size(), sizes.size() + 1);
     probe.Teardown();
@@ -108,17 +99,17 @@ TEST_F(CaptureLoop, ReadsAllWaitingPacketsWithoutSleeping)
     for (int packet = 0; packet < 20; ++packet) {
         audio.Deliver(QuietPacket(480));
     }
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(fakewin::Waits()[0], (fakewin::WaitRecord{fakewin::Call::Sleep, nullptr, 10}));
     EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep),
-              2); // before the pass, and before the look that ends the test
+              2); // one before the pass that reads the packets, one before the empty pass
     probe.Teardown();
 }
 
 TEST_F(CaptureLoop, LogsEmptyBuffer)
 {
-    RunLoopHere();
-    ExpectLine(errorLevel, L"Capture audio frame failed! err=0x08890001", loopTag);
+    RunLoopOnThisThread(3);
+    ExpectLine(errorLevel, L"Capture audio frame failed! err=0x08890001", loopTag, 3);
     probe.Teardown();
 }
 
@@ -127,7 +118,7 @@ TEST_F(CaptureLoop, LogsFailedGetBufferAndContinues)
     audio.Deliver(QuietPacket(480));
     audio.Fail(Method::CaptureGetBuffer, AUDCLNT_E_BUFFER_ERROR);
     Open();
-    EXPECT_TRUE(Eventually([&] { return released() == 1; }));
+    EXPECT_TRUE(Eventually([&] { return ReleasedPackets() == 1; }));
     ExpectLine(errorLevel, L"Capture audio frame failed! err=0x88890018", loopTag);
 }
 
@@ -151,7 +142,7 @@ TEST_F(CaptureLoop, LogsFailedReleaseBufferAndContinues)
     audio.Deliver(QuietPacket(480));
     Open();
     EXPECT_TRUE(AwaitLine(L"ReleaseBuffer Capture audio data failed! err=0x88890010", loopTag));
-    EXPECT_TRUE(Eventually([&] { return released() == 2; }));
+    EXPECT_TRUE(Eventually([&] { return ReleasedPackets() == 2; }));
 }
 
 TEST_F(CaptureLoop, LogsFailedPacketSizeAndContinues)
@@ -161,7 +152,7 @@ TEST_F(CaptureLoop, LogsFailedPacketSizeAndContinues)
     audio.Deliver(QuietPacket(480));
     Open();
     EXPECT_TRUE(AwaitLine(L"Get next audio packet size failed! err=0x88890010", loopTag));
-    EXPECT_TRUE(Eventually([&] { return released() == 2; }));
+    EXPECT_TRUE(Eventually([&] { return ReleasedPackets() == 2; }));
 }
 
 TEST_F(CaptureLoop, DropsAndLogsEachPacketOfMutedMicrophone)
@@ -170,14 +161,14 @@ TEST_F(CaptureLoop, DropsAndLogsEachPacketOfMutedMicrophone)
     for (int packet = 0; packet < 10; ++packet) {
         audio.Deliver(QuietPacket(1024));
     }
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(probe.Packets().DataCount(), 0);
     EXPECT_EQ(probe.Frame().fillCount, 0U);
     EXPECT_EQ(audio.ReleasedFrames(), std::vector<UINT32>(10, 1024));
     int lines = 0;
     for (const LogEntry &entry : fakes::LogRecorder::Instance().Entries()) {
         if (entry.text == L"Audio device is disabled") {
-            EXPECT_EQ(entry.tag, "?"); // the channel alone
+            EXPECT_EQ(entry.tag, "?"); // written to the channel only
             EXPECT_EQ(entry.level, errorLevel);
             ++lines;
         }
@@ -191,7 +182,7 @@ TEST_F(CaptureLoop, DropsSilentPacketAndKeepsFrameFill)
     audio.Deliver(QuietPacket(300));
     audio.Deliver(QuietPacket(480, AUDCLNT_BUFFERFLAGS_SILENT));
     audio.Deliver(QuietPacket(100, AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(probe.Frame().fillCount, 400U);
     probe.Teardown();
 }
@@ -201,7 +192,7 @@ TEST_F(CaptureLoop, TreatsUnreadableMuteStateAsNotMuted)
     audio.Fail(Method::GetMute, E_FAIL);
     Microphone().muted = TRUE;
     audio.Deliver(QuietPacket(100));
-    RunLoopHere();
+    RunLoopOnThisThread();
     EXPECT_EQ(probe.Frame().fillCount, 100U);
     probe.Teardown();
 }
@@ -210,7 +201,7 @@ TEST_F(CaptureLoop, LogsAndDropsPacketWithoutData)
 {
     audio.Deliver(QuietPacket(100));
     audio.Fail(Method::CaptureGetBuffer, fakes::nullResult);
-    RunLoopHere();
+    RunLoopOnThisThread();
     ExpectLine(errorLevel, L"Error while converting", convertTag);
     EXPECT_EQ(probe.Frame().fillCount, 0U);
     EXPECT_EQ(audio.ReleasedFrames(), std::vector<UINT32>{100});
@@ -228,7 +219,7 @@ TEST_P(CaptureConversionFault, IsLoggedAndDropsOnlyItsPacket)
     fakeffmpeg::Script().Fail(GetParam().call, -12);
     audio.Deliver(QuietPacket(100));
     audio.Deliver(QuietPacket(30));
-    RunLoopHere();
+    RunLoopOnThisThread();
     ExpectLine(errorLevel, GetParam().line, convertTag);
     EXPECT_EQ(probe.Frame().fillCount, 30U);
     EXPECT_EQ(audio.ReleasedFrames(), (std::vector<UINT32>{100, 30}));
@@ -246,22 +237,22 @@ INSTANTIATE_TEST_SUITE_P(Faults, CaptureConversionFault,
 TEST_F(CaptureLoop, LogsFailedAllocationForEmptyPacket)
 {
     audio.Deliver(QuietPacket(0));
-    RunLoopHere();
+    RunLoopOnThisThread();
     ExpectLine(errorLevel, L"Could not allocate destination samples", convertTag);
     probe.Teardown();
 }
 
-// Narrow samples are read as floats, as the engine's are; of the bytes that are there each is read
-// at most once, and nothing beyond them.
+// The loop reads all samples as floats. Narrow samples give fewer floats than values: each byte is read at
+// most once, none past the end, and the rest is silence.
 TEST_F(CaptureLoop, ReadsNarrowSamplesAsFloatsWithinTheirBuffer)
 {
     for (const uint16_t bits : {8, 16}) {
         Microphone().mixFormat.bits = bits;
         CapturedPacket packet;
         packet.frames = 400;
-        packet.data.resize(size_t{400} * 2 * bits / 8, 0x3F); // as floats: 0.747
+        packet.data.resize(size_t{400} * 2 * bits / 8, 0x3F); // 0.747 as a float
         audio.Deliver(packet);
-        RunLoopHere();
+        RunLoopOnThisThread();
         const std::vector<int16_t> filled = Filled();
         ASSERT_EQ(filled.size(), 800U);
         const size_t floats = packet.data.size() / 4;
@@ -284,12 +275,12 @@ TEST_F(CaptureLoop, ConvertsMonoAt16000HzToStereoAt48000Hz)
                                    tone.begin() + static_cast<std::ptrdiff_t>(at) + 160},
                                   1));
     }
-    RunLoopHere();
+    RunLoopOnThisThread();
     const std::vector<int16_t> filled = Filled();
     for (size_t i = 0; i < filled.size(); i += 2) {
         ASSERT_EQ(filled[i], filled[i + 1]);
     }
-    // 48000 frames less the converter's delay: 46 full frames, of which the encoder holds one.
+    // 48000 samples less the converter's delay make 46 full frames. The encoder's delay leaves 45 packets.
     EXPECT_EQ(probe.Packets().DataCount(), 45);
     probe.Teardown();
 }
@@ -298,14 +289,14 @@ TEST_F(CaptureLoop, ConvertsMonoAt16000HzToStereoAt48000Hz)
 
 TEST_F(CaptureLoop, ProducesPacketsThatDecodeToMicrophoneSound)
 {
-    std::vector<float> heard(size_t{48000} * 2);
-    for (size_t i = 0; i < heard.size() / 2; ++i) {
-        heard[2 * i] = 0.4F * std::sin(static_cast<float>(i) * 0.6F);
-        heard[2 * i + 1] = 0.3F * std::sin(static_cast<float>(i) * 0.37F);
+    std::vector<float> tone(size_t{48000} * 2);
+    for (size_t i = 0; i < tone.size() / 2; ++i) {
+        tone[2 * i] = 0.4F * std::sin(static_cast<float>(i) * 0.6F);
+        tone[2 * i + 1] = 0.3F * std::sin(static_cast<float>(i) * 0.37F);
     }
-    for (size_t at = 0; at < heard.size(); at += 960) {
-        audio.Deliver(FloatPacket({heard.begin() + static_cast<std::ptrdiff_t>(at),
-                                   heard.begin() + static_cast<std::ptrdiff_t>(at) + 960}));
+    for (size_t at = 0; at < tone.size(); at += 960) {
+        audio.Deliver(FloatPacket({tone.begin() + static_cast<std::ptrdiff_t>(at),
+                                   tone.begin() + static_cast<std::ptrdiff_t>(at) + 960}));
     }
     Open();
     AacSound sound;
@@ -314,8 +305,8 @@ TEST_F(CaptureLoop, ProducesPacketsThatDecodeToMicrophoneSound)
         ASSERT_GT(size, 0U) << packet;
         sound.Add(buffer.data(), size);
     }
-    // What the codec loses; a shift by one sample alone would leave 8 dB.
-    EXPECT_GT(sound.SignalToNoiseDb(heard), 18.0);
+    // The codec alone stays above 18 dB. A shift by one sample would leave 8 dB.
+    EXPECT_GT(sound.SignalToNoiseDb(tone), 18.0);
 }
 
 TEST_F(CaptureLoop, StopsCaptureWhenEncoderFails)
@@ -382,7 +373,7 @@ TEST_F(CaptureLoop, RescalesTimeStampsToMicroseconds)
         ASSERT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));
     }
     ASSERT_EQ(probe.Packets().DataCount(), 2);
-    // The encoder's priming comes before time 0.
+    // The encoder's priming has negative time stamps.
     EXPECT_EQ(probe.Packets().PopData()->timeStamp, -21333);
     EXPECT_EQ(probe.Packets().PopData()->timeStamp, 0);
     probe.Teardown();
@@ -393,12 +384,12 @@ TEST_F(CaptureLoop, BlocksOnFullQueueUntilHostReadsAgain)
     Microphone().source = [] { return QuietPacket(480); };
     Open();
     ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
-    // It may have been on its way to the next frame of 1024 samples, which finds no free packet.
-    constexpr int packetsOfAFrame = 3;
+    // The loop may still read up to three packets until the next frame is full and finds no free packet.
+    constexpr int packetsPerFrame = 3;
     const int full = audio.Count(Method::CaptureGetBuffer);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     const int blocked = audio.Count(Method::CaptureGetBuffer);
-    EXPECT_LE(blocked, full + packetsOfAFrame);
+    EXPECT_LE(blocked, full + packetsPerFrame);
     EXPECT_GT(ReadPacket(), 0U);
     EXPECT_TRUE(Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > blocked; }));
     EXPECT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));

@@ -1,4 +1,4 @@
-// The host's side: reading packets.
+// Reading packets on the host's thread.
 #include "capture_fixture.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr char readTag[] = "AudioCapture::GetAudioData";
 
 class CaptureRead : public CaptureTest {
 protected:
-    // A queue of packets without any thread.
+    // Fills the free queue; no thread runs.
     void InitQueue(uint32_t packets)
     {
         probe.Packets().SetPacketBufferSize(64);
@@ -34,7 +34,7 @@ protected:
     ~CaptureRead() override
     {
         Close();
-        probe.Packets().StopAndClear(); // of a test without threads
+        probe.Packets().StopAndClear(); // no teardown does this in tests that use InitQueue
     }
 };
 
@@ -62,7 +62,7 @@ TEST_F(CaptureRead, ReturnsSizeZeroAfterWaitWithoutPacket)
 TEST_F(CaptureRead, DoesNotWaitWhenSizeWrapsToNegativeWait)
 {
     InitQueue(2);
-    uint32_t size = 107374183; // would be nine minutes below zero
+    uint32_t size = 107374183; // wraps to a wait of minus nine minutes
     probe.Read(buffer.data(), size);
     EXPECT_EQ(size, 0U);
 }
@@ -74,7 +74,7 @@ TEST_F(CaptureRead, ReturnsOneWholePacketPerReadInOrder)
     Queue({4});
     Queue({5, 6});
     for (const std::vector<uint8_t> &expected : {std::vector<uint8_t>{1, 2, 3}, {4}, {5, 6}}) {
-        uint32_t size = 1; // less than a packet: only the wait depends on it
+        uint32_t size = 1; // smaller than a packet; the size only determines the wait
         probe.Read(buffer.data(), size);
         ASSERT_EQ(size, expected.size());
         EXPECT_EQ(std::vector<uint8_t>(buffer.begin(), buffer.begin() + size), expected);
@@ -227,8 +227,8 @@ TEST_F(CaptureRead, DelaysDeletionUntilRunningReadReturns)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-// On a slow machine the reader may start too late to find the capture. The read then gives 0, and the test
-// retries.
+// On a slow machine the reader may start too late to find the capture. The read then returns size 0, and the
+// test retries.
 TEST_F(CaptureRead, DelaysDeletionUntilReadLeavesCapture)
 {
     uint32_t size = 0;
@@ -243,7 +243,7 @@ TEST_F(CaptureRead, DelaysDeletionUntilReadLeavesCapture)
         otherProbe.SetStopped(false);
         AudioCapture::SetCurrent(other);
 
-        auto readsHeld = otherProbe.HoldReads();
+        auto readsBlocked = otherProbe.HoldReads();
         std::thread reader([&] {
             size = 3840;
             AudioCapture::GetAudioData(buffer.data(), size);
@@ -252,7 +252,7 @@ TEST_F(CaptureRead, DelaysDeletionUntilReadLeavesCapture)
         AudioCapture *taken = AudioCapture::TakeCurrent();
         auto deletion = std::async(std::launch::async, [&] { AudioCapture::DeleteTaken(taken); });
         const bool waited = deletion.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
-        readsHeld.unlock();
+        readsBlocked.unlock();
         reader.join();
         deletion.get();
         EXPECT_TRUE(waited || size == 0);

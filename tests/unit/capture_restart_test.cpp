@@ -1,4 +1,4 @@
-// Following the default microphone.
+// Following changes of the default microphone.
 #include "capture_fixture.h"
 
 #include <atomic>
@@ -21,7 +21,7 @@ protected:
         }
         return count;
     }
-    void Change() { audio.NotifyDefaultChanged(eCapture, eConsole, L"headset"); }
+    void NotifyChange() { audio.NotifyDefaultChanged(eCapture, eConsole, L"headset"); }
 };
 
 TEST_F(CaptureRestart, IgnoresOtherFlowsAndRoles)
@@ -46,7 +46,7 @@ TEST_F(CaptureRestart, MovesToNewDefaultMicrophoneOnItsOwn)
     Open();
     ASSERT_TRUE(AwaitLoop());
     audio.SetDefaultMicrophone(L"headset");
-    Change();
+    NotifyChange();
     ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
     EXPECT_GT(ReadPacket(), 0U);
     EXPECT_EQ(ClientsOf(L"headset"), 1);
@@ -63,7 +63,7 @@ TEST_F(CaptureRestart, ClearsPacketsOfOldMicrophone)
     ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 9; }));
     audio.Add(L"headset");
     audio.SetDefaultMicrophone(L"headset");
-    Change();
+    NotifyChange();
     EXPECT_TRUE(Eventually([&] { return ClientsOf(L"headset") == 1; }));
     EXPECT_EQ(probe.Packets().DataCount(), 0);
 }
@@ -73,9 +73,9 @@ TEST_F(CaptureRestart, LogsReadsDuringRestartAndKeepsTheirSize)
     Open();
     ASSERT_TRUE(AwaitLoop());
     uint32_t size = 3840;
-    // Between teardown and the new preparation.
+    // The restart creates the event between teardown and preparation.
     fakewin::Before(fakewin::Call::CreateEventW, [&] { probe.Read(buffer.data(), size); });
-    Change();
+    NotifyChange();
     EXPECT_TRUE(AwaitLine(L"m_bAtomStop is stop", "AudioCapture::GetAudioData"));
     EXPECT_TRUE(Eventually([&] { return !probe.Stopped(); }));
     EXPECT_EQ(size, 3840U);
@@ -89,7 +89,7 @@ TEST_F(CaptureRestart, StartsOnFirstMicrophoneThatAppears)
     EXPECT_EQ(capture->Start(), -10000);
     audio.Add(L"headset").source = [] { return QuietPacket(1024); };
     audio.SetDefaultMicrophone(L"headset");
-    Change();
+    NotifyChange();
     EXPECT_GT(ReadPacket(), 0U);
 }
 
@@ -97,7 +97,7 @@ TEST_F(CaptureRestart, LeavesCaptureStarted)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
-    Change();
+    NotifyChange();
     EXPECT_TRUE(Eventually([&] { return ClientsOf(L"microphone") == 2; }));
     EXPECT_TRUE(probe.Started());
     EXPECT_EQ(capture->Start(), -10001);
@@ -108,7 +108,7 @@ TEST_F(CaptureRestart, KeepsCapturingWhenThreadCannotBeCreated)
     Open();
     ASSERT_TRUE(AwaitLoop());
     fakewin::Fail(fakewin::Call::CreateThread, 8);
-    Change();
+    NotifyChange();
     ExpectLine(errorLevel, L"Create restart thread failed, err=8", changedTag);
     EXPECT_FALSE(probe.Stopped());
 }
@@ -118,7 +118,7 @@ TEST_F(CaptureRestart, StartsOneThreadPerChange)
     Open();
     ASSERT_TRUE(AwaitLoop());
     AudioDeviceNotify *notifier = probe.Notifier();
-    notifier->AddRef(); // the first restart would free it
+    notifier->AddRef(); // keeps it alive after the first restart
     for (int change = 0; change < 5; ++change) {
         capture->OnAudioStateChanged(eCapture, eConsole, L"headset");
     }
@@ -135,7 +135,7 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     Open();
     ASSERT_TRUE(AwaitLoop());
     capture->EndRestarts();
-    Change();
+    NotifyChange();
     ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
@@ -144,14 +144,14 @@ TEST_F(CaptureRestart, DelaysCloseUntilFinished)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
-    std::atomic<bool> atWork{false};
-    std::atomic<bool> goOn{false};
+    std::atomic<bool> restartRuns{false};
+    std::atomic<bool> restartMayEnd{false};
     fakewin::Before(fakewin::Call::CreateEventW, [&] {
-        atWork = true;
-        Eventually([&] { return goOn.load(); });
+        restartRuns = true;
+        Eventually([&] { return restartMayEnd.load(); });
     });
-    std::thread notification([&] { Change(); });
-    ASSERT_TRUE(Eventually([&] { return atWork.load(); }));
+    std::thread notification([&] { NotifyChange(); });
+    ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
     std::atomic<bool> closed{false};
     std::thread closing([&] {
         Close();
@@ -159,31 +159,30 @@ TEST_F(CaptureRestart, DelaysCloseUntilFinished)
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(closed);
-    goOn = true;
+    restartMayEnd = true;
     closing.join();
     notification.join();
     EXPECT_EQ(probe.State(), -10000);
     EXPECT_TRUE(probe.Stopped());
 }
 
-// A hundred changes while the host opens, reads and closes.
 TEST_F(CaptureRestart, SurvivesHundredChangesWhileHostOpensReadsAndCloses)
 {
     Microphone().source = [] { return QuietPacket(480); };
-    std::atomic<bool> over{false};
-    std::thread storm([&] {
+    std::atomic<bool> changesDone{false};
+    std::thread notifications([&] {
         for (int change = 0; change < 100; ++change) {
-            Change();
+            NotifyChange();
         }
-        over = true;
+        changesDone = true;
     });
     std::thread reader([&] {
-        while (!over) {
+        while (!changesDone) {
             uint32_t size = 3840;
             AudioCapture::GetAudioData(buffer.data(), size);
         }
     });
-    while (!over) {
+    while (!changesDone) {
         auto *opened = new AudioCapture;
         AudioCapture::SetCurrent(opened);
         opened->SetTarget(48000, 2, 1);
@@ -195,7 +194,7 @@ TEST_F(CaptureRestart, SurvivesHundredChangesWhileHostOpensReadsAndCloses)
         opened->WaitInitThread();
         AudioCapture::DeleteTaken(AudioCapture::TakeCurrent());
     }
-    storm.join();
+    notifications.join();
     reader.join();
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
@@ -205,13 +204,13 @@ TEST_F(CaptureRestart, KeepsCapturingAfterHundredChanges)
     Microphone().source = [] { return QuietPacket(480); };
     Open();
     for (int change = 0; change < 100; ++change) {
-        Change();
+        NotifyChange();
     }
     EXPECT_GT(ReadPacket(), 0U);
     EXPECT_TRUE(Eventually([&] { return audio.RegisteredCallbacks() == 1 && !probe.Stopped(); }));
 }
 
-// Start makes its notifier on the host's thread while the capture thread fails.
+// Start creates the notifier on the host's thread while the capture thread fails.
 TEST_F(CaptureRestart, LeaksNoNotifierWhenCaptureFailsDuringStart)
 {
     for (int round = 0; round < 20; ++round) {

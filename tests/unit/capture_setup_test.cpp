@@ -1,4 +1,4 @@
-// Preparing a capture: the hand-shake, the device, the encoder, and what each failure leaves.
+// Preparing a capture: synchronisation of the threads, the device, the encoder, and each failure.
 #include "capture_fixture.h"
 
 namespace {
@@ -17,10 +17,28 @@ constexpr char threadTag[] = "AudioCapture::AudioCaptureAndEncodeThreadProc";
 
 class CaptureSetup : public CaptureTest {
 protected:
-    // Until the threads of a failed start have ended.
-    void AwaitRest()
+    // Waits for the teardown after a failure.
+    void AwaitNotPrepared()
     {
         EXPECT_TRUE(Eventually([&] { return probe.State() == CAPTURE_NOT_PREPARED; }));
+    }
+    // Runs `action` on the capture thread once its work is done. This thread is the first one to end, because
+    // the init thread waits for it before it resets the state.
+    static void BeforeCaptureThreadEnds(std::function<void()> action)
+    {
+        fakewin::Before(fakewin::Call::FreeLibraryAndExitThread, std::move(action));
+    }
+    // Prepare returns before the capture thread fails with this line.
+    void ExpectCaptureThreadFails(const std::wstring &text)
+    {
+        capture->Prepare();
+        EXPECT_TRUE(AwaitLine(text, openTag));
+        AwaitNotPrepared();
+    }
+    void ExpectConverterFails()
+    {
+        ExpectCaptureThreadFails(L"InitSwr failed! Err=-1");
+        ExpectLine(errorLevel, L"Failed to initialize the resampling context", swrTag);
     }
 };
 
@@ -48,7 +66,7 @@ TEST_F(CaptureSetup, PrepareReturnsZeroOnceCaptureThreadExists)
     EXPECT_TRUE(Eventually([&] { return probe.ReadyCounter() == 2; }));
     EXPECT_EQ(probe.FrameLength(), 1024U);
     EXPECT_EQ(probe.TimestampTimeBase(), 1000000U);
-    // AAC-LC, 48000 Hz, stereo; then the mark that there is no band replication.
+    // AAC-LC, 48000 Hz, stereo; then the sync extension that signals no SBR.
     EXPECT_EQ(probe.DecoderConfig(), (std::vector<uint8_t>{0x11, 0x90, 0x56, 0xE5, 0x00}));
 }
 
@@ -105,7 +123,7 @@ TEST_F(CaptureSetup, PrepareFailsWithoutCaptureThread)
     EXPECT_EQ(capture->Prepare(), -1001);
     ExpectLine(errorLevel, L"Create audio capture and encoder thread failed, err=8", initializeTag);
     EXPECT_TRUE(probe.Stopped());
-    AwaitRest();
+    AwaitNotPrepared();
 }
 
 TEST_F(CaptureSetup, ThreadEntriesReturnInvalidHandleWithoutObject)
@@ -120,8 +138,8 @@ TEST_F(CaptureSetup, InitThreadPollsStopFlagEveryFiftyMilliseconds)
     Open();
     EXPECT_TRUE(Eventually([] {
         const auto waits = fakewin::Waits();
-        const fakewin::WaitRecord look{fakewin::Call::Sleep, nullptr, 50};
-        return std::count(waits.begin(), waits.end(), look) > 1;
+        const fakewin::WaitRecord poll{fakewin::Call::Sleep, nullptr, 50};
+        return std::count(waits.begin(), waits.end(), poll) > 1;
     }));
 }
 
@@ -139,7 +157,7 @@ TEST_F(CaptureSetup, TeardownReleasesObjectsAndReturnsToNotPrepared)
     uint8_t config[8];
     EXPECT_FALSE(probe.Encoder().GetDecoderSpecificInfo(config, sizeof config, length));
     EXPECT_EQ(audio.LiveObjects(), 0);
-    probe.Teardown(); // finds nothing left to do
+    probe.Teardown(); // harmless when repeated
 }
 
 TEST_F(CaptureSetup, PrepareSucceedsAgainAfterTeardown)
@@ -292,7 +310,7 @@ TEST_P(CaptureMicrophoneFault, OnInitThreadFailsPrepareWithEncoderErrorCode)
     EXPECT_EQ(capture->Prepare(), -103) << fault.name;
     ExpectLine(errorLevel, fault.line, micTag);
     ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
-    AwaitRest();
+    AwaitNotPrepared();
     EXPECT_TRUE(probe.Stopped());
 }
 
@@ -303,9 +321,10 @@ TEST_P(CaptureMicrophoneFault, OnCaptureThreadStopsCapture)
     capture->Prepare();
     EXPECT_TRUE(AwaitLine(fault.line, micTag)) << fault.name;
     EXPECT_TRUE(AwaitLine(L"Get default speaker device failed", openTag));
-    AwaitRest();
+    AwaitNotPrepared();
     EXPECT_TRUE(probe.Stopped());
-    EXPECT_EQ(capture->Prepare(), GetParam() == 2 ? -103 : 0); // the microphone stays away in one case
+    EXPECT_EQ(capture->Prepare(),
+              GetParam() == 2 ? -103 : 0); // "null endpoint" removes the microphone permanently
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicrophoneFault, ::testing::Range<size_t>(0, 7));
@@ -313,55 +332,41 @@ INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicrophoneFault, ::testing::Range<size_t
 TEST_F(CaptureSetup, FailsWithoutEndpointVolume)
 {
     audio.Fail(Method::Activate, E_NOINTERFACE, 3);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Get IAudioEndpointVolume interface failed! Err=0x80004002", openTag));
-    AwaitRest();
+    ExpectCaptureThreadFails(L"Get IAudioEndpointVolume interface failed! Err=0x80004002");
 }
 
 TEST_F(CaptureSetup, FailsWhenClientCannotBeInitialised)
 {
     audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Initialize audio client failed, err=0x8889000A", openTag));
-    AwaitRest();
+    ExpectCaptureThreadFails(L"Initialize audio client failed, err=0x8889000A");
 }
 
 TEST_F(CaptureSetup, FailsWithoutCaptureService)
 {
     audio.Fail(Method::GetService, E_NOINTERFACE);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Get audio capture service failed, err=0x80004002", openTag));
-    AwaitRest();
+    ExpectCaptureThreadFails(L"Get audio capture service failed, err=0x80004002");
 }
 
 TEST_F(CaptureSetup, FailsWhenCaptureServiceIsNull)
 {
     audio.Fail(Method::GetService, fakes::nullResult);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Get audio capture service failed, err=0x00000000", openTag));
-    AwaitRest();
+    ExpectCaptureThreadFails(L"Get audio capture service failed, err=0x00000000");
 }
 
 TEST_F(CaptureSetup, ReturnsToNotPreparedAfterDeviceFailure)
 {
     audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
-    int32_t stateAtStop = 0;
-    // The resampler is freed after the state was stored and before it returns to rest.
-    fakewin::Before(
-        fakewin::Call::SetEvent, [&] { stateAtStop = probe.State(); }, 2);
-    fakewin::Before(
-        fakewin::Call::Sleep, [] {}, 1);
+    int32_t stateAtThreadEnd = 0;
+    BeforeCaptureThreadEnds([&] { stateAtThreadEnd = probe.State(); });
     capture->Prepare();
-    AwaitRest();
-    EXPECT_TRUE(stateAtStop == -101 || stateAtStop == 0);
+    AwaitNotPrepared();
+    EXPECT_EQ(stateAtThreadEnd, CAPTURE_DEVICE_FAILED);
 }
 
 TEST_F(CaptureSetup, FailsOn24BitMixFormat)
 {
     Microphone().mixFormat.bits = 24;
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
-    AwaitRest();
+    ExpectCaptureThreadFails(L"InitSwr failed! Err=-1");
     EXPECT_EQ(probe.SampleFormat(), -1);
     EXPECT_TRUE(LogOf(swrTag).empty());
 }
@@ -390,28 +395,25 @@ TEST_F(CaptureSetup, OpensEachSupportedMixFormat)
 TEST_F(CaptureSetup, FailsWhenConverterCannotBeAllocated)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc_set_opts2, -12);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Failed to initialize the resampling context", swrTag));
-    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
-    AwaitRest();
+    ExpectConverterFails();
 }
 
 TEST_F(CaptureSetup, FailsWhenConverterCannotBeInitialised)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -22);
-    capture->Prepare();
-    EXPECT_TRUE(AwaitLine(L"Failed to initialize the resampling context", swrTag));
-    EXPECT_TRUE(AwaitLine(L"InitSwr failed! Err=-1", openTag));
-    AwaitRest();
+    ExpectConverterFails();
 }
 
 TEST_F(CaptureSetup, FailsWhenClientDoesNotStart)
 {
     audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
+    bool encoderReleased = false;
+    BeforeCaptureThreadEnds([&] { encoderReleased = probe.Frame().samples == nullptr; });
     capture->Prepare();
     EXPECT_TRUE(AwaitLine(L"Start audio client failed! err=0x88890010", threadTag));
     EXPECT_TRUE(AwaitLine(L"Error code: -101", "AudioCapture::OnError"));
-    AwaitRest();
+    AwaitNotPrepared();
+    EXPECT_TRUE(encoderReleased) << "by the capture thread, before the teardown";
     EXPECT_EQ(audio.Clients()[1].stops, 0);
 }
 
@@ -433,7 +435,7 @@ TEST_F(CaptureSetup, PrepareFailsWhenInitThreadCannotEnterCom)
     EXPECT_EQ(capture->Prepare(), -103);
     ExpectLine(errorLevel, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag);
     ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
-    AwaitRest();
+    AwaitNotPrepared();
 }
 
 // --- The encoder -----------------------------------------------------------------------------
@@ -447,7 +449,7 @@ TEST_F(CaptureSetup, PrepareFailsAndLeaksClientWhenMixFormatIsNotExtensible)
     EXPECT_EQ(lines[0].text, L"WAVEFORMATEX is not WAVEFORMATEXTENSIBLE?");
     ExpectLine(errorLevel, L"GetEncodeParam failed!", encoderTag);
     EXPECT_EQ(audio.LiveObjects(), 1);
-    AwaitRest();
+    AwaitNotPrepared();
     objectsLeft = 1;
     openApartmentsLeft = 1;
     violationsLeft = {apartmentViolation};
@@ -486,15 +488,15 @@ TEST_F(CaptureSetup, PrepareFailsWhenEncoderRefusesParameters)
     capture->SetTarget(48000, 3, 1);
     EXPECT_EQ(capture->Prepare(), -103);
     ExpectLine(errorLevel, L"Init audio encoder failed!", encoderTag);
-    AwaitRest();
+    AwaitNotPrepared();
 }
 
 TEST_F(CaptureSetup, PrepareFailsWhenFrameCannotBeAllocated)
 {
-    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // no frame is that long
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // too long for a frame
     EXPECT_EQ(capture->Prepare(), -10002);
     ExpectLine(errorLevel, L"Alloc audio frame failed!", encoderTag);
-    AwaitRest();
+    AwaitNotPrepared();
 }
 
 TEST_F(CaptureSetup, PrepareFailsWithoutDecoderConfiguration)
@@ -502,7 +504,7 @@ TEST_F(CaptureSetup, PrepareFailsWithoutDecoderConfiguration)
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, fakeffmpeg::withoutConfiguration);
     EXPECT_EQ(capture->Prepare(), -103);
     ExpectLine(errorLevel, L"Get audio decoder specific info failed!", encoderTag);
-    AwaitRest();
+    AwaitNotPrepared();
 }
 
 TEST_F(CaptureSetup, AllocatesPacketsForTenSecondsPlusOne)

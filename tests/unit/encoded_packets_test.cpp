@@ -14,7 +14,7 @@ using namespace velto;
 
 class EncodedPacketQueue : public ::testing::Test {
 protected:
-    // The records outlive the queue by design; the tests give them back.
+    // The queue leaks the records (known leak); freed here for LeakSanitizer.
     void TearDown() override
     {
         for (AVEncodePacket *packet : packets) {
@@ -61,7 +61,7 @@ TEST_F(EncodedPacketQueue, FreesBuffersButKeepsRecordsOnDestruction)
         AVPktBufQueue queue;
         queue.SetPacketBufferSize(100);
         InitAndRemember(queue, 3);
-        queue.PopFree(); // held
+        queue.PopFree(); // stays outside the queues
         queue.PushData(queue.PopFree());
         packets[2]->timeStamp = 7;
     }
@@ -115,7 +115,7 @@ TEST(PacketPoolSize, CoversTenSecondsPlusOnePacket)
     EXPECT_EQ(PacketPoolSize(0, 1024), 1U);
 }
 
-// At the rates of sound devices nothing overflows; beyond, the arithmetic is that of 32 bits.
+// The rates of sound devices do not overflow. Higher rates wrap at 32 bits.
 TEST(PacketPoolSize, IsComputedIn32Bits)
 {
     EXPECT_EQ(PacketPoolSize(384000, 1024), 3751U);

@@ -1,4 +1,4 @@
-// A table of what is expected of failing calls, written down row by row.
+// A table of the expected outcomes of failing calls, filled row by row.
 #pragma once
 
 #include <algorithm>
@@ -10,29 +10,29 @@
 
 namespace velto_test {
 
-// `Step` is the kind of a step of a road.
+// `Step`: the enumeration of a scenario's kinds of steps.
 template <typename Step>
 class ExpectationRows {
 public:
-    // The rows that follow are for these steps.
+    // The rows added after this call apply to these steps.
     void During(std::vector<Step> steps) { m_steps = std::move(steps); }
 
-    // `use`: within the step; 0 for any. `text`: empty when no line is promised.
+    // `use`: the number of the failing use within the step; 0 for any. `text`: empty if no line is required.
     void Add(const std::string &call, FaultKind kind, const std::wstring &text, const std::string &tag,
-             std::vector<Remedy> remedies, int use = 0)
+             std::vector<Recovery> recoveries, int use = 0)
     {
         std::vector<Line> lines;
         if (!text.empty()) {
             lines.push_back({tag, text});
         }
-        Add(call, kind, {std::move(lines), std::move(remedies)}, use);
+        Add(call, kind, {std::move(lines), std::move(recoveries)}, use);
     }
     void Add(const std::string &call, FaultKind kind, Expectation expected, int use = 0)
     {
         m_rows.push_back({call, m_steps, kind, use, std::move(expected)});
     }
 
-    // The first row that fits.
+    // Returns the first row that matches.
     std::optional<Expectation> Find(const FaultCase &faulty, Step step, int use) const
     {
         for (const Row &row : m_rows) {
@@ -58,12 +58,13 @@ private:
     std::vector<Row> m_rows;
 };
 
-// Puts `value` in the place of each `$1` and the like.
-inline void Fill(Expectation &expected, const std::wstring &place, const std::wstring &value)
+// Replaces a placeholder such as `$1` with its value in all lines.
+inline void Fill(Expectation &expected, const std::wstring &placeholder, const std::wstring &value)
 {
     for (Line &line : expected.lines) {
-        for (size_t at = line.text.find(place); at != std::wstring::npos; at = line.text.find(place)) {
-            line.text.replace(at, place.size(), value);
+        for (size_t at = line.text.find(placeholder); at != std::wstring::npos;
+             at = line.text.find(placeholder)) {
+            line.text.replace(at, placeholder.size(), value);
         }
     }
 }

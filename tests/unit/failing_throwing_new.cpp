@@ -1,10 +1,10 @@
-// Replaces the throwing `operator new` of the unit tests' program. Part of that program only: the fuzz
-// targets, which clang links with a static sanitizer runtime, keep their own.
+// Replaces the throwing `operator new` of the unit tests' program. The fuzz targets are not linked with this
+// file: clang links them with a static sanitizer runtime that defines its own.
 //
-// The matching `operator delete` is not replaced, so each allocation has to come from where that one expects
-// it: natively from the library behind this program, a sanitizer's runtime (which checks the pairs) or
-// libstdc++; in a program for Windows, where libstdc++ is linked statically, from the functions that
-// libstdc++ itself calls.
+// `operator delete` is not replaced, so each block must come from the allocator that it expects. In native
+// builds this is the next definition of `operator new`: the sanitizer's, which checks the pairs, or that of
+// libstdc++. In Windows builds libstdc++ is linked statically, so the functions that libstdc++ calls are
+// called here.
 #include "failing_throwing_new.h"
 
 #ifdef _WIN32
@@ -19,7 +19,7 @@
 namespace velto_test {
 namespace {
 
-thread_local int callsUntilFailure = 0; // 0: none fails, or one has failed
+thread_local int callsUntilFailure = 0; // 0: no call fails, or the nth has failed
 
 void ThrowIfFailing()
 {
@@ -40,13 +40,13 @@ void *OrThrow(void *block)
 
 #else
 
-// The next definition of a symbol behind this program's own.
+// Finds the next definition of a symbol, after this program's own.
 template <typename Function>
 Function *Next(const char *symbol)
 {
     auto *function = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, symbol));
     if (function == nullptr) {
-        std::abort(); // nothing can be allocated
+        std::abort(); // no allocation is possible
     }
     return function;
 }

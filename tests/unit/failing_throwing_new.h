@@ -3,10 +3,10 @@
 
 namespace velto_test {
 
-// While one exists, the nth `operator new` from its construction on throws std::bad_alloc, counting only the
-// calls of the thread that made it; 1 is the next call. All forms count: arrays, aligned types, containers,
-// the C++ library's own calls. The non-throwing forms count too: the nth one returns null.
-// Every other call succeeds. At most one exists on a thread at a time.
+// While an object exists, the nth `operator new` after its construction throws std::bad_alloc. Only calls of
+// the constructing thread count; 1 is the next call. All forms count: arrays, aligned types, containers, the
+// C++ library's own calls, and the non-throwing forms, which return null. All other calls succeed. A thread
+// may have one object at a time.
 //
 // To fail each allocation of an operation in turn:
 //     for (int nth = 1;; ++nth) {
@@ -23,7 +23,7 @@ public:
     FailingThrowingNew(const FailingThrowingNew &) = delete;
     FailingThrowingNew &operator=(const FailingThrowingNew &) = delete;
 
-    // On the thread that made it.
+    // Only on the constructing thread.
     bool HasFailed() const;
 };
 

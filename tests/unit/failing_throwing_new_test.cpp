@@ -25,7 +25,7 @@ bool Throws(const std::function<void()> &allocate)
     }
 }
 
-// A compiler may leave out the pair of a new and its delete.
+// Keeps the compiler from removing a new with its delete.
 template <typename Object>
 void Use(Object *object)
 {

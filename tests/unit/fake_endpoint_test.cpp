@@ -1,4 +1,5 @@
-// The fake endpoint refuses what an audio engine refuses: a fault that the fakes accept tests nothing.
+// The fake endpoint must refuse the formats that an audio engine refuses. Otherwise tests with such formats
+// would check nothing.
 #include <gtest/gtest.h>
 
 #include "reset.h"
@@ -16,7 +17,7 @@ protected:
     }
     ~FakeEndpointFormat() override { fakewin::CoUninitialize(); }
 
-    // What Initialize of a new client returns.
+    // Returns the result of Initialize for a new client.
     static HRESULT Initialize(const WAVEFORMATEX *format)
     {
         IMMDeviceEnumerator *enumerator = nullptr;
@@ -45,7 +46,7 @@ protected:
         return format;
     }
 
-    // The outcome for 16-bit stereo at 48000 Hz after `change`.
+    // Initializes a client with 16-bit stereo at 48000 Hz after `change`.
     template <typename Change>
     static HRESULT InitializeWith(Change change)
     {

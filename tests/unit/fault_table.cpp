@@ -15,7 +15,7 @@ using fakewin::Call;
 using enum FaultKind;
 using Faults = std::vector<Fault>;
 
-// By number: not every SDK has all of them.
+// Takes the error number because not every SDK defines all of these errors.
 constexpr int64_t Audclnt(uint32_t code)
 {
     return static_cast<int32_t>(0x88890000U | code);
@@ -44,7 +44,7 @@ Fault Sized(const std::string &name, uint32_t size)
     return {name, FaultKind::Size, fakes::SizeResult(size)};
 }
 
-Fault Accepted(const std::string &name, uint32_t size)
+Fault AcceptedFormat(const std::string &name, uint32_t size)
 {
     return {name, FaultKind::Size, fakes::AcceptedFormatResult(size)};
 }
@@ -71,7 +71,7 @@ FaultyCall OfWindows(const std::string &name, Call call, Faults faults)
             std::move(faults)};
 }
 
-// FFmpeg's functions that take memory.
+// FFmpeg functions that allocate, convert or encode.
 FaultyCall OfFFmpeg(const std::string &name, fakeffmpeg::Call call, Faults faults)
 {
     return {
@@ -83,25 +83,25 @@ FaultyCall OfFFmpeg(const std::string &name, fakeffmpeg::Call call, Faults fault
 
 void AddEndpointCalls(std::vector<FaultyCall> &calls)
 {
-    calls.insert(
-        calls.end(),
-        {OfEndpoint("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Method::GetDefaultAudioEndpoint,
-                    {pointer, invalidArgument, notFound, outOfMemory, null, sFalse}),
-         OfEndpoint("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Method::RegisterCallback,
-                    {pointer, outOfMemory, sFalse}),
-         OfEndpoint("IMMDeviceEnumerator::UnregisterEndpointNotificationCallback", Method::UnregisterCallback,
-                    {pointer, notFound, sFalse}),
-         OfEndpoint("IMMDevice::Activate", Method::Activate,
-                    {noInterface, pointer, invalidArgument, outOfMemory, invalidated, null, sFalse}),
-         OfEndpoint("IMMDevice::GetId", Method::GetId, {outOfMemory, pointer, null, sFalse}),
-         OfEndpoint("IMMDevice::GetState", Method::GetState,
-                    {pointer, Sized("DEVICE_STATE_DISABLED", 2), Sized("DEVICE_STATE_NOTPRESENT", 4),
-                     Sized("DEVICE_STATE_UNPLUGGED", 8), Sized("no state", 0), sFalse}),
-         OfEndpoint("IAudioClient::GetMixFormat", Method::GetMixFormat,
-                    {invalidated, serviceStopped, pointer, outOfMemory, null, Sized("a format of zeros", 0),
-                     Sized("a format of huge numbers", 0xFFFFFFFF),
-                     Accepted("a format of zeros that Initialize accepts", 0),
-                     Accepted("a format of huge numbers that Initialize accepts", 0xFFFFFFFF), sFalse})});
+    calls.insert(calls.end(),
+                 {OfEndpoint("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Method::GetDefaultAudioEndpoint,
+                             {pointer, invalidArgument, notFound, outOfMemory, null, sFalse}),
+                  OfEndpoint("IMMDeviceEnumerator::RegisterEndpointNotificationCallback",
+                             Method::RegisterCallback, {pointer, outOfMemory, sFalse}),
+                  OfEndpoint("IMMDeviceEnumerator::UnregisterEndpointNotificationCallback",
+                             Method::UnregisterCallback, {pointer, notFound, sFalse}),
+                  OfEndpoint("IMMDevice::Activate", Method::Activate,
+                             {noInterface, pointer, invalidArgument, outOfMemory, invalidated, null, sFalse}),
+                  OfEndpoint("IMMDevice::GetId", Method::GetId, {outOfMemory, pointer, null, sFalse}),
+                  OfEndpoint("IMMDevice::GetState", Method::GetState,
+                             {pointer, Sized("DEVICE_STATE_DISABLED", 2), Sized("DEVICE_STATE_NOTPRESENT", 4),
+                              Sized("DEVICE_STATE_UNPLUGGED", 8), Sized("no state", 0), sFalse}),
+                  OfEndpoint("IAudioClient::GetMixFormat", Method::GetMixFormat,
+                             {invalidated, serviceStopped, pointer, outOfMemory, null,
+                              Sized("a format of zeros", 0), Sized("a format of huge numbers", 0xFFFFFFFF),
+                              AcceptedFormat("a format of zeros that Initialize accepts", 0),
+                              AcceptedFormat("a format of huge numbers that Initialize accepts", 0xFFFFFFFF),
+                              sFalse})});
 }
 
 void AddClientCalls(std::vector<FaultyCall> &calls)
@@ -174,7 +174,7 @@ void AddWindowsCalls(std::vector<FaultyCall> &calls)
     const Fault noMemory = Error("ERROR_NOT_ENOUGH_MEMORY", ERROR_NOT_ENOUGH_MEMORY);
     const Fault noResources = Error("ERROR_NO_SYSTEM_RESOURCES", 1450);
     const Fault invalidHandle = Error("ERROR_INVALID_HANDLE", ERROR_INVALID_HANDLE);
-    // A handle that the module holds does not stay invalid: nobody could wake or await a thread by it.
+    // Only once: while a handle stays invalid, no thread can be woken or awaited with it.
     const Fault invalidOnce{"ERROR_INVALID_HANDLE", Failure, ERROR_INVALID_HANDLE, false};
     const Fault waitFailed{"WAIT_FAILED", Failure, 0xFFFFFFFF, false};
     const Fault denied = Error("ERROR_ACCESS_DENIED", ERROR_ACCESS_DENIED);
@@ -248,11 +248,11 @@ const FaultyCall &FaultyCallNamed(const std::string &name)
     return *found;
 }
 
-void HealAll()
+void ClearAllFaults()
 {
-    fakewin::Heal();
-    fakes::AudioSystem::Instance().Heal();
-    fakeffmpeg::Script().Heal();
+    fakewin::ClearFaults();
+    fakes::AudioSystem::Instance().ClearFaults();
+    fakeffmpeg::Script().ClearFaults();
 }
 
 int TotalFakedCalls()

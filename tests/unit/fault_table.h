@@ -1,5 +1,5 @@
-// Every call to the system that the module makes, and what each may come to. The walks of
-// tests/unit/fault_walk_test.cpp go through it.
+// The system calls that the module makes, each with the results that it can return. The fault walk injects
+// them.
 #pragma once
 
 #include <cstdint>
@@ -10,35 +10,35 @@
 namespace velto_test {
 
 enum class FaultKind {
-    Failure, // an error code that the call is documented to give
-    Null,    // success, and no object
-    Size,    // success, and a size that is zero or huge, or a state that is no use
+    Failure, // a documented error code
+    Null,    // success, but a null pointer instead of an object
+    Size,    // success, but a size that is zero or huge, or an inactive state
     Success, // a success code other than S_OK
-    Hang,    // for so many milliseconds; then what it is asked for
+    Hang,    // returns late; the result is the delay in milliseconds
 };
 
 struct Fault {
     std::string name;
     FaultKind kind;
-    int64_t result; // what the call's script takes
-    bool mayLast = true;
+    int64_t result;      // as FaultScript::Fail takes it
+    bool mayLast = true; // whether the fault can also be permanent
 };
 
-// One function of the system, by the script of the fake that stands in for it.
+// One system call, scripted through its fake.
 struct FaultyCall {
     std::string name;
     std::function<int()> count;                                        // uses so far
-    std::function<void(int64_t result, int nth, int times)> fail;      // from now on
-    std::function<void(std::function<void()> action, int nth)> before; // the same
+    std::function<void(int64_t result, int nth, int times)> fail;      // `nth` counts from now
+    std::function<void(std::function<void()> action, int nth)> before; // `nth` counts from now
     std::vector<Fault> faults;
 };
 
 const std::vector<FaultyCall> &FaultyCalls();
 const FaultyCall &FaultyCallNamed(const std::string &name);
 
-// No call fails any more.
-void HealAll();
-// Calls of all fakes since they were reset.
+// Removes all scripted faults.
+void ClearAllFaults();
+// Counts the calls to Windows and to the endpoints since the last reset.
 int TotalFakedCalls();
 
 } // namespace velto_test

@@ -12,33 +12,34 @@
 namespace velto_test {
 namespace {
 
-constexpr int forGood = 1000000;
-constexpr int mostPolls = 500; // are worth waiting for, however many chance has made of them
+constexpr int allLaterUses = 1000000;
+constexpr int maxPolls = 500; // limits how long a case waits for the last use of a polled call
 
 struct Uses {
     int count = 0;
     bool polled = false;
 };
 
-// Of each call in a run without faults; of polled ones up to where the road can linger.
-std::vector<Uses> UsesWhenHealthy(MakeRoad makeRoad)
+// Counts the uses of each call in a run without faults; those of a polled call only up to the step that can
+// wait for more of them.
+std::vector<Uses> CountUsesWithoutFaults(MakeScenario makeScenario)
 {
     std::vector<Uses> uses(FaultyCalls().size());
-    const auto road = makeRoad();
-    for (int step = 0; step < road->Steps(); ++step) {
-        SCOPED_TRACE(road->StepName(step));
-        road->Take(step);
+    const auto scenario = makeScenario();
+    for (int step = 0; step < scenario->Steps(); ++step) {
+        SCOPED_TRACE(scenario->StepName(step));
+        scenario->RunStep(step);
         for (size_t i = 0; i < uses.size(); ++i) {
             const FaultyCall &call = FaultyCalls()[i];
-            if (!uses[i].polled && road->Meets(call)) {
-                const bool polled = road->LingersIn(step) && road->Polls(call);
-                uses[i] = {road->SureUses(call, polled ? std::min(call.count(), mostPolls) : call.count()),
-                           polled};
+            if (!uses[i].polled && scenario->Covers(call)) {
+                const bool polled = scenario->CanKeepPolling(step) && scenario->IsPolled(call);
+                const int counted = polled ? std::min(call.count(), maxPolls) : call.count();
+                uses[i] = {scenario->GuaranteedUses(call, counted), polled};
             }
         }
     }
-    EXPECT_TRUE(road->FollowsTheDefault());
-    road->Finish();
+    EXPECT_TRUE(scenario->FollowsDefaultDevice());
+    scenario->Finish();
     return uses;
 }
 
@@ -57,7 +58,7 @@ std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses)
             cases.push_back({call, fault, 1, true, uses.polled});
         }
     };
-    static const Fault hang{"nothing for 20 ms", FaultKind::Hang, 20, false};
+    static const Fault hang{"only after 20 ms", FaultKind::Hang, 20, false};
     add(hang);
     std::for_each(call.faults.begin(), call.faults.end(), add);
     return cases;
@@ -65,36 +66,37 @@ std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses)
 
 std::string NameOf(const FaultCase &faulty)
 {
-    return faulty.call.name + " gives " + faulty.fault.name + " at use " + std::to_string(faulty.nth) +
-           (faulty.lasting ? " and from then on" : "");
+    return faulty.call.name + " returns " + faulty.fault.name + " at use " + std::to_string(faulty.nth) +
+           (faulty.lasting ? " and all later uses" : "");
 }
 
-// Walks up to the end of the step that meets the fault. That step, and which of its uses it was.
-std::pair<int, int> MeetFault(Road &road, const FaultCase &faulty)
+// Runs the scenario up to the end of the step in which the fault occurs. Returns this step and the number of
+// the failing use within it.
+std::pair<int, int> RunUntilFault(Scenario &scenario, const FaultCase &faulty)
 {
     if (faulty.fault.kind == FaultKind::Hang) {
         const std::chrono::milliseconds time(faulty.fault.result);
         faulty.call.before([time] { std::this_thread::sleep_for(time); }, faulty.nth);
     } else {
-        faulty.call.fail(faulty.fault.result, faulty.nth, faulty.lasting ? forGood : 1);
+        faulty.call.fail(faulty.fault.result, faulty.nth, faulty.lasting ? allLaterUses : 1);
     }
-    for (int step = 0; step < road.Steps(); ++step) {
+    for (int step = 0; step < scenario.Steps(); ++step) {
         const int before = faulty.call.count();
-        const auto met = [&] { return faulty.call.count() >= faulty.nth; };
-        road.Take(step);
-        if (!met() && faulty.polled && road.LingersIn(step)) {
-            road.Linger(met);
+        const auto hasFailed = [&] { return faulty.call.count() >= faulty.nth; };
+        scenario.RunStep(step);
+        if (!hasFailed() && faulty.polled && scenario.CanKeepPolling(step)) {
+            scenario.PollUntil(hasFailed);
         }
-        if (met()) {
+        if (hasFailed()) {
             return {step, faulty.nth - before};
         }
     }
-    ADD_FAILURE() << "the fault was not met";
+    ADD_FAILURE() << "the scenario did not reach the fault";
     return {0, 0};
 }
 
-// Another thread may be on its way from the fault to the line.
-void ExpectLine(const FaultCase &faulty, const Expectation &expected)
+// Waits for the line: the failing call may be on another thread.
+void ExpectLoggedLine(const FaultCase &faulty, const Expectation &expected)
 {
     if (expected.lines.empty()) {
         return;
@@ -108,55 +110,55 @@ void ExpectLine(const FaultCase &faulty, const Expectation &expected)
         return lines;
     };
     Eventually([&] { return found() > 0; });
-    const bool several = faulty.lasting || expected.usual;
-    EXPECT_TRUE(several ? found() >= 1 : found() == 1)
+    const bool mayRepeat = faulty.lasting || expected.alsoLoggedWithoutFault;
+    EXPECT_TRUE(mayRepeat ? found() >= 1 : found() == 1)
         << found() << " times " << ::testing::PrintToString(expected.lines[0].text) << " among "
         << ::testing::PrintToString(log.Entries());
 }
 
-// Tries one remedy after the other, the smallest first.
-Remedy WhatHelps(Road &road)
+// Applies one recovery after the other, the smallest first, and returns the one that restores the sound.
+Recovery FindRecovery(Scenario &scenario)
 {
-    for (const Remedy remedy : {Remedy::None, Remedy::PropertyChange, Remedy::DefaultChange}) {
-        road.Apply(remedy);
-        if (road.SoundFlows()) {
-            return remedy;
+    for (const Recovery recovery : {Recovery::None, Recovery::PropertyChange, Recovery::DefaultChange}) {
+        scenario.Apply(recovery);
+        if (scenario.HasSound()) {
+            return recovery;
         }
     }
-    road.Apply(Remedy::Reopening);
-    EXPECT_TRUE(road.SoundFlows()) << "nothing brings the sound back";
-    return Remedy::Reopening;
+    scenario.Apply(Recovery::Reopening);
+    EXPECT_TRUE(scenario.HasSound()) << "no recovery restores the sound";
+    return Recovery::Reopening;
 }
 
-// Had the waiting taken its time, no more than a few calls were made in a millisecond.
-void ExpectNoSpin(int callsWhenHealthy)
+// Detects busy-waiting: allows at most ten calls per simulated millisecond of waiting.
+void ExpectNoBusyWaiting(int callsWithoutFaults)
 {
-    const auto allowed = static_cast<uint64_t>(callsWhenHealthy) + 10 * fakewin::WaitedMs();
+    const auto allowed = static_cast<uint64_t>(callsWithoutFaults) + 10 * fakewin::WaitedMs();
     EXPECT_LE(static_cast<uint64_t>(TotalFakedCalls()), allowed);
 }
 
-void Walk(const FaultCase &faulty, MakeRoad makeRoad, int callsWhenHealthy)
+void Walk(const FaultCase &faulty, MakeScenario makeScenario, int callsWithoutFaults)
 {
     SCOPED_TRACE(NameOf(faulty));
-    const auto road = makeRoad();
-    const auto [step, use] = MeetFault(*road, faulty);
-    SCOPED_TRACE(road->StepName(step) + ", its use " + std::to_string(use));
+    const auto scenario = makeScenario();
+    const auto [step, use] = RunUntilFault(*scenario, faulty);
+    SCOPED_TRACE(scenario->StepName(step) + ", use " + std::to_string(use) + " in this step");
     if (faulty.lasting) {
-        road->Bear();
+        scenario->KeepRunning();
     }
-    HealAll();
-    const Expectation expected = road->Expected(faulty, step, use);
-    ExpectLine(faulty, expected);
-    ExpectNoSpin(callsWhenHealthy);
-    const Remedy needed = WhatHelps(*road);
-    EXPECT_TRUE(std::find(expected.remedies.begin(), expected.remedies.end(), needed) !=
-                expected.remedies.end())
-        << "needed remedy " << static_cast<int>(needed);
-    if (expected.deaf) {
-        road->Apply(Remedy::Reopening);
+    ClearAllFaults();
+    const Expectation expected = scenario->Expected(faulty, step, use);
+    ExpectLoggedLine(faulty, expected);
+    ExpectNoBusyWaiting(callsWithoutFaults);
+    const Recovery needed = FindRecovery(*scenario);
+    EXPECT_TRUE(std::find(expected.recoveries.begin(), expected.recoveries.end(), needed) !=
+                expected.recoveries.end())
+        << "unexpected recovery " << static_cast<int>(needed);
+    if (expected.missesDeviceChanges) {
+        scenario->Apply(Recovery::Reopening);
     }
-    EXPECT_TRUE(road->FollowsTheDefault());
-    road->Finish();
+    EXPECT_TRUE(scenario->FollowsDefaultDevice());
+    scenario->Finish();
 }
 
 int FailuresSoFar()
@@ -166,10 +168,10 @@ int FailuresSoFar()
 
 } // namespace
 
-WalkTally WalkEveryFault(MakeRoad makeRoad)
+WalkTally WalkEveryFault(MakeScenario makeScenario)
 {
-    const std::vector<Uses> uses = UsesWhenHealthy(makeRoad);
-    const int callsWhenHealthy = TotalFakedCalls();
+    const std::vector<Uses> uses = CountUsesWithoutFaults(makeScenario);
+    const int callsWithoutFaults = TotalFakedCalls();
     WalkTally tally;
     for (size_t i = 0; i < uses.size(); ++i) {
         const FaultyCall &call = FaultyCalls()[i];
@@ -183,7 +185,7 @@ WalkTally WalkEveryFault(MakeRoad makeRoad)
         }
         for (const FaultCase &faulty : CasesOf(call, uses[i])) {
             const int failures = FailuresSoFar();
-            Walk(faulty, makeRoad, callsWhenHealthy);
+            Walk(faulty, makeScenario, callsWithoutFaults);
             ++tally.cases;
             tally.lasting += faulty.lasting ? 1 : 0;
             tally.findings += FailuresSoFar() > failures ? 1 : 0;

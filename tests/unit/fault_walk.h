@@ -1,4 +1,4 @@
-// Walks a road of the module, open to close, again and again, with one fault on the way each time.
+// Runs a scenario from open to close once per fault, injecting one failing system call each time.
 #pragma once
 
 #include <map>
@@ -10,71 +10,74 @@
 
 namespace velto_test {
 
-// What brings the sound back, from nothing at all to everything anew.
-enum class Remedy { None, PropertyChange, DefaultChange, Reopening };
+// The action that restores the sound after a fault, from the smallest to the largest.
+enum class Recovery { None, PropertyChange, DefaultChange, Reopening };
 
 struct Line {
     std::string tag;
     std::wstring text;
 };
 
-// What must be seen of a fault.
+// The outcome that the module guarantees for a fault.
 struct Expectation {
-    std::vector<Line> lines;      // one of them is logged, once; none: no line is promised
-    std::vector<Remedy> remedies; // one of these is needed
-    bool deaf = false;            // hears of no other device until it is opened anew
-    bool usual = false;           // the line also comes without the fault
+    std::vector<Line> lines;             // exactly one of them is logged; empty: no line is required
+    std::vector<Recovery> recoveries;    // one of them restores the sound
+    bool missesDeviceChanges = false;    // keeps the old device until it is reopened
+    bool alsoLoggedWithoutFault = false; // so the line may appear more than once
 };
 
-// A fault at one use of a call.
+// One fault, injected at one use of a call. A use is a single invocation of the call by the module.
 struct FaultCase {
     const FaultyCall &call;
     const Fault &fault;
-    int nth;
-    bool lasting; // all later uses fail, too, until it is healed
-    bool polled;  // made over and over for as long as the road lingers
+    int nth;      // the use that fails, counted from the start of the scenario
+    bool lasting; // all later uses fail, too, until the walk clears the faults
+    bool polled;  // a thread repeats the call for as long as the scenario stays in one step
 };
 
-// One direction, on healthy fake endpoints. Made anew for each case; gives everything back in Finish.
-class Road {
+// One direction, on working fake endpoints. Each case runs a new scenario.
+class Scenario {
 public:
-    virtual ~Road() = default;
+    virtual ~Scenario() = default;
 
-    virtual bool Meets(const FaultyCall &) const { return true; }
-    // Of the uses of a call that were counted, those that every run makes.
-    virtual int SureUses(const FaultyCall &, int counted) const { return counted; }
-    // Calls that are made over and over for as long as the road lingers; how often is chance.
-    virtual bool Polls(const FaultyCall &) const { return false; }
+    // False for calls whose faults another scenario covers.
+    virtual bool Covers(const FaultyCall &) const { return true; }
+    // How many of the `counted` uses happen on every run; the rest depend on timing.
+    virtual int GuaranteedUses(const FaultyCall &, int counted) const { return counted; }
+    // True for calls that a thread repeats while the scenario stays in a step. Their number depends on
+    // timing.
+    virtual bool IsPolled(const FaultyCall &) const { return false; }
     virtual int Steps() const = 0;
     virtual std::string StepName(int step) const = 0;
-    virtual void Take(int step) = 0;
-    // True where the road can stay until it has met a fault.
-    virtual bool LingersIn(int step) const = 0;
-    virtual void Linger(const std::function<bool()> &until) = 0;
-    // Goes on while a fault lasts.
-    virtual void Bear() = 0;
-    // Of the `use`th use of the call within the step.
+    virtual void RunStep(int step) = 0;
+    // True if the scenario can stay in the step until a polled call has failed.
+    virtual bool CanKeepPolling(int step) const = 0;
+    virtual void PollUntil(const std::function<bool()> &condition) = 0;
+    // Continues for a while under a lasting fault.
+    virtual void KeepRunning() = 0;
+    // `use`: the number of the failing use within the step, from 1.
     virtual Expectation Expected(const FaultCase &faulty, int step, int use) const = 0;
-    virtual bool SoundFlows() = 0;
-    virtual void Apply(Remedy remedy) = 0;
-    // True when the sound is where it belongs after another change of the default device.
-    virtual bool FollowsTheDefault() = 0;
+    virtual bool HasSound() = 0;
+    virtual void Apply(Recovery recovery) = 0;
+    // Changes the default device; true if the sound moves to the new one.
+    virtual bool FollowsDefaultDevice() = 0;
+    // Closes everything and expects that nothing leaked.
     virtual void Finish() = 0;
 };
 
-using MakeRoad = std::unique_ptr<Road> (*)();
+using MakeScenario = std::unique_ptr<Scenario> (*)();
 
-// What a walk came to.
 struct WalkTally {
     int calls = 0;
     std::map<FaultKind, int> faults; // of these calls
     int cases = 0;
     int lasting = 0;  // of the cases
-    int findings = 0; // cases that did not go as expected
+    int findings = 0; // cases with an unexpected outcome
 };
 
-// All faults of all calls that the road makes, and a hang of each: once at the first, the tenth and the
-// last use of the call; what may last also from the first on. Reports what is not as expected.
-WalkTally WalkEveryFault(MakeRoad makeRoad);
+// Injects every fault of every call that the scenario makes, and a hang of each call: at the first, the tenth
+// and the last use. Faults that may last are injected from the first use on, too. Fails the test for each
+// unexpected outcome.
+WalkTally WalkEveryFault(MakeScenario makeScenario);
 
 } // namespace velto_test

@@ -1,5 +1,5 @@
-// Every result that the system may give to a call of the module, at the first, the tenth and the last
-// use of the call, and for good. scripts/fault-walk writes what this walks into docs/reliability.md.
+// Injects every documented result of every system call that the module makes, at the first, the tenth and the
+// last use of the call, and permanently. scripts/fault-walk copies the counts into docs/reliability.md.
 #include "fault_walk.h"
 
 #include <gtest/gtest.h>
@@ -10,48 +10,49 @@
 #include <iostream>
 #include <sstream>
 
-#include "microphone_road.h"
-#include "speaker_road.h"
-#include "table_road.h"
+#include "microphone_scenario.h"
+#include "speaker_scenario.h"
+#include "table_scenario.h"
 
 namespace {
 
 using namespace velto_test;
 
-int Of(const WalkTally &tally, FaultKind kind)
+int FaultsOf(const WalkTally &tally, FaultKind kind)
 {
     const auto found = tally.faults.find(kind);
     return found == tally.faults.end() ? 0 : found->second;
 }
 
-// Tells the counts, also in a file where VELTO_FAULT_WALK names a folder for it.
-void Report(const std::string &road, const WalkTally &tally)
+// Prints the counts, and writes them to a file if VELTO_FAULT_WALK names a folder.
+void Report(const std::string &scenario, const WalkTally &tally)
 {
     std::ostringstream text;
-    text << "calls " << tally.calls << ", failures " << Of(tally, FaultKind::Failure) << ", null "
-         << Of(tally, FaultKind::Null) << ", sizes " << Of(tally, FaultKind::Size) << ", successes "
-         << Of(tally, FaultKind::Success) << ", hangs " << Of(tally, FaultKind::Hang) << ", cases "
-         << tally.cases << ", lasting " << tally.lasting << ", findings " << tally.findings;
-    std::cout << road << ": " << text.str() << std::endl;
+    text << "calls " << tally.calls << ", failures " << FaultsOf(tally, FaultKind::Failure) << ", null "
+         << FaultsOf(tally, FaultKind::Null) << ", sizes " << FaultsOf(tally, FaultKind::Size)
+         << ", successes " << FaultsOf(tally, FaultKind::Success) << ", hangs "
+         << FaultsOf(tally, FaultKind::Hang) << ", cases " << tally.cases << ", lasting " << tally.lasting
+         << ", findings " << tally.findings;
+    std::cout << scenario << ": " << text.str() << std::endl;
     if (const char *folder = std::getenv("VELTO_FAULT_WALK")) {
         std::filesystem::create_directories(folder);
-        std::ofstream(std::filesystem::path(folder) / (road + ".txt")) << text.str() << '\n';
+        std::ofstream(std::filesystem::path(folder) / (scenario + ".txt")) << text.str() << '\n';
     }
 }
 
 TEST(FaultWalk, SpeakerRecoversFromEveryFault)
 {
-    Report("speaker", WalkEveryFault(MakeSpeakerRoad));
+    Report("speaker", WalkEveryFault(MakeSpeakerScenario));
 }
 
 TEST(FaultWalk, MicrophoneRecoversFromEveryFault)
 {
-    Report("microphone", WalkEveryFault(MakeMicrophoneRoad));
+    Report("microphone", WalkEveryFault(MakeMicrophoneScenario));
 }
 
 TEST(FaultWalk, SpeakerTableRecoversFromEveryFault)
 {
-    Report("table", WalkEveryFault(MakeTableRoad));
+    Report("table", WalkEveryFault(MakeTableScenario));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// A call to the system that does not return for a while: whom it keeps waiting, and whom not.
+// While a system call hangs on one of the module's threads, the host's calls must return.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -6,18 +6,18 @@
 #include <mutex>
 
 #include "capture_fixture.h"
-#include "microphone_road.h"
-#include "table_road.h"
+#include "microphone_scenario.h"
+#include "table_scenario.h"
 
 namespace {
 
 using namespace velto_test;
 using namespace std::chrono_literals;
 
-// Holds a call until it is opened, or for ten seconds.
+// Blocks a call until Open, or for ten seconds.
 class Gate {
 public:
-    void Hold()
+    void Block()
     {
         std::unique_lock lock(m_mutex);
         m_reached = true;
@@ -29,7 +29,7 @@ public:
         std::unique_lock lock(m_mutex);
         return m_changed.wait_for(lock, 10s, [this] { return m_reached; });
     }
-    // True when the call was still held.
+    // False if the call was no longer blocked.
     bool Open()
     {
         const std::lock_guard lock(m_mutex);
@@ -49,28 +49,29 @@ private:
 constexpr int opening = 0;
 constexpr int hostCalls = 1;
 
-// Makes the host's calls while `call` hangs on another thread.
-void CallWhileItHangs(const std::string &call, MakeRoad makeRoad, const std::function<void()> &provoke)
+// Makes the host's calls while `call` hangs on another thread. `trigger` makes the module use `call`.
+void MakeHostCallsWhileHanging(const std::string &call, MakeScenario makeScenario,
+                               const std::function<void()> &trigger)
 {
     SCOPED_TRACE(call);
-    const auto road = makeRoad();
-    road->Take(opening);
+    const auto scenario = makeScenario();
+    scenario->RunStep(opening);
     const auto gate = std::make_shared<Gate>();
-    FaultyCallNamed(call).before([gate] { gate->Hold(); }, 1);
-    provoke();
-    road->Take(hostCalls);
+    FaultyCallNamed(call).before([gate] { gate->Block(); }, 1);
+    trigger();
+    scenario->RunStep(hostCalls);
     EXPECT_TRUE(gate->AwaitReached());
-    road->Take(hostCalls);
-    EXPECT_TRUE(gate->Open()) << "a call of the host waited";
-    EXPECT_TRUE(road->SoundFlows());
-    road->Finish();
+    scenario->RunStep(hostCalls);
+    EXPECT_TRUE(gate->Open()) << "a call of the host waited for the hanging call";
+    EXPECT_TRUE(scenario->HasSound());
+    scenario->Finish();
 }
 
 TEST(HangingCall, DoesNotBlockWritesWhileRendering)
 {
     for (const char *call : {"IAudioClient::GetCurrentPadding", "IAudioRenderClient::GetBuffer",
                              "IAudioRenderClient::ReleaseBuffer"}) {
-        CallWhileItHangs(call, MakeTableRoad, [] {});
+        MakeHostCallsWhileHanging(call, MakeTableScenario, [] {});
     }
 }
 
@@ -78,7 +79,7 @@ TEST(HangingCall, DoesNotBlockWritesDuringEndpointChange)
 {
     for (const char *call : {"IMMDeviceEnumerator::GetDefaultAudioEndpoint", "IMMDevice::Activate",
                              "IAudioClient::Initialize", "IAudioClient::Stop"}) {
-        CallWhileItHangs(call, MakeTableRoad, [] {
+        MakeHostCallsWhileHanging(call, MakeTableScenario, [] {
             auto &audio = fakes::AudioSystem::Instance();
             audio.NotifyPropertyChanged(L"speakers");
             audio.Invalidate(L"speakers");
@@ -91,7 +92,7 @@ TEST(HangingCall, DoesNotBlockReadsWhileCapturing)
 {
     for (const char *call : {"IAudioCaptureClient::GetBuffer", "IAudioCaptureClient::ReleaseBuffer",
                              "IAudioCaptureClient::GetNextPacketSize", "IAudioEndpointVolume::GetMute"}) {
-        CallWhileItHangs(call, MakeMicrophoneRoad, [] {});
+        MakeHostCallsWhileHanging(call, MakeMicrophoneScenario, [] {});
     }
 }
 

@@ -22,7 +22,7 @@ constexpr char releaseTag[] = "`anonymous-namespace'::VeltoRelease";
 
 class HostRecords : public ::testing::Test {
 protected:
-    void SetUp() override { Recorded().Clear(); }
+    void SetUp() override { ClearLog(); }
 
     static AudioParameters Apply(const std::vector<AudioProfileEntry> &entries,
                                  AudioParameters parameters = {})
@@ -71,7 +71,7 @@ TEST_F(HostRecords, CapabilitiesRefuseAndLogNullArguments)
     EXPECT_EQ(count, 77u);
     EXPECT_EQ(VeltoGetAudioCapability(&list, nullptr), -2000);
     EXPECT_EQ(list, nullptr);
-    ExpectLine(LOG_LEVEL_ERROR, L"audio capabilities or num is null", capabilityTag, 2);
+    ExpectLine(errorLevel, L"audio capabilities or num is null", capabilityTag, 2);
 }
 
 TEST_F(HostRecords, CapabilitiesReturnNullListAndCountFourWithoutMemory)
@@ -84,8 +84,7 @@ TEST_F(HostRecords, CapabilitiesReturnNullListAndCountFourWithoutMemory)
     EXPECT_EQ(count, 4u);
 }
 
-// Each item takes three blocks; the leak check of the sanitizer build tells that a failure frees
-// whatever was there by then.
+// Each item takes three blocks. A failure must free all earlier blocks; LeakSanitizer checks this.
 TEST_F(HostRecords, CapabilitiesReturnCountFourWithoutMemoryForItem)
 {
     for (int block = 2; block <= 1 + 4 * 3; ++block) {
@@ -94,11 +93,11 @@ TEST_F(HostRecords, CapabilitiesReturnCountFourWithoutMemoryForItem)
         const fakes::FailingCalloc noMemory(block);
         EXPECT_EQ(VeltoGetAudioCapability(&list, &count), -3) << "block " << block;
         EXPECT_EQ(count, 4u);
-        EXPECT_NE(list, nullptr) << "left pointing at the freed block";
+        EXPECT_NE(list, nullptr) << "still points to the freed block";
     }
 }
 
-// Too few items leave a leak, which the sanitizer build reports; too many end the process.
+// Freeing too few items is a leak, which LeakSanitizer reports. Freeing too many ends the process.
 TEST_F(HostRecords, CapabilitiesFreeOwnItemsAfterConcurrentListAndCountChange)
 {
     for (int block = 2; block <= 1 + 4 * 3; ++block) {
@@ -120,7 +119,7 @@ TEST_F(HostRecords, ItemRefusesAndLogsMissingId)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(nullptr, 0, item), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"device name is null", "`anonymous-namespace'::GetAudioCapabilityItem");
+    ExpectLine(errorLevel, L"device name is null", "`anonymous-namespace'::GetAudioCapabilityItem");
 }
 
 TEST_F(HostRecords, ItemRefusesIdOf65BytesAndStaysUntouched)
@@ -151,25 +150,25 @@ TEST_F(HostRecords, ReleaseLogsOtherTypeAndFreesNothing)
     VeltoRelease(2, block, 4);
     EXPECT_STREQ(block, "still here");
     std::free(block); // would be a double free had Release freed it
-    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 2", releaseTag);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
+    ExpectLine(infoLevel, L"VeltoRelease type = 2", releaseTag);
+    EXPECT_EQ(CountOf(errorLevel), 0);
 }
 
 TEST_F(HostRecords, ReleaseLogsTypeAndErrorForNullBlock)
 {
     VeltoRelease(1, nullptr, 4);
-    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
-    ExpectLine(LOG_LEVEL_ERROR, L"released ptr is null", releaseTag);
+    ExpectLine(infoLevel, L"VeltoRelease type = 1", releaseTag);
+    ExpectLine(errorLevel, L"released ptr is null", releaseTag);
 }
 
 TEST_F(HostRecords, ReleaseWithCountZeroFreesOnlyBlock)
 {
-    // The leak check of the sanitizer build tells that the block went and its contents were not
-    // looked at: the bytes are no valid pointers.
+    // LeakSanitizer checks that the block is freed. Its bytes are no valid pointers, so freeing its members
+    // would crash.
     auto *block = std::malloc(sizeof(AudioCapabilityItem));
     std::memset(block, 0xA5, sizeof(AudioCapabilityItem));
     VeltoRelease(1, block, 0);
-    ExpectLine(LOG_LEVEL_INFO, L"VeltoRelease type = 1", releaseTag);
+    ExpectLine(infoLevel, L"VeltoRelease type = 1", releaseTag);
 }
 
 TEST_F(HostRecords, ReleaseSkipsNullMembersOfItem)
@@ -177,7 +176,7 @@ TEST_F(HostRecords, ReleaseSkipsNullMembersOfItem)
     auto *items = static_cast<AudioCapabilityItem *>(std::calloc(2, sizeof(AudioCapabilityItem)));
     items[1].codecs = static_cast<uint32_t *>(std::malloc(4));
     VeltoRelease(1, items, 2);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR), 0);
+    EXPECT_EQ(CountOf(errorLevel), 0);
 }
 
 TEST_F(HostRecords, ChannelCodesMapToCountsAndUnknownCodesChangeNothing)
@@ -230,7 +229,7 @@ TEST_F(HostRecords, NullListOrEntriesAreLoggedAndChangeNothing)
     EXPECT_EQ(parameters.sampleRate, 1u);
     EXPECT_EQ(parameters.channels, 2u);
     EXPECT_EQ(parameters.bitsPerSample, 3u);
-    ExpectLine(LOG_LEVEL_ERROR, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter", 2);
+    ExpectLine(errorLevel, L"audio profiles is null", "`anonymous-namespace'::GetAudioParameter", 2);
 }
 
 } // namespace

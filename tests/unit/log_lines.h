@@ -1,29 +1,52 @@
-// What tests ask of the recorded log.
+// The log lines that the module has written since the last reset.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "log_recorder.h"
 
 namespace velto_test {
+
+using fakes::LogEntry;
+
+inline constexpr int infoLevel = LOG_LEVEL_INFO;
+inline constexpr int errorLevel = LOG_LEVEL_ERROR;
 
 inline fakes::LogRecorder &Recorded()
 {
     return fakes::LogRecorder::Instance();
 }
 
-inline void ExpectLine(int level, const std::wstring &text, const std::string &tag, int count = 1)
+inline std::vector<LogEntry> Log()
 {
-    EXPECT_EQ(Recorded().Count(level, text, tag), count) << tag;
+    return Recorded().Entries();
 }
 
-// Reports of a level; of a level and a text, whatever their tag.
+inline std::vector<LogEntry> LogOf(const std::string &tag)
+{
+    return Recorded().EntriesOf(tag);
+}
+
+inline void ClearLog()
+{
+    Recorded().Clear();
+}
+
+inline void ExpectLine(int level, const std::wstring &text, const std::string &tag, int times = 1)
+{
+    EXPECT_EQ(Recorded().Count(level, text, tag), times)
+        << ::testing::PrintToString(LogEntry{level, text, tag}) << " among "
+        << ::testing::PrintToString(Log());
+}
+
+// Counts the lines with a level, and with a level and a text. The tag does not matter.
 inline int CountOf(int level)
 {
     int count = 0;
-    for (const fakes::LogEntry &entry : Recorded().Entries()) {
+    for (const LogEntry &entry : Log()) {
         count += entry.level == level ? 1 : 0;
     }
     return count;
@@ -32,7 +55,7 @@ inline int CountOf(int level)
 inline int CountOf(int level, const std::wstring &text)
 {
     int count = 0;
-    for (const fakes::LogEntry &entry : Recorded().Entries()) {
+    for (const LogEntry &entry : Log()) {
         count += entry.level == level && entry.text == text ? 1 : 0;
     }
     return count;

@@ -15,7 +15,7 @@ using namespace velto_test;
 
 class LogSite : public ::testing::Test {
 protected:
-    void SetUp() override { Recorded().Clear(); }
+    void SetUp() override { ClearLog(); }
 };
 
 TEST_F(LogSite, WritesToChannelWithoutTagThenToSingletonWithTag)
@@ -36,7 +36,7 @@ TEST_F(LogSite, LogsErrorsAtLevelFour)
 TEST_F(LogSite, WidensNarrowTextAndPrintsDecimalIntegers)
 {
     velto::LogError("tag", "a", std::string("b"), L"c", int32_t{-22}, uint32_t{4294967295u});
-    ExpectLine(LOG_LEVEL_ERROR, L"abc-224294967295", "tag");
+    ExpectLine(errorLevel, L"abc-224294967295", "tag");
 }
 
 TEST_F(LogSite, LogsFrameCounterToSingletonOnly)
@@ -62,20 +62,19 @@ TEST_F(LogSite, KeepsLinesWholeFromSeveralThreads)
     }
     for (int i = 0; i < 4; ++i) {
         for (int k = 0; k < 100; ++k) {
-            ExpectLine(LOG_LEVEL_ERROR, L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k),
-                       "tag");
+            ExpectLine(errorLevel, L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k), "tag");
         }
     }
 }
 
-// Every allocation of `log` fails in turn. What was logged is `whole`, or the part of it that only the
-// channel received, or nothing.
+// Makes each allocation of `log` fail in turn. The entry must be `whole`, or only its line to the channel, or
+// missing.
 template <typename Log>
 void ExpectWholeLinesOrNone(Log log, const fakes::LogEntry &whole)
 {
     int failures = 0;
     for (bool hasFailed = true; hasFailed; failures += hasFailed ? 1 : 0) {
-        Recorded().Clear();
+        ClearLog();
         {
             const FailingThrowingNew noMemory(failures + 1);
             EXPECT_NO_THROW(log());
@@ -106,7 +105,7 @@ TEST_F(LogSite, WritesWholeLineOrNoneWithoutMemory)
 
 TEST_F(LogSite, LosesLineWhoseTagRunsOutOfMemory)
 {
-    // The tag alone outgrows what the stream has room for.
+    // Longer than the stream's buffer, so that appending the tag allocates.
     const std::string tag(2000, 't');
     ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "message"); }, {4, L"message", tag, true});
 }

@@ -1,6 +1,6 @@
-// What the microphone promises for each failing call.
+// The microphone's outcome for each failing call.
 #include "expectation_rows.h"
-#include "microphone_road.h"
+#include "microphone_scenario.h"
 #include "support/com.h"
 
 namespace velto_test {
@@ -8,7 +8,7 @@ namespace {
 
 using enum MicrophoneStep;
 using enum FaultKind;
-using enum Remedy;
+using enum Recovery;
 using Rows = ExpectationRows<MicrophoneStep>;
 
 constexpr char prepareTag[] = "AudioCapture::Prepare";
@@ -24,7 +24,7 @@ constexpr char errorTag[] = "AudioCapture::OnError";
 constexpr char changedTag[] = "AudioCapture::OnAudioStateChanged";
 constexpr char notifyTag[] = "AudioDeviceNotify::Initialize";
 
-// In the texts: $H the result of the failing use in hexadecimal, $E its error code.
+// Placeholders in the texts: $H is the result of the failing use in hexadecimal, $E in decimal.
 const wchar_t *const noEnumerator = L"Create IMMDeviceEnumerator failed, err=$H";
 const wchar_t *const noEndpoint = L"GetDefaultAudioEndpoint failed, err=$H";
 const wchar_t *const noClient = L"Activate AudioClient failed, err=$H";
@@ -34,23 +34,23 @@ const wchar_t *const noConverter = L"Failed to initialize the resampling context
 const wchar_t *const noInitThread = L"Create init thread failed!err=$E";
 const wchar_t *const noCaptureThread = L"Create audio capture and encoder thread failed, err=$E";
 
-const wchar_t *const noHoldOnEndpoints =
+const wchar_t *const noReferenceToEndpointDll =
     L"Cannot hold the endpoints' DLL, default device changes are not followed! err=$E";
-const wchar_t *const noHoldOnThisModule =
+const wchar_t *const noReferenceToThisModule =
     L"Cannot hold this module, default device changes are not followed! err=$E";
 
-// A failing capture thread stops the capture, which ends notifications if they have begun. At an opening
-// the road lets the thread fail first; in a restart either may come first.
-const std::vector<Remedy> &GivenUpDuring(MicrophoneStep step)
+// A failing capture thread stops the capture and with it the notifications, if these are registered. During
+// an opening the scenario waits for the thread before it registers; during a restart either may come first.
+const std::vector<Recovery> &RecoveryAfterStop(MicrophoneStep step)
 {
-    static const std::vector<Remedy> beforeNotifications{DefaultChange};
-    static const std::vector<Remedy> either{DefaultChange, Reopening};
-    static const std::vector<Remedy> afterNotifications{Reopening};
+    static const std::vector<Recovery> beforeNotifications{DefaultChange};
+    static const std::vector<Recovery> either{DefaultChange, Reopening};
+    static const std::vector<Recovery> afterNotifications{Reopening};
     return step == Opening ? beforeNotifications : step == Restarting ? either : afterNotifications;
 }
 
-// The init thread asks first, for the encoder; then the capture thread, and then whoever follows the
-// default, which needs an enumerator too.
+// Order of the uses: the init thread for the encoder, the capture thread, then the notifier, which needs an
+// enumerator, too.
 void AddOpening(Rows &rows)
 {
     rows.During({Opening});
@@ -96,28 +96,28 @@ void AddBoth(Rows &rows)
     rows.Add("CreateEvent", Failure, L"Create windows event failed! err=$E", prepareTag, {DefaultChange});
     rows.Add("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Failure, {{}, {None}, true});
     for (const MicrophoneStep step : {Opening, Restarting}) {
-        const std::vector<Remedy> &givenUp = GivenUpDuring(step);
+        const std::vector<Recovery> &recovery = RecoveryAfterStop(step);
         rows.During({step});
         for (const FaultKind kind : {Failure, Null}) {
-            rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, givenUp);
-            rows.Add("IMMDevice::Activate", kind, noVolume, openTag, givenUp, 3);
-            rows.Add("IMMDevice::Activate", kind, noClient, micTag, givenUp);
-            rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, givenUp);
+            rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, recovery);
+            rows.Add("IMMDevice::Activate", kind, noVolume, openTag, recovery, 3);
+            rows.Add("IMMDevice::Activate", kind, noClient, micTag, recovery);
+            rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, recovery);
             rows.Add("IAudioClient::GetService", kind, L"Get audio capture service failed, err=$H", openTag,
-                     givenUp);
+                     recovery);
         }
-        rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, givenUp, 2);
+        rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, recovery, 2);
         rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
-                 givenUp);
-        rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, givenUp);
-        rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, givenUp);
-        rows.Add("swr_init", Failure, noConverter, swrTag, givenUp);
+                 recovery);
+        rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, recovery);
+        rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, recovery);
+        rows.Add("swr_init", Failure, noConverter, swrTag, recovery);
     }
 }
 
-// Each thread asks for a hold on this module, and starts without one, too. Then the notifier does, which
-// registers with both of its own or not at all.
-void AddHolds(Rows &rows)
+// Each new thread references this module, but also starts without a reference. The notifier needs two
+// references and does not register without both.
+void AddModuleReferences(Rows &rows)
 {
     for (const MicrophoneStep step : {Opening, Restarting}) {
         rows.During({step});
@@ -125,13 +125,14 @@ void AddHolds(Rows &rows)
         for (int thread = 1; thread <= threads; ++thread) {
             rows.Add("GetModuleHandleEx", Failure, {{}, {None}}, thread);
         }
-        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noHoldOnEndpoints}}, {None}, true}, threads + 1);
-        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noHoldOnThisModule}}, {None}, true},
+        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noReferenceToEndpointDll}}, {None}, true},
+                 threads + 1);
+        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noReferenceToThisModule}}, {None}, true},
                  threads + 2);
     }
 }
 
-// The loop polls whatever the steps do.
+// The capture loop polls during all steps.
 void AddLoop(Rows &rows)
 {
     rows.During({Opening, Capturing, Restarting});
@@ -150,12 +151,12 @@ void AddLoop(Rows &rows)
     rows.Add("av_samples_get_buffer_size", Failure, L"Could not get sample buffer size", convertTag, {None});
 
     for (const char *call : {"avcodec_send_frame", "avcodec_receive_packet"}) {
-        rows.During({Opening}); // the loop runs before the notifications begin, and afterwards
-        rows.Add(call, Failure, L"Error code: -104", errorTag, GivenUpDuring(Restarting));
+        rows.During({Opening}); // the loop starts before the registration and continues after it
+        rows.Add(call, Failure, L"Error code: -104", errorTag, RecoveryAfterStop(Restarting));
         rows.During({Capturing});
-        rows.Add(call, Failure, L"Error code: -104", errorTag, GivenUpDuring(Capturing));
+        rows.Add(call, Failure, L"Error code: -104", errorTag, RecoveryAfterStop(Capturing));
     }
-    rows.During({Restarting}); // it may have been the end of the capture before
+    rows.During({Restarting}); // the failing use may belong to the old capture, which is ending
     rows.Add("avcodec_send_frame", Failure, {{}, {None, DefaultChange, Reopening}});
     rows.Add("avcodec_receive_packet", Failure, {{}, {None, DefaultChange, Reopening}});
 }
@@ -166,13 +167,14 @@ Rows MakeRows()
     AddOpening(rows);
     AddRestarting(rows);
     AddBoth(rows);
-    AddHolds(rows);
+    AddModuleReferences(rows);
     AddLoop(rows);
     return rows;
 }
 
-// A thread in another kind of apartment is no failure by itself, but here there is none. Lasting, a
-// fault also meets who asks later: whoever follows the default, or the capture thread.
+// RPC_E_CHANGED_MODE means that the thread is already in another kind of apartment. The injected error leaves
+// the thread outside any apartment, so the calls that follow fail. Lasting faults also hit the later uses:
+// the capture thread's and the notifier's.
 std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
 {
     const std::string &call = faulty.call.name;
@@ -192,7 +194,7 @@ std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
         return Expectation{{{micTag, noEnumerator}}, {Reopening}};
     }
     if (call == "GetModuleHandleEx") {
-        return Expectation{{{notifyTag, noHoldOnEndpoints}}, {None}, true};
+        return Expectation{{{notifyTag, noReferenceToEndpointDll}}, {None}, true};
     }
     if (call == "IAudioClient::GetMixFormat" && faulty.fault.kind == Size) {
         return Expectation{{{openTag, L"InitSwr failed! Err=-1"}}, {DefaultChange}};

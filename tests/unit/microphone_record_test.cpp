@@ -1,11 +1,11 @@
 #include "handler/microphone_record.h"
 
-#include <cstring>
 #include <string>
 #include <thread>
 
 #include "capture_fixture.h"
 #include "failing_throwing_new.h"
+#include "host_calls.h"
 
 namespace {
 
@@ -20,37 +20,28 @@ class MicrophoneRecord : public CaptureTest {
 protected:
     ~MicrophoneRecord() override { EXPECT_EQ(CloseRecord("mic1"), 0); }
 
-    static uint32_t Length(const char *id) { return static_cast<uint32_t>(std::strlen(id)); }
     int32_t OpenRecord(const char *id)
     {
         return VeltoOpenAudioRecord(id, Length(id), nullptr, nullptr, &profiles);
     }
     static int32_t CloseRecord(const char *id) { return VeltoCloseAudioRecord(id, Length(id)); }
     int32_t ReadRecord() { return VeltoReadStreamBuffer("mic1", 4, nullptr, &frame); }
-    // Reads until a packet comes; false after ten seconds.
-    bool ReadsAPacket()
+    // Reads until a read returns a packet. False after ten seconds.
+    bool ReadUntilPacket()
     {
         return Eventually([&] {
-            header.size = 3840; // more than any packet; a stopped capture leaves it
+            header.size = 3840; // larger than any packet; a stopped capture does not change it
             EXPECT_EQ(ReadRecord(), 0);
             return header.size != 0 && header.size != 3840;
         });
     }
-    // The state of the capture that is open.
+    // The state of the current capture.
     static int32_t State() { return AudioCaptureProbe(*AudioCapture::Current()).State(); }
 
     AudioProfileList profiles{};
-    StreamFrameHeader header{};
-    StreamFrame frame = MakeFrame();
-
-private:
-    StreamFrame MakeFrame()
-    {
-        StreamFrame made{};
-        made.header = &header;
-        made.data = buffer.data();
-        return made;
-    }
+    HostFrame record{buffer.data(), 0};
+    StreamFrameHeader &header = record.header;
+    StreamFrame &frame = record.frame;
 };
 
 TEST_F(MicrophoneRecord, OpenRequiresValidIdAndProfileList)
@@ -78,13 +69,13 @@ TEST_F(MicrophoneRecord, OpenUsesSameMicrophoneForAnyId)
     }
 }
 
-// The allocations that the construction of a capture makes: its own and its members'.
+// Counts the allocations of a capture's construction, including its members.
 int ConstructionAllocations()
 {
     for (int nth = 1;; ++nth) {
         const FailingThrowingNew noMemory(nth);
         try {
-            const auto made = std::make_unique<AudioCapture>();
+            const auto created = std::make_unique<AudioCapture>();
             return nth - 1;
         } catch (const std::bad_alloc &) {
             EXPECT_TRUE(noMemory.HasFailed());
@@ -170,7 +161,7 @@ TEST_F(MicrophoneRecord, ReadReturnsMicrophonePackets)
     Microphone().source = [] { return QuietPacket(480); };
     EXPECT_EQ(OpenRecord("mic1"), 0);
     for (int packet = 0; packet < 5; ++packet) {
-        EXPECT_TRUE(ReadsAPacket());
+        EXPECT_TRUE(ReadUntilPacket());
         EXPECT_LT(header.size, 1537U);
     }
 }
@@ -212,7 +203,7 @@ TEST_F(MicrophoneRecord, CloseFreesCaptureFormatEvenWhenNull)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1) << "nothing was open";
 }
 
-// Without a microphone the second capture has no thread that its deletion would wait for.
+// The second capture has no microphone, so it has no thread that its deletion would wait for.
 TEST_F(MicrophoneRecord, CloseKeepsRecordingOpenedMeanwhile)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
@@ -228,7 +219,7 @@ TEST_F(MicrophoneRecord, CloseKeepsRecordingOpenedMeanwhile)
     EXPECT_NE(second, nullptr);
     EXPECT_NE(second, first);
     ASSERT_EQ(AudioCapture::Current(), second);
-    EXPECT_EQ(audio.RegisteredCallbacks(), 1) << "the second recording follows the default";
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1) << "of the second recording";
 }
 
 TEST_F(MicrophoneRecord, ConcurrentClosesEndRecordingOnce)
@@ -236,7 +227,7 @@ TEST_F(MicrophoneRecord, ConcurrentClosesEndRecordingOnce)
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
     audio.Before(Method::UnregisterCallback, [] {
-        EXPECT_EQ(AudioCapture::Current(), nullptr) << "the first call has taken the capture out";
+        EXPECT_EQ(AudioCapture::Current(), nullptr) << "the first call has already taken the capture";
         std::thread other([] { EXPECT_EQ(CloseRecord("mic1"), 0); });
         other.join();
     });
@@ -252,12 +243,12 @@ TEST_F(MicrophoneRecord, ReferencesModuleWhileOpenWithoutMicrophone)
     audio.SetDefaultMicrophone(L"");
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
-    EXPECT_EQ(references(), others + 1) << "its notifier is registered";
+    EXPECT_EQ(references(), others + 1) << "of the registered notifier";
     EXPECT_EQ(CloseRecord("mic1"), 0);
     EXPECT_EQ(references(), others);
 }
 
-// --- A device that fails on the capture thread, before or after the host's thread has registered -----
+// --- A device failure on the capture thread, before or after the host's thread registers -------------
 
 struct DeviceFailure {
     Method method;
@@ -271,7 +262,7 @@ protected:
         Microphone().source = [] { return QuietPacket(1024); };
     }
 
-    // The capture's threads have ended, as after any failure.
+    // Waits until the capture's threads have ended after the failure.
     static bool AwaitTeardown()
     {
         return Eventually([] { return State() == CAPTURE_NOT_PREPARED; });
@@ -298,10 +289,10 @@ TEST_P(MicrophoneDeviceFailure, AfterRegistrationEndsFollowingOfDefault)
     EXPECT_EQ(ReadRecord(), 0);
     EXPECT_EQ(header.size, 100U) << "capture has stopped";
 
-    // The remedy.
+    // Reopening restores the recording.
     EXPECT_EQ(CloseRecord("mic1"), 0);
     EXPECT_EQ(OpenRecord("mic1"), 0);
-    EXPECT_TRUE(ReadsAPacket());
+    EXPECT_TRUE(ReadUntilPacket());
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
     ChangeDefault();
     EXPECT_TRUE(AwaitLine(L"OnAudioStateChanged", "AudioCapture::OnAudioStateChanged"));
@@ -319,7 +310,7 @@ TEST_P(MicrophoneDeviceFailure, BeforeRegistrationKeepsFollowingOfDefault)
     EXPECT_EQ(header.size, 100U) << "capture has stopped";
 
     ChangeDefault();
-    EXPECT_TRUE(ReadsAPacket());
+    EXPECT_TRUE(ReadUntilPacket());
 }
 
 std::string FailureName(const ::testing::TestParamInfo<DeviceFailure> &failure)
@@ -350,7 +341,7 @@ TEST_F(MicrophoneRecord, CloseAfterTwoOpensLeavesFirstCaptureRunning)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
     EXPECT_FALSE(AudioCaptureProbe(*first).Stopped());
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
-    AudioCapture::SetCurrent(first); // for the test to clean up
+    AudioCapture::SetCurrent(first); // so that the fixture closes it
 }
 
 TEST_F(MicrophoneRecord, CloseEndsWaitingRead)

@@ -1,4 +1,4 @@
-// What is released, and the memory that the queue itself takes.
+// Releasing the elements, and the memory of the queue itself.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -20,7 +20,7 @@ TEST_F(PacketQueue, ClearingReleasesEachElementOnceInCreationOrder)
     ASSERT_TRUE(queue.Init(4));
     Element *held = queue.PopFree();
     queue.PushData(queue.PopFree());
-    queue.PushFree(queue.PopFree()); // now behind the last
+    queue.PushFree(queue.PopFree()); // moves it behind the last one
     EXPECT_NE(held, nullptr);
     queue.StopAndClear();
     ASSERT_EQ(record.released.size(), 4U);
@@ -45,7 +45,7 @@ TEST_F(PacketQueue, ClearingWakesAllWaiters)
     ASSERT_TRUE(queue.Init(0));
     std::array waiters{std::async(std::launch::async, [this] { return queue.PopFree(); }),
                        std::async(std::launch::async, [this] { return queue.PopData(); })};
-    EXPECT_TRUE(StillWaits(waiters[0]));
+    EXPECT_TRUE(IsBlocked(waiters[0]));
     queue.StopAndClear();
     EXPECT_EQ(waiters[0].get(), nullptr);
     EXPECT_EQ(waiters[1].get(), nullptr);
@@ -69,14 +69,14 @@ TEST_F(PacketQueue, DestructionReleasesEachElementOnce)
     EXPECT_EQ(std::set<Element *>(record.released.begin(), record.released.end()), all);
 }
 
-// Each operation that a releasing queue must keep out starts while it releases, and ends only after.
-class WatchfulQueue : public BufferQueue<Element *> {
+// While it releases an element, starts operations that must wait until the release is complete.
+class ConcurrentlyUsedQueue : public BufferQueue<Element *> {
 public:
-    ~WatchfulQueue() override { StopAndClear(); }
+    ~ConcurrentlyUsedQueue() override { StopAndClear(); }
 
     std::future<int32_t> counting;
     std::future<Element *> taking;
-    bool keptOut = false;
+    bool wereBlocked = false;
 
 protected:
     Element *CreateElement() override { return new Element; }
@@ -84,55 +84,55 @@ protected:
     {
         counting = std::async(std::launch::async, [this] { return DataCount(); });
         taking = std::async(std::launch::async, [this] { return PopFree(); });
-        keptOut = StillWaits(counting) && StillWaits(taking);
+        wereBlocked = IsBlocked(counting) && IsBlocked(taking);
         BufferQueue::ReleaseElement(element);
     }
 };
 
 TEST_F(PacketQueue, ClearingLocksBothQueues)
 {
-    WatchfulQueue queue;
+    ConcurrentlyUsedQueue queue;
     ASSERT_TRUE(queue.Init(1));
     queue.StopAndClear();
-    EXPECT_TRUE(queue.keptOut);
+    EXPECT_TRUE(queue.wereBlocked);
     EXPECT_EQ(queue.counting.get(), 0);
     EXPECT_EQ(queue.taking.get(), nullptr);
 }
 
-// --- The element type's own release --------------------------------------------------------------
+// --- The default release -------------------------------------------------------------------------
 
-struct Mortal {
-    explicit Mortal(int &deaths) : m_deaths(deaths) {}
-    ~Mortal() { ++m_deaths; }
-    Mortal(const Mortal &) = delete;
-    Mortal &operator=(const Mortal &) = delete;
+struct CountedElement {
+    explicit CountedElement(int &deletions) : m_deletions(deletions) {}
+    ~CountedElement() { ++m_deletions; }
+    CountedElement(const CountedElement &) = delete;
+    CountedElement &operator=(const CountedElement &) = delete;
 
 private:
-    int &m_deaths;
+    int &m_deletions;
 };
 
-class MortalQueue : public BufferQueue<Mortal *> {
+class DefaultReleaseQueue : public BufferQueue<CountedElement *> {
 public:
     using BufferQueue::ReleaseElement;
-    int deaths = 0;
+    int deletions = 0;
 
 protected:
-    Mortal *CreateElement() override { return new Mortal(deaths); }
+    CountedElement *CreateElement() override { return new CountedElement(deletions); }
 };
 
 TEST_F(PacketQueue, DeletesElementsUnlessReleaseIsOverridden)
 {
-    MortalQueue queue;
+    DefaultReleaseQueue queue;
     ASSERT_TRUE(queue.Init(3));
     queue.StopAndClear();
-    EXPECT_EQ(queue.deaths, 3);
+    EXPECT_EQ(queue.deletions, 3);
     queue.ReleaseElement(nullptr);
-    EXPECT_EQ(queue.deaths, 3);
+    EXPECT_EQ(queue.deletions, 3);
 }
 
 // --- Memory --------------------------------------------------------------------------------------
 
-// From the first fill to an overflow and further, at all places that the queues' ends can be at.
+// Fills and empties the queues until their positions have wrapped around.
 TEST_F(PacketQueue, AllocatesOnlyDuringInit)
 {
     for (const uint32_t count : {0U, 1U, 63U, 64U, 65U, 469U, 2000U}) {
@@ -141,8 +141,8 @@ TEST_F(PacketQueue, AllocatesOnlyDuringInit)
         ASSERT_TRUE(queue.Init(count));
         const FailingThrowingNew noMemory(1);
         for (size_t filled = 0; count != 0 && filled < 6000;) {
-            const size_t most = filled % 3 == 0 ? count : 1 + filled % count;
-            for (size_t i = 0; i < most; ++i, ++filled) {
+            const size_t fill = filled % 3 == 0 ? count : 1 + filled % count;
+            for (size_t i = 0; i < fill; ++i, ++filled) {
                 queue.PushData(queue.PopFree());
             }
             while (queue.DataCount() != 0) {

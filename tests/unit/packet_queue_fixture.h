@@ -1,4 +1,4 @@
-// Queues whose elements are counted.
+// Fixture: a queue that counts its elements.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ struct Element {
     size_t number = 0;
 };
 
-// Tells its record what it made and released.
+// Records its created and released elements. `available` limits how many it can create.
 class CountingQueue : public velto::BufferQueue<Element *> {
 public:
     struct Record {
@@ -47,13 +47,14 @@ private:
     std::map<size_t, Element> m_elements;
 };
 
-// Long enough for a thread to do what it should not do; a slow machine only makes the test weaker.
-inline constexpr auto aMoment = std::chrono::milliseconds(30);
+// How long a call must block to count as blocked. On a slow machine a wrong call may return later, so the
+// test only gets weaker.
+inline constexpr auto blockingTime = std::chrono::milliseconds(30);
 
 template <typename Result>
-bool StillWaits(std::future<Result> &call)
+bool IsBlocked(std::future<Result> &call)
 {
-    return call.wait_for(aMoment) == std::future_status::timeout;
+    return call.wait_for(blockingTime) == std::future_status::timeout;
 }
 
 class PacketQueue : public ::testing::Test {

@@ -1,3 +1,4 @@
+// Initialising, filling, emptying and stopping the queue.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -27,10 +28,10 @@ TEST_F(PacketQueue, InitCreatesAllElementsAndHandsThemOutInOrder)
 TEST_F(PacketQueue, PopFreeWaitsAfterInitWithoutElements)
 {
     ASSERT_TRUE(queue.Init(0));
-    auto taker = std::async(std::launch::async, [this] { return queue.PopFree(); });
-    EXPECT_TRUE(StillWaits(taker));
+    auto waiter = std::async(std::launch::async, [this] { return queue.PopFree(); });
+    EXPECT_TRUE(IsBlocked(waiter));
     queue.Stop();
-    EXPECT_EQ(taker.get(), nullptr);
+    EXPECT_EQ(waiter.get(), nullptr);
     EXPECT_EQ(record.created, 0U);
 }
 
@@ -80,7 +81,7 @@ TEST_F(PacketQueue, InitReleasesElementsAndStaysStoppedOnFailure)
     EXPECT_EQ(record.created, 2U);
     ASSERT_EQ(record.released.size(), 2U);
     EXPECT_LT(record.released[0]->number, record.released[1]->number);
-    EXPECT_EQ(queue.PopFree(), nullptr); // at once: stopped and empty
+    EXPECT_EQ(queue.PopFree(), nullptr); // does not wait: stopped and empty
     EXPECT_EQ(queue.PopData(), nullptr);
 }
 
@@ -96,7 +97,7 @@ TEST_F(PacketQueue, InitCanBeRetriedAfterFailure)
 TEST_F(PacketQueue, InitFailsBeforeFirstElementWhenAllocationFails)
 {
     CountingQueue::Record record;
-    CountingQueue queue(record, 0); // makes no element, so all allocations are the queue's
+    CountingQueue queue(record, 0); // creates no element, so all allocations are the queue's own
     for (int nth = 1;; ++nth) {
         const FailingThrowingNew noMemory(nth);
         EXPECT_FALSE(queue.Init(469));
@@ -109,7 +110,7 @@ TEST_F(PacketQueue, InitFailsBeforeFirstElementWhenAllocationFails)
     EXPECT_TRUE(queue.Init(0)) << "stopped and empty";
 }
 
-// --- Taking and giving ---------------------------------------------------------------------------
+// --- Push and pop --------------------------------------------------------------------------------
 
 TEST_F(PacketQueue, ReturnsFilledElementsOldestFirst)
 {
@@ -131,7 +132,7 @@ TEST_F(PacketQueue, QueuesElementsThatAreNotOfThePool)
     std::array<Element, 4> others;
     queue.PushData(&others[0]);
     queue.PushData(&others[1]);
-    EXPECT_EQ(queue.PopData(), &others[0]); // the next one is no longer the first in memory
+    EXPECT_EQ(queue.PopData(), &others[0]); // the queue's first element is no longer at its start
     queue.PushData(&others[2]);
     queue.PushData(&others[3]);
     EXPECT_EQ(queue.DataCount(), 3);
@@ -163,19 +164,19 @@ TEST_F(PacketQueue, PopFreeWaitsUntilElementIsReturned)
 {
     ASSERT_TRUE(queue.Init(1));
     Element *only = queue.PopFree();
-    auto taker = std::async(std::launch::async, [this] { return queue.PopFree(); });
-    EXPECT_TRUE(StillWaits(taker));
-    queue.PushData(only); // of no use to it
-    EXPECT_TRUE(StillWaits(taker));
+    auto waiter = std::async(std::launch::async, [this] { return queue.PopFree(); });
+    EXPECT_TRUE(IsBlocked(waiter));
+    queue.PushData(only); // does not wake a waiter for free elements
+    EXPECT_TRUE(IsBlocked(waiter));
     queue.PushFree(queue.PopData());
-    EXPECT_EQ(taker.get(), only);
+    EXPECT_EQ(waiter.get(), only);
 }
 
 TEST_F(PacketQueue, PopDataWaitsUntilElementIsFilled)
 {
     ASSERT_TRUE(queue.Init(1));
     auto reader = std::async(std::launch::async, [this] { return queue.PopData(); });
-    EXPECT_TRUE(StillWaits(reader));
+    EXPECT_TRUE(IsBlocked(reader));
     Element *element = queue.PopFree();
     queue.PushData(element);
     EXPECT_EQ(reader.get(), element);
@@ -199,8 +200,8 @@ TEST_F(PacketQueue, IsStoppedBeforeInit)
 {
     EXPECT_EQ(queue.PopFree(), nullptr);
     EXPECT_EQ(queue.PopData(), nullptr);
-    Element stranger;
-    queue.PushData(&stranger);
+    Element other;
+    queue.PushData(&other);
     EXPECT_EQ(queue.DataCount(), 0);
 }
 
@@ -212,7 +213,7 @@ TEST_F(PacketQueue, StopWakesAllWaitersOnBothQueues)
                        std::async(std::launch::async, [this] { return queue.PopData(); }),
                        std::async(std::launch::async, [this] { return queue.PopData(); })};
     for (auto &waiter : waiters) {
-        EXPECT_TRUE(StillWaits(waiter));
+        EXPECT_TRUE(IsBlocked(waiter));
     }
     queue.Stop();
     for (auto &waiter : waiters) {
@@ -248,7 +249,7 @@ TEST_F(PacketQueue, QueuesNothingAfterStop)
     EXPECT_EQ(queue.PopData(), nullptr);
     EXPECT_EQ(queue.PopFree(), nullptr);
     queue.StopAndClear();
-    EXPECT_EQ(record.released.size(), 2U); // the pool still had them
+    EXPECT_EQ(record.released.size(), 2U); // both were still in the pool
 }
 
 TEST_F(PacketQueue, StopCanBeRepeatedAndReleasesNothing)

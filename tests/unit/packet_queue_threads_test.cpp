@@ -30,7 +30,7 @@ TEST_F(PacketQueue, DeliversAllElementsInOrderThroughSmallPool)
         queue.PushFree(element);
     }
     if (arrived != total) {
-        queue.Stop(); // the producer would wait forever; its next element is null then
+        queue.Stop(); // otherwise the producer would wait forever
     }
     EXPECT_EQ(arrived, total);
     producer.join();
@@ -49,8 +49,8 @@ TEST_F(PacketQueue, BlocksProducerUntilConsumerReads)
     while (queue.DataCount() != 3) {
         std::this_thread::yield();
     }
-    std::this_thread::sleep_for(aMoment);
-    EXPECT_EQ(filled, 3); // nothing dropped, nothing overwritten
+    std::this_thread::sleep_for(blockingTime);
+    EXPECT_EQ(filled, 3); // no element dropped or overwritten
     for (size_t i = 0; i < 3; ++i) {
         Element *oldest = queue.PopData();
         EXPECT_EQ(oldest->number, i);
@@ -63,12 +63,12 @@ TEST_F(PacketQueue, BlocksProducerUntilConsumerReads)
     producer.join();
 }
 
-// A thread sanitizer also sees here in which order the locks are taken.
+// ThreadSanitizer also checks the lock order here.
 TEST_F(PacketQueue, SurvivesRestartsDuringTransfers)
 {
-    std::atomic<bool> ends = false;
+    std::atomic<bool> done = false;
     std::thread producer([&] {
-        while (!ends) {
+        while (!done) {
             Element *element = queue.PopFree();
             queue.PushData(element);
             element = queue.PopFree();
@@ -76,7 +76,7 @@ TEST_F(PacketQueue, SurvivesRestartsDuringTransfers)
         }
     });
     std::thread consumer([&] {
-        while (!ends) {
+        while (!done) {
             if (queue.DataCount() > 0) {
                 queue.PushFree(queue.PopData());
             }
@@ -90,7 +90,7 @@ TEST_F(PacketQueue, SurvivesRestartsDuringTransfers)
         }
         queue.StopAndClear();
     }
-    ends = true;
+    done = true;
     queue.Stop();
     producer.join();
     consumer.join();

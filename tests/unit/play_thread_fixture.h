@@ -1,10 +1,8 @@
-// What the tests of the play thread share.
+// Fixture of the play thread's tests.
 #pragma once
 
-#include <chrono>
 #include <cstring>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -12,19 +10,15 @@
 #include "play_thread_probe.h"
 #include "recording_player.h"
 #include "render_fixture.h"
+#include "reset.h"
+#include "tests/fakes/polling.h"
 
 namespace velto_test {
 
 inline constexpr char pushTag[] = "velto::AudioPlayThread::PushBuffer";
 inline constexpr wchar_t cushionFull[] = L"needDelay. push all delay buffer queue";
 
-inline bool Await(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 10000 && !condition(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return condition();
-}
+using fakes::Eventually;
 
 inline velto::AudioPlayBuffer *MakeBuffer(uint8_t value, int32_t bytes = 4)
 {
@@ -41,7 +35,7 @@ inline void FreeBuffer(velto::AudioPlayBuffer *buffer)
     delete buffer;
 }
 
-// The first byte of each queued block.
+// Returns the first byte of each queued block.
 inline std::vector<int> Contents(const std::deque<velto::AudioPlayBuffer *> &queue)
 {
     std::vector<int> values;
@@ -60,20 +54,19 @@ inline std::vector<int> Range(int first, int last)
     return values;
 }
 
-inline std::vector<bool> notified;
-inline void Notify(bool value)
+// The broadcast flags that the play thread has forwarded.
+inline std::vector<bool> forwardedFlags;
+inline void RecordFlag(bool value)
 {
-    notified.push_back(value);
+    forwardedFlags.push_back(value);
 }
 
 class PlayThread : public ::testing::Test {
 protected:
     PlayThread()
     {
-        fakewin::Reset();
-        fakes::AudioSystem::Instance().Reset();
-        fakes::LogRecorder::Instance().Clear();
-        notified.clear();
+        fakes::ResetAll();
+        forwardedFlags.clear();
     }
 
     ~PlayThread() override
@@ -86,12 +79,12 @@ protected:
 
     void UseRecordingPlayer() { probe.Player() = std::make_unique<RecordingPlayer>(record); }
 
-    // As the speaker track starts it.
+    // Starts the thread as the speaker track does.
     void Start()
     {
         thread->isRunning = 1;
         EXPECT_TRUE(thread->StartPlayThread());
-        ASSERT_TRUE(Await([this] { return thread->threadStarted.load(); }));
+        ASSERT_TRUE(Eventually([this] { return thread->threadStarted.load(); }));
     }
 
     void Push(int first, int last)
@@ -101,15 +94,12 @@ protected:
         }
     }
 
-    static int CushionLines()
-    {
-        return fakes::LogRecorder::Instance().Count(infoLevel, cushionFull, pushTag);
-    }
+    static int CushionLines() { return Recorded().Count(infoLevel, cushionFull, pushTag); }
 
     RecordingPlayer::Record record;
     velto::SpeakerAudioParams params;
     std::unique_ptr<velto::AudioPlayThread> thread =
-        std::make_unique<velto::AudioPlayThread>(&params, Notify);
+        std::make_unique<velto::AudioPlayThread>(&params, RecordFlag);
     velto::AudioPlayThreadProbe probe{*thread};
 };
 

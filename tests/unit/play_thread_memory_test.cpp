@@ -1,4 +1,4 @@
-// The play thread and its queues without memory.
+// The play thread and its queues when memory runs out.
 #include <algorithm>
 
 #include "failing_throwing_new.h"
@@ -13,8 +13,8 @@ using velto::AudioPlayThreadProbe;
 
 constexpr wchar_t droppedLine[] = L"no memory to queue a block, dropped";
 
-// A deque allocates once for many blocks. Pushing and popping `blocks` brings it as much closer to its
-// next allocation.
+// A deque allocates memory for several blocks at once. Pushing and popping moves it towards its next
+// allocation.
 void Advance(std::deque<AudioPlayBuffer *> &queue, int blocks)
 {
     for (int i = 0; i < blocks; ++i) {
@@ -22,7 +22,7 @@ void Advance(std::deque<AudioPlayBuffer *> &queue, int blocks)
         queue.pop_front();
     }
 }
-constexpr int deepest = 64; // blocks to an allocation: 512 bytes of pointers
+constexpr int blocksPerAllocation = 64; // 512 bytes of pointers
 
 std::vector<AudioPlayBuffer *> MakeBuffers(int first, int last)
 {
@@ -35,7 +35,7 @@ std::vector<AudioPlayBuffer *> MakeBuffers(int first, int last)
 
 int DroppedLines()
 {
-    return fakes::LogRecorder::Instance().Count(errorLevel, droppedLine, pushTag);
+    return Recorded().Count(errorLevel, droppedLine, pushTag);
 }
 
 std::vector<int> Without(std::vector<int> values, int value)
@@ -44,17 +44,17 @@ std::vector<int> Without(std::vector<int> values, int value)
     return values;
 }
 
-// What one run saw, for the test to know that it reached what it is about.
-struct Seen {
+// Which cases one run covered.
+struct Coverage {
     bool hasFailed = false;
-    bool lostABlock = false;
+    bool lostBlock = false;
     bool wasHalfFlushed = false;
 };
 
-// Pushes the five blocks of a cushion, of which the nth allocation fails, and seven more with memory.
-Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
+// Pushes the five blocks of a cushion, during which the nth allocation fails, then seven more blocks.
+Coverage FillCushion(int advancedDelay, int advancedPlay, int nth)
 {
-    fakes::LogRecorder::Instance().Clear();
+    ClearLog();
     const velto::SpeakerAudioParams params;
     AudioPlayThread thread(&params, nullptr);
     AudioPlayThreadProbe probe(thread);
@@ -62,7 +62,7 @@ Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
     Advance(probe.PlayQueue(), advancedPlay);
     const std::vector<AudioPlayBuffer *> cushion = MakeBuffers(1, 5);
 
-    Seen seen;
+    Coverage covered;
     int lost = 0;
     {
         const FailingThrowingNew noMemory(nth);
@@ -73,10 +73,10 @@ Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
                 lost = static_cast<int>(i) + 1;
             }
         }
-        seen.hasFailed = noMemory.HasFailed();
+        covered.hasFailed = noMemory.HasFailed();
     }
-    seen.lostABlock = lost != 0;
-    seen.wasHalfFlushed = !probe.PlayQueue().empty() && !probe.DelayQueue().empty();
+    covered.lostBlock = lost != 0;
+    covered.wasHalfFlushed = !probe.PlayQueue().empty() && !probe.DelayQueue().empty();
     const bool isFlushed = probe.DelayQueue().empty() && probe.PlayQueue().size() == 5;
     EXPECT_EQ(isFlushed, lost == 0) << "a lost block leaves the cushion unfinished";
     const bool allMoved = probe.DelayQueue().empty() && !probe.PlayQueue().empty();
@@ -93,20 +93,22 @@ Seen FillCushion(int advancedDelay, int advancedPlay, int nth)
     EXPECT_FALSE(thread.needDelay);
     EXPECT_EQ(DroppedLines(), lost != 0 ? 1 : 0);
     probe.FreeQueued();
-    return seen;
+    return covered;
 }
 
 TEST_F(PlayThread, LosesOnlyDelayedBlockThatRunsOutOfMemory)
 {
     int lost = 0;
     int halfFlushed = 0;
-    for (int advancedDelay = 0; advancedDelay < deepest; ++advancedDelay) {
-        for (const int advancedPlay : {0, deepest - 5, deepest - 4, deepest - 3, deepest - 2, deepest - 1}) {
-            Seen seen{.hasFailed = true};
-            for (int nth = 1; seen.hasFailed; ++nth) {
-                seen = FillCushion(advancedDelay, advancedPlay, nth);
-                lost += seen.lostABlock ? 1 : 0;
-                halfFlushed += seen.wasHalfFlushed ? 1 : 0;
+    for (int advancedDelay = 0; advancedDelay < blocksPerAllocation; ++advancedDelay) {
+        for (const int advancedPlay :
+             {0, blocksPerAllocation - 5, blocksPerAllocation - 4, blocksPerAllocation - 3,
+              blocksPerAllocation - 2, blocksPerAllocation - 1}) {
+            Coverage covered{.hasFailed = true};
+            for (int nth = 1; covered.hasFailed; ++nth) {
+                covered = FillCushion(advancedDelay, advancedPlay, nth);
+                lost += covered.lostBlock ? 1 : 0;
+                halfFlushed += covered.wasHalfFlushed ? 1 : 0;
             }
         }
     }
@@ -120,7 +122,7 @@ TEST_F(PlayThread, DropsNewBlockInsteadOfOldOneWithoutMemory)
     Push(1, 20);
     std::vector<int> expected = Range(1, 20);
     int lost = 0;
-    for (int value = 21; value <= 20 + deepest; ++value) {
+    for (int value = 21; value <= 20 + blocksPerAllocation; ++value) {
         AudioPlayBuffer *buffer = MakeBuffer(static_cast<uint8_t>(value));
         bool hasFailed = false;
         {
@@ -156,7 +158,8 @@ TEST_F(PlayThread, KeepsNoModuleReferenceWhenStartFails)
         failures += hasFailed ? 1 : 0;
     }
     EXPECT_GT(failures, 0);
-    ASSERT_TRUE(Await([this] { return thread->threadStarted.load(); })) << "starts once there is memory";
+    ASSERT_TRUE(Eventually([this] { return thread->threadStarted.load(); }))
+        << "starts once memory is available";
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 1);
 }
 

@@ -1,4 +1,4 @@
-// The queue between a decoder and a renderer, and the thread that empties it.
+// The queue between a decoder and a renderer, and the thread that plays it.
 #include "play_thread_fixture.h"
 #include "tests/fakes/failing_new.h"
 
@@ -76,7 +76,7 @@ TEST_F(PlayThread, DropsOldestBlockSilentlyAboveTwenty)
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 21));
     Push(22, 100);
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(81, 100));
-    EXPECT_EQ(fakes::LogRecorder::Instance().Entries().size(), 1u) << "the cushion's line";
+    EXPECT_EQ(Log().size(), 1u) << "the cushion's line";
 }
 
 TEST_F(PlayThread, DropsOneBlockPerPush)
@@ -133,7 +133,7 @@ TEST_F(PlayThread, UnlocksQueueWhileRendererPlays)
 {
     UseRecordingPlayer();
     Push(1, 5);
-    record.whilePlaying = [this] { Push(6, 6); }; // would wait for itself under the queue's lock
+    record.whilePlaying = [this] { Push(6, 6); }; // would deadlock under the queue's lock
     probe.PlayNext();
     EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 6));
 }
@@ -163,9 +163,8 @@ TEST_F(PlayThread, LeaksBlockWithoutRenderer)
 TEST_F(PlayThread, EndsAfterOneMillisecondOnNullArgument)
 {
     EXPECT_EQ(AudioPlayThread::ThreadFun(nullptr), 0u);
-    EXPECT_EQ(
-        fakes::LogRecorder::Instance().Entries(),
-        (std::vector<LogEntry>{{errorLevel, L"playThread is nullptr", "velto::AudioPlayThread::ThreadFun"}}));
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{
+                         {errorLevel, L"playThread is nullptr", "velto::AudioPlayThread::ThreadFun"}}));
     EXPECT_EQ(fakewin::Waits(), (std::vector<fakewin::WaitRecord>{{Call::Sleep, nullptr, 1}}));
 }
 
@@ -197,11 +196,11 @@ TEST_F(PlayThread, LeaksBlocksWithoutMemoryForRenderer)
     }
     const fakes::FailingNew noMemory(sizeof(velto::AudioPlayerWas));
     Start();
-    EXPECT_EQ(fakes::LogRecorder::Instance().Count(errorLevel, L"audioSpkPlayer is nullptr",
-                                                   "velto::AudioPlayThread::InitPlayThread"),
-              1);
+    EXPECT_EQ(
+        Recorded().Count(errorLevel, L"audioSpkPlayer is nullptr", "velto::AudioPlayThread::InitPlayThread"),
+        1);
     const int passes = fakewin::Count(Call::Sleep);
-    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > passes + 6; }));
+    EXPECT_TRUE(Eventually([&] { return fakewin::Count(Call::Sleep) > passes + 6; }));
     thread->StopPlayThread();
     EXPECT_EQ(thread->threadExited, 1);
     EXPECT_TRUE(probe.PlayQueue().empty());
@@ -216,7 +215,7 @@ TEST_F(PlayThread, UsesRendererThatFailedToOpen)
     record.opens = false;
     Push(1, 5);
     Start();
-    EXPECT_TRUE(Await([this] { return record.Played().size() == 5; }));
+    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 5; }));
 }
 
 TEST_F(PlayThread, PlaysBlocksInOrderOnOwnThread)
@@ -224,7 +223,7 @@ TEST_F(PlayThread, PlaysBlocksInOrderOnOwnThread)
     UseRecordingPlayer();
     Start();
     Push(1, 20);
-    EXPECT_TRUE(Await([this] { return record.Played().size() == 20; }));
+    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 20; }));
     EXPECT_EQ(record.Played(), Range(1, 20));
     EXPECT_NE(record.thread, std::this_thread::get_id());
 }
@@ -236,10 +235,10 @@ TEST_F(PlayThread, SleepsOneMillisecondAndPlaysAtMostOneBlockPerPass)
     record.whilePlaying = [&] { sleepsBefore.push_back(fakewin::Count(Call::Sleep)); };
     Push(1, 10);
     Start();
-    EXPECT_TRUE(Await([this] { return record.Played().size() == 10; }));
+    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 10; }));
     const int sleeps = fakewin::Count(Call::Sleep);
-    EXPECT_TRUE(Await([&] { return fakewin::Count(Call::Sleep) > sleeps; }))
-        << "also when the queue is empty";
+    EXPECT_TRUE(Eventually([&] { return fakewin::Count(Call::Sleep) > sleeps; }))
+        << "sleeps also while the queue is empty";
     thread->StopPlayThread();
     for (size_t i = 0; i < sleepsBefore.size(); ++i) {
         EXPECT_EQ(sleepsBefore[i], static_cast<int>(i));
@@ -293,10 +292,10 @@ TEST_F(PlayThread, KeepsQueuedBlocksAndRendererForNextStart)
     Push(1, 8);
     params.sampleRate = 44100;
     Start();
-    EXPECT_TRUE(Await([this] { return record.Played().size() == 8; }));
+    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 8; }));
     EXPECT_EQ(record.Played(), Range(1, 8));
     EXPECT_EQ(probe.Player().get(), renderer);
-    EXPECT_EQ(record.Calls().back(), "Open 16 2 44100") << "with the record as it is now";
+    EXPECT_EQ(record.Calls().back(), "Open 16 2 44100") << "with the current parameters";
 }
 
 TEST_F(PlayThread, KeepsDelayedBlocksWhenStopped)
@@ -314,7 +313,7 @@ TEST_F(PlayThread, DestructionClosesAndDeletesRenderer)
     auto other = std::make_unique<AudioPlayThread>(&params, nullptr);
     AudioPlayThreadProbe(*other).Player() = std::make_unique<RecordingPlayer>(record);
     ASSERT_TRUE(other->StartPlayThread());
-    ASSERT_TRUE(Await([&] { return other->threadStarted.load(); }));
+    ASSERT_TRUE(Eventually([&] { return other->threadStarted.load(); }));
     other.reset();
     EXPECT_EQ(record.Calls(),
               (std::vector<std::string>{"SetCallback", "Open 16 2 48000", "Close", "delete"}));
@@ -366,16 +365,16 @@ TEST_F(PlayThread, ForwardsBroadcastFlagToCallback)
 {
     thread->OnBroadcastFlag(true);
     thread->OnBroadcastFlag(false);
-    EXPECT_EQ(notified, (std::vector<bool>{true, false}));
+    EXPECT_EQ(forwardedFlags, (std::vector<bool>{true, false}));
     AudioPlayThread silent(&params, nullptr);
     silent.OnBroadcastFlag(true);
-    EXPECT_EQ(notified.size(), 2u);
+    EXPECT_EQ(forwardedFlags.size(), 2u);
 }
 
 TEST_F(PlayThread, IgnoresPlayerEvents)
 {
     thread->OnPlayerEvent();
-    EXPECT_TRUE(notified.empty());
+    EXPECT_TRUE(forwardedFlags.empty());
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 

@@ -10,7 +10,7 @@
 
 namespace velto_test {
 
-// A renderer that only records what is asked of it. Any thread.
+// A renderer that only records its calls. Any thread.
 class RecordingPlayer : public velto::IAudioPlayer {
 public:
     struct Record {
@@ -36,18 +36,18 @@ public:
     };
 
     explicit RecordingPlayer(Record &record) : m_record(record) {}
-    ~RecordingPlayer() override { Note("delete"); }
+    ~RecordingPlayer() override { RecordCall("delete"); }
 
     bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) override
     {
-        Note("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " +
-             std::to_string(sampleRate));
+        RecordCall("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " +
+                   std::to_string(sampleRate));
         return m_record.opens;
     }
-    void Close() override { Note("Close"); }
-    void ReleaseClient() override { Note("ReleaseClient"); }
-    void Stop() override { Note("Stop"); }
-    void Start() override { Note("Start"); }
+    void Close() override { RecordCall("Close"); }
+    void ReleaseClient() override { RecordCall("ReleaseClient"); }
+    void Stop() override { RecordCall("Stop"); }
+    void Start() override { RecordCall("Start"); }
     void PlayAudio(const uint8_t *data, int64_t size) override
     {
         {
@@ -63,14 +63,14 @@ public:
     void SetCallback(velto::IAudioPlayerCallback *callback) override
     {
         m_record.callback = callback;
-        Note("SetCallback");
+        RecordCall("SetCallback");
     }
     void SetBroadcastFlag(bool) override {}
     void SetDeviceChanged(bool) override {}
     void SetPropertyChanged(bool) override {}
 
 private:
-    void Note(const std::string &call)
+    void RecordCall(const std::string &call)
     {
         const std::lock_guard lock(m_record.mutex);
         m_record.calls.push_back(call);

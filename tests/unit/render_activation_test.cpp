@@ -1,4 +1,4 @@
-// Finding the default endpoint and activating a client on it, first and again.
+// Activating a client on the default endpoint, when opening and after a change.
 #include <algorithm>
 #include <cstring>
 
@@ -31,7 +31,7 @@ WAVEFORMATEXTENSIBLE ExtensibleOf(const fakes::ClientRecord &client)
 struct FailingStep {
     Method method;
     int line;
-    int nth; // of the method's calls while opening or re-activating
+    int nth; // the number of the failing call within the opening or reactivation
 };
 
 std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info)
@@ -43,7 +43,7 @@ std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info)
 
 class RenderActivation : public RenderTest {
 protected:
-    // `frames`: the endpoint buffer, as far as opening got to know it.
+    // `frames`: the size of the endpoint buffer, 0 if opening failed before reading it.
     void ExpectOpenWithoutClient(uint32_t frames = 0)
     {
         EXPECT_TRUE(probe.IsOpen());
@@ -181,7 +181,7 @@ TEST_F(RenderActivation, TreatsEndpointWithUnreadableStateAsActive)
     Speakers().state = DEVICE_STATE_DISABLED;
     EXPECT_TRUE(Open());
     EXPECT_NE(probe.RenderClient(), nullptr);
-    EXPECT_EQ(audio.Count(Method::GetState), 1) << "this failure is not logged, so not called again";
+    EXPECT_EQ(audio.Count(Method::GetState), 1) << "only logged failures repeat the call";
 }
 
 TEST_F(RenderActivation, LogsNullMixFormat)
@@ -255,23 +255,22 @@ TEST_F(RenderActivation, KeepsMixFormatIdConverterAndBuffersAfterFailure)
 
 class RenderReactivation : public RenderTest {
 protected:
-    // Opens, then has the client invalidated, so that the next block activates anew.
+    // Opens and invalidates the client, so that the next block reactivates it.
     void OpenAndInvalidate()
     {
         EXPECT_TRUE(Open());
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
+        InvalidateSpeakers();
         ClearLog();
     }
 };
 
 class RenderReactivationStep : public RenderReactivation, public ::testing::WithParamInterface<FailingStep> {
 protected:
-    void ExpectNoClientUntilALaterNotification()
+    void ExpectNoClientUntilNextNotification()
     {
         EXPECT_EQ(probe.AudioClient(), nullptr);
         EXPECT_EQ(probe.RenderClient(), nullptr);
-        EXPECT_NE(probe.Device(), nullptr) << "the device is kept";
+        EXPECT_NE(probe.Device(), nullptr);
         EXPECT_EQ(audio.LiveObjects(), 2) << "enumerator and device";
         ClearLog();
         for (int block = 0; block < 3; ++block) {
@@ -282,8 +281,7 @@ protected:
         audio.NotifyPropertyChanged(L"speakers");
         ClearLog();
         Play(MakeBlock());
-        EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024})
-            << "sound again, of the new block only";
+        EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "only the new block is played";
     }
 };
 
@@ -297,7 +295,7 @@ TEST_P(RenderReactivationStep, LogsSecondResultAndLeavesNoClientOnFailure)
               (std::vector<LogEntry>{{errorLevel, FunctionFail(secondError, GetParam().line), activateTag}}));
     ExpectLine(errorLevel, L"AudioPlayerWas OnAudioPropertyValueChanged failed",
                "AudioPlayerWas::CheckDeviceChanged");
-    ExpectNoClientUntilALaterNotification();
+    ExpectNoClientUntilNextNotification();
 }
 
 TEST_P(RenderReactivationStep, LogsSuccessOfSecondCallAndLeaksNothing)
@@ -307,10 +305,10 @@ TEST_P(RenderReactivationStep, LogsSuccessOfSecondCallAndLeaksNothing)
     Play(MakeBlock());
     EXPECT_EQ(LogOf(activateTag),
               (std::vector<LogEntry>{{errorLevel, FunctionFail(S_OK, GetParam().line), activateTag}}));
-    ExpectNoClientUntilALaterNotification();
+    ExpectNoClientUntilNextNotification();
 }
 
-// The first GetBufferSize asks the old client whether it still works.
+// The first GetBufferSize queries the old client.
 INSTANTIATE_TEST_SUITE_P(
     , RenderReactivationStep,
     ::testing::Values(FailingStep{Method::Activate, 175, 1}, FailingStep{Method::GetMixFormat, 177, 1},
@@ -331,7 +329,7 @@ TEST_F(RenderReactivation, FailsSilentlyOnNullMixFormatAndKeepsClient)
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
     Play(MakeBlock());
     EXPECT_TRUE(LogOf(activateTag).empty());
-    EXPECT_NE(probe.AudioClient(), nullptr) << "the client without a format stays";
+    EXPECT_NE(probe.AudioClient(), nullptr) << "the new client stays without a format";
     ExpectLine(errorLevel, DroppedBlock(14400), playTag);
 }
 
@@ -356,8 +354,7 @@ TEST_F(RenderReactivation, SwitchesToNewDefaultAfterNullMixFormat)
     audio.Fail(Method::GetMixFormat, fakes::nullResult);
     Play(MakeBlock());
     audio.Add(L"headset");
-    audio.SetDefaultForAllRoles(L"headset");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    audio.ChangeDefaultSpeaker(L"headset");
     Play(MakeBlock());
     EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
 }
@@ -422,13 +419,12 @@ TEST_F(RenderReactivation, IgnoresResultOfStart)
 TEST_F(RenderReactivation, AllocatesMissingConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
-    EXPECT_TRUE(Open()) << "without a client, device or converter";
+    EXPECT_TRUE(Open()) << "has no client, device or converter";
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(MakeBlock());
-    EXPECT_TRUE(Speakers().written.empty()) << "same endpoint: it is not looked at again";
+    EXPECT_TRUE(Speakers().written.empty()) << "the default is still the same endpoint";
     audio.Add(L"headset");
-    audio.SetDefaultForAllRoles(L"headset");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    audio.ChangeDefaultSpeaker(L"headset");
     Play(MakeBlock());
     EXPECT_TRUE(probe.HasResampler());
     EXPECT_EQ(audio.Get(L"headset").writtenFrames, std::vector<UINT32>{1024});
@@ -437,13 +433,12 @@ TEST_F(RenderReactivation, AllocatesMissingConverter)
 TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 3);
-    EXPECT_TRUE(Open()) << "without a client, device or converter";
+    EXPECT_TRUE(Open()) << "has no client, device or converter";
     ClearLog();
     EXPECT_LT(probe.ResampleInit(), 0);
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
     audio.Add(L"headset");
-    audio.SetDefaultForAllRoles(L"headset");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    audio.ChangeDefaultSpeaker(L"headset");
     ClearLog();
     EXPECT_EQ(probe.CheckDeviceChanged(), 0) << "the failure is ignored";
     EXPECT_NE(probe.RenderClient(), nullptr);
@@ -451,7 +446,7 @@ TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
     EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init), 0);
 }
 
-// The second opening has lost the converter of the first, and its input buffer is still there.
+// The second opening has no converter, but still the input buffer of the first.
 TEST_F(RenderReactivation, DropsBlocksWithoutConverterUntilNextSwitch)
 {
     EXPECT_TRUE(Open());
@@ -461,8 +456,7 @@ TEST_F(RenderReactivation, DropsBlocksWithoutConverterUntilNextSwitch)
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 2);
     EXPECT_TRUE(Open());
     audio.Add(L"headset");
-    audio.SetDefaultForAllRoles(L"headset");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+    audio.ChangeDefaultSpeaker(L"headset");
     EXPECT_EQ(probe.CheckDeviceChanged(), 0);
     EXPECT_FALSE(probe.HasResampler());
     ClearLog();
@@ -470,10 +464,9 @@ TEST_F(RenderReactivation, DropsBlocksWithoutConverterUntilNextSwitch)
     EXPECT_EQ(Log(), (std::vector<LogEntry>{
                          {errorLevel, L"AudioPlayerWas Error while converting", "AudioPlayerWas::Resample"},
                          {errorLevel, L"AudioPlayerWas dstFrames < 0", playTag}}));
-    audio.SetDefaultForAllRoles(L"speakers");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    audio.ChangeDefaultSpeaker(L"speakers");
     Play(MakeBlock());
-    EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "with memory, sound again";
+    EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024}) << "once memory is available";
 }
 
 TEST_F(RenderReactivation, LeaksNothingOverThirtyReactivations)
@@ -484,8 +477,7 @@ TEST_F(RenderReactivation, LeaksNothingOverThirtyReactivations)
     const int blocks = fakewin::LiveTaskBlocks();
     for (int i = 0; i < 30; ++i) {
         Speakers().mixFormat = i % 2 == 0 ? fakes::MixFormat{6, 32, 44100} : fakes::MixFormat{2, 16, 48000};
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
+        InvalidateSpeakers();
         Play(MakeBlock());
         EXPECT_EQ(audio.LiveObjects(), objects);
         EXPECT_EQ(fakewin::LiveHandles(), handles);

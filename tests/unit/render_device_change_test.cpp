@@ -1,4 +1,4 @@
-// Following the default endpoint and its format.
+// Following changes of the default endpoint and of its format.
 #include <atomic>
 #include <thread>
 
@@ -30,18 +30,7 @@ protected:
         audio.Add(L"headset").mixFormat = {2, 32, 48000};
     }
 
-    // The user makes the headset the default, and the system says so.
-    void SwitchToHeadset()
-    {
-        audio.SetDefaultForAllRoles(L"headset");
-        audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
-    }
-
-    void InvalidateSpeakers()
-    {
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
-    }
+    void SwitchToHeadset() { audio.ChangeDefaultSpeaker(L"headset"); }
 
     const std::vector<uint8_t> block = MakeBlock();
 };
@@ -79,7 +68,7 @@ TEST_F(RenderDeviceChange, DoesNotRetryFailedSwitch)
     ClearLog();
     Play(block);
     EXPECT_TRUE(Log().empty());
-    EXPECT_EQ(audio.Written(L"speakers"), block) << "the old client plays on";
+    EXPECT_EQ(audio.Written(L"speakers"), block) << "the old client continues";
 }
 
 TEST_F(RenderDeviceChange, HandlesNotificationDuringSwitchInNextBlock)
@@ -157,8 +146,7 @@ TEST_F(RenderDeviceChange, KeepsClientWhenEndpointIsUnchanged)
 TEST_F(RenderDeviceChange, ComparesIdsCaseSensitively)
 {
     audio.Add(L"Speakers");
-    audio.SetDefaultForAllRoles(L"Speakers");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"Speakers");
+    audio.ChangeDefaultSpeaker(L"Speakers");
     EXPECT_EQ(probe.CheckDeviceChanged(), 0);
     EXPECT_EQ(audio.Clients().size(), 2u);
 }
@@ -186,7 +174,7 @@ TEST_F(RenderDeviceChange, ForgetsIdAndDropsBlockWithoutDefaultEndpoint)
                             {errorLevel, DroppedBlock(14400), playTag}}));
     EXPECT_EQ(probe.DeviceId(), nullptr);
     EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 2)
-        << "once to open; not called again for the log";
+        << "one call for opening, one for the switch, which is not repeated for the log";
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
@@ -239,8 +227,7 @@ TEST_F(RenderDeviceChange, LeavesNoClientAfterFailedActivationUntilNotification)
         Play(block);
     }
     EXPECT_EQ(Log(), Lines(3, {errorLevel, DroppedBlock(14400), playTag}));
-    audio.SetDefaultForAllRoles(L"speakers");
-    audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
+    audio.ChangeDefaultSpeaker(L"speakers");
     Play(block);
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
@@ -266,8 +253,7 @@ TEST_F(RenderDeviceChange, LeaksNothingWhenSwitchingBackAndForth)
     const int blocks = fakewin::LiveTaskBlocks();
     for (int i = 0; i < 30; ++i) {
         const std::wstring id = i % 2 == 0 ? L"headset" : L"speakers";
-        audio.SetDefaultForAllRoles(id);
-        audio.NotifyDefaultChanged(eRender, eMultimedia, id);
+        audio.ChangeDefaultSpeaker(id);
         Play(block);
         EXPECT_EQ(audio.LiveObjects(), objects);
         EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
@@ -332,7 +318,7 @@ TEST_F(RenderDeviceChange, RebuildsMissingClientOnPropertyChange)
     audio.NotifyPropertyChanged(L"speakers");
     Play(block);
     EXPECT_EQ(Log(), (Lines{{infoLevel, needToDeal, propertyTag}}));
-    EXPECT_EQ(audio.Count(Method::GetBufferSize), probes + 1) << "of the new client";
+    EXPECT_EQ(audio.Count(Method::GetBufferSize), probes + 1) << "only on the new client";
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
@@ -362,12 +348,11 @@ TEST_F(RenderDeviceChange, OnlyLogsPropertyChangeWithoutDevice)
     probe.Device() = device;
 }
 
-// --- Both --------------------------------------------------------------------------------------
+// --- Both changes --------------------------------------------------------------------------------
 
 TEST_F(RenderDeviceChange, SwitchesEndpointBeforeHandlingPropertyChange)
 {
-    audio.Invalidate(L"speakers");
-    audio.NotifyPropertyChanged(L"speakers");
+    InvalidateSpeakers();
     SwitchToHeadset();
     Play(block);
     EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag}, {infoLevel, needToChange, deviceTag}}));

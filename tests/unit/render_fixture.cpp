@@ -48,7 +48,7 @@ std::unique_ptr<velto::AudioPlayerWas> RenderTest::MakePlayer()
     return std::make_unique<velto::AudioPlayerWas>();
 }
 
-void OpenThings::ExpectNoMore() const
+void OpenResources::ExpectNothingLeaked() const
 {
     const fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
@@ -69,7 +69,13 @@ RenderTest::RenderTest() : player(MakePlayer()), probe(*player)
 RenderTest::~RenderTest()
 {
     Destroy();
-    earlier.ExpectNoMore();
+    openBefore.ExpectNothingLeaked();
+}
+
+void RenderTest::InvalidateSpeakers()
+{
+    audio.Invalidate(L"speakers");
+    audio.NotifyPropertyChanged(L"speakers");
 }
 
 void RenderTest::Destroy()

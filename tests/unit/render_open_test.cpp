@@ -16,7 +16,7 @@ constexpr HRESULT secondError = E_UNEXPECTED;
 
 class RenderOpen : public RenderTest {
 protected:
-    // Opening fails, with this one line, and leaves nothing behind.
+    // Expects that opening fails, logs only this line and leaves nothing open.
     void ExpectOpenFails(const std::wstring &text)
     {
         EXPECT_FALSE(Open());
@@ -123,7 +123,7 @@ TEST_F(RenderOpen, FailsOnThreadInMultithreadedApartment)
     ASSERT_EQ(fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     EXPECT_FALSE(Open());
     ExpectLine(errorLevel, FunctionFail(RPC_E_CHANGED_MODE, 270), openTag);
-    EXPECT_EQ(fakewin::ApartmentDepth(), 1) << "what the thread had entered itself";
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1) << "the apartment that the thread had entered before";
     fakewin::CoUninitialize();
 }
 
@@ -248,9 +248,9 @@ TEST_F(RenderOpen, KeepsEndpointDllLoadedUntilDestruction)
     EXPECT_TRUE(Open());
     player->Close();
     EXPECT_EQ(fakewin::ImplementationUnloads(), unloads);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references + 1);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), openBefore.references + 1);
     player.reset(); // releases device and enumerator
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references);
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), openBefore.references);
 }
 
 TEST_F(RenderOpen, CloseAfterRefusedOpenDoesNotLeaveComAgain)
@@ -303,7 +303,7 @@ TEST_F(RenderOpen, LeaksOnlyConverterOnReopening)
 {
     EXPECT_TRUE(Open());
     player->Close();
-    SwrContext *lost = probe.TakeResampler(); // which the second opening would overwrite
+    SwrContext *lost = probe.TakeResampler(); // the next Open would leak it
     const int objects = audio.LiveObjects();
     const int handles = fakewin::LiveHandles();
     const int blocks = fakewin::LiveTaskBlocks();
@@ -316,7 +316,7 @@ TEST_F(RenderOpen, LeaksOnlyConverterOnReopening)
         EXPECT_EQ(fakewin::LiveTaskBlocks(), blocks);
         EXPECT_EQ(fakewin::ApartmentDepth(), 0);
         EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), earlier.references + 1);
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), openBefore.references + 1);
         swr_free(&lost);
         lost = probe.TakeResampler();
     }
@@ -338,12 +338,12 @@ TEST_F(RenderOpen, DestructionAfterCloseReleasesRemainingObjects)
 TEST_F(RenderOpen, DestructionWithoutCloseReleasesAllButRenderClient)
 {
     EXPECT_TRUE(Open());
-    probe.RenderClient()->Release(); // by Close or ReleaseClient, otherwise
+    probe.RenderClient()->Release(); // otherwise only Close and ReleaseClient release it
     probe.RenderClient() = nullptr;
     player.reset();
     EXPECT_EQ(audio.LiveObjects(), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-    EXPECT_EQ(fakewin::LiveTaskBlocks(), earlier.taskBlocks);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), openBefore.taskBlocks);
     fakewin::CoUninitialize();
 }
 
@@ -422,7 +422,7 @@ TEST_F(RenderOpen, SettersOnlyStoreTheirArgument)
     EXPECT_TRUE(Open());
     Play(MakeBlock());
     player->Close();
-    EXPECT_EQ(callback.calls, 0) << "the callback is kept, never called";
+    EXPECT_EQ(callback.calls, 0) << "the renderer stores the callback but never calls it";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Conversion of one block to the mix format.
+// Converting one block to the mix format.
 #include <algorithm>
 
 #include "render_fixture.h"
@@ -27,7 +27,7 @@ protected:
         {errorLevel, refused, resampleTag}, {errorLevel, L"AudioPlayerWas resample state 1", resampleTag}};
 };
 
-// --- What is refused -------------------------------------------------------------------------
+// --- Arguments -------------------------------------------------------------------------------
 
 TEST_F(RenderResampler, ConvertsBlockOf4096Bytes)
 {
@@ -93,7 +93,7 @@ TEST_F(RenderResampler, LogsMissingFirstPlaneOfInputBuffer)
     probe.InputBuffer()[0] = plane;
 }
 
-// --- What comes out --------------------------------------------------------------------------
+// --- Output ----------------------------------------------------------------------------------
 
 TEST_F(RenderResampler, ConvertsShortBlockWithTailOfPreviousBlock)
 {
@@ -136,7 +136,7 @@ TEST_F(RenderResampler, YieldsAbout940FramesPerBlockAt44100Hz)
     constexpr int blocks = 100;
     for (int i = 0; i < blocks; ++i) {
         const int32_t produced = Resample(MakeBlock(static_cast<uint32_t>(i)));
-        ASSERT_GE(produced, i == 0 ? 900 : 940); // the filter fills up in the first block
+        ASSERT_GE(produced, i == 0 ? 900 : 940); // the first block fills the filter
         ASSERT_LE(produced, 941);
         EXPECT_EQ(probe.OutputBytes(), produced * 8);
         frames += produced;
@@ -180,7 +180,7 @@ TEST_F(RenderResampler, GrowsOutputBufferAtMostThreeTimes)
         EXPECT_GE(probe.OutputCapacityFrames(), probe.OutputFrames());
         capacity = probe.OutputCapacityFrames();
     }
-    EXPECT_GE(Reallocations(), 1) << "what the filter holds back makes later blocks longer";
+    EXPECT_GE(Reallocations(), 1) << "samples delayed by the filter make later blocks longer";
     EXPECT_LE(Reallocations(), 3);
 }
 
@@ -194,11 +194,11 @@ TEST_F(RenderResampler, AllocatesNothingPerBlockAtEqualRates)
     EXPECT_EQ(probe.OutputFrames(), 1024);
 }
 
-// --- What fails ------------------------------------------------------------------------------
+// --- Failures --------------------------------------------------------------------------------
 
 class RenderResamplerFailure : public RenderResampler {
 protected:
-    // Plays a block that fails with this line, then one that is heard.
+    // Plays a block that fails with this line, then one that is written.
     void ExpectBlockDropped(const std::wstring &text)
     {
         ClearLog();
@@ -230,7 +230,7 @@ TEST_F(RenderResamplerFailure, DropsBlockWithoutMemoryForLongerOutput)
     ClearLog();
     const size_t written = Speakers().writtenFrames.size();
     Play(MakeBlock());
-    EXPECT_TRUE(Log().empty()) << "with memory again, sound again";
+    EXPECT_TRUE(Log().empty()) << "once memory is available";
     EXPECT_EQ(Speakers().writtenFrames.size(), written + 1);
 }
 
@@ -262,7 +262,7 @@ TEST_F(RenderResamplerFailure, RetriesMissingOutputBufferOnEveryBlock)
     ExpectLine(errorLevel, L"AudioPlayerWas av_samples_alloc failed", resampleTag, 2);
     ExpectLine(errorLevel, L"AudioPlayerWas dstFrames < 0", playTag, 2);
     Play(MakeBlock(7));
-    EXPECT_EQ(audio.Written(L"speakers"), MakeBlock(7)) << "with memory again, sound again";
+    EXPECT_EQ(audio.Written(L"speakers"), MakeBlock(7)) << "once memory is available";
 }
 
 TEST_F(RenderResamplerFailure, DropsBlockWhenConversionFails)
@@ -272,7 +272,7 @@ TEST_F(RenderResamplerFailure, DropsBlockWhenConversionFails)
     ExpectBlockDropped(L"AudioPlayerWas Error while converting");
 }
 
-// The failure is ignored, so that blocks come to a converter that is not set up.
+// Reactivation ignores the failure, so the next blocks reach an uninitialised converter.
 TEST_F(RenderResamplerFailure, DropsBlocksAfterFailedConverterSetupInReactivation)
 {
     const fakes::MixFormat formats[] = {
@@ -280,8 +280,7 @@ TEST_F(RenderResamplerFailure, DropsBlocksAfterFailedConverterSetupInReactivatio
     OpenWith({2, 16, 48000});
     for (const fakes::MixFormat &format : formats) {
         Speakers().mixFormat = format;
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
+        InvalidateSpeakers();
         fakeffmpeg::Script().Fail(Call::swr_init, -22);
         ASSERT_EQ(probe.CheckDeviceChanged(), 0);
         ClearLog();

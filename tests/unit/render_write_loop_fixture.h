@@ -1,4 +1,4 @@
-// What the tests of the write loop share.
+// Fixture of the write loop's tests.
 #pragma once
 
 #include "render_fixture.h"
@@ -39,7 +39,7 @@ class RenderWriteLoop : public RenderTest {
 protected:
     void SetUp() override { OpenWith({2, 16, 48000}); }
 
-    // Waits and sleeps since SetUp.
+    // All waits and sleeps so far; SetUp makes none.
     std::vector<WaitRecord> Waits() const { return fakewin::Waits(); }
     WaitRecord BufferWait() const { return {fakewin::Call::WaitForSingleObject, probe.BufferEvent(), 10}; }
     static WaitRecord OneMillisecond() { return {fakewin::Call::Sleep, nullptr, 1}; }

@@ -7,7 +7,7 @@ using namespace velto_test;
 
 class RenderWriteLoopInvalidated : public RenderWriteLoop {
 protected:
-    // 400 frames of the block are written; then the client turns out to be invalid.
+    // Invalidates the client once 400 frames of the next block are written.
     void InvalidateAfter400Frames()
     {
         Speakers().paddingScript = {bufferFrames - 400};
@@ -28,7 +28,7 @@ TEST_F(RenderWriteLoopInvalidated, ReactivatesClientAndContinuesBlock)
     ExpectInvalidation();
     ExpectLine(infoLevel, L"AudioPlayerWas Need to deal with audio property value change",
                "AudioPlayerWas::OnAudioPropertyValueChanged");
-    // The padding is still the one of before the query, a full buffer: one retry.
+    // The failed query leaves the initial padding, a full buffer, so there is one retry.
     ExpectLine(errorLevel, RetryLine(0), writeTag);
     EXPECT_EQ(Log().size(), 3u);
     EXPECT_EQ(audio.Clients().size(), 2u);
@@ -74,16 +74,15 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenNewBufferIsTooSmall)
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
 }
 
-// The rest of the block is still of the old format; it goes out in whole frames of the new size,
-// and never a byte from behind it.
+// The rest of the block is still in the old format. It is written in whole frames of the new size, and no
+// byte past its end is read.
 TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeChanges)
 {
     const fakes::MixFormat formats[] = {
         {6, 32, 44100}, {8, 32, 96000}, {1, 8, 8000}, {2, 32, 48000}, {4, 16, 48000}};
     for (const fakes::MixFormat &format : formats) {
         Speakers().mixFormat = {2, 16, 48000};
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
+        InvalidateSpeakers();
         ASSERT_EQ(probe.CheckDeviceChanged(), 0);
         Speakers().written.clear();
         InvalidateAfter400Frames();
@@ -95,15 +94,14 @@ TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeChanges)
         Speakers().written.clear();
         Play(block);
         EXPECT_EQ(Speakers().written.size() % format.FrameBytes(), 0u);
-        EXPECT_FALSE(Speakers().written.empty()) << "the next block is of the new format";
+        EXPECT_FALSE(Speakers().written.empty()) << "the next block is in the new format";
     }
 }
 
 TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeShrinks)
 {
     Speakers().mixFormat = {6, 32, 48000};
-    audio.Invalidate(L"speakers");
-    audio.NotifyPropertyChanged(L"speakers");
+    InvalidateSpeakers();
     ASSERT_EQ(probe.CheckDeviceChanged(), 0);
     Play(block);
     const auto whole = audio.Written(L"speakers");
@@ -127,7 +125,7 @@ TEST_F(RenderWriteLoopInvalidated, RetriesOnceAndDropsRestWhenReactivationFails)
                           "AudioPlayerWas::OnAudioPropertyValueChanged"},
                          {errorLevel, FunctionFail(E_FAIL, 175), "AudioPlayerWas::ActivateWasClient"},
                          {errorLevel, RetryLine(0), writeTag}}));
-    // After the 400 frames, and in the pass that found the client invalid.
+    // One wait after the 400 frames, one retry in the pass that finds the client invalid.
     EXPECT_EQ(Waits(), (std::vector<WaitRecord>{BufferWait(), OneMillisecond(), BufferWait()}));
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
     ClearLog();
@@ -162,7 +160,7 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenLaterReactivationStepFails)
     }
 }
 
-// The stale padding differs from the new buffer size, so that there seems to be room.
+// The stale padding is smaller than the new buffer size or larger, so the buffer does not look full.
 TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterBufferSizeChange)
 {
     for (const UINT32 frames : {UINT32{100}, bufferFrames + 100}) {
@@ -224,20 +222,19 @@ TEST_F(RenderWriteLoopInvalidated, FinishesBlockWhenConverterSetupFails)
 
 // --- Without memory for the new output buffer --------------------------------------------------
 
-// The buffer of the block in progress is used again. Each later block makes it fit its own format.
+// The renderer reuses the output buffer of the block in progress. Each later block enlarges it as needed.
 TEST_F(RenderWriteLoopInvalidated, StaysWithinOldOutputBufferWithoutMemoryForNewOne)
 {
     const std::pair<fakes::MixFormat, size_t> formats[] = {
         {{8, 32, 48000}, 1024 * 32}, {{2, 16, 96000}, 0}, {{8, 32, 96000}, 0}, {{1, 8, 48000}, 1024}};
     for (const auto &[format, bytesOfBlock] : formats) {
         Speakers().mixFormat = {2, 16, 48000};
-        audio.Invalidate(L"speakers");
-        audio.NotifyPropertyChanged(L"speakers");
+        InvalidateSpeakers();
         ASSERT_EQ(probe.CheckDeviceChanged(), 0);
         Speakers().written.clear();
         InvalidateAfter400Frames();
         Speakers().mixFormat = format;
-        // The first is the input buffer's.
+        // The first allocation is the input buffer, the second the output buffer.
         fakeffmpeg::Script().Fail(fakeffmpeg::Call::av_samples_alloc_array_and_samples, -12, 2);
         Play(block);
         const size_t rest = (4096 - 1600) / format.FrameBytes() * format.FrameBytes();
@@ -273,7 +270,7 @@ TEST_F(RenderWriteLoopInvalidated, DropsBlocksWhileOldOutputBufferCannotGrow)
     EXPECT_EQ(audio.Written(L"speakers").size(), 1024U * 32);
 }
 
-// --- A mix format that no engine reports -------------------------------------------------------
+// --- Mix formats that no audio engine uses -----------------------------------------------------
 
 struct UnusableFormat {
     const char *name;
@@ -304,7 +301,7 @@ std::vector<UnusableFormat> UnusableFormats()
 class RenderUnusableFormat : public RenderWriteLoopInvalidated,
                              public ::testing::WithParamInterface<UnusableFormat> {
 protected:
-    // What a new client finds from now on.
+    // Changes the endpoint for the next client.
     void ChangeFormat()
     {
         Speakers().mixFormat = GetParam().mix;
@@ -322,8 +319,7 @@ protected:
             EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(bufferFrames), playTag}}));
         }
         audio.Add(L"headset").mixFormat = {2, 16, 48000};
-        audio.SetDefaultForAllRoles(L"headset");
-        audio.NotifyDefaultChanged(eRender, eMultimedia, L"headset");
+        audio.ChangeDefaultSpeaker(L"headset");
         Play(block);
         EXPECT_EQ(audio.Written(L"headset"), block);
     }
@@ -356,8 +352,7 @@ TEST_P(RenderUnusableFormat, DropsRestOfBlockWhenFailedQueryWrotePadding)
 TEST_P(RenderUnusableFormat, DropsBlocksWhenAppearingBetweenBlocks)
 {
     Play(block);
-    audio.Invalidate(L"speakers");
-    audio.NotifyPropertyChanged(L"speakers");
+    InvalidateSpeakers();
     ChangeFormat();
     Play(block);
     EXPECT_EQ(audio.Written(L"speakers"), block);

@@ -1,11 +1,11 @@
-// From a converted block into the endpoint buffer.
+// Writing a converted block into the endpoint buffer.
 #include "render_write_loop_fixture.h"
 
 namespace {
 
 using namespace velto_test;
 
-// --- What PlayAudio decides ------------------------------------------------------------------
+// --- PlayAudio -------------------------------------------------------------------------------
 
 TEST_F(RenderWriteLoop, WritesBlockThatFitsAtOnce)
 {
@@ -14,7 +14,7 @@ TEST_F(RenderWriteLoop, WritesBlockThatFitsAtOnce)
     EXPECT_EQ(audio.Written(L"speakers"), block);
     EXPECT_EQ(audio.RequestedFrames(), std::vector<UINT32>{1024});
     EXPECT_EQ(audio.Count(Method::GetCurrentPadding), 1);
-    EXPECT_TRUE(Waits().empty()) << "nothing remains, nothing is waited for";
+    EXPECT_TRUE(Waits().empty()) << "no rest, so no wait";
 }
 
 TEST_F(RenderWriteLoop, LogsAndDropsEveryBlockWithoutClient)
@@ -30,7 +30,7 @@ TEST_F(RenderWriteLoop, LogsAndDropsEveryBlockWithoutClient)
     EXPECT_EQ(Log().size(), 2u);
     audio.NotifyPropertyChanged(L"speakers");
     Play(block);
-    EXPECT_EQ(audio.Written(L"speakers"), block) << "the blocks before are gone";
+    EXPECT_EQ(audio.Written(L"speakers"), block) << "the dropped blocks are not played later";
 }
 
 TEST_F(RenderWriteLoop, LogsBufferSizeAndDropsBlockWhenDeviceChangeFails)
@@ -49,7 +49,7 @@ TEST_F(RenderWriteLoop, LogsAndDropsBlockThatCannotBeConverted)
     EXPECT_EQ(audio.Count(Method::GetCurrentPadding), 0);
 }
 
-// --- When nothing is written -----------------------------------------------------------------
+// --- Preconditions ---------------------------------------------------------------------------
 
 TEST_F(RenderWriteLoop, WritesNothingForEmptyOutput)
 {
@@ -154,7 +154,7 @@ TEST_F(RenderWriteLoop, WritesBlockInPartsWhenBufferHasLittleRoom)
     EXPECT_EQ(audio.Written(L"speakers"), block);
     EXPECT_EQ(audio.RequestedFrames().size(), 147u) << "1024 / 7, rounded up";
     EXPECT_EQ(audio.RequestedFrames().back(), 2u);
-    EXPECT_EQ(Waits(), std::vector<WaitRecord>(146, BufferWait())) << "after each but the last";
+    EXPECT_EQ(Waits(), std::vector<WaitRecord>(146, BufferWait())) << "one wait after each part but the last";
 }
 
 TEST_F(RenderWriteLoop, WritesConsecutiveBlocksToDrainingBuffer)
@@ -173,8 +173,7 @@ TEST_F(RenderWriteLoop, WritesConsecutiveBlocksToDrainingBuffer)
 TEST_F(RenderWriteLoop, LogsUnderrunInEveryPassAndWritesBlock)
 {
     Speakers().bufferFrames = 300;
-    audio.Invalidate(L"speakers");
-    audio.NotifyPropertyChanged(L"speakers");
+    InvalidateSpeakers();
     Speakers().constantPadding = 0;
     ASSERT_EQ(probe.CheckDeviceChanged(), 0);
     ClearLog();
@@ -191,7 +190,7 @@ TEST_F(RenderWriteLoop, CountsTrailingPartialFrameAsWritten)
     probe.AudioWriteToWasClient();
     EXPECT_EQ(audio.RequestedFrames(), (std::vector<UINT32>{1024, 1023}));
     EXPECT_TRUE(Log().empty());
-    EXPECT_TRUE(Waits().empty()) << "nothing remains";
+    EXPECT_TRUE(Waits().empty()) << "no rest, so no wait";
 }
 
 TEST_F(RenderWriteLoop, RequestsZeroFramesForLessThanOneFrame)
@@ -211,7 +210,7 @@ TEST_F(RenderWriteLoop, EndsBlockWhenClosedMidway)
     audio.Before(
         Method::GetCurrentPadding, [this] { probe.SetOpen(false); }, 3);
     Play(block);
-    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 3 * 400)) << "the pass is finished";
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 3 * 400)) << "the current pass is completed";
     EXPECT_TRUE(Log().empty());
 }
 
@@ -232,7 +231,7 @@ TEST_F(RenderWriteLoop, DropsBlockWhenPaddingQueryFails)
     Play(block);
     EXPECT_EQ(Log(), Lines(PaddingFailure(firstError, bufferFrames)));
     EXPECT_TRUE(audio.Written(L"speakers").empty());
-    EXPECT_EQ(audio.Count(Method::GetCurrentPadding), 1) << "not called again for the log";
+    EXPECT_EQ(audio.Count(Method::GetCurrentPadding), 1) << "not repeated for the log";
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
@@ -297,7 +296,8 @@ TEST_F(RenderWriteLoop, LogsSecondResultAndDropsRestWhenReleaseBufferFails)
     EXPECT_EQ(Log(), Lines(RenderFailure(secondError, 464)));
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 400));
     ASSERT_EQ(audio.Count(Method::ReleaseBuffer), 3);
-    probe.RenderClient()->ReleaseBuffer(0, 0); // what the fake still holds out
+    probe.RenderClient()->ReleaseBuffer(0,
+                                        0); // both scripted failures left the buffer unreleased in the fake
 }
 
 TEST_F(RenderWriteLoop, DropsRestWhenReleaseBufferSucceedsOnRetry)

@@ -1,14 +1,14 @@
-// What the renderer promises for each failing call.
+// The renderer's outcome for each failing call.
 #include "expectation_rows.h"
 #include "render_fixture.h"
-#include "speaker_road.h"
+#include "speaker_scenario.h"
 
 namespace velto_test {
 namespace {
 
 using enum SpeakerStep;
 using enum FaultKind;
-using enum Remedy;
+using enum Recovery;
 using Rows = ExpectationRows<SpeakerStep>;
 
 constexpr char openTag[] = "AudioPlayerWas::Open";
@@ -19,8 +19,8 @@ constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
 constexpr char resampleTag[] = "AudioPlayerWas::Resample";
 constexpr char resampleInitTag[] = "AudioPlayerWas::ResampleInit";
 
-// In the texts: $1 the result of the failing use, $2 that of the use after it, $B the frames of the
-// endpoint buffer.
+// Placeholders in the texts: $1 is the result of the failing use, $2 the result of the repeated call, $B the
+// size of the endpoint buffer in frames.
 std::wstring Fails(int line)
 {
     return L"AudioPlayerWas function fail with $2. Release resource. Line:" + std::to_wstring(line);
@@ -34,16 +34,16 @@ std::wstring RenderFails(int line)
 const wchar_t *const paddingFails = L"AudioPlayerWas Unable to get padding with $1 padding=$B";
 const wchar_t *const noConversion = L"AudioPlayerWas Error while converting";
 const wchar_t *const noConverter = L"AudioPlayerWas Failed to initialize the resampling context";
-// True for a mix format that Initialize accepts although no engine takes it.
+const wchar_t *const noBuffer = L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0";
+
+// True for a mix format that the fake's Initialize accepts although an audio engine would refuse it.
 bool IsAccepted(const FaultCase &faulty)
 {
     return faulty.fault.result >= fakes::AcceptedFormatResult(0);
 }
 
-const wchar_t *const noRoom = L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0";
-
-// Without an enumerator or a registration nothing tells of other devices; without a client the
-// renderer waits for another default.
+// Without an enumerator or a registration the renderer receives no notifications and has to be reopened.
+// Without a client it continues once the default device changes.
 void AddOpening(Rows &rows)
 {
     const std::string enumerator = "IMMDeviceEnumerator::";
@@ -68,19 +68,19 @@ void AddOpening(Rows &rows)
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetService", Null, MemoryFail(323), initTag, {DefaultChange});
-    // The first is the one that the client signals: it is made by an opening only.
+    // The first event is the one that the client signals. Only Open creates it.
     rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, {Reopening}, 1);
     rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, {DefaultChange}, 2);
 }
 
-// The endpoint is known: a change of any of its properties has the client made again.
+// The renderer keeps the endpoint, so any property change makes it create a new client.
 void AddReactivation(Rows &rows)
 {
     rows.During({Switching, Rebuilding});
     rows.Add("IMMDevice::Activate", Failure, Fails(175), activateTag, {PropertyChange});
     rows.Add("IMMDevice::Activate", Null, MemoryFail(175), activateTag, {PropertyChange});
     rows.Add("IAudioClient::GetMixFormat", Failure, Fails(177), activateTag, {PropertyChange});
-    rows.Add("IAudioClient::GetMixFormat", Null, L"", "", {DefaultChange}); // a client is kept, unused
+    rows.Add("IAudioClient::GetMixFormat", Null, L"", "", {DefaultChange}); // keeps an unusable client
     rows.Add("IAudioClient::Initialize", Failure, Fails(186), activateTag, {PropertyChange});
     rows.Add("swr_init", Failure, noConverter, resampleInitTag, {DefaultChange});
     rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, {PropertyChange});
@@ -96,21 +96,22 @@ void AddReactivation(Rows &rows)
     rows.Add("IMMDevice::GetId", Failure, L"AudioPlayer function fail with $2. Just return", deviceTag,
              {None});
 
-    rows.During({Rebuilding}); // whose first use asks the old client
+    rows.During({Rebuilding}); // the first use queries the old client
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange}, 2);
 }
 
-// A client that was made and does not play cannot be told from a silent one.
+// The renderer ignores the result of Start, so a client that does not run stays until the default changes.
 void AddAnyActivation(Rows &rows)
 {
     rows.During({Opening, Switching, Rebuilding});
     rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
-    // The input buffer is allocated once; the output buffer, too, by each block that finds none.
+    // The first use allocates the input buffer, which is not retried; the second the output buffer, which
+    // every block retries.
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange}, 1);
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {None}, 2);
 }
 
-// Costs a block at most.
+// These failures cost one block at most.
 void AddPlaying(Rows &rows)
 {
     rows.During({Playing, Switching, Rebuilding, Probing});
@@ -132,8 +133,9 @@ Rows MakeRows()
     return rows;
 }
 
-// Initialize refuses a format of zeros or of huge numbers. Where it does not, FFmpeg does: the zeros while
-// the converter is set up, the huge numbers also by options that keep what they had.
+// Initialize refuses a format of zeros or of huge numbers. If it accepts one, FFmpeg refuses it: on opening,
+// and zeros also on reactivation. Huge numbers on reactivation log no line: the converter's options refuse
+// them and keep their old values.
 Expectation ExpectedOfFormat(const FaultCase &faulty, SpeakerStep step)
 {
     const bool isOpening = step == Opening;
@@ -150,7 +152,7 @@ Expectation ExpectedOfFormat(const FaultCase &faulty, SpeakerStep step)
     return {{}, {DefaultChange}};
 }
 
-// What depends on the very size.
+// Outcomes that depend on the size that the call returns.
 std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep step, int use)
 {
     const auto size = static_cast<uint32_t>(faulty.fault.result);
@@ -165,11 +167,11 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
     if (faulty.call.name == "IAudioClient::GetMixFormat") {
         return ExpectedOfFormat(faulty, step);
     }
-    const bool probes = step == Probing || (step == Rebuilding && use == 1);
-    if (faulty.call.name == "IAudioClient::GetBufferSize" && !probes && size == 0) {
+    const bool queriesOldClient = step == Probing || (step == Rebuilding && use == 1);
+    if (faulty.call.name == "IAudioClient::GetBufferSize" && !queriesOldClient && size == 0) {
         Expectation expected{{}, {DefaultChange}};
         if (faulty.lasting) {
-            expected.lines.push_back({playTag, noRoom});
+            expected.lines.push_back({playTag, noBuffer});
         }
         return expected;
     }
@@ -181,7 +183,7 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
 Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames)
 {
     static const auto *rows = new Rows(MakeRows());
-    if (step == Closing) { // after which there is no sound anyway
+    if (step == Closing) { // the next sound needs a new opening in any case
         return {{}, {Reopening}};
     }
     Expectation expected{{}, {None}};

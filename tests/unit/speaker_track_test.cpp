@@ -1,12 +1,10 @@
-// The speaker direction behind the table, from the host's call to the decoder and back to idle.
+// The speaker direction behind the host's table: starting, writing, closing and the idle release.
 #include "handler/speaker_track.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
-#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -15,16 +13,18 @@
 #include "aac_frames.h"
 #include "failing_throwing_new.h"
 #include "handler/listener.h"
+#include "host_calls.h"
 #include "log_lines.h"
+#include "reset.h"
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
+#include "tests/fakes/polling.h"
 #include "velto/audio_handler.h"
-
-extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace {
 
 using namespace std::chrono_literals;
+using fakes::Eventually;
 using fakewin::Call;
 using namespace velto_test;
 
@@ -33,7 +33,6 @@ constexpr char closeTag[] = "`anonymous-namespace'::VeltoCloseAudioTrack";
 constexpr char parameterTag[] = "`anonymous-namespace'::VeltoSetAudioParameter";
 constexpr char initTag[] = "`anonymous-namespace'::InitDefaultAudioDevice";
 constexpr wchar_t idleLine[] = L"No audio data for 4mins, release audio resource.";
-constexpr DWORD idleMs = 240000;
 
 struct SentEvent {
     std::string id;
@@ -46,14 +45,6 @@ std::vector<SentEvent> sentEvents;
 void RecordEvent(const char *id, uint32_t idLength, int32_t code)
 {
     sentEvents.push_back({id, idLength, code});
-}
-
-bool Await(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 5000 && !condition(); ++i) {
-        std::this_thread::sleep_for(1ms);
-    }
-    return condition();
 }
 
 int IdleWaits()
@@ -69,9 +60,8 @@ class SpeakerTrack : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        fakewin::Reset();
-        fakeffmpeg::Script().Reset();
-        Recorded().Clear();
+        fakes::ResetAll();
+        fakewin::SetClassFactory(nullptr); // the renderers find no endpoints
         sentEvents.clear();
         ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
         const AudioListener listener{RecordEvent, nullptr};
@@ -90,11 +80,11 @@ protected:
         table.RegisterListener(&none);
     }
 
-    // Four minutes without a frame.
+    // Advances the clock by the idle time until the watchdog has released the speakers.
     void Release()
     {
-        // The watchdog may still be on its way from the last frame to its next wait.
-        ASSERT_TRUE(Await([] {
+        // Repeated, because the watchdog may not have reached its next wait yet.
+        ASSERT_TRUE(Eventually([] {
             fakewin::AdvanceClock(idleMs);
             std::this_thread::sleep_for(1ms);
             return velto::DeviceState == velto::DEVICE_NOT_INITIALISED;
@@ -103,12 +93,11 @@ protected:
 
     int32_t Write(const char *id, AacFrame frame, int32_t streamType = 3)
     {
-        StreamFrameHeader header{streamType, static_cast<uint32_t>(frame.size()), 0};
-        StreamFrame record{frame.data(), {}, &header};
-        return table.WriteStreamBuffer(id, static_cast<uint32_t>(std::strlen(id)), nullptr, &record);
+        HostFrame record(frame, streamType);
+        return table.WriteStreamBuffer(id, Length(id), nullptr, &record.frame);
     }
 
-    // A write that reaches the registry but no decoder.
+    // Stores the stream type in the registry but decodes nothing.
     int32_t WriteUndecoded(int32_t streamType) { return Write("mic1", AacFrame{0}, streamType); }
 
     static std::optional<DWORD> StreamType()
@@ -125,8 +114,9 @@ TEST_F(SpeakerTrack, FirstFrameStartsBothTracksAndWatchdog)
     EXPECT_EQ(velto::DeviceState, -1);
     EXPECT_EQ(Write("speaker1", EncodeTone(1)[0]), 0);
     EXPECT_EQ(velto::DeviceState, 0);
-    EXPECT_TRUE(Await([] { return fakewin::ApartmentModels().size() >= 2; })) << "one renderer a track";
-    EXPECT_TRUE(Await([] { return IdleWaits() >= 1; }));
+    EXPECT_TRUE(Eventually([] { return fakewin::ApartmentModels().size() >= 2; }))
+        << "one renderer per track";
+    EXPECT_TRUE(Eventually([] { return IdleWaits() >= 1; }));
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 1) << "the watchdog";
     EXPECT_EQ(Write("ModemSpeaker1", EncodeTone(1)[0]), 0);
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 1);
@@ -135,8 +125,8 @@ TEST_F(SpeakerTrack, FirstFrameStartsBothTracksAndWatchdog)
 TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
 {
     const auto counters = [] {
-        std::vector<fakes::LogEntry> found;
-        for (const fakes::LogEntry &entry : Recorded().Entries()) {
+        std::vector<LogEntry> found;
+        for (const LogEntry &entry : Log()) {
             if (entry.text.starts_with(L"VeltoWriteStream has received")) {
                 found.push_back(entry);
             }
@@ -154,7 +144,7 @@ TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
     }
     ASSERT_EQ(counters().size(), 2u);
     const std::wstring text = L"VeltoWriteStream has received" + std::to_wstring(first + 50) + L" frame";
-    EXPECT_EQ(counters()[1], (fakes::LogEntry{3, text, writeTag, false}));
+    EXPECT_EQ(counters()[1], (LogEntry{3, text, writeTag, false}));
 }
 
 TEST_F(SpeakerTrack, DropsFrameSilentlyDuringInitialisation)
@@ -170,23 +160,22 @@ TEST_F(SpeakerTrack, DropsFrameSilentlyDuringInitialisation)
     });
     EXPECT_EQ(Write("speaker1", EncodeTone(1)[0], 7), 0);
     EXPECT_EQ(second, 0);
-    EXPECT_EQ(signalled, 0) << "the dropped frame does not even re-arm the watchdog";
+    EXPECT_EQ(signalled, 0) << "the dropped frame does not restart the idle timeout";
     EXPECT_EQ(StreamType(), 7u);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"speaker id or data is null or invalid"), 0);
+    EXPECT_EQ(CountOf(errorLevel, L"speaker id or data is null or invalid"), 0);
 }
 
 TEST_F(SpeakerTrack, InvalidIdStillStartsTracksAndRearmsWatchdog)
 {
-    StreamFrameHeader header{1, 1, 0};
     uint8_t byte = 0;
-    StreamFrame frame{&byte, {}, &header};
-    EXPECT_EQ(table.WriteStreamBuffer(nullptr, 8, nullptr, &frame), -2000);
+    HostFrame record(&byte, 1, 1);
+    EXPECT_EQ(table.WriteStreamBuffer(nullptr, 8, nullptr, &record.frame), -2000);
     EXPECT_EQ(velto::DeviceState, 0);
     EXPECT_EQ(fakewin::Count(Call::SetEvent), 1);
-    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 7, nullptr, &frame), -2000);
-    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 9, nullptr, &frame), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"speaker id or data is null or invalid", writeTag, 3);
-    EXPECT_EQ(StreamType(), std::nullopt) << "no stream type of an invalid call is kept";
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 7, nullptr, &record.frame), -2000);
+    EXPECT_EQ(table.WriteStreamBuffer("speaker1", 9, nullptr, &record.frame), -2000);
+    ExpectLine(errorLevel, L"speaker id or data is null or invalid", writeTag, 3);
+    EXPECT_EQ(StreamType(), std::nullopt) << "an invalid call stores no stream type";
 }
 
 TEST_F(SpeakerTrack, RefusesAndLogsMissingFrameOrHeader)
@@ -194,14 +183,14 @@ TEST_F(SpeakerTrack, RefusesAndLogsMissingFrameOrHeader)
     StreamFrame frame{};
     EXPECT_EQ(table.WriteStreamBuffer("speaker1", 8, nullptr, nullptr), -2000);
     EXPECT_EQ(table.WriteStreamBuffer("speaker1", 8, nullptr, &frame), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"Data for audio play is null", writeTag, 2);
+    ExpectLine(errorLevel, L"Data for audio play is null", writeTag, 2);
 }
 
 TEST_F(SpeakerTrack, StoresStreamTypeButDecodesNothingForMicrophoneId)
 {
     EXPECT_EQ(Write("mic1", AacFrame{0}, 9), 0);
     EXPECT_EQ(StreamType(), 9u);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"AUDIO decode error:-22"), 0);
+    EXPECT_EQ(CountOf(errorLevel, L"AUDIO decode error:-22"), 0);
     EXPECT_EQ(Write("SPEAKER1", AacFrame{}, 9), 0) << "ids are case-sensitive";
 }
 
@@ -210,14 +199,13 @@ TEST_F(SpeakerTrack, DecodesForBothSpeakers)
     const AudioProfileEntry entry{"format", 6, 1};
     const AudioProfileList list{1, 0, &entry};
     for (const char *id : {"speaker1", "ModemSpeaker1"}) {
-        // An earlier test may have used the cushion up.
-        ASSERT_EQ(
-            table.SetAudioParameter(id, static_cast<uint32_t>(std::strlen(id)), nullptr, nullptr, &list), 0);
-        Recorded().Clear();
+        // Earlier tests may have filled the cushion already.
+        ASSERT_EQ(table.SetAudioParameter(id, Length(id), nullptr, nullptr, &list), 0);
+        ClearLog();
         for (const AacFrame &frame : EncodeTone(5)) {
             EXPECT_EQ(Write(id, frame), 0);
         }
-        ExpectLine(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue",
+        ExpectLine(infoLevel, L"needDelay. push all delay buffer queue",
                    "velto::AudioPlayThread::PushBuffer");
     }
 }
@@ -239,7 +227,7 @@ TEST_F(SpeakerTrack, ReadsButDoesNotRewriteUnchangedStreamType)
 TEST_F(SpeakerTrack, WritesStreamTypeMinusOneWhenNoneIsStored)
 {
     WriteUndecoded(-1);
-    EXPECT_EQ(StreamType(), 4294967295u) << "a failed read writes whatever the preset is";
+    EXPECT_EQ(StreamType(), 4294967295u) << "without a stored value, every value is written";
 }
 
 TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsFrame)
@@ -247,7 +235,7 @@ TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsFrame)
     fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED, 1, 1000);
     fakewin::Fail(Call::RegSetValueExW, ERROR_ACCESS_DENIED, 1, 1000);
     EXPECT_EQ(WriteUndecoded(5), 0);
-    ExpectLine(LOG_LEVEL_ERROR, L"Set streamType failed!", "`anonymous-namespace'::SetStreamType");
+    ExpectLine(errorLevel, L"Set streamType failed!", "`anonymous-namespace'::SetStreamType");
 }
 
 TEST_F(SpeakerTrack, CloseSendsEventThreeAndResetsStreamTypeUntilNextFrame)
@@ -259,7 +247,7 @@ TEST_F(SpeakerTrack, CloseSendsEventThreeAndResetsStreamTypeUntilNextFrame)
     EXPECT_EQ(sentEvents[0], (SentEvent{"speaker1", 8, 3}));
     WriteUndecoded(5);
     EXPECT_EQ(StreamType(), 5u);
-    EXPECT_EQ(velto::DeviceState, 0) << "closing stops nothing";
+    EXPECT_EQ(velto::DeviceState, 0) << "closing does not stop the tracks";
 }
 
 TEST_F(SpeakerTrack, CloseSendsEventBeforeResettingStreamType)
@@ -284,7 +272,7 @@ TEST_F(SpeakerTrack, CloseRefusesAndLogsInvalidId)
 {
     EXPECT_EQ(table.CloseAudioTrack(nullptr, 0), -2000);
     EXPECT_EQ(table.CloseAudioTrack("speaker1", 3), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"speaker id is invalid", closeTag, 2);
+    ExpectLine(errorLevel, L"speaker id is invalid", closeTag, 2);
     EXPECT_TRUE(sentEvents.empty());
 }
 
@@ -304,11 +292,11 @@ TEST_F(SpeakerTrack, SetParameterRefusesAndLogsInvalidIdOrList)
     const AudioProfileList missing{1, 0, nullptr};
     EXPECT_EQ(table.SetAudioParameter(nullptr, 0, nullptr, nullptr, &list), -2000);
     EXPECT_EQ(table.SetAudioParameter("speaker1", 7, nullptr, nullptr, &list), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"speaker id invalid", parameterTag, 2);
+    ExpectLine(errorLevel, L"speaker id invalid", parameterTag, 2);
     EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, nullptr), -2000);
     EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, &none), -2000);
     EXPECT_EQ(table.SetAudioParameter("speaker1", 8, nullptr, nullptr, &missing), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"Set Audio Parameter failed, profile is null", parameterTag, 3);
+    ExpectLine(errorLevel, L"Set Audio Parameter failed, profile is null", parameterTag, 3);
     EXPECT_TRUE(sentEvents.empty());
 }
 
@@ -329,38 +317,38 @@ TEST_F(SpeakerTrack, SetParameterRearmsDelayOfNamedSpeakerOnly)
             Write(id, frame);
         }
     }
-    Recorded().Clear();
+    ClearLog();
     const AudioProfileEntry entry{"format", 6, 1};
     const AudioProfileList list{1, 0, &entry};
     ASSERT_EQ(table.SetAudioParameter("ModemSpeaker1", 13, nullptr, nullptr, &list), 0);
     for (const AacFrame &frame : frames) {
         Write("speaker1", frame);
     }
-    EXPECT_EQ(CountOf(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue"), 0);
+    EXPECT_EQ(CountOf(infoLevel, L"needDelay. push all delay buffer queue"), 0);
     for (const AacFrame &frame : frames) {
         Write("ModemSpeaker1", frame);
     }
-    EXPECT_EQ(CountOf(LOG_LEVEL_INFO, L"needDelay. push all delay buffer queue"), 1);
+    EXPECT_EQ(CountOf(infoLevel, L"needDelay. push all delay buffer queue"), 1);
 }
 
 TEST_F(SpeakerTrack, StaysInStateOneWhenDecoderSetupFails)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -1);
-    EXPECT_EQ(WriteUndecoded(1), 0) << "the write goes on";
-    ExpectLine(LOG_LEVEL_ERROR, L"Init Audio Decode failed", initTag);
+    EXPECT_EQ(WriteUndecoded(1), 0) << "the write itself succeeds";
+    ExpectLine(errorLevel, L"Init Audio Decode failed", initTag);
     EXPECT_EQ(velto::DeviceState, 1);
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 0) << "no watchdog";
-    Recorded().Clear();
+    ClearLog();
     EXPECT_EQ(WriteUndecoded(1), 0);
     EXPECT_EQ(table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr), -2000);
     EXPECT_EQ(velto::DeviceState, 1);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"Init Audio Decode failed"), 0) << "nothing is retried";
+    EXPECT_EQ(CountOf(errorLevel, L"Init Audio Decode failed"), 0) << "the setup is not retried";
 }
 
 TEST_F(SpeakerTrack, LogsOwnLineWhenCallDecoderSetupFails)
 {
-    // Each renderer's converter and each decoder's are set up by the same call; the decoders' are
-    // the ones on this thread.
+    // Renderers and decoders initialise their converters with the same call. The decoders do it on this
+    // thread.
     const auto self = std::this_thread::get_id();
     int decoders = 0;
     for (int i = 1; i <= 4; ++i) {
@@ -374,8 +362,8 @@ TEST_F(SpeakerTrack, LogsOwnLineWhenCallDecoderSetupFails)
             i);
     }
     EXPECT_EQ(WriteUndecoded(1), 0);
-    ExpectLine(LOG_LEVEL_ERROR, L"Init modem Decodee failed", initTag);
-    EXPECT_EQ(CountOf(LOG_LEVEL_ERROR, L"Init Audio Decode failed"), 0);
+    ExpectLine(errorLevel, L"Init modem Decodee failed", initTag);
+    EXPECT_EQ(CountOf(errorLevel, L"Init Audio Decode failed"), 0);
     EXPECT_EQ(velto::DeviceState, 1);
 }
 
@@ -387,14 +375,14 @@ TEST_F(SpeakerTrack, ReleasesAfterFourIdleMinutesAndRestartsOnNextFrame)
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(velto::DeviceState, 0);
     fakewin::AdvanceClock(1);
-    ASSERT_TRUE(Await([] { return velto::DeviceState == -1; }));
-    EXPECT_EQ(CountOf(LOG_LEVEL_INFO, idleLine), 1);
-    for (const fakes::LogEntry &entry : Recorded().Entries()) {
+    ASSERT_TRUE(Eventually([] { return velto::DeviceState == -1; }));
+    EXPECT_EQ(CountOf(infoLevel, idleLine), 1);
+    for (const LogEntry &entry : Log()) {
         if (entry.text == idleLine) {
             EXPECT_TRUE(entry.tag.starts_with("`anonymous-namespace'::InitDefaultAudioDevice::"));
         }
     }
-    EXPECT_TRUE(Await([] { return fakewin::OpenApartments() == 0; })) << "both play threads have left COM";
+    EXPECT_TRUE(Eventually([] { return fakewin::OpenApartments() == 0; })) << "both play threads leave COM";
     WriteUndecoded(1);
     EXPECT_EQ(velto::DeviceState, 0);
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 2) << "a new watchdog";
@@ -410,7 +398,7 @@ TEST_F(SpeakerTrack, RestartsIdleTimeoutOnEveryWrite)
         ASSERT_TRUE(fakewin::AwaitClockWaiters(1)) << i;
         EXPECT_EQ(velto::DeviceState, 0);
     }
-    EXPECT_EQ(CountOf(LOG_LEVEL_INFO, idleLine), 0);
+    EXPECT_EQ(CountOf(infoLevel, idleLine), 0);
 }
 
 TEST_F(SpeakerTrack, WatchdogRecreatesMissingEventWithoutSpinning)
@@ -419,8 +407,8 @@ TEST_F(SpeakerTrack, WatchdogRecreatesMissingEventWithoutSpinning)
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
     EXPECT_EQ(velto::IdleEvent, nullptr);
     WriteUndecoded(1);
-    ASSERT_TRUE(Await([] { return IdleWaits() > 15 && velto::IdleEvent != nullptr; }));
-    EXPECT_GE(fakewin::Count(Call::Sleep), 15) << "a pause after each wait that fails";
+    ASSERT_TRUE(Eventually([] { return IdleWaits() > 15 && velto::IdleEvent != nullptr; }));
+    EXPECT_GE(fakewin::Count(Call::Sleep), 15) << "a sleep after each failed wait";
     Release();
 }
 
@@ -436,8 +424,8 @@ TEST_F(SpeakerTrack, ReferencesModuleWhileAnyThreadRuns)
     WriteUndecoded(1);
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 3) << "two play threads and the watchdog";
     Release();
-    EXPECT_TRUE(Await([] { return fakewin::ModuleReferences(fakewin::ThisModule()) == 0; }));
-    EXPECT_EQ(fakewin::Count(Call::FreeLibraryAndExitThread), 1) << "the watchdog leaves through the loader";
+    EXPECT_TRUE(Eventually([] { return fakewin::ModuleReferences(fakewin::ThisModule()) == 0; }));
+    EXPECT_EQ(fakewin::Count(Call::FreeLibraryAndExitThread), 1) << "by the watchdog";
 }
 
 TEST_F(SpeakerTrack, WriteFailsOnceWhenWatchdogCannotStart)
@@ -447,15 +435,15 @@ TEST_F(SpeakerTrack, WriteFailsOnceWhenWatchdogCannotStart)
     EXPECT_EQ(velto::DeviceState, 0);
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 2) << "the failed start keeps no reference";
     const int threads = fakewin::Count(Call::CreateThread);
-    EXPECT_EQ(WriteUndecoded(2), 0) << "later writes play";
+    EXPECT_EQ(WriteUndecoded(2), 0) << "later writes succeed";
     EXPECT_EQ(StreamType(), 2u);
-    EXPECT_EQ(fakewin::Count(Call::CreateThread), threads) << "no watchdog is tried again";
+    EXPECT_EQ(fakewin::Count(Call::CreateThread), threads) << "the watchdog is not retried";
     velto::StopSpeakerTracks();
     velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
 }
 
-// The tracks start one after the other, and each takes a module reference.
+// The tracks start one after the other; each references the module first.
 TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
 {
     for (const int track : {1, 2}) {
@@ -471,7 +459,7 @@ TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
         const int starts = fakewin::Count(Call::GetModuleHandleExW);
         EXPECT_EQ(WriteUndecoded(2), 0);
         EXPECT_EQ(StreamType(), 2u);
-        EXPECT_EQ(fakewin::Count(Call::GetModuleHandleExW), starts) << "nothing is retried";
+        EXPECT_EQ(fakewin::Count(Call::GetModuleHandleExW), starts) << "the setup is not retried";
         EXPECT_EQ(velto::DeviceState, 1);
         velto::StopSpeakerTracks();
         velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
@@ -482,10 +470,9 @@ TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
 TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 {
     AacFrame payload = EncodeTone(2)[1];
-    StreamFrameHeader header{1, static_cast<uint32_t>(payload.size()), 0};
-    StreamFrame frame{payload.data(), {}, &header};
-    const auto write = [&] { return table.WriteStreamBuffer("speaker1", 8, nullptr, &frame); };
-    ASSERT_EQ(write(), 0); // the fakes' own first allocations
+    HostFrame record(payload, 1);
+    const auto write = [&] { return table.WriteStreamBuffer("speaker1", 8, nullptr, &record.frame); };
+    ASSERT_EQ(write(), 0); // includes the first allocations of the fakes
     ASSERT_EQ(write(), 0);
     int allocations = 0;
     for (bool hasFailed = true; hasFailed;) {
@@ -494,16 +481,16 @@ TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
         hasFailed = noMemory.HasFailed();
         allocations += hasFailed ? 1 : 0;
     }
-    // One more than a write makes: fails where a queue grows, once in some 64 blocks. Both counts, because
-    // the write that was counted may have been such a one.
-    Recorded().Clear();
+    // The queue allocates once in about 64 blocks. If the counted write did not include this allocation, it
+    // is the next one, so both numbers are tried.
+    ClearLog();
     for (const int nth : {allocations, allocations + 1}) {
         for (int i = 0; i < 150; ++i) {
             const FailingThrowingNew noMemory(nth);
             EXPECT_EQ(write(), 0);
         }
     }
-    EXPECT_GT(CountOf(LOG_LEVEL_ERROR, L"no memory to queue a block, dropped"), 0);
+    EXPECT_GT(CountOf(errorLevel, L"no memory to queue a block, dropped"), 0);
 }
 
 TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)

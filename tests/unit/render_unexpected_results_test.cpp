@@ -1,4 +1,4 @@
-// Answers of the system that it does not document, or that only a failure before explains.
+// Results that Windows does not document, or that occur only after an earlier failure.
 #include "render_fixture.h"
 
 namespace {
@@ -14,9 +14,8 @@ class Renderer : public RenderTest {
 protected:
     void ChangeDefault(const std::wstring &id)
     {
-        audio.Get(id); // is there from now on
-        audio.SetDefaultForAllRoles(id);
-        audio.NotifyDefaultChanged(eRender, eMultimedia, id);
+        audio.Get(id); // creates the endpoint if necessary
+        audio.ChangeDefaultSpeaker(id);
         Play(MakeBlock());
     }
     size_t BlocksWritten(const std::wstring &id) { return audio.Get(id).writtenFrames.size(); }
@@ -96,7 +95,7 @@ TEST_F(Renderer, ReleasesEndpointObjectsOnCloseWithoutReferenceToDll)
     ASSERT_TRUE(Open());
     player->Close();
     EXPECT_EQ(audio.LiveObjects(), 0);
-    SwrContext *converter = probe.TakeResampler(); // which the next opening would lose
+    SwrContext *converter = probe.TakeResampler(); // the next Open would leak it
     swr_free(&converter);
     ASSERT_TRUE(Open());
     Play(MakeBlock());

@@ -1,4 +1,4 @@
-// Answers of the system that it does not document, or that only a failure before explains.
+// Results that Windows does not document, or that occur only after an earlier failure.
 #include "capture_fixture.h"
 
 namespace {
@@ -10,7 +10,7 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 
 class Capture : public CaptureTest {};
 
-// At 44100 Hz the frames to convert to would be beyond what the converter can count, too.
+// At 44100 Hz the number of output frames is too large for the converter, too.
 TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
 {
     Microphone().mixFormat.rateHz = 44100;
@@ -34,7 +34,8 @@ TEST_F(Capture, DoesNotFollowDefaultWithoutReferenceToEndpointDll)
     EXPECT_GT(ReadPacket(), 0U);
 }
 
-// Once while Prepare waits for the threads, then for each of the two threads' ends.
+// Three waits and two retries: Prepare's wait for the capture thread, then one wait for the end of each
+// thread.
 TEST_F(Capture, RetriesFailedWaitForThread)
 {
     Open();

@@ -1,26 +1,23 @@
-#include "table_road.h"
+#include "table_scenario.h"
 
-#include <cstring>
 #include <set>
 
 #include "aac_frames.h"
 #include "capture_fixture.h"
 #include "handler/speaker_track.h"
+#include "host_calls.h"
 #include "reset.h"
-
-extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace velto_test {
 namespace {
 
-constexpr DWORD idleMs = 240000;
-constexpr int framesOfStep = 12; // on each speaker
+constexpr int framesPerStep = 12; // on each speaker
 const char *const stepNames[] = {"starting", "writing", "closing the tracks"};
 const char *const speakers[] = {"speaker1", "ModemSpeaker1"};
 
-class TableRoad : public Road {
+class TableScenario : public Scenario {
 public:
-    TableRoad()
+    TableScenario()
     {
         fakes::ResetAll();
         for (const wchar_t *id : {L"speakers", L"headphones"}) {
@@ -30,30 +27,30 @@ public:
         m_earlierHandles = fakewin::LiveHandles();
     }
 
-    // Once made, the renderers keep their events.
-    void MakeRenderers()
+    // Creates the two renderers, which keep their events until the process ends.
+    void CreateRenderers()
     {
         Start();
         Release();
     }
 
-    bool Meets(const FaultyCall &call) const override
+    bool Covers(const FaultyCall &call) const override
     {
-        static const std::set<std::string> met{"SetEvent",     "CreateThread",   "GetModuleHandleEx",
-                                               "RegOpenKeyEx", "RegCreateKeyEx", "RegQueryValueEx",
-                                               "RegSetValueEx"};
-        return met.count(call.name) != 0;
+        static const std::set<std::string> covered{"SetEvent",     "CreateThread",   "GetModuleHandleEx",
+                                                   "RegOpenKeyEx", "RegCreateKeyEx", "RegQueryValueEx",
+                                                   "RegSetValueEx"};
+        return covered.count(call.name) != 0;
     }
     int Steps() const override { return static_cast<int>(std::size(stepNames)); }
     std::string StepName(int step) const override { return stepNames[step]; }
     Expectation Expected(const FaultCase &faulty, int step, int use) const override;
-    void Take(int step) override;
-    bool LingersIn(int) const override { return false; }
-    void Linger(const std::function<bool()> &) override {}
-    void Bear() override { WriteAll(); }
-    bool SoundFlows() override;
-    void Apply(Remedy remedy) override;
-    bool FollowsTheDefault() override;
+    void RunStep(int step) override;
+    bool CanKeepPolling(int) const override { return false; }
+    void PollUntil(const std::function<bool()> &) override {}
+    void KeepRunning() override { WriteAll(); }
+    bool HasSound() override;
+    void Apply(Recovery recovery) override;
+    bool FollowsDefaultDevice() override;
     void Finish() override;
 
 private:
@@ -62,7 +59,7 @@ private:
     void Write(const char *id, int frame);
     void Switch();
     void Release();
-    bool ClientsRun() const
+    bool BothClientsRun() const
     {
         int running = 0;
         for (const fakes::ClientRecord &client : m_audio.Clients()) {
@@ -70,8 +67,8 @@ private:
         }
         return running == 2;
     }
-    // What comes to the default endpoint after so many frames as fill the cushion.
-    bool Arrives();
+    // Writes enough frames to fill the cushion; true if sound reaches the default endpoint.
+    bool SoundArrives();
 
     fakes::AudioSystem &m_audio = fakes::AudioSystem::Instance();
     AudioHandlerTable m_table{};
@@ -81,7 +78,7 @@ private:
     const int m_earlierReferences = fakewin::ModuleReferences(fakewin::ThisModule());
 };
 
-void TableRoad::Take(int step)
+void TableScenario::RunStep(int step)
 {
     switch (step) {
     case 0:
@@ -92,75 +89,73 @@ void TableRoad::Take(int step)
         break;
     default:
         for (const char *id : speakers) {
-            EXPECT_EQ(m_table.CloseAudioTrack(id, static_cast<uint32_t>(std::strlen(id))), VELTO_OK);
+            EXPECT_EQ(m_table.CloseAudioTrack(id, Length(id)), VELTO_OK);
         }
     }
 }
 
-void TableRoad::Start()
+void TableScenario::Start()
 {
     Write(speakers[0], 0);
-    EXPECT_TRUE(Eventually([this] { return ClientsRun(); }));
+    EXPECT_TRUE(Eventually([this] { return BothClientsRun(); }));
 }
 
-void TableRoad::Write(const char *id, int frame)
+void TableScenario::Write(const char *id, int frame)
 {
-    static const std::vector<AacFrame> frames = EncodeTone(framesOfStep);
+    static const std::vector<AacFrame> frames = EncodeTone(framesPerStep);
     AacFrame bytes = frames[static_cast<size_t>(frame)];
-    StreamFrameHeader header{++m_streamType, static_cast<uint32_t>(bytes.size()), 0};
-    StreamFrame record{bytes.data(), {}, &header};
-    m_table.WriteStreamBuffer(id, static_cast<uint32_t>(std::strlen(id)), nullptr, &record);
+    HostFrame record(bytes, ++m_streamType);
+    m_table.WriteStreamBuffer(id, Length(id), nullptr, &record.frame);
 }
 
-void TableRoad::WriteAll()
+void TableScenario::WriteAll()
 {
-    for (int frame = 0; frame < framesOfStep; ++frame) {
+    for (int frame = 0; frame < framesPerStep; ++frame) {
         for (const char *id : speakers) {
             Write(id, frame);
         }
     }
 }
 
-bool TableRoad::Arrives()
+bool TableScenario::SoundArrives()
 {
     const size_t before = m_audio.Written(m_default).size();
     WriteAll();
     return Eventually([&] { return m_audio.Written(m_default).size() > before; });
 }
 
-bool TableRoad::SoundFlows()
+bool TableScenario::HasSound()
 {
-    return velto::DeviceState == velto::DEVICE_READY && Arrives();
+    return velto::DeviceState == velto::DEVICE_READY && SoundArrives();
 }
 
-void TableRoad::Switch()
+void TableScenario::Switch()
 {
     m_default = m_default == L"speakers" ? L"headphones" : L"speakers";
-    m_audio.SetDefaultForAllRoles(m_default);
-    m_audio.NotifyDefaultChanged(eRender, eMultimedia, m_default);
+    m_audio.ChangeDefaultSpeaker(m_default);
 }
 
-void TableRoad::Apply(Remedy remedy)
+void TableScenario::Apply(Recovery recovery)
 {
-    if (remedy == Remedy::DefaultChange) {
+    if (recovery == Recovery::DefaultChange) {
         Switch();
-    } else if (remedy == Remedy::Reopening) {
+    } else if (recovery == Recovery::Reopening) {
         Release();
         Start();
     }
 }
 
-bool TableRoad::FollowsTheDefault()
+bool TableScenario::FollowsDefaultDevice()
 {
     Switch();
-    return Arrives();
+    return SoundArrives();
 }
 
-// After four minutes, or at once where no watchdog could be started.
-void TableRoad::Release()
+// Lets the idle time pass. Stops the tracks directly if the watchdog could not start.
+void TableScenario::Release()
 {
-    const bool isWatched = fakewin::LiveThreads() > 0;
-    if (!isWatched) {
+    const bool hasWatchdog = fakewin::LiveThreads() > 0;
+    if (!hasWatchdog) {
         velto::StopSpeakerTracks();
         velto::DeviceState = velto::DEVICE_NOT_INITIALISED;
     }
@@ -172,7 +167,7 @@ void TableRoad::Release()
     }));
 }
 
-void TableRoad::Finish()
+void TableScenario::Finish()
 {
     Release();
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
@@ -180,17 +175,17 @@ void TableRoad::Finish()
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), m_earlierReferences);
     EXPECT_EQ(fakewin::OpenApartments(), 0);
     EXPECT_EQ(m_audio.RegisteredCallbacks(), 0);
-    EXPECT_LE(m_audio.LiveObjects(), 4) << "an enumerator and a device a renderer";
+    EXPECT_LE(m_audio.LiveObjects(), 4) << "an enumerator and a device per renderer";
 }
 
-Expectation TableRoad::Expected(const FaultCase &faulty, int, int) const
+Expectation TableScenario::Expected(const FaultCase &faulty, int, int) const
 {
     const std::string &call = faulty.call.name;
-    Expectation expected{{}, {Remedy::None}};
+    Expectation expected{{}, {Recovery::None}};
     if (faulty.fault.kind != FaultKind::Failure) {
         return expected;
     }
-    // A key that has gone is opened anew, once.
+    // The module reopens a deleted or invalid key once per write.
     const bool isStale =
         faulty.fault.name == "ERROR_KEY_DELETED" || faulty.fault.name == "ERROR_INVALID_HANDLE";
     if (call == "RegCreateKeyEx" || (call == "RegSetValueEx" && (faulty.lasting || !isStale))) {
@@ -201,13 +196,13 @@ Expectation TableRoad::Expected(const FaultCase &faulty, int, int) const
 
 } // namespace
 
-std::unique_ptr<Road> MakeTableRoad()
+std::unique_ptr<Scenario> MakeTableScenario()
 {
-    [[maybe_unused]] static const bool renderersMade = [] {
-        TableRoad().MakeRenderers();
+    [[maybe_unused]] static const bool renderersCreated = [] {
+        TableScenario().CreateRenderers();
         return true;
     }();
-    return std::make_unique<TableRoad>();
+    return std::make_unique<TableScenario>();
 }
 
 } // namespace velto_test

@@ -6,7 +6,6 @@
 
 #include "capture_fixture.h"
 #include "failing_throwing_new.h"
-#include "log_lines.h"
 
 namespace {
 
@@ -107,7 +106,7 @@ TEST_F(CaptureNotifier, IgnoresStateAddRemoveAndPropertyNotifications)
     EXPECT_EQ(notifier->OnDeviceAdded(L"id"), S_OK);
     EXPECT_EQ(notifier->OnDeviceRemoved(L"id"), S_OK);
     EXPECT_EQ(notifier->OnPropertyValueChanged(L"id", PROPERTYKEY{}), S_OK);
-    EXPECT_TRUE(Recorded().Entries().empty());
+    EXPECT_TRUE(fakes::LogRecorder::Instance().Entries().empty());
 }
 
 TEST_F(CaptureNotifier, ForwardsEveryFlowAndRoleInListenerOrder)
@@ -131,7 +130,7 @@ TEST_F(CaptureNotifier, ForwardsEveryFlowAndRoleInListenerOrder)
     ASSERT_EQ(order.size(), 18U);
     EXPECT_EQ(order[0], &first);
     EXPECT_EQ(order[1], &second);
-    CaptureTest::ExpectLine(infoLevel, L"OnDefaultDeviceChanged", changedTag, 9);
+    ExpectLine(infoLevel, L"OnDefaultDeviceChanged", changedTag, 9);
 }
 
 TEST_F(CaptureNotifier, IgnoresListenerAddedOrRemovedTwice)
@@ -160,8 +159,7 @@ TEST_F(CaptureNotifier, InitializeRegistersCallbackAndClearsListeners)
     const auto made = fakewin::Instantiations();
     ASSERT_EQ(made.size(), 1U);
     EXPECT_EQ(made[0].context, static_cast<DWORD>(CLSCTX_ALL));
-    CaptureTest::ExpectLine(infoLevel, L"deviceEnumerator RegisterEndpointNotificationCallback",
-                            initializeTag);
+    ExpectLine(infoLevel, L"deviceEnumerator RegisterEndpointNotificationCallback", initializeTag);
     audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone");
     EXPECT_TRUE(listener.changes.empty());
     notifier->UnInitialize();
@@ -173,7 +171,7 @@ TEST_F(CaptureNotifier, InitializeChangesNothingWhenComFails)
     notifier->AddListener(&listener);
     fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
     EXPECT_EQ(notifier->Initialize(), E_FAIL);
-    CaptureTest::ExpectLine(errorLevel, L"GetCOMLoadedStatus failed", initializeTag);
+    ExpectLine(errorLevel, L"GetCOMLoadedStatus failed", initializeTag);
     EXPECT_EQ(fakewin::Count(fakewin::Call::CoCreateInstance), 0);
     notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
     EXPECT_EQ(listener.changes.size(), 1U);
@@ -183,7 +181,7 @@ TEST_F(CaptureNotifier, InitializeLeavesComWhenEnumeratorFails)
 {
     fakewin::Fail(fakewin::Call::CoCreateInstance, REGDB_E_CLASSNOTREG);
     EXPECT_EQ(notifier->Initialize(), E_FAIL);
-    CaptureTest::ExpectLine(errorLevel, L"GetDeviceCount pEnum is null", initializeTag);
+    ExpectLine(errorLevel, L"GetDeviceCount pEnum is null", initializeTag);
     EXPECT_EQ(fakewin::OpenApartments(), 0);
 }
 
@@ -203,13 +201,12 @@ TEST_F(CaptureNotifier, UnInitializeUnregistersOnceAndLogsEachCall)
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
     EXPECT_EQ(audio.LiveObjects(), 0);
     notifier->UnInitialize();
-    CaptureTest::ExpectLine(infoLevel, L"AudioDeviceNotify::UnInitialize()", unInitializeTag, 2);
-    CaptureTest::ExpectLine(infoLevel, L"deviceEnumerator UnregisterEndpointNotificationCallback",
-                            unInitializeTag);
+    ExpectLine(infoLevel, L"AudioDeviceNotify::UnInitialize()", unInitializeTag, 2);
+    ExpectLine(infoLevel, L"deviceEnumerator UnregisterEndpointNotificationCallback", unInitializeTag);
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
-// A host that frees this module with a recording open must not unmap what notifications run.
+// A host may free this module with a recording open. Notifications must not run unmapped code.
 TEST_F(CaptureNotifier, ReferencesModuleFromRegistrationToUnregistration)
 {
     const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
@@ -250,8 +247,8 @@ TEST_F(CaptureNotifier, DoesNotRegisterWithoutBothModuleReferences)
         ClearLog();
         fakewin::Fail(fakewin::Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY, nth);
         EXPECT_EQ(notifier->Initialize(), E_FAIL);
-        CaptureTest::ExpectLine(errorLevel, lines[nth - 1], initializeTag);
-        EXPECT_EQ(Recorded().Entries().size(), 1U);
+        ExpectLine(errorLevel, lines[nth - 1], initializeTag);
+        EXPECT_EQ(fakes::LogRecorder::Instance().Entries().size(), 1U);
         EXPECT_EQ(audio.Count(Method::RegisterCallback), 0);
         EXPECT_EQ(audio.LiveObjects(), 0);
         EXPECT_EQ(fakewin::OpenApartments(), 0);
@@ -260,18 +257,18 @@ TEST_F(CaptureNotifier, DoesNotRegisterWithoutBothModuleReferences)
     }
 }
 
-// A listener that is told of a change while it is being removed.
+// Stays in its notification while another thread removes it.
 class SlowListener : public velto::IAudioDeviceNotifyListener {
 public:
     void OnAudioStateChanged(EDataFlow, ERole, LPCWSTR) override
     {
-        isTold = true;
+        isNotified = true;
         for (int i = 0; i < 100 && !isRemoved; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
-        removedMeanwhile = isRemoved.load();
+        wasRemovedDuringCall = isRemoved.load();
     }
-    std::atomic<bool> isTold{false}, isRemoved{false}, removedMeanwhile{false};
+    std::atomic<bool> isNotified{false}, isRemoved{false}, wasRemovedDuringCall{false};
 };
 
 TEST_F(CaptureNotifier, RemoveListenerWaitsForRunningNotification)
@@ -279,16 +276,16 @@ TEST_F(CaptureNotifier, RemoveListenerWaitsForRunningNotification)
     SlowListener listener;
     notifier->AddListener(&listener);
     std::thread system([this] { notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"microphone"); });
-    EXPECT_TRUE(Eventually([&] { return listener.isTold.load(); }));
+    EXPECT_TRUE(Eventually([&] { return listener.isNotified.load(); }));
     notifier->RemoveListener(&listener);
     listener.isRemoved = true;
     system.join();
-    EXPECT_FALSE(listener.removedMeanwhile) << "the owner may delete a listener once it is removed";
+    EXPECT_FALSE(listener.wasRemovedDuringCall) << "the owner may delete a listener once it is removed";
 }
 
 TEST_F(CaptureNotifier, KeepsEnumeratorDllLoadedPastLastApartment)
 {
-    // The renderers of earlier tests keep that DLL too.
+    // The renderers of earlier tests may reference the DLL, too.
     const int others = fakewin::ModuleReferences(fakewin::ImplementationModule());
     const int unloads = fakewin::ImplementationUnloads();
     notifier->Initialize();

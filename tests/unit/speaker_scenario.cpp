@@ -1,4 +1,4 @@
-#include "speaker_road.h"
+#include "speaker_scenario.h"
 
 #include <gtest/gtest.h>
 
@@ -16,18 +16,18 @@ namespace velto_test {
 namespace {
 
 constexpr int rounds = 10;
-constexpr int stepsOfRound = 6;
+constexpr int stepsPerRound = 6;
 constexpr uint32_t endpointFrames = 2880;
-// After a rebuilding: the padding of the invalidated client then leaves room in the new buffer.
+// The buffer after Rebuilding is larger, so that the padding of the invalidated client leaves room in it.
 constexpr uint32_t rebuiltFrames = 3360;
-// More than the endpoint buffer holds: they are all taken only by a client that runs.
-constexpr int blocksThatShow = 4;
-const char *const stepNames[stepsOfRound] = {"opening",    "playing", "switching",
-                                             "rebuilding", "probing", "closing"};
+// More than fits into the endpoint buffer: only a running client accepts all of them.
+constexpr int blocksToOverfill = 4;
+const char *const stepNames[stepsPerRound] = {"opening",    "playing", "switching",
+                                              "rebuilding", "probing", "closing"};
 
-class SpeakerRoad : public Road {
+class SpeakerScenario : public Scenario {
 public:
-    SpeakerRoad() : m_player(MakePlayer()), m_probe(*m_player)
+    SpeakerScenario() : m_player(MakePlayer()), m_probe(*m_player)
     {
         for (const wchar_t *id : {L"speakers", L"headphones"}) {
             m_audio.Get(id).bufferFrames = endpointFrames;
@@ -36,11 +36,11 @@ public:
         m_audio.Get(L"headphones").mixFormat.rateHz = 44100;
     }
 
-    int Steps() const override { return rounds * stepsOfRound; }
+    int Steps() const override { return rounds * stepsPerRound; }
     std::string StepName(int step) const override
     {
-        return std::string(stepNames[step % stepsOfRound]) + " in round " +
-               std::to_string(step / stepsOfRound + 1);
+        return std::string(stepNames[step % stepsPerRound]) + " in round " +
+               std::to_string(step / stepsPerRound + 1);
     }
     Expectation Expected(const FaultCase &faulty, int step, int use) const override
     {
@@ -49,13 +49,13 @@ public:
         return ExpectedOfSpeaker(faulty, kind, use, isRebuilt ? rebuiltFrames : endpointFrames);
     }
 
-    void Take(int step) override;
-    bool LingersIn(int) const override { return false; }
-    void Linger(const std::function<bool()> &) override {}
-    void Bear() override { Play(2); }
-    bool SoundFlows() override;
-    void Apply(Remedy remedy) override;
-    bool FollowsTheDefault() override;
+    void RunStep(int step) override;
+    bool CanKeepPolling(int) const override { return false; }
+    void PollUntil(const std::function<bool()> &) override {}
+    void KeepRunning() override { Play(2); }
+    bool HasSound() override;
+    void Apply(Recovery recovery) override;
+    bool FollowsDefaultDevice() override;
     void Finish() override;
 
 private:
@@ -65,7 +65,7 @@ private:
         fakewin::SkipShortWaits();
         return std::make_unique<velto::AudioPlayerWas>();
     }
-    static SpeakerStep KindOf(int step) { return static_cast<SpeakerStep>(step % stepsOfRound); }
+    static SpeakerStep KindOf(int step) { return static_cast<SpeakerStep>(step % stepsPerRound); }
 
     void Open();
     void Close();
@@ -83,18 +83,18 @@ private:
     const std::vector<uint8_t> m_block = MakeBlock();
     bool m_onHeadphones = false;
     bool m_open = false;
-    const OpenThings m_earlier;
+    const OpenResources m_openBefore;
 };
 
-void SpeakerRoad::Take(int step)
+void SpeakerScenario::RunStep(int step)
 {
-    fakes::LogRecorder::Instance().Clear();
+    ClearLog();
     switch (KindOf(step)) {
     case SpeakerStep::Opening:
         Open();
         break;
     case SpeakerStep::Playing:
-        Current().paddingScript = {480, endpointFrames}; // the second block meets a full buffer
+        Current().paddingScript = {480, endpointFrames}; // full when the second block starts
         Play(2);
         break;
     case SpeakerStep::Switching:
@@ -115,7 +115,7 @@ void SpeakerRoad::Take(int step)
     }
 }
 
-void SpeakerRoad::Open()
+void SpeakerScenario::Open()
 {
     // Open leaks the previous converter (known leak); freed here for LeakSanitizer.
     SwrContext *converter = m_probe.TakeResampler();
@@ -124,7 +124,7 @@ void SpeakerRoad::Open()
     m_player->Open(16, 2, 48000);
 }
 
-void SpeakerRoad::Close()
+void SpeakerScenario::Close()
 {
     if (m_open) {
         m_player->Close();
@@ -132,47 +132,46 @@ void SpeakerRoad::Close()
     }
 }
 
-void SpeakerRoad::Play(int blocks)
+void SpeakerScenario::Play(int blocks)
 {
     for (int i = 0; m_open && i < blocks; ++i) {
         m_player->PlayAudio(m_block.data(), static_cast<int64_t>(m_block.size()));
     }
 }
 
-void SpeakerRoad::Switch()
+void SpeakerScenario::Switch()
 {
     m_onHeadphones = !m_onHeadphones;
-    m_audio.SetDefaultForAllRoles(Current().id);
-    m_audio.NotifyDefaultChanged(eRender, eMultimedia, Current().id);
+    m_audio.ChangeDefaultSpeaker(Current().id);
     Play(1);
 }
 
-bool SpeakerRoad::SoundFlows()
+bool SpeakerScenario::HasSound()
 {
-    Play(blocksThatShow);
+    Play(blocksToOverfill);
     const size_t before = WrittenBytes();
     Play(1);
     return WrittenBytes() > before;
 }
 
-void SpeakerRoad::Apply(Remedy remedy)
+void SpeakerScenario::Apply(Recovery recovery)
 {
-    switch (remedy) {
-    case Remedy::None:
+    switch (recovery) {
+    case Recovery::None:
         break;
-    case Remedy::PropertyChange:
+    case Recovery::PropertyChange:
         m_audio.NotifyPropertyChanged(Current().id);
         break;
-    case Remedy::DefaultChange:
+    case Recovery::DefaultChange:
         Switch();
         break;
-    case Remedy::Reopening:
+    case Recovery::Reopening:
         Close();
         Open();
     }
 }
 
-bool SpeakerRoad::FollowsTheDefault()
+bool SpeakerScenario::FollowsDefaultDevice()
 {
     if (!m_open) {
         Open();
@@ -183,18 +182,18 @@ bool SpeakerRoad::FollowsTheDefault()
     return m_audio.Written(Current().id).size() > before;
 }
 
-void SpeakerRoad::Finish()
+void SpeakerScenario::Finish()
 {
     Close();
     m_player.reset();
-    m_earlier.ExpectNoMore();
+    m_openBefore.ExpectNothingLeaked();
 }
 
 } // namespace
 
-std::unique_ptr<Road> MakeSpeakerRoad()
+std::unique_ptr<Scenario> MakeSpeakerScenario()
 {
-    return std::make_unique<SpeakerRoad>();
+    return std::make_unique<SpeakerScenario>();
 }
 
 } // namespace velto_test

@@ -1,4 +1,4 @@
-#include "microphone_road.h"
+#include "microphone_scenario.h"
 
 #include <algorithm>
 #include <array>
@@ -11,9 +11,9 @@ namespace velto_test {
 namespace {
 
 constexpr int rounds = 5;
-constexpr int stepsOfRound = 4;
-const char *const stepNames[stepsOfRound] = {"opening", "capturing", "restarting", "closing"};
-// What the capture thread does for each packet.
+constexpr int stepsPerRound = 4;
+const char *const stepNames[stepsPerRound] = {"opening", "capturing", "restarting", "closing"};
+// The calls that the capture thread makes for each packet.
 constexpr std::array<std::string_view, 9> polled{"IAudioCaptureClient::GetNextPacketSize",
                                                  "IAudioCaptureClient::GetBuffer",
                                                  "IAudioCaptureClient::ReleaseBuffer",
@@ -25,61 +25,61 @@ constexpr std::array<std::string_view, 9> polled{"IAudioCaptureClient::GetNextPa
                                                  "avcodec_receive_packet"};
 const wchar_t *const noCom = L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed";
 
-class MicrophoneRoad : public Road {
+class MicrophoneScenario : public Scenario {
 public:
-    MicrophoneRoad()
+    MicrophoneScenario()
     {
         fakes::ResetAll();
         for (const wchar_t *id : {L"microphone", L"headset"}) {
-            // A packet in every pass of the loop.
-            m_audio.Get(id).source = [given = false]() mutable -> std::optional<CapturedPacket> {
-                given = !given;
-                return given ? std::optional(QuietPacket(1024)) : std::nullopt;
+            // One packet per pass of the capture loop.
+            m_audio.Get(id).source = [delivers = false]() mutable -> std::optional<CapturedPacket> {
+                delivers = !delivers;
+                return delivers ? std::optional(QuietPacket(1024)) : std::nullopt;
             };
         }
         m_audio.Get(L"headset").mixFormat.rateHz = 44100;
     }
 
-    // The init thread sets the ready event at each start; whether the capture thread still finds it there is
-    // chance.
-    int SureUses(const FaultyCall &call, int counted) const override
+    // The init thread sets the ready event at each start. The capture thread sets it, too, unless Prepare has
+    // already closed it.
+    int GuaranteedUses(const FaultyCall &call, int counted) const override
     {
         return call.name == "SetEvent" ? std::min(counted, 2 * rounds) : counted;
     }
-    bool Polls(const FaultyCall &call) const override
+    bool IsPolled(const FaultyCall &call) const override
     {
         return std::find(polled.begin(), polled.end(), call.name) != polled.end();
     }
-    int Steps() const override { return rounds * stepsOfRound; }
+    int Steps() const override { return rounds * stepsPerRound; }
     std::string StepName(int step) const override
     {
-        return std::string(stepNames[step % stepsOfRound]) + " in round " +
-               std::to_string(step / stepsOfRound + 1);
+        return std::string(stepNames[step % stepsPerRound]) + " in round " +
+               std::to_string(step / stepsPerRound + 1);
     }
     Expectation Expected(const FaultCase &faulty, int step, int use) const override
     {
         return ExpectedOfMicrophone(faulty, KindOf(step), use);
     }
 
-    void Take(int step) override;
-    bool LingersIn(int step) const override { return step == Steps() - 2; }
-    void Linger(const std::function<bool()> &until) override;
-    void Bear() override;
-    bool SoundFlows() override;
-    void Apply(Remedy remedy) override;
-    bool FollowsTheDefault() override;
+    void RunStep(int step) override;
+    bool CanKeepPolling(int step) const override { return step == Steps() - 2; }
+    void PollUntil(const std::function<bool()> &condition) override;
+    void KeepRunning() override;
+    bool HasSound() override;
+    void Apply(Recovery recovery) override;
+    bool FollowsDefaultDevice() override;
     void Finish() override;
 
 private:
-    static MicrophoneStep KindOf(int step) { return static_cast<MicrophoneStep>(step % stepsOfRound); }
+    static MicrophoneStep KindOf(int step) { return static_cast<MicrophoneStep>(step % stepsPerRound); }
 
     void Open();
     void Close();
     void Capture();
     void ChangeDefault();
-    // Waits until the capture's threads do what they will go on doing, and nothing else begins or ends.
-    void Settle();
-    bool IsSettled() const;
+    // Waits until no restart is running and the capture either runs its loop or has ended all its threads.
+    void AwaitSteadyState();
+    bool IsSteady() const;
     bool Captures() const
     {
         return m_capture != nullptr && !Probe().Stopped() && fakewin::LiveThreads() >= 2;
@@ -96,7 +96,7 @@ private:
     const int m_earlierImplementation = fakewin::ModuleReferences(fakewin::ImplementationModule());
 };
 
-void MicrophoneRoad::Take(int step)
+void MicrophoneScenario::RunStep(int step)
 {
     switch (KindOf(step)) {
     case MicrophoneStep::Opening:
@@ -113,16 +113,16 @@ void MicrophoneRoad::Take(int step)
     }
 }
 
-void MicrophoneRoad::Open()
+void MicrophoneScenario::Open()
 {
     m_capture = std::make_unique<velto::AudioCapture>();
     m_capture->SetTarget(48000, 2, 1);
     m_capture->Prepare();
-    Settle(); // so that the capture thread has made its calls before these
+    AwaitSteadyState(); // so that the capture thread makes its calls before Start
     m_capture->Start();
 }
 
-void MicrophoneRoad::Close()
+void MicrophoneScenario::Close()
 {
     if (m_capture != nullptr) {
         m_capture->EndRestarts();
@@ -133,28 +133,27 @@ void MicrophoneRoad::Close()
     EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
 }
 
-// Three packets, or what comes in two seconds, had they taken their time: faults may let none come.
-void MicrophoneRoad::Capture()
+// Reads three packets. Stops after two simulated seconds, because a fault may leave no packets to read.
+void MicrophoneScenario::Capture()
 {
     const uint64_t begin = fakewin::WaitedMs();
-    const auto over = [&] { return !Captures() || fakewin::WaitedMs() >= begin + 2000; };
+    const auto timedOut = [&] { return !Captures() || fakewin::WaitedMs() >= begin + 2000; };
     for (int packet = 0; packet < 3; ++packet) {
-        Eventually([&] { return Probe().Packets().DataCount() > 0 || over(); });
-        if (!over()) {
+        Eventually([&] { return Probe().Packets().DataCount() > 0 || timedOut(); });
+        if (!timedOut()) {
             ReadPacket();
         }
     }
 }
 
-void MicrophoneRoad::ChangeDefault()
+void MicrophoneScenario::ChangeDefault()
 {
     m_default = m_default == L"headset" ? L"microphone" : L"headset";
-    m_audio.SetDefaultMicrophone(m_default);
-    m_audio.NotifyDefaultChanged(eCapture, eConsole, m_default);
-    Settle();
+    m_audio.ChangeDefaultMicrophone(m_default);
+    AwaitSteadyState();
 }
 
-bool MicrophoneRoad::IsSettled() const
+bool MicrophoneScenario::IsSteady() const
 {
     if (Probe().Restarting()) {
         return false;
@@ -163,18 +162,18 @@ bool MicrophoneRoad::IsSettled() const
         return fakewin::LiveThreads() == 0;
     }
     const auto clients = m_audio.Clients();
-    const bool runs = !clients.empty() && clients.back().starts > 0;
+    const bool isRunning = !clients.empty() && clients.back().starts > 0;
     const auto &log = fakes::LogRecorder::Instance();
-    return runs || (fakewin::LiveThreads() == 1 &&
-                    log.Count(errorLevel, noCom, "AudioCapture::AudioCaptureAndEncodeThreadProc") > 0);
+    return isRunning || (fakewin::LiveThreads() == 1 &&
+                         log.Count(errorLevel, noCom, "AudioCapture::AudioCaptureAndEncodeThreadProc") > 0);
 }
 
-void MicrophoneRoad::Settle()
+void MicrophoneScenario::AwaitSteadyState()
 {
-    EXPECT_TRUE(Eventually([this] { return IsSettled(); }));
+    EXPECT_TRUE(Eventually([this] { return IsSteady(); }));
 }
 
-bool MicrophoneRoad::ReadPacket()
+bool MicrophoneScenario::ReadPacket()
 {
     return Eventually([this] {
         uint32_t size = 0;
@@ -183,50 +182,50 @@ bool MicrophoneRoad::ReadPacket()
     });
 }
 
-void MicrophoneRoad::Linger(const std::function<bool()> &until)
+void MicrophoneScenario::PollUntil(const std::function<bool()> &condition)
 {
-    EXPECT_TRUE(Eventually([&] { return until() || !Captures() || (ReadPacket() && until()); }));
+    EXPECT_TRUE(Eventually([&] { return condition() || !Captures() || (ReadPacket() && condition()); }));
 }
 
-// For a tenth of a second, had it taken its time.
-void MicrophoneRoad::Bear()
+// Continues for 100 ms of simulated time, or until the threads have ended.
+void MicrophoneScenario::KeepRunning()
 {
     const uint64_t begin = fakewin::WaitedMs();
     Eventually([&] { return fakewin::WaitedMs() >= begin + 100 || fakewin::LiveThreads() == 0; });
 }
 
-bool MicrophoneRoad::SoundFlows()
+bool MicrophoneScenario::HasSound()
 {
     if (m_capture == nullptr) {
         return false;
     }
-    Settle();
+    AwaitSteadyState();
     while (Captures() && Probe().Packets().DataCount() > 0) {
-        ReadPacket(); // what was heard earlier
+        ReadPacket(); // recorded before the fault was cleared
     }
     return Captures() && ReadPacket() && Captures();
 }
 
-void MicrophoneRoad::Apply(Remedy remedy)
+void MicrophoneScenario::Apply(Recovery recovery)
 {
-    if (remedy == Remedy::DefaultChange && m_capture != nullptr) {
+    if (recovery == Recovery::DefaultChange && m_capture != nullptr) {
         ChangeDefault();
-    } else if (remedy == Remedy::Reopening) {
+    } else if (recovery == Recovery::Reopening) {
         Close();
         Open();
     }
 }
 
-bool MicrophoneRoad::FollowsTheDefault()
+bool MicrophoneScenario::FollowsDefaultDevice()
 {
     if (m_capture == nullptr) {
         Open();
     }
     ChangeDefault();
-    return SoundFlows() && m_audio.Clients().back().endpoint == m_default;
+    return HasSound() && m_audio.Clients().back().endpoint == m_default;
 }
 
-void MicrophoneRoad::Finish()
+void MicrophoneScenario::Finish()
 {
     Close();
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
@@ -240,9 +239,9 @@ void MicrophoneRoad::Finish()
 
 } // namespace
 
-std::unique_ptr<Road> MakeMicrophoneRoad()
+std::unique_ptr<Scenario> MakeMicrophoneScenario()
 {
-    return std::make_unique<MicrophoneRoad>();
+    return std::make_unique<MicrophoneScenario>();
 }
 
 } // namespace velto_test

@@ -1,0 +1,20 @@
+#include "polling.h"
+
+#include <chrono>
+#include <thread>
+
+namespace fakes {
+
+bool Eventually(const std::function<bool()> &condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+}
+
+} // namespace fakes
