@@ -10,31 +10,15 @@
 #include "handler/listener.h"
 #include "handler/speaker_track.h"
 #include "log_lines.h"
+#include "reset.h"
 #include "tests/fakes/fake_windows.h"
 #include "velto/audio_handler.h"
-
-extern "C" int32_t VELTOGetAudioHandler(AudioHandlerTable *table);
 
 namespace {
 
 using namespace velto_test;
 
 constexpr char guardTag[] = "`anonymous-namespace'::Guarded";
-
-class HandlerTable : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        Recorded().Clear();
-        fakewin::Reset();
-    }
-
-    void TearDown() override
-    {
-        const AudioListener none{nullptr, nullptr};
-        velto::VeltoRegisterListener(&none);
-    }
-};
 
 struct Event {
     std::string id;
@@ -50,10 +34,25 @@ void Record(const char *id, uint32_t idLength, int32_t code)
     ++events;
 }
 
+class HandlerTable : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        fakes::ResetAll();
+        events = 0;
+    }
+
+    void TearDown() override
+    {
+        const AudioListener none{nullptr, nullptr};
+        velto::VeltoRegisterListener(&none);
+    }
+};
+
 TEST_F(HandlerTable, EntryRefusesNullTableWithoutSideEffects)
 {
     EXPECT_EQ(VELTOGetAudioHandler(nullptr), -2000);
-    EXPECT_TRUE(Recorded().Entries().empty());
+    EXPECT_TRUE(Log().empty());
     EXPECT_TRUE(fakewin::CreatedEvents().empty());
 }
 
@@ -71,7 +70,7 @@ TEST_F(HandlerTable, EntryOverwritesAllElevenSlots)
         EXPECT_NE(slot, garbage);
         EXPECT_NE(slot, nullptr);
     }
-    EXPECT_EQ(slots[1], slots[10]) << "both reserved slots hold the very same function";
+    EXPECT_EQ(slots[1], slots[10]) << "both reserved slots are the same function";
 }
 
 // Calls slot `index` with arguments that every function refuses, and returns the tag of the line that this
@@ -91,9 +90,9 @@ std::string TagOfSlot(const AudioHandlerTable &table, size_t index)
         [&] { table.RegisterListener(nullptr); },
         [&] { table.NoOperation10(); },
     };
-    Recorded().Clear();
+    ClearLog();
     calls[index]();
-    const auto entries = Recorded().Entries();
+    const auto entries = Log();
     return entries.empty() ? "" : entries.back().tag;
 }
 
@@ -101,7 +100,7 @@ TEST_F(HandlerTable, EachSlotCallsItsOwnFunction)
 {
     AudioHandlerTable table;
     ASSERT_EQ(VELTOGetAudioHandler(&table), 0);
-    velto::DeviceState = velto::DEVICE_READY; // so that the write starts nothing
+    velto::DeviceState = velto::DEVICE_READY; // so that the write does not start the speakers
     const char *functions[11] = {
         "VeltoGetAudioCapability",
         "",
@@ -130,15 +129,15 @@ TEST_F(HandlerTable, TurnsAnyExceptionIntoStatusAndLogLine)
     const AudioListener throwsAnInteger{[](const char *, uint32_t, int32_t) { throw 42; }, nullptr};
     ASSERT_EQ(table.RegisterListener(&throwsAnInteger), 0);
     EXPECT_EQ(table.CloseAudioTrack("mic1", 4), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"call failed: unknown exception", guardTag);
+    ExpectLine(errorLevel, L"call failed: unknown exception", guardTag);
     const AudioListener throwsAnException{
         [](const char *, uint32_t, int32_t) { throw std::runtime_error("out of order"); }, nullptr};
     ASSERT_EQ(table.RegisterListener(&throwsAnException), 0);
     EXPECT_EQ(table.CloseAudioTrack("mic1", 4), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"call failed: out of order", guardTag);
+    ExpectLine(errorLevel, L"call failed: out of order", guardTag);
 }
 
-// Fails an allocation of what comes after the exception: logging it, in the table's handler.
+// Makes one of the allocations fail with which the table's exception handler logs the exception.
 std::optional<FailingThrowingNew> noMemory;
 int failingAllocation = 0;
 
@@ -204,8 +203,7 @@ TEST_F(HandlerTable, RefusesNullListenerAndKeepsEarlierOne)
     const AudioListener listener{Record, nullptr};
     ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
     EXPECT_EQ(velto::VeltoRegisterListener(nullptr), -2000);
-    ExpectLine(LOG_LEVEL_ERROR, L"VELTO Listener is null", "`anonymous-namespace'::VeltoRegisterListener");
-    events = 0;
+    ExpectLine(errorLevel, L"VELTO Listener is null", "`anonymous-namespace'::VeltoRegisterListener");
     velto::SendEvent("mic1", 4, 4);
     EXPECT_EQ(events, 1);
     EXPECT_EQ(lastEvent.id, "mic1");
@@ -218,10 +216,23 @@ TEST_F(HandlerTable, RemovesListenerOnRecordOfNulls)
     const AudioListener listener{Record, &events};
     const AudioListener none{nullptr, nullptr};
     ASSERT_EQ(velto::VeltoRegisterListener(&listener), 0);
-    ASSERT_EQ(velto::VeltoRegisterListener(&none), 0);
-    events = 0;
     velto::SendEvent("mic1", 4, 3);
-    EXPECT_EQ(events, 0);
+    EXPECT_EQ(events, 1);
+    ASSERT_EQ(velto::VeltoRegisterListener(&none), 0);
+    velto::SendEvent("mic1", 4, 3);
+    EXPECT_EQ(events, 1);
+}
+
+TEST_F(HandlerTable, SendsEventsOnlyToLatestListener)
+{
+    static int replacedEvents = 0;
+    const AudioListener replaced{[](const char *, uint32_t, int32_t) { ++replacedEvents; }, nullptr};
+    const AudioListener latest{Record, nullptr};
+    ASSERT_EQ(velto::VeltoRegisterListener(&replaced), 0);
+    ASSERT_EQ(velto::VeltoRegisterListener(&latest), 0);
+    velto::SendEvent("mic1", 4, 3);
+    EXPECT_EQ(events, 1);
+    EXPECT_EQ(replacedEvents, 0);
 }
 
 } // namespace
