@@ -11,9 +11,11 @@ def run(world, name, *arguments, environment=None, **options):
     log = world.folder / f"{name}.out"
     with open(log, "wb") as out:
         program = processes.start(
-            ["wine", paths.WINDOWS_BIN / f"velto-{name}-bench.exe", "--benchmark_enable_random_interleaving=true",
+            ["wine", paths.TEST_BIN / f"velto-{name}-bench.exe", "--benchmark_enable_random_interleaving=true",
              f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json", *arguments],
-            env={**world.prefix.environment, **(environment or {})}, stdout=out, stderr=out, **options)
+            # Windows finds the DLL through WINEPATH: benchmarks are not in the product's folder.
+            env={**world.prefix.environment, "WINEPATH": paths.to_windows(paths.WINDOWS_BIN), **(environment or {})},
+            stdout=out, stderr=out, **options)
         code = program.wait(500)
     if code != 0:
         raise RuntimeError(f"velto-{name}-bench.exe ended with {code}; its output: {log}")

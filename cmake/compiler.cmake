@@ -1,11 +1,14 @@
-# How our own sources are compiled and linked.
+# How our own sources are compiled and linked. Included after the dependencies, whose sources may have warnings.
 
-add_compile_options(-Wall -Wextra -Werror)
-# For the module and its libraries beside that.
+add_compile_options(-Wall -Wextra)
+if(VELTO_WERROR)
+    add_compile_options(-Werror)
+endif()
+# Further warnings, for the module and its libraries.
 set(velto_strict_warnings -Wconversion -Wsign-conversion -Wshadow)
 
 if(WIN32)
     add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX)
-    # The C++ runtime and winpthread go into each binary: beside it only FFmpeg's DLLs are needed.
+    # The C++ runtime and winpthread are linked statically: programs and the DLL need only FFmpeg's DLLs.
     add_link_options(-static -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
 endif()

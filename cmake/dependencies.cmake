@@ -1,7 +1,7 @@
-# What the build takes from elsewhere: FFmpeg, the header-only libraries, GoogleTest.
-# Included before compiler.cmake: our warnings are for our own sources.
+# Libraries of others: FFmpeg, header-only libraries, GoogleTest.
 
 add_library(velto_ffmpeg INTERFACE)
+add_library(velto::ffmpeg ALIAS velto_ffmpeg)
 set(velto_ffmpeg_parts avcodec avformat avutil swresample)
 if(WIN32)
     if(NOT VELTO_FFMPEG_ROOT)
@@ -24,14 +24,22 @@ if(WIN32)
         if(NOT EXISTS "${velto_ffmpeg_root}/bin/${dll}")
             message(FATAL_ERROR "${velto_ffmpeg_root}/bin has no ${dll}: this is not a shared build of FFmpeg 5.1.")
         endif()
-        add_custom_command(
-            OUTPUT "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${dll}"
-            COMMAND "${CMAKE_COMMAND}" -E copy "${velto_ffmpeg_root}/bin/${dll}" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
-            DEPENDS "${velto_ffmpeg_root}/bin/${dll}"
-            COMMENT "Copying ${dll}")
     endforeach()
-    list(TRANSFORM velto_ffmpeg_dlls PREPEND "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/" OUTPUT_VARIABLE copied)
-    add_custom_target(velto_ffmpeg_dlls ALL DEPENDS ${copied})
+    # velto_copy_ffmpeg(<target> <folder>): the target copies the DLLs next to the programs that need them.
+    function(velto_copy_ffmpeg target folder)
+        file(MAKE_DIRECTORY "${folder}")
+        foreach(dll IN LISTS velto_ffmpeg_dlls)
+            add_custom_command(
+                OUTPUT "${folder}/${dll}"
+                COMMAND "${CMAKE_COMMAND}" -E copy "${velto_ffmpeg_root}/bin/${dll}" "${folder}"
+                DEPENDS "${velto_ffmpeg_root}/bin/${dll}"
+                COMMENT "Copying ${dll}")
+            list(APPEND copies "${folder}/${dll}")
+        endforeach()
+        add_custom_target(${target} DEPENDS ${copies})
+    endfunction()
+    velto_copy_ffmpeg(velto_ffmpeg_dlls "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    velto_copy_ffmpeg(velto_test_ffmpeg_dlls "${velto_test_bin}")
     target_include_directories(velto_ffmpeg SYSTEM INTERFACE "${velto_ffmpeg_root}/include")
     foreach(part IN LISTS velto_ffmpeg_parts)
         target_link_libraries(velto_ffmpeg INTERFACE "${velto_ffmpeg_root}/lib/lib${part}.dll.a")
@@ -44,7 +52,7 @@ else()
     target_link_libraries(velto_ffmpeg INTERFACE PkgConfig::FFMPEG)
 endif()
 
-# Debian's header-only libraries by themselves: the cross compiler must not see the rest of
+# Debian's header-only libraries, linked into a folder of the build: the cross compiler must not see the rest of
 # /usr/include.
 set(header_libs "${CMAKE_BINARY_DIR}/header_libs")
 file(MAKE_DIRECTORY "${header_libs}")
@@ -55,6 +63,7 @@ foreach(library IN ITEMS fmt CLI nlohmann)
     file(CREATE_LINK "/usr/include/${library}" "${header_libs}/${library}" SYMBOLIC)
 endforeach()
 add_library(velto_header_libs INTERFACE)
+add_library(velto::header_libs ALIAS velto_header_libs)
 target_include_directories(velto_header_libs SYSTEM INTERFACE "${header_libs}")
 target_compile_definitions(velto_header_libs INTERFACE FMT_HEADER_ONLY)
 
@@ -66,6 +75,6 @@ elseif(BUILD_TESTING)
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
     foreach(library gtest gtest_main gmock)
-        target_compile_options(${library} PRIVATE -O0 -g1) # compiled anew in each fresh tree
+        target_compile_options(${library} PRIVATE -O0 -g1) # each fresh build tree compiles them
     endforeach()
 endif()

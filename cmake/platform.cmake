@@ -1,9 +1,9 @@
-# velto_platform_library(<name> <folder>) makes the target velto_<name>: our stand-in from
-# platform/<name>, or, with a folder, the host platform's own library from <folder>/lib, whose
-# header velto_include finds in <folder>/include.
+# velto_platform_library(<name> <folder>) makes the target velto::<name>: our stand-in in platform/<name>, or, if
+# <folder> is not empty, the host platform's own library in <folder>/lib, with its header in <folder>/include.
 function(velto_platform_library name folder)
     if(NOT folder)
         add_subdirectory("platform/${name}")
+        add_library(velto::${name} ALIAS velto_${name})
         return()
     endif()
     file(GLOB libraries "${folder}/lib/*.a" "${folder}/lib/*.lib")
@@ -12,5 +12,6 @@ function(velto_platform_library name folder)
         message(FATAL_ERROR "VELTO_PLATFORM_${upper}=${folder} needs include/${name}/ and a library in lib/.")
     endif()
     add_library(velto_${name} INTERFACE)
-    target_link_libraries(velto_${name} INTERFACE velto_include ${libraries})
+    add_library(velto::${name} ALIAS velto_${name})
+    target_link_libraries(velto_${name} INTERFACE velto::include ${libraries})
 endfunction()

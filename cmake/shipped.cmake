@@ -1,7 +1,7 @@
-# velto_shipped(<target> <description> <file type>): what every binary of the product has.
+# velto_shipped(<target> <description> <file type>): what each binary of the product has.
 #  - A version resource; the type is VFT_APP or VFT_DLL.
-#  - Its debug information in a file of its own, symbols/<name>.debug beside bin/, to which the
-#    binary refers: the header-only libraries alone would make it ten times as large.
+#  - Debug information in a separate file, symbols/<name>.debug next to bin/, to which the binary refers. It would make
+#    the binary ten times as large.
 enable_language(RC)
 
 function(velto_shipped target description file_type)

@@ -1,5 +1,5 @@
-# How CTest and CMake run a program that was built for Windows: under Wine, in a prefix of this
-# build tree's own, without a display and without touching the user's menus.
+# How CTest and CMake run a Windows program: under Wine, with a prefix in the build tree, without a display, and without
+# changing the user's menus.
 set(velto_wine
     /usr/bin/env "WINEPREFIX=${CMAKE_BINARY_DIR}/wine" WINEDEBUG=-all DISPLAY=
     "WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe=")

@@ -13,8 +13,8 @@ FOLDER = measuring.BUILD / "asan"
 
 
 def measure(_options):
-    measuring.prepare("--configure", "asan")
-    SCRIPT.say("building the tests and injecting the faults")
+    measuring.prepare("asan")
+    SCRIPT.say("injecting the faults")
     measuring.run_logged(SCRIPT.folder() / "test.log", "the fault walk",
                          ["ctest", "--output-on-failure", "--no-tests=error", "-R", r"^asan\.(unit|faults)$"], FOLDER)
     walks = fault_walk_page.read(FOLDER / "fault_walk")

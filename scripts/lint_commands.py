@@ -11,7 +11,8 @@ import subprocess
 import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "host")]
+OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "tools",
+                                     "tests/tools")]
 REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 

@@ -38,6 +38,9 @@ def imports(name):
 
 
 class ShippedFiles(unittest.TestCase):
+    def test_product_folder_has_only_shipped_files(self):
+        self.assertEqual(sorted(file.name for file in places.BIN.iterdir()), sorted(places.SHIPPED))
+
     def test_module_exports_only_its_entry(self):
         self.assertEqual(exports(places.MODULE), ["VELTOGetAudioHandler"])
 

@@ -2,7 +2,7 @@
 //
 // Reading must come to an end, a unit must not be empty, its level must be a number or absent, and an error
 // must have a message.
-#include "host/aac_reader.h"
+#include "velto-host/portable/aac_reader.h"
 
 #include <cmath>
 #include <string>
@@ -12,9 +12,8 @@
 #include <unistd.h>
 
 #include "ffmpeg_messages.h"
-#include "host/adts_header.h"
-#include "host/level_meter.h"
 #include "input.h"
+#include "velto-host/portable/aac_format.h"
 
 namespace {
 

@@ -48,7 +48,7 @@ def start(target, seconds, log):
                f"-artifact_prefix={findings}/", *([f"-dict={dictionary}"] if dictionary.exists() else [])]
     # The slow unwinder, which the unit tests' suppressions need, would take most of the time.
     environment = {**os.environ, "ASAN_OPTIONS": "fast_unwind_on_malloc=1"}
-    return subprocess.Popen([folder / "bin" / f"velto-fuzz-{target}", *options, corpus, folder / "tests/fuzz/corpora" / target],
+    return subprocess.Popen([folder / "test-bin" / f"velto-fuzz-{target}", *options, corpus, folder / "tests/fuzz/corpora" / target],
                             stdout=log, stderr=log, env=environment)
 
 

@@ -1,5 +1,5 @@
 // The reader on files of every kind that a user may hand to it.
-#include "host/aac_reader.h"
+#include "velto-host/portable/aac_reader.h"
 
 #include <cstring>
 #include <random>
@@ -8,9 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/adts_header.h"
-#include "host/ffmpeg.h"
-#include "host/level_meter.h"
+#include "velto-host/portable/aac_format.h"
+#include "velto-host/portable/ffmpeg.h"
 #include "sample_file.h"
 
 namespace velto::host {

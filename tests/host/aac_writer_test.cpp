@@ -1,4 +1,4 @@
-#include "host/aac_writer.h"
+#include "velto-host/portable/aac_writer.h"
 
 #include <filesystem>
 #include <fstream>
@@ -7,8 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/aac_reader.h"
-#include "host/ffmpeg.h"
+#include "velto-host/portable/aac_reader.h"
+#include "velto-host/portable/ffmpeg.h"
 #include "sample_file.h"
 
 namespace velto::host {

@@ -1,4 +1,4 @@
-#include "host/adts_header.h"
+#include "velto-host/portable/aac_format.h"
 
 #include <array>
 

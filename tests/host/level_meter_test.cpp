@@ -1,8 +1,8 @@
-#include "host/level_meter.h"
+#include "velto-host/portable/aac_reader.h"
 
 #include <gtest/gtest.h>
 
-#include "host/ffmpeg.h"
+#include "velto-host/portable/ffmpeg.h"
 #include "sample_file.h"
 #include "velto/audio_handler.h"
 

@@ -1,4 +1,4 @@
-#include "host/microphone.h"
+#include "velto-host/portable/microphone.h"
 
 #include <cstring>
 #include <functional>

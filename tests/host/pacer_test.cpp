@@ -1,4 +1,4 @@
-#include "host/pacer.h"
+#include "velto-host/portable/pacer.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include <numbers>
 #include <stdexcept>
 
-#include "host/ffmpeg.h"
+#include "velto-host/portable/ffmpeg.h"
 
 namespace velto_test {
 namespace {

@@ -35,7 +35,7 @@ class Cycles(session.SystemTest):
 
     def storm(self, *arguments, name="host"):
         self.seed += 1
-        return self.session.host("storm", self.file, "--seed", self.seed, "--json", *arguments, name=name)
+        return self.session.test_host("storm", self.file, "--seed", self.seed, "--json", *arguments, name=name)
 
     def test_long_storm_gets_documented_results(self):
         host = self.storm("--seconds", STORM_SECONDS)

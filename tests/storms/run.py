@@ -14,7 +14,7 @@ FOLDER = measuring.REPOSITORY / "tests" / "storms"
 
 
 def measure(_options):
-    measuring.prepare("windows")
+    measuring.prepare("--tests", "windows")
     import storm_figures  # needs the packages that the set-up installs
     load = measuring.load_average()
     storm_figures.clear()

@@ -55,7 +55,7 @@ class OtherCommands(session.SystemTest):
         self.assertEqual(names, ["speaker1", "ModemSpeaker1", "ModemMic1", "mic1"])
 
     def test_invalid_arguments_return_documented_results(self):
-        host = self.session.host("probe", "--json")
+        host = self.session.test_host("probe", "--json")
         self.assert_ended_well(host)
         self.assertEqual(host.summary["notAsDocumented"], 0)
         self.assertGreater(len(host.summary["calls"]), 30)

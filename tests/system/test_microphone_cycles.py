@@ -13,7 +13,7 @@ class MicrophoneCycles(session.SystemTest):
 
     def test_two_hundred_openings_leak_no_more_than_documented(self):
         self.session.record("micA")  # an idle microphone takes its time to wake up, one that is in use does not
-        host = self.session.host("probe", "--sequence", "cycles", "--count", CYCLES, "--json")
+        host = self.session.test_host("probe", "--sequence", "cycles", "--count", CYCLES, "--json")
         self.assert_ended_well(host, 280)
         summary = host.summary
         self.assertEqual((summary["cycles"], summary["withPacket"], summary["nonzeroResults"]), (CYCLES, CYCLES, 0))

@@ -14,7 +14,7 @@ DRIVERS = r"HKCU\Software\Wine\Drivers"
 class UnloadWhileOpen(session.SystemTest):
     def probe(self):
         """Opens the microphone, frees the DLL and stays for a while; returns when the DLL has been freed."""
-        host = self.session.host("probe", "--sequence", "unload-while-open", "--hold", "12", "--json")
+        host = self.session.test_host("probe", "--sequence", "unload-while-open", "--hold", "12", "--json")
         self.until(lambda: "unload-while-open:" in host.errors(), "the DLL to be freed", 60)
         return host
 

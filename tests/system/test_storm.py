@@ -17,7 +17,8 @@ class Storm(session.SystemTest):
         self.session.server.load_second_microphone("micB", "micA", 44100, 2)
         self.session.speak(media.glides(SECONDS + 60, seed=5))
         seed = random.SystemRandom().randrange(10 ** 6)
-        host = self.session.host("storm", paths.to_windows(media.speech("speech")), "--seconds", SECONDS, "--seed", seed, "--json")
+        host = self.session.test_host("storm", paths.to_windows(media.speech("speech")), "--seconds", SECONDS, "--seed", seed,
+                                      "--json")
         with storms.FlappingDefaults(self.session) as flapping:
             while host.running:
                 time.sleep(2)

@@ -52,6 +52,11 @@ class Session:
         self.hosts.append(host)
         return host
 
+    def test_host(self, command, *arguments, name="host"):
+        """Runs velto-test-host, which makes calls that no correct host makes."""
+        return self.host(command, "--module", paths.to_windows(paths.MODULE), *arguments, name=name,
+                         program=paths.TEST_HOST)
+
     def play(self, path, *arguments, name="host"):
         return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
 

@@ -1,0 +1,12 @@
+# What the options VELTO_SANITIZE, VELTO_COVERAGE and VELTO_FUZZ add to every source and program.
+if(VELTO_SANITIZE)
+    add_compile_options(-fsanitize=${VELTO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${VELTO_SANITIZE})
+endif()
+if(VELTO_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
+if(VELTO_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

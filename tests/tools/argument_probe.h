@@ -1,0 +1,14 @@
+// velto-test-host probe: calls every slot of the table with each kind of invalid argument, and compares the
+// results with the documented ones.
+//
+// The calls that write may open the sound device, and the call that opens a record may open the microphone.
+#pragma once
+
+#include "velto-host/module.h"
+#include "velto-host/output.h"
+
+namespace velto_test {
+
+velto::host::ExitCode ProbeArguments(const velto::host::Module &module, const velto::host::Output &output);
+
+} // namespace velto_test

@@ -1,0 +1,118 @@
+// velto-test-host: makes calls of LibVeltoAudioHandler that no correct host makes, for the system tests. Its
+// exit codes are those of velto-host.
+#include <windows.h>
+
+#include <algorithm>
+#include <exception>
+
+#include <CLI/CLI.hpp>
+
+#include "argument_probe.h"
+#include "microphone_probe.h"
+#include "storm_command.h"
+#include "velto-host/portable/aac_format.h"
+#include "velto-host/portable/ffmpeg.h"
+#include "velto-host/windows_text.h"
+
+namespace {
+
+using namespace velto::host;
+using namespace velto_test;
+
+struct CommandLine {
+    bool isStorm = false;
+    bool json = false;
+    std::string modulePath;
+    MicrophoneProbeOptions probe;
+    StormOptions storm;
+};
+
+void AddCommon(CLI::App &command, CommandLine &line)
+{
+    command.add_flag("--json", line.json, "Print one JSON object on stdout; text for people goes to stderr");
+    command.add_option("--module", line.modulePath, "DLL to load")->required();
+}
+
+void AddProbe(CLI::App &command, MicrophoneProbeOptions &probe)
+{
+    command.add_option("--sequence", probe.sequence, "Make a sequence of the microphone's calls instead")
+        ->check(CLI::IsMember(
+            {sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles, sequenceUnloadWhileOpen}));
+    command.add_option("--count", probe.count, "Number of cycles of opening, reading and closing")
+        ->check(CLI::Range(1U, 1000000U))
+        ->capture_default_str();
+    command.add_option("--hold", probe.hold, "Wait for so many seconds after the sequence")
+        ->check(CLI::NonNegativeNumber);
+}
+
+void AddStorm(CLI::App &command, StormOptions &storm)
+{
+    command.add_option("FILE", storm.file, "AAC file whose frames are sent, some of them damaged")
+        ->required();
+    command.add_option("--seconds", storm.seconds, "Length of a storm")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        .add_option("--loads", storm.loads,
+                    "Number of load/storm/unload cycles; above 1, the last one waits for the unload")
+        ->check(CLI::Range(1U, 1000000U))
+        ->capture_default_str();
+    command.add_option("--seed", storm.seed, "Each thread makes the same calls for the same seed")
+        ->capture_default_str();
+    command.add_option("--unload-wait", storm.end.unloadWait, "Wait at most so many seconds for the unload")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        .add_option("--exit-after", storm.end.exitAfter,
+                    "End the process in the storm, after so many seconds ...")
+        ->check(CLI::NonNegativeNumber);
+    command.add_option("--exit-code", storm.end.exitCode, "... with this exit code");
+}
+
+int Run(const CommandLine &line, const Output &output)
+{
+    if (line.isStorm) {
+        const Interruption interruption;
+        return StormCommand(line.storm, output, interruption).Run(line.modulePath);
+    }
+    Module module(line.modulePath);
+    return line.probe.sequence.empty() ? ProbeArguments(module, output)
+                                       : ProbeMicrophone(module, line.probe, output);
+}
+
+} // namespace
+
+int main()
+{
+    av_log_set_level(AV_LOG_QUIET); // the module uses the same library
+    CommandLine line;
+    CLI::App app{"Makes calls of LibVeltoAudioHandler that no correct host makes.", "velto-test-host"};
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false);
+    app.footer(exitCodeHelp);
+    CLI::App &probe = *app.add_subcommand("probe", "Call every slot with invalid arguments");
+    AddProbe(probe, line.probe);
+    AddCommon(probe, line);
+    CLI::App &storm =
+        *app.add_subcommand("storm", "Make all calls at once and at random, and count the results");
+    AddStorm(storm, line.storm);
+    AddCommon(storm, line);
+    std::vector<std::string> arguments = CommandLineArguments();
+    std::reverse(arguments.begin(), arguments.end()); // the order that CLI11 takes
+    try {
+        app.parse(std::move(arguments));
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+    }
+    line.isStorm = storm.parsed();
+    const Output output("velto-test-host", line.json);
+    try {
+        return Run(line, output);
+    } catch (const ModuleError &error) {
+        return output.Fail(EXIT_MODULE, error.what());
+    } catch (const AacFileError &error) {
+        return output.Fail(EXIT_FILE, error.what());
+    } catch (const std::exception &error) {
+        return output.Fail(EXIT_FAILED, error.what());
+    }
+}

@@ -1,0 +1,96 @@
+#include "storm_command.h"
+
+#include "velto-host/portable/aac_reader.h"
+
+namespace velto_test {
+
+using namespace velto::host;
+
+namespace {
+
+constexpr double pollSeconds = 0.01;
+
+AacUnits ReadUnits(const std::string &file)
+{
+    AacReader reader(file);
+    AacUnits units;
+    std::vector<uint8_t> unit;
+    for (;;) {
+        const AacReader::Outcome outcome = reader.Read(unit);
+        if (outcome == AacReader::Outcome::END) {
+            break;
+        }
+        if (outcome == AacReader::Outcome::FRAME) {
+            units.push_back(unit);
+        }
+    }
+    if (units.empty()) {
+        throw AacFileError(file + ": has no frame");
+    }
+    return units;
+}
+
+} // namespace
+
+StormCommand::StormCommand(const StormOptions &options, const Output &output,
+                           const Interruption &interruption)
+    : m_options(options),
+      m_output(output),
+      m_timer(interruption),
+      m_end(options.end, output, m_timer),
+      m_units(ReadUnits(options.file))
+{
+}
+
+ExitCode StormCommand::Run(const std::string &modulePath)
+{
+    m_output.Say("storm with seed {}", m_options.seed);
+    m_usage.Append(MeasureProcess());
+    while (m_loads < m_options.loads && !m_interrupted) {
+        Module module(modulePath);
+        RunOnce(module, m_options.seed + 100 * m_loads++);
+        if (m_loads > 1 && m_loads == m_options.loads) {
+            m_usage.Append(MeasureProcess());
+            m_unload = m_end.Unload(module);
+        }
+    }
+    m_usage.Append(MeasureProcess());
+    const ExitCode exitCode = m_interrupted               ? EXIT_INTERRUPTED
+                              : m_counts.Different() == 0 ? EXIT_OK
+                                                          : EXIT_FAILED;
+    const Json report = Report(exitCode);
+    m_output.Say("{}", m_counts.Report().Text());
+    m_output.Say("{} calls did not return the documented result", m_counts.Different());
+    m_output.Result(report);
+    return exitCode;
+}
+
+void StormCommand::RunOnce(const Module &module, uint32_t seed)
+{
+    Storm storm(module.Table(), m_units, m_counts, seed);
+    const auto begin = StreamTimer::Clock::now();
+    while (!m_interrupted && SecondsSince(begin) < m_options.seconds) {
+        m_interrupted = !m_timer.WaitFor(pollSeconds);
+        m_end.ExitIfDue(SecondsSince(m_begin), [this](int exitCode) { return Report(exitCode); });
+    }
+    storm.Stop();
+    m_packets += storm.Packets();
+}
+
+Json StormCommand::Report(int exitCode) const
+{
+    Json report{{"seed", m_options.seed},
+                {"loads", m_loads},
+                {"calls", m_counts.Report()},
+                {"notAsDocumented", m_counts.Different()},
+                {"packets", m_packets},
+                {"seconds", SecondsSince(m_begin)},
+                {"usage", m_usage}};
+    if (!m_unload.IsNull()) {
+        report["unload"] = m_unload;
+    }
+    report["exitCode"] = exitCode;
+    return report;
+}
+
+} // namespace velto_test

@@ -1,0 +1,255 @@
+#include "velto-host/command_line.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "velto-host/output.h"
+
+namespace velto::host {
+namespace {
+
+constexpr char diagnostics[] = "Diagnostics"; // the group of the options that only --help-all shows
+
+class ShortHelp : public CLI::Formatter {
+public:
+    std::string make_group(std::string group, bool isPositional,
+                           std::vector<const CLI::Option *> options) const override
+    {
+        return group == diagnostics
+                   ? ""
+                   : CLI::Formatter::make_group(std::move(group), isPositional, std::move(options));
+    }
+};
+
+// --help is short, --help-all complete.
+class Help : public CLI::Formatter {
+public:
+    std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        return mode == CLI::AppFormatMode::Normal ? ShortHelp().make_help(app, std::move(name), mode)
+                                                  : CLI::Formatter::make_help(app, std::move(name), mode);
+    }
+};
+
+Parameter ReadParameter(const std::string &text)
+{
+    const size_t equals = text.find('=');
+    Parameter parameter{text.substr(0, equals), 0};
+    const char *end = text.data() + text.size();
+    const char *value = equals == std::string::npos ? end : text.data() + equals + 1;
+    const auto read = std::from_chars(value, end, parameter.value);
+    if (equals == 0 || value == end || read.ec != std::errc() || read.ptr != end) {
+        throw CLI::ValidationError("--set-parameters", "\"" + text + "\" is not of the form key=number");
+    }
+    return parameter;
+}
+
+void AddEnd(CLI::App &command, EndOptions &end)
+{
+    command
+        .add_option(
+            "--unload-after", end.unloadAfter,
+            "Free the DLL after so many seconds in the middle of the stream, and wait until it is unloaded")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--unload-wait", end.unloadWait, "Wait at most so many seconds until it is unloaded")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str()
+        ->group(diagnostics);
+    command
+        .add_option("--exit-after", end.exitAfter,
+                    "End the process after so many seconds without closing the stream ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
+}
+
+void AddPaceRate(CLI::App &command, PlayOptions &play)
+{
+    command.add_option("--pace-rate", play.paceRateHz, "Send at the pace of a stream of this rate in Hz")
+        ->check(CLI::Range(1000.0, 1000000.0))
+        ->group(diagnostics);
+}
+
+void AddPacketTimes(CLI::App &command, RecordOptions &record)
+{
+    command
+        .add_flag("--packet-times", record.packetTimes,
+                  "Report the arrival of each packet, in seconds since 1970")
+        ->group(diagnostics);
+}
+
+void AddSetParameters(CLI::App &command, PlayOptions &play)
+{
+    CLI::Option *set = command.add_option_function<std::vector<std::string>>(
+        "--set-parameters",
+        [&play](const std::vector<std::string> &texts) {
+            play.parameters.clear();
+            std::transform(texts.begin(), texts.end(), std::back_inserter(play.parameters), ReadParameter);
+        },
+        "Arguments of SetAudioParameter at the start of each stream (default: "
+        "sampleRate=48000,channel=3,format=1)");
+    set->delimiter(',')->type_name("KEY=N,...")->group(diagnostics);
+    command
+        .add_flag_callback(
+            "--no-set-parameters", [&play] { play.parameters.clear(); },
+            "Do not call SetAudioParameter: streams after the first one have no cushion")
+        ->excludes(set)
+        ->group(diagnostics);
+}
+
+void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
+{
+    command
+        .add_option("--also-modem", play.modemFile,
+                    "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
+        ->type_name("FILE2")
+        ->group(diagnostics);
+    AddPaceRate(command, play);
+    command
+        .add_option("--framing", play.framing,
+                    "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Framing>{
+            {"auto", Framing::AUTO}, {"raw", Framing::RAW}, {"adts", Framing::ADTS}}))
+        ->type_name("auto|raw|adts")
+        ->group(diagnostics);
+    command.add_flag("--send-damaged", play.sendDamaged, "Send also frames that cannot be decoded")
+        ->group(diagnostics);
+    AddSetParameters(command, play);
+    command
+        .add_flag("!--no-silent-end", play.endsWithSilence,
+                  "Do not send silent units after each stream: the module may keep its end")
+        ->group(diagnostics);
+    command.add_flag("--events", play.showEvents, "Print the listener's events when they arrive")
+        ->group(diagnostics);
+    command
+        .add_option("--pause-after", play.pauseAfter, "Stop sending after so many seconds of the stream ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--pause", play.pause, "... for so many seconds")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    AddEnd(command, play.end);
+}
+
+void AddPlay(CLI::App &command, PlayOptions &play)
+{
+    command.add_option("FILE", play.files, "ADTS (.aac) or MP4 (.m4a, .mp4) file; several play in turn")
+        ->required();
+    command.add_option("--gap", play.gap, "Pause for so many seconds between two files")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command.add_option("--device", play.device, "Speaker of the module")
+        ->check(CLI::IsMember({VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}))
+        ->capture_default_str();
+    command.add_option("--stream-type", play.streamType, "Stream type in each frame's header")
+        ->capture_default_str();
+    command.add_flag("--loop", play.loop, "Repeat the file");
+    command.add_option("--seconds", play.seconds, "Play so many seconds of each file")
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", play.showProgress, "Show the progress line even if stderr is no console");
+    AddPlayDiagnostics(command, play);
+    command.callback([&play] {
+        if (play.files.size() > 1 && !play.modemFile.empty()) {
+            throw CLI::ValidationError("--also-modem", "requires a single FILE");
+        }
+    });
+}
+
+void AddRecord(CLI::App &command, RecordOptions &record)
+{
+    command.add_option("FILE", record.file, "File to write: ADTS (.aac) or MP4 (.m4a, .mp4)")->required();
+    command.add_option("--device", record.device, "Microphone of the module")
+        ->check(CLI::IsMember({VELTO_ID_MIC, VELTO_ID_MODEM_MIC}))
+        ->capture_default_str();
+    command.add_option("--seconds", record.seconds, "Record so many seconds")->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", record.showProgress,
+                     "Show the progress line even if stderr is no console");
+    command
+        .add_option("--pause-reading-at", record.pauseReadingAt,
+                    "Stop reading after so many seconds of sound ...")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    command.add_option("--pause-reading-for", record.pauseReadingFor, "... for so many seconds")
+        ->check(CLI::NonNegativeNumber)
+        ->group(diagnostics);
+    AddPacketTimes(command, record);
+    AddEnd(command, record.end);
+}
+
+void AddDuplex(CLI::App &command, DuplexOptions &duplex)
+{
+    command.add_option("--play", duplex.play.files, "AAC file to play on " VELTO_ID_MODEM_SPEAKER)
+        ->required()
+        ->expected(1);
+    command.add_option("--record", duplex.record.file, "AAC file to write from " VELTO_ID_MODEM_MIC)
+        ->required();
+    command.add_flag("--loop", duplex.play.loop, "Repeat the file to play");
+    command
+        .add_option_function<double>(
+            "--seconds",
+            [&duplex](const double &seconds) { duplex.play.seconds = duplex.record.seconds = seconds; },
+            "Play and record so many seconds (default: the length of the file to play)")
+        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--progress", duplex.record.showProgress,
+                     "Show the recording's progress line even if stderr is no console");
+    AddPaceRate(command, duplex.play);
+    AddPacketTimes(command, duplex.record);
+    command
+        .add_option("--usage-every", duplex.usageEvery,
+                    "Print the process's handles, threads and memory every so many seconds, as JSON")
+        ->check(CLI::PositiveNumber)
+        ->group(diagnostics);
+}
+
+void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
+{
+    command.add_flag("--json", line.json, "Print one JSON object on stdout; text for people goes to stderr");
+    if (usesModule) {
+        command.add_option("--module", line.modulePath,
+                           "DLL to load (default: LibVeltoAudioHandler.dll in this program's folder)");
+    }
+    command.footer(exitCodeHelp);
+}
+
+} // namespace
+
+CommandLine ReadCommandLine(std::vector<std::string> arguments)
+{
+    using Command = CommandLine::Command;
+    CommandLine line;
+    CLI::App app{"Drives LibVeltoAudioHandler as the VELTO platform's host process does.", "velto-host"};
+    app.formatter(std::make_shared<Help>());
+    app.set_version_flag("--version", "velto-host " VELTO_VERSION);
+    app.set_help_all_flag("--help-all", "Print this help with all commands and the diagnostic options");
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false); // "/name" is a path, not an option; the commands inherit this
+    app.footer(exitCodeHelp);
+    const auto addCommand = [&](const char *name, Command command, const char *description) {
+        CLI::App *added = app.add_subcommand(name, description);
+        added->preparse_callback([&line, command](size_t) { line.command = command; });
+        AddCommon(*added, line, command != Command::DEVICES);
+        return added;
+    };
+    addCommand("capabilities", Command::CAPABILITIES, "List the module's devices, profiles and codecs");
+    AddPlay(*addCommand("play", Command::PLAY, "Play an AAC file through the module"), line.play);
+    AddRecord(*addCommand("record", Command::RECORD, "Record the microphone through the module"),
+              line.record);
+    AddDuplex(*addCommand("duplex", Command::DUPLEX, "Play and record at once, as in a call"), line.duplex);
+    addCommand("devices", Command::DEVICES, "List the sound endpoints of Windows and the default ones");
+
+    std::reverse(arguments.begin(), arguments.end()); // the order that CLI11 takes
+    try {
+        app.parse(std::move(arguments));
+    } catch (const CLI::ParseError &error) {
+        line.exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+        line.command = Command::NONE;
+    }
+    return line;
+}
+
+} // namespace velto::host

@@ -1,0 +1,26 @@
+// Parses the command line of velto-host.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "velto-host/options.h"
+
+namespace velto::host {
+
+struct CommandLine {
+    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES };
+
+    Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
+    int exitCode = 0;
+    bool json = false;
+    std::string modulePath; // empty: in the program's folder
+    PlayOptions play;
+    RecordOptions record;
+    DuplexOptions duplex;
+};
+
+// Prints help, the version and errors itself.
+CommandLine ReadCommandLine(std::vector<std::string> arguments);
+
+} // namespace velto::host

@@ -1,0 +1,71 @@
+// velto-host: loads LibVeltoAudioHandler and drives it from the command line. The exit codes are in output.h.
+#include <windows.h>
+
+#include <exception>
+
+#include "velto-host/command_line.h"
+#include "velto-host/device_commands.h"
+#include "velto-host/duplex_command.h"
+#include "velto-host/module.h"
+#include "velto-host/output.h"
+#include "velto-host/play_command.h"
+#include "velto-host/portable/ffmpeg.h"
+#include "velto-host/record_command.h"
+#include "velto-host/stream_control.h"
+#include "velto-host/windows_text.h"
+
+namespace {
+
+using namespace velto::host;
+
+// The files are opened before the module is loaded, so that a wrong name is reported at once.
+int Run(const CommandLine &line, const Output &output)
+{
+    switch (line.command) {
+    case CommandLine::Command::CAPABILITIES:
+        return ShowCapabilities(Module(line.modulePath), output);
+    case CommandLine::Command::DEVICES:
+        return ShowDevices(output);
+    case CommandLine::Command::PLAY: {
+        const Interruption interruption;
+        PlayCommand play(line.play, output, interruption);
+        Module module(line.modulePath);
+        return play.Run(module);
+    }
+    case CommandLine::Command::RECORD: {
+        const Interruption interruption;
+        RecordCommand record(line.record, output, interruption);
+        Module module(line.modulePath);
+        return record.Run(module);
+    }
+    case CommandLine::Command::DUPLEX: {
+        Interruption interruption;
+        DuplexCommand duplex(line.duplex, output, interruption);
+        Module module(line.modulePath);
+        return duplex.Run(module);
+    }
+    case CommandLine::Command::NONE:
+        break;
+    }
+    return line.exitCode;
+}
+
+} // namespace
+
+int main()
+{
+    SetConsoleOutputCP(CP_UTF8);
+    // The module uses the same library, which would print a line about every damaged frame.
+    av_log_set_level(AV_LOG_QUIET);
+    const CommandLine line = ReadCommandLine(CommandLineArguments());
+    const Output output("velto-host", line.json);
+    try {
+        return Run(line, output);
+    } catch (const ModuleError &error) {
+        return output.Fail(EXIT_MODULE, error.what());
+    } catch (const AacFileError &error) {
+        return output.Fail(EXIT_FILE, error.what());
+    } catch (const std::exception &error) {
+        return output.Fail(EXIT_FAILED, error.what());
+    }
+}

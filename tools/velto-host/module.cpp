@@ -1,0 +1,115 @@
+#include "velto-host/module.h"
+
+#include <atomic>
+#include <filesystem>
+
+#include "velto-host/windows_text.h"
+
+namespace velto::host {
+namespace {
+
+constexpr wchar_t moduleName[] = L"LibVeltoAudioHandler.dll";
+constexpr size_t longestPath = 32768; // the longest path of Windows, with its terminator
+
+std::atomic<ListenerLog *> currentLog{nullptr};
+
+std::filesystem::path PathInThisProgramsFolder()
+{
+    std::vector<wchar_t> program(longestPath);
+    GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size()));
+    return std::filesystem::path(program.data()).replace_filename(moduleName);
+}
+
+std::string EventName(int32_t code)
+{
+    switch (code) {
+    case VELTO_EVENT_TRACK_CLOSED:
+        return "track closed";
+    case VELTO_EVENT_PARAMETERS_SET:
+        return "parameters set";
+    default:
+        return "unknown";
+    }
+}
+
+} // namespace
+
+Module::Module(const std::string &path)
+{
+    // LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR, which finds the FFmpeg DLLs next to the module, needs a full path
+    // with backslashes.
+    const std::filesystem::path full =
+        path.empty() ? PathInThisProgramsFolder() : std::filesystem::absolute(ToWide(path)).make_preferred();
+    m_path = ToUtf8(full.wstring());
+    m_handle = LoadLibraryExW(full.c_str(), nullptr,
+                              LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+    if (m_handle == nullptr) {
+        throw ModuleError("cannot load " + m_path + ": " + SystemErrorText(GetLastError()));
+    }
+    // The cast to void * first avoids a warning: GetProcAddress declares another function type.
+    const auto entry = reinterpret_cast<VeltoGetAudioHandlerFunction>(
+        reinterpret_cast<void *>(GetProcAddress(m_handle, VELTO_ENTRY_NAME)));
+    const int32_t result = entry != nullptr ? entry(&m_table) : VELTO_OK;
+    if (entry == nullptr || result != VELTO_OK) {
+        Unload();
+        throw ModuleError(entry == nullptr
+                              ? m_path + " has no function " VELTO_ENTRY_NAME
+                              : VELTO_ENTRY_NAME " of " + m_path + " returned " + std::to_string(result));
+    }
+}
+
+Module::~Module()
+{
+    Unload();
+}
+
+void Module::Unload()
+{
+    if (m_handle != nullptr) {
+        FreeLibrary(m_handle);
+        m_handle = nullptr;
+        m_table = {};
+    }
+}
+
+bool Module::IsLoaded() const
+{
+    return GetModuleHandleW(ToWide(m_path).c_str()) != nullptr;
+}
+
+ListenerLog::ListenerLog(const Module &module, const Output &output, bool show)
+    : m_output(output), m_show(show)
+{
+    currentLog = this;
+    const AudioListener listener{OnEvent, nullptr};
+    if (module->RegisterListener(&listener) != VELTO_OK) {
+        m_output.Complain("the module refused the listener");
+    }
+}
+
+ListenerLog::~ListenerLog()
+{
+    currentLog = nullptr;
+}
+
+std::vector<ListenerEvent> ListenerLog::Events() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_events;
+}
+
+void ListenerLog::OnEvent(const char *deviceId, uint32_t idLength, int32_t eventCode)
+{
+    ListenerLog *log = currentLog;
+    if (log == nullptr) {
+        return;
+    }
+    const std::lock_guard lock(log->m_mutex);
+    log->m_events.push_back({std::string(deviceId, idLength), eventCode});
+    if (log->m_show) {
+        const ListenerEvent &event = log->m_events.back();
+        log->m_output.Say("event {} ({}) for {}", event.code, EventName(event.code), event.device);
+    }
+}
+
+} // namespace velto::host

@@ -1,0 +1,76 @@
+// LibVeltoAudioHandler in this process, loaded at run time and called through its table, and the events that
+// it sends.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "velto-host/output.h"
+#include "velto/audio_handler.h"
+
+namespace velto::host {
+
+// The DLL, a DLL that it needs or its entry point is missing, or the entry point returned an error.
+class ModuleError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// Created and destroyed by the main thread. Other threads may call the table while this object exists.
+class Module {
+public:
+    // Loads the DLL at this path (UTF-8); if empty, LibVeltoAudioHandler.dll in this program's folder. The
+    // DLLs that it needs are searched for in its own folder and in the system's only.
+    explicit Module(const std::string &path);
+    ~Module();
+    Module(const Module &) = delete;
+    Module &operator=(const Module &) = delete;
+
+    const AudioHandlerTable *operator->() const { return &m_table; }
+    const AudioHandlerTable &Table() const { return m_table; }
+    const std::string &Path() const { return m_path; }
+
+    // Releases this program's reference to the DLL; the table must not be used afterwards. The DLL stays
+    // loaded while one of its threads runs.
+    void Unload();
+
+    // Whether the DLL is loaded in this process.
+    bool IsLoaded() const;
+
+private:
+    std::string m_path;
+    HMODULE m_handle = nullptr;
+    AudioHandlerTable m_table{};
+};
+
+struct ListenerEvent {
+    std::string device;
+    int32_t code = 0; // VELTO_EVENT_...
+};
+
+// Collects the module's events. Only one object at a time, because the callback has no context argument.
+class ListenerLog {
+public:
+    // Registers with the module. With `show`, each event is printed when it arrives.
+    ListenerLog(const Module &module, const Output &output, bool show);
+    // Later events are dropped. Calls nothing, as the module may be unloaded.
+    ~ListenerLog();
+    ListenerLog(const ListenerLog &) = delete;
+    ListenerLog &operator=(const ListenerLog &) = delete;
+
+    std::vector<ListenerEvent> Events() const;
+
+private:
+    static void OnEvent(const char *deviceId, uint32_t idLength, int32_t eventCode);
+
+    const Output &m_output;
+    const bool m_show;
+    mutable std::mutex m_mutex; // guards m_events
+    std::vector<ListenerEvent> m_events;
+};
+
+} // namespace velto::host

@@ -1,0 +1,183 @@
+#include "velto-host/stream_control.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <ratio>
+
+#ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
+#define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
+#endif
+
+namespace velto::host {
+namespace {
+
+using TimerTicks = std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>;
+
+constexpr auto unloadPoll = std::chrono::milliseconds(100);
+
+std::atomic<HANDLE> interruptionEvent{nullptr};
+
+// Runs on a thread that the system creates for the signal.
+BOOL WINAPI OnControl(DWORD control)
+{
+    const HANDLE event = interruptionEvent;
+    if ((control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT) || event == nullptr ||
+        WaitForSingleObject(event, 0) == WAIT_OBJECT_0) {
+        return FALSE;
+    }
+    SetEvent(event);
+    return TRUE;
+}
+
+// Before Windows 10 1803 there is no timer of high resolution; ordinary ones tick with the system's clock,
+// every 15.6 ms.
+HANDLE CreateTimer()
+{
+    const HANDLE timer =
+        CreateWaitableTimerExW(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, TIMER_ALL_ACCESS);
+    return timer != nullptr ? timer : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
+}
+
+// Estimates the number of handles in use where the system does not count them, as under Wine: a new handle
+// gets the lowest free number, and numbers go in steps of four.
+uint32_t HighestHandle()
+{
+    const HANDLE probe = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto number = reinterpret_cast<uintptr_t>(probe);
+    CloseHandle(probe);
+    return static_cast<uint32_t>(number / 4);
+}
+
+uint32_t CountHandles()
+{
+    DWORD handles = 0;
+    const bool counted = GetProcessHandleCount(GetCurrentProcess(), &handles) && handles > 0;
+    return counted ? handles : HighestHandle();
+}
+
+uint32_t CountThreads()
+{
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof(entry);
+    uint32_t count = 0;
+    for (BOOL more = Thread32First(snapshot, &entry); more != FALSE; more = Thread32Next(snapshot, &entry)) {
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    }
+    CloseHandle(snapshot);
+    return count;
+}
+
+} // namespace
+
+Interruption::Interruption() : m_event(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+{
+    interruptionEvent = m_event;
+    // A parent that ignores Ctrl-C passes this on to its children; this program must be interruptible.
+    SetConsoleCtrlHandler(nullptr, FALSE);
+    SetConsoleCtrlHandler(OnControl, TRUE);
+}
+
+// Does not close the event, because the handler may be using it on its thread.
+Interruption::~Interruption()
+{
+    SetConsoleCtrlHandler(OnControl, FALSE);
+    interruptionEvent = nullptr;
+}
+
+StreamTimer::StreamTimer(const Interruption &interruption)
+    : m_interruption(interruption), m_timer(CreateTimer())
+{
+}
+
+StreamTimer::~StreamTimer()
+{
+    if (m_timer != nullptr) {
+        CloseHandle(m_timer);
+    }
+}
+
+bool StreamTimer::WaitUntil(Clock::time_point due)
+{
+    for (;;) {
+        if (m_interruption.IsRaised()) {
+            return false;
+        }
+        const auto remaining = std::chrono::ceil<TimerTicks>(due - Clock::now());
+        if (remaining.count() <= 0) {
+            return true;
+        }
+        LARGE_INTEGER relative;
+        relative.QuadPart = -remaining.count(); // negative: relative to now
+        if (m_timer != nullptr && SetWaitableTimer(m_timer, &relative, 0, nullptr, nullptr, FALSE)) {
+            const HANDLE events[] = {m_interruption.Event(), m_timer};
+            WaitForMultipleObjects(2, events, FALSE, INFINITE);
+        } else {
+            WaitForSingleObject(m_interruption.Event(), 1);
+        }
+    }
+}
+
+void StreamEnd::ExitIfDue(double secondsPassed, const std::function<Json(int exitCode)> &report) const
+{
+    if (!IsReached(m_options.exitAfter, secondsPassed)) {
+        return;
+    }
+    Json last = report(static_cast<int>(m_options.exitCode));
+    last["exitedWhileRunning"] = true;
+    m_output.Say("ending the process after {:.1f} s", secondsPassed);
+    m_output.Result(last);
+    ExitProcess(m_options.exitCode);
+}
+
+bool StreamEnd::IsUnloadDue(double secondsPassed) const
+{
+    return IsReached(m_options.unloadAfter, secondsPassed);
+}
+
+Json StreamEnd::Unload(Module &module)
+{
+    const auto begin = StreamTimer::Clock::now();
+    module.Unload();
+    const double callSeconds = SecondsSince(begin);
+    m_output.Say("the module was released in {:.3f} s; waiting at most {} s until it is unloaded",
+                 callSeconds, m_options.unloadWait);
+    bool isLoaded = module.IsLoaded();
+    while (isLoaded && SecondsSince(begin) < m_options.unloadWait && m_timer.WaitFor(unloadPoll)) {
+        isLoaded = module.IsLoaded();
+    }
+    const double seconds = SecondsSince(begin);
+    m_output.Say("the module {} after {:.1f} s", isLoaded ? "is still loaded" : "was unloaded", seconds);
+    return {{"freeLibrarySeconds", callSeconds}, {"moduleGone", !isLoaded}, {"seconds", seconds}};
+}
+
+Json MeasureProcess()
+{
+    PROCESS_MEMORY_COUNTERS memory{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
+    return {{"handles", CountHandles()},
+            {"threads", CountThreads()},
+            {"committedBytes", uint64_t{memory.PagefileUsage}},
+            {"residentBytes", uint64_t{memory.WorkingSetSize}}};
+}
+
+UsageReport::UsageReport(const Output &output, std::chrono::duration<double> period)
+    : m_output(output), m_period(period)
+{
+}
+
+void UsageReport::PrintIfDue()
+{
+    const auto now = StreamTimer::Clock::now();
+    if (m_period.count() <= 0 || (m_last && now - *m_last < m_period)) {
+        return;
+    }
+    m_last = now;
+    m_output.Say("{}", MeasureProcess().Text());
+}
+
+} // namespace velto::host
