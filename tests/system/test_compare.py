@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The judge is able to fail: each kind of damage is made on purpose and has to be found."""
+"""The comparison of recordings detects each kind of damage, and accepts intact sound."""
 
 import tempfile
 import unittest
@@ -9,10 +9,11 @@ import numpy
 from rig import compare, media, sound_check
 
 RATE = 48000
+NOTHING_HEARD = "none of the sound was heard"
 
 
 def voice(seconds=8.0, seed=1):
-    """Noise shaped like speech: syllables of varying loudness, low frequencies leading, two channels."""
+    """Noise like speech in two channels: syllables of varying loudness, and mostly low frequencies."""
     random = numpy.random.default_rng(seed)
     count = int(seconds * RATE)
     white = random.standard_normal((count, 2))
@@ -36,114 +37,114 @@ class Comparison(unittest.TestCase):
     def setUp(self):
         self.sent = voice()
 
-    def judge(self, heard, **tolerance):
+    def verdict(self, heard, **tolerance):
         self.result = compare.compare(heard, self.sent, RATE)
         return self.result.verdict(**tolerance)
 
     def test_comparison_accepts_perfect_copy_at_any_delay(self):
         for delay in (0.0, 0.7312, 5.0):
-            self.assertEqual(self.judge(numpy.concatenate([silence(delay), self.sent, silence(1)])), "")
+            self.assertEqual(self.verdict(numpy.concatenate([silence(delay), self.sent, silence(1)])), "")
             self.assertEqual(self.result.offset, int(delay * RATE))
             self.assertEqual(compare.first_sound(self.result), int(delay * RATE))
             self.assertEqual((self.result.dropouts, len(self.result.damaged), self.result.slips), (0, 0, 0))
             self.assertGreater(self.result.match_db, 60)
 
     def test_comparison_accepts_slightly_lower_volume(self):
-        self.assertEqual(self.judge(0.8 * self.sent), "")
+        self.assertEqual(self.verdict(0.8 * self.sent), "")
         self.assertAlmostEqual(self.result.gain, 0.8, 2)
 
     def test_comparison_accepts_fractional_sample_delay(self):
-        self.assertEqual(self.judge(compare.delayed(self.sent, 0, len(self.sent), (0.37,))[0]), "")
+        self.assertEqual(self.verdict(compare.delayed(self.sent, 0, len(self.sent), (0.37,))[0]), "")
 
     def test_comparison_accepts_noise_far_below_sound(self):
         noise = 1e-4 * numpy.random.default_rng(2).standard_normal(self.sent.shape)
-        self.assertEqual(self.judge(self.sent + noise), "")
+        self.assertEqual(self.verdict(self.sent + noise), "")
 
     def test_comparison_refuses_silence(self):
-        self.assertEqual(self.judge(silence(9)), "nothing of what was sent was heard")
+        self.assertEqual(self.verdict(silence(9)), NOTHING_HEARD)
 
     def test_comparison_refuses_empty_recording(self):
-        self.assertEqual(self.judge(numpy.zeros((0, 2))), "nothing of what was sent was heard")
+        self.assertEqual(self.verdict(numpy.zeros((0, 2))), NOTHING_HEARD)
 
     def test_comparison_refuses_noise(self):
         noise = 0.1 * numpy.random.default_rng(3).standard_normal(self.sent.shape)
-        self.assertEqual(self.judge(noise), "nothing of what was sent was heard")
+        self.assertEqual(self.verdict(noise), NOTHING_HEARD)
 
     def test_comparison_refuses_other_sound_of_same_kind(self):
-        self.assertEqual(self.judge(voice(seed=9)), "nothing of what was sent was heard")
+        self.assertEqual(self.verdict(voice(seed=9)), NOTHING_HEARD)
 
     def test_comparison_refuses_wrong_speeds(self):
         for factor in (22050 / 48000, 44100 / 48000, 2.0, 1.01, 0.99, 1.001, 1.0002):
-            self.assertNotEqual(self.judge(resampled(self.sent, factor)), "", factor)
+            self.assertNotEqual(self.verdict(resampled(self.sent, factor)), "", factor)
 
     def test_comparison_refuses_slightly_wrong_speed_when_every_window_matches(self):
         count = numpy.arange(8 * RATE)
         self.sent = 0.3 * numpy.stack([numpy.sin(count ** 2 * 1e-7 + k) for k in (0, 1)], axis=1)
-        self.assertIn("speed", self.judge(resampled(self.sent, 1.00005), tolerated_windows=0))
+        self.assertIn("speed", self.verdict(resampled(self.sent, 1.00005), tolerated_windows=0))
 
     def test_comparison_refuses_loud_noise_over_sound(self):
         noise = 0.05 * numpy.random.default_rng(4).standard_normal(self.sent.shape)
-        self.assertNotEqual(self.judge(self.sent + noise), "")
+        self.assertNotEqual(self.verdict(self.sent + noise), "")
 
     def test_comparison_refuses_swapped_channels(self):
-        self.assertNotEqual(self.judge(self.sent[:, ::-1]), "")
+        self.assertNotEqual(self.verdict(self.sent[:, ::-1]), "")
 
     def test_comparison_refuses_one_silent_channel(self):
-        self.assertNotEqual(self.judge(self.sent * [1.0, 0.0]), "")
+        self.assertNotEqual(self.verdict(self.sent * [1.0, 0.0]), "")
 
     def test_comparison_refuses_inverted_polarity(self):
-        self.assertNotEqual(self.judge(-self.sent), "")
+        self.assertNotEqual(self.verdict(-self.sent), "")
 
     def test_comparison_refuses_tenth_of_volume(self):
-        self.assertIn("volume", self.judge(0.1 * self.sent))
+        self.assertIn("volume", self.verdict(0.1 * self.sent))
 
     def test_comparison_refuses_sound_that_stops_halfway(self):
-        self.assertIn("damaged", self.judge(numpy.concatenate([self.sent[:4 * RATE], silence(5)])))
+        self.assertIn("damaged", self.verdict(numpy.concatenate([self.sent[:4 * RATE], silence(5)])))
 
     def test_comparison_refuses_one_second_of_silence(self):
         heard = self.sent.copy()
         heard[3 * RATE:4 * RATE] = 0
-        self.assertIn("damaged", self.judge(heard))
+        self.assertIn("damaged", self.verdict(heard))
         self.assertEqual(self.result.dropouts, 1)
         self.assertTrue(all(2.8 <= w.start_s < 4.0 for w in self.result.damaged))
 
     def test_comparison_follows_and_counts_inserted_pause(self):
         cut = int(3.1 * RATE)
         heard = numpy.concatenate([self.sent[:cut], silence(0.3), self.sent[cut:]])
-        self.assertEqual(self.judge(heard), "")
+        self.assertEqual(self.verdict(heard), "")
         self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
         self.assertLessEqual(len(self.result.damaged), 1)
 
     def test_comparison_follows_and_counts_missing_piece(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, int(3.1 * RATE)), axis=0)
-        self.assertEqual(self.judge(heard), "")
+        self.assertEqual(self.verdict(heard), "")
         self.assertEqual((self.result.slips, self.result.dropouts), (1, 1))
 
     def test_comparison_refuses_many_pauses(self):
         pieces = [p for i in range(8) for p in (self.sent[i * RATE:(i + 1) * RATE], silence(0.05))]
-        self.assertNotEqual(self.judge(numpy.concatenate(pieces)), "")
+        self.assertNotEqual(self.verdict(numpy.concatenate(pieces)), "")
 
     def test_comparison_accepts_damaged_window_only_within_tolerance(self):
         heard = self.sent.copy()
         heard[int(5.05 * RATE):int(5.10 * RATE)] = 0
-        self.assertEqual(self.judge(heard, tolerated_windows=1), "")
+        self.assertEqual(self.verdict(heard, tolerated_windows=1), "")
         self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [5.0])
-        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+        self.assertNotEqual(self.verdict(heard, tolerated_windows=0), "")
 
     def test_comparison_refuses_click_in_quiet_passage(self):
         self.sent[2 * RATE:3 * RATE] = 0
         heard = self.sent.copy()
         heard[int(2.5 * RATE):int(2.51 * RATE)] = 0.5
-        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+        self.assertNotEqual(self.verdict(heard, tolerated_windows=0), "")
 
     def test_comparison_refuses_passage_at_different_volume(self):
         heard = self.sent.copy()
         heard[4 * RATE:5 * RATE] *= 0.5
-        self.assertIn("damaged", self.judge(heard))
+        self.assertIn("damaged", self.verdict(heard))
 
 
 class CodedSoundComparison(unittest.TestCase):
-    """As above, for sound that has lost what the AAC encoder takes away."""
+    """Sound that went through an AAC encoder."""
 
     @classmethod
     def setUpClass(cls):
@@ -151,44 +152,43 @@ class CodedSoundComparison(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             cls.coded = media.decode(media.coded(f"{folder}/coded.m4a", cls.sent, bit_rate=128), RATE)
 
-    def judge(self, heard, **tolerance):
+    def verdict(self, heard, **tolerance):
         self.result = compare.compare(heard, self.sent, RATE, compare.CODED_MATCH_DB)
         return self.result.verdict(**tolerance)
 
     def test_coded_comparison_accepts_encoder_loss(self):
-        self.assertEqual(self.judge(numpy.concatenate([silence(0.7312), self.coded])), "")
+        self.assertEqual(self.verdict(numpy.concatenate([silence(0.7312), self.coded])), "")
         self.assertEqual((len(self.result.damaged), self.result.slips, self.result.drift), (0, 0, 0))
         self.assertGreater(min(w.match_db for w in self.result.windows), compare.CODED_MATCH_DB + 2)
 
     def test_coded_comparison_refuses_silence_and_other_sound(self):
-        nothing = "nothing of what was sent was heard"
-        self.assertEqual(self.judge(silence(9)), nothing)
-        self.assertEqual(self.judge(media.glides(8, seed=7)), nothing)
+        self.assertEqual(self.verdict(silence(9)), NOTHING_HEARD)
+        self.assertEqual(self.verdict(media.glides(8, seed=7)), NOTHING_HEARD)
 
     def test_coded_comparison_refuses_swapped_silent_and_copied_channels(self):
-        self.assertNotEqual(self.judge(self.coded[:, ::-1]), "")
-        self.assertNotEqual(self.judge(self.coded * [1.0, 0.0]), "")
-        self.assertNotEqual(self.judge(self.coded[:, [0, 0]]), "")
+        self.assertNotEqual(self.verdict(self.coded[:, ::-1]), "")
+        self.assertNotEqual(self.verdict(self.coded * [1.0, 0.0]), "")
+        self.assertNotEqual(self.verdict(self.coded[:, [0, 0]]), "")
 
     def test_coded_comparison_refuses_wrong_speeds(self):
         for factor in (44100 / 48000, 2.0, 0.5, 1.001, 0.9998):
-            self.assertNotEqual(self.judge(resampled(self.coded, factor)), "", factor)
+            self.assertNotEqual(self.verdict(resampled(self.coded, factor)), "", factor)
 
     def test_coded_comparison_detects_missing_packet(self):
         heard = numpy.delete(self.coded, slice(3 * RATE, 3 * RATE + 1024), axis=0)
-        self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
+        self.assertNotEqual(self.verdict(heard, tolerated_slips=0), "")
         self.assertEqual(self.result.slips, 1)
 
     def test_coded_comparison_detects_repeated_packet(self):
         place = 3 * RATE
         heard = numpy.concatenate([self.coded[:place], self.coded[place - 1024:]])
-        self.assertNotEqual(self.judge(heard, tolerated_slips=0), "")
+        self.assertNotEqual(self.verdict(heard, tolerated_slips=0), "")
         self.assertEqual(self.result.slips, 1)
 
     def test_coded_comparison_detects_silent_packet(self):
         heard = self.coded.copy()
         heard[3 * RATE + 2000:3 * RATE + 3024] = 0
-        self.assertNotEqual(self.judge(heard, tolerated_windows=0), "")
+        self.assertNotEqual(self.verdict(heard, tolerated_windows=0), "")
         self.assertEqual([round(w.start_s, 1) for w in self.result.damaged], [3.0])
 
 

@@ -1,15 +1,15 @@
-"""The judge: was the sound that was heard the sound that was sent?
+"""Compares a recording with the sound that was sent, the reference.
 
-The reference is aligned with the recording as a whole, then window by window; each
-window's match is the energy of the reference over the energy of what differs from it,
-in dB. Only content counts: when the sound came plays no part in the verdict.
+The reference is aligned with the recording, first as a whole, then window by window. The match of a
+window, in dB, is the energy of the reference over the energy of the difference. Only content counts:
+the time at which the sound was heard does not affect the verdict.
 
- * A window is good when it matches by at least GOOD_MATCH_DB at the common volume, or by
-   what the caller takes for good where the way of the sound is lossy.
- * A window in which the reference is quiet is good when the recording is quiet too.
- * Sound that goes on at another place of the recording (a pause was put in, a piece is
-   missing) is followed by a wide search and counted as a slip. A recording at a wrong
-   speed slips in every window, or matches nowhere, and fails either way.
+ * A window is good if it matches by GOOD_MATCH_DB or more at the volume of the whole recording. For sound
+   that was encoded on its way, the caller passes CODED_MATCH_DB instead.
+ * A window that is quiet in the reference has to be quiet in the recording.
+ * If the sound continues at another place of the recording (a pause was inserted, a piece is missing), a
+   wide search finds it again, and the jump counts as a slip. A recording at a wrong speed drifts, slips in
+   every window, or matches nowhere. It fails in all three cases.
 """
 
 import functools
@@ -19,23 +19,23 @@ import numpy
 
 WINDOW_S = 0.2
 GOOD_MATCH_DB = 20.0
-# Of sound that went through an AAC encoder: at 128 kbit/s its own loss leaves 15 dB in the worst
-# window of gliding tones or speech, and 26 to 55 dB in the usual one. Silence of 13 ms in a window leaves
-# 12 dB; a silent window, another channel's sound or another speed leave about 0 dB.
+# For sound that went through an AAC encoder. At 128 kbit/s, the encoder's loss leaves 15 dB in the worst
+# window of gliding tones or speech, and 26 to 55 dB in a typical one. 13 ms of silence in a window leave
+# 12 dB. A silent window, the sound of another channel, or another speed leave about 0 dB.
 CODED_MATCH_DB = 12.0
-BEST_MATCH_DB = 120.0     # no difference: more is not told apart
+BEST_MATCH_DB = 120.0     # the largest match that is reported: no difference
 QUIET_RMS = 1e-3          # -60 dBFS
-# What a busy machine may do to 11 s of speech (57 windows) without a fault of the module's.
+# A busy machine damages 11 s of speech (57 windows) this much, even if the module makes no mistake.
 TOLERATED_WINDOWS = 4
 TOLERATED_SLIPS = 4
-NEAR_FRAMES = 3           # re-alignment that is no slip
+NEAR_FRAMES = 3           # a larger move from window to window is a slip
 WIDE_SEARCH_S = 1.5
-FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))
-ALIGNED_AT_ONCE = 48000   # frames; what is longer is aligned in two steps
-COARSE = 8                # frames taken for one in the first of them
-DRIFT_FRAMES = 6          # of the whole, slips apart
-GAIN_RANGE = (0.5, 2.0)   # of the whole
-GAIN_SPREAD = 1.2         # of one window against the whole
+FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))  # of a frame, by which the sound may be delayed
+ALIGNED_AT_ONCE = 48000   # frames; longer sound is aligned in two steps
+COARSE = 8                # frames that the first step averages into one
+MAX_DRIFT_FRAMES = 6      # in the whole recording, without slips
+GAIN_RANGE = (0.5, 2.0)   # of the whole recording; SoundCheck applies it to each window
+GAIN_SPREAD = 1.2         # largest factor between the gain of a window and that of the whole recording
 
 GOOD, DAMAGED, QUIET = "good", "damaged", "quiet"
 
@@ -44,7 +44,7 @@ GOOD, DAMAGED, QUIET = "good", "damaged", "quiet"
 class Window:
     start_s: float      # in the reference
     match_db: float
-    offset: int         # frame of the recording that answers frame 0 of the reference
+    offset: int         # frame of the recording that corresponds to frame 0 of the reference
     gain: float
     state: str
 
@@ -55,10 +55,10 @@ class Comparison:
     windows: list = field(default_factory=list)
     offset: int = 0
     slips: int = 0
-    drift: int = 0          # frames by which the sound wandered without a slip
+    drift: int = 0          # frames by which the offset changed in total, slips excluded
 
     @property
-    def spoken(self):
+    def audible(self):
         return [w for w in self.windows if w.state != QUIET]
 
     @property
@@ -71,8 +71,8 @@ class Comparison:
 
     @property
     def match_db(self):
-        """Median match of the windows that hold sound; 0 when nothing was recognised."""
-        return float(numpy.median([w.match_db for w in self.spoken])) if self.spoken else 0.0
+        """Median match of the windows in which the reference is not quiet."""
+        return float(numpy.median([w.match_db for w in self.audible])) if self.audible else 0.0
 
     @property
     def gain(self):
@@ -80,7 +80,7 @@ class Comparison:
 
     @property
     def dropouts(self):
-        """Runs of damaged windows and slips outside such runs."""
+        """Number of runs of damaged windows, plus the slips between two good windows."""
         runs = slips = 0
         last_state, last_offset = GOOD, None
         for window in self.windows:
@@ -95,38 +95,38 @@ class Comparison:
 
     @property
     def heard_s(self):
-        """Seconds of the reference that came out right."""
+        """Seconds of the reference that were heard undamaged."""
         return WINDOW_S * len([w for w in self.windows if w.state != DAMAGED])
 
     def verdict(self, tolerated_windows=TOLERATED_WINDOWS, tolerated_slips=TOLERATED_SLIPS):
-        """Empty when the sound is right, else the reason why it is not."""
-        if not self.spoken:
-            return "the reference holds no sound to compare"
+        """Empty if the sound is intact, otherwise the reason."""
+        if not self.audible:
+            return "the reference contains no sound to compare"
         if not self.good:
-            return "nothing of what was sent was heard"
+            return "none of the sound was heard"
         if len(self.damaged) > tolerated_windows:
             places = ", ".join(f"{w.start_s:.1f}" for w in self.damaged[:12])
             return (f"{len(self.damaged)} of {len(self.windows)} windows are damaged "
                     f"(tolerated: {tolerated_windows}), at {places} s")
         if self.slips > tolerated_slips:
             return f"the sound slipped {self.slips} times (tolerated: {tolerated_slips})"
-        if abs(self.drift) > DRIFT_FRAMES:
-            return f"the speed is wrong: the sound wandered by {self.drift} frames"
+        if abs(self.drift) > MAX_DRIFT_FRAMES:
+            return f"the speed is wrong: the sound drifted by {self.drift} frames"
         if not GAIN_RANGE[0] <= self.gain <= GAIN_RANGE[1]:
-            return f"the volume is {self.gain:.2f} times that of what was sent"
+            return f"the volume is {self.gain:.2f} times the original"
         return ""
 
 
 def compare(heard, reference, rate, good_match_db=GOOD_MATCH_DB, search_s=WIDE_SEARCH_S):
-    """Compares two recordings of the same rate and channel count (frames by channels).
+    """Compares two recordings of the same rate and number of channels (frames by channels).
 
-    search_s: how far away the sound is looked for where it does not go on as it was."""
+    search_s: how far the sound may have moved at a slip."""
     heard, reference = _two_dimensional(heard), _two_dimensional(reference)
     result = Comparison(rate)
     result.offset = place = _best_offset(heard, reference)
     length = int(WINDOW_S * rate)
     for start in range(0, len(reference) - length + 1, length):
-        window, place = _judge_window(heard, reference, start, length, place, rate, good_match_db, search_s)
+        window, place = _compare_window(heard, reference, start, length, place, rate, good_match_db, search_s)
         result.windows.append(window)
     _check_gains(result)
     offsets = [w.offset for w in result.good]
@@ -145,18 +145,17 @@ def first_sound(comparison):
 
 
 def find(heard, part):
-    """(frame of the recording at which all of a sound begins, match in dB) where it matches best."""
+    """(frame of the recording at which a sound begins, match in dB of the whole sound), where it matches best."""
     heard, part = _two_dimensional(heard), _two_dimensional(part)
     place = _best_offset(heard, part)
-    match_db, _ = _match(cut(heard, place, len(part)), part)
+    match_db, _ = match(cut(heard, place, len(part)), part)
     return place, match_db
 
 
-def _judge_window(heard, reference, start, length, place, rate, good_match_db, search_s):
+def _compare_window(heard, reference, start, length, place, rate, good_match_db, search_s):
     part = reference[start:start + length]
-    if _rms(part) < QUIET_RMS:
-        there = cut(heard, start + place, length)
-        state = QUIET if _rms(there) < 3 * QUIET_RMS else DAMAGED
+    if rms(part) < QUIET_RMS:
+        state = QUIET if rms(cut(heard, start + place, length)) < 3 * QUIET_RMS else DAMAGED
         return Window(start / rate, 0.0, place, 0.0, state), place
     best = _best_match(heard, reference, start, length, range(place - NEAR_FRAMES, place + NEAR_FRAMES + 1))
     if best[0] < good_match_db:
@@ -172,43 +171,43 @@ def _judge_window(heard, reference, start, length, place, rate, good_match_db, s
 
 def _best_match(heard, reference, start, length, offsets):
     part = reference[start:start + length]
-    best = max((*_match(cut(heard, start + o, length), part), o) for o in offsets)
-    if best[0] < 40.0:  # the sound may lie between two samples
-        there, offset = cut(heard, start + best[2], length), best[2]
+    best = max((*match(cut(heard, start + o, length), part), o) for o in offsets)
+    if best[0] < 40.0:  # the sound may be delayed by a fraction of a frame
+        heard_part, offset = cut(heard, start + best[2], length), best[2]
         shifted = delayed(reference, start, length, FRACTIONS)
-        best = max(best, *((*_match(there, part), offset) for part in shifted))
+        best = max(best, *((*match(heard_part, part), offset) for part in shifted))
     match_db, gain, offset = best
     return match_db, offset, gain
 
 
-def _match(there, part):
-    """(match in dB, gain) of the best scaled fit of part to there."""
+def match(heard_part, part):
+    """(match in dB, gain) of two sounds of equal length, with the gain at which part fits heard_part best."""
     energy = float(numpy.sum(part * part))
-    gain = float(numpy.sum(there * part)) / energy if energy else 0.0
+    gain = float(numpy.sum(heard_part * part)) / energy if energy else 0.0
     if gain <= 0:
         return 0.0, 0.0
-    rest = there - gain * part
+    rest = heard_part - gain * part
     wanted = gain * gain * energy
     return 10 * numpy.log10(wanted / max(float(numpy.sum(rest * rest)), wanted * 10 ** (-BEST_MATCH_DB / 10))), gain
 
 
 def delayed(signal, start, length, fractions):
-    """A stretch of signal delayed by each of these parts of a frame; the margin takes the edge effects."""
+    """A piece of signal, delayed by each of these fractions of a frame. The margin keeps edge effects out of the piece."""
     margin = 256
     size = _fast_size(length + 2 * margin)
     spectrum = numpy.fft.rfft(cut(signal, start - margin, size), axis=0)
-    return numpy.fft.irfft(spectrum * _turns(size, fractions), size, axis=1)[:, margin:margin + length]
+    return numpy.fft.irfft(spectrum * _phase_shifts(size, fractions), size, axis=1)[:, margin:margin + length]
 
 
 @functools.cache
-def _turns(size, fractions):
-    """What each of the delays makes of a spectrum."""
+def _phase_shifts(size, fractions):
+    """The factors that delay a spectrum by each of the fractions."""
     return numpy.exp(-2j * numpy.pi * numpy.outer(fractions, numpy.fft.rfftfreq(size)))[:, :, None]
 
 
 @functools.cache
 def _fast_size(least):
-    """The next size without a large prime factor: transforms of others take several times as long."""
+    """The next size without a large prime factor. Transforms of other sizes take several times as long."""
     size = least
     while True:
         rest = size
@@ -221,7 +220,7 @@ def _fast_size(least):
 
 
 def _check_gains(result):
-    """A window that is right but at a volume of its own is damaged."""
+    """Marks good windows as damaged whose volume differs from that of the whole recording."""
     common = result.gain
     for window in result.good:
         if not common / GAIN_SPREAD <= window.gain <= common * GAIN_SPREAD:
@@ -229,7 +228,7 @@ def _check_gains(result):
 
 
 def _best_offset(heard, part):
-    """Where part lies in heard. Long sounds are aligned roughly first, then by a loud piece of them."""
+    """The frame of heard at which part begins. Long sound is aligned coarsely first, then by its loudest piece."""
     if len(part) < ALIGNED_AT_ONCE:
         return _correlate(heard, part)
     rough = COARSE * _correlate(_coarse(heard), _coarse(part))
@@ -242,13 +241,13 @@ def _best_offset(heard, part):
 
 
 def _coarse(signal):
-    """Every so many frames their mean."""
+    """The mean of every COARSE frames."""
     whole = len(signal) - len(signal) % COARSE
     return signal[:whole].reshape(-1, COARSE, signal.shape[1]).mean(axis=1)
 
 
 def _correlate(heard, part):
-    """The best place by cross-correlation of all channels."""
+    """The place of the best cross-correlation, summed over all channels."""
     size = _fast_size(len(heard) + len(part) + 1)
     product = sum(numpy.fft.rfft(heard[:, c], size) * numpy.conj(numpy.fft.rfft(part[:, c], size))
                   for c in range(heard.shape[1]))
@@ -258,7 +257,7 @@ def _correlate(heard, part):
 
 
 def cut(signal, start, length):
-    """length frames from start on; what lies outside is silence."""
+    """length frames from start on. Frames outside of signal are silent."""
     low, high = max(start, 0), min(start + length, len(signal))
     if low == start and high == start + length:
         return signal[low:high]
@@ -268,7 +267,7 @@ def cut(signal, start, length):
     return out
 
 
-def _rms(part):
+def rms(part):
     return float(numpy.sqrt(numpy.mean(part * part))) if len(part) else 0.0
 
 

@@ -1,37 +1,33 @@
-"""Follows an endless, repeating sound in what was heard, window by window."""
+"""Follows a looped sound in a recording of any length, window by window."""
 
 from dataclasses import dataclass
 
 import numpy
 
-WINDOW_S = 0.2
-NEAR_FRAMES = 3
-GAIN_RANGE = (0.5, 2.0)
-QUIET_RMS = 1e-3  # -60 dBFS
-BEST_MATCH_DB = 120.0
+from . import compare
 
 
 @dataclass
 class Slip:
-    """Sound that went on at another place: frames > 0 are missing, frames < 0 were put in."""
-    at: int  # frame of what was heard
+    """A place at which sound is missing (frames > 0) or was inserted (frames < 0)."""
+    at: int  # frame of the recording
     frames: int
 
 
 class SoundCheck:
-    """`reference` is one period of the sound, on one channel. Heard sound is fed in pieces.
+    """`reference` is one period of the sound, in one channel. The recording is fed in pieces.
 
-    What counts lies between the first and the last good window: silence before and after is not
-    of the sound. How much was heard at all is for the caller to judge.
+    Windows count from the first good one to the last good one, so silence before and after the sound does not.
+    The caller has to check how many windows were counted.
     """
 
     def __init__(self, reference, rate, good_db):
         self.reference = numpy.asarray(reference, "f4")
         self.rate, self.good_db = rate, good_db
-        self.width = int(WINDOW_S * rate)
+        self.width = int(compare.WINDOW_S * rate)
         self.windows = self.damaged = 0
         self.slips = []
-        self.places = []  # (frame heard, frame of the reference) of each good window
+        self.places = []  # (frame of the recording, frame of the reference) of each good window
         self._offset = None
         self._pending = 0  # damaged windows since the last good one
         self._rest = numpy.zeros(0, "f4")
@@ -46,38 +42,36 @@ class SoundCheck:
         return self._offset is not None
 
     def feed(self, heard):
-        """What was heard next, on one channel. Before the sound is found, nothing counts."""
+        """Adds the next piece of the recording, in one channel."""
         data = numpy.concatenate([self._rest, numpy.asarray(heard, "f4")])
         whole = len(data) // self.width
         for number in range(whole):
-            self._judge(data[number * self.width:(number + 1) * self.width])
+            self._count(data[number * self.width:(number + 1) * self.width])
             self._at += self.width
         self._rest = data[whole * self.width:]
 
-    def _judge(self, window):
+    def _count(self, window):
         place = self._place(window)
-        if place is None and not self.found:
-            return
         if place is None:
-            self._pending += 1
+            self._pending += self.found
             return
         self.windows += 1 + self._pending
         self.damaged += self._pending
         self._pending = 0
         offset = (place - self._at) % len(self.reference)
-        jump = 0 if self._offset is None else self._signed(offset - self._offset)
-        if abs(jump) > NEAR_FRAMES:
+        jump = 0 if self._offset is None else shortest_way(offset - self._offset, len(self.reference))
+        if abs(jump) > compare.NEAR_FRAMES:
             self.slips.append(Slip(self._at, jump))
         self._offset = offset
         self.places.append((self._at, place))
 
     def _place(self, window):
-        """The frame of the reference that the window begins with, or None."""
-        if numpy.sqrt(numpy.mean(window ** 2)) < QUIET_RMS:
+        """The frame of the reference at which the window begins, or None."""
+        if compare.rms(window) < compare.QUIET_RMS:
             return None
         if self.found:
             expected = self._at + self._offset
-            for near in sorted(range(-NEAR_FRAMES, NEAR_FRAMES + 1), key=abs):
+            for near in sorted(range(-compare.NEAR_FRAMES, compare.NEAR_FRAMES + 1), key=abs):
                 if self._match_db(window, expected + near) >= self.good_db:
                     return (expected + near) % len(self.reference)
         spectrum = numpy.conj(numpy.fft.rfft(window, len(self.reference)))
@@ -87,15 +81,11 @@ class SoundCheck:
 
     def _match_db(self, window, place):
         expected = self.reference.take(numpy.arange(place, place + self.width), mode="wrap").astype("f8")
-        gain = window @ expected / max(expected @ expected, 1e-9)
-        if not GAIN_RANGE[0] <= gain <= GAIN_RANGE[1]:
-            return 0.0
-        expected *= gain
-        difference = numpy.sum((window - expected) ** 2)
-        if difference <= 0:
-            return BEST_MATCH_DB
-        return min(BEST_MATCH_DB, 10 * numpy.log10(numpy.sum(expected ** 2) / difference))
+        match_db, gain = compare.match(window, expected)
+        return match_db if compare.GAIN_RANGE[0] <= gain <= compare.GAIN_RANGE[1] else 0.0
 
-    def _signed(self, frames):
-        half = len(self.reference) // 2
-        return (frames + half) % len(self.reference) - half
+
+def shortest_way(frames, period):
+    """A distance in a loop, in the direction in which it is shorter: from -period // 2 on."""
+    half = period // 2
+    return (frames + half) % period - half
