@@ -1,46 +1,24 @@
-"""A long call under Wine, and what is measured meanwhile: sound in both directions, delay, memory, handles, threads."""
+"""A long call under Wine. Measures sound and delay in both directions, memory, handles and threads."""
 
 import json
 import subprocess
-import threading
 import time
 
 import numpy
 
-from rig import compare, media, paths, processes
-from rig.sound_check import SoundCheck
+from rig import compare, media, paths
+from rig.module_log import FIRST_FRAME
+from rig.sound_check import SoundCheck, shortest_way
+from rig.voice import LoopedVoice
 
 RATE = 48000
 FRAME = 1024
 PERIOD_S = 64
 SAMPLE_S = 10
-SPOKEN_DB = 20.0  # match of the sound in the microphone, which is not coded
-
-
-class EndlessVoice:
-    """Plays a sound into a microphone, in a loop."""
-
-    def __init__(self, server, microphone, samples):
-        self._data = samples.astype("<f4").tobytes()
-        self.process = processes.start(
-            ["pacat", "--playback", "--raw", "-d", microphone, "--latency-msec=2000", "--format=float32le",
-             f"--rate={RATE}", f"--channels={samples.shape[1]}"],
-            stdin=subprocess.PIPE, env=server.environment, with_sound=True)
-        threading.Thread(target=self._feed, daemon=True).start()
-
-    def _feed(self):
-        try:
-            while True:
-                self.process.stdin.write(self._data)
-        except OSError:
-            return  # pacat has ended
-
-    def stop(self):
-        processes.end(self.process)
 
 
 def looped_reference(path, folder):
-    """The decoded sound of one pass through the file in the middle of a loop, first channel."""
+    """The first channel of one pass through a looped file, decoded with a pass before it and one after it."""
     thrice = folder / "thrice.aac"
     thrice.write_bytes(3 * path.read_bytes())
     period = media.frame_count(path) * FRAME
@@ -58,23 +36,23 @@ class Call:
         self.voice_sound = media.glides(PERIOD_S, seed=32)
         self.recording = folder / f"recorded-{name}.aac"  # an MP4 writer would need memory for every packet
         self.played = SoundCheck(looped_reference(self.sent, folder), RATE, compare.GOOD_MATCH_DB)
-        self.spoken = SoundCheck(self.voice_sound[:, 0], RATE, SPOKEN_DB)
+        self.spoken = SoundCheck(self.voice_sound[:, 0], RATE, compare.GOOD_MATCH_DB)
         self.recorded = SoundCheck(self.voice_sound[:, 0], RATE, compare.CODED_MATCH_DB)
-        self.samples = []           # of the process: (seconds since the begin, resident KiB, private KiB)
-        self.speaker_delay = []     # (seconds since the begin, ms)
+        self.samples = []           # of the process: (seconds since the start, resident KiB, private KiB)
+        self.speaker_delay = []     # (seconds since the start, ms)
         self.microphone_delay = []  # the same
         self._spoken_at = []        # (wall time, frame of the period)
         self._run(world)
 
     def _run(self, world):
         speaker, microphone = world.record("spkA"), world.record("micA")
-        voice = EndlessVoice(world.server, "micA", self.voice_sound)
+        voice = LoopedVoice(world.server, "micA", self.voice_sound, RATE)
         host = world.host("duplex", "--play", paths.to_windows(self.sent), "--record",
                           paths.to_windows(self.recording), "--loop", "--seconds", self.seconds, "--pace-rate",
                           f"{self.pace:.3f}", "--usage-every", SAMPLE_S, "--packet-times", "--json", name=self.name)
         try:
-            host.log.wait_for("VeltoWriteStream has received1 frame", 60)
-            self.begin = host.log.time_of("VeltoWriteStream has received1 frame")
+            host.log.wait_for(FIRST_FRAME, 60)
+            self.begin = host.log.time_of(FIRST_FRAME)
             self.cpu_begin = host.cpu_seconds()
             while host.running and time.time() - self.begin < self.seconds + 60:
                 try:
@@ -85,7 +63,7 @@ class Call:
                 self._compare(speaker, microphone)
                 self._print_progress()
             self.exit_code = host.wait(60)
-            # On a loaded machine, the comparison may have fallen behind until the host ended.
+            # On a busy machine, the comparison may still be behind when the host ends.
             self._compare(speaker, microphone)
         finally:
             voice.stop()
@@ -97,14 +75,14 @@ class Call:
         self._compare_recording()
 
     def _compare(self, speaker, microphone):
-        _, samples, clock = speaker.take()
+        samples, clock = speaker.drain()
         if len(samples):
             known = len(self.played.places)
             self.played.feed(samples[:, 0])
             for at, place in self.played.places[known:][-1:]:
                 heard = clock + at / RATE
                 self.speaker_delay.append((heard - self.begin, 1000 * self._speaker_delay(heard, place)))
-        _, samples, clock = microphone.take()
+        samples, clock = microphone.drain()
         if len(samples):
             known = len(self.spoken.places)
             self.spoken.feed(samples[:, 0])
@@ -118,7 +96,7 @@ class Call:
         return heard - self.begin - (passes * period + sent_in_pass) / self.pace
 
     def _compare_recording(self):
-        """Decodes the recording piece by piece, and finds when each piece was spoken."""
+        """Decodes the recording in pieces, checks its sound, and measures the delay from a sound to its packet."""
         times = self.summary["record"]["packetTimes"]
         for piece in media.decode_in_pieces(self.recording, RATE, 2, 60 * RATE):
             self.recorded.feed(piece[:, 0])
@@ -132,8 +110,7 @@ class Call:
             if before < 0:
                 continue
             moment, spoken_place = spoken[before]
-            half = len(self.voice_sound) // 2
-            frames = (spoken_place - place + half) % len(self.voice_sound) - half
+            frames = shortest_way(spoken_place - place, len(self.voice_sound))
             self.microphone_delay.append((times[packet] - self.begin, 1000 * (times[packet] - moment + frames / RATE)))
 
     def _print_progress(self):

@@ -3,18 +3,19 @@
 import numpy
 
 import measuring
-from rig.velto_host import WINE_FAILED
+from rig.compare import WINDOW_S
+from rig.velto_host import CRASHED_OR_STUCK
 
-SETTLE_S = 60              # for opening devices and filling buffers
-# Growth of the process's private memory from then to the end of an hour. The host alone keeps the times of 170000 packets.
+SETTLE_S = 60              # time in which devices are opened and buffers filled
+# Growth of the private memory of the process from SETTLE_S to the end of an hour. The host keeps the times of 170000 packets.
 MAX_GROWTH_KIB = 2048
-MAX_MORE_HANDLES = 2       # the lowest free handle stands for their number; another thread may use one for a moment
-# 20 queued blocks, 5 delayed blocks, 300 ms in the endpoint buffer, and what the sound server buffers.
+MAX_MORE_HANDLES = 2       # the number is read off the lowest free handle; other threads use some for a moment
+# 20 queued blocks, 5 delayed blocks, 300 ms in the endpoint's buffer, and the sound server's buffers.
 MAX_SPEAKER_DELAY_MS = 427 + 107 + 300 + 150
 MAX_MICROPHONE_DELAY_MS = 500
-MIN_COMPARED = 0.97        # of the length of the call
-MAX_DAMAGED_PER_MINUTE = 1 # windows, of 300; each drop or gap may damage one more
-WINDOWS_PER_S = 5
+MIN_COMPARED = 0.97        # part of the call that has to be found in the recordings
+MAX_DAMAGED_PER_MINUTE = 1 # of 300 windows; each drop or gap may damage one more
+WINDOWS_PER_S = 1 / WINDOW_S
 
 
 def of(call):
@@ -34,7 +35,7 @@ def of(call):
 
 
 def _first_and_last(samples, field):
-    """Medians of the first and the last tenth, so that a short-lived buffer in one sample does not count."""
+    """Medians of the first and the last tenth of the samples, so that a peak in one sample does not count."""
     tenth = max(1, len(samples) // 10)
     return [float(numpy.median([sample[field] for sample in part])) for part in (samples[:tenth], samples[-tenth:])]
 
@@ -84,9 +85,9 @@ def table(results):
 
 
 def missed(f):
-    """The goals that are not met, as sentences."""
+    """The goals that were missed, as sentences."""
     call = f"{f['name']} sender: "
-    if f["exitCode"] not in (0, WINE_FAILED) or f["reportedExitCode"] != 0:
+    if f["exitCode"] not in (0, CRASHED_OR_STUCK) or f["reportedExitCode"] != 0:
         yield call + f"the host ended with {f['exitCode']}"
     if f["nonzeroResults"]:
         yield call + f"{f['nonzeroResults']} calls did not return 0"

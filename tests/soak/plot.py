@@ -1,4 +1,4 @@
-"""Delay and memory over the length of the calls, drawn by gnuplot."""
+"""Draws delay and memory over the time of the calls, with gnuplot."""
 
 import pathlib
 import tempfile

@@ -1,8 +1,8 @@
 """Runs a call of MINUTES through the DLL under Wine, in both directions at once, and checks it.
 
-In the first half the clock of the sender is 200 ppm fast, in the second half 200 ppm slow. What is heard and recorded is
-compared with what was sent and spoken; memory, handles, threads and delay are measured. The results are in build/soak:
-results.json and soak.png. A run of at least 60 minutes also writes its figures and its plot into docs/reliability.md.
+In the first half the clock of the sender is 200 ppm fast, in the second half 200 ppm slow. The sound at both ends is
+compared with the original; memory, handles, threads and delay are measured. The results are in build/soak: results.json
+and soak.png. A run of at least 60 minutes also writes its figures and its plot into docs/reliability.md.
 """
 
 import contextlib
@@ -17,9 +17,9 @@ MIN_MINUTES_FOR_PAGE = 60
 
 def measure(options):
     if not options.minutes >= 1:
-        SCRIPT.parser.error("MINUTES: at least 1 is needed")
+        SCRIPT.parser.error("MINUTES must be at least 1")
     measuring.prepare("windows")
-    # These modules need the packages that the set-up installs.
+    # Imported here, because they need packages that the set-up installs.
     from rig import processes, session
     import call
     import call_figures

@@ -3,7 +3,7 @@
 import time
 
 from rig import compare, media, paths, waiting
-from rig.recorder import Recorder
+from rig.velto_host import Activity
 
 LOUD = 0.02
 MAX_WAIT_S = 40
@@ -27,16 +27,14 @@ class DisturbedCall:
         self.begin_fault()
 
     def begin_fault(self):
-        """Processor time and log lines count from here."""
-        self.fault_begin = time.time()
-        self.lines_begin, self.cpu_begin = self.host.log.count(""), self.host.cpu_seconds()
+        """Starts to count processor time and log lines."""
+        self.activity = Activity(self.host)
 
     def end_fault(self):
-        """Notes the processor time and the log lines during the fault. Recovery times count from here."""
+        """Keeps the processor time and the log lines of the fault. Recovery times count from here."""
         self.fault_end = time.time()
-        passed = self.fault_end - self.fault_begin
-        self.cpu_percent = 100 * (self.host.cpu_seconds() - self.cpu_begin) / passed
-        self.lines_per_second = (self.host.log.count("") - self.lines_begin) / passed
+        self.lines_per_second, cpu = self.activity.per_second()
+        self.cpu_percent = 100 * cpu
 
     def wait_for_streams(self, sink, source):
         """Waits until the call plays on a sink and records a source.
@@ -49,8 +47,7 @@ class DisturbedCall:
 
     def seconds_until_sound(self, sink, rate=48000):
         """Waits for sound on the sink. Returns the seconds from the end of the fault."""
-        recorder = Recorder(self.session.server, sink, rate, 2)
-        self.session.recorders.append(recorder)
+        recorder = self.session.record(sink, rate)
         waiting.until(lambda: recorder.peak_since(0) > LOUD, f"sound on {sink}", MAX_WAIT_S)
         return time.time() - self.fault_end
 

@@ -1,20 +1,17 @@
 #!/usr/bin/python3
-"""Faults of the sound server during a call, and the time until the sound is back."""
+"""Faults of the sound server during a call, and the time until the sound returns. scripts/storms runs these tests.
 
-import pathlib
-import sys
+To run one of them alone: PYTHONPATH=scripts:tests/system tests/storms/faults.py Faults.test_...
+"""
+
 import time
 
-REPOSITORY = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path[:0] = [str(REPOSITORY / "tests" / "system"), str(REPOSITORY / "scripts")]
-
-from rig import session, storms  # noqa: E402  (found through the line above)
-
-import disturbed_call  # noqa: E402
-import storm_figures  # noqa: E402
+import disturbed_call
+import storm_figures
+from rig import session, storms
 
 MAX_CPU_PERCENT = 50
-MAX_LINES_PER_SECOND = 600  # three for each block written and each poll of the microphone, by two loggers
+MAX_LINES_PER_SECOND = 600  # three for each written block and for each poll of the microphone, in two loggers
 
 
 class Faults(session.SystemTest):
@@ -41,8 +38,8 @@ class Faults(session.SystemTest):
                    "streams": streams, "captures": captures, "goodWindowsAtTheEnd": f"{good} of {windows}"}
         print(f"  {measured}", flush=True)
         storm_figures.add("fault", **measured)
-        self.assertIsNotNone(microphone_s, "the packets did not become a steady flow again")
-        self.assertGreaterEqual(good, windows - 2, "the end of the recording is not what the voice spoke")
+        self.assertIsNotNone(microphone_s, "the packets did not return to a steady flow")
+        self.assertGreaterEqual(good, windows - 2, "the end of the recording is damaged")
         self.assertLessEqual(len(places), 2, f"more than one stream for each speaker: {places}")
         self.assertEqual(captures, 1)
         self.assertLess(self.call.cpu_percent, MAX_CPU_PERCENT)

@@ -1,7 +1,7 @@
 """Runs the stress tests that take too long for scripts/test, about 20 minutes, on the DLL under Wine.
 
-They are faults of the sound server during a call, a long storm of all calls at once while the default devices change,
-200 times loading and unloading, and 200 ends of the process during a storm. The figures go into docs/reliability.md.
+These are faults of the sound server during a call, a long storm of concurrent calls while the default devices change,
+200 loads and unloads of the DLL, and 200 process ends during a storm. The figures go into docs/reliability.md.
 """
 
 import subprocess
@@ -15,10 +15,10 @@ FOLDER = measuring.REPOSITORY / "tests" / "storms"
 
 def measure(_options):
     measuring.prepare("--tests", "windows")
-    import storm_figures  # needs the packages that the set-up installs
+    import storm_figures  # imported here, because it needs packages that the set-up installs
     load = measuring.load_average()
     storm_figures.clear()
-    # Each file of tests has a process of its own, and its own sound server and Wine prefix.
+    # Each file runs in its own process, and each test has its own sound server and Wine prefix.
     failed = [name for name in ("faults.py", "cycles.py") if subprocess.run([FOLDER / name], check=False).returncode != 0]
     found = storm_figures.read()
     SCRIPT.save({**found, "loadAverageAtStart": load})

@@ -1,4 +1,4 @@
-"""What the tests of this folder measure, and the part of docs/reliability.md that shows it."""
+"""Keeps the figures that the tests of this folder measure, and formats them for docs/reliability.md."""
 
 import json
 

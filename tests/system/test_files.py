@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Files that are missing, damaged, or not what the module is made for."""
+"""Files that are missing, damaged, not writable, or in a format that the module does not support."""
 
 import random
 import re
@@ -54,12 +54,12 @@ class PlayedFiles(session.SystemTest):
         self.assert_ended_well(host)
         self.assertEqual(host.summary["nonzeroResults"], 0)
         self.assertGreater(host.log.count("AUDIO decode error:", "velto::FFmpegDecode::DecoderAudioFrame"), 0)
-        # The last quarter of the file is whole and must be heard.
+        # The last quarter of the file is undamaged and must be heard.
         reference = media.decode(self.speech, 48000)
         reference = reference[3 * len(reference) // 4:]
         result = session.compare.compare(recorder.samples(), reference, 48000)
         self.report("last quarter", result)
-        self.assert_whole(result, tolerated_windows=3)
+        self.assert_intact(result, tolerated_windows=3)
 
     def test_22050_hz_file_plays_at_fixed_rate_without_errors(self):
         slow = media.speech("speech-22k", rate=22050)
@@ -79,11 +79,11 @@ class PlayedFiles(session.SystemTest):
         self.assert_ended_well(host)
         right = session.compare.compare(recorder.samples(), media.decode(slow, 48000), 48000)
         self.assertNotEqual(right.verdict(), "")
-        # Its samples, taken for 48000 a second, are what comes out.
+        # The same samples, read as samples of 48000 Hz, must be heard.
         samples = media.decode(slow, 22050)
         wrong = session.compare.compare(recorder.samples(), samples, 48000)
-        self.report("22050 Hz taken for 48000 Hz", wrong)
-        self.assert_whole(wrong)
+        self.report("22050 Hz played at 48000 Hz", wrong)
+        self.assert_intact(wrong)
 
 
 class RecordedFiles(session.SystemTest):
@@ -92,7 +92,7 @@ class RecordedFiles(session.SystemTest):
     def test_unwritable_file_is_refused_before_recording(self):
         folder = self.session.folder / "folder.aac"
         folder.mkdir()
-        for name, path in (("another ending", self.session.folder / "voice.wav"),
+        for name, path in (("another extension", self.session.folder / "voice.wav"),
                            ("no folder", self.session.folder / "none" / "voice.m4a"),
                            ("a folder", folder)):
             with self.subTest(name):

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What a host sees around the sound: the registry value, the listener's events, the other commands."""
+"""The registry value, the listener's events, the examples, and commands that play nothing."""
 
 import shutil
 
@@ -72,7 +72,7 @@ class OtherCommands(session.SystemTest):
         self.assert_heard(recorder, speech)
 
     def folder_with(self, name, *patterns):
-        """A new folder with these files of the build folder."""
+        """Makes a folder with copies of files from the build folder."""
         folder = self.session.folder / name
         folder.mkdir()
         for file in (file for pattern in patterns for file in paths.WINDOWS_BIN.glob(pattern)):
@@ -81,7 +81,7 @@ class OtherCommands(session.SystemTest):
         return folder
 
     def example(self, program):
-        """The example, which plays a file too short to take time. Its current folder is the session's."""
+        """Starts the example in the session's folder, with a file of only three units."""
         whole = media.speech("speech")
         short = media.write_units(self.session.folder / "short.aac", media.units(whole)[:3])
         return self.session.host(paths.to_windows(short), program=program, name=program.parent.name)

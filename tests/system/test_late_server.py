@@ -1,25 +1,26 @@
 #!/usr/bin/python3
-"""The audio service is not there at the start, and comes while the host goes on. Takes over four minutes."""
+"""The audio service starts only after the host. Takes over four minutes."""
 
 from rig import compare, media, session
+from rig.module_log import IDLE_RELEASE
 
 
 class LateServer(session.SystemTest):
     WITH_SERVER = False
-    TAKES = 2
+    ATTEMPTS = 2
 
     def test_playback_starts_after_idle_release_when_service_starts_late(self):
         speech = media.speech("speech")
         host = self.session.play(speech, "--pause-after", "4", "--pause", "246")
-        # Class not registered: the enumerator cannot be made without the service.
+        # REGDB_E_CLASSNOTREG: without the service, there is no device enumerator.
         host.log.wait_for("AudioPlayerWas function fail with -2147221164. Release resource. Line:272", 60, times=2)
         host.log.wait_for("CheckDeviceChanged failed audioBufferSize=0", 30, times=20)
         self.session.server.start()
         recorder = self.session.record()
-        host.log.wait_for("No audio data for 4mins, release audio resource.", 300)
+        host.log.wait_for(IDLE_RELEASE, 300)
         self.assert_ended_well(host, 120)
         self.assertEqual(host.summary["nonzeroResults"], 0)
-        self.assertEqual(host.log.count("No audio data for 4mins, release audio resource."), 1)
+        self.assertEqual(host.log.count(IDLE_RELEASE), 1)
         result = compare.compare(recorder.samples(), media.decode(speech, 48000), 48000)
         self.report("second part", result)
         self.assert_most_is_good([w for w in result.windows if w.start_s >= 4.4], 20)

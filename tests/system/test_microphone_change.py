@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""The default microphone changes or goes away while it is recorded; the host does nothing about it."""
+"""The default microphone changes or is lost during a recording. The host does not react to it."""
 
 import time
 
 from rig import compare, media, session
+from rig.wine_prefix import PULSE_KEY
 
 INVALIDATED = "Capture audio frame failed! err=0x88890004"  # AUDCLNT_E_DEVICE_INVALIDATED
 POLLS_PER_SECOND = 100
@@ -11,7 +12,7 @@ NOTHING_RECORDED = 5
 
 
 class MicrophoneChange(session.SystemTest):
-    """Both microphones hear the same, so that what is missing in between can be told from the sound."""
+    """Both microphones get the same sound, so that the sound shows how much is missing after a change."""
 
     MICROPHONES = (session.MICROPHONE_48K,)
 
@@ -40,9 +41,8 @@ class MicrophoneChange(session.SystemTest):
         voice = self.session.speak(spoken)
         time.sleep(2)
         prefix, identities = self.session.prefix, list(self.identity.values())
-        key = r"HKCU\Software\Wine\Drivers\winepulse.drv"
-        # One console in the prefix for all of them: faster than the restart of a capture.
-        change = " & ".join(f'reg add {key} /v DefaultInput /d {identities[turn % 2]} /f' for turn in range(21))
+        # One console runs all changes, so that they are faster than the restart of a capture.
+        change = " & ".join(f'reg add {PULSE_KEY} /v DefaultInput /d {identities[turn % 2]} /f' for turn in range(21))
         prefix.run(["cmd", "/c", change])
         self.session.wait_for_capture("micB")
         voice.wait()
@@ -50,7 +50,8 @@ class MicrophoneChange(session.SystemTest):
         self.assertGreater(host.log.count("OnAudioStateChanged"), 3)
         result = self.compare_recorded(host.recording, spoken, search_s=10)
         last = [w for w in result.windows if w.start_s >= 13]
-        self.assert_sound(sum(w.state == compare.GOOD for w in last) >= 12, "the sound did not come back")
+        self.assert_sound(sum(w.state == compare.GOOD for w in last) >= 12,
+                          "less than 12 windows of the last three seconds were recorded")
 
     def test_recording_returns_on_next_default_after_device_is_removed(self):
         spoken = media.glides(16)
@@ -78,37 +79,31 @@ class MicrophoneChange(session.SystemTest):
         host.log.wait_for(INVALIDATED, times=20)
         self.assert_no_spin(host)
         self.end_recording(host)
-        self.assertEqual(media.complaints(host.recording), [])
+        self.assertEqual(media.file_warnings(host.recording), [])
         result = self.compare_recorded(host.recording, spoken)
-        self.assert_sound(len(result.good) > 15, "hardly anything was recorded")
+        self.assert_sound(len(result.good) > 15, "less than 16 windows were recorded")
         front = [w for w in result.windows if w.start_s < result.good[-1].start_s]
         damaged = sum(w.state == compare.DAMAGED for w in front)
         self.assert_sound(damaged <= compare.TOLERATED_WINDOWS, f"{damaged} windows before the end are damaged")
 
     def assert_one_gap(self, host, spoken, most_s):
-        """All of the sound is there but for one piece, which is stated."""
+        """The recording lacks one piece of the sound, of at most most_s seconds."""
         result = self.compare_recorded(host.recording, spoken, search_s=most_s + 1)
         before, after = result.good[0].offset, result.good[-1].offset
-        # The new encoder's run-up stands in the file, too.
+        # The file also contains the priming of the second encoder.
         missing = (before - after + 1024) / session.RECORDING_RATE
         lost = len(result.damaged) * compare.WINDOW_S
         print(f"  {missing:.3f} s of sound are missing; {host.summary['longestGapMs']:.0f} ms without a packet", flush=True)
-        self.assert_sound(0 <= missing <= most_s, f"{missing:.3f} s are missing, {most_s} s are expected at the most")
+        self.assert_sound(0 <= missing <= most_s, f"{missing:.3f} s are missing; at most {most_s} s are tolerated")
         self.assert_sound(lost <= missing + (compare.TOLERATED_WINDOWS + 2) * compare.WINDOW_S,
                           f"{lost:.1f} s are damaged, {missing:.3f} s are missing")
         for label, place in (("before", before), ("after", after)):
             same = [w for w in result.good if abs(w.offset - place) <= compare.NEAR_FRAMES]
-            self.assert_sound(len(same) > 12, f"hardly anything was heard {label}")
+            self.assert_sound(len(same) > 12, f"less than 13 windows were recorded {label} the gap")
 
-    def assert_no_spin(self, host, seconds=3.0):
-        """Each poll fails and is reported, no more."""
-        lines, cpu, begun = host.log.count(""), host.cpu_seconds(), time.monotonic()
-        time.sleep(seconds)
-        passed = time.monotonic() - begun
-        lines, cpu = host.log.count("") - lines, host.cpu_seconds() - cpu
-        print(f"  after the loss: {lines / passed:.0f} log lines/s, {100 * cpu / passed:.0f} % of a core", flush=True)
-        self.assertLess(lines, 1.5 * POLLS_PER_SECOND * passed)
-        self.assertLess(cpu, 0.5 * passed)
+    def assert_no_spin(self, host):
+        """Each failing poll is reported once."""
+        self.assertLess(self.measure_after_loss(host), 1.5 * POLLS_PER_SECOND)
         self.assertTrue(host.running)
 
 
@@ -122,7 +117,7 @@ class WithoutAudioService(session.SystemTest):
         self.assertGreater(host.summary["emptyReads"] + host.summary["stoppedReads"], 20)
         self.assertIn("nothing was recorded", host.errors())
         self.assertEqual(list(self.session.folder.glob("*.m4a*")), [])
-        # Class not registered: the enumerator cannot be made without the service.
+        # REGDB_E_CLASSNOTREG: without the service, there is no device enumerator.
         self.assertEqual(host.log.count("Create IMMDeviceEnumerator failed, err=0x80040154"), 1)
         self.assertGreater(host.log.count("m_bAtomStop is stop", "AudioCapture::GetAudioData"), 20)
 

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""A host thread that never entered COM opens and closes the microphone again and again."""
+"""A host thread that never entered COM opens and closes the microphone 200 times."""
 
 from rig import session
 
 CYCLES = 200
-# What each opening leaves behind by design: the records of 469 packets, and the mix format's block.
+# Known leaks of each opening: the records of 469 packets, and the mix format.
 LEFT_PER_CYCLE = 30 * 1024
 
 
@@ -12,7 +12,7 @@ class MicrophoneCycles(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
     def test_two_hundred_openings_leak_no_more_than_documented(self):
-        self.session.record("micA")  # an idle microphone takes its time to wake up, one that is in use does not
+        self.session.record("micA")  # keeps the microphone in use, because an idle one starts slowly
         host = self.session.test_host("probe", "--sequence", "cycles", "--count", CYCLES, "--json")
         self.assert_ended_well(host, 280)
         summary = host.summary

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What is said into the default microphone arrives in the recorded file, complete and at the right speed."""
+"""Recorded files contain the sound of the default microphone, complete and at the right speed."""
 
 from rig import media, paths, session
 
@@ -21,8 +21,7 @@ class StereoAt48000(Microphone):
     def test_twenty_seconds_are_recorded_without_missing_packet(self):
         spoken = media.glides(20)
         host = self.record(spoken)
-        # In the aligned sound nothing is missing and nothing was put in: between the first and the
-        # last of the 20 s lie exactly the packets that they make.
+        # A missing or an additional packet would be a slip.
         self.assert_recorded(host.recording, spoken, tolerated_windows=2, tolerated_slips=0)
         self.assert_pace(host, 20)
 
@@ -31,9 +30,9 @@ class StereoAt48000(Microphone):
         self.assertGreater(summary["packets"], seconds * PACKETS_PER_SECOND)
         self.assertEqual(summary["packets"], media.frame_count(host.recording))
         decoded = len(media.decode(host.recording, 48000))
-        self.assertAlmostEqual(decoded / 1024, summary["packets"] - 1, delta=1, msg="of which one is the run-up")
+        self.assertAlmostEqual(decoded / 1024, summary["packets"] - 1, delta=1, msg="one packet is the encoder's priming")
         self.assertEqual(summary["undecodable"], 0)
-        # 128 kbit/s, of which speech with pauses needs less.
+        # The encoder aims at 128 kbit/s, and needs less for silence.
         self.assertTrue(60000 < summary["bitRate"] < 140000, summary["bitRate"])
         self.assertLessEqual(summary["largestPacket"], 1536)
 
@@ -42,7 +41,7 @@ class StereoAt48000(Microphone):
         self.session.wait_for_capture()
         self.session.speak(media.glides(30))
         self.assert_ended_well(host)
-        self.assertEqual(media.complaints(host.recording), [])
+        self.assertEqual(media.file_warnings(host.recording), [])
         self.assertAlmostEqual(media.duration(host.recording), 10, delta=1024 / 48000 + 0.002)
 
     def test_aac_recording_contains_sound(self):

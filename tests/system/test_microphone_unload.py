@@ -1,20 +1,20 @@
 #!/usr/bin/python3
-"""A host frees the DLL with a recording open in which no thread runs, then the default microphone changes."""
+"""A host frees the DLL while a recording without threads is open, and then the default microphone changes."""
 
 import time
 
 from rig import session
+from rig.wine_prefix import DRIVERS_KEY
 
 REGISTERED = "deviceEnumerator RegisterEndpointNotificationCallback"
 CHANGED = "OnDefaultDeviceChanged"
 CHANGES = 2
-DRIVERS = r"HKCU\Software\Wine\Drivers"
 
 
 class UnloadWhileOpen(session.SystemTest):
     def probe(self):
-        """Opens the microphone, frees the DLL and stays for a while; returns when the DLL has been freed."""
-        host = self.session.test_host("probe", "--sequence", "unload-while-open", "--hold", "12", "--json")
+        """Starts a host that opens the microphone, frees the DLL, and ends later. Returns it when the DLL has been freed."""
+        host = self.session.test_host("probe", "--sequence", "unload-while-open", "--hold", "30", "--json")
         self.until(lambda: "unload-while-open:" in host.errors(), "the DLL to be freed", 60)
         return host
 
@@ -26,8 +26,8 @@ class UnloadWhileOpen(session.SystemTest):
 
 
 class WithoutMicrophone(UnloadWhileOpen):
-    """Wine's ALSA driver finds no device in an empty configuration, whatever hardware the machine has. There is
-    an enumerator then, which takes registrations, but no endpoint."""
+    """With an empty configuration, Wine's ALSA driver finds no device, whatever hardware the machine has. There is
+    an enumerator, which accepts registrations, but no endpoint."""
 
     WITH_SERVER = False
 
@@ -37,14 +37,14 @@ class WithoutMicrophone(UnloadWhileOpen):
         empty.write_text("")
         prefix = self.session.prefix
         prefix.environment["ALSA_CONFIG_PATH"] = str(empty)
-        prefix.write_string(DRIVERS, "Audio", "alsa")
+        prefix.write_string(DRIVERS_KEY, "Audio", "alsa")
         self.assertEqual(self.session.endpoints("capture"), {})
 
     def test_host_survives_default_changes_after_freeing_module(self):
         host = self.probe()
         for change in range(1, CHANGES + 1):
-            # Wine reports any new value of this entry as another default microphone.
-            self.session.prefix.write_string(rf"{DRIVERS}\winealsa.drv", "DefaultInput", f"microphone {change}")
+            # Wine reports every new value of this entry as a change of the default microphone.
+            self.session.prefix.write_string(rf"{DRIVERS_KEY}\winealsa.drv", "DefaultInput", f"microphone {change}")
             # Each change restarts the capture, which finds no microphone and registers again.
             self.until(lambda: not host.running or host.log.count(REGISTERED) == 1 + change,
                        f"registration {1 + change}", 10)
@@ -55,8 +55,8 @@ class WithoutMicrophone(UnloadWhileOpen):
 
 
 class WithUnusableDefault(UnloadWhileOpen):
-    """PulseAudio's default source, while there is none. The capture thread fails while the opening call registers:
-    the recording keeps its notifications only if the failure came first."""
+    """The default endpoint exists, but PulseAudio has no source for it. The capture thread fails while the opening call
+    registers for notifications. The recording keeps its registration only if the failure came first."""
 
     SINKS = ()
 

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A host process that ends while sound plays does so promptly and with its own exit code."""
+"""A host process that ends while sound plays ends promptly and with its own exit code."""
 
 import signal
 
@@ -11,7 +11,7 @@ class ProcessEnd(session.SystemTest):
         recorder = self.session.record()
         host = self.end_while_playing(37, recorder)
         self.assertLess(host.summary["seconds"], 8, "the speech was played to its end")
-        self.until(lambda: not self.session.server.streams(), "the streams to be gone")
+        self.session.wait_for_end_of_streams()
 
     def test_playing_process_ends_without_waiting_for_dead_audio_service(self):
         recorder = self.session.record()
@@ -32,7 +32,7 @@ class ProcessEnd(session.SystemTest):
         host = self.session.play(media.speech("speech"), "--loop", "--seconds", "60")
         recorder.wait_for_sound(60)
         host.process.send_signal(signal.SIGKILL)
-        self.until(lambda: not self.session.server.streams(), "the streams to be gone")
+        self.session.wait_for_end_of_streams()
 
 
 if __name__ == "__main__":

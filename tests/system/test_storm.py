@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""All calls at once, at random, while the default devices change under them."""
+"""Eight threads make random calls at once while the default devices change."""
 
 import random
-import time
 
 from rig import media, paths, session, storms
 
@@ -20,13 +19,11 @@ class Storm(session.SystemTest):
         host = self.session.test_host("storm", paths.to_windows(media.speech("speech")), "--seconds", SECONDS, "--seed", seed,
                                       "--json")
         with storms.FlappingDefaults(self.session) as flapping:
-            while host.running:
-                time.sleep(2)
-                flapping.rest(3.5)
+            flapping.change_until_end(host, seconds=2)
             code = host.wait()
         print(f"  seed {seed}, {flapping.changes} changes of a default device", flush=True)
         storms.check_calls(self, host, code)
-        self.until(lambda: not self.session.server.captures(), "the microphone's stream to be gone")
+        self.session.wait_for_end_of_streams()
 
 
 if __name__ == "__main__":

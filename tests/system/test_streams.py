@@ -1,39 +1,40 @@
 #!/usr/bin/python3
-"""Streams one after the other on one load: each is heard whole, from its first unit to its last."""
+"""Consecutive streams in one process: each is heard completely, from its first unit to its last."""
 
 import numpy
 
 from rig import compare, media, paths, session
 
-# Sound that reached the endpoint unaltered matches by 120 dB. Half a unit that is missing from the shortest
-# stretch compared here, or sound of another stream in its place, leaves less than 20 dB.
+# Unaltered sound matches by 120 dB. If half a unit is missing from the shortest sound that is compared here, or comes
+# from another stream, the match is below 20 dB.
 EXACT_DB = 60.0
-SILENCE = 1e-3    # -60 dBFS; the encoder leaves less in front of a sound
-PRIMING = 800     # frames of silence, and some more, with which the AAC encoder begins
+SILENCE = 1e-3    # -60 dBFS; the encoder's priming is quieter
+PRIMING = 800     # frames that are certainly silent at the start of the AAC encoder's output
 
 
 class Streams(session.SystemTest):
     def stream(self, name, units, seed):
-        """An ADTS file of so many units that ends in the middle of a sound. It begins with the encoder's silent
-        priming: of sound that begins at once, the monitor of a sink misses the first 3 ms."""
+        """An ADTS file of so many units that ends in the middle of the sound. It begins with the encoder's silent
+        priming, because the monitor of a sink misses the first 3 ms of a sound."""
         whole = media.coded(self.session.folder / f"{name}-whole.aac", media.glides(units * 1024 / 48000 + 1, seed=seed))
         return media.write_units(self.session.folder / f"{name}.aac", media.units(whole)[:units])
 
     def decoded(self, *parts):
-        """What one decoder makes of these files and units, one after the other."""
+        """The samples of these files and lists of units, decoded as one stream."""
         units = [unit for part in parts for unit in (media.units(part) if not isinstance(part, list) else part)]
         return media.decode(media.write_units(self.session.folder / "expected.aac", units), 48000)
 
-    def place(self, heard, expected, what):
-        """Where a sound lies in a recording, all of it."""
+    def place(self, heard, expected, label):
+        """The frame of the recording at which a sound begins. All of the sound must match."""
         place, match_db = compare.find(heard, expected)
-        print(f"  {what}: at {place / 48000:.3f} s, match {match_db:.1f} dB", flush=True)
-        self.assert_sound(match_db >= EXACT_DB, f"{what}: match {match_db:.1f} dB")
+        print(f"  {label}: at {place / 48000:.3f} s, match {match_db:.1f} dB", flush=True)
+        self.assert_sound(match_db >= EXACT_DB, f"{label}: match {match_db:.1f} dB")
         return place
 
-    def assert_silent(self, heard, begin, end, what):
+    def assert_silent(self, heard, begin, end, label):
         peak = float(numpy.abs(heard[max(begin, 0):max(end, 0)]).max(initial=0))
-        self.assert_sound(peak < SILENCE, f"{what}: a peak of {peak:.5f} at {begin / 48000:.3f} to {end / 48000:.3f} s")
+        self.assert_sound(peak < SILENCE,
+                          f"{label}: a peak of {peak:.5f} between {begin / 48000:.3f} and {end / 48000:.3f} s")
 
 
 class ConsecutiveStreams(Streams):
@@ -43,7 +44,7 @@ class ConsecutiveStreams(Streams):
         host = self.session.play(files[0], *map(paths.to_windows, files[1:]), "--gap", "0.8")
         self.assert_ended_well(host)
         self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (186, 15))
-        # The endpoint has run empty before each stream, and must not while one plays.
+        # The endpoint is empty before each stream. It must not run empty during one.
         underruns = host.log.count("padding = 0") - len(files)
         self.assert_sound(underruns <= 0, f"the endpoint ran empty {underruns} times within a stream")
         heard, end, results = recorder.samples(), 0, []
@@ -51,14 +52,14 @@ class ConsecutiveStreams(Streams):
             expected = self.decoded(file, media.SILENT_END)
             result = compare.compare(heard, expected, 48000)
             self.report(file.stem, result)
-            self.assert_whole(result, tolerated_windows=1, tolerated_slips=1)
+            self.assert_intact(result, tolerated_windows=1, tolerated_slips=1)
             results.append(result)
-            # The priming is silent; the decoder would add to it what is left of the stream before.
+            # Sound of the previous stream that remained in the decoder would be heard during the priming.
             begin = result.good[0].offset
             self.assert_silent(heard, end, begin + PRIMING, f"before {file.stem}")
             end = result.good[-1].offset + len(expected)
-        self.assert_silent(heard, end, len(heard), "behind the last")
-        # What a busy machine does to sound behind the module: one window in most runs that it damages at all.
+        self.assert_silent(heard, end, len(heard), "after the last stream")
+        # If a busy machine damages sound after the module, it damages one window in most runs.
         damaged = sum(len(result.damaged) for result in results)
         self.assert_sound(damaged <= 2, f"{damaged} windows are damaged")
 
@@ -79,8 +80,8 @@ class ShortStream(Streams):
         self.assert_ended_well(host)
         self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (50, 0))
         heard = recorder.samples()
-        place = self.place(heard, self.decoded(short, following), "both in one")
-        self.assert_silent(heard, 0, place, "before both")
+        place = self.place(heard, self.decoded(short, following), "short and following")
+        self.assert_silent(heard, 0, place, "before short")
 
     def test_c_player_example_plays_short_stream_completely(self):
         short = self.stream("short", 3, 7)
@@ -95,12 +96,12 @@ class EndOfStream(Streams):
     def test_stream_is_heard_to_last_sample_with_full_queue(self):
         file = self.stream("fast", 120, 8)
         recorder = self.session.record()
-        # Twice as fast as it is played: the module's queue and the endpoint are full at the end. What is
-        # dropped is the oldest in the queue, so that the queue's own last units are whole.
+        # The host sends twice as fast as the endpoint plays, so the module's queue and the endpoint are full at the
+        # end. The queue drops its oldest blocks, so the last 19 must be complete.
         host = self.session.play(file, "--pace-rate", "96000")
         self.assert_ended_well(host)
         kept = 1024 * 19
-        self.place(recorder.samples(), self.decoded(file, media.SILENT_END)[-kept:], "the last of it")
+        self.place(recorder.samples(), self.decoded(file, media.SILENT_END)[-kept:], "the last 19 units")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,5 @@
-"""A PulseAudio server of the run's own, with null sinks as its loudspeakers and its microphones:
-the monitor of a sink that somebody speaks into is a microphone."""
+"""A private PulseAudio server. Null sinks are its loudspeakers. A microphone is the monitor of a null sink into which a
+voice plays."""
 
 import json
 import os
@@ -11,16 +11,15 @@ import tempfile
 
 from . import processes, waiting
 
-# A UNIX socket's name holds 108 bytes; "pulse/native" and some room are kept free.
-_LONGEST_RUNTIME_NAME = 80
+# A UNIX socket's path has at most 108 bytes. This leaves room for "pulse/native" and more.
+_MAX_RUNTIME_PATH = 80
 
-
-# The order in which Windows counts six channels; PulseAudio has another one by default.
+# The order of six channels in Windows. PulseAudio's default order differs.
 _SIX_CHANNELS = "front-left,front-right,front-center,lfe,rear-left,rear-right"
 
 
 def channel_map(option, channels):
-    """The option that fixes the order of the channels, where there is a choice."""
+    """The option that sets Windows' order of six channels. Mono and stereo need none."""
     return [f"{option}={_SIX_CHANNELS}"] if channels == 6 else []
 
 
@@ -30,10 +29,10 @@ def _null_sink(name, rate, channels):
 
 
 class PrivateAudioServer:
-    """One server in its own runtime folder. Nothing of the user's server is read or touched."""
+    """A server with its own runtime folder. It neither uses nor changes the user's server."""
 
     def __init__(self, folder, sinks=(), microphones=()):
-        """sinks, microphones: (name, rate in Hz, channels) of each, the first being the default."""
+        """sinks, microphones: (name, rate in Hz, channels) of each. The first of each is the default."""
         self.folder = pathlib.Path(folder)
         self.sinks = list(sinks)
         self.microphones = list(microphones)
@@ -44,7 +43,7 @@ class PrivateAudioServer:
 
     def _make_runtime_folder(self):
         runtime = self.folder / "run"
-        if len(str(runtime)) > _LONGEST_RUNTIME_NAME:
+        if len(str(runtime)) > _MAX_RUNTIME_PATH:
             return pathlib.Path(tempfile.mkdtemp(prefix="velto-"))
         runtime.mkdir(parents=True, exist_ok=True, mode=0o700)
         os.chmod(runtime, 0o700)
@@ -52,7 +51,7 @@ class PrivateAudioServer:
 
     @property
     def environment(self):
-        """What a client of this server needs; everything that could lead elsewhere is taken out."""
+        """The environment of a client. No variable in it names another server."""
         env = {k: v for k, v in os.environ.items() if not k.startswith("PULSE_")}
         env.update(XDG_RUNTIME_DIR=str(self.runtime), HOME=str(self.home), DISPLAY="", LC_ALL="C.UTF-8")
         env.pop("DBUS_SESSION_BUS_ADDRESS", None)
@@ -69,7 +68,7 @@ class PrivateAudioServer:
         with open(self.folder / "pulseaudio.log", "ab") as log:
             self.process = processes.start(command, stdout=log, stderr=log, env=self.environment, with_sound=True)
         waiting.until(self._answers, "the private audio server to answer", 20)
-        processes.put_all_threads_first(self.process)
+        processes.give_all_threads_sound_priority(self.process)
         if self.sinks:
             self.pactl("set-default-sink", self.sinks[0][0])
         if self.microphones:
@@ -85,7 +84,7 @@ class PrivateAudioServer:
         return subprocess.run(["pactl", "info"], env=self.environment, capture_output=True, timeout=10).returncode == 0
 
     def kill(self):
-        """Ends the server at once, as a crash would."""
+        """Kills the server, as a crash would."""
         self.process.kill()
         self.process.wait(10)
         shutil.rmtree(self.runtime / "pulse", ignore_errors=True)
@@ -106,16 +105,16 @@ class PrivateAudioServer:
         return processes.run(["pactl", *arguments], env=self.environment, timeout_s=20)
 
     def list(self, kind):
-        """What the server has of a kind ("sinks", "sink-inputs", "modules"), as dictionaries."""
+        """The server's objects of a kind ("sinks", "sink-inputs", "modules"), as dictionaries."""
         return json.loads(self.pactl("--format=json", "list", kind) or "[]")
 
     def streams(self, process_name="velto"):
-        """(sink-input index, sink name) of each playing stream whose client is named so: by its
-        version resource, or its file."""
+        """(sink-input index, sink name) of each playing stream of a program. Wine names a client after the
+        program's version resource or its file."""
         return self._streams("sink-inputs", "sinks", "sink", process_name)
 
     def captures(self, process_name="velto"):
-        """(source-output index, source name) of each recording stream whose client is named so."""
+        """(source-output index, source name) of each recording stream of a program."""
         return self._streams("source-outputs", "sources", "source", process_name)
 
     def _streams(self, kind, places, place, process_name):
@@ -130,7 +129,7 @@ class PrivateAudioServer:
         return found
 
     def unload_sink(self, name):
-        """Takes one endpoint away while the server goes on."""
+        """Removes an endpoint while the server runs."""
         self._unload("module-null-sink", f"sink_name={name}")
 
     def unload_source(self, name):
@@ -148,12 +147,12 @@ class PrivateAudioServer:
         self.pactl("load-module", "module-null-sink", *_null_sink(name, rate, channels))
 
     def load_second_microphone(self, name, microphone, rate, channels):
-        """A microphone that hears what another one hears, at a rate of its own."""
+        """Loads a microphone with the sound of another one, at its own rate."""
         self.pactl("load-module", "module-remap-source", f"source_name={name}", f"master={microphone}.monitor",
                    f"rate={rate}", f"channels={channels}", f"source_properties=device.description={name}")
 
     def load_dead_microphone(self, name):
-        """A microphone, now the default, that never delivers anything: nobody writes into its pipe."""
+        """Loads a microphone that never delivers samples, because no process writes into its pipe; makes it the default."""
         self.pactl("load-module", "module-pipe-source", f"source_name={name}", f"file={self.folder}/{name}.pipe",
                    "format=s16le", "rate=48000", "channels=2")
         self.pactl("set-default-source", name)

@@ -1,4 +1,4 @@
-"""Samples made by the native FFmpeg: speech as AAC, and what a decoder makes of it."""
+"""Makes, decodes and examines sound files, with the native FFmpeg."""
 
 import fcntl
 import pathlib
@@ -13,12 +13,23 @@ SPEECH = ("Front_Center", "Front_Left", "Front_Right", "Rear_Center", "Rear_Left
           "Side_Left", "Side_Right")
 
 
-def _ffmpeg(arguments):
-    processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *arguments], timeout_s=120)
+def _raw(rate, channels):
+    """FFmpeg's options for samples without a header."""
+    return ["-f", "f32le", "-ar", str(rate), "-ac", str(channels)]
+
+
+def _frames(data, channels):
+    """Raw samples as an array of frames by channels."""
+    return numpy.frombuffer(data, dtype="<f4").reshape(-1, channels)
+
+
+def _probe(path, *options):
+    """One value of a file, as text."""
+    return processes.run(["ffprobe", "-v", "error", *options, "-of", "csv=p=0", path]).strip().strip(",")
 
 
 def speech(name, rate=48000, pan=None, container="aac", backwards=False):
-    """An AAC-LC file of some 11 s of real speech, made once. pan: FFmpeg pan expression."""
+    """An AAC-LC file of about 11 s of real speech. It is made once, and kept. pan: an expression for FFmpeg's filter."""
     target = paths.CACHE / "samples" / f"{name}.{container}"
     target.parent.mkdir(parents=True, exist_ok=True)
     with open(target.parent / "samples.lock", "w") as lock:
@@ -27,20 +38,21 @@ def speech(name, rate=48000, pan=None, container="aac", backwards=False):
             files = [SPEECH_FOLDER / f"{part}.wav" for part in SPEECH]
             missing = [str(f) for f in files if not f.exists()]
             if missing:
-                raise RuntimeError(f"no speech to play: {missing[0]} is missing (Debian package alsa-utils)")
+                raise RuntimeError(f"there is no speech to play: {missing[0]} is missing (Debian package alsa-utils)")
             inputs = [argument for f in (reversed(files) if backwards else files) for argument in ("-i", f)]
             chain = f"concat=n={len(files)}:v=0:a=1,aresample={rate},{pan or 'pan=stereo|c0=c0|c1=c0'}"
             unfinished = target.with_suffix(".unfinished." + container)
-            _ffmpeg([*inputs, "-filter_complex", chain, "-ar", rate, "-c:a", "aac", "-b:a", "160k", unfinished])
+            processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *inputs, "-filter_complex", chain, "-ar", rate,
+                           "-c:a", "aac", "-b:a", "160k", unfinished], timeout_s=120)
             unfinished.rename(target)
     return target
 
 
 def glides(seconds, rate=48000, channels=2, seed=0):
-    """Samples of gliding tones that never repeat, others in each channel: frames by channels.
+    """Samples of gliding tones that never repeat and differ in each channel: frames by channels.
 
-    Each stretch of 0.2 s can be told from every other one, none is quiet, and the AAC encoder keeps
-    the shape of all of it; of speech it replaces the hissing by noise of its own.
+    Each piece of 0.2 s differs from every other one, and none is quiet. The AAC encoder keeps the waveform
+    of all of it, while it replaces the hissing sounds of speech by noise.
     """
     random = numpy.random.default_rng(seed)
     time = numpy.arange(int(seconds * rate)) / rate
@@ -57,22 +69,22 @@ def glides(seconds, rate=48000, channels=2, seed=0):
 
 
 def coded(path, samples, rate=48000, bit_rate=160):
-    """Writes samples as an AAC-LC file of so many kbit/s and returns its name."""
-    done = subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "f32le", "-ar", str(rate), "-ac", str(samples.shape[1]),
-                           "-i", "-", "-c:a", "aac", "-b:a", f"{bit_rate}k", str(path)],
+    """Writes samples as an AAC-LC file. Returns path. bit_rate is in kbit/s."""
+    done = subprocess.run(["ffmpeg", "-v", "error", "-y", *_raw(rate, samples.shape[1]), "-i", "-", "-c:a", "aac",
+                           "-b:a", f"{bit_rate}k", str(path)],
                           input=samples.astype("<f4").tobytes(), stderr=subprocess.PIPE, timeout=120)
     if done.returncode:
         raise RuntimeError(done.stderr.decode("utf-8", "replace"))
     return path
 
 
-# A silent AAC-LC unit of two channels behind its ADTS header, and as many as end a stream.
+# An ADTS header with a silent AAC-LC unit of two channels. Five of them follow the last unit of a stream.
 SILENT_UNIT = bytes.fromhex("fff14c8001bffc" "21000000001c")
 SILENT_END = [SILENT_UNIT] * 5
 
 
 def units(path):
-    """The units of an ADTS file, each with its header."""
+    """The AAC units of an ADTS file, each with its header."""
     data, found = pathlib.Path(path).read_bytes(), []
     while data:
         size = (data[3] & 3) << 11 | data[4] << 3 | data[5] >> 5
@@ -82,7 +94,7 @@ def units(path):
 
 
 def write_units(path, adts_units):
-    """Writes units that units() returned as an ADTS file and returns its name."""
+    """Writes units, as units() returns them, into an ADTS file. Returns path."""
     path.write_bytes(b"".join(adts_units))
     return path
 
@@ -91,56 +103,52 @@ def resample(samples, rate, new_rate):
     """The same sound at another rate."""
     if rate == new_rate:
         return numpy.asarray(samples)
-    channels = str(samples.shape[1])
-    command = ["ffmpeg", "-v", "error", "-f", "f32le", "-ar", str(rate), "-ac", channels, "-i", "-",
-               "-ar", str(new_rate), "-f", "f32le", "-"]
+    channels = samples.shape[1]
+    command = ["ffmpeg", "-v", "error", *_raw(rate, channels), "-i", "-", "-ar", str(new_rate), "-f", "f32le", "-"]
     out = subprocess.run(command, input=samples.astype("<f4").tobytes(), capture_output=True, check=True, timeout=120)
-    return numpy.frombuffer(out.stdout, dtype="<f4").reshape(-1, samples.shape[1])
+    return _frames(out.stdout, channels)
 
 
-def complaints(path):
-    """What the native tools have to say against a file: every warning of a probe and of a whole decoding."""
-    said = []
+def file_warnings(path):
+    """Every warning of ffprobe and of ffmpeg decoding the whole file."""
+    warnings = []
     for command in (["ffprobe", "-v", "warning", "-show_format", "-show_streams", path],
                     ["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"]):
         done = subprocess.run([str(part) for part in command], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
                               timeout=120)
-        said += done.stderr.decode("utf-8", "replace").splitlines()
-        said += [f"{command[0]} ended with {done.returncode}"] if done.returncode else []
-    return said
+        warnings += done.stderr.decode("utf-8", "replace").splitlines()
+        warnings += [f"{command[0]} ended with {done.returncode}"] if done.returncode else []
+    return warnings
 
 
 def duration(path):
-    """Seconds, as the file says."""
-    out = processes.run(["ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", path])
-    return float(out.strip().strip(","))
+    """Seconds, according to ffprobe. For ADTS files, this is only an estimate."""
+    return float(_probe(path, "-show_entries", "format=duration"))
 
 
 def decode(path, rate, channels=2):
-    """What a decoder makes of the file at the sink's rate: frames by channels, -1 to 1.
+    """The samples of a file at a rate: frames by channels, from -1 to 1.
 
-    The sound goes through 16-bit PCM at the stream's own rate, as it does on its way to the endpoint.
+    They are rounded to 16 bits before they are resampled, as on their way through the module.
     """
     command = ["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-af",
                f"aformat=sample_fmts=s16,aresample={rate}", "-ac", str(channels), "-f", "f32le", "-"]
     out = subprocess.run(command, capture_output=True, check=True, timeout=120).stdout
-    return numpy.frombuffer(out, dtype="<f4").reshape(-1, channels)
+    return _frames(out, channels)
 
 
 def decode_in_pieces(path, rate, channels, frames):
-    """What decode() returns, in pieces of so many frames, for files that are too long for one."""
-    command = ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-ar", rate, "-ac", channels, "-f", "f32le", "-"]
+    """Yields the samples of a file that is too long for memory, in pieces of so many frames."""
+    command = ["ffmpeg", "-nostdin", "-v", "error", "-i", path, *_raw(rate, channels), "-"]
     decoder = processes.start(command, stdout=subprocess.PIPE)
     try:
         while data := decoder.stdout.read(4 * channels * frames):
-            yield numpy.frombuffer(data, dtype="<f4").reshape(-1, channels)
+            yield _frames(data, channels)
     finally:
         decoder.stdout.close()
         processes.end(decoder)
 
 
 def frame_count(path):
-    """AAC frames in a file."""
-    out = processes.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets",
-                         "-of", "csv=p=0", path])
-    return int(out.strip().strip(","))
+    """The number of AAC units in a file."""
+    return int(_probe(path, "-count_packets", "-show_entries", "stream=nb_read_packets"))

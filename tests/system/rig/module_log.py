@@ -1,4 +1,4 @@
-"""The module's log file, as the tests read it."""
+"""Reads the module's log file."""
 
 import datetime
 import pathlib
@@ -6,12 +6,16 @@ import re
 
 from . import waiting
 
+# Texts of lines that several tests look for.
+FIRST_FRAME = "VeltoWriteStream has received1 frame"
+IDLE_RELEASE = "No audio data for 4mins, release audio resource."
+
 _LINE = re.compile(r"^(\S+ \S+) \[(\d+)\] \[(\w+)\] \[([^\]]*)\] (.*)$")
 
 
 class ModuleLog:
-    """Every message stands in the file twice: once for its channel, and once with the
-    reporting function's name in parentheses. Counts here are of the second kind."""
+    """Every message is in the file twice: once for its channel, and once with the name of the reporting
+    function in parentheses. Only the second kind is counted here."""
 
     def __init__(self, path):
         self.path = pathlib.Path(path)
@@ -20,7 +24,7 @@ class ModuleLog:
         return self.path.read_text("utf-8", "replace") if self.path.exists() else ""
 
     def messages(self, containing="", tag=""):
-        """Messages with a function's name at the end, in order."""
+        """The messages that end with a function's name, in order. `tag` is the end of that name."""
         found = []
         for line in self.text().splitlines():
             match = _LINE.match(line)
@@ -33,7 +37,7 @@ class ModuleLog:
         return len(self.messages(containing, tag))
 
     def time_of(self, containing):
-        """Wall time (as time.time() counts) of the first line with that text, or None."""
+        """Wall time (as in time.time()) of the first line with this text, or None."""
         for line in self.text().splitlines():
             match = _LINE.match(line)
             if match and containing in match.group(5):

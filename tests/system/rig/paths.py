@@ -1,4 +1,4 @@
-"""Where things are: the checkout, the Windows build, the folders that a run may write to."""
+"""Paths of the repository, of the Windows build, and of the folders that a run writes to."""
 
 import os
 import pathlib
@@ -18,5 +18,5 @@ MODULE = WINDOWS_BIN / "LibVeltoAudioHandler.dll"
 
 
 def to_windows(path):
-    """The name under which a Windows program finds a file of this machine: drive Z: is the root."""
+    """The path of a file for a Windows program under Wine, where drive Z: is the root folder."""
     return "Z:" + str(pathlib.Path(path).resolve()).replace("/", "\\")

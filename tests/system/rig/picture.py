@@ -1,4 +1,4 @@
-"""Draws what was sent and what came out, a column for each direction: waveforms and spectrograms, by gnuplot."""
+"""Draws waveforms and spectrograms of sent and heard sound with gnuplot, a column for each direction."""
 
 import pathlib
 import tempfile
@@ -7,7 +7,7 @@ import numpy
 
 from . import processes
 
-COLUMNS = 550       # of a waveform or a spectrogram
+COLUMNS = 550       # points of a waveform or a spectrogram along the time
 WINDOW = 2048       # samples of one spectrum
 TOP_KHZ = 12
 FLOOR_DB = -80      # relative to the loudest value of the reference
@@ -51,7 +51,7 @@ set title "" offset 0,0
 
 
 def draw(path, rate, columns):
-    """Writes a PNG. Each column is (title, (samples, name) of what was sent, the same of what came out)."""
+    """Writes a PNG. Each column is (title, (samples, name) of the sent sound, (samples, name) of the heard sound)."""
     seconds = max(len(samples) for _, *pair in columns for samples, _ in pair) / rate
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
@@ -77,7 +77,7 @@ def _mono(samples):
 
 
 def _write_wave(path, samples, rate):
-    """Smallest and largest sample of each column."""
+    """Writes the smallest and the largest sample of each of the COLUMNS parts. Returns path."""
     parts = [part for part in numpy.array_split(samples, COLUMNS) if len(part)]
     step = len(samples) / len(parts) / rate
     numpy.savetxt(path, [(step * column, part.min(), part.max()) for column, part in enumerate(parts)], fmt="%.6f")
@@ -95,7 +95,7 @@ def _spectrum(samples, rate):
 
 
 def _write_spectrum(path, samples, rate, loudest):
-    """A matrix in gnuplot's binary form: the first row has the times, the first column the frequencies."""
+    """Writes a matrix in gnuplot's binary format: times in the first row, frequencies in the first column. Returns path."""
     times, power, frequencies = _spectrum(samples, rate)
     levels = numpy.maximum(10 * numpy.log10(power.T / max(loudest, 1e-30) + 1e-30), FLOOR_DB)
     matrix = numpy.empty((len(frequencies) + 1, len(times) + 1), dtype=numpy.float32)

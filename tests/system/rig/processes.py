@@ -1,9 +1,9 @@
 """Child processes that never outlive the run.
 
-Every child leads its own session, is ended by its process id when the run ends in
-whatever way (return, failure, Ctrl-C, SIGTERM), and is told by the kernel to die
-should the run itself be killed. Start children from the main thread only: the
-kernel watches the starting thread, not the process.
+Every child leads its own session. It is ended by its process id when the run ends, by a
+return, a failure, Ctrl-C or SIGTERM. If the run is killed, the kernel kills the child. Start
+children from the main thread only: the kernel kills them when the thread ends that started
+them, even if the process continues.
 """
 
 import atexit
@@ -22,22 +22,22 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-def put_sound_first(thread):
-    """Real-time priority, as sound has on a real machine; only root may ask for it."""
+def give_sound_priority(thread):
+    """Gives a thread real-time priority, which threads for sound usually have. Has no effect without root rights."""
     try:
         os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(5))
     except OSError:
         pass
 
 
-def put_all_threads_first(child):
-    """The same for a child that gave its priority up by itself."""
+def give_all_threads_sound_priority(child):
+    """Gives real-time priority to all threads of a child that has dropped the one it was started with."""
     for thread in os.listdir(f"/proc/{child.pid}/task"):
-        put_sound_first(int(thread))
+        give_sound_priority(int(thread))
 
 
 def mapped_file(pid, address):
-    """The file that stands at an address of a process, or ""."""
+    """The file that is mapped at an address of a process, or ""."""
     for line in open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace"):
         begin, end = (int(bound, 16) for bound in line.split(" ", 1)[0].split("-"))
         if begin <= address < end:
@@ -46,7 +46,7 @@ def mapped_file(pid, address):
 
 
 def code_file(child):
-    """The file whose code a running child's main thread is in, or "". Stops it for a moment."""
+    """The file whose code a child's main thread runs, or "". Stops the thread for a moment."""
     _libc.ptrace.restype = ctypes.c_long
     if _libc.ptrace(_PTRACE_ATTACH, child.pid, None, None) != 0:
         return ""
@@ -63,15 +63,15 @@ def code_file(child):
 def start(command, **options):
     """Starts command as a child that cannot outlive the run.
 
-    with_sound: the child plays or carries sound and must not starve on a busy machine.
-    death_signal: what the kernel sends it should the run be killed.
+    with_sound: the child moves sound, so it gets real-time priority.
+    death_signal: the signal that the kernel sends to the child if the run is killed.
     """
     with_sound, death_signal = options.pop("with_sound", False), options.pop("death_signal", signal.SIGKILL)
 
     def prepare():
         _libc.prctl(_PR_SET_PDEATHSIG, death_signal)
         if with_sound:
-            put_sound_first(0)
+            give_sound_priority(0)
 
     child = subprocess.Popen(
         [str(part) for part in command],
@@ -87,8 +87,8 @@ def start(command, **options):
 def run(command, timeout_s=60, check=True, **options):
     """Runs a short command to its end and returns its output as text.
 
-    The output goes through files: what Wine starts in passing inherits it, and would
-    keep a pipe open long after the command has ended.
+    The output goes into files, because Wine's background processes inherit it and would keep a
+    pipe open long after the command has ended.
     """
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         child = start(command, stdout=out, stderr=err, **options)
@@ -105,7 +105,7 @@ def run(command, timeout_s=60, check=True, **options):
 
 
 def end(child, grace_s=3.0):
-    """Ends a child and what it started in its session; harmless when it has ended already."""
+    """Ends a child with all processes of its session. Does nothing if the child has ended already."""
     if child.poll() is None:
         for sig, wait_s in ((signal.SIGCONT, 0), (signal.SIGTERM, grace_s), (signal.SIGKILL, 10)):
             try:
@@ -123,9 +123,9 @@ def end(child, grace_s=3.0):
 
 
 def end_by_environment(entry):
-    """Ends every process that carries this entry ("NAME=value") in its environment.
+    """Ends every process with this entry ("NAME=value") in its environment.
 
-    For what Wine starts in sessions of its own, told apart by the run's private prefix.
+    Wine starts processes in their own sessions. The private prefix in their environment identifies them.
     """
     wanted = entry.encode()
     for folder in pathlib.Path("/proc").glob("[0-9]*"):
@@ -137,7 +137,7 @@ def end_by_environment(entry):
 
 
 def end_all():
-    """Ends what is left, youngest first."""
+    """Ends all children, the youngest first."""
     for child in reversed(list(_children)):
         end(child)
 
@@ -147,10 +147,10 @@ def _on_signal(number, _frame):
 
 
 def install_handlers():
-    """Turns the usual ending signals into an ordinary exit, so that clean-up runs."""
+    """Makes SIGINT, SIGTERM and SIGHUP end the run through sys.exit, so that clean-up runs."""
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _on_signal)
 
 
 atexit.register(end_all)
-at_end = atexit.register  # called before the children are ended
+at_end = atexit.register  # functions registered here run before end_all, which was registered first

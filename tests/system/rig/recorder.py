@@ -1,4 +1,4 @@
-"""Records what an endpoint plays, from the monitor of its sink."""
+"""Records the sound of an endpoint, from the monitor of its sink."""
 
 import subprocess
 import threading
@@ -11,14 +11,13 @@ from . import audio_server, processes, waiting
 
 
 class Recorder:
-    """32-bit float samples of one sink, kept in memory with the time at which they came."""
+    """Keeps the 32-bit float samples of one sink in memory, with the time at which they arrived."""
 
     def __init__(self, server, sink, rate, channels):
         self.sink, self.rate, self.channels = sink, rate, channels
         self._chunks = []
         self._frames = 0
-        self._taken = 0     # frames that take() gave out
-        self._clock = None  # wall time of frame 0, from the least delayed chunk
+        self._clock = None  # wall time of frame 0, from the chunk with the least delay
         self._lock = threading.Lock()
         self._process = processes.start(
             ["parec", "--raw", "-d", f"{sink}.monitor", "--latency-msec=20", "--format=float32le",
@@ -51,40 +50,42 @@ class Recorder:
     def samples(self):
         """All frames so far, as an array of frames by channels."""
         with self._lock:
-            data = b"".join(self._chunks)
-        return numpy.frombuffer(data, dtype="<f4").reshape(-1, self.channels)
+            return self._array()
 
-    def take(self):
-        """(number of the first frame, samples, wall time of frame 0) of what came since the last call.
+    def drain(self):
+        """Removes the samples that arrived since the last call. Returns them, and the wall time of frame 0.
 
-        For long recordings: it is forgotten here, and the time goes by these samples alone, as a sink's
-        clock may run away from the wall's.
+        For long recordings. The time is estimated from these samples alone, because the clocks of the
+        sink and of the machine drift apart.
         """
         with self._lock:
-            data, self._chunks = b"".join(self._chunks), []
+            samples, self._chunks = self._array(), []
             clock, self._clock = self._clock, None
-            first, self._taken = self._taken, self._frames
-        return first, numpy.frombuffer(data, dtype="<f4").reshape(-1, self.channels), clock
+        return samples, clock
+
+    def _array(self):
+        return numpy.frombuffer(b"".join(self._chunks), dtype="<f4").reshape(-1, self.channels)
 
     def time_of(self, frame):
-        """Wall time (as time.time() counts) at which a frame was heard; good to some 20 ms."""
+        """Wall time (as in time.time()) at which a frame was heard, to within about 20 ms."""
         return self._clock + frame / self.rate
 
     def peak_since(self, frame):
+        """The largest absolute sample value from a frame on."""
         part = self.samples()[frame:]
         return float(numpy.abs(part).max()) if len(part) else 0.0
 
     def wait_for_sound(self, timeout_s=30, level=0.02):
-        """Waits until something louder than level was heard; returns that frame's number."""
+        """Waits for a sample above level. Returns the number of its frame."""
         def loud():
             over = numpy.flatnonzero(numpy.abs(self.samples()).max(axis=1) > level)
             return int(over[0]) + 1 if len(over) else 0
         return waiting.until(loud, f"sound on {self.sink}", timeout_s) - 1
 
     def wait_for_more(self, seconds, timeout_s=60):
-        """Waits until that many more seconds have been recorded; the sink's clock counts."""
+        """Waits until so many more seconds have been recorded, by the sink's clock."""
         goal = self._frames + int(seconds * self.rate)
-        waiting.until(lambda: self._frames >= goal, f"{seconds} s more of {self.sink}", timeout_s)
+        waiting.until(lambda: self._frames >= goal, f"{seconds} more seconds of {self.sink}", timeout_s)
 
     def stop(self):
         processes.end(self._process)
@@ -94,7 +95,7 @@ class Recorder:
 
 
 def write_wav(path, samples, rate):
-    """Writes 16-bit PCM, clipping what does not fit."""
+    """Writes samples as 16-bit PCM. Clips values beyond full scale."""
     pcm = numpy.clip(numpy.rint(numpy.asarray(samples) * 32767.0), -32768, 32767).astype("<i2")
     with wave.open(str(path), "wb") as out:
         out.setnchannels(pcm.shape[1] if pcm.ndim == 2 else 1)

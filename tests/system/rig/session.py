@@ -1,4 +1,4 @@
-"""One test's world: its own server, prefix and folder, and the test case that stands in it."""
+"""The surroundings of one test (sound server, Wine prefix, folder), and the test case that uses them."""
 
 import functools
 import os
@@ -14,18 +14,19 @@ import numpy
 from . import compare, media, paths, processes, waiting
 from .audio_server import PrivateAudioServer
 from .recorder import Recorder, write_wav
-from .velto_host import WINE_FAILED, VeltoHost
+from .stall_monitor import StallMonitor
+from .velto_host import CRASHED_OR_STUCK, Activity, VeltoHost
 from .voice import Voice
 from .wine_prefix import WinePrefix
-from .witness import Witness
 
 STEREO_48K = ("spkA", 48000, 2)
 MICROPHONE_48K = ("micA", 48000, 2)
 RECORDING_RATE = 48000
+MAX_CPU_AFTER_LOSS = 0.5  # of one processor
 
 
 class Session:
-    """Set up in the order server, prefix; taken down in reverse, whatever happened."""
+    """A sound server and a Wine prefix. close() ends both, and every host, recorder and voice."""
 
     def __init__(self, name, sinks=(STEREO_48K,), with_server=True, microphones=()):
         self.folder = paths.RESULTS / name
@@ -61,25 +62,29 @@ class Session:
         return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
 
     def speak(self, samples, rate=48000, microphone="micA"):
-        """Says something into a microphone."""
+        """Starts to play samples into a microphone."""
         voice = Voice(self.server, self.folder, microphone, samples, rate)
         self.voices.append(voice)
         return voice
 
     def record_microphone(self, *arguments, name="host", container="m4a"):
-        """Records through the module; the file is host.recording."""
+        """Starts a host that records through the module into the file host.recording."""
         recording = self.folder / f"{name}.{container}"
         host = self.host("record", paths.to_windows(recording), "--json", *arguments, name=name)
         host.recording = recording
         return host
 
     def wait_for_capture(self, source="micA.monitor", timeout_s=60):
-        """Waits until the module listens to a source, and to that one only."""
+        """Waits until the module records this source and no other one."""
         waiting.until(lambda: [each for _, each in self.server.captures()] == [source],
                       f"a stream from {source}", timeout_s)
 
+    def wait_for_end_of_streams(self):
+        """Waits until the module neither plays nor records."""
+        waiting.until(lambda: not self.server.streams() + self.server.captures(), "the end of all streams")
+
     def endpoints(self, flow="render"):
-        """{name: id} of the endpoints as Windows sees them."""
+        """{name: id} of the endpoints that Windows programs see."""
         host = self.host("devices", "--json", name="devices")
         assert host.wait(60) == 0, host.errors()
         listed = host.records()[-1]
@@ -98,84 +103,92 @@ class Session:
 
 
 class SoundDamaged(AssertionError):
-    """The sound is not what it should be: the module's fault, or that of a machine too busy for sound."""
+    """The sound is damaged, by a fault of the module or by a busy machine."""
 
 
 class SystemTest(unittest.TestCase):
-    """A test with a session of its own. SINKS, MICROPHONES and WITH_SERVER say what is
-    there at its start.
+    """A test with its own session. SINKS, MICROPHONES and WITH_SERVER set what exists at its start.
 
-    Damaged sound is taken again in a new session, up to TAKES times, when the machine stood still
-    meanwhile: no module could have kept it whole. Any other failure counts at once."""
+    If the machine stalled while sound was damaged, the test retries in a new session, with up to ATTEMPTS
+    attempts in total: no module can play through a stall. Without a stall, and for any other failure, it fails at
+    once."""
 
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
     WITH_SERVER = True
-    TAKES = 4
+    ATTEMPTS = 4
 
     def __init__(self, name="runTest"):
         super().__init__(name)
-        setattr(self, name, functools.partial(self._take, getattr(self, name)))
+        setattr(self, name, functools.partial(self._run_with_retries, getattr(self, name)))
 
-    def _take(self, test):
-        for take in range(1, self.TAKES + 1):
+    def _run_with_retries(self, test):
+        for attempt in range(1, self.ATTEMPTS + 1):
             try:
                 return test()
             except SoundDamaged as damage:
-                stall_s = self.witness.longest_stall_s()
-                if take == self.TAKES or not stall_s:
+                stall_s = self.stall_monitor.longest_stall_s()
+                if attempt == self.ATTEMPTS or not stall_s:
                     raise
-                print(f"  take {take} of {self.TAKES}: {damage}; the machine stood still for {stall_s:.2f} s, "
-                      "taken again", flush=True)
+                print(f"  attempt {attempt} of {self.ATTEMPTS} failed: {damage}; the machine stalled for {stall_s:.2f} s, "
+                      "retrying", flush=True)
             self.doCleanups()
             self.setUp()
 
     def setUp(self):
         if not paths.HOST.exists() or not paths.MODULE.exists():
-            self.fail(f"{paths.WINDOWS_BIN} lacks velto-host.exe or the DLL; run scripts/build windows")
+            self.fail(f"velto-host.exe or the DLL is missing in {paths.WINDOWS_BIN}: run scripts/build windows")
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         self.addCleanup(self.session.close)
-        self.witness = Witness(self.session.folder)
-        self.addCleanup(self.witness.stop)
+        self.stall_monitor = StallMonitor(self.session.folder)
+        self.addCleanup(self.stall_monitor.stop)
 
     def assert_sound(self, is_right, reason):
-        """For what only the sound can tell."""
+        """Fails as damaged sound, which may be retried. For conditions that a stall of the machine can break."""
         if not is_right:
             raise SoundDamaged(reason)
 
-    def assert_whole(self, result, **tolerance):
+    def assert_intact(self, result, **tolerance):
         verdict = result.verdict(**tolerance)
         self.assert_sound(not verdict, verdict)
 
     def assert_most_is_good(self, windows, least, label="heard"):
-        """A part of a recording holds at least so many good windows, and hardly any damaged ones."""
+        """More than `least` windows are good, and no more are damaged than are tolerated in a whole recording."""
         good, damaged = (sum(w.state == state for w in windows) for state in (compare.GOOD, compare.DAMAGED))
         self.assert_sound(good > least and damaged <= compare.TOLERATED_WINDOWS,
                           f"{label}: {good} windows are good, {damaged} are damaged")
 
     def assert_heard(self, recorder, path, channels=slice(None)):
-        """The recording holds the whole of what was sent."""
+        """The recording contains all of the sound in the file at path."""
         reference = media.decode(path, recorder.rate)
         heard = recorder.samples()[:, :2]
         result = compare.compare(heard[:, channels], reference[:, channels], recorder.rate)
         self.report(recorder.sink, result)
-        self.assert_whole(result)
+        self.assert_intact(result)
         return result
 
+    def assert_plays_completely(self, path, *arguments, rate=48000, channels=2):
+        """Plays a file to its end, and returns the host. The endpoint has played all of its sound."""
+        recorder = self.session.record(rate=rate, channels=channels)
+        host = self.session.play(path, *arguments)
+        self.assert_ended_well(host)
+        self.assert_heard(recorder, path)
+        return host
+
     def end_recording(self, host, settle_s=2.5):
-        """Lets what is still on its way arrive, and ends the recording with Ctrl-C."""
+        """Waits until the last sound has reached the recording, and ends it with Ctrl-C."""
         time.sleep(settle_s)
         host.interrupt()
         code = host.wait(60)
-        self.assertIn(code, (130, WINE_FAILED), host.output()[-1500:] + host.errors()[-1500:])
+        self.assertIn(code, (130, CRASHED_OR_STUCK), host.last_output())
         self.assertEqual(host.summary["exitCode"], 130)
         self.assertEqual(host.summary["nonzeroResults"], 0)
 
     def assert_recorded(self, recording, spoken, rate=48000, **tolerance):
-        """The file holds the whole of what was said into the microphone."""
+        """The file contains all of the sound that was spoken into the microphone."""
         result = self.compare_recorded(recording, spoken, rate)
-        self.assert_whole(result, **tolerance)
+        self.assert_intact(result, **tolerance)
         return result
 
     def compare_recorded(self, recording, spoken, rate=48000, search_s=compare.WIDE_SEARCH_S):
@@ -193,32 +206,41 @@ class SystemTest(unittest.TestCase):
               f"{result.dropouts} drop-outs, {result.slips} slips", flush=True)
 
     def assert_ended_well(self, host, timeout_s=90, last_words='"exitCode": 0'):
-        """Exit code 0. Where Wine took the end of the process away, the host's last words count:
-        it prints them when all it has left to do is to return."""
+        """The exit code is 0. A process that crashed or got stuck passes only if it did so after the host's last words,
+        which the host prints immediately before it returns."""
         code = host.wait(timeout_s)
-        if code == WINE_FAILED and last_words in host.output().strip()[-80:]:
-            print("  (Wine crashed or got stuck in the end of the process, after the host was done)", flush=True)
+        if code == CRASHED_OR_STUCK and last_words in host.output().strip()[-80:]:
+            print("  (the process crashed or got stuck after the host's last words)", flush=True)
             return
-        self.assertEqual(code, 0, host.output()[-1500:] + host.errors()[-1500:])
+        self.assertEqual(code, 0, host.last_output())
 
     def assert_exit_code(self, code, run, attempts=4):
-        """The first run whose end Wine did not take away must have the host's own exit code.
-        run(NAME, WHETHER_FIRST) starts one and returns its host."""
+        """The first process that neither crashed nor got stuck has this exit code. Returns its host.
+        run(name, is_first) starts a process and returns its host."""
         for attempt in range(attempts):
             host = run(f"host-{attempt}", attempt == 0)
             ended = host.wait(60)
-            if ended != WINE_FAILED:
+            if ended != CRASHED_OR_STUCK:
                 break
-            print("  (Wine crashed or got stuck in the end of the process; once more)", flush=True)
+            print(f"  attempt {attempt + 1} of {attempts}: the process crashed or got stuck", flush=True)
         self.assertEqual(ended, code)
         return host
+
+    def measure_after_loss(self, host, seconds=3.0):
+        """Log lines per second while the device is lost. The host must not busy-wait meanwhile."""
+        activity = Activity(host)
+        time.sleep(seconds)
+        lines, cpu = activity.per_second()
+        print(f"  after the loss: {lines:.0f} log lines/s, {100 * cpu:.0f} % of a processor", flush=True)
+        self.assertLess(cpu, MAX_CPU_AFTER_LOSS)
+        return lines
 
     def until(self, condition, what, timeout_s=30.0):
         return waiting.until(condition, what, timeout_s)
 
 
 def main():
-    """Runs the tests of the calling file. Everything that was started ends with it."""
+    """Runs the tests of the calling file. All child processes end with it."""
     processes.install_handlers()
     for variable in ("PULSE_SERVER", "PULSE_SINK", "PULSE_RUNTIME_PATH"):
         os.environ.pop(variable, None)

@@ -6,21 +6,21 @@ import pathlib
 import re
 import signal
 import subprocess
+import time
 
 from . import module_log, paths, processes, waiting
 
-
-# The end of a process with an open stream fails under Wine 8.0 in some percent of the cases: Wine kills its
-# sound driver's thread, perhaps inside PulseAudio's library, and then lets the driver close the library. This
-# crashes, fails an assertion or never ends. A program without the module fails, too, but nothing here examines
-# where a failure happened. When closing takes longer than half a second, Wine's server kills the process.
-WINE_FAILED = -signal.SIGSEGV
-STUCK_S = 10
+# The result of VeltoHost.wait() for a process that crashed, aborted, got stuck, or was killed. Under Wine 8.0, a process
+# that ends with an open stream does so in some percent of the cases. A program without the module can, too: Wine kills
+# the thread of its sound driver, possibly inside PulseAudio's library, before the driver closes that library. Wine's
+# server kills a process whose end takes longer than half a second. The tests do not examine where a process failed.
+CRASHED_OR_STUCK = -signal.SIGSEGV
+STUCK_S = 10  # after so many seconds, a process counts as stuck
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
 
 class VeltoHost:
-    """One run of the host program: its output, its log, its end."""
+    """One run of the host program, or of another Windows program, with its output and the module's log."""
 
     def __init__(self, prefix, folder, arguments, name="host", program=None):
         folder = pathlib.Path(folder)
@@ -44,8 +44,12 @@ class VeltoHost:
     def errors(self):
         return self.error_path.read_text("utf-8", "replace")
 
+    def last_output(self, characters=1500):
+        """The ends of output and errors, for messages."""
+        return self.output()[-characters:] + self.errors()[-characters:]
+
     def records(self):
-        """The JSON objects among the output: one a line, or the whole of it."""
+        """The JSON objects in the output: one on each line, or a single one."""
         text, found = self.output(), []
         for line in text.splitlines():
             if line.startswith("{"):
@@ -60,59 +64,58 @@ class VeltoHost:
         """The last record printed."""
         records = self.records()
         if not records:
-            raise AssertionError(f"the host printed no JSON:\n{self.output()[-1500:]}\n{self.errors()[-1500:]}")
+            raise AssertionError(f"the host printed no JSON:\n{self.last_output()}")
         return records[-1]
 
     def wait(self, timeout_s=90):
-        """Waits for the end and returns the exit code, or WINE_FAILED."""
+        """Waits for the end of the process. Returns its exit code, or CRASHED_OR_STUCK."""
         stuck_s = 0
         for _ in range(timeout_s):
             try:
                 code = self.process.wait(1)
                 aborted = re.search(r"Assertion [`'].*' failed.*\s*\Z", self.errors())
-                return WINE_FAILED if code == -signal.SIGKILL or aborted else code
+                return CRASHED_OR_STUCK if code == -signal.SIGKILL or aborted else code
             except subprocess.TimeoutExpired:
-                stuck_s = stuck_s + 1 if self._is_stuck_in_its_driver() else 0
+                stuck_s = stuck_s + 1 if self._looks_stuck() else 0
             if stuck_s == STUCK_S:
                 self.process.kill()
                 self.process.wait()
-                return WINE_FAILED
-        raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n"
-                               f"{self.output()[-800:]}\n{self.errors()[-800:]}")
+                return CRASHED_OR_STUCK
+        raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n{self.last_output(800)}")
 
-    def _is_stuck_in_its_driver(self):
-        """Whether the main thread is kept by what no Windows code waits for under Wine: by a lock of malloc or
-        of PulseAudio's library; or whether it is the only one left and waits or runs in that library."""
+    def _looks_stuck(self):
+        """Whether the main thread waits for a lock of malloc or of PulseAudio's library, or is the only thread left
+        and waits, or runs, in that library. Windows code under Wine waits in another way."""
         try:
             call = pathlib.Path(f"/proc/{self.process.pid}/syscall").read_text("ascii").split()
             is_alone = len(os.listdir(f"/proc/{self.process.pid}/task")) == 1
         except OSError:
             call = []
         if not call:
-            return False  # it has just ended
+            return False  # the process has just ended
         if call[0] == "running":
             return is_alone and "pulse" in processes.code_file(self.process)
         number, address, operation = int(call[0]), int(call[1], 16), int(call[2], 16)
         if number != FUTEX:
             return False
-        # malloc's locks: of an arena 48 bytes into its region of 64 MiB, so aligned; of the first one in the library.
+        # The locks of malloc's arenas: each 48 bytes behind a multiple of 64 MiB, the main arena's in the library.
         return (address % (64 << 20) == 0x30
                 or "/libc.so" in processes.mapped_file(self.process.pid, address)
                 or operation == FUTEX_LOCK_PI_PRIVATE
                 or is_alone and operation != FUTEX_WAIT_PRIVATE)
 
     def interrupt(self):
-        """Ctrl-C."""
+        """Sends Ctrl-C."""
         self.process.send_signal(signal.SIGINT)
 
     def cpu_seconds(self):
-        """Processor time used so far."""
+        """The processor time that was used so far."""
         with open(f"/proc/{self.process.pid}/stat") as stat:
             fields = stat.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def memory_kib(self):
-        """(resident, of it the process's own and not a file's) in KiB."""
+        """(resident memory, the part of it that belongs to no file) in KiB."""
         fields = {}
         with open(f"/proc/{self.process.pid}/status") as status:
             for line in status:
@@ -122,3 +125,16 @@ class VeltoHost:
 
     def stop(self):
         processes.end(self.process)
+
+
+class Activity:
+    """Measures the log lines and the processor time of a host, from the creation of this object on."""
+
+    def __init__(self, host):
+        self._host = host
+        self._lines, self._cpu_s, self._begin = host.log.count(""), host.cpu_seconds(), time.monotonic()
+
+    def per_second(self):
+        """(log lines per second, processor time as a part of one processor) until now."""
+        passed_s = time.monotonic() - self._begin
+        return (self._host.log.count("") - self._lines) / passed_s, (self._host.cpu_seconds() - self._cpu_s) / passed_s

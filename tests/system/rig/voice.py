@@ -1,16 +1,23 @@
-"""Speaks into a virtual microphone."""
+"""Plays sound into the null sinks whose monitors are the microphones."""
+
+import subprocess
+import threading
 
 import numpy
 
 from . import processes
 
 
-class Voice:
-    """Plays samples into the sink whose monitor is the microphone, and says when they are over.
+def _start_player(server, microphone, rate, channels, source):
+    # The samples go into a large buffer in the server ahead of time, so that a busy machine causes no gaps.
+    return processes.start(
+        ["pacat", "--playback", "--raw", "-d", microphone, "--latency-msec=2000", "--format=float32le",
+         f"--rate={rate}", f"--channels={channels}"],
+        stdin=source, env=server.environment, with_sound=True)
 
-    They go out ahead of time into a large buffer in the server, so that a busy machine does not
-    make the voice stutter.
-    """
+
+class Voice:
+    """Plays samples into a microphone once."""
 
     def __init__(self, server, folder, microphone, samples, rate):
         samples = numpy.asarray(samples)
@@ -18,15 +25,31 @@ class Voice:
         path = folder / f"voice-{microphone}-{id(self):x}.f32"
         path.write_bytes(samples.astype("<f4").tobytes())
         with open(path, "rb") as source:
-            self.process = processes.start(
-                ["pacat", "--playback", "--raw", "-d", microphone, "--latency-msec=2000", "--format=float32le",
-                 f"--rate={rate}", f"--channels={samples.shape[1]}"],
-                stdin=source, env=server.environment, with_sound=True)
-        path.unlink()  # the player holds it open
+            self.process = _start_player(server, microphone, rate, samples.shape[1], source)
+        path.unlink()  # the player has the file open
 
     def wait(self):
-        """Waits until the last of it has been said."""
+        """Waits until the last sample was played."""
         self.process.wait(self.seconds + 60)
+
+    def stop(self):
+        processes.end(self.process)
+
+
+class LoopedVoice:
+    """Plays samples into a microphone in a loop, until it is stopped."""
+
+    def __init__(self, server, microphone, samples, rate):
+        self._data = samples.astype("<f4").tobytes()
+        self.process = _start_player(server, microphone, rate, samples.shape[1], subprocess.PIPE)
+        threading.Thread(target=self._feed, daemon=True).start()
+
+    def _feed(self):
+        try:
+            while True:
+                self.process.stdin.write(self._data)
+        except OSError:
+            return  # the player has ended
 
     def stop(self):
         processes.end(self.process)

@@ -1,19 +1,19 @@
-"""Waiting for conditions instead of for the clock."""
+"""Waits for conditions."""
 
 import time
 
 
 class TimedOut(AssertionError):
-    """A condition did not come true in time."""
+    """A condition did not become true in time."""
 
 
 def until(condition, what, timeout_s=30.0, poll_s=0.05):
-    """Returns the first true value of condition(); raises TimedOut naming what was waited for."""
+    """Returns the first true value of condition(). Raises TimedOut with `what`, the description of the condition."""
     deadline = time.monotonic() + timeout_s
     while True:
         value = condition()
         if value:
             return value
         if time.monotonic() > deadline:
-            raise TimedOut(f"waited {timeout_s:.0f} s in vain for {what}")
+            raise TimedOut(f"timed out after {timeout_s:.0f} s waiting for {what}")
         time.sleep(poll_s)

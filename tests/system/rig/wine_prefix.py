@@ -1,4 +1,4 @@
-"""A Wine prefix of the run's own, cheaply made from a template that is built once."""
+"""A private Wine prefix, copied from a template that is built once."""
 
 import fcntl
 import pathlib
@@ -7,7 +7,10 @@ import signal
 
 from . import paths, processes
 
-_OWN_FILES = ("system.reg", "user.reg", "userdef.reg", ".update-timestamp")
+DRIVERS_KEY = r"HKCU\Software\Wine\Drivers"
+PULSE_KEY = DRIVERS_KEY + r"\winepulse.drv"
+
+_COPIED_FILES = ("system.reg", "user.reg", "userdef.reg", ".update-timestamp")
 
 
 def _environment(prefix, base):
@@ -17,7 +20,7 @@ def _environment(prefix, base):
 
 
 def _template(base_environment):
-    """The prefix every run copies. Built under a lock: several tests start at once."""
+    """The template, which is built first if there is none. A lock guards it, because several tests start at once."""
     version = processes.run(["wine", "--version"], env=base_environment).split()[0]
     template = paths.CACHE / f"prefix-{version}-1"
     paths.CACHE.mkdir(parents=True, exist_ok=True)
@@ -32,9 +35,9 @@ def _template(base_environment):
         env = _environment(unfinished / "prefix", base_environment)
         env.update(HOME=str(home), XDG_RUNTIME_DIR=str(home))
         processes.run(["wineboot", "-i"], env=env, timeout_s=240)
-        # Without this, a process that finds no audio server once settles on a driver
-        # without any endpoint for the rest of its life.
-        processes.run(["wine", "reg", "add", r"HKCU\Software\Wine\Drivers", "/v", "Audio", "/d", "pulse", "/f"],
+        # Without this entry, a process that once finds no audio server uses a driver without
+        # endpoints until the process ends.
+        processes.run(["wine", "reg", "add", DRIVERS_KEY, "/v", "Audio", "/d", "pulse", "/f"],
                       env=env, timeout_s=60)
         processes.run(["wineserver", "-k"], env=env, check=False)
         processes.run(["wineserver", "-w"], env=env, timeout_s=60, check=False)
@@ -43,7 +46,7 @@ def _template(base_environment):
 
 
 class WinePrefix:
-    """A private prefix with a server process that ends with the run."""
+    """A private prefix with its own Wine server, which ends with the run."""
 
     def __init__(self, folder, base_environment):
         self.root = pathlib.Path(folder) / "prefix"
@@ -51,17 +54,17 @@ class WinePrefix:
         self._server = None
 
     def start(self):
-        processes.end_by_environment(f"WINEPREFIX={self.root}")  # of an earlier run that was killed
+        processes.end_by_environment(f"WINEPREFIX={self.root}")  # left by a run that was killed
         template = _template(self.environment) / "prefix"
         shutil.rmtree(self.root, ignore_errors=True)
         self.root.mkdir(parents=True)
-        # The system's files are shared by hard links (Wine only reads them); the registry is copied.
+        # The system's files are hard links, because Wine only reads them. The registry is copied.
         processes.run(["cp", "-al", template / "drive_c", template / "dosdevices", self.root])
-        for name in _OWN_FILES:
+        for name in _COPIED_FILES:
             if (template / name).exists():
                 shutil.copy2(template / name, self.root / name)
         processes.at_end(self.stop)
-        # An interrupted server ends all programs of its prefix first.
+        # A Wine server that gets SIGINT ends all programs of its prefix before it ends.
         self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment, with_sound=True,
                                        death_signal=signal.SIGINT)
         self.run(["cmd", "/c", "ver"])
@@ -81,7 +84,7 @@ class WinePrefix:
         return processes.run(["wine", *command], env=self.environment, timeout_s=timeout_s, check=check)
 
     def read_dword(self, key, name):
-        """A registry number under a key such as HKCU\\Software\\X, or None."""
+        """A number in the registry, or None. The key is written as in HKCU\\Software\\X."""
         for line in self.run(["reg", "query", key, "/v", name], check=False).splitlines():
             fields = line.split()
             if len(fields) == 3 and fields[0] == name:
@@ -92,9 +95,9 @@ class WinePrefix:
         self.run(["reg", "add", key, "/v", name, "/t", "REG_SZ", "/d", value, "/f"])
 
     def make_default_output(self, endpoint_id):
-        """Makes an endpoint the default for console and multimedia; running programs are told."""
-        self.write_string(r"HKCU\Software\Wine\Drivers\winepulse.drv", "DefaultOutput", endpoint_id)
+        """Makes a loudspeaker the default for the console and multimedia roles. Running programs are notified."""
+        self.write_string(PULSE_KEY, "DefaultOutput", endpoint_id)
 
     def make_default_input(self, endpoint_id):
-        """The same for the microphone."""
-        self.write_string(r"HKCU\Software\Wine\Drivers\winepulse.drv", "DefaultInput", endpoint_id)
+        """Makes a microphone the default, in the same way."""
+        self.write_string(PULSE_KEY, "DefaultInput", endpoint_id)
