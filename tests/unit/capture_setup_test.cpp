@@ -28,7 +28,7 @@ protected:
     {
         fakewin::Before(fakewin::Call::FreeLibraryAndExitThread, std::move(action));
     }
-    // Prepare returns before the capture thread fails with this line.
+    // The capture thread fails with this line, before or after Prepare returns.
     void ExpectCaptureThreadFails(const std::wstring &text)
     {
         capture->Prepare();

@@ -15,6 +15,18 @@ protected:
             Method::GetCurrentPadding, [this] { audio.Invalidate(L"speakers"); }, 2);
     }
 
+    // Resets the client to 16-bit stereo and clears the recorded sound. The next block's client is
+    // invalidated after 400 frames and replaced by one with `format`.
+    void ChangeFormatAfter400Frames(const fakes::MixFormat &format)
+    {
+        Speakers().mixFormat = {2, 16, 48000};
+        InvalidateSpeakers();
+        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
+        Speakers().written.clear();
+        InvalidateAfter400Frames();
+        Speakers().mixFormat = format;
+    }
+
     void ExpectInvalidation()
     {
         ExpectLine(errorLevel, PaddingFailure(AUDCLNT_E_DEVICE_INVALIDATED, bufferFrames), writeTag);
@@ -81,12 +93,7 @@ TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeChanges)
     const fakes::MixFormat formats[] = {
         {6, 32, 44100}, {8, 32, 96000}, {1, 8, 8000}, {2, 32, 48000}, {4, 16, 48000}};
     for (const fakes::MixFormat &format : formats) {
-        Speakers().mixFormat = {2, 16, 48000};
-        InvalidateSpeakers();
-        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
-        Speakers().written.clear();
-        InvalidateAfter400Frames();
-        Speakers().mixFormat = format;
+        ChangeFormatAfter400Frames(format);
         Play(block);
         const size_t rest = (4096 - 1600) / format.FrameBytes() * format.FrameBytes();
         EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600 + rest))
@@ -228,12 +235,7 @@ TEST_F(RenderWriteLoopInvalidated, StaysWithinOldOutputBufferWithoutMemoryForNew
     const std::pair<fakes::MixFormat, size_t> formats[] = {
         {{8, 32, 48000}, 1024 * 32}, {{2, 16, 96000}, 0}, {{8, 32, 96000}, 0}, {{1, 8, 48000}, 1024}};
     for (const auto &[format, bytesOfBlock] : formats) {
-        Speakers().mixFormat = {2, 16, 48000};
-        InvalidateSpeakers();
-        ASSERT_EQ(probe.CheckDeviceChanged(), 0);
-        Speakers().written.clear();
-        InvalidateAfter400Frames();
-        Speakers().mixFormat = format;
+        ChangeFormatAfter400Frames(format);
         // The first allocation is the input buffer, the second the output buffer.
         fakeffmpeg::Script().Fail(fakeffmpeg::Call::av_samples_alloc_array_and_samples, -12, 2);
         Play(block);
