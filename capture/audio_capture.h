@@ -34,7 +34,7 @@
 #include "capture/i_audio_device_notify_listener.h"
 #include "capture/packet_reader.h"
 #include "capture/ready_event.h"
-#include "capture/sample_converter.h"
+#include "capture/capture_converter.h"
 #include "codec/aac_encoder.h"
 #include "codec/audio_frame.h"
 #include "codec/encode_param.h"
@@ -153,7 +153,7 @@ private:
     uint8_t m_decoderConfig[8] = {};    // contract only: the packets' AudioSpecificConfig
     uint32_t m_decoderConfigLength = 0; // contract only: bytes in m_decoderConfig
     StreamFormat m_captured;            // the microphone's mix format; set again by the capture thread
-    SampleConverter m_converter;        // capture thread only; closed by Teardown
+    CaptureConverter m_converter;       // capture thread only; closed by Teardown
 
     AVPktBufQueue m_packets;
     PacketReader m_reader{m_packets};

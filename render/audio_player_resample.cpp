@@ -36,7 +36,7 @@ ConvertedBlock AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
 {
     const SampleBuffer &input = m_converter.Input();
     const bool hasInput = input.Samples() != nullptr;
-    const bool sizeFits = size - 1 < SampleConverter::maxBlockBytes; // false for 0, too
+    const bool sizeFits = size - 1 < BlockConverter::maxBlockBytes; // false for 0, too
     if (!m_isOpen || data == nullptr || !sizeFits || !hasInput) {
         LogPlayerError(resampleTag, "parm is false, do not resample.");
         if (input.HasPlanes()) {

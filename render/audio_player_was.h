@@ -23,7 +23,7 @@
 
 #include "render/endpoint_client.h"
 #include "render/i_audio_player.h"
-#include "render/sample_converter.h"
+#include "render/block_converter.h"
 #include "render/wasapi_device_events.h"
 #include "support/module_reference.h"
 
@@ -93,7 +93,7 @@ private:
     IMMDevice *m_device = nullptr; // owned reference; endpoint in use
     LPWSTR m_deviceId = nullptr;   // CoTaskMemFree; endpoint in use
     EndpointClient m_client;
-    SampleConverter m_converter;
+    BlockConverter m_converter;
     HANDLE m_waitEvent = nullptr;               // contract only: manual-reset event of the last opening
     IAudioPlayerCallback *m_callback = nullptr; // contract only: the owner's callback
 };

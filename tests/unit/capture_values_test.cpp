@@ -1,6 +1,6 @@
 #include "capture/capture_format.h"
 #include "capture/packet_reader.h"
-#include "capture/sample_converter.h"
+#include "capture/capture_converter.h"
 #include "support/com.h"
 
 #include <gtest/gtest.h>

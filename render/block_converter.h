@@ -27,13 +27,13 @@ struct ConvertedBlock {
 
 // Threads: play thread only. The destructor frees the buffers only; the renderer frees the context in its own
 // clean-up.
-class SampleConverter {
+class BlockConverter {
 public:
     static constexpr uint64_t maxBlockBytes = 4096; // 1024 frames x 2 channels x 2 bytes
 
-    SampleConverter() = default;
-    SampleConverter(const SampleConverter &) = delete;
-    SampleConverter &operator=(const SampleConverter &) = delete;
+    BlockConverter() = default;
+    BlockConverter(const BlockConverter &) = delete;
+    BlockConverter &operator=(const BlockConverter &) = delete;
 
     // Replaces the context by an unconfigured one and returns it; null when out of memory. Leaks the earlier
     // context, by contract: docs/known-leaks.md.

@@ -1,4 +1,4 @@
-#include "render/sample_converter.h"
+#include "render/block_converter.h"
 
 #include <cerrno>
 #include <utility>
@@ -44,13 +44,13 @@ ConvertedBlock NotConverted(const char *failure)
 
 } // namespace
 
-const void *SampleConverter::AllocateContext()
+const void *BlockConverter::AllocateContext()
 {
     m_context = swr_alloc();
     return m_context;
 }
 
-int32_t SampleConverter::SetUp()
+int32_t BlockConverter::SetUp()
 {
     if (m_context == nullptr) {
         m_context = swr_alloc();
@@ -78,7 +78,7 @@ int32_t SampleConverter::SetUp()
     return 0;
 }
 
-ConvertedBlock SampleConverter::Convert(const uint8_t *data, uint64_t size)
+ConvertedBlock BlockConverter::Convert(const uint8_t *data, uint64_t size)
 {
     if (CheckedCopy(m_input.Samples(), size, data, size) != 0) {
         return NotConverted("memcpy_s fail");
@@ -107,19 +107,19 @@ ConvertedBlock SampleConverter::Convert(const uint8_t *data, uint64_t size)
     return std::move(m_output);
 }
 
-void SampleConverter::Recycle(ConvertedBlock &&block)
+void BlockConverter::Recycle(ConvertedBlock &&block)
 {
     if (!m_output.samples.HasPlanes()) {
         m_output = std::move(block);
     }
 }
 
-void SampleConverter::FreeContext()
+void BlockConverter::FreeContext()
 {
     swr_free(&m_context);
 }
 
-void SampleConverter::FreeBuffers()
+void BlockConverter::FreeBuffers()
 {
     m_input.Free();
     m_output.samples.Free();

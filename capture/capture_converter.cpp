@@ -1,4 +1,4 @@
-#include "capture/sample_converter.h"
+#include "capture/capture_converter.h"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -8,7 +8,7 @@ extern "C" {
 
 namespace velto {
 
-bool SampleConverter::Open(const StreamFormat &from, const StreamFormat &to)
+bool CaptureConverter::Open(const StreamFormat &from, const StreamFormat &to)
 {
     AVChannelLayout output{};
     AVChannelLayout input{};
@@ -26,18 +26,19 @@ bool SampleConverter::Open(const StreamFormat &from, const StreamFormat &to)
     return ready;
 }
 
-void SampleConverter::Close()
+void CaptureConverter::Close()
 {
     swr_free(&m_resampler);
 }
 
-int64_t SampleConverter::OutputFrames(uint32_t inputFrames) const
+int64_t CaptureConverter::OutputFrames(uint32_t inputFrames) const
 {
     const int64_t buffered = swr_get_delay(m_resampler, m_fromRateHz);
     return av_rescale_rnd(buffered + inputFrames, m_toRateHz, m_fromRateHz, AV_ROUND_UP);
 }
 
-int32_t SampleConverter::Convert(uint8_t **planes, int32_t capacity, const uint8_t *data, int32_t inputFrames)
+int32_t CaptureConverter::Convert(uint8_t **planes, int32_t capacity, const uint8_t *data,
+                                  int32_t inputFrames)
 {
     // libswresample takes null data for the end of the stream.
     return data == nullptr ? -1 : swr_convert(m_resampler, planes, capacity, &data, inputFrames);

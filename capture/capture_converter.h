@@ -10,12 +10,12 @@ struct SwrContext;
 namespace velto {
 
 // Converts sample rate and channels with libswresample and keeps the sample format. For one thread at a time.
-class SampleConverter {
+class CaptureConverter {
 public:
-    SampleConverter() = default;
-    ~SampleConverter() { Close(); }
-    SampleConverter(const SampleConverter &) = delete;
-    SampleConverter &operator=(const SampleConverter &) = delete;
+    CaptureConverter() = default;
+    ~CaptureConverter() { Close(); }
+    CaptureConverter(const CaptureConverter &) = delete;
+    CaptureConverter &operator=(const CaptureConverter &) = delete;
 
     // Replaces the converter. Input and output have the sample format of `from`. False without memory, or
     // for formats that libswresample refuses.
