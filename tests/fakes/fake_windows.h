@@ -1,7 +1,7 @@
 // Portable versions of the Windows calls that the module makes, for unit tests. They are counted, and a test
 // can make them fail. tests/fakes/redirect.h redirects the module's calls here.
 //
-// Waits and sleeps below one second return after 50 microseconds. Longer ones use a simulated clock that only
+// Waits and sleeps below one second last at most 50 microseconds. Longer ones use a simulated clock that only
 // AdvanceClock moves. A broken rule (a handle closed twice, a CoUninitialize too many, a thread that ends
 // inside an apartment, a system call inside a notification) is recorded as a violation, a text that the test
 // checks for at its end.
