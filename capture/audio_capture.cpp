@@ -176,7 +176,7 @@ void AudioCapture::ReleaseEncoder()
     m_frame.ReleaseBuffer();
 }
 
-// On a thread of the system's notification service, so the restart runs on another one.
+// Runs on a thread of the system's notification service, so it only starts a thread for the restart.
 void AudioCapture::OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR)
 {
     if (flow != eCapture || role != eConsole) {

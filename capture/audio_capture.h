@@ -29,12 +29,12 @@
 
 #include "capture/audio_device_notify.h"
 #include "capture/avpkt_buf_queue.h"
+#include "capture/capture_converter.h"
 #include "capture/capture_format.h"
 #include "capture/capture_restarts.h"
 #include "capture/i_audio_device_notify_listener.h"
 #include "capture/packet_reader.h"
 #include "capture/ready_event.h"
-#include "capture/capture_converter.h"
 #include "codec/aac_encoder.h"
 #include "codec/audio_frame.h"
 #include "codec/encode_param.h"
@@ -57,7 +57,7 @@ enum CaptureResult : int32_t {
 class AudioCapture : public IAudioDeviceNotifyListener {
 public:
     AudioCapture() = default;
-    // Waits for the init thread, so the capture has to be stopped before.
+    // Waits for the init thread, so the capture must be stopped first.
     ~AudioCapture() override;
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
@@ -142,9 +142,10 @@ private:
     ReadyEvent m_ready;
 
     // Set by the control thread before Prepare.
-    StreamFormat m_target; // contract only: sampleFormat, the converter keeps the microphone's
+    StreamFormat m_target; // contract only: its sampleFormat; the converter keeps the microphone's format
 
-    // Set by the init thread before it starts the capture thread; from then on the capture thread's.
+    // The init thread sets these before it starts the capture thread and releases them after that thread has
+    // ended. In between, only the capture thread uses them.
     AACEncoder m_encoder;
     AudioFrame m_frame;                 // being filled
     uint32_t m_frameLength = 0;         // samples per channel
@@ -162,7 +163,7 @@ private:
     CaptureRestarts m_restarts{[this] { Restart(); }};
 };
 
-// The entry of a thread that runs a member function of the capture that it gets as its argument.
+// Entry of a thread. The argument is a capture, whose member function Body it runs.
 template <void (AudioCapture::*Body)()>
 DWORD WINAPI AudioCapture::RunThread(void *capture)
 {

@@ -76,7 +76,7 @@ HRESULT AudioDeviceNotify::Initialize()
     return registered;
 }
 
-// Keeps both modules mapped. False, with an error logged, when one of them cannot be.
+// Keeps both modules mapped. On failure, logs an error and returns false.
 bool AudioDeviceNotify::HoldModules()
 {
     m_implementation.HoldImplementationOf(m_enumerator);

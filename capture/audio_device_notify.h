@@ -60,7 +60,8 @@ private:
 
     bool HoldModules();
 
-    IMMDeviceEnumerator *m_enumerator = nullptr; // owned reference; the owner's thread only
+    IMMDeviceEnumerator *m_enumerator =
+        nullptr; // owned reference; Initialize and UnInitialize only, one at a time
     std::atomic<ULONG> m_references{0};
     std::vector<IAudioDeviceNotifyListener *> m_listeners; // guarded by m_lock
     std::recursive_mutex m_lock;

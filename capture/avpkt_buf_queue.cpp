@@ -13,7 +13,8 @@ AVEncodePacket *AVPktBufQueue::CreateElement()
 {
     AVEncodePacket *packet = NewRecord();
     if (packet != nullptr && m_packetBufferSize != 0) {
-        packet->AllocBuffer(m_packetBufferSize, false); // on failure without a buffer, for which users check
+        packet->AllocBuffer(m_packetBufferSize,
+                            false); // on failure the packet has no buffer; its users check for one
     }
     return packet;
 }

@@ -23,6 +23,9 @@ bool CaptureRestarts::Begin()
     Start start{this, false};
     const HANDLE thread = StartModuleThread(Thread, &start);
     if (thread == nullptr) {
+        const DWORD error = GetLastError();
+        lock.unlock(); // may change the last error
+        SetLastError(error);
         return false;
     }
     CloseHandle(thread);
@@ -57,7 +60,8 @@ DWORD WINAPI CaptureRestarts::Thread(void *start)
     return 0;
 }
 
-// Changes in quick succession take turns. Each restart opens the microphone that is the default by then.
+// Restarts for changes in quick succession run one after another. Each opens the microphone that is then the
+// default.
 void CaptureRestarts::RunInTurn()
 {
     const std::lock_guard turn(m_turn);

@@ -9,7 +9,8 @@
 
 namespace velto {
 
-// Any thread may call any operation. End has to return before the object is destroyed.
+// Any thread may call any operation, but a restart must not call End. End has to return before the object is
+// destroyed.
 class CaptureRestarts {
 public:
     // `restart` runs on restart threads, one at a time.
@@ -34,7 +35,7 @@ private:
     std::mutex m_turn; // locked by the running restart
     std::mutex m_mutex;
     std::condition_variable m_changed; // a restart thread began or finished
-    int m_threads = 0;                 // begun and not finished; guarded by m_mutex
+    int m_threads = 0;                 // started and not finished; guarded by m_mutex
     bool m_over = false;               // guarded by m_mutex
 };
 

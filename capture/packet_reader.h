@@ -36,7 +36,7 @@ public:
 
     // Copies the oldest packet, sets `size` to its bytes and returns the packet to the free queue. Sets
     // `size` to 0 without a packet or with a null buffer. A packet without data leaves `size` unchanged
-    // and is not returned.
+    // and is not returned. `buffer` has room for the largest packet.
     void Copy(uint8_t *buffer, uint32_t &size);
     // Stops the queue and releases all packets, while no read copies one.
     void ClearPackets();
@@ -47,7 +47,7 @@ private:
     AVPktBufQueue &m_packets;
     std::mutex m_dataMutex; // for m_dataCondition
     std::condition_variable m_dataCondition;
-    std::mutex m_readMutex; // while a read copies a packet, and while the packets are cleared
+    std::mutex m_readMutex; // locked while a read copies a packet and while the packets are cleared
 };
 
 } // namespace velto

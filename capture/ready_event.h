@@ -1,4 +1,4 @@
-// The hand-shake between AudioCapture::Prepare and the threads that it starts.
+// The handshake between AudioCapture::Prepare and the threads that it starts.
 #pragma once
 
 #include <windows.h>
@@ -33,7 +33,7 @@ private:
 
     std::mutex m_mutex;                // guards m_event
     HANDLE m_event = nullptr;          // owned; manual reset
-    std::atomic<int32_t> m_counter{0}; // contract only: threads that are ready
+    std::atomic<int32_t> m_counter{0}; // contract only: number of ready threads
 };
 
 } // namespace velto

@@ -39,7 +39,7 @@ static HMODULE LoadAudioHandler(void)
         --length;
     }
     if (length == 0 || length + sizeof(name) / sizeof(name[0]) > room) {
-        fputs("cannot tell the folder of this program\n", stderr);
+        fputs("cannot determine the folder of this program\n", stderr);
         return NULL;
     }
     wcscpy(path + length, name);

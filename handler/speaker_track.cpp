@@ -57,8 +57,7 @@ struct SpeakerTracks {
 };
 
 // Creates the tracks at load and deletes them at unload, when no thread of the module runs any more. Keeps
-// them when the process ends: the system has then killed the play threads at any point, possibly with a lock
-// taken.
+// them when the process ends: the system has then killed the play threads, which may have locked a mutex.
 class TracksAtLoad {
 public:
     TracksAtLoad() : m_tracks(new SpeakerTracks) {}

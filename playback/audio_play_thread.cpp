@@ -37,7 +37,7 @@ bool AudioPlayThread::StartPlayThread()
     try {
         workThread = std::thread(&AudioPlayThread::ThreadFun, this);
     } catch (...) {
-        moduleReference.Drop(); // StopPlayThread drops it only after a thread
+        moduleReference.Drop(); // StopPlayThread drops it only if there is a thread to join
         throw;
     }
     return true;

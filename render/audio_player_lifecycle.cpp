@@ -176,7 +176,7 @@ void AudioPlayerWas::Close()
     Stop();
     EndNotifications();
     ReleaseClient();
-    if (!m_implementation.Holds()) { // leaving COM then may unload their DLL
+    if (!m_implementation.Holds()) { // without the reference, leaving COM could unload the DLL of both
         SafeRelease(m_device);
         SafeRelease(m_enumerator);
     }

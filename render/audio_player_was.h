@@ -6,11 +6,12 @@
 //
 // Input is fixed: interleaved signed 16-bit stereo at 48000 Hz in blocks of up to 1024 frames. Each block is
 // converted to the engine's mix format and written into the endpoint buffer of 300 ms. A block that finds the
-// buffer full is retried for about 100 ms and then dropped. While the endpoint keeps playing, a block is
-// heard at most about 310 ms after PlayAudio: the buffer and one wait of 10 ms.
+// buffer full is retried for about 100 ms and then dropped. While the endpoint keeps playing, a block
+// starts to be heard at most about 310 ms after PlayAudio: the buffer and one wait of 10 ms.
 //
 // Threads: one play thread opens, plays and closes; it stays in the single-threaded apartment that Open
-// enters, and makes all Core Audio calls. The three flags may be set on any thread. COM: raw interface
+// enters, and makes all Core Audio calls. The broadcast, device-changed and property-changed
+// flags may be set on any thread. COM: raw interface
 // pointers, each owned reference released by hand. Enumerator and device are kept past Close, which may leave
 // the process without COM; m_implementation keeps their code mapped.
 #pragma once
@@ -21,9 +22,9 @@
 #include <atomic>
 #include <cstdint>
 
+#include "render/block_converter.h"
 #include "render/endpoint_client.h"
 #include "render/i_audio_player.h"
-#include "render/block_converter.h"
 #include "render/wasapi_device_events.h"
 #include "support/module_reference.h"
 
@@ -82,7 +83,8 @@ private:
     std::atomic<bool> m_broadcastFlag{false};   // contract only: the flag of SetBroadcastFlag
     std::atomic<bool> m_deviceChanged{false};   // notification thread sets, play thread clears
     std::atomic<bool> m_propertyChanged{false}; // notification thread sets, play thread clears
-    std::atomic<bool> m_isOpen{false};          // play thread; true from Open to destruction
+    std::atomic<bool> m_isOpen{
+        false}; // play thread; true from a successful Open to destruction or a failed Open
 
     // All below: play thread only, and the thread that destroys the object afterwards.
     ModuleReference m_implementation;                   // the DLL behind m_enumerator and m_device

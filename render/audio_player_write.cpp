@@ -40,8 +40,8 @@ void AudioPlayerWas::AudioWriteToWasClient(ConvertedBlock block)
 }
 
 // Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A re-activation
-// may change the frame size in mid-block: each pass writes whole frames of the current size and at most the
-// remaining bytes, so it never reads past the block.
+// may change the frame size in the middle of a block: each pass writes whole frames of the current size and
+// at most the remaining bytes, so it never reads past the block.
 void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
 {
     uint32_t fullBufferPasses = 0;

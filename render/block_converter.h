@@ -3,8 +3,8 @@
 // Input is interleaved signed 16-bit stereo at 48000 Hz, 1024 frames for each conversion. A shorter block
 // is completed with the samples that earlier blocks left behind it in the input buffer.
 //
-// Memory: a conversion allocates only when it needs more room than any conversion before it. Each block
-// leaves with the output buffer; Recycle returns the buffer once the block is written.
+// Memory: Convert allocates only when the output buffer is too small. It moves the buffer into the block that
+// it returns; Recycle returns the buffer once the block is written.
 #pragma once
 
 #include <cstdint>
@@ -38,13 +38,13 @@ public:
     // Replaces the context by an unconfigured one and returns it; null when out of memory. Leaks the earlier
     // context, by contract: docs/known-leaks.md.
     const void *AllocateContext();
-    // The format of the next SetUp.
+    // Sets the output format. SetUp must follow before the next Convert.
     void SetOutputFormat(const OutputFormat &format) { m_format = format; }
     // Configures the context, which it allocates if there is none, and allocates both buffers. Returns 0 or a
     // negative FFmpeg error.
     int32_t SetUp();
 
-    // The caller has checked that the input buffer has samples and that `size` is at most maxBlockBytes.
+    // Needs an input buffer with samples and a size of 1 to maxBlockBytes.
     ConvertedBlock Convert(const uint8_t *data, uint64_t size);
     // Reuses the buffer of a written block, unless SetUp has allocated another one meanwhile.
     void Recycle(ConvertedBlock &&block);

@@ -1,5 +1,5 @@
-// The renderer's log lines, for the classes of this folder. Their texts, the repeated call and the numbers
-// after "Line:" are part of the log contract.
+// The renderer's log lines, for the classes of this folder. The texts, the repetition of a failed call and
+// the numbers after "Line:" are part of the log contract.
 #pragma once
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-# Shared by the scripts in this folder: paths, messages, and the way to their Python parts. Sourced, never run.
+# Shared by the scripts in this folder: paths, messages, and how to start their Python parts. Sourced, never run.
 
 set -euo pipefail
 

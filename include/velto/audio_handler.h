@@ -321,8 +321,8 @@ typedef struct AudioHandlerTable {
      *
      * @param unused not read
      * @param frame  data: one unit; header: streamType and size
-     * @retval VELTO_OK            queued, or dropped: a write began on another thread, the bytes do
-     *                             not decode, the id names no speaker, no memory for the block, no
+     * @retval VELTO_OK            queued, or dropped: another thread was at the start of a write, the
+     *                             bytes do not decode, the id names no speaker, no memory for the block, no
      *                             loudspeaker
      * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id); frame or header is null;
      *                             the speakers' threads could not be made. After a decoder or a play
@@ -346,7 +346,8 @@ typedef struct AudioHandlerTable {
      * Opens the default microphone. [one at a time]
      *
      * Any id whose length is right and any list that is not null are accepted; nothing is read of the
-     * list. Sets up the encoder and starts the threads; one of them opens the microphone meanwhile.
+     * list. Sets up the encoder and starts the threads; one of them opens the microphone, possibly
+     * after this call has returned.
      * Close an open recording first: a second opening replaces it without closing it, and the first
      * then captures until the process ends.
      *

@@ -1,4 +1,4 @@
-// Callers log between a failed call and their use of its error code, so logging must not change the code.
+// Callers log between a failed call and GetLastError, so logging must keep the thread's last error.
 #pragma once
 
 #include <cerrno>

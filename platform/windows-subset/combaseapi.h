@@ -1,4 +1,4 @@
-// In this subset, objbase.h has its declarations.
+// Empty: in this subset, objbase.h declares the functions of combaseapi.h.
 #pragma once
 
 #include <objbase.h>

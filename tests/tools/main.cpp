@@ -29,7 +29,8 @@ struct CommandLine {
 
 void AddCommon(CLI::App &command, CommandLine &line)
 {
-    command.add_flag("--json", line.json, "Print one JSON object on stdout; text for people goes to stderr");
+    command.add_flag("--json", line.json,
+                     "Print one JSON object on stdout; human-readable text goes to stderr");
     command.add_option("--module", line.modulePath, "DLL to load")->required();
 }
 
@@ -41,7 +42,7 @@ void AddProbe(CLI::App &command, MicrophoneProbeOptions &probe)
     command.add_option("--count", probe.count, "Number of cycles of opening, reading and closing")
         ->check(CLI::Range(1U, 1000000U))
         ->capture_default_str();
-    command.add_option("--hold", probe.hold, "Wait for so many seconds after the sequence")
+    command.add_option("--hold", probe.hold, "Wait for this many seconds after the sequence")
         ->check(CLI::NonNegativeNumber);
 }
 
@@ -59,12 +60,13 @@ void AddStorm(CLI::App &command, StormOptions &storm)
         ->capture_default_str();
     command.add_option("--seed", storm.seed, "Each thread makes the same calls for the same seed")
         ->capture_default_str();
-    command.add_option("--unload-wait", storm.end.unloadWait, "Wait at most so many seconds for the unload")
+    command
+        .add_option("--unload-wait", storm.end.unloadWait, "Wait at most this many seconds for the unload")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     command
         .add_option("--exit-after", storm.end.exitAfter,
-                    "End the process in the storm, after so many seconds ...")
+                    "End the process in the storm, after this many seconds ...")
         ->check(CLI::NonNegativeNumber);
     command.add_option("--exit-code", storm.end.exitCode, "... with this exit code");
 }

@@ -53,16 +53,17 @@ void AddEnd(CLI::App &command, EndOptions &end)
     command
         .add_option(
             "--unload-after", end.unloadAfter,
-            "Free the DLL after so many seconds in the middle of the stream, and wait until it is unloaded")
+            "Free the DLL after this many seconds in the middle of the stream, and wait until it is unloaded")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--unload-wait", end.unloadWait, "Wait at most so many seconds until it is unloaded")
+    command
+        .add_option("--unload-wait", end.unloadWait, "Wait at most this many seconds until it is unloaded")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str()
         ->group(diagnostics);
     command
         .add_option("--exit-after", end.exitAfter,
-                    "End the process after so many seconds without closing the stream ...")
+                    "End the process after this many seconds without closing the stream ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
@@ -117,7 +118,7 @@ void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
             {"auto", Framing::AUTO}, {"raw", Framing::RAW}, {"adts", Framing::ADTS}}))
         ->type_name("auto|raw|adts")
         ->group(diagnostics);
-    command.add_flag("--send-damaged", play.sendDamaged, "Send also frames that cannot be decoded")
+    command.add_flag("--send-damaged", play.sendDamaged, "Also send units that cannot be decoded")
         ->group(diagnostics);
     AddSetParameters(command, play);
     command
@@ -127,10 +128,11 @@ void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
     command.add_flag("--events", play.showEvents, "Print the listener's events when they arrive")
         ->group(diagnostics);
     command
-        .add_option("--pause-after", play.pauseAfter, "Stop sending after so many seconds of the stream ...")
+        .add_option("--pause-after", play.pauseAfter,
+                    "Stop sending after this many seconds of the stream ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--pause", play.pause, "... for so many seconds")
+    command.add_option("--pause", play.pause, "... for this many seconds")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     AddEnd(command, play.end);
@@ -140,7 +142,7 @@ void AddPlay(CLI::App &command, PlayOptions &play)
 {
     command.add_option("FILE", play.files, "ADTS (.aac) or MP4 (.m4a, .mp4) file; several play in turn")
         ->required();
-    command.add_option("--gap", play.gap, "Pause for so many seconds between two files")
+    command.add_option("--gap", play.gap, "Pause for this many seconds between two files")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     command.add_option("--device", play.device, "Speaker of the module")
@@ -149,9 +151,10 @@ void AddPlay(CLI::App &command, PlayOptions &play)
     command.add_option("--stream-type", play.streamType, "Stream type in each frame's header")
         ->capture_default_str();
     command.add_flag("--loop", play.loop, "Repeat the file");
-    command.add_option("--seconds", play.seconds, "Play so many seconds of each file")
+    command.add_option("--seconds", play.seconds, "Play this many seconds of each file")
         ->check(CLI::NonNegativeNumber);
-    command.add_flag("--progress", play.showProgress, "Show the progress line even if stderr is no console");
+    command.add_flag("--progress", play.showProgress,
+                     "Show the progress line even if stderr is not a console");
     AddPlayDiagnostics(command, play);
     command.callback([&play] {
         if (play.files.size() > 1 && !play.modemFile.empty()) {
@@ -166,15 +169,16 @@ void AddRecord(CLI::App &command, RecordOptions &record)
     command.add_option("--device", record.device, "Microphone of the module")
         ->check(CLI::IsMember({VELTO_ID_MIC, VELTO_ID_MODEM_MIC}))
         ->capture_default_str();
-    command.add_option("--seconds", record.seconds, "Record so many seconds")->check(CLI::NonNegativeNumber);
+    command.add_option("--seconds", record.seconds, "Record this many seconds")
+        ->check(CLI::NonNegativeNumber);
     command.add_flag("--progress", record.showProgress,
-                     "Show the progress line even if stderr is no console");
+                     "Show the progress line even if stderr is not a console");
     command
         .add_option("--pause-reading-at", record.pauseReadingAt,
-                    "Stop reading after so many seconds of sound ...")
+                    "Stop reading after this many seconds of sound ...")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
-    command.add_option("--pause-reading-for", record.pauseReadingFor, "... for so many seconds")
+    command.add_option("--pause-reading-for", record.pauseReadingFor, "... for this many seconds")
         ->check(CLI::NonNegativeNumber)
         ->group(diagnostics);
     AddPacketTimes(command, record);
@@ -193,22 +197,23 @@ void AddDuplex(CLI::App &command, DuplexOptions &duplex)
         .add_option_function<double>(
             "--seconds",
             [&duplex](const double &seconds) { duplex.play.seconds = duplex.record.seconds = seconds; },
-            "Play and record so many seconds (default: the length of the file to play)")
+            "Play and record this many seconds (default: the length of the file to play)")
         ->check(CLI::NonNegativeNumber);
     command.add_flag("--progress", duplex.record.showProgress,
-                     "Show the recording's progress line even if stderr is no console");
+                     "Show the recording's progress line even if stderr is not a console");
     AddPaceRate(command, duplex.play);
     AddPacketTimes(command, duplex.record);
     command
         .add_option("--usage-every", duplex.usageEvery,
-                    "Print the process's handles, threads and memory every so many seconds, as JSON")
+                    "Print the process's handles, threads and memory every this many seconds, as JSON")
         ->check(CLI::PositiveNumber)
         ->group(diagnostics);
 }
 
 void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
 {
-    command.add_flag("--json", line.json, "Print one JSON object on stdout; text for people goes to stderr");
+    command.add_flag("--json", line.json,
+                     "Print one JSON object on stdout; human-readable text goes to stderr");
     if (usesModule) {
         command.add_option("--module", line.modulePath,
                            "DLL to load (default: LibVeltoAudioHandler.dll in this program's folder)");
