@@ -38,7 +38,7 @@ void RecordEvent(const char *id, uint32_t length, int32_t code)
     events.push_back({id, length, code});
 }
 
-// A text in a block of its own, so that AddressSanitizer reports a read behind its end.
+// A text in a separate block, so that AddressSanitizer reports a read behind its end.
 class Text {
 public:
     explicit Text(const std::string &text) : m_bytes(text.c_str(), text.c_str() + text.size() + 1) {}

@@ -1,7 +1,7 @@
 // The packet queue under any sequence of operations, compared with a model of two plain queues.
 //
 // Varied: the operations and their order, the number of elements, an element that cannot be created, and
-// waits. A call that waits runs on a thread of its own; the next operation ends the wait. Not varied,
+// waits. A call that waits runs on a separate thread; the next operation ends the wait. Not varied,
 // because callers must not do it: returning an element that the caller does not have.
 #include "capture/buffer_queue.h"
 

@@ -147,7 +147,7 @@ public:
 private:
     static uint32_t Length(const std::string &id) { return static_cast<uint32_t>(id.size()); }
 
-    // The payload has a block of its own, so that AddressSanitizer reports a read behind it.
+    // The payload has a separate block, so that AddressSanitizer reports a read behind it.
     void WriteFrame(const std::string &id, uint32_t understatement)
     {
         const auto bytes = m_input.Block(m_input.Short());
