@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
@@ -82,11 +84,9 @@ int Run(const CommandLine &line, const Output &output)
                                        : ProbeMicrophone(module, line.probe, output);
 }
 
-} // namespace
-
-int main()
+// Null when help or an error was printed; the exit code is in `exitCode` then.
+std::optional<CommandLine> ReadCommandLine(int &exitCode)
 {
-    av_log_set_level(AV_LOG_QUIET); // the module uses the same library
     CommandLine line;
     CLI::App app{"Makes calls of LibVeltoAudioHandler that no correct host makes.", "velto-test-host"};
     app.require_subcommand(1);
@@ -104,17 +104,41 @@ int main()
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+        exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
+        return std::nullopt;
     }
     line.isStorm = storm.parsed();
-    const Output output("velto-test-host", line.json);
+    return line;
+}
+
+int RunProgram()
+{
+    int exitCode = EXIT_OK;
+    const std::optional<CommandLine> line = ReadCommandLine(exitCode);
+    if (!line) {
+        return exitCode;
+    }
+    const Output output("velto-test-host", line->json);
     try {
-        return Run(line, output);
+        return Run(*line, output);
     } catch (const ModuleError &error) {
         return output.Fail(EXIT_MODULE, error.what());
     } catch (const AacFileError &error) {
         return output.Fail(EXIT_FILE, error.what());
     } catch (const std::exception &error) {
         return output.Fail(EXIT_FAILED, error.what());
+    }
+}
+
+} // namespace
+
+int main()
+{
+    av_log_set_level(AV_LOG_QUIET); // the module uses the same library
+    try {
+        return RunProgram();
+    } catch (const std::exception &error) {
+        std::fputs(error.what(), stderr);
+        return EXIT_FAILED;
     }
 }

@@ -56,6 +56,7 @@ Json::~Json() = default;
 Json &Json::operator=(const Json &other) = default;
 Json &Json::operator=(Json &&other) noexcept = default;
 Json::Json(std::nullptr_t) {}
+Json::Json(bool value) : m_value(std::in_place_type<bool>, value) {}
 Json::Json(const char *text) : m_value(std::in_place_type<std::string>, text) {}
 Json::Json(std::string text) : m_value(std::in_place_type<std::string>, std::move(text)) {}
 Json::Json(Elements elements) : m_value(std::in_place_type<Elements>, std::move(elements)) {}
@@ -78,6 +79,16 @@ Json &Json::operator[](const std::string &key)
         member = members.insert(member, {key, nullptr});
     }
     return member->value;
+}
+
+Json Json::Array()
+{
+    return Elements();
+}
+
+bool Json::IsNull() const
+{
+    return std::holds_alternative<std::nullptr_t>(m_value);
 }
 
 std::string Json::Text() const

@@ -29,32 +29,24 @@ public:
     Json &operator=(Json &&other) noexcept;
 
     Json(std::nullptr_t);
-    Json(bool value) : m_value(std::in_place_type<bool>, value) {}
+    Json(bool value);
     template <std::signed_integral Number>
-    Json(Number value) : m_value(std::in_place_type<int64_t>, value)
-    {
-    }
+    Json(Number value);
     template <std::unsigned_integral Number>
-    Json(Number value) : m_value(std::in_place_type<uint64_t>, value)
-    {
-    }
+    Json(Number value);
     template <std::floating_point Number>
-    Json(Number value) : m_value(std::in_place_type<double>, value)
-    {
-    }
+    Json(Number value);
     Json(const char *text);
     Json(std::string text);
     Json(Elements elements);
     template <typename Element>
-    Json(const std::vector<Element> &elements) : Json(Elements(elements.begin(), elements.end()))
-    {
-    }
+    Json(const std::vector<Element> &elements);
     // {{"key", value}, ...}: an object.
     Json(std::initializer_list<Member> members);
 
-    static Json Array() { return Elements(); }
+    static Json Array();
 
-    bool IsNull() const { return std::holds_alternative<std::nullptr_t>(m_value); }
+    bool IsNull() const;
     const Value &Get() const { return m_value; }
 
     // Adds an element to an array.
@@ -75,5 +67,26 @@ struct Json::Member {
     std::string key;
     Json value;
 };
+
+// Defined here, where Member, which Value contains, is complete.
+template <std::signed_integral Number>
+Json::Json(Number value) : m_value(std::in_place_type<int64_t>, value)
+{
+}
+
+template <std::unsigned_integral Number>
+Json::Json(Number value) : m_value(std::in_place_type<uint64_t>, value)
+{
+}
+
+template <std::floating_point Number>
+Json::Json(Number value) : m_value(std::in_place_type<double>, value)
+{
+}
+
+template <typename Element>
+Json::Json(const std::vector<Element> &elements) : Json(Elements(elements.begin(), elements.end()))
+{
+}
 
 } // namespace velto::host

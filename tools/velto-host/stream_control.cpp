@@ -55,7 +55,7 @@ uint32_t HighestHandle()
 uint32_t CountHandles()
 {
     DWORD handles = 0;
-    const bool counted = GetProcessHandleCount(GetCurrentProcess(), &handles) && handles > 0;
+    const bool counted = GetProcessHandleCount(GetCurrentProcess(), &handles) != FALSE && handles > 0;
     return counted ? handles : HighestHandle();
 }
 
