@@ -30,7 +30,7 @@ TOLERATED_WINDOWS = 4
 TOLERATED_SLIPS = 4
 NEAR_FRAMES = 3           # a larger move from window to window is a slip
 WIDE_SEARCH_S = 1.5
-FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))  # of a frame, by which the sound may be delayed
+FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))  # sub-sample delays that the alignment tries
 ALIGNED_AT_ONCE = 48000   # frames; longer sound is aligned in two steps
 COARSE = 8                # frames that the first step averages into one
 MAX_DRIFT_FRAMES = 6      # in the whole recording, without slips
@@ -55,7 +55,7 @@ class Comparison:
     windows: list = field(default_factory=list)
     offset: int = 0
     slips: int = 0
-    drift: int = 0          # frames by which the offset changed in total, slips excluded
+    drift: int = 0          # total change of the offset in frames, without slips
 
     @property
     def audible(self):
