@@ -1,9 +1,7 @@
 #include "capture_fixture.h"
 #include "reset.h"
 
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 namespace velto_test {
 
@@ -20,18 +18,6 @@ CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels,
 CapturedPacket QuietPacket(UINT32 frames, DWORD flags)
 {
     return {{}, frames, flags};
-}
-
-bool Eventually(const std::function<bool()> &condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return true;
 }
 
 std::unique_ptr<velto::AudioCapture> CaptureTest::MakeCapture()

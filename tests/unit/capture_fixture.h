@@ -14,10 +14,12 @@
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
 #include "tests/fakes/log_recorder.h"
+#include "tests/fakes/polling.h"
 
 namespace velto_test {
 
 using fakes::CapturedPacket;
+using fakes::Eventually;
 using fakes::LogEntry;
 using fakes::Method;
 
@@ -29,9 +31,6 @@ constexpr char apartmentViolation[] = "a thread ended inside its apartment";
 CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels = 2, DWORD flags = 0);
 // A packet of zeros without the flag for silence.
 CapturedPacket QuietPacket(UINT32 frames, DWORD flags = 0);
-
-// Polls for up to ten seconds.
-bool Eventually(const std::function<bool()> &condition);
 
 class CaptureTest : public ::testing::Test {
 protected:
