@@ -9,6 +9,7 @@ import json
 import os
 import shutil
 import sys
+import time
 from dataclasses import dataclass
 
 import numpy
@@ -21,7 +22,9 @@ from rig.velto_host import CRASHED_OR_STUCK
 RATE = 48000
 UNIT = 1024      # samples of an AAC unit
 SILENCE_S = 0.5  # before and after the speech in heard.wav
-MARGIN_S = 6.0   # length of the recording minus length of the speech in it
+TAIL_S = 0.5     # of the recording after the last word, for the microphone's buffers
+LONGEST_CALL_S = 120
+INTERRUPTED = 130  # exit code of velto-host after Ctrl-C
 
 
 def say(text):
@@ -61,15 +64,17 @@ def call(world, speech, answer):
     """Plays the speech and speaks the answer into the microphone. Returns (recorder, host) when the host has ended."""
     recorder = world.record()
     world.record("micA")  # keeps the microphone in use, because an idle one starts slowly
-    seconds = len(answer) / RATE + MARGIN_S
     host = world.host("duplex", "--play", paths.to_windows(speech), "--record", paths.to_windows(recording(world)),
-                      "--seconds", f"{seconds:.1f}", "--json")
+                      "--seconds", str(LONGEST_CALL_S), "--json")
     world.wait_for_capture()
-    world.speak(answer)
+    voice = world.speak(answer)
     recorder.wait_for_sound(60)
-    say(f"both directions have sound; the call takes {seconds:.0f} s")
-    code = host.wait(180)
-    if code != 0 and not (code == CRASHED_OR_STUCK and host.summary["exitCode"] == 0):
+    say(f"both directions have sound; the call takes {voice.seconds:.0f} s")
+    voice.wait()
+    time.sleep(TAIL_S)
+    host.interrupt()
+    code = host.wait(60)
+    if code != INTERRUPTED and not (code == CRASHED_OR_STUCK and host.summary["exitCode"] == INTERRUPTED):
         raise RuntimeError(f"velto-host ended with {code}: {host.errors().strip()[-600:]}")
     return recorder, host
 
