@@ -1,10 +1,10 @@
-# How our own sources are compiled and linked. Included after the dependencies, whose sources may have warnings.
+# Options for our own sources. Included after the dependencies, because their sources may have warnings.
 
 add_compile_options(-Wall -Wextra)
 if(VELTO_WERROR)
     add_compile_options(-Werror)
 endif()
-# Further warnings, for the module and its libraries.
+# Further warnings, for the module and the stand-ins in platform/.
 set(velto_strict_warnings -Wconversion -Wsign-conversion -Wshadow)
 
 if(WIN32)

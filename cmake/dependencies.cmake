@@ -1,4 +1,4 @@
-# Libraries of others: FFmpeg, header-only libraries, GoogleTest.
+# Third-party libraries: FFmpeg, header-only libraries, GoogleTest.
 
 add_library(velto_ffmpeg INTERFACE)
 add_library(velto::ffmpeg ALIAS velto_ffmpeg)
@@ -16,7 +16,7 @@ if(WIN32)
     endif()
     if(NOT EXISTS "${velto_ffmpeg_root}/include/libavcodec/avcodec.h")
         message(FATAL_ERROR "There is no FFmpeg for Windows in ${velto_ffmpeg_root}.\n"
-            "Run scripts/setup, or give another 5.1 build with -DVELTO_FFMPEG_ROOT=<folder>.")
+            "Run scripts/setup, or choose another 5.1 build with -DVELTO_FFMPEG_ROOT=<folder>.")
     endif()
     # 59, 59, 57 and 4 are the ABI of FFmpeg 5.x.
     set(velto_ffmpeg_dlls avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
@@ -52,8 +52,8 @@ else()
     target_link_libraries(velto_ffmpeg INTERFACE PkgConfig::FFMPEG)
 endif()
 
-# Debian's header-only libraries, linked into a folder of the build: the cross compiler must not see the rest of
-# /usr/include.
+# A folder in the build tree with symbolic links to Debian's header-only libraries: the cross compiler must not see the
+# rest of /usr/include.
 set(header_libs "${CMAKE_BINARY_DIR}/header_libs")
 file(MAKE_DIRECTORY "${header_libs}")
 foreach(library IN ITEMS fmt CLI nlohmann)
@@ -75,6 +75,6 @@ elseif(BUILD_TESTING)
     set(INSTALL_GTEST OFF)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL)
     foreach(library gtest gtest_main gmock)
-        target_compile_options(${library} PRIVATE -O0 -g1) # each fresh build tree compiles them
+        target_compile_options(${library} PRIVATE -O0 -g1) # to compile them quickly in each new build tree
     endforeach()
 endif()

@@ -1,4 +1,4 @@
-# What the options VELTO_SANITIZE, VELTO_COVERAGE and VELTO_FUZZ add to every source and program.
+# Compiler and linker options of VELTO_SANITIZE, VELTO_COVERAGE and VELTO_FUZZ, for every source and program.
 if(VELTO_SANITIZE)
     add_compile_options(-fsanitize=${VELTO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${VELTO_SANITIZE})

@@ -1,7 +1,7 @@
-# velto_shipped(<target> <description> <file type>): what each binary of the product has.
-#  - A version resource; the type is VFT_APP or VFT_DLL.
-#  - Debug information in a separate file, symbols/<name>.debug next to bin/, to which the binary refers. It would make
-#    the binary ten times as large.
+# velto_shipped(<target> <description> <file type>) gives a binary of the product:
+#  - a version resource; <file type> is VFT_APP or VFT_DLL.
+#  - a separate file with its debug information, symbols/<name>.debug next to bin/. The binary refers to this file;
+#    with the information inside, it would be several times as large.
 enable_language(RC)
 
 function(velto_shipped target description file_type)

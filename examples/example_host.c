@@ -4,7 +4,7 @@
    velto-host-example FILE.aac
 
    LibVeltoAudioHandler.dll and its FFmpeg DLLs are in the folder of this program.
-   Exit codes: 0 played; 1 nothing was played, or a call was refused; 2 wrong command line; 3 the module
+   Exit codes: 0 played; 1 nothing was sent, or a call was refused; 2 wrong command line; 3 the module
    cannot be loaded; 4 the file cannot be opened. */
 #include <windows.h>
 
@@ -18,15 +18,15 @@
 static const char speaker[] = VELTO_ID_SPEAKER;
 static const uint32_t speakerLength = sizeof(speaker) - 1;
 
-/* How long the last unit may take to be heard: the module's full queue, its 300 ms on the endpoint, and
-   300 ms for the system's own mixer and driver. */
+/* The longest time until the last unit is heard: the module's full queue, the endpoint's buffer of 300 ms,
+   and 300 ms for the system's mixer and driver. */
 #define END_MS (VELTO_QUEUE_UNITS * VELTO_UNIT_SAMPLES * 1000 / VELTO_SAMPLE_RATE_HZ + 300 + 300)
 
 /* The length field of ADTS has 13 bits. */
 #define MAX_ADTS_BYTES 8191
 
-/* Loads the DLL from the folder of this program by its full path: no other folder is searched, neither
-   for the module nor for the DLLs that it needs. */
+/* Loads the DLL by its full path, from the folder of this program. The DLLs that it needs are searched for
+   only in that folder and in Windows' system folder. */
 static HMODULE LoadAudioHandler(void)
 {
     static const wchar_t name[] = L"LibVeltoAudioHandler.dll";
@@ -62,7 +62,7 @@ static int GetTable(HMODULE module, AudioHandlerTable *table)
         fprintf(stderr, "the DLL has no function " VELTO_ENTRY_NAME ": error %lu\n", GetLastError());
         return 0;
     }
-    memcpy(&getHandler, &entry, sizeof(getHandler)); /* C has no cast between these two types */
+    memcpy(&getHandler, &entry, sizeof(getHandler)); /* not a cast: GCC warns of one between these types */
     result = getHandler(table);
     if (result != VELTO_OK) {
         fprintf(stderr, VELTO_ENTRY_NAME " returned %d\n", (int)result);
@@ -89,24 +89,24 @@ static void PrintCapabilities(const AudioHandlerTable *table)
     table->Release(VELTO_RELEASE_CAPABILITIES, list, count);
 }
 
-/* Reads one ADTS frame and returns the size of the unit behind its header, 0 at the end of the file or
-   where it is damaged. */
+/* Reads the next unit of an ADTS file, without its header. Returns its size, or 0 at the end of the file or
+   where the file is damaged. */
 static uint32_t ReadUnit(FILE *file, uint8_t *unit)
 {
     uint8_t header[9];
     uint32_t headerBytes;
-    uint32_t frameBytes;
+    uint32_t unitBytes;
 
     if (fread(header, 1, 7, file) != 7 || header[0] != 0xFF || (header[1] & 0xF6) != 0xF0) {
         return 0;
     }
-    headerBytes = (header[1] & 1) != 0 ? 7 : 9; /* 9: with a checksum */
-    frameBytes = (header[3] & 3u) << 11 | (uint32_t)header[4] << 3 | header[5] >> 5;
-    if (frameBytes <= headerBytes || fread(header + 7, 1, headerBytes - 7, file) != headerBytes - 7) {
+    headerBytes = (header[1] & 1) != 0 ? 7 : 9;                                     /* 9: with a checksum */
+    unitBytes = (header[3] & 3u) << 11 | (uint32_t)header[4] << 3 | header[5] >> 5; /* with the header */
+    if (unitBytes <= headerBytes || fread(header + 7, 1, headerBytes - 7, file) != headerBytes - 7) {
         return 0;
     }
-    frameBytes -= headerBytes;
-    return fread(unit, 1, frameBytes, file) == frameBytes ? frameBytes : 0;
+    unitBytes -= headerBytes;
+    return fread(unit, 1, unitBytes, file) == unitBytes ? unitBytes : 0;
 }
 
 /* One stream, from the first unit to the last. */
@@ -117,8 +117,8 @@ typedef struct Stream {
     uint32_t refused;
 } Stream;
 
-/* Starts a stream: the module holds its first units back and plays them together, which covers what
-   later ones are late by. Returns 0 with the reason printed if the call was refused. */
+/* Starts a stream. The module holds back its first units and then plays them together, so that a later unit
+   may be late without a gap in the sound. Returns 0 with the reason printed if the call was refused. */
 static int StartStream(Stream *stream, const AudioHandlerTable *table)
 {
     const AudioProfileEntry entries[] = {
@@ -146,7 +146,7 @@ static void SendUnit(Stream *stream, uint8_t *unit, uint32_t bytes)
     const ULONGLONG dueMs =
         stream->beginMs + stream->units * (1000ULL * VELTO_UNIT_SAMPLES) / VELTO_SAMPLE_RATE_HZ;
     const ULONGLONG nowMs = GetTickCount64();
-    StreamFrameHeader header = {3, bytes, 0}; /* 3: media, in the sender's numbering */
+    StreamFrameHeader header = {3, bytes, 0}; /* 3: the sender's stream type for media */
     StreamFrame frame = {unit, {0}, &header};
     int32_t result;
 
@@ -163,8 +163,8 @@ static void SendUnit(Stream *stream, uint8_t *unit, uint32_t bytes)
     }
 }
 
-/* Ends a stream. The silent units bring out what the module still holds back of a short stream, and
-   leave no sound in the decoder that would be heard at the start of the next stream. */
+/* Ends a stream with silent units. They make the module play the units of a short stream that it still holds
+   back, and they drain the decoder, whose last sound would otherwise be heard in the next stream. */
 static void EndStream(Stream *stream)
 {
     uint8_t silence[] = VELTO_SILENT_UNIT;
@@ -173,14 +173,14 @@ static void EndStream(Stream *stream)
     for (i = 0; i < VELTO_CUSHION_UNITS; ++i) {
         SendUnit(stream, silence, sizeof(silence));
     }
-    stream->table->CloseAudioTrack(speaker, speakerLength); /* stops nothing: what is queued is played */
+    stream->table->CloseAudioTrack(speaker, speakerLength); /* stops nothing: queued sound is played */
 }
 
 static int Play(const AudioHandlerTable *table, FILE *file)
 {
     static uint8_t unit[MAX_ADTS_BYTES];
     Stream stream;
-    uint32_t frames = 0;
+    uint32_t units = 0;
     uint32_t bytes;
 
     if (!StartStream(&stream, table)) {
@@ -188,12 +188,12 @@ static int Play(const AudioHandlerTable *table, FILE *file)
     }
     for (bytes = ReadUnit(file, unit); bytes != 0; bytes = ReadUnit(file, unit)) {
         SendUnit(&stream, unit, bytes);
-        ++frames;
+        ++units;
     }
     EndStream(&stream);
-    Sleep(END_MS); /* the end of the process would cut off what is not heard by then */
-    printf("%u frames sent, %u refused\n", (unsigned)frames, (unsigned)stream.refused);
-    return frames == 0 || stream.refused != 0 ? 1 : 0;
+    Sleep(END_MS); /* ending the process earlier would cut off queued sound */
+    printf("%u units sent, %u refused\n", (unsigned)units, (unsigned)stream.refused);
+    return units == 0 || stream.refused != 0 ? 1 : 0;
 }
 
 int main(int argc, char **argv)

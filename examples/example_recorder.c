@@ -18,8 +18,8 @@
 static const char microphone[] = VELTO_ID_MIC;
 static const uint32_t microphoneLength = sizeof(microphone) - 1;
 
-/* Loads the DLL from the folder of this program by its full path: no other folder is searched, neither
-   for the module nor for the DLLs that it needs. */
+/* Loads the DLL by its full path, from the folder of this program. The DLLs that it needs are searched for
+   only in that folder and in Windows' system folder. */
 static HMODULE LoadAudioHandler(void)
 {
     static const wchar_t name[] = L"LibVeltoAudioHandler.dll";
@@ -55,7 +55,7 @@ static int GetTable(HMODULE module, AudioHandlerTable *table)
         fprintf(stderr, "the DLL has no function " VELTO_ENTRY_NAME ": error %lu\n", GetLastError());
         return 0;
     }
-    memcpy(&getHandler, &entry, sizeof(getHandler)); /* C has no cast between these two types */
+    memcpy(&getHandler, &entry, sizeof(getHandler)); /* not a cast: GCC warns of one between these types */
     result = getHandler(table);
     if (result != VELTO_OK) {
         fprintf(stderr, VELTO_ENTRY_NAME " returned %d\n", (int)result);
@@ -64,22 +64,22 @@ static int GetTable(HMODULE module, AudioHandlerTable *table)
     return 1;
 }
 
-/* Writes one raw AAC-LC unit of 48000 Hz stereo behind its ADTS header; returns 0 if the file is full. */
+/* Writes a unit (AAC-LC, 48000 Hz, stereo) with an ADTS header. Returns 0 if the file cannot be written. */
 static int WriteUnit(FILE *file, const uint8_t *unit, uint32_t bytes)
 {
-    const uint32_t all = bytes + 7;
-    const uint8_t header[7] = {0xFF, /* twelve set bits, MPEG-4, no checksum */
+    const uint32_t length = bytes + 7; /* with the header */
+    const uint8_t header[7] = {0xFF,   /* twelve set bits, MPEG-4, no checksum */
                                0xF1,
-                               0x4C,                        /* AAC-LC, 48000 Hz */
-                               (uint8_t)(0x80 | all >> 11), /* two channels, then the length */
-                               (uint8_t)(all >> 3),
-                               (uint8_t)((all & 7) << 5 | 0x1F),
+                               0x4C,                           /* AAC-LC, 48000 Hz */
+                               (uint8_t)(0x80 | length >> 11), /* two channels, then the length */
+                               (uint8_t)(length >> 3),
+                               (uint8_t)((length & 7) << 5 | 0x1F),
                                0xFC};
 
     return fwrite(header, 1, sizeof(header), file) == sizeof(header) && fwrite(unit, 1, bytes, file) == bytes;
 }
 
-/* Reads units until the time is over; returns the exit code. */
+/* Reads and writes units for `seconds`. Returns the exit code. */
 static int Record(const AudioHandlerTable *table, FILE *file, DWORD seconds)
 {
     static uint8_t unit[VELTO_MAX_PACKET_BYTES];
@@ -95,7 +95,7 @@ static int Record(const AudioHandlerTable *table, FILE *file, DWORD seconds)
         if (result != VELTO_OK) {
             fprintf(stderr, "ReadStreamBuffer returned %d\n", (int)result);
         } else if (header.size == 0 || header.size == VELTO_READ_SIZE) {
-            Sleep(5); /* nothing came, or capture has stopped: then the call returns at once */
+            Sleep(5); /* no unit came, or capture has stopped and the call returned at once */
         } else if (WriteUnit(file, unit, header.size)) {
             ++packets;
         } else {

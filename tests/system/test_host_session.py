@@ -67,8 +67,8 @@ class OtherCommands(session.SystemTest):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(speech), program=paths.EXAMPLE_HOST)
-        self.assert_ended_well(host, last_words=f"{media.frame_count(speech)} frames sent, 0 refused")
-        self.assertIn(f"{media.frame_count(speech)} frames sent, 0 refused", host.output())
+        self.assert_ended_well(host, last_words=f"{media.frame_count(speech)} units sent, 0 refused")
+        self.assertIn(f"{media.frame_count(speech)} units sent, 0 refused", host.output())
         self.assert_heard(recorder, speech)
 
     def folder_with(self, name, *patterns):
@@ -91,7 +91,7 @@ class OtherCommands(session.SystemTest):
         host = self.session.host("capabilities", "--json", program=elsewhere / "velto-host.exe")
         self.assert_ended_well(host)
         host = self.example(elsewhere / "velto-host-example.exe")
-        self.assert_ended_well(host, last_words="3 frames sent, 0 refused")
+        self.assert_ended_well(host, last_words="3 units sent, 0 refused")
         self.assertIn("speaker1: type 0, 1 profile(s)", host.output())
 
     def test_dlls_in_current_folder_are_not_loaded(self):

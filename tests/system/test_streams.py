@@ -87,8 +87,8 @@ class ShortStream(Streams):
         short = self.stream("short", 3, 7)
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(short), program=paths.EXAMPLE_HOST)
-        self.assert_ended_well(host, last_words="3 frames sent, 0 refused")
-        self.assertIn("3 frames sent, 0 refused", host.output())
+        self.assert_ended_well(host, last_words="3 units sent, 0 refused")
+        self.assertIn("3 units sent, 0 refused", host.output())
         self.place(recorder.samples(), self.decoded(short, media.SILENT_END), "short")
 
 
