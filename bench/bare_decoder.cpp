@@ -10,7 +10,7 @@ namespace velto::bench {
 namespace {
 
 constexpr int rateHz = 48000;
-constexpr int maxFrames = 2048; // of an AAC frame with SBR; without, it has 1024
+constexpr int maxFrames = 2048; // of a unit with SBR; a unit without SBR has 1024
 
 } // namespace
 
@@ -30,7 +30,7 @@ BareDecoder::BareDecoder() : m_pcm(maxFrames * 2 * sizeof(int16_t))
             "opening the converter");
     m_packet = av_packet_alloc();
     m_frame = av_frame_alloc();
-    Require(m_packet != nullptr && m_frame != nullptr, "allocating a frame");
+    Require(m_packet != nullptr && m_frame != nullptr, "allocating a packet and a frame");
 }
 
 BareDecoder::~BareDecoder()
@@ -41,11 +41,11 @@ BareDecoder::~BareDecoder()
     avcodec_free_context(&m_codec);
 }
 
-int BareDecoder::Decode(const AacFrame &frame)
+int BareDecoder::Decode(const AacUnit &unit)
 {
-    m_packet->data = const_cast<uint8_t *>(frame.data());
-    m_packet->size = static_cast<int>(frame.size());
-    Require(avcodec_send_packet(m_codec, m_packet) == 0, "sending a frame");
+    m_packet->data = const_cast<uint8_t *>(unit.data());
+    m_packet->size = static_cast<int>(unit.size());
+    Require(avcodec_send_packet(m_codec, m_packet) == 0, "sending a unit");
     int frames = 0;
     while (avcodec_receive_frame(m_codec, m_frame) == 0) {
         uint8_t *out = m_pcm.data();

@@ -1,12 +1,12 @@
-// The comparison for the write path: FFmpeg's decoder and converter alone.
+// The baseline of the write path: FFmpeg's decoder and converter alone.
 #pragma once
 
-#include "bench/aac_frames.h"
+#include "bench/aac_units.h"
 #include "bench/ffmpeg_library.h"
 
 namespace velto::bench {
 
-// Decodes raw frames at 48000 Hz to interleaved signed 16-bit stereo, with the module's settings.
+// Decodes units without headers at 48000 Hz to interleaved signed 16-bit stereo, with the module's settings.
 // Throws std::runtime_error when a call of FFmpeg fails.
 class BareDecoder {
 public:
@@ -16,7 +16,7 @@ public:
     BareDecoder &operator=(const BareDecoder &) = delete;
 
     // Returns the number of decoded frames (samples per channel).
-    int Decode(const AacFrame &frame);
+    int Decode(const AacUnit &unit);
 
 private:
     AVCodecContext *m_codec = nullptr;

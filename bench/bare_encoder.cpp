@@ -37,7 +37,7 @@ BareEncoder::BareEncoder(int rateHz)
             "opening the converter");
     m_packet = av_packet_alloc();
     m_frame = av_frame_alloc();
-    Require(m_packet != nullptr && m_frame != nullptr, "allocating a frame");
+    Require(m_packet != nullptr && m_frame != nullptr, "allocating a packet and a frame");
     m_frame->format = AV_SAMPLE_FMT_FLTP;
     m_frame->sample_rate = encodedRateHz;
     m_frame->nb_samples = m_codec->frame_size;

@@ -1,5 +1,4 @@
-// The comparison for the capture path: libswresample and FFmpeg's AAC encoder alone, with the module's
-// settings.
+// The baseline of the capture path: libswresample and FFmpeg's AAC encoder alone, with the module's settings.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +17,7 @@ public:
     BareEncoder(const BareEncoder &) = delete;
     BareEncoder &operator=(const BareEncoder &) = delete;
 
-    // Converts and encodes. Returns the bytes of the finished packets.
+    // Converts and encodes. Returns the number of bytes in the packets that this completed.
     size_t Encode(const float *samples, int frames);
 
 private:
@@ -28,7 +27,7 @@ private:
     SwrContext *m_converter = nullptr;
     AVFrame *m_frame = nullptr;
     AVPacket *m_packet = nullptr;
-    std::vector<float> m_planes[2]; // converted, not encoded yet
+    std::vector<float> m_planes[2]; // converted samples that are not encoded yet
 };
 
 } // namespace velto::bench

@@ -1,4 +1,4 @@
-"""Runs a program that is built with Google Benchmark, under Wine."""
+"""Runs one of the benchmark programs under Wine."""
 
 import json
 
@@ -6,7 +6,7 @@ from rig import paths, processes
 
 
 def run(world, name, *arguments, environment=None, **options):
-    """The program's runs and aggregates, as Google Benchmark reports them. Files are given as paths of Windows."""
+    """Returns the program's runs and aggregates, as Google Benchmark reports them. `arguments` contains Windows paths."""
     output = world.folder / f"{name}.json"
     log = world.folder / f"{name}.out"
     with open(log, "wb") as out:
@@ -27,5 +27,5 @@ def name_of(run_):
 
 
 def medians(runs):
-    """{benchmark: median of its repetitions, in its own unit}"""
+    """{benchmark: median of its repetitions, in the time unit of the benchmark}"""
     return {name_of(run_): run_["real_time"] for run_ in runs if run_.get("aggregate_name") == "median"}

@@ -1,5 +1,5 @@
-// Processor time of the capture path, from the microphone's packets to the host's, and of the bare
-// converter and encoder on the same samples. The repetitions run in random order.
+// Processor time of the capture path, from the device's packets of samples to the encoded packets that the
+// host reads, and of the bare converter and encoder on the same samples. The repetitions run in random order.
 //
 //   velto-capture-path-bench [--benchmark_...] FILE.f32
 //
@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int packets = 480; // of 10 ms: 4.8 s, exactly 225 frames at 48000 Hz
+constexpr int packets = 480; // of 10 ms: 4.8 s, exactly 225 units at 48000 Hz
 constexpr int repetitions = 31;
 
 std::vector<float> ReadSamples(const char *path, size_t values)
@@ -37,7 +37,7 @@ std::vector<float> ReadSamples(const char *path, size_t values)
     return samples;
 }
 
-// Reports the time for a second of sound.
+// Registers a benchmark that reports the time for a second of sound.
 void Register(const std::string &name, const std::function<double()> &record)
 {
     benchmark::RegisterBenchmark(name.c_str(),

@@ -1,4 +1,4 @@
-// Counts the program's allocations.
+// Replaces operator new by one that counts the program's allocations.
 #pragma once
 
 #include <cstdint>

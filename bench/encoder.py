@@ -1,7 +1,7 @@
 """Compares the settings of FFmpeg's AAC encoder at 128000 bit/s.
 
-For each setting: processor time for a second of sound, and how far the difference to the original lies below the sound
-(SNR) and below what the sound masks. Uses the native ffmpeg of FFmpeg 5.1, and the speech of Debian's alsa-utils.
+For each setting: processor time for a second of sound, and how far the difference from the original lies below the sound
+(SNR) and below the level that the sound masks. Uses the native ffmpeg of FFmpeg 5.1, and the speech of Debian's alsa-utils.
 """
 
 import os
@@ -13,9 +13,9 @@ import numpy
 
 from rig import media
 
-import frame
 import masking
 import measuring
+import unit_time
 
 TITLE = "comparing the settings of the encoder"
 RATE = 48000
@@ -40,7 +40,7 @@ CHOSEN = ("fast", "all tools")  # the setting in platform/codec/aac_encoder.cpp
 
 
 def ffmpeg(*arguments, sound=None):
-    """Standard output, and the seconds of processor time of the command."""
+    """Returns the standard output of the command, and its processor time in seconds."""
     before = os.times()
     command = ["ffmpeg", *(["-nostdin"] if sound is None else []), "-v", "error", "-y", *map(str, arguments)]
     out = subprocess.run(command, input=sound, capture_output=True, check=True, timeout=300).stdout
@@ -91,13 +91,13 @@ def measure(options):
 
 
 def measure_sound(name, sound, folder):
-    """The figures of each setting for one sound."""
+    """Returns the figures of each setting for one sound."""
     original_file = folder / "original.wav"
     pcm = (sound * 32767).round().astype("<i2")
     ffmpeg("-f", "s16le", "-ar", RATE, "-ac", 2, "-i", "-", original_file, sound=pcm.tobytes())
     original = pcm / 32768.0
     seconds = len(pcm) / RATE
-    loop = ["-stream_loop", LOOPS - 1, "-i", original_file]  # makes the time for starting the program small
+    loop = ["-stream_loop", LOOPS - 1, "-i", original_file]  # makes the program's start-up time negligible
     rows = []
     floor = min(ffmpeg(*loop, "-c:a", "pcm_f32le", "-f", "null", "-")[1] for _ in range(RUNS))
     for coder in CODERS:
@@ -129,15 +129,15 @@ def table(measured):
         for tools in TOOLS:
             of = {row["sound"]: row for row in rows if (row["coder"], row["tools"]) == (coder, tools)}
             cpu_ms = numpy.mean([row["cpuMs"] for row in of.values()])
-            cells = [f"{cpu_ms:.1f} ms", frame.percent(frame.us_per_frame(cpu_ms))]
+            cells = [f"{cpu_ms:.1f} ms", unit_time.percent(unit_time.us_per_unit(cpu_ms))]
             for sound in sounds:
                 cells += [f"{of[sound]['snrDb']:.1f} dB", f"{of[sound]['maskDb']:.1f} dB"]
             if (coder, tools) == CHOSEN:
                 cells = [f"**{cell}**" for cell in cells]
             lines.append([coder, tools, *cells])
     columns = [column for sound in sounds for column in (f"{sound}: SNR", f"{sound}: noise to mask")]
-    return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound; its percentage is also "
-            "that of a frame.", "", *measuring.table(["coder", "tools", "processor time", "of a frame", *columns], lines)]
+    return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound.", "",
+            *measuring.table(["coder", "tools", "processor time", "of real time", *columns], lines)]
 
 
 def missed(_measured):

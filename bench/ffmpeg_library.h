@@ -1,4 +1,4 @@
-// What the comparisons with the bare FFmpeg libraries share.
+// Shared by the baselines, which call FFmpeg's libraries directly.
 #pragma once
 
 #include <stdexcept>
@@ -11,7 +11,7 @@ struct SwrContext;
 
 namespace velto::bench {
 
-// Throws std::runtime_error when a step of FFmpeg failed; `what` names the step.
+// Throws std::runtime_error if `success` is false; `what` names the step that failed.
 inline void Require(bool success, const char *what)
 {
     if (!success) {

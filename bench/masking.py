@@ -1,4 +1,4 @@
-"""Noise-to-mask ratio: how far coding noise lies above what the sound masks.
+"""Noise-to-mask ratio: how far coding noise lies above the level that the sound masks.
 
 A simple model of hearing. The mask is the energy of the original in bands of a third of a Bark, spread to the neighbouring
 bands (steeply downward, gently upward), less an offset, and at least the threshold in quiet. The noise is the energy of the
@@ -15,7 +15,7 @@ OFFSET_DB = 12.0        # noise this far below the sound in its own band is inau
 DOWNWARD_DB = 27.0      # per Bark, toward lower bands
 UPWARD_DB = 10.0        # per Bark, toward higher bands
 FULL_SCALE_SPL = 96.0   # loudness of a full-scale tone, in dB
-QUIETEST_DB = -70.0     # quieter frames are left out
+QUIETEST_DB = -70.0     # quieter windows are left out
 
 
 def _bark(hz):
@@ -28,13 +28,13 @@ def _quiet_db(hz):
 
 
 def _magnitudes(channel):
-    frames = numpy.lib.stride_tricks.sliding_window_view(channel, WINDOW)[::HOP]
-    window = numpy.hanning(WINDOW)
-    return numpy.abs(numpy.fft.rfft(frames * window, axis=1)) * 2 / window.sum()
+    windows = numpy.lib.stride_tricks.sliding_window_view(channel, WINDOW)[::HOP]
+    shape = numpy.hanning(WINDOW)
+    return numpy.abs(numpy.fft.rfft(windows * shape, axis=1)) * 2 / shape.sum()
 
 
 def noise_to_mask_db(original, coded, rate):
-    """The mean over all frames and bands of both channels. Below 0, the noise is inaudible on average."""
+    """The mean over all windows and bands of both channels. Below 0, the noise is inaudible on average."""
     hz = numpy.fft.rfftfreq(WINDOW, 1 / rate)
     band = (_bark(hz) * BANDS_PER_BARK).astype(int)
     count = band.max() + 1

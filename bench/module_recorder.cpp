@@ -18,7 +18,7 @@ public:
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
 };
 
-// Has all packets of a sound ready at once. Sets a flag after the last one.
+// A capture client that has all packets of a sound ready at once. Sets `finished` after the last one.
 class SoundClient final : public WithoutReferences<IAudioCaptureClient> {
 public:
     SoundClient(const std::vector<float> &samples, uint32_t packetFrames, std::atomic<bool> &finished)
@@ -59,7 +59,7 @@ private:
     size_t m_next = 0;
 };
 
-class OpenVolume final : public WithoutReferences<IAudioEndpointVolume> {
+class UnmutedVolume final : public WithoutReferences<IAudioEndpointVolume> {
 public:
     HRESULT STDMETHODCALLTYPE GetMute(BOOL *) override { return S_OK; }
 
@@ -111,7 +111,7 @@ AudioCaptureProbe::AudioCaptureProbe(uint32_t rateHz)
 double AudioCaptureProbe::Record(const std::vector<float> &samples, uint32_t packetFrames)
 {
     SoundClient client(samples, packetFrames, m_capture.m_stop);
-    OpenVolume volume;
+    UnmutedVolume volume;
     m_capture.m_stop = false;
     m_capture.LoopGetAudioBuffer(&client, &volume);
     m_capture.m_stop = false;

@@ -8,11 +8,11 @@
 
 namespace velto {
 
-// AudioCapture has this class as a friend.
+// A friend of AudioCapture.
 class AudioCaptureProbe {
 public:
-    // Sets a capture up as it is once its device is open and delivers stereo floats at `rateHz`. Throws
-    // std::runtime_error.
+    // Sets up a capture as if its device were open and delivered stereo floats at `rateHz`. Throws
+    // std::runtime_error if the converter, the encoder or the packets cannot be created.
     explicit AudioCaptureProbe(uint32_t rateHz);
     AudioCaptureProbe(const AudioCaptureProbe &) = delete;
     AudioCaptureProbe &operator=(const AudioCaptureProbe &) = delete;

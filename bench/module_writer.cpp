@@ -29,10 +29,10 @@ ModuleWriter::~ModuleWriter()
     FreeLibrary(m_module);
 }
 
-int32_t ModuleWriter::Write(AacFrame &frame)
+int32_t ModuleWriter::Write(AacUnit &unit)
 {
-    StreamFrameHeader header{streamType, static_cast<uint32_t>(frame.size()), 0};
-    StreamFrame record{frame.data(), {}, &header};
+    StreamFrameHeader header{streamType, static_cast<uint32_t>(unit.size()), 0};
+    StreamFrame record{unit.data(), {}, &header};
     return m_table.WriteStreamBuffer(VELTO_ID_SPEAKER, idLength, nullptr, &record);
 }
 

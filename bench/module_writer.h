@@ -1,9 +1,9 @@
-// Writes frames through the shipped DLL, loaded as a host loads it.
+// Writes units through the shipped DLL, loaded as a host loads it.
 #pragma once
 
 #include <windows.h>
 
-#include "bench/aac_frames.h"
+#include "bench/aac_units.h"
 #include "velto/audio_handler.h"
 
 namespace velto::bench {
@@ -16,8 +16,8 @@ public:
     ModuleWriter(const ModuleWriter &) = delete;
     ModuleWriter &operator=(const ModuleWriter &) = delete;
 
-    // Writes one frame to "speaker1". Returns the module's status.
-    int32_t Write(AacFrame &frame);
+    // Writes one unit to "speaker1". Returns the module's status.
+    int32_t Write(AacUnit &unit);
 
 private:
     HMODULE m_module = nullptr;

@@ -5,13 +5,13 @@ import contextlib
 from rig import session
 
 import benchmark_program
-import frame
 import measuring
+import unit_time
 
-TITLE = "timing the packet queue and one that allocates"
+TITLE = "timing the packet queue and a queue that allocates"
 MIN_RATIO = 3.0
-KINDS = {"handing over alone": "OneThread/HandOver",
-         "with writing and reading it": "OneThread/Copying",
+KINDS = {"hand-over alone": "OneThread/HandOver",
+         "with writing and reading the bytes": "OneThread/Copying",
          "the same, with a thread on each side": "TwoThreads/Copying"}
 
 
@@ -30,16 +30,16 @@ def ratio(measured, kind):
 def table(measured):
     def time(queue, kind):
         ns = measured["ns"][f"{queue}/{kind}"]
-        return f"{ns:.0f} ns ({frame.percent(ns / 1000)})"
+        return f"{ns:.0f} ns ({unit_time.percent(ns / 1000)})"
 
     rows = [[name, time("Pooled", kind), time("Allocating", kind), f"{ratio(measured, kind):.1f}"]
             for name, kind in KINDS.items()]
-    return [*measuring.table(["packet of 400 bytes", "packet queue", "new packet each", "ratio"], rows), "", frame.NOTE,
+    return [*measuring.table(["packet of 400 bytes", "packet queue", "new packet each", "ratio"], rows), "", unit_time.NOTE,
             f"Allocations of the packet queue between `Init` and `StopAndClear`: {measured['allocations']:.0f}."]
 
 
 def missed(measured):
-    found = ratio(measured, KINDS["handing over alone"])
+    found = ratio(measured, KINDS["hand-over alone"])
     if found < MIN_RATIO:
         yield f"the packet queue is {found:.1f} times as fast; the goal is at least {MIN_RATIO}"
     if measured["allocations"] != 0:

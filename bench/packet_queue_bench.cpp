@@ -66,7 +66,7 @@ public:
         m_queue.PushData(packet);
     }
 
-    // Asks for the count first, as the host's reads do.
+    // Asks for the count first, as ReadStreamBuffer does.
     template <typename Use>
     void Read(Use use)
     {

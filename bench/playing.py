@@ -5,8 +5,8 @@ import time
 
 from rig import media, session
 
-import frame
 import measuring
+import unit_time
 
 TITLE = "watching a host that plays a file in a loop"
 MAX_GROWTH_KIB = 1024  # of the process's private memory, from 10 s after the start to the end
@@ -55,8 +55,8 @@ def table(measured):
     cpu_s = measured["cpuSecondsPerMinute"]
     rows = [[f"{sample['atSeconds']} s", f"{sample['resident'] / 1024:.1f} MiB", f"{sample['private'] / 1024:.2f} MiB"]
             for sample in measured["memoryKib"]]
-    return [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes ({measured['framesSent']} frames) uses "
-            f"{cpu_s:.2f} s of processor time for 60 s of sound: {frame.us_per_frame(1000 * cpu_s / 60):.0f} µs per frame, "
+    return [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes ({measured['framesSent']} units) uses "
+            f"{cpu_s:.2f} s of processor time for 60 s of sound: {unit_time.us_per_unit(1000 * cpu_s / 60):.0f} µs per unit, "
             f"{100 * cpu_s / 60:.1f} % of one processor.", "",
             *measuring.table(["after", "resident memory", "private part of it"], rows)]
 

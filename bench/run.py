@@ -1,6 +1,6 @@
 """Measures speed, delay and memory of the DLL under Wine, and writes the figures into docs/performance.md.
 
-Run it on a machine that does nothing else. Playing alone takes 10 minutes.
+Run it on an idle machine. The part "playing" takes 10 minutes.
 """
 
 import importlib
@@ -15,15 +15,15 @@ MEASUREMENTS = {name: name.replace("-", "_") for name in (
 
 def add_arguments(parser):
     parser.add_argument("files", nargs="*", metavar="FILE",
-                        help="more sound files for write-path and encoder; the page is not written")
-    parser.add_argument("--only", choices=MEASUREMENTS, help="measure only this")
+                        help="another sound file for write-path and encoder; if given, the page is not written")
+    parser.add_argument("--only", choices=MEASUREMENTS, help="measure only this part")
     parser.add_argument("--minutes", type=float, default=10, help="length of playing, at least 1 (default: 10)")
     parser.add_argument("--show", action="store_true", help="print the figures, but do not write the page")
 
 
 def measure(options):
     if not options.minutes >= 1:
-        SCRIPT.parser.error("--minutes: at least 1 is needed")
+        SCRIPT.parser.error("--minutes must be at least 1")
     measuring.prepare("windows", setup=["--bench"], options=[f"-DVELTO_BENCHMARK_SOURCE={measuring.CACHE / 'benchmark-source'}"])
     # These modules need the packages that the set-up installs.
     from rig import processes

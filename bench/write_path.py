@@ -1,4 +1,4 @@
-"""Time per call of WriteStreamBuffer through the DLL, and of FFmpeg's bare decoder on the same frames."""
+"""Time per call of WriteStreamBuffer through the DLL, and of FFmpeg's bare decoder on the same units."""
 
 import contextlib
 import pathlib
@@ -6,8 +6,8 @@ import pathlib
 from rig import media, paths, processes, session
 
 import benchmark_program
-import frame
 import measuring
+import unit_time
 
 TITLE = "timing WriteStreamBuffer and the bare decoder"
 MAX_RATIO = 1.6
@@ -15,7 +15,7 @@ CALLS_PER_LOG_LINE = 50
 
 
 def as_adts(path):
-    """The file as an ADTS stream at 48000 Hz: copied if it has AAC at that rate, else encoded again."""
+    """Returns the file as an ADTS stream at 48000 Hz: copied if it contains AAC at that rate, else encoded."""
     path = pathlib.Path(path).resolve()
     target = paths.CACHE / "bench" / f"{path.stem}.aac"
     target.parent.mkdir(parents=True, exist_ok=True)
@@ -42,24 +42,24 @@ def measure(options):
             "reading the stream type in the registry": medians["ReadRegistry"],
             "signalling the idle watchdog": medians["SignalWatchdog"],
             "allocating, filling and queueing a block": medians["QueueBlock"],
-            f"the frame counter's log line, one in {CALLS_PER_LOG_LINE} calls":
+            f"the log line that counts units, one in {CALLS_PER_LOG_LINE} calls":
                 medians["WriteLogLine"] / CALLS_PER_LOG_LINE,
         },
     }
 
 
 def table(measured):
-    rows = [[entry["file"], frame.with_percent(entry["writeUs"]), frame.with_percent(entry["bareUs"]), f"{entry['ratio']:.2f}",
-             frame.with_percent(MAX_RATIO * entry["bareUs"])] for entry in measured["files"]]
+    rows = [[entry["file"], unit_time.with_percent(entry["writeUs"]), unit_time.with_percent(entry["bareUs"]), f"{entry['ratio']:.2f}",
+             unit_time.with_percent(MAX_RATIO * entry["bareUs"])] for entry in measured["files"]]
     first, parts = measured["files"][0], measured["parts"]
     besides = first["writeUs"] - first["bareUs"]
-    part_rows = [[name, f"{microseconds:.2f} µs", frame.percent(microseconds)] for name, microseconds in parts.items()]
+    part_rows = [[name, f"{microseconds:.2f} µs", unit_time.percent(microseconds)] for name, microseconds in parts.items()]
     rest = besides - sum(parts.values())
-    part_rows.append(["the rest: locks, checks, the play thread's share of the processor", f"{rest:.1f} µs", frame.percent(rest)])
-    return [*measuring.table(["frames of", "WriteStreamBuffer", "bare decoder and converter", "ratio",
-                              f"goal: at most {MAX_RATIO} times bare"], rows), "", frame.NOTE, "",
+    part_rows.append(["the rest: locks, checks, the play thread's share of the processor", f"{rest:.1f} µs", unit_time.percent(rest)])
+    return [*measuring.table(["units of", "WriteStreamBuffer", "bare decoder and converter", "ratio",
+                              f"goal: at most {MAX_RATIO} times bare"], rows), "", unit_time.NOTE, "",
             f"The {besides:.1f} µs besides decoding, by part, each measured alone:", "",
-            *measuring.table(["part", "time per call", "of a frame"], part_rows)]
+            *measuring.table(["part", "time per call", "of a unit"], part_rows)]
 
 
 def missed(measured):

@@ -1,5 +1,5 @@
 // Time per call of WriteStreamBuffer through the shipped DLL, and of FFmpeg's bare decoder on the same
-// frames. The repetitions of all benchmarks run in random order, so that other load on the machine
+// units. The repetitions of all benchmarks run in random order, so that other load on the machine
 // affects all of them alike.
 //
 //   velto-write-path-bench [--benchmark_...] FILE.aac...
@@ -14,7 +14,7 @@
 #include <functional>
 #include <string>
 
-#include "bench/aac_frames.h"
+#include "bench/aac_units.h"
 #include "bench/bare_decoder.h"
 #include "bench/module_writer.h"
 #include "bench/repetitions.h"
@@ -23,34 +23,34 @@
 namespace velto::bench {
 namespace {
 
-constexpr int framesPerRepetition = 235; // five seconds of sound
+constexpr int unitsPerRepetition = 235; // five seconds of sound
 constexpr int repetitions = 41;
 
-// The frames of a file, in a loop.
-class FrameLoop {
+// Repeats the units of a file endlessly.
+class UnitLoop {
 public:
-    explicit FrameLoop(std::vector<AacFrame> frames) : m_frames(std::move(frames)) {}
-    AacFrame &Next() { return m_frames[m_next++ % m_frames.size()]; }
+    explicit UnitLoop(std::vector<AacUnit> units) : m_units(std::move(units)) {}
+    AacUnit &Next() { return m_units[m_next++ % m_units.size()]; }
 
 private:
-    std::vector<AacFrame> m_frames;
+    std::vector<AacUnit> m_units;
     size_t m_next = 0;
 };
 
 void Register(const std::string &name, const std::function<void(benchmark::State &)> &function)
 {
-    Repeat(benchmark::RegisterBenchmark(name.c_str(), function), framesPerRepetition, repetitions,
+    Repeat(benchmark::RegisterBenchmark(name.c_str(), function), unitsPerRepetition, repetitions,
            benchmark::kMicrosecond);
 }
 
-void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &decoder, FrameLoop &written,
-                  FrameLoop &decoded)
+void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &decoder, UnitLoop &written,
+                  UnitLoop &decoded)
 {
     const std::string name = std::filesystem::path(path).stem().string();
     Register("WriteStreamBuffer/" + name, [&](benchmark::State &state) {
         for (auto _ : state) {
             if (module.Write(written.Next()) != VELTO_OK) {
-                state.SkipWithError("the module refused a frame");
+                state.SkipWithError("the module refused a unit");
             }
         }
     });
@@ -62,10 +62,10 @@ void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &de
 }
 
 // Opens the sound device and fills its buffer, in real time.
-void WarmUp(ModuleWriter &module, FrameLoop frames)
+void WarmUp(ModuleWriter &module, UnitLoop units)
 {
     for (int i = 0; i < 100; ++i) {
-        module.Write(frames.Next());
+        module.Write(units.Next());
         Sleep(20);
     }
 }
@@ -79,15 +79,15 @@ int Run(int argc, char **argv)
     }
     ModuleWriter module;
     BareDecoder decoder;
-    std::deque<FrameLoop> loops; // the benchmarks keep references to its elements
+    std::deque<UnitLoop> loops; // the benchmarks keep references to its elements
     for (int i = 1; i < argc; ++i) {
-        const std::vector<AacFrame> frames = ReadAacFrames(argv[i]);
-        FrameLoop &written = loops.emplace_back(frames);
-        FrameLoop &decoded = loops.emplace_back(frames);
+        const std::vector<AacUnit> units = ReadAacUnits(argv[i]);
+        UnitLoop &written = loops.emplace_back(units);
+        UnitLoop &decoded = loops.emplace_back(units);
         RegisterFile(argv[i], module, decoder, written, decoded);
     }
     WarmUp(module, loops.front());
-    RegisterWritePathParts(framesPerRepetition, repetitions);
+    RegisterWritePathParts(unitsPerRepetition, repetitions);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
@@ -101,8 +101,8 @@ int main(int argc, char **argv)
     try {
         const int result = velto::bench::Run(argc, argv);
         std::fflush(nullptr);
-        // The results are written. At an ordinary exit with the module's threads still running, Wine 8
-        // sometimes fails in its own thread start-up.
+        // The results are written. An ordinary exit while the module's threads run sometimes crashes under
+        // Wine 8.
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
         return result;
     } catch (const std::exception &problem) {

@@ -19,7 +19,7 @@
 namespace velto::bench {
 namespace {
 
-constexpr int32_t blockBytes = 1024 * 2 * sizeof(int16_t); // one AAC frame as stereo
+constexpr int32_t blockBytes = 1024 * 2 * sizeof(int16_t); // one unit, decoded to 16-bit stereo
 
 void ReadRegistry(benchmark::State &state)
 {
@@ -56,7 +56,7 @@ void QueueBlock(benchmark::State &state)
 {
     const std::vector<uint8_t> pcm(blockBytes, 1);
     const SpeakerAudioParams parameters;
-    AudioPlayThread queue(&parameters, nullptr); // not started, so it plays nothing
+    AudioPlayThread queue(&parameters, nullptr); // its thread does not run, so it plays nothing
     const auto push = [&] {
         auto *block = new AudioPlayBuffer;
         block->buf = new uint8_t[blockBytes];

@@ -3,9 +3,9 @@
 
 namespace velto::bench {
 
-// Registers four benchmarks: one registry read of the stream type; one signal to a thread that waits as
-// the idle watchdog does; one block that is allocated, filled and queued, which frees the oldest block of
-// the full queue; one log line of the frame counter.
+// Registers four benchmarks: reading the stream type from the registry; signalling a thread that waits as
+// the idle watchdog does; allocating, filling and queueing a block, which frees the oldest block of the full
+// queue; writing the log line that counts units.
 void RegisterWritePathParts(int iterations, int repetitions);
 
 } // namespace velto::bench

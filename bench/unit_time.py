@@ -1,9 +1,9 @@
-"""The time budget of a frame: a measured time as a part of the sound that a frame lasts."""
+"""Relates measured times to the 21.3 ms of sound in a unit."""
 
 SAMPLES = 1024
 RATE_HZ = 48000
 US = SAMPLES / RATE_HZ * 1e6  # 21333 µs
-NOTE = f"Percentages are parts of the {US:.0f} µs that a frame lasts."
+NOTE = f"Percentages are parts of the {US:.0f} µs that a unit lasts."
 
 
 def percent(microseconds):
@@ -16,6 +16,6 @@ def with_percent(microseconds, digits=1):
     return f"{microseconds:.{digits}f} µs ({percent(microseconds)})"
 
 
-def us_per_frame(ms_per_second):
-    """Processor time for a frame, from that for a second of sound."""
+def us_per_unit(ms_per_second):
+    """Converts processor time for a second of sound to the time for a unit."""
     return ms_per_second * US / 1000

@@ -1,4 +1,4 @@
-// Reads the AAC frames of an ADTS file without their headers, as a host sends them.
+// Reads the units of an ADTS file, without their headers, as a host sends them.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace velto::bench {
 
-using AacFrame = std::vector<uint8_t>;
+using AacUnit = std::vector<uint8_t>;
 
 // Throws std::runtime_error when the file is not an ADTS stream at 48000 Hz, the rate that the module
-// assumes for raw frames.
-std::vector<AacFrame> ReadAacFrames(const std::string &path);
+// assumes for raw units.
+std::vector<AacUnit> ReadAacUnits(const std::string &path);
 
 } // namespace velto::bench

@@ -1,4 +1,4 @@
-#include "bench/aac_frames.h"
+#include "bench/aac_units.h"
 
 #include <fstream>
 #include <iterator>
@@ -6,7 +6,7 @@
 
 namespace velto::bench {
 
-std::vector<AacFrame> ReadAacFrames(const std::string &path)
+std::vector<AacUnit> ReadAacUnits(const std::string &path)
 {
     constexpr size_t shortHeader = 7;
     constexpr size_t checksum = 2;
@@ -15,7 +15,7 @@ std::vector<AacFrame> ReadAacFrames(const std::string &path)
     std::ifstream file(path, std::ios::binary);
     const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)),
                                      std::istreambuf_iterator<char>());
-    std::vector<AacFrame> frames;
+    std::vector<AacUnit> units;
     for (size_t at = 0; at + shortHeader <= bytes.size();) {
         const uint8_t *header = bytes.data() + at;
         const bool isSync = header[0] == 0xFF && (header[1] & 0xF6) == 0xF0;
@@ -26,13 +26,13 @@ std::vector<AacFrame> ReadAacFrames(const std::string &path)
             at + length > bytes.size()) {
             throw std::runtime_error(path + " is not an ADTS stream at 48000 Hz");
         }
-        frames.emplace_back(header + headerLength, header + length);
+        units.emplace_back(header + headerLength, header + length);
         at += length;
     }
-    if (frames.empty()) {
-        throw std::runtime_error(path + " has no frames");
+    if (units.empty()) {
+        throw std::runtime_error(path + " has no units");
     }
-    return frames;
+    return units;
 }
 
 } // namespace velto::bench
