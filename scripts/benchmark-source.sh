@@ -1,8 +1,8 @@
-# Fetches the source of Google Benchmark, as Debian packages it, into the cache.
+# Fetches the source of Google Benchmark from Debian into the cache.
 # Sourced by scripts/setup after ffmpeg-for-windows.sh, whose fetch_source it uses.
 #
-# The folder is created under a temporary name and then renamed, so that it is complete if it exists. bench/
-# compiles the source for Windows, because Debian's binary package is for Linux.
+# The folder is created under a temporary name and then renamed, so it is complete if it exists. bench/ compiles
+# the source for Windows, because Debian's binary package is for Linux.
 
 benchmark_source=$cache/benchmark-source
 

@@ -1,4 +1,4 @@
-"""What gcovr counted, as tables of docs/reliability.md, and the goals."""
+"""Formats gcovr's counts as tables for docs/reliability.md, and checks the goals."""
 
 import json
 import pathlib
@@ -12,7 +12,7 @@ COUNTS = ("lines", "linesRun", "branches", "branchesRun")
 
 
 def read_explanations():
-    """{file: (number of lines, reason)} of the lines that no test runs."""
+    """Returns {file: (number of lines, reason)} for the lines that no test runs."""
     explanations = {}
     for line in EXPLANATIONS.read_text("utf-8").splitlines():
         if line and not line.startswith("#"):
@@ -42,7 +42,7 @@ def percent(part, whole):
 
 
 def read(path):
-    """Counts of each folder and of all, and the lines of each file that no test runs."""
+    """Returns the counts of each folder and of all folders, and the lines of each file that no test runs."""
     folders, not_run = {}, {}
     for entry in json.loads(path.read_text("utf-8"))["files"]:
         lines = [line for line in entry["lines"] if not line["gcovr/noncode"] and not line["gcovr/excluded"]]
@@ -86,7 +86,7 @@ def missed(counted):
         explained = explanations.get(file, (0, ""))[0]
         if len(numbers) > explained:
             yield (f"{file}: no test runs lines {ranges(numbers)}; {EXPLANATIONS.name} explains {explained} of them. "
-                   "Add a test, or the reason")
+                   "Add a test or a reason")
     whole = counted["all"]
     if percent(whole["linesRun"], whole["lines"]) < MIN_LINES:
         yield f"tests must run at least {MIN_LINES} % of the lines"

@@ -1,7 +1,7 @@
-"""What the fault walk counted, as a table of docs/reliability.md.
+"""Formats the fault walk's counts as a table for docs/reliability.md.
 
-Called with --check, compares the page with the counts in FOLDER, a file for each scenario. The number of cases is not
-compared: how often the threads that poll call the system differs from run to run.
+With --check, compares the page with the counts in FOLDER, which contains a file for each scenario. The numbers of cases are
+not compared: they depend on how often polling threads call the system, which differs from run to run.
 """
 
 import argparse
@@ -12,9 +12,9 @@ import sys
 import measuring
 
 SCENARIOS = {"speaker": "renderer", "table": "speaker, through the table", "microphone": "microphone"}
-COLUMNS = {"calls": "calls", "failures": "error codes", "null": "no object", "sizes": "zero and huge sizes",
-           "successes": "odd successes", "hangs": "hangs", "cases": "cases", "lasting": "of them lasting",
-           "findings": "not as expected"}
+COLUMNS = {"calls": "calls", "failures": "error codes", "null": "success without object", "sizes": "zero and huge sizes",
+           "successes": "other success codes", "hangs": "hangs", "cases": "cases", "lasting": "lasting cases",
+           "findings": "unexpected results"}
 SAME_IN_EACH_RUN = ("calls", "failures", "null", "sizes", "successes", "hangs")
 
 
@@ -32,7 +32,7 @@ def text(walks):
 
 
 def differences(walks):
-    """The scenarios whose counts are not those of the page."""
+    """Yields the scenarios whose counts differ from the page."""
     page = (measuring.DOCS / "reliability.md").read_text("utf-8")
     for name, walk in walks.items():
         row = re.search(rf"^\| {re.escape(SCENARIOS[name])} \|(.*)\|$", page, re.MULTILINE)
@@ -47,7 +47,7 @@ def main():
     parser.add_argument("--check", action="store_true", required=True)
     different = list(differences(read(parser.parse_args().folder)))
     if different:
-        print(f"docs/reliability.md has other counts for these scenarios: {'; '.join(different)}. Run scripts/fault-walk.",
+        print(f"docs/reliability.md has different counts for these scenarios: {'; '.join(different)}. Run scripts/fault-walk.",
               file=sys.stderr)
     return 1 if different else 0
 

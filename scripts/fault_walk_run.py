@@ -1,4 +1,4 @@
-"""Injects every documented fault of every system call into the module, one at a time, under AddressSanitizer.
+"""Injects every documented fault of every system call of the module, one at a time, under AddressSanitizer.
 
 Writes the counts into docs/reliability.md.
 """

@@ -1,12 +1,12 @@
 # Builds FFmpeg 5.1 for Windows from Debian's source package into the cache.
 # Sourced by scripts/setup after lib.sh.
 #
-# A finished build is the folder ffmpeg-VERSION-HASH, with the hash of the configure line. It contains bin/,
-# include/, lib/ and a stamp with the checksum of every file. It is created under a temporary name and then
-# renamed, so a folder that does not match its stamp was damaged later, and is built again. The link
-# ffmpeg-windows next to it is CMake's default.
+# A finished build is the folder ffmpeg-VERSION-HASH, where HASH is that of the configure line. It contains bin/,
+# include/, lib/ and a stamp with the checksum of every file. The folder is created under a temporary name and
+# then renamed: if it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link
+# ffmpeg-windows next to it by default.
 
-# Only the parts that the module and its host need: AAC in its usual containers, and the resampler. Win32
+# Only the parts that the module and velto-host need: AAC in its usual containers, and the resampler. Win32
 # threads, and a static winpthread for two clock functions, keep libwinpthread-1.dll out of the import tables.
 ffmpeg_options=(
     --target-os=mingw32 --arch=x86_64 --enable-cross-compile
@@ -50,8 +50,8 @@ ffmpeg_cached() {
 
 ffmpeg_link() { ln -sfnT "$1" "$cache/ffmpeg-windows"; }
 
-# private_source_list FOLDER [APT]: copies the machine's package sources into FOLDER, changed to source
-# packages. Leaves out other suites than Debian's, and discs, which have no source packages.
+# private_source_list FOLDER [APT]: writes the machine's package sources into FOLDER, changed to deb-src. Leaves
+# out suites other than Debian 12's, and discs, which have no source packages.
 private_source_list() {
     local file out=$1 apt=${2:-/etc/apt}
     mkdir -p "$out"
@@ -115,13 +115,13 @@ build_ffmpeg() {
     version=$(cat "$work/tree/RELEASE")
     case $version in
         5.1*) ;;
-        *) die "Debian's FFmpeg is $version here, this module needs 5.1" \
-            "Use Debian 12, or give your own build: scripts/build -DVELTO_FFMPEG_ROOT=<folder>" ;;
+        *) die "Debian's FFmpeg is $version here; the module needs 5.1" \
+            "Use Debian 12, or another build: scripts/build -DVELTO_FFMPEG_ROOT=<folder>" ;;
     esac
 
     target=$cache/ffmpeg-$version-$(ffmpeg_hash)
     if [ -d "$target" ]; then
-        say "the cached FFmpeg is damaged, building it again"
+        say "the cached FFmpeg is damaged; building it again"
     fi
     say "configuring FFmpeg $version for Windows (about half a minute)"
     mkdir "$work/build"

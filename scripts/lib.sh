@@ -1,4 +1,4 @@
-# Shared by the scripts in this folder: paths, messages, and how to start their Python parts. Sourced, never run.
+# Shared by the scripts in this folder: paths, messages, starting their Python parts. Sourced, never run.
 
 set -euo pipefail
 
@@ -7,7 +7,7 @@ cache=${XDG_CACHE_HOME:-${HOME:?HOME is not set}/.cache}/velto-audio-handler
 
 say() { printf '%s: %s\n' "${0##*/}" "$*"; }
 
-# print_help: the comment at the head of the script.
+# print_help: prints the comment at the head of the script.
 print_help() { sed -n '2,/^$/s/^# \{0,1\}//p' "$0"; }
 
 # die REASON [REMEDY]
@@ -29,8 +29,8 @@ run_logged() {
     fi
 }
 
-# exec_python FILE ARGUMENT...: the Python part of a measuring script. It checks its arguments first, then calls
-# scripts/setup and scripts/build (measuring.prepare), and then measures.
+# exec_python FILE ARGUMENT...: continues with the Python part of a measuring script. That part checks its arguments, calls
+# scripts/setup and scripts/build (measuring.prepare), and measures.
 exec_python() {
     local file=$1
     shift

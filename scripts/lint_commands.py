@@ -18,7 +18,7 @@ REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 @functools.cache
 def headers_of(compiler):
-    """The folders of the cross compiler's headers: the C++ library's and Windows'. clang has its own intrinsics."""
+    """Returns the folders with the C++ library's and Windows' headers. Leaves out GCC's own: clang has its own intrinsics."""
     text = subprocess.run([compiler, "-E", "-x", "c++", "-v", "/dev/null"],
                           check=True, capture_output=True, text=True).stderr
     listed = text.split("#include <...> search starts here:")[1].split("End of search list.")[0].split()
@@ -43,8 +43,7 @@ def main():
     chosen = {}
     for entry in json.loads((build / "compile_commands.json").read_text("utf-8")):
         source = pathlib.Path(entry["file"])
-        # The product's command comes first; some sources are compiled on Linux only by the tests. The examples in C
-        # are not checked: their code is kept short.
+        # Prefers the product's command to the tests'. On Linux, only the tests compile some of the sources.
         if source.suffix == ".cpp" and any(folder in source.parents for folder in OWN):
             if entry["file"] not in chosen or "velto_module_under_test.dir" not in entry["command"]:
                 chosen[entry["file"]] = {**entry, "command": for_clang(entry["command"])}

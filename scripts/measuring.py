@@ -1,4 +1,4 @@
-"""What the measuring scripts share: arguments, preparation, messages, results, sections of pages, exit codes."""
+"""Shared by the measuring scripts: arguments, preparation, messages, results, sections of pages, exit codes."""
 
 import argparse
 import datetime
@@ -13,12 +13,12 @@ BUILD = REPOSITORY / "build"
 DOCS = REPOSITORY / "docs"
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "velto-audio-handler"
 
-INTERRUPTED = 130  # the exit code of a program that Ctrl-C ended
-EXIT_CODES = "Exit code: 0 if all goals are met, 1 if one is missed or the run fails, 2 for wrong arguments."
+INTERRUPTED = 130  # the usual exit code after Ctrl-C
+EXIT_CODES = "Exit code: 0 if all goals are met, 1 if one is missed or the run fails, 2 for wrong arguments, 130 after Ctrl-C."
 
 
 class Script:
-    """A script of scripts/ by its name. Its results go to build/NAME/results.json."""
+    """The measuring script scripts/NAME. Its results go to build/NAME/results.json."""
 
     def __init__(self, name, description):
         self.name = name
@@ -32,7 +32,7 @@ class Script:
         print(f"{self.name}: {text}", file=sys.stderr, flush=True)
 
     def run(self, function):
-        """Returns the exit code of function(options), which may raise an error with the reason."""
+        """Calls function(options) and returns its exit code. If it raises an error, prints the reason and returns 1."""
         options = self.parser.parse_args()
         try:
             return function(options)
@@ -57,7 +57,7 @@ class Script:
     def publish(self, page, text, section=None):
         """Replaces the script's section of a page in docs/."""
         write_section(page, section or f"scripts/{self.name}", text)
-        self.say(f"docs/{page} has these figures now")
+        self.say(f"docs/{page} is updated")
 
     def finish(self, missed):
         """Prints the goals that were missed, as sentences. Returns the exit code."""
@@ -68,7 +68,7 @@ class Script:
 
 
 def prepare(*builds, setup=(), options=()):
-    """Sets the machine up and builds. The scripts print their own errors."""
+    """Runs scripts/setup and scripts/build, which print their own errors. Exits if one of them fails."""
     if setup:
         _run_script("setup", *setup)
     if builds:
@@ -82,7 +82,7 @@ def _run_script(name, *arguments):
 
 
 def run_logged(log, what, command, folder):
-    """Runs a command quietly. An error shows the end of its log."""
+    """Runs a command with its output in a log. If it fails, prints the end of the log and raises RuntimeError."""
     with open(log, "w", encoding="utf-8") as out:
         code = subprocess.run(command, cwd=folder, stdout=out, stderr=out, check=False).returncode
     if code != 0:
@@ -104,7 +104,7 @@ def write_section(page, source, text):
 
 
 def table(columns, rows):
-    """The lines of a table. The columns are its head."""
+    """Returns the lines of a Markdown table. `columns` are the titles of its columns."""
     return [f"| {' | '.join(columns)} |", "|---" * len(columns) + "|", *(f"| {' | '.join(row)} |" for row in rows)]
 
 
@@ -113,7 +113,7 @@ def today():
 
 
 def machine():
-    """Processor, number of processors, version of Wine."""
+    """Returns the processor's name, the number of processors, and the version of Wine."""
     names = [line.partition(":")[2].strip() for line in pathlib.Path("/proc/cpuinfo").read_text("utf-8").splitlines()
              if line.startswith("model name")]
     wine = subprocess.run(["wine", "--version"], capture_output=True, text=True, check=True).stdout.split()[0]
@@ -121,10 +121,10 @@ def machine():
 
 
 def measured():
-    """The line that begins a section."""
+    """Returns the first line of a section."""
     return f"Measured on {today()}: {machine()}."
 
 
 def load_average():
-    """How many processes were running or ready to run during the last minute, on average."""
+    """Returns the load average of the last minute."""
     return os.getloadavg()[0]
