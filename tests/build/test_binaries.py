@@ -9,12 +9,13 @@ import unittest
 
 import places
 
-# Part of every Windows 10.
+# DLLs that every Windows 10 has.
 WINDOWS = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll",
            "shell32.dll", "user32.dll"}
 
-# Those that the module imports.
+# DLLs of Windows that the module imports.
 MODULE_IMPORTS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll"}
+# Shipped files that this project compiles.
 OWN = tuple(name for name in places.SHIPPED if name not in places.FFMPEG)
 
 
@@ -59,7 +60,7 @@ class ShippedFiles(unittest.TestCase):
             with self.subTest(name):
                 self.assertNotIn(places.MODULE.lower(), imports(name))
 
-    def test_headers_ask_for_random_addresses_and_non_executable_data(self):
+    def test_headers_enable_address_randomization_and_non_executable_data(self):
         for name in OWN:
             with self.subTest(name):
                 text = headers(name)

@@ -1,4 +1,4 @@
-"""The public header compiles in all supported languages and compilers, and so does the code in the documents."""
+"""The public header compiles as each supported language with each supported compiler. The code in the documents builds."""
 
 import re
 import subprocess
@@ -39,12 +39,13 @@ class PublicHeader(unittest.TestCase):
         self.compiles("c++", "c++20")
 
     def test_unknown_type_does_not_compile(self):
+        # Shows that the tests above can fail.
         result = compile_as(["gcc"], "c", "c99", SOURCE + "VeltoNoSuchType value;\n")
         self.assertNotEqual(result.returncode, 0)
 
 
 class Layout(unittest.TestCase):
-    """Static assertions in the header refuse renamed fields and swapped slots."""
+    """Static assertions in the header reject renamed fields and swapped slots."""
 
     def setUp(self):
         self.text = HEADER.read_text("utf-8")

@@ -1,4 +1,4 @@
-"""The module links a host platform's own logging, registry and codec libraries in place of ours."""
+"""The module links a host platform's logging, registry and codec libraries instead of the stand-ins in platform/."""
 
 import os
 import pathlib
@@ -27,7 +27,7 @@ bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, T &, R
 template bool Registry::SetValue(HKEY, const std::wstring &, const std::wstring &, DWORD &, REGSAM);
 }
 """
-# A platform's own header: the value goes by reference, and only a DWORD that is no constant can be written.
+# A header that differs from ours: SetValue takes the value by non-const reference, so it accepts only a DWORD variable.
 REGISTRY_HEADER = """
 #include <windows.h>
 #include <string>
@@ -70,9 +70,9 @@ def run(*command):
 
 
 def make_library(root, name, headers, source):
-    """A folder as a host platform would hand it over: include/<name>/, lib/.
+    """Makes a folder as a host platform delivers it, with include/<name>/ and lib/.
 
-    Headers without a text are copies of ours."""
+    Headers without a text are copied from platform/."""
     folder = root / f"platform-{name}"
     (folder / "include" / name).mkdir(parents=True)
     (folder / "lib").mkdir()
@@ -109,7 +109,7 @@ class PlatformReplacement(unittest.TestCase):
         self.assertIn(b"logging of another platform", module)
         self.assertIn(b"registry of another platform", module)
         self.assertIn(b"codec of another platform", module)
-        # Only our own logging names a file of its own, and only our own codec complains of packets.
+        # Texts that only our logging library and our codec library contain.
         for ours in (b"LibVeltoAudioHandler.log", b"Encode: a packet of "):
             self.assertIn(ours, (places.BIN / places.MODULE).read_bytes())
             self.assertNotIn(ours, module)

@@ -1,4 +1,4 @@
-"""The set-up with a damaged cache, and with the package sources of different machines."""
+"""scripts/setup with a damaged cache, and with the package sources of different machines."""
 
 import os
 import pathlib

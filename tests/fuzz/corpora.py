@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Writes the seed corpora of the fuzz targets into FOLDER, a folder of small files for each target.
+"""Writes the seed corpora of the fuzz targets into FOLDER. Each target has a folder of small files.
 
 Files with sound contain tones and noise from FFmpeg's encoder. Damaged files are derived from these. Each run writes the
 same files.
@@ -29,7 +29,7 @@ def ffmpeg(*arguments):
 
 
 def access_units(adts):
-    """The access units of an ADTS stream, without headers."""
+    """Returns the access units of an ADTS stream, without headers."""
     units = []
     while len(adts) > ADTS_HEADER_BYTES:
         size = (adts[3] & 3) << 11 | adts[4] << 3 | adts[5] >> 5
@@ -39,7 +39,7 @@ def access_units(adts):
 
 
 def damaged(data, seed):
-    """The bytes cut short, with flipped bits, without a piece, and with a piece repeated."""
+    """Yields (kind, bytes) four times: cut short, with flipped bits, without a piece, and with a piece repeated."""
     rng = random.Random(seed)
     flipped = bytearray(data)
     for _ in range(8):
@@ -51,8 +51,8 @@ def damaged(data, seed):
     yield "doubled", data[:at] + data[at // 2:]
 
 
-def doubled(unit, payload):
-    """The unit with spectral band replication, which decodes to twice the samples.
+def with_replication(unit, payload):
+    """Returns the unit with spectral band replication, which decodes to twice the samples.
 
     Inserts a fill element of eight bytes with the extension in front of the unit's end: three set bits, then padding.
     """
@@ -62,8 +62,8 @@ def doubled(unit, payload):
     return int(bits, 2).to_bytes(len(bits) // 8, "big")
 
 
-def frame(unit, device=0):
-    """A write, as speaker_path reads it: choice, size, payload, stream type."""
+def write(unit, device=0):
+    """Returns a write of the unit, as speaker_path reads it: choice, size, payload, stream type."""
     return struct.pack("<BH", device << 3, len(unit)) + unit + b"\x03"
 
 
@@ -71,24 +71,25 @@ def speaker_path(units):
     stereo_mix, mono_mix, wide_mix = b"\x00\x00\x00" * 2, b"\x01\x01\x01" * 2, b"\x03\x00\x02\x04\x03\x05"
     headset, lost, idle, closed = b"\x07\x02", b"\x07\x01", b"\x07\x00", b"\x06"
     for name, sound in units.items():
-        yield name, stereo_mix + b"".join(frame(unit) for unit in sound[:6])
+        yield name, stereo_mix + b"".join(write(unit) for unit in sound[:6])
         for kind, bad in damaged(sound[2], name):
-            yield f"{name}_{kind}", stereo_mix + b"".join(map(frame, [sound[1], bad, sound[3], sound[2]]))
+            yield f"{name}_{kind}", stereo_mix + b"".join(map(write, [sound[1], bad, sound[3], sound[2]]))
     mixed = [unit for three in zip(*(sound[:4] for sound in units.values())) for unit in three]
-    yield "mixed", mono_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(mixed))
-    tone = [frame(unit) for unit in units["tone"][:8]]
+    yield "mixed", mono_mix + b"".join(write(unit, i % 2) for i, unit in enumerate(mixed))
+    tone = [write(unit) for unit in units["tone"][:8]]
     yield "changes", wide_mix + tone[0] + headset + tone[1] + tone[2] + lost + tone[3] + idle + tone[4] + closed
-    # No frame, no header, no payload, an id with another length, a size that cannot be allocated, no id.
+    # Writes without a StreamFrame, without its header or its payload, with a wrong length of the id, with a size that
+    # cannot be allocated, without an id.
     yield "odd", stereo_mix + b"\x04\x00\x04\x01" + b"\x04\x02\x07\x00\x00\x00" + b"\x04\x03\x00" + \
         b"\x04\x04\x07\x00\x00\x00" + b"\x04\x05" + tone[0]
     for name in ("tone", "mono"):
         rng = random.Random(name)
-        twice = [frame(doubled(unit, rng.getrandbits(60))) for unit in units[name][:12]]
+        twice = [write(with_replication(unit, rng.getrandbits(60))) for unit in units[name][:12]]
         yield f"{name}_twice", stereo_mix + b"".join(twice)
-        yield f"{name}_then_twice", stereo_mix + b"".join(map(frame, units[name][:6])) + idle + b"".join(twice)
+        yield f"{name}_then_twice", stereo_mix + b"".join(map(write, units[name][:6])) + idle + b"".join(twice)
     parameters = struct.pack("<BBBIBIBI", 5, 3, 0, 44100, 1, 16, 2, 4)
     yield "parameters", stereo_mix + parameters + tone[0] + idle + tone[1]
-    yield "both", stereo_mix + b"".join(frame(unit, i % 2) for i, unit in enumerate(units["noise"]))
+    yield "both", stereo_mix + b"".join(write(unit, i % 2) for i, unit in enumerate(units["noise"]))
 
 
 def host_records():
@@ -136,7 +137,7 @@ def encoder(rng):
         encoded(0, b"", b"", channels, b"\x01") + silence * 3 + drained
     yield "short", opened(3, 0) + silence * 2 + encoded(0, noise, b"", filled, b"\x64\x00") + silence + drained + silence
     yield "vain", opened(3, 0) + b"\x06\x00\x06\x80\x05\x00\x05\x01\x05\xff"
-    yield "rates_of_bits", b"".join(opened(3, 0, 7, bits) + encoded(0, noise) * 4 for bits in (1, 8000, 576000))
+    yield "bit_rates", b"".join(opened(3, 0, 7, bits) + encoded(0, noise) * 4 for bits in (1, 8000, 576000))
 
 
 def packet_queue(rng):

@@ -1,7 +1,7 @@
-"""Runs a fuzz target, or all in turn, each for SECONDS, and adds what they did to docs/reliability.md.
+"""Runs a fuzz target, or all in turn, each for SECONDS, and adds the counts to docs/reliability.md.
 
 Targets:
-  speaker_path   frames of any bytes through the table to the speaker
+  speaker_path   units of any bytes through the table to the speaker
   host_records   ids, parameter lists, capabilities, listeners
   encoder        the codec library's encoder: any sound, any parameters
   packet_queue   the packet queue, compared with a model of it
@@ -53,7 +53,7 @@ def start(target, seconds, log):
 
 
 def run(target, seconds):
-    """Runs a target up to its first finding. Returns what it did, and whether it was interrupted."""
+    """Runs a target until its time is over or it has a finding. Returns its counts, and whether Ctrl-C interrupted it."""
     path = SCRIPT.folder() / f"{target}.log"
     begin = time.monotonic()
     with path.open("w", encoding="utf-8") as log:
@@ -84,7 +84,7 @@ def run(target, seconds):
 
 
 def earlier(target, page):
-    """The sums of earlier runs, from the page, or None."""
+    """Returns the sums of earlier runs from the page, or None if the target has not run."""
     found = re.search(rf"^\| {target} \| (\d+) \| (\d+) \| (\d+) of (\d+) \| (\d+) \|$", page, re.MULTILINE)
     return Run(*map(int, found.groups())) if found else None
 
@@ -105,7 +105,7 @@ def add_to_page(target, result):
 
 
 def chosen(options):
-    """The targets, and the seconds for each."""
+    """Returns the chosen targets, and the seconds for each."""
     target, seconds = options.target, options.seconds
     if target and target.isdigit() and seconds is None:
         target, seconds = None, target
@@ -113,7 +113,7 @@ def chosen(options):
     if target and target not in MAX_INPUT_BYTES:
         SCRIPT.parser.error(f"there is no target {target}; the targets are {', '.join(MAX_INPUT_BYTES)}")
     if not str(seconds).isdigit() or int(seconds) < 1:
-        SCRIPT.parser.error("SECONDS: a whole number, at least 1, is needed")
+        SCRIPT.parser.error("SECONDS must be a whole number, at least 1")
     return [target] if target else list(MAX_INPUT_BYTES), int(seconds)
 
 
@@ -135,6 +135,6 @@ def measure(options):
 
 
 if __name__ == "__main__":
-    SCRIPT.parser.add_argument("target", nargs="?", metavar="TARGET", help="default: all in turn")
+    SCRIPT.parser.add_argument("target", nargs="?", metavar="TARGET", help="one of the targets above (default: all in turn)")
     SCRIPT.parser.add_argument("seconds", nargs="?", metavar="SECONDS", help="for each target (default: 60)")
     sys.exit(SCRIPT.run(measure))

@@ -1,4 +1,4 @@
-"""A long call under Wine. Measures sound and delay in both directions, memory, handles and threads."""
+"""A long call under Wine, with measurements of sound and delay in both directions, memory, handles and threads."""
 
 import json
 import subprocess
@@ -12,21 +12,21 @@ from rig.sound_check import SoundCheck, shortest_way
 from rig.voice import LoopedVoice
 
 RATE = 48000
-FRAME = 1024
+UNIT = 1024  # samples per channel
 PERIOD_S = 64
 SAMPLE_S = 10
 
 
 def looped_reference(path, folder):
-    """The first channel of one pass through a looped file, decoded with a pass before it and one after it."""
+    """Returns the first channel of one pass through a looped file, decoded with a pass before it and one after it."""
     thrice = folder / "thrice.aac"
     thrice.write_bytes(3 * path.read_bytes())
-    period = media.frame_count(path) * FRAME
+    period = media.unit_count(path) * UNIT
     return media.decode(thrice, RATE)[period:2 * period, 0]
 
 
 class Call:
-    """velto-host duplex, for a number of seconds. Its sender's clock differs from the sound device's by ppm."""
+    """Runs velto-host duplex for a number of seconds. The sender's clock differs from the sound device's by ppm."""
 
     def __init__(self, world, name, seconds, ppm):
         self.name, self.seconds, self.ppm = name, seconds, ppm
@@ -63,7 +63,7 @@ class Call:
                 self._compare(speaker, microphone)
                 self._print_progress()
             self.exit_code = host.wait(60)
-            # On a busy machine, the comparison may still be behind when the host ends.
+            # On a busy machine, the host can end before all of its sound has been compared.
             self._compare(speaker, microphone)
         finally:
             voice.stop()
@@ -89,9 +89,9 @@ class Call:
             self._spoken_at += [(clock + at / RATE, place) for at, place in self.spoken.places[known:]]
 
     def _speaker_delay(self, heard, place):
-        """Seconds from the call that sent a frame of the period to the moment at which it was heard."""
+        """Seconds from the write of the unit that contains a frame of the period to the moment at which that frame was heard."""
         period = len(self.played.reference)
-        sent_in_pass = place // FRAME * FRAME
+        sent_in_pass = place // UNIT * UNIT
         passes = int(((heard - self.begin) * self.pace - sent_in_pass) // period)
         return heard - self.begin - (passes * period + sent_in_pass) / self.pace
 
@@ -103,7 +103,7 @@ class Call:
         spoken = sorted(self._spoken_at)
         moments = numpy.array([moment for moment, _ in spoken])
         for at, place in self.recorded.places[::50]:
-            packet = at // FRAME
+            packet = at // UNIT
             if packet >= len(times):
                 continue
             before = int(numpy.searchsorted(moments, times[packet])) - 1

@@ -7,13 +7,13 @@ from rig.compare import WINDOW_S
 from rig.velto_host import CRASHED_OR_STUCK
 
 SETTLE_S = 60              # time in which devices are opened and buffers filled
-# Growth of the private memory of the process from SETTLE_S to the end of an hour. The host keeps the times of 170000 packets.
+# Growth of the process's private memory after SETTLE_S. The host keeps the times of its packets, 47 a second.
 MAX_GROWTH_KIB = 2048
-MAX_MORE_HANDLES = 2       # the number is read off the lowest free handle; other threads use some for a moment
+MAX_MORE_HANDLES = 2       # under Wine the number is an estimate, which includes handles that other threads use briefly
 # 20 queued blocks, 5 delayed blocks, 300 ms in the endpoint's buffer, and the sound server's buffers.
 MAX_SPEAKER_DELAY_MS = 427 + 107 + 300 + 150
 MAX_MICROPHONE_DELAY_MS = 500
-MIN_COMPARED = 0.97        # part of the call that has to be found in the recordings
+MIN_COMPARED = 0.97        # part of the call whose sound must be found in the recordings
 MAX_DAMAGED_PER_MINUTE = 1 # of 300 windows; each drop or gap may damage one more
 WINDOWS_PER_S = 1 / WINDOW_S
 
@@ -56,7 +56,7 @@ def _spread(delays):
 def _sound_rows(part):
     return {
         f"{part}: windows of 0.2 s, damaged": lambda f: f"{f[part]['windows']}, {f[part]['damaged']}",
-        f"{part}: places where sound was dropped": lambda f: f"{f[part]['drops']} ({f[part]['droppedMs']:.0f} ms)",
+        f"{part}: drops": lambda f: f"{f[part]['drops']} ({f[part]['droppedMs']:.0f} ms)",
         f"{part}: gaps": lambda f: f"{f[part]['gaps']} ({f[part]['gapMs']:.0f} ms)",
         f"{part}: shortest, median, longest delay": lambda f: ", ".join(f"{ms:.0f}" for ms in f[f"{part}DelayMs"]) + " ms",
     }
@@ -64,7 +64,7 @@ def _sound_rows(part):
 
 ROWS = {
     "length": lambda f: f"{f['seconds'] / 60:g} minutes",
-    "frames sent, packets read": lambda f: f"{f['framesSent']}, {f['packets']}",
+    "units sent, packets read": lambda f: f"{f['framesSent']}, {f['packets']}",
     "processor time": lambda f: f"{f['cpuPercent']:.1f} % of one processor",
     "resident memory": lambda f: _from_to([kib / 1024 for kib in f["residentKib"]], " MiB", ".1f"),
     "private part of it": lambda f: _from_to([kib / 1024 for kib in f["privateKib"]], " MiB", ".2f"),

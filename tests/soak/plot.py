@@ -1,4 +1,4 @@
-"""Draws delay and memory over the time of the calls, with gnuplot."""
+"""Draws delay and memory over time with gnuplot, a column for each call."""
 
 import pathlib
 import tempfile

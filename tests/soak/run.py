@@ -1,6 +1,6 @@
-"""Runs a call of MINUTES through the DLL under Wine, in both directions at once, and checks it.
+"""Runs two calls of MINUTES in total through the DLL under Wine, in both directions at once, and checks them.
 
-In the first half the clock of the sender is 200 ppm fast, in the second half 200 ppm slow. The sound at both ends is
+In the first call the sender's clock is 200 ppm fast, in the second call 200 ppm slow. The sound at both ends is
 compared with the original; memory, handles, threads and delay are measured. The results are in build/soak: results.json
 and soak.png. A run of at least 60 minutes also writes its figures and its plot into docs/reliability.md.
 """
@@ -46,5 +46,5 @@ def measure(options):
 
 
 if __name__ == "__main__":
-    SCRIPT.parser.add_argument("minutes", type=float, metavar="MINUTES", help="length of the call, at least 1")
+    SCRIPT.parser.add_argument("minutes", type=float, metavar="MINUTES", help="length of both calls together, at least 1")
     sys.exit(SCRIPT.run(measure))

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""A long storm, many loads and unloads of the module, and many process ends. scripts/storms runs these tests.
+"""Storms of concurrent calls: a long one, many with a load and an unload each, and many in which the process ends.
+scripts/storms runs these tests.
 
 To run one of them alone: PYTHONPATH=scripts:tests/system tests/storms/cycles.py Cycles.test_...
 """
@@ -14,7 +15,7 @@ LOADS = 200
 ENDS = 200
 ENDS_AT_ONCE = 4
 STORM_SECONDS = 180
-# Part of ENDS. Some processes with an open stream crash at their end, see CRASHED_OR_STUCK.
+# A part of ENDS. Some processes with an open stream crash at their end, see CRASHED_OR_STUCK.
 MAX_FAILED_ENDS = 0.2
 
 
@@ -33,7 +34,7 @@ class Cycles(session.SystemTest):
         self.seed += 1
         return self.session.test_host("storm", self.file, "--seed", self.seed, "--json", *arguments, name=name)
 
-    def test_long_storm_gets_documented_results(self):
+    def test_calls_of_long_storm_return_documented_results(self):
         host = self.storm("--seconds", STORM_SECONDS)
         with storms.FlappingDefaults(self.session) as flapping:
             flapping.change_until_end(host, seconds=3)
@@ -44,7 +45,7 @@ class Cycles(session.SystemTest):
         storm_figures.add("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
                           different=host.summary["notAsDocumented"])
 
-    def test_module_unloads_after_repeated_load_cycles(self):
+    def test_module_unloads_after_repeated_loads_and_storms(self):
         host = self.storm("--seconds", "0.5", "--loads", LOADS)
         code = host.wait(LOADS * 6 + 400)
         storms.check_calls(self, host, code)
@@ -57,7 +58,7 @@ class Cycles(session.SystemTest):
         storm_figures.add("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
                           goneAfterS=summary["unload"]["seconds"], different=summary["notAsDocumented"])
 
-    def test_processes_end_at_random_moments_without_hanging(self):
+    def test_processes_that_end_during_storm_do_not_hang(self):
         delays = random.Random(self.seed)
         codes = {"expected": 0, "failed": 0}
         for first in range(0, ENDS, ENDS_AT_ONCE):
@@ -70,7 +71,7 @@ class Cycles(session.SystemTest):
             for host, code in hosts:
                 ended = host.wait(60)  # fails if the process hangs
                 self.assertIn(ended, (code, CRASHED_OR_STUCK), host.last_output(800))
-                # The report is the last thing that the host writes before it ends.
+                # The host prints the report immediately before it ends.
                 self.assertEqual(host.summary["exitCode"], code)
                 self.assertEqual(host.summary["notAsDocumented"], 0)
                 codes["failed" if ended == CRASHED_OR_STUCK else "expected"] += 1

@@ -10,7 +10,7 @@ MAX_WAIT_S = 40
 
 
 class DisturbedCall:
-    """velto-host duplex: plays a file in a loop, and records micA, into which a voice speaks for a number of seconds."""
+    """Runs velto-host duplex: it plays a file in a loop, and records micA, into which a voice speaks for `seconds`."""
 
     def __init__(self, session, seconds):
         self.session = session
@@ -27,7 +27,7 @@ class DisturbedCall:
         self.begin_fault()
 
     def begin_fault(self):
-        """Starts to count processor time and log lines."""
+        """Starts counting processor time and log lines."""
         self.activity = Activity(self.host)
 
     def end_fault(self):
@@ -39,7 +39,7 @@ class DisturbedCall:
     def wait_for_streams(self, sink, source):
         """Waits until the call plays on a sink and records a source.
 
-        The stream of "speaker1" may stay on its old sink: it gets no frames, and follows a change at its next frame.
+        The stream of "speaker1" may stay on its old sink: it would follow a change at its next unit, but gets none.
         """
         server = self.session.server
         waiting.until(lambda: sink in [place for _, place in server.streams()] and
@@ -63,7 +63,7 @@ class DisturbedCall:
         return (None if steady is None else steady - self.fault_end), summary
 
     def last_seconds_recorded(self):
-        """The good windows and all windows of the last two seconds of the recording, compared with the voice."""
+        """Compares the last two seconds of the recording with the voice. Returns the numbers of good and of all windows."""
         recorded = media.decode(self.recording, 48000)[-96000:, :1]
         result = compare.compare(self.spoken[:, :1], recorded, 48000, compare.CODED_MATCH_DB, len(self.spoken) / 48000)
         return len(result.good), len(result.windows)

@@ -1,6 +1,6 @@
 """Runs the stress tests that take too long for scripts/test, about 20 minutes, on the DLL under Wine.
 
-These are faults of the sound server during a call, a long storm of concurrent calls while the default devices change,
+They cover faults of the sound server during a call, a long storm (concurrent calls while the default devices change),
 200 loads and unloads of the DLL, and 200 process ends during a storm. The figures go into docs/reliability.md.
 """
 

@@ -1,4 +1,4 @@
-"""Keeps the figures that the tests of this folder measure, and formats them for docs/reliability.md."""
+"""Stores the figures that the tests in this folder measure, and formats them for docs/reliability.md."""
 
 import json
 
@@ -33,13 +33,13 @@ def lines(found):
                                 "processor during the fault", "streams: speaker, microphone"], faults)
     yield ""
     for storm in found["storm"]:
-        yield (f"- A storm of {storm['seconds']} s: {storm['calls']} calls from eight threads during {storm['changes']} changes of "
-               f"the default devices; {storm['different']} calls did not return what is documented.")
+        yield (f"- During a storm of {storm['seconds']} s, eight threads made {storm['calls']} calls while the default devices "
+               f"changed {storm['changes']} times. {storm['different']} calls returned a result that is not documented.")
     for loads in found["loads"]:
-        yield (f"- {loads['loads']} times in one process, the module was loaded, put under a storm and unloaded. It left memory "
-               f"{loads['goneAfterS']:.0f} s after the last time; the process had {loads['threadsBefore']} threads before that "
-               f"and {loads['threadsAfter']} after.")
+        yield (f"- One process loaded the module, ran a storm and freed the module {loads['loads']} times. The module was "
+               f"unloaded {loads['goneAfterS']:.0f} s after the last time; the number of threads changed from "
+               f"{loads['threadsBefore']} to {loads['threadsAfter']}.")
     for ends in found["ends"]:
-        yield (f"- {ends['ends']} processes ended in the middle of a storm: {ends['expected']} with the host's exit code; "
+        yield (f"- {ends['ends']} processes ended during a storm: {ends['expected']} with the host's exit code; "
                f"{ends['failed']} ({100 * ends['failed'] / ends['ends']:.1f} %) crashed or hung after the host's report. "
-               "The tests do not examine where.")
+               "The tests do not examine the cause.")

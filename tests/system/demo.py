@@ -2,7 +2,7 @@
 """A call through the DLL on a private audio server: speech is played, while other speech is spoken into the
 microphone. The output of both directions is compared with the input.
 
-scripts/demo calls this when everything is built. The results are in build/demo.
+scripts/demo runs this file after it has built everything. The results are in build/demo.
 """
 
 import json
@@ -20,7 +20,7 @@ from rig.recorder import write_wav
 from rig.velto_host import CRASHED_OR_STUCK
 
 RATE = 48000
-UNIT = 1024      # samples of an AAC unit
+UNIT = 1024      # samples per channel of an AAC unit
 SILENCE_S = 0.5  # before and after the speech in heard.wav
 TAIL_S = 0.5     # of the recording after the last word, for the microphone's buffers
 LONGEST_CALL_S = 120
@@ -61,7 +61,7 @@ class Direction:
 
 
 def call(world, speech, answer):
-    """Plays the speech and speaks the answer into the microphone. Returns (recorder, host) when the host has ended."""
+    """Plays the speech and speaks the answer into the microphone. Returns (recorder, host) after the host has ended."""
     recorder = world.record()
     world.record("micA")  # keeps the microphone in use, because an idle one starts slowly
     host = world.host("duplex", "--play", paths.to_windows(speech), "--record", paths.to_windows(recording(world)),
@@ -93,7 +93,7 @@ def measure_speaker(recorder, host, speech):
     if started and heard_at is not None:
         # If the first windows are damaged, the first good one begins later in the speech.
         delay = round(1000 * (recorder.time_of(heard_at) - speaker.result.good[0].start_s - started))
-    return speaker, speaker.report(framesInFile=media.frame_count(speech),
+    return speaker, speaker.report(framesInFile=media.unit_count(speech),
                                    framesSent=host.summary["play"]["framesSent"], firstSoundDelayMs=delay)
 
 
@@ -103,7 +103,7 @@ def measure_microphone(world, host, answer):
     microphone = Direction(answer, heard, compare.compare(heard, answer, RATE, compare.CODED_MATCH_DB))
     summary = host.summary["record"]
     return microphone, microphone.report(
-        packets=summary["packets"], packetsInFile=media.frame_count(recording(world)), bitRate=round(summary["bitRate"]),
+        packets=summary["packets"], packetsInFile=media.unit_count(recording(world)), bitRate=round(summary["bitRate"]),
         firstPacketMs=round(summary["firstPacketMs"]))
 
 
@@ -154,7 +154,7 @@ def main():
         answer = media.decode(media.speech("speech-backwards", backwards=True), RATE)
         say("starting a private audio server and a private Wine prefix")
         world = session.Session("demo", microphones=(session.MICROPHONE_48K,))
-        say(f"playing {media.frame_count(speech) * UNIT / RATE:.1f} s of speech through ModemSpeaker1, "
+        say(f"playing {media.unit_count(speech) * UNIT / RATE:.1f} s of speech through ModemSpeaker1, "
             f"speaking {len(answer) / RATE:.1f} s into ModemMic1")
         recorder, host = call(world, speech, answer)
         say("comparing the output with the input")

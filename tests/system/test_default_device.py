@@ -18,7 +18,7 @@ class DefaultDevice(session.SystemTest):
         first.wait_for_more(3)
         self.session.prefix.make_default_output(endpoints["spkB"])
         second.wait_for_sound(30)
-        # Each speaker has a stream. The stream of the call speaker follows at its next block, which does not come.
+        # Each speaker has a stream. The call speaker's stream would follow at its next block, but gets none.
         self.until(lambda: sorted(s for _, s in self.session.server.streams()).count("spkB") == 1,
                    "exactly one stream on the new endpoint")
         self.assertEqual(len(self.session.server.streams()), 2, "the old stream is still there")

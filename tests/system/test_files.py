@@ -42,7 +42,7 @@ class PlayedFiles(session.SystemTest):
         self.assertTrue(90 < sent < 200, sent)
         self.assertEqual(host.summary["nonzeroResults"], 0)
 
-    def test_damaged_frames_are_logged_and_playback_continues(self):
+    def test_damaged_units_are_logged_and_playback_continues(self):
         damaged = bytearray(self.speech.read_bytes())
         chance = random.Random(5)
         for _ in range(60):
@@ -61,7 +61,7 @@ class PlayedFiles(session.SystemTest):
         self.report("last quarter", result)
         self.assert_intact(result, tolerated_windows=3)
 
-    def test_22050_hz_file_plays_at_fixed_rate_without_errors(self):
+    def test_22050_hz_file_plays_without_errors(self):
         slow = media.speech("speech-22k", rate=22050)
         recorder = self.session.record()
         host = self.session.play(slow)
@@ -72,7 +72,7 @@ class PlayedFiles(session.SystemTest):
         self.assertEqual(host.log.count("AUDIO decode error:"), 0)
         self.assertGreater(host.summary["framesSent"], 200)
 
-    def test_22050_hz_file_is_heard_at_wrong_speed(self):
+    def test_22050_hz_file_sent_at_48000_hz_pace_is_heard_at_wrong_speed(self):
         slow = media.speech("speech-22k", rate=22050)
         recorder = self.session.record()
         host = self.session.play(slow, "--pace-rate", "48000")

@@ -21,7 +21,7 @@ class RegistryValue(session.SystemTest):
         self.assert_ended_well(host)
         self.assertEqual(self.stream_type(), ALL_BITS)
         host = self.session.play(speech, "--stream-type", "2", "--seconds", "6", name="again")
-        self.until(lambda: self.stream_type() == 2, "the next frame's own stream type", 60)
+        self.until(lambda: self.stream_type() == 2, "the second host's stream type", 60)
         self.assert_ended_well(host)
         self.assertEqual(self.stream_type(), ALL_BITS)
         self.assertEqual(host.log.count("Set streamType failed!"), 0)
@@ -67,8 +67,8 @@ class OtherCommands(session.SystemTest):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(speech), program=paths.EXAMPLE_HOST)
-        self.assert_ended_well(host, last_words=f"{media.frame_count(speech)} units sent, 0 refused")
-        self.assertIn(f"{media.frame_count(speech)} units sent, 0 refused", host.output())
+        self.assert_ended_well(host, last_words=f"{media.unit_count(speech)} units sent, 0 refused")
+        self.assertIn(f"{media.unit_count(speech)} units sent, 0 refused", host.output())
         self.assert_heard(recorder, speech)
 
     def folder_with(self, name, *patterns):

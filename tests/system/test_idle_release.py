@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The speakers are released after four minutes without a frame, and reopened at the next frame. Takes over four minutes."""
+"""The speakers are released after four minutes without a unit, and reopened at the next unit. Takes over four minutes."""
 
 from rig import compare, media, session
 from rig.module_log import FIRST_FRAME, IDLE_RELEASE

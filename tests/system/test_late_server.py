@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The audio service starts only after the host. Takes over four minutes."""
+"""The audio service starts after the host. Takes over four minutes."""
 
 from rig import compare, media, session
 from rig.module_log import IDLE_RELEASE

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The default microphone changes or is lost during a recording. The host does not react to it."""
+"""The default microphone changes or is lost during a recording. The host only continues to read."""
 
 import time
 
@@ -53,7 +53,7 @@ class MicrophoneChange(session.SystemTest):
         self.assert_sound(sum(w.state == compare.GOOD for w in last) >= 12,
                           "less than 12 windows of the last three seconds were recorded")
 
-    def test_recording_returns_on_next_default_after_device_is_removed(self):
+    def test_recording_resumes_on_next_default_after_device_is_removed(self):
         spoken = media.glides(16)
         self.session.prefix.make_default_input(self.identity["micB"])
         host = self.session.record_microphone()
@@ -62,14 +62,14 @@ class MicrophoneChange(session.SystemTest):
         time.sleep(5)
         self.session.server.unload_source("micB")
         host.log.wait_for(INVALIDATED, times=20)
-        self.assert_no_spin(host)
+        self.assert_no_busy_wait(host)
         self.session.prefix.make_default_input(self.identity["Monitor of micA"])
         self.session.wait_for_capture()
         voice.wait()
         self.end_recording(host)
         self.assert_one_gap(host, spoken, most_s=8.0)
 
-    def test_recording_loses_only_sound_when_audio_service_dies(self):
+    def test_recording_keeps_earlier_sound_when_audio_service_dies(self):
         spoken = media.glides(20)
         host = self.session.record_microphone()
         self.session.wait_for_capture()
@@ -77,7 +77,7 @@ class MicrophoneChange(session.SystemTest):
         time.sleep(7)
         self.session.server.kill()
         host.log.wait_for(INVALIDATED, times=20)
-        self.assert_no_spin(host)
+        self.assert_no_busy_wait(host)
         self.end_recording(host)
         self.assertEqual(media.file_warnings(host.recording), [])
         result = self.compare_recorded(host.recording, spoken)
@@ -87,7 +87,7 @@ class MicrophoneChange(session.SystemTest):
         self.assert_sound(damaged <= compare.TOLERATED_WINDOWS, f"{damaged} windows before the end are damaged")
 
     def assert_one_gap(self, host, spoken, most_s):
-        """The recording lacks one piece of the sound, of at most most_s seconds."""
+        """The recording lacks one piece of the sound, at most `most_s` seconds long."""
         result = self.compare_recorded(host.recording, spoken, search_s=most_s + 1)
         before, after = result.good[0].offset, result.good[-1].offset
         # The file also contains the priming of the second encoder.
@@ -101,8 +101,8 @@ class MicrophoneChange(session.SystemTest):
             same = [w for w in result.good if abs(w.offset - place) <= compare.NEAR_FRAMES]
             self.assert_sound(len(same) > 12, f"less than 13 windows were recorded {label} the gap")
 
-    def assert_no_spin(self, host):
-        """Each failing poll is reported once."""
+    def assert_no_busy_wait(self, host):
+        """Each failing poll writes about one log line, and the host uses little processor time."""
         self.assertLess(self.measure_after_loss(host), 1.5 * POLLS_PER_SECOND)
         self.assertTrue(host.running)
 

@@ -3,7 +3,7 @@
 
 from rig import compare, media, session
 
-QUEUED_S = 10.0  # the queue keeps so many seconds of unread packets; then capture waits
+QUEUED_S = 10.0  # of unread packets, which the queue keeps before capture waits
 
 
 class SlowReader(session.SystemTest):
@@ -35,7 +35,7 @@ class SlowReader(session.SystemTest):
 class CallOrder(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
-    def test_first_of_two_openings_keeps_running_after_close(self):
+    def test_first_of_two_openings_keeps_recording_after_close(self):
         host = self.session.test_host("probe", "--sequence", "open-twice", "--hold", "5", "--json")
         self.until(lambda: "open-twice:" in host.errors(), "the calls to be done", 60)
         self.assertEqual(len(self.session.server.captures()), 1)

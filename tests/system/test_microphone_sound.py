@@ -28,7 +28,7 @@ class StereoAt48000(Microphone):
     def assert_pace(self, host, seconds):
         summary = host.summary
         self.assertGreater(summary["packets"], seconds * PACKETS_PER_SECOND)
-        self.assertEqual(summary["packets"], media.frame_count(host.recording))
+        self.assertEqual(summary["packets"], media.unit_count(host.recording))
         decoded = len(media.decode(host.recording, 48000))
         self.assertAlmostEqual(decoded / 1024, summary["packets"] - 1, delta=1, msg="one packet is the encoder's priming")
         self.assertEqual(summary["undecodable"], 0)
@@ -62,7 +62,7 @@ class StereoAt48000(Microphone):
         self.session.wait_for_capture()
         self.session.speak(spoken)
         self.assert_ended_well(host, last_words="packets recorded")
-        self.assertEqual(host.output().split()[:1], [str(media.frame_count(recording))])
+        self.assertEqual(host.output().split()[:1], [str(media.unit_count(recording))])
         self.assert_recorded(recording, spoken)
 
 

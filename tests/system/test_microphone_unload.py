@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A host frees the DLL while a recording without threads is open, and then the default microphone changes."""
+"""A host opens the microphone, which cannot be captured, and frees the DLL. Then the default microphone changes."""
 
 import time
 

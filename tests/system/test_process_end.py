@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A host process that ends while sound plays ends promptly and with its own exit code."""
+"""A host process that ends while sound plays does so promptly and with its own exit code."""
 
 import signal
 

@@ -14,18 +14,18 @@ PRIMING = 800     # frames that are certainly silent at the start of the AAC enc
 
 class Streams(session.SystemTest):
     def stream(self, name, units, seed):
-        """An ADTS file of so many units that ends in the middle of the sound. It begins with the encoder's silent
+        """Makes an ADTS file of `units` units that ends in the middle of the sound. It begins with the encoder's silent
         priming, because the monitor of a sink misses the first 3 ms of a sound."""
         whole = media.coded(self.session.folder / f"{name}-whole.aac", media.glides(units * 1024 / 48000 + 1, seed=seed))
         return media.write_units(self.session.folder / f"{name}.aac", media.units(whole)[:units])
 
     def decoded(self, *parts):
-        """The samples of these files and lists of units, decoded as one stream."""
+        """Returns the samples of the files and lists of units, decoded as one stream."""
         units = [unit for part in parts for unit in (media.units(part) if not isinstance(part, list) else part)]
         return media.decode(media.write_units(self.session.folder / "expected.aac", units), 48000)
 
     def place(self, heard, expected, label):
-        """The frame of the recording at which a sound begins. All of the sound must match."""
+        """Returns the frame of the recording at which a sound begins. All of the sound must match."""
         place, match_db = compare.find(heard, expected)
         print(f"  {label}: at {place / 48000:.3f} s, match {match_db:.1f} dB", flush=True)
         self.assert_sound(match_db >= EXACT_DB, f"{label}: match {match_db:.1f} dB")
@@ -44,7 +44,7 @@ class ConsecutiveStreams(Streams):
         host = self.session.play(files[0], *map(paths.to_windows, files[1:]), "--gap", "0.8")
         self.assert_ended_well(host)
         self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (186, 15))
-        # The endpoint is empty before each stream. It must not run empty during one.
+        # The endpoint is empty before each stream. It must not run empty within a stream.
         underruns = host.log.count("padding = 0") - len(files)
         self.assert_sound(underruns <= 0, f"the endpoint ran empty {underruns} times within a stream")
         heard, end, results = recorder.samples(), 0, []

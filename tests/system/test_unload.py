@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A host frees the DLL while it plays. Takes over four minutes, because the DLL is unloaded after its idle release."""
+"""A host frees the DLL while it plays. Takes over four minutes, because the DLL stays loaded until its idle release."""
 
 from rig import media, session
 from rig.module_log import IDLE_RELEASE

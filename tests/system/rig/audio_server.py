@@ -11,7 +11,7 @@ import tempfile
 
 from . import processes, waiting
 
-# A UNIX socket's path has at most 108 bytes. This leaves room for "pulse/native" and more.
+# A UNIX socket's path has at most 108 bytes. This limit leaves room for the server's "/pulse/native".
 _MAX_RUNTIME_PATH = 80
 
 # The order of six channels in Windows. PulseAudio's default order differs.
@@ -109,12 +109,12 @@ class PrivateAudioServer:
         return json.loads(self.pactl("--format=json", "list", kind) or "[]")
 
     def streams(self, process_name="velto"):
-        """(sink-input index, sink name) of each playing stream of a program. Wine names a client after the
+        """Returns (sink-input index, sink name) of each playing stream of a program. Wine names a client after the
         program's version resource or its file."""
         return self._streams("sink-inputs", "sinks", "sink", process_name)
 
     def captures(self, process_name="velto"):
-        """(source-output index, source name) of each recording stream of a program."""
+        """Returns (source-output index, source name) of each recording stream of a program."""
         return self._streams("source-outputs", "sources", "source", process_name)
 
     def _streams(self, kind, places, place, process_name):
@@ -147,7 +147,7 @@ class PrivateAudioServer:
         self.pactl("load-module", "module-null-sink", *_null_sink(name, rate, channels))
 
     def load_second_microphone(self, name, microphone, rate, channels):
-        """Loads a microphone with the sound of another one, at its own rate."""
+        """Loads a microphone that has the sound of another microphone, at the given rate."""
         self.pactl("load-module", "module-remap-source", f"source_name={name}", f"master={microphone}.monitor",
                    f"rate={rate}", f"channels={channels}", f"source_properties=device.description={name}")
 

@@ -19,13 +19,13 @@ import numpy
 
 WINDOW_S = 0.2
 GOOD_MATCH_DB = 20.0
-# For sound that went through an AAC encoder. At 128 kbit/s, the encoder's loss leaves 15 dB in the worst
-# window of gliding tones or speech, and 26 to 55 dB in a typical one. 13 ms of silence in a window leave
+# For sound that went through an AAC encoder. At 128 kbit/s, the encoder's loss leaves a match of 15 dB in the worst
+# window of gliding tones or speech, and of 26 to 55 dB in a typical one. 13 ms of silence in a window leave
 # 12 dB. A silent window, the sound of another channel, or another speed leave about 0 dB.
 CODED_MATCH_DB = 12.0
 BEST_MATCH_DB = 120.0     # the largest match that is reported: no difference
 QUIET_RMS = 1e-3          # -60 dBFS
-# A busy machine damages 11 s of speech (57 windows) this much, even if the module makes no mistake.
+# Damage to 11 s of speech (57 windows) that a busy machine causes even if the module makes no mistake.
 TOLERATED_WINDOWS = 4
 TOLERATED_SLIPS = 4
 NEAR_FRAMES = 3           # a larger move from window to window is a slip
@@ -145,7 +145,7 @@ def first_sound(comparison):
 
 
 def find(heard, part):
-    """(frame of the recording at which a sound begins, match in dB of the whole sound), where it matches best."""
+    """Returns (frame of the recording at which the sound matches best, match in dB of the whole sound)."""
     heard, part = _two_dimensional(heard), _two_dimensional(part)
     place = _best_offset(heard, part)
     match_db, _ = match(cut(heard, place, len(part)), part)
@@ -181,7 +181,7 @@ def _best_match(heard, reference, start, length, offsets):
 
 
 def match(heard_part, part):
-    """(match in dB, gain) of two sounds of equal length, with the gain at which part fits heard_part best."""
+    """Returns (match in dB, gain) of two sounds of equal length. The gain is the one at which part fits heard_part best."""
     energy = float(numpy.sum(part * part))
     gain = float(numpy.sum(heard_part * part)) / energy if energy else 0.0
     if gain <= 0:
@@ -192,7 +192,7 @@ def match(heard_part, part):
 
 
 def delayed(signal, start, length, fractions):
-    """A piece of signal, delayed by each of these fractions of a frame. The margin keeps edge effects out of the piece."""
+    """Returns a piece of signal, delayed by each of the fractions of a frame. The margin keeps edge effects out of it."""
     margin = 256
     size = _fast_size(length + 2 * margin)
     spectrum = numpy.fft.rfft(cut(signal, start - margin, size), axis=0)
@@ -220,7 +220,7 @@ def _fast_size(least):
 
 
 def _check_gains(result):
-    """Marks good windows as damaged whose volume differs from that of the whole recording."""
+    """Marks good windows as damaged if their volume differs from that of the whole recording."""
     common = result.gain
     for window in result.good:
         if not common / GAIN_SPREAD <= window.gain <= common * GAIN_SPREAD:
@@ -257,7 +257,7 @@ def _correlate(heard, part):
 
 
 def cut(signal, start, length):
-    """length frames from start on. Frames outside of signal are silent."""
+    """Returns `length` frames from `start` on. Frames outside of signal are silent."""
     low, high = max(start, 0), min(start + length, len(signal))
     if low == start and high == start + length:
         return signal[low:high]

@@ -29,7 +29,7 @@ def _probe(path, *options):
 
 
 def speech(name, rate=48000, pan=None, container="aac", backwards=False):
-    """An AAC-LC file of about 11 s of real speech. It is made once, and kept. pan: an expression for FFmpeg's filter."""
+    """An AAC-LC file of about 11 s of real speech. It is made once and cached. pan: an expression for FFmpeg's filter."""
     target = paths.CACHE / "samples" / f"{name}.{container}"
     target.parent.mkdir(parents=True, exist_ok=True)
     with open(target.parent / "samples.lock", "w") as lock:
@@ -52,7 +52,7 @@ def glides(seconds, rate=48000, channels=2, seed=0):
     """Samples of gliding tones that never repeat and differ in each channel: frames by channels.
 
     Each piece of 0.2 s differs from every other one, and none is quiet. The AAC encoder keeps the waveform
-    of all of it, while it replaces the hissing sounds of speech by noise.
+    of these tones, while it replaces the hissing sounds of speech by noise.
     """
     random = numpy.random.default_rng(seed)
     time = numpy.arange(int(seconds * rate)) / rate
@@ -78,13 +78,13 @@ def coded(path, samples, rate=48000, bit_rate=160):
     return path
 
 
-# An ADTS header with a silent AAC-LC unit of two channels. Five of them follow the last unit of a stream.
+# A silent AAC-LC unit of two channels, with its ADTS header. Hosts send five after the last unit of a stream.
 SILENT_UNIT = bytes.fromhex("fff14c8001bffc" "21000000001c")
 SILENT_END = [SILENT_UNIT] * 5
 
 
 def units(path):
-    """The AAC units of an ADTS file, each with its header."""
+    """Returns the units of an ADTS file, each with its header."""
     data, found = pathlib.Path(path).read_bytes(), []
     while data:
         size = (data[3] & 3) << 11 | data[4] << 3 | data[5] >> 5
@@ -100,7 +100,7 @@ def write_units(path, adts_units):
 
 
 def resample(samples, rate, new_rate):
-    """The same sound at another rate."""
+    """Returns the sound at another rate."""
     if rate == new_rate:
         return numpy.asarray(samples)
     channels = samples.shape[1]
@@ -110,7 +110,7 @@ def resample(samples, rate, new_rate):
 
 
 def file_warnings(path):
-    """Every warning of ffprobe and of ffmpeg decoding the whole file."""
+    """Returns every warning of ffprobe, and of ffmpeg decoding the whole file."""
     warnings = []
     for command in (["ffprobe", "-v", "warning", "-show_format", "-show_streams", path],
                     ["ffmpeg", "-nostdin", "-v", "warning", "-i", path, "-f", "null", "-"]):
@@ -127,9 +127,9 @@ def duration(path):
 
 
 def decode(path, rate, channels=2):
-    """The samples of a file at a rate: frames by channels, from -1 to 1.
+    """Returns the samples of a file at a rate: frames by channels, from -1 to 1.
 
-    They are rounded to 16 bits before they are resampled, as on their way through the module.
+    The samples are rounded to 16 bits before they are resampled, as in the module.
     """
     command = ["ffmpeg", "-nostdin", "-v", "error", "-i", str(path), "-af",
                f"aformat=sample_fmts=s16,aresample={rate}", "-ac", str(channels), "-f", "f32le", "-"]
@@ -138,7 +138,7 @@ def decode(path, rate, channels=2):
 
 
 def decode_in_pieces(path, rate, channels, frames):
-    """Yields the samples of a file that is too long for memory, in pieces of so many frames."""
+    """Yields the samples of a file that is too long for memory, in pieces of `frames` frames."""
     command = ["ffmpeg", "-nostdin", "-v", "error", "-i", path, *_raw(rate, channels), "-"]
     decoder = processes.start(command, stdout=subprocess.PIPE)
     try:
@@ -149,6 +149,6 @@ def decode_in_pieces(path, rate, channels, frames):
         processes.end(decoder)
 
 
-def frame_count(path):
-    """The number of AAC units in a file."""
+def unit_count(path):
+    """Returns the number of AAC units in a file."""
     return int(_probe(path, "-count_packets", "-show_entries", "stream=nb_read_packets"))

@@ -14,8 +14,8 @@ _LINE = re.compile(r"^(\S+ \S+) \[(\d+)\] \[(\w+)\] \[([^\]]*)\] (.*)$")
 
 
 class ModuleLog:
-    """Every message is in the file twice: once for its channel, and once with the name of the reporting
-    function in parentheses. Only the second kind is counted here."""
+    """The module writes each message through two loggers. The second line ends with the name of the reporting function
+    in parentheses. Only these lines are read and counted here."""
 
     def __init__(self, path):
         self.path = pathlib.Path(path)
@@ -24,7 +24,7 @@ class ModuleLog:
         return self.path.read_text("utf-8", "replace") if self.path.exists() else ""
 
     def messages(self, containing="", tag=""):
-        """The messages that end with a function's name, in order. `tag` is the end of that name."""
+        """Returns the messages that end with a function's name, in order. `tag` is the end of that name."""
         found = []
         for line in self.text().splitlines():
             match = _LINE.match(line)

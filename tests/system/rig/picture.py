@@ -7,7 +7,7 @@ import numpy
 
 from . import processes
 
-COLUMNS = 550       # points of a waveform or a spectrogram along the time
+COLUMNS = 550       # points of a waveform or a spectrogram along the time axis
 WINDOW = 2048       # samples of one spectrum
 TOP_KHZ = 12
 FLOOR_DB = -80      # relative to the loudest value of the reference

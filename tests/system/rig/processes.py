@@ -1,9 +1,8 @@
 """Child processes that never outlive the run.
 
-Every child leads its own session. It is ended by its process id when the run ends, by a
-return, a failure, Ctrl-C or SIGTERM. If the run is killed, the kernel kills the child. Start
-children from the main thread only: the kernel kills them when the thread ends that started
-them, even if the process continues.
+Every child leads its own session and is ended when the run ends, by a return, a failure, Ctrl-C
+or SIGTERM. If the run is killed, the kernel kills the child. Start children from the main thread
+only: the kernel kills a child when the thread that started it ends, even if the process continues.
 """
 
 import atexit
@@ -31,13 +30,13 @@ def give_sound_priority(thread):
 
 
 def give_all_threads_sound_priority(child):
-    """Gives real-time priority to all threads of a child that has dropped the one it was started with."""
+    """Gives real-time priority to all threads of a child that has dropped its own real-time priority."""
     for thread in os.listdir(f"/proc/{child.pid}/task"):
         give_sound_priority(int(thread))
 
 
 def mapped_file(pid, address):
-    """The file that is mapped at an address of a process, or ""."""
+    """Returns the file that is mapped at an address of a process, or ""."""
     for line in open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace"):
         begin, end = (int(bound, 16) for bound in line.split(" ", 1)[0].split("-"))
         if begin <= address < end:
@@ -46,7 +45,7 @@ def mapped_file(pid, address):
 
 
 def code_file(child):
-    """The file whose code a child's main thread runs, or "". Stops the thread for a moment."""
+    """Returns the file whose code a child's main thread runs, or "". Stops the thread briefly."""
     _libc.ptrace.restype = ctypes.c_long
     if _libc.ptrace(_PTRACE_ATTACH, child.pid, None, None) != 0:
         return ""
@@ -61,7 +60,7 @@ def code_file(child):
 
 
 def start(command, **options):
-    """Starts command as a child that cannot outlive the run.
+    """Starts a command as a child that cannot outlive the run.
 
     with_sound: the child moves sound, so it gets real-time priority.
     death_signal: the signal that the kernel sends to the child if the run is killed.
@@ -137,7 +136,7 @@ def end_by_environment(entry):
 
 
 def end_all():
-    """Ends all children, the youngest first."""
+    """Ends all children, starting with the newest."""
     for child in reversed(list(_children)):
         end(child)
 

@@ -55,7 +55,7 @@ class Recorder:
     def drain(self):
         """Removes the samples that arrived since the last call. Returns them, and the wall time of frame 0.
 
-        For long recordings. The time is estimated from these samples alone, because the clocks of the
+        For long recordings: the time is estimated from these samples alone, because the clocks of the
         sink and of the machine drift apart.
         """
         with self._lock:
@@ -76,14 +76,14 @@ class Recorder:
         return float(numpy.abs(part).max()) if len(part) else 0.0
 
     def wait_for_sound(self, timeout_s=30, level=0.02):
-        """Waits for a sample above level. Returns the number of its frame."""
+        """Waits for a sample above the level. Returns the number of its frame."""
         def loud():
             over = numpy.flatnonzero(numpy.abs(self.samples()).max(axis=1) > level)
             return int(over[0]) + 1 if len(over) else 0
         return waiting.until(loud, f"sound on {self.sink}", timeout_s) - 1
 
     def wait_for_more(self, seconds, timeout_s=60):
-        """Waits until so many more seconds have been recorded, by the sink's clock."""
+        """Waits until `seconds` more have been recorded, by the sink's clock."""
         goal = self._frames + int(seconds * self.rate)
         waiting.until(lambda: self._frames >= goal, f"{seconds} more seconds of {self.sink}", timeout_s)
 

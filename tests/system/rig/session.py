@@ -1,4 +1,4 @@
-"""The surroundings of one test (sound server, Wine prefix, folder), and the test case that uses them."""
+"""Session: the sound server, Wine prefix and folder of one test. SystemTest: the test case that uses a session."""
 
 import functools
 import os
@@ -26,7 +26,7 @@ MAX_CPU_AFTER_LOSS = 0.5  # of one processor
 
 
 class Session:
-    """A sound server and a Wine prefix. close() ends both, and every host, recorder and voice."""
+    """A sound server and a Wine prefix. close() ends both, and every host, recorder and voice that the session started."""
 
     def __init__(self, name, sinks=(STEREO_48K,), with_server=True, microphones=()):
         self.folder = paths.RESULTS / name
@@ -84,7 +84,7 @@ class Session:
         waiting.until(lambda: not self.server.streams() + self.server.captures(), "the end of all streams")
 
     def endpoints(self, flow="render"):
-        """{name: id} of the endpoints that Windows programs see."""
+        """Returns {name: id} of the endpoints that Windows programs see."""
         host = self.host("devices", "--json", name="devices")
         assert host.wait(60) == 0, host.errors()
         listed = host.records()[-1]
@@ -145,7 +145,7 @@ class SystemTest(unittest.TestCase):
         self.addCleanup(self.stall_monitor.stop)
 
     def assert_sound(self, is_right, reason):
-        """Fails as damaged sound, which may be retried. For conditions that a stall of the machine can break."""
+        """Raises SoundDamaged, after which the test may retry. For conditions that a stall of the machine can break."""
         if not is_right:
             raise SoundDamaged(reason)
 
@@ -154,7 +154,7 @@ class SystemTest(unittest.TestCase):
         self.assert_sound(not verdict, verdict)
 
     def assert_most_is_good(self, windows, least, label="heard"):
-        """More than `least` windows are good, and no more are damaged than are tolerated in a whole recording."""
+        """More than `least` windows are good, and at most as many are damaged as are tolerated in a whole recording."""
         good, damaged = (sum(w.state == state for w in windows) for state in (compare.GOOD, compare.DAMAGED))
         self.assert_sound(good > least and damaged <= compare.TOLERATED_WINDOWS,
                           f"{label}: {good} windows are good, {damaged} are damaged")
@@ -169,7 +169,7 @@ class SystemTest(unittest.TestCase):
         return result
 
     def assert_plays_completely(self, path, *arguments, rate=48000, channels=2):
-        """Plays a file to its end, and returns the host. The endpoint has played all of its sound."""
+        """Plays a file to its end. The endpoint must play all of its sound. Returns the host."""
         recorder = self.session.record(rate=rate, channels=channels)
         host = self.session.play(path, *arguments)
         self.assert_ended_well(host)
@@ -215,7 +215,7 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(code, 0, host.last_output())
 
     def assert_exit_code(self, code, run, attempts=4):
-        """The first process that neither crashed nor got stuck has this exit code. Returns its host.
+        """Starts processes until one neither crashes nor gets stuck: its exit code must be `code`. Returns its host.
         run(name, is_first) starts a process and returns its host."""
         for attempt in range(attempts):
             host = run(f"host-{attempt}", attempt == 0)
@@ -227,7 +227,7 @@ class SystemTest(unittest.TestCase):
         return host
 
     def measure_after_loss(self, host, seconds=3.0):
-        """Log lines per second while the device is lost. The host must not busy-wait meanwhile."""
+        """Returns the log lines per second while the device is lost. Fails if the host busy-waits meanwhile."""
         activity = Activity(host)
         time.sleep(seconds)
         lines, cpu = activity.per_second()

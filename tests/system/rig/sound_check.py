@@ -39,6 +39,7 @@ class SoundCheck:
 
     @property
     def found(self):
+        """Whether a window was good."""
         return self._offset is not None
 
     def feed(self, heard):
@@ -86,6 +87,6 @@ class SoundCheck:
 
 
 def shortest_way(frames, period):
-    """A distance in a loop, in the direction in which it is shorter: from -period // 2 on."""
+    """Returns a distance in a loop, in its shorter direction: from -period // 2 to period // 2."""
     half = period // 2
     return (frames + half) % period - half

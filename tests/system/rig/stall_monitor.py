@@ -1,4 +1,4 @@
-"""Detects stalls of the machine: times in which a thread with the priority of sound had to wait for a processor."""
+"""Detects stalls of the machine: periods in which a thread with sound priority had to wait for a processor."""
 
 import os
 import pathlib
@@ -32,7 +32,7 @@ class StallMonitor:
 
 
 def print_stalls(processor):
-    """Sleeps repeatedly on one processor. Prints by how many seconds a sleep was too long."""
+    """Sleeps repeatedly on one processor. If a sleep was too long, prints by how many seconds."""
     os.sched_setaffinity(0, {processor})
     while True:
         begin = time.monotonic()

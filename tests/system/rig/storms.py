@@ -1,4 +1,4 @@
-"""What the storm tests share: default devices that keep changing, and the checks at the end."""
+"""Shared by the storm tests: default devices that keep changing, and the checks at the end."""
 
 import signal
 import subprocess
@@ -11,15 +11,15 @@ REST_S = 3.5  # long enough to open all devices
 
 
 class FlappingDefaults:
-    """Keeps changing the default speaker and the default microphone between two each, in a "with" block. Each change
-    starts a program, so there are about ten a second."""
+    """In a "with" block, keeps switching the default speaker between two speakers, and the default microphone between two
+    microphones. Each change starts a program, which limits them to some tens a second."""
 
     def __init__(self, session, speakers=("spkA", "spkB"), microphones=("Monitor of micA", "micB")):
         self._session = session
         render, capture = session.endpoints(), session.endpoints("capture")
         turns = [("DefaultOutput", render[name]) for name in speakers]
         turns += [("DefaultInput", capture[name]) for name in microphones]
-        self._turns = turns[0::2] + turns[1::2]  # the first ones, then the second ones
+        self._turns = turns[0::2] + turns[1::2]  # both first endpoints, then both second endpoints
 
     def __enter__(self):
         script = self._session.folder / "flapping.bat"
@@ -35,7 +35,7 @@ class FlappingDefaults:
         self._out.close()
 
     def change_until_end(self, host, seconds):
-        """Until the host ends, alternates so many seconds of changes with a rest, in which devices can be opened."""
+        """Until the host ends, alternates `seconds` of changes with a rest, in which the module can open devices."""
         while host.running:
             try:
                 host.process.wait(seconds)

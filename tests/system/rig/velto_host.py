@@ -45,11 +45,11 @@ class VeltoHost:
         return self.error_path.read_text("utf-8", "replace")
 
     def last_output(self, characters=1500):
-        """The ends of output and errors, for messages."""
+        """Returns the ends of output and errors, for messages."""
         return self.output()[-characters:] + self.errors()[-characters:]
 
     def records(self):
-        """The JSON objects in the output: one on each line, or a single one."""
+        """Returns the JSON values in the output: an object on each line, or a single value."""
         text, found = self.output(), []
         for line in text.splitlines():
             if line.startswith("{"):
@@ -109,13 +109,13 @@ class VeltoHost:
         self.process.send_signal(signal.SIGINT)
 
     def cpu_seconds(self):
-        """The processor time that was used so far."""
+        """Returns the processor time that the process has used so far."""
         with open(f"/proc/{self.process.pid}/stat") as stat:
             fields = stat.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def memory_kib(self):
-        """(resident memory, the part of it that belongs to no file) in KiB."""
+        """Returns (resident memory, its private part, which belongs to no file) in KiB."""
         fields = {}
         with open(f"/proc/{self.process.pid}/status") as status:
             for line in status:
@@ -135,6 +135,6 @@ class Activity:
         self._lines, self._cpu_s, self._begin = host.log.count(""), host.cpu_seconds(), time.monotonic()
 
     def per_second(self):
-        """(log lines per second, processor time as a part of one processor) until now."""
+        """Returns (log lines per second, processor time as a part of one processor) until now."""
         passed_s = time.monotonic() - self._begin
         return (self._host.log.count("") - self._lines) / passed_s, (self._host.cpu_seconds() - self._cpu_s) / passed_s

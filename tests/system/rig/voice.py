@@ -1,4 +1,4 @@
-"""Plays sound into the null sinks whose monitors are the microphones."""
+"""Plays sound into microphones: the null sinks whose monitors the module records."""
 
 import subprocess
 import threading

@@ -20,7 +20,7 @@ def _environment(prefix, base):
 
 
 def _template(base_environment):
-    """The template, which is built first if there is none. A lock guards it, because several tests start at once."""
+    """Returns the template, and builds it first if there is none. A lock guards it, because several tests start at once."""
     version = processes.run(["wine", "--version"], env=base_environment).split()[0]
     template = paths.CACHE / f"prefix-{version}-1"
     paths.CACHE.mkdir(parents=True, exist_ok=True)
@@ -71,7 +71,7 @@ class WinePrefix:
         return self
 
     def stop(self):
-        """Ends every Windows program of this prefix and removes it."""
+        """Ends every Windows program of this prefix, and removes the prefix."""
         if self._server is None:
             return
         processes.run(["wineserver", "-k"], env=self.environment, check=False, timeout_s=20)
@@ -84,7 +84,7 @@ class WinePrefix:
         return processes.run(["wine", *command], env=self.environment, timeout_s=timeout_s, check=check)
 
     def read_dword(self, key, name):
-        """A number in the registry, or None. The key is written as in HKCU\\Software\\X."""
+        """Returns a number from the registry, or None. An example of a key is HKCU\\Software\\X."""
         for line in self.run(["reg", "query", key, "/v", name], check=False).splitlines():
             fields = line.split()
             if len(fields) == 3 and fields[0] == name:
