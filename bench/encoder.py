@@ -32,7 +32,7 @@ TOOLS = {
     "all tools": [],
     "no noise substitution": NO_SUBSTITUTION,
     "no intensity stereo": NO_INTENSITY,
-    "neither of the two": [*NO_SUBSTITUTION, *NO_INTENSITY],
+    "neither of these two": [*NO_SUBSTITUTION, *NO_INTENSITY],
     "also no noise shaping": [*NO_SUBSTITUTION, *NO_INTENSITY, *NO_SHAPING],
     "also no mid/side stereo": [*NO_SUBSTITUTION, *NO_INTENSITY, *NO_SHAPING, *NO_MID_SIDE],
 }

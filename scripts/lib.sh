@@ -19,7 +19,7 @@ die() {
     exit 1
 }
 
-# run_logged LOG WHAT COMMAND...: quiet when it succeeds; shows the end of the log when it fails.
+# run_logged LOG WHAT COMMAND...: runs COMMAND with its output in LOG. If it fails, shows the end of LOG.
 run_logged() {
     local log=$1 what=$2
     shift 2

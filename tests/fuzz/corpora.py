@@ -130,13 +130,16 @@ def encoder(rng):
         yield f"rate_{rate}", opened(rate, rate) + encoded(0, noise) * 3 + encoded(0, square) * 2 + drained
     for field in range(5):
         yield f"field_{field}", opened(3, 0, field) + struct.pack("<I", 1 << 31) + silence
-    yield "again", opened(3, 0) + silence * 3 + opened(3, 1) + silence * 3 + b"\x07" + silence + drained
-    other, chosen, counted, filled, channels = 1, 2, 1, 2, 3
-    yield "shapes", opened(3, 0) + encoded(other) + encoded(chosen, noise[:64], b"\x10\x00", counted, b"\x40\x00\x00\x00") + \
-        encoded(chosen, b"", b"\x00\x00") + encoded(chosen, b"", b"\x00\x08") + encoded(0, b"", b"", counted, b"\xff\xff\xff\xff") + \
-        encoded(0, b"", b"", channels, b"\x01") + silence * 3 + drained
-    yield "short", opened(3, 0) + silence * 2 + encoded(0, noise, b"", filled, b"\x64\x00") + silence + drained + silence
-    yield "vain", opened(3, 0) + b"\x06\x00\x06\x80\x05\x00\x05\x01\x05\xff"
+    yield "reopened", opened(3, 0) + silence * 3 + opened(3, 1) + silence * 3 + b"\x07" + silence + drained
+    other_channels, other_length = 1, 2                     # codes for the shape
+    any_fill_count, short_fill_count, any_channels = 1, 2, 3  # codes for the filling
+    yield "shapes", opened(3, 0) + encoded(other_channels) + \
+        encoded(other_length, noise[:64], b"\x10\x00", any_fill_count, b"\x40\x00\x00\x00") + \
+        encoded(other_length, b"", b"\x00\x00") + encoded(other_length, b"", b"\x00\x08") + \
+        encoded(0, b"", b"", any_fill_count, b"\xff\xff\xff\xff") + encoded(0, b"", b"", any_channels, b"\x01") + \
+        silence * 3 + drained
+    yield "short_frame", opened(3, 0) + silence * 2 + encoded(0, noise, b"", short_fill_count, b"\x64\x00") + silence + drained + silence
+    yield "invalid_arguments", opened(3, 0) + b"\x06\x00\x06\x80\x05\x00\x05\x01\x05\xff"
     yield "bit_rates", b"".join(opened(3, 0, 7, bits) + encoded(0, noise) * 4 for bits in (1, 8000, 576000))
 
 

@@ -12,7 +12,7 @@ NOTHING_RECORDED = 5
 
 
 class MicrophoneChange(session.SystemTest):
-    """Both microphones get the same sound, so that the sound shows how much is missing after a change."""
+    """Both microphones get the same sound, so that the recording shows how much of it is missing after a change."""
 
     MICROPHONES = (session.MICROPHONE_48K,)
 

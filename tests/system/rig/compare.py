@@ -99,7 +99,7 @@ class Comparison:
         return WINDOW_S * len([w for w in self.windows if w.state != DAMAGED])
 
     def verdict(self, tolerated_windows=TOLERATED_WINDOWS, tolerated_slips=TOLERATED_SLIPS):
-        """Empty if the sound is intact, otherwise the reason."""
+        """Returns an empty text if the sound is intact, otherwise the reason."""
         if not self.audible:
             return "the reference contains no sound to compare"
         if not self.good:

@@ -15,7 +15,7 @@ from . import module_log, paths, processes, waiting
 # the thread of its sound driver, possibly inside PulseAudio's library, before the driver closes that library. Wine's
 # server kills a process whose end takes longer than half a second. The tests do not examine where a process failed.
 CRASHED_OR_STUCK = -signal.SIGSEGV
-STUCK_S = 10  # after so many seconds, a process counts as stuck
+STUCK_S = 10  # a process counts as stuck after looking stuck for so long
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
 
