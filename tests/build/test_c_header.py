@@ -60,7 +60,7 @@ class Layout(unittest.TestCase):
                 result = compile_as(["gcc"], language, standard, include=folder)
                 self.assertNotEqual(result.returncode, 0, f"{language} {standard} accepts the changed layout")
 
-    def test_every_slot_name_has_assertion(self):
+    def test_every_slot_name_of_table_has_assertion(self):
         for slot in self.slots():
             with self.subTest(slot):
                 self.assert_refused(re.sub(rf"\(\*{slot}\)\(", "(*renamed)(", self.text))
@@ -70,14 +70,14 @@ class Layout(unittest.TestCase):
         self.assertEqual(len(slots), 11)
         return slots
 
-    def test_swapped_slots_are_refused(self):
+    def test_swapped_slots_of_table_do_not_compile(self):
         slots = self.slots()
         for first, second in zip(slots, slots[1:] + slots[:1]):
             with self.subTest(f"{first} and {second}"):
                 self.assert_refused(re.sub(rf"\(\*({first}|{second})\)\(", lambda slot: slot[0].replace(
                     slot[1], second if slot[1] == first else first), self.text))
 
-    def test_every_field_has_assertion(self):
+    def test_every_record_field_has_assertion(self):
         records, _, _ = self.text.partition("typedef struct AudioHandlerTable")
         records = records[records.index("typedef struct"):]
         fields = [(name, field) for name, body in re.findall(r"typedef struct (\w+) \{(.*?)\n\}", records, re.S)
@@ -99,13 +99,13 @@ class Documents(unittest.TestCase):
                  "-", "-o", f"{folder}/example.exe"], input=code, capture_output=True, text=True)
             self.assertEqual(result.returncode, 0, result.stderr)
 
-    def test_example_in_the_header_builds(self):
+    def test_example_in_header_builds(self):
         code = HEADER.read_text("utf-8").partition("@code{.c}\n")[2].partition(" * @endcode")[0]
         code = re.sub(r"^ \* ?", "", code, flags=re.M)
         self.assertIn("int main(void)", code)
         self.assert_builds(code)
 
-    def test_code_in_the_guide_builds(self):
+    def test_code_in_integration_guide_builds(self):
         guide = (places.REPOSITORY / "docs" / "integration.md").read_text("utf-8")
         pieces = re.findall(r"^```c\n(.*?)^```$", guide, re.S | re.M)
         self.assertEqual(len(pieces), 6)

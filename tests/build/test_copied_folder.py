@@ -25,17 +25,17 @@ class CopiedFolder(unittest.TestCase):
         return subprocess.run(["wine", str(self.folder / "velto-host.exe"), *arguments], cwd="/",
                               env=environment, capture_output=True, text=True, timeout=60)
 
-    def test_host_starts(self):
+    def test_copied_host_starts(self):
         result = self.run_host("--help")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("play", result.stdout)
 
-    def test_host_finds_and_loads_the_module(self):
+    def test_copied_host_loads_copied_module(self):
         result = self.run_host("capabilities")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertIn("speaker1", result.stdout)
 
-    def test_module_cannot_be_loaded_without_ffmpeg(self):
+    def test_copied_module_does_not_load_without_ffmpeg(self):
         # Without this check, the tests above could pass with libraries from outside the folder.
         (self.folder / "swresample-4.dll").unlink()
         self.assertNotEqual(self.run_host("capabilities").returncode, 0)

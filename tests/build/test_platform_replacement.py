@@ -98,7 +98,7 @@ class PlatformReplacement(unittest.TestCase):
             f"-DCMAKE_TOOLCHAIN_FILE={places.REPOSITORY}/cmake/mingw.cmake", "-DCMAKE_BUILD_TYPE=",
             f"-DVELTO_FFMPEG_ROOT={os.environ['VELTO_FFMPEG_ROOT']}", "-DBUILD_TESTING=OFF", *options)
 
-    def test_replacement_libraries_are_linked_instead_of_own(self):
+    def test_replacement_libraries_are_linked_instead_of_stand_ins(self):
         logging = make_library(self.root, "logging", {"logger": None}, LOGGING)
         registry = make_library(self.root, "registry", {"registry": REGISTRY_HEADER}, REGISTRY)
         codec = make_library(self.root, "codec", CODEC_HEADERS, CODEC)
@@ -114,7 +114,7 @@ class PlatformReplacement(unittest.TestCase):
             self.assertIn(ours, (places.BIN / places.MODULE).read_bytes())
             self.assertNotIn(ours, module)
 
-    def test_folder_without_library_is_refused_with_reason(self):
+    def test_platform_folder_without_library_is_refused_with_reason(self):
         with self.assertRaisesRegex(AssertionError, r"needs include/logging/\s+and a library"):
             self.configure(f"-DVELTO_PLATFORM_LOGGING={self.root}")
 

@@ -34,22 +34,22 @@ class FFmpegCache(unittest.TestCase):
     def cached(self):
         return shell("ffmpeg_cached", XDG_CACHE_HOME=self.home).stdout.strip()
 
-    def test_complete_build_is_found(self):
+    def test_complete_ffmpeg_build_in_cache_is_found(self):
         self.assertEqual(self.cached(), str(self.build))
 
-    def test_build_with_a_changed_file_is_not_used(self):
+    def test_cached_ffmpeg_build_with_changed_file_is_not_used(self):
         (self.build / "bin" / places.FFMPEG[0]).write_text("half of")
         self.assertEqual(self.cached(), "")
 
-    def test_build_without_a_file_is_not_used(self):
+    def test_cached_ffmpeg_build_with_missing_file_is_not_used(self):
         (self.build / "bin" / places.FFMPEG[1]).unlink()
         self.assertEqual(self.cached(), "")
 
-    def test_build_without_a_stamp_is_not_used(self):
+    def test_cached_ffmpeg_build_without_stamp_is_not_used(self):
         (self.build / "stamp").unlink()
         self.assertEqual(self.cached(), "")
 
-    def test_build_with_another_configure_line_is_not_used(self):
+    def test_cached_ffmpeg_build_with_other_configure_line_is_not_used(self):
         self.build.rename(self.build.with_name("ffmpeg-5.1.9-0123456789ab"))
         self.assertEqual(self.cached(), "")
 
@@ -67,7 +67,7 @@ class PackageSources(unittest.TestCase):
         text = "".join(file.read_text() for file in sorted(self.out.glob("*"))) if self.out.is_dir() else ""
         return result, text
 
-    def test_sources_in_one_line_form_are_converted(self):
+    def test_package_sources_in_one_line_form_are_converted(self):
         (self.apt / "sources.list").write_text(
             "# deb http://mirror.example.org/debian bookworm contrib\n"
             "deb cdrom:[Debian GNU/Linux 12 _Bookworm_]/ bookworm main\n"
@@ -77,7 +77,7 @@ class PackageSources(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(text, "deb-src http://mirror.example.org/debian bookworm main\n")
 
-    def test_sources_in_stanza_form_are_converted(self):
+    def test_package_sources_in_stanza_form_are_converted(self):
         (self.apt / "sources.list.d" / "debian.sources").write_text(
             "Types: deb\nURIs: http://mirror.example.org/debian\nSuites: bookworm bookworm-updates\nComponents: main\n\n"
             "Types: deb\nURIs: https://packages.example.org\nSuites: stable\nComponents: main\n")
@@ -86,7 +86,7 @@ class PackageSources(unittest.TestCase):
         self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://mirror.example.org/debian\n"
                                        "Suites: bookworm bookworm-updates\nComponents: main")
 
-    def test_missing_debian_source_is_an_error_with_a_remedy(self):
+    def test_missing_debian_source_is_reported_with_remedy(self):
         (self.apt / "sources.list").write_text(FOREIGN)
         result, _ = self.source_list()
         self.assertEqual(result.returncode, 1)
@@ -94,7 +94,7 @@ class PackageSources(unittest.TestCase):
 
 
 class Commands(unittest.TestCase):
-    def test_unknown_option_is_refused_with_the_usage(self):
+    def test_unknown_option_is_refused_with_usage(self):
         for script in ("setup", "build"):
             with self.subTest(script):
                 result = subprocess.run([places.REPOSITORY / "scripts" / script, "--no-such-option"],
