@@ -28,7 +28,7 @@ DWORD WINAPI RunThread(void *argument)
     const ThreadStart thread = *start;
     delete start;
     const DWORD result = thread.routine(thread.argument);
-    // FreeLibrary could unmap the code that it returns to. This call does not return.
+    // FreeLibrary could unmap this code and then return to it. FreeLibraryAndExitThread never returns.
     if (thread.module != nullptr) {
         FreeLibraryAndExitThread(thread.module, result);
     }
@@ -53,7 +53,7 @@ void ModuleReference::HoldModuleOf(const void *address)
 
 void ModuleReference::HoldImplementationOf(void *comObject)
 {
-    // A COM object begins with the pointer to its table of functions.
+    // A COM object begins with a pointer to its function table.
     void **table = *static_cast<void ***>(comObject);
     HoldModuleOf(table[0]);
 }

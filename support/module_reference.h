@@ -15,7 +15,7 @@ public:
     ModuleReference(const ModuleReference &) = delete;
     ModuleReference &operator=(const ModuleReference &) = delete;
 
-    // Replaces the reference with one to the module of `address`. Holds() is false if that fails.
+    // Replaces the reference with one to the module of `address`. After a failure there is no reference.
     void HoldModuleOf(const void *address);
     // Replaces the reference with one to the module that implements a COM object. COM may unload an
     // in-process server when the last thread leaves COM, even while there are references to its objects.
@@ -28,16 +28,16 @@ private:
 };
 
 // Starts a thread that keeps this module mapped until `routine` has returned. If the thread's reference is
-// then the last one, the loader unmaps the module. The caller closes the handle. Null, with the last error
-// set, when there can be no thread.
+// then the last one, the loader unmaps the module. The caller closes the returned handle. Returns null and
+// sets the last error if the thread cannot be started.
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument);
 
-// Waits until a thread has ended or an event is set. Retries a failed wait: callers then free what the other
-// thread uses, so this must not return early.
+// Waits until a thread has ended or an event is set. Retries a failed wait: the caller is about to free
+// memory that the other thread uses, so AwaitSignal must not return early.
 void AwaitSignal(HANDLE handle);
 
-// Starts a thread as StartModuleThread does, without a handle to it. Throws std::system_error when there can
-// be no thread.
+// Starts a thread as StartModuleThread does and closes its handle. Throws std::system_error if the thread
+// cannot be started.
 void StartDetachedThread(void (*body)());
 
 } // namespace velto
