@@ -3,7 +3,7 @@
 
 namespace fakes {
 
-// Takes the next packet from the endpoint's source if none is queued. True if one is queued now.
+// If no packet is queued, queues the next one of the endpoint's source. True if a packet is queued then.
 bool FakeCaptureClient::Refill()
 {
     Endpoint &endpoint = m_client.TheEndpoint();

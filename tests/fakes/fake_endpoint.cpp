@@ -192,7 +192,8 @@ int AudioSystem::RegisteredCallbacks() const
 void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
 {
     std::thread([&] {
-        // Unregistering waits for this, so that no callback runs after its unregistration, as in Windows.
+        // UnregisterEndpointNotificationCallback locks this mutex, too: as in Windows, no callback runs after
+        // its unregistration.
         const std::lock_guard notifying(m_notifyMutex);
         std::vector<IMMNotificationClient *> callbacks;
         {

@@ -121,9 +121,9 @@ class AudioSystem {
 public:
     static AudioSystem &Instance();
 
-    // Leaves the endpoints "speakers" and "microphone", each the default of its flow for all roles, and
-    // installs the class factory. Call it after fakewin::Reset, which removes the factory. Objects that the
-    // module still references stay usable.
+    // Removes all endpoints, then adds "speakers" and "microphone", each the default of its flow for all
+    // roles, and installs the class factory. Call Reset after fakewin::Reset, which removes the factory.
+    // Objects that the module still references stay usable.
     void Reset();
 
     Endpoint &Add(const std::wstring &id);
@@ -153,7 +153,7 @@ public:
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
     std::vector<UINT32> ReleasedFrames() const; // the argument of each ReleaseBuffer of the microphone
-    int LiveObjects() const;                    // only objects created since the last Reset
+    int LiveObjects() const;                    // counts only objects created since the last Reset
     int RegisteredCallbacks() const;
 
     // Deliver a notification to every registered callback on a new thread, and wait until all callbacks

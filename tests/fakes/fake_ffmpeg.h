@@ -1,5 +1,5 @@
-// FFmpeg calls that a test can make fail. All others reach FFmpeg. tests/fakes/redirect.h redirects the
-// module's calls here.
+// FFmpeg functions that a test can make fail. Without a scripted result they call FFmpeg.
+// tests/fakes/redirect.h redirects the module's calls here.
 #pragma once
 
 #include <cstdint>

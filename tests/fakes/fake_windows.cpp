@@ -123,7 +123,7 @@ fakes::FaultScript<Call> &Script()
 
 std::optional<int64_t> Enter(Call call)
 {
-    // The only allowed action in a notification is to start a thread.
+    // Inside a notification the module may only start a thread, which takes these calls.
     const bool startsThread = call == Call::CreateThread || call == Call::GetModuleHandleExW ||
                               call == Call::CloseHandle || call == Call::FreeLibrary;
     if (notificationDepth > 0 && !startsThread) {

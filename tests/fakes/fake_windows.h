@@ -1,10 +1,10 @@
 // Portable versions of the Windows calls that the module makes, for unit tests. They are counted, and a test
 // can make them fail. tests/fakes/redirect.h redirects the module's calls here.
 //
-// Waits and sleeps below one second last at most 50 microseconds. Longer ones use a simulated clock that only
-// AdvanceClock moves. A broken rule (a handle closed twice, a CoUninitialize too many, a thread that ends
-// inside an apartment, a system call inside a notification) is recorded as a violation, a text that the test
-// checks for at its end.
+// Waits and sleeps below one second last about 50 microseconds. Longer ones use a simulated clock that only
+// AdvanceClock moves. A broken rule (closing a handle twice, one CoUninitialize too many, ending a thread
+// inside an apartment, a system call inside a notification) is recorded as a violation. Fixtures expect
+// Violations() to be empty after each test.
 #pragma once
 
 #include <windows.h>
@@ -42,7 +42,7 @@ void CoTaskMemFree(LPVOID block);
 
 BOOL GetModuleHandleExW(DWORD flags, LPCWSTR nameOrAddress, HMODULE *module);
 BOOL FreeLibrary(HMODULE module);
-// Unlike the real call it returns; the calling thread then ends by returning from its start routine.
+// Unlike the real function, this one returns. The calling thread then returns from its start routine.
 void FreeLibraryAndExitThread(HMODULE module, DWORD exitCode);
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
@@ -120,7 +120,7 @@ uint64_t WaitedMs();
 void AdvanceClock(uint64_t milliseconds);
 // Until the next Reset, waits and sleeps below one second return at once. For tests with one thread.
 void SkipShortWaits();
-// Waits until exactly `count` threads wait on the simulated clock. False after ten seconds.
+// Blocks until exactly `count` threads wait on the simulated clock. False after ten seconds.
 bool AwaitClockWaiters(int count);
 int LiveThreads(); // created by CreateThread and not ended
 
@@ -138,13 +138,13 @@ struct Instantiation {
 std::vector<Instantiation> Instantiations();
 std::vector<DWORD> ApartmentModels(); // the argument of each CoInitializeEx
 int ApartmentDepth();                 // of the calling thread
-int OpenApartments();                 // the sum of all threads' depths
+int OpenApartments();                 // sum of all threads' depths
 int LiveTaskBlocks();                 // blocks of CoTaskMemAlloc not yet freed
 
 // --- Modules -------------------------------------------------------------------------------
 
-HMODULE ThisModule();           // contains every address that was not declared below
-HMODULE ImplementationModule(); // the DLL that implements the fake endpoints
+HMODULE ThisModule();           // contains all addresses except those passed to DeclareImplementation
+HMODULE ImplementationModule(); // the DLL that pretends to implement the endpoints
 void DeclareImplementation(const void *address);
 int ModuleReferences(HMODULE module);
 // How often ImplementationModule was unloaded: by leaving the last apartment, or by freeing the last
@@ -161,7 +161,8 @@ int LiveRegistryKeys();
 
 // --- Notifications -------------------------------------------------------------------------
 
-// While an object exists, its thread delivers a notification, so that redirected calls are violations.
+// Marks the calling thread as delivering a notification while the object exists: most redirected calls are
+// violations then.
 class NotificationScope {
 public:
     NotificationScope();

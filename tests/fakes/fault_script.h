@@ -26,7 +26,7 @@ constexpr int64_t AcceptedFormatResult(uint32_t size)
     return (INT64_C(1) << 42) | SizeResult(size);
 }
 
-// `Call`: the enumeration of the fake's functions. Any thread.
+// `Call`: the enumeration of the fake's functions. Thread-safe.
 template <typename Call>
 class FaultScript {
 public:

@@ -21,7 +21,7 @@ struct LogEntry {
 };
 void PrintTo(const LogEntry &entry, std::ostream *out);
 
-// Any thread.
+// Thread-safe.
 class LogRecorder {
 public:
     static LogRecorder &Instance();
