@@ -1,4 +1,4 @@
-// Fixture: an encoder with a packet and a frame of the right size.
+// Fixture of the encoder's tests: an encoder, a packet and a frame of the sizes that the encoder needs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ protected:
     int32_t Encode() { return encoder.Encode(&frame, &packet); }
     int32_t Drain() { return encoder.Encode(nullptr, &packet); }
 
-    // The second frame returns the first packet.
+    // Encodes two frames. The encoder returns its first packet with the second one.
     void ExpectWorks()
     {
         EXPECT_EQ(Encode(), 0);

@@ -11,7 +11,7 @@ namespace {
 
 using namespace velto_test;
 
-TEST_F(AacEncoder, RefusesTooSmallPacketAndContinues)
+TEST_F(AacEncoder, RefusesMissingOrTooSmallPacketAndContinues)
 {
     ASSERT_TRUE(Open());
     EXPECT_LT(encoder.Encode(&frame, nullptr), 0);
@@ -19,7 +19,7 @@ TEST_F(AacEncoder, RefusesTooSmallPacketAndContinues)
     EXPECT_LT(encoder.Encode(&frame, &other), 0);
     ASSERT_TRUE(other.AllocBuffer(1535, false));
     EXPECT_LT(encoder.Encode(&frame, &other), 0);
-    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // does not start draining
+    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // refused, so draining does not start
     ExpectWorks();
 }
 

@@ -1,4 +1,4 @@
-// Sound quality: encodes, decodes and compares.
+// The encoder's sound quality: each test encodes a signal, decodes it and compares both.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -124,7 +124,7 @@ TEST(AacEncoderSound, MeetsBitRateOnAverage)
     EXPECT_NEAR(static_cast<double>(bytes) * 8 / 5, 128000, 0.05 * 128000);
 }
 
-TEST(AacEncoderSound, ContainsNoAdtsHeaders)
+TEST(AacEncoderSound, WritesNoAdtsHeaders)
 {
     for (const EncodedUnit &unit : EncodePcm(StereoParam(), WhiteNoise(oneSecond / 10, 2))) {
         ASSERT_GE(unit.bytes.size(), 2U);
@@ -132,7 +132,7 @@ TEST(AacEncoderSound, ContainsNoAdtsHeaders)
     }
 }
 
-TEST(AacEncoderSound, SurvivesLastFrameOneSampleShort)
+TEST(AacEncoderSound, EncodesLastFrameThatIsOneSampleShort)
 {
     const Pcm pcm =
         MakePcm(10 * aacFrameLength - 1, 2, [](size_t i, uint32_t) { return 0.5 * Sine(i, 440); });
@@ -141,7 +141,7 @@ TEST(AacEncoderSound, SurvivesLastFrameOneSampleShort)
     EXPECT_GT(SignalToNoiseDb(pcm, DecodeUnits(StereoParam(), units), 2), 20);
 }
 
-TEST(AacEncoderSound, SurvivesLastFrameOfOneSample)
+TEST(AacEncoderSound, EncodesLastFrameOfOneSample)
 {
     const Pcm pcm = MakePcm(3 * aacFrameLength + 1, 1, [](size_t i, uint32_t) { return 0.5 * Sine(i, 440); });
     const std::vector<EncodedUnit> units = EncodePcm(MonoParam(), pcm);

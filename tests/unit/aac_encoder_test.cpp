@@ -47,7 +47,7 @@ TEST_F(AacEncoder, LimitsBitRateByChannelCount)
     ExpectRefused(param, L"Initialize: bitRate cannot be 288001");
 }
 
-TEST_F(AacEncoder, NamesBitRateWhenItLeavesNoBandwidth)
+TEST_F(AacEncoder, RefusesBitRateThatLeavesNoBandwidth)
 {
     EncodeParam param = StereoParam();
     param.bitRate = 10;
@@ -172,7 +172,7 @@ TEST_F(AacEncoder, RefusesFramesAfterShortFrame)
     EXPECT_GE(Drain(), 0);
 }
 
-TEST_F(AacEncoder, CountsTimeStampsInSamplesFromEncoderDelay)
+TEST_F(AacEncoder, CountsTimeStampsInSamplesFromMinusOneFrame)
 {
     const Pcm pcm(size_t{4 * aacFrameLength} * 2 + 100, 0);
     const std::vector<EncodedUnit> units = EncodePcm(StereoParam(), pcm);

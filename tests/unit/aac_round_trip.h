@@ -23,7 +23,7 @@ struct EncodedUnit {
 EncodeParam StereoParam();
 EncodeParam MonoParam();
 
-// `value` returns the sample of a position and a channel, between -1 and 1; larger values are limited.
+// `value(position, channel)` returns a sample between -1 and 1. Larger values are clipped.
 Pcm MakePcm(size_t samples, uint32_t channels, const std::function<double(size_t, uint32_t)> &value);
 double Sine(size_t position, double frequencyHz, double rateHz = 48000);
 
@@ -37,8 +37,8 @@ int32_t EncodeSamples(AACEncoder &encoder, const int16_t *pcm, size_t samples, u
 // Appends the remaining packets. False on an error.
 bool DrainEncoder(AACEncoder &encoder, std::vector<EncodedUnit> &units);
 
-// Returns interleaved samples between -1 and 1, starting with the encoder's priming of one frame. The decoder
-// is configured with the encoder's decoder info for these parameters.
+// Returns interleaved samples between -1 and 1. The first 1024 per channel are the encoder's priming. The
+// decoder is configured with the encoder's decoder info for these parameters.
 std::vector<float> DecodeUnits(const EncodeParam &param, const std::vector<EncodedUnit> &units);
 
 // Skips the priming and expects all samples to be decoded.

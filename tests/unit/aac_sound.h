@@ -1,4 +1,4 @@
-// Decodes AAC packets, to compare their sound with the source.
+// Decodes AAC units with FFmpeg and compares their sound with the source.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@ namespace velto_test {
 
 inline constexpr uint32_t aacFrameLength = 1024; // samples per channel
 
-// Decodes raw AAC-LC access units.
+// Decodes raw AAC-LC units.
 class AacSound {
 public:
     // `config`: the decoder configuration; by default AAC-LC, 48000 Hz, stereo.
     explicit AacSound(const std::vector<uint8_t> &config = {0x11, 0x90});
 
-    // Fails the test when the packet cannot be decoded.
+    // Decodes a unit. Fails the test if the unit cannot be decoded.
     void Add(const uint8_t *data, uint32_t size);
 
     // All samples, interleaved, including the encoder's priming of one frame.

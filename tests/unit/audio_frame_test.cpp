@@ -16,7 +16,7 @@ TEST(AudioFrame, HasNoBufferAfterConstruction)
     EXPECT_EQ(frame.channelCount, 0U);
 }
 
-TEST(AudioFrame, DerivesChannelCountFromCodeMask)
+TEST(AudioFrame, DerivesChannelCountFromChannelCode)
 {
     AudioFrame frame;
     ASSERT_TRUE(frame.AllocBuffer(48000, 1024, 3, PCMFormat::S16));
@@ -36,8 +36,8 @@ TEST(AudioFrame, IsSilentAndEmptyAfterEachAllocation)
         ASSERT_TRUE(frame.AllocBuffer(48000, length, 3, PCMFormat::S16));
         EXPECT_EQ(frame.fillCount, 0U);
         EXPECT_TRUE(std::all_of(frame.samples, frame.samples + length * 2, [](int16_t s) { return s == 0; }));
-        std::fill_n(frame.samples, length * 2,
-                    std::numeric_limits<int16_t>::max()); // a write past the end is reported
+        // AddressSanitizer reports a write past the end.
+        std::fill_n(frame.samples, length * 2, std::numeric_limits<int16_t>::max());
         frame.fillCount = length;
     }
 }

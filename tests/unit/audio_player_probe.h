@@ -1,4 +1,4 @@
-// The unit tests' view of a renderer's members.
+// Gives unit tests access to a renderer's private members.
 #pragma once
 
 #include <utility>
@@ -43,13 +43,13 @@ public:
     uint8_t **&InputBuffer() { return m_player.m_converter.m_input.m_planes; }
     uint8_t **&OutputBuffer() { return m_player.m_converter.m_output.samples.m_planes; }
     bool HasResampler() const { return m_player.m_converter.m_context != nullptr; }
-    // Takes the converter's context, so that a later Open does not leak it.
+    // Detaches the SwrContext, which the next Open would leak. The caller frees it.
     SwrContext *TakeResampler() { return std::exchange(m_player.m_converter.m_context, nullptr); }
 
     int32_t ActivateWasClient() { return m_player.ActivateWasClient(); }
     void GetWaveFormatParm() { m_player.GetWaveFormatParm(); }
     int32_t ResampleInit() { return m_player.ResampleInit(); }
-    // Returns the block to the converter; OutputBuffer and OutputBytes then show it.
+    // Resamples one block and recycles it, so that OutputBuffer and OutputBytes describe it.
     int32_t Resample(const uint8_t *data, uint64_t size)
     {
         ConvertedBlock block = m_player.Resample(data, size);
@@ -59,7 +59,7 @@ public:
         }
         return frames;
     }
-    // Writes the block that OutputBuffer and OutputBytes show.
+    // Writes the block that OutputBuffer and OutputBytes describe.
     void AudioWriteToWasClient() { m_player.AudioWriteToWasClient(std::move(m_player.m_converter.m_output)); }
     int32_t CheckDeviceChanged() { return m_player.CheckDeviceChanged(); }
     int32_t OnAudioDeviceChanged() { return m_player.OnAudioDeviceChanged(); }

@@ -36,7 +36,7 @@ TEST_F(ComLoading, EntersAndLeavesMultithreadedApartment)
     EXPECT_EQ(fakewin::ApartmentModels(), std::vector<DWORD>{COINIT_MULTITHREADED});
 }
 
-TEST_F(ComLoading, KeepsThreadInApartmentItHadEntered)
+TEST_F(ComLoading, KeepsThreadInItsMultithreadedApartment)
 {
     std::thread([] {
         fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
@@ -50,7 +50,7 @@ TEST_F(ComLoading, KeepsThreadInApartmentItHadEntered)
     }).join();
 }
 
-TEST_F(ComLoading, DoesNotTouchThreadInOtherApartmentModel)
+TEST_F(ComLoading, LeavesSingleThreadedApartmentUnchanged)
 {
     std::thread([] {
         fakewin::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
@@ -63,7 +63,7 @@ TEST_F(ComLoading, DoesNotTouchThreadInOtherApartmentModel)
     }).join();
 }
 
-TEST_F(ComLoading, ReportsOtherFailuresAndUndoesNothing)
+TEST_F(ComLoading, ReportsFailedEntryAndUndoesNothing)
 {
     for (const HRESULT result : {E_OUTOFMEMORY, E_INVALIDARG, E_UNEXPECTED}) {
         fakewin::Fail(Call::CoInitializeEx, result);
@@ -75,7 +75,7 @@ TEST_F(ComLoading, ReportsOtherFailuresAndUndoesNothing)
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 0);
 }
 
-TEST_F(ComLoading, UndoesUndocumentedSuccess)
+TEST_F(ComLoading, LeavesComAfterUndocumentedSuccess)
 {
     std::thread([] {
         fakewin::Fail(Call::CoInitializeEx, HRESULT{2});

@@ -24,7 +24,7 @@ TEST(EncodePacket, AllocatesAndReleasesBufferRepeatedly)
     for (const uint32_t capacity : {1U, 1536U, 100U}) {
         ASSERT_TRUE(packet.AllocBuffer(capacity, false));
         EXPECT_EQ(packet.Capacity(), capacity);
-        std::fill_n(packet.data, capacity, uint8_t{1}); // a write past the end is reported
+        std::fill_n(packet.data, capacity, uint8_t{1}); // AddressSanitizer reports a write past the end
     }
     packet.size = 100;
     packet.ReleaseBuffer();
@@ -68,7 +68,8 @@ TEST(EncodePacket, HasNoBufferWithoutMemoryOrSize)
     EXPECT_EQ(packet.data, nullptr);
 }
 
-// The capture thread rescales the time stamp while the reader may already release the packet.
+// The capture thread rescales the time stamp after queuing the packet. A reader may have released its buffer
+// by then.
 TEST(EncodePacket, KeepsTimeStampWhenBufferIsReleased)
 {
     AVEncodePacket packet;

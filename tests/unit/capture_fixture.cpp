@@ -42,7 +42,7 @@ CaptureTest::CaptureTest()
 CaptureTest::~CaptureTest()
 {
     Destroy();
-    // Threads may not have ended yet.
+    // The thread of a restart may still have its reference when Close returns.
     EXPECT_TRUE(Eventually(
         [&] { return fakewin::ModuleReferences(fakewin::ThisModule()) == m_earlierModuleReferences; }));
     EXPECT_EQ(fakewin::LiveHandles(), m_earlierHandles);
@@ -51,7 +51,7 @@ CaptureTest::~CaptureTest()
     EXPECT_EQ(fakewin::Violations(), violationsLeft);
     EXPECT_EQ(fakewin::OpenApartments(), 0);
 #else
-    // On Windows the fake COM does not notice that a thread ends.
+    // In Windows builds the fake COM does not see that a thread ends inside an apartment.
     EXPECT_EQ(fakewin::Violations(), std::vector<std::string>{});
     EXPECT_EQ(fakewin::OpenApartments(), openApartmentsLeft);
 #endif

@@ -1,5 +1,5 @@
 // Fixture of the microphone's tests: one capture on fake endpoints. Its destructor checks that the capture
-// leaves nothing except known leaks.
+// has released everything except known leaks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,7 +29,8 @@ constexpr char apartmentViolation[] = "a thread ended inside its apartment";
 
 // A packet of interleaved 32-bit floats.
 CapturedPacket FloatPacket(const std::vector<float> &samples, uint16_t channels = 2, DWORD flags = 0);
-// A packet of zeros without the flag for silence.
+// A packet of zeros. Unless `flags` contains AUDCLNT_BUFFERFLAGS_SILENT, the capture loop converts it like
+// any other sound.
 CapturedPacket QuietPacket(UINT32 frames, DWORD flags = 0);
 
 class CaptureTest : public ::testing::Test {
@@ -45,7 +46,8 @@ protected:
     // Closes the capture as the host's closing call does, without deleting it.
     void Close();
     void Destroy();
-    // Reads until there is a packet, for ten seconds at most. Returns its size; otherwise 0 or 3840.
+    // Reads until a packet arrives, and returns its size. After ten seconds without one returns 0, or 3840 if
+    // the capture has stopped.
     uint32_t ReadPacket();
 
     fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }
@@ -71,7 +73,7 @@ protected:
     velto::AudioCaptureProbe probe;
     std::vector<uint8_t> buffer = std::vector<uint8_t>(8192);
 
-    // What the destructor expects to find. Tests of a known leak change it.
+    // Leftovers that the destructor expects. Tests of a known leak change them.
     int openApartmentsLeft = 0;
     int objectsLeft = 0;
     std::vector<std::string> violationsLeft;

@@ -27,8 +27,9 @@ protected:
         const AudioFrame &frame = probe.Frame();
         return {frame.samples, frame.samples + size_t{frame.fillCount} * frame.channelCount};
     }
-    // Opens the stream and runs the loop on this thread, which keeps the frame for inspection. Ends the loop
-    // after it has read the delivered packets and then found the buffer empty `emptyPasses` times.
+    // Opens the stream and runs the loop on the test's thread, so that the frame can be inspected afterwards.
+    // Ends the loop once it has read the delivered packets and then found the buffer empty `emptyPasses`
+    // times.
     void RunLoopOnThisThread(int emptyPasses = 1);
 };
 
@@ -101,8 +102,8 @@ TEST_F(CaptureLoop, ReadsAllWaitingPacketsWithoutSleeping)
     }
     RunLoopOnThisThread();
     EXPECT_EQ(fakewin::Waits()[0], (fakewin::WaitRecord{fakewin::Call::Sleep, nullptr, 10}));
-    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep),
-              2); // one before the pass that reads the packets, one before the empty pass
+    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep), 2)
+        << "one before the pass that reads the packets, one before the empty pass";
     probe.Teardown();
 }
 
@@ -242,8 +243,8 @@ TEST_F(CaptureLoop, LogsFailedAllocationForEmptyPacket)
     probe.Teardown();
 }
 
-// The loop reads all samples as floats. Narrow samples give fewer floats than values: each byte is read at
-// most once, none past the end, and the rest is silence.
+// The loop reads any samples as 32-bit floats. A packet of 8-bit or 16-bit samples has fewer floats than
+// samples: the loop reads each byte at most once and none past the end; silence fills the rest.
 TEST_F(CaptureLoop, ReadsNarrowSamplesAsFloatsWithinTheirBuffer)
 {
     for (const uint16_t bits : {8, 16}) {
@@ -280,7 +281,7 @@ TEST_F(CaptureLoop, ConvertsMonoAt16000HzToStereoAt48000Hz)
     for (size_t i = 0; i < filled.size(); i += 2) {
         ASSERT_EQ(filled[i], filled[i + 1]);
     }
-    // 48000 samples less the converter's delay make 46 full frames. The encoder's delay leaves 45 packets.
+    // 48000 samples less the converter's delay fill 46 frames. The first frame yields no packet.
     EXPECT_EQ(probe.Packets().DataCount(), 45);
     probe.Teardown();
 }
@@ -350,7 +351,7 @@ TEST_F(CaptureLoop, GivesUpEncodingWhenQueueIsStopped)
     EXPECT_TRUE(LogOf(encodeTag).empty());
 }
 
-TEST_F(CaptureLoop, QueuesNothingForFrameWithoutOutputAndEndsDrain)
+TEST_F(CaptureLoop, QueuesNoPacketForFirstFrameButOnePerDrainCall)
 {
     ASSERT_EQ(probe.InitAudioEncoder(), 0);
     probe.Frame().fillCount = 1024;
@@ -384,7 +385,8 @@ TEST_F(CaptureLoop, BlocksOnFullQueueUntilHostReadsAgain)
     Microphone().source = [] { return QuietPacket(480); };
     Open();
     ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
-    // The loop may still read up to three packets until the next frame is full and finds no free packet.
+    // The loop can read up to three more microphone packets until the next frame is full and blocks for lack
+    // of a free packet.
     constexpr int packetsPerFrame = 3;
     const int full = audio.Count(Method::CaptureGetBuffer);
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -395,7 +397,7 @@ TEST_F(CaptureLoop, BlocksOnFullQueueUntilHostReadsAgain)
     EXPECT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 469; }));
 }
 
-TEST_F(CaptureLoop, EndsWhenStoppedWhileBlocked)
+TEST_F(CaptureLoop, EndsWhenStoppedWhileQueueIsFull)
 {
     Microphone().source = [] { return QuietPacket(480); };
     Open();

@@ -52,7 +52,7 @@ TEST_F(CaptureNotifier, CountsReferencesFromZero)
     EXPECT_EQ(notifier->Release(), 1U);
 }
 
-TEST_F(CaptureNotifier, LogsListenerThatFindsNoMemory)
+TEST_F(CaptureNotifier, LogsErrorWithoutMemoryForListener)
 {
     ASSERT_EQ(notifier->Initialize(), S_OK);
     RecordingListener listener;
@@ -206,7 +206,7 @@ TEST_F(CaptureNotifier, UnInitializeUnregistersOnceAndLogsEachCall)
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
-// A host may free this module with a recording open. Notifications must not run unmapped code.
+// A host may free the module while a recording is open. Notifications must not run unmapped code.
 TEST_F(CaptureNotifier, ReferencesModuleFromRegistrationToUnregistration)
 {
     const auto references = [] { return fakewin::ModuleReferences(fakewin::ThisModule()); };
@@ -257,7 +257,7 @@ TEST_F(CaptureNotifier, DoesNotRegisterWithoutBothModuleReferences)
     }
 }
 
-// Stays in its notification while another thread removes it.
+// Stays inside OnAudioStateChanged for up to 200 ms, until the test has removed the listener.
 class SlowListener : public velto::IAudioDeviceNotifyListener {
 public:
     void OnAudioStateChanged(EDataFlow, ERole, LPCWSTR) override

@@ -1,4 +1,4 @@
-// The unit tests' view of a capture's and a notifier's members.
+// Gives unit tests access to a capture's private members.
 #pragma once
 
 #include "capture/audio_capture.h"

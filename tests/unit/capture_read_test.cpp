@@ -17,7 +17,7 @@ constexpr char readTag[] = "AudioCapture::GetAudioData";
 
 class CaptureRead : public CaptureTest {
 protected:
-    // Fills the free queue; no thread runs.
+    // Initialises the packet queue without starting the capture's threads.
     void InitQueue(uint32_t packets)
     {
         probe.Packets().SetPacketBufferSize(64);
@@ -34,7 +34,7 @@ protected:
     ~CaptureRead() override
     {
         Close();
-        probe.Packets().StopAndClear(); // no teardown does this in tests that use InitQueue
+        probe.Packets().StopAndClear(); // tests that use InitQueue have no init thread to do this
     }
 };
 
@@ -59,7 +59,7 @@ TEST_F(CaptureRead, ReturnsSizeZeroAfterWaitWithoutPacket)
     EXPECT_TRUE(LogOf(readTag).empty());
 }
 
-TEST_F(CaptureRead, DoesNotWaitWhenSizeWrapsToNegativeWait)
+TEST_F(CaptureRead, ReturnsWhenSizeWrapsToNegativeWait)
 {
     InitQueue(2);
     uint32_t size = 107374183; // wraps to a wait of minus nine minutes
@@ -74,7 +74,7 @@ TEST_F(CaptureRead, ReturnsOneWholePacketPerReadInOrder)
     Queue({4});
     Queue({5, 6});
     for (const std::vector<uint8_t> &expected : {std::vector<uint8_t>{1, 2, 3}, {4}, {5, 6}}) {
-        uint32_t size = 1; // smaller than a packet; the size only determines the wait
+        uint32_t size = 1; // smaller than a packet: the size only determines the longest wait
         probe.Read(buffer.data(), size);
         ASSERT_EQ(size, expected.size());
         EXPECT_EQ(std::vector<uint8_t>(buffer.begin(), buffer.begin() + size), expected);
@@ -206,7 +206,7 @@ TEST_F(CaptureRead, ReadsFromCurrentCapture)
     AudioCapture::SetCurrent(nullptr);
 }
 
-TEST_F(CaptureRead, DelaysDeletionUntilRunningReadReturns)
+TEST_F(CaptureRead, SurvivesDeletionOfCaptureDuringLongRead)
 {
     auto other = std::make_unique<AudioCapture>();
     AudioCaptureProbe otherProbe(*other);
@@ -229,7 +229,7 @@ TEST_F(CaptureRead, DelaysDeletionUntilRunningReadReturns)
 
 // On a slow machine the reader may start too late to find the capture. The read then returns size 0, and the
 // test retries.
-TEST_F(CaptureRead, DelaysDeletionUntilReadLeavesCapture)
+TEST_F(CaptureRead, DeletionWaitsForRunningRead)
 {
     uint32_t size = 0;
     while (size == 0) {

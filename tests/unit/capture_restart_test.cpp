@@ -1,4 +1,4 @@
-// Following changes of the default microphone.
+// The capture follows changes of the default microphone.
 #include "capture_fixture.h"
 
 #include <atomic>
@@ -40,7 +40,7 @@ TEST_F(CaptureRestart, IgnoresOtherFlowsAndRoles)
     EXPECT_FALSE(probe.Stopped());
 }
 
-TEST_F(CaptureRestart, MovesToNewDefaultMicrophoneOnItsOwn)
+TEST_F(CaptureRestart, MovesToNewDefaultMicrophone)
 {
     audio.Add(L"headset").source = [] { return QuietPacket(1024); };
     Open();
@@ -68,12 +68,12 @@ TEST_F(CaptureRestart, ClearsPacketsOfOldMicrophone)
     EXPECT_EQ(probe.Packets().DataCount(), 0);
 }
 
-TEST_F(CaptureRestart, LogsReadsDuringRestartAndKeepsTheirSize)
+TEST_F(CaptureRestart, ReadLogsErrorAndKeepsSizeDuringRestart)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
     uint32_t size = 3840;
-    // The restart creates the event between teardown and preparation.
+    // Prepare creates its event after the restart has torn down the old capture.
     fakewin::Before(fakewin::Call::CreateEventW, [&] { probe.Read(buffer.data(), size); });
     NotifyChange();
     EXPECT_TRUE(AwaitLine(L"m_bAtomStop is stop", "AudioCapture::GetAudioData"));
@@ -93,7 +93,7 @@ TEST_F(CaptureRestart, StartsOnFirstMicrophoneThatAppears)
     EXPECT_GT(ReadPacket(), 0U);
 }
 
-TEST_F(CaptureRestart, LeavesCaptureStarted)
+TEST_F(CaptureRestart, KeepsCaptureStartedAfterRestart)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -118,7 +118,7 @@ TEST_F(CaptureRestart, StartsOneThreadPerChange)
     Open();
     ASSERT_TRUE(AwaitLoop());
     AudioDeviceNotify *notifier = probe.Notifier();
-    notifier->AddRef(); // keeps it alive after the first restart
+    notifier->AddRef(); // the first restart releases it
     for (int change = 0; change < 5; ++change) {
         capture->OnAudioStateChanged(eCapture, eConsole, L"headset");
     }
@@ -140,7 +140,7 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 
-TEST_F(CaptureRestart, DelaysCloseUntilFinished)
+TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());

@@ -22,13 +22,13 @@ protected:
     {
         EXPECT_TRUE(Eventually([&] { return probe.State() == CAPTURE_NOT_PREPARED; }));
     }
-    // Runs `action` on the capture thread once its work is done. This thread is the first one to end, because
-    // the init thread waits for it before it resets the state.
+    // Runs `action` on the capture thread just before it ends. The capture thread always ends first: the init
+    // thread waits for it before resetting the state.
     static void BeforeCaptureThreadEnds(std::function<void()> action)
     {
         fakewin::Before(fakewin::Call::FreeLibraryAndExitThread, std::move(action));
     }
-    // The capture thread fails with this line, before or after Prepare returns.
+    // Expects the capture thread to log this line and fail, before or after Prepare returns.
     void ExpectCaptureThreadFails(const std::wstring &text)
     {
         capture->Prepare();
@@ -187,14 +187,14 @@ TEST_F(CaptureSetup, SecondStartFailsAndKeepsOneNotifier)
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
 }
 
-TEST_F(CaptureSetup, StartReturnsStateWhenNotRunning)
+TEST_F(CaptureSetup, StartRegistersNotifierButReturnsStateWhenNotPrepared)
 {
     EXPECT_EQ(capture->Start(), -10000);
     EXPECT_FALSE(probe.Started());
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
 }
 
-TEST_F(CaptureSetup, StartSucceedsWithoutNotifications)
+TEST_F(CaptureSetup, StartSucceedsWhenNotifierCannotRegister)
 {
     capture->Prepare();
     ASSERT_TRUE(AwaitLoop());
@@ -215,7 +215,7 @@ TEST_F(CaptureSetup, StopDetachesNotifierAndCanBeRepeated)
 
 // --- The device ------------------------------------------------------------------------------
 
-TEST_F(CaptureSetup, OpensDefaultConsoleMicrophoneTwice)
+TEST_F(CaptureSetup, OpensDefaultConsoleMicrophoneForEncoderAndForCapture)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
@@ -270,7 +270,7 @@ const std::vector<MicFault> &MicFaults()
                                                  static_cast<HRESULT>(0x80070490U), nth);
          },
          L"GetDefaultAudioEndpoint failed, err=0x80070490"},
-        {"null endpoint",
+        {"no default endpoint",
          [](int nth) {
              if (nth == 1) {
                  fakes::AudioSystem::Instance().SetDefaultMicrophone(L"");
@@ -324,7 +324,7 @@ TEST_P(CaptureMicrophoneFault, OnCaptureThreadStopsCapture)
     AwaitNotPrepared();
     EXPECT_TRUE(probe.Stopped());
     EXPECT_EQ(capture->Prepare(),
-              GetParam() == 2 ? -103 : 0); // "null endpoint" removes the microphone permanently
+              GetParam() == 2 ? -103 : 0); // "no default endpoint" removes the microphone permanently
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, CaptureMicrophoneFault, ::testing::Range<size_t>(0, 7));

@@ -10,7 +10,7 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 
 class Capture : public CaptureTest {};
 
-// At 44100 Hz the number of output frames is too large for the converter, too.
+// 0xF0000000 frames exceed a signed 32-bit count, both at 44100 Hz and converted to 48000 Hz.
 TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
 {
     Microphone().mixFormat.rateHz = 44100;
@@ -34,8 +34,7 @@ TEST_F(Capture, DoesNotFollowDefaultWithoutReferenceToEndpointDll)
     EXPECT_GT(ReadPacket(), 0U);
 }
 
-// Three waits and two retries: Prepare's wait for the capture thread, then one wait for the end of each
-// thread.
+// Five waits: one in Prepare, one for the end of each of the two threads, and two retries.
 TEST_F(Capture, RetriesFailedWaitForThread)
 {
     Open();

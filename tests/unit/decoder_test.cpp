@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "aac_frames.h"
+#include "aac_units.h"
 #include "host_calls.h"
 #include "log_lines.h"
 #include "play_thread_probe.h"
@@ -25,7 +25,7 @@ extern "C" {
 
 namespace velto {
 
-// The unit tests' view of a decoder's members.
+// Gives unit tests access to a decoder's private members.
 class FFmpegDecodeProbe {
 public:
     explicit FFmpegDecodeProbe(FFmpegDecode &decoder) : d(decoder) {}
@@ -75,7 +75,7 @@ protected:
         av_free(context);
     }
 
-    void Write(AacFrame frame) { Write(frame.data(), static_cast<uint32_t>(frame.size())); }
+    void Write(AacUnit unit) { Write(unit.data(), static_cast<uint32_t>(unit.size())); }
 
     void Write(uint8_t *data, uint32_t size)
     {
@@ -89,7 +89,7 @@ protected:
     AudioPlayThreadProbe queue{*playThread};
 };
 
-TEST_F(AacDecoder, OpensAsStereoAtGivenRateWithoutExtradata)
+TEST_F(AacDecoder, OpensAsStereoAt48000HzWithoutExtradata)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     ASSERT_NE(members.Format(), nullptr);
@@ -109,7 +109,7 @@ TEST_F(AacDecoder, OpensAsStereoAtGivenRateWithoutExtradata)
     EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(AacDecoder, RefusesRateWhoseDoubleOverflowsWithoutLogging)
+TEST_F(AacDecoder, RefusesRateThatOverflowsWhenDoubledAndLogsNothing)
 {
     FFmpegDecode fast(playThread, 1073741824);
     EXPECT_EQ(fast.InitFFmpeg(), -1);
@@ -119,11 +119,11 @@ TEST_F(AacDecoder, RefusesRateWhoseDoubleOverflowsWithoutLogging)
     av_free(context);
 }
 
-TEST_F(AacDecoder, TurnsFrameOf1024SamplesIntoBlockOf4096Bytes)
+TEST_F(AacDecoder, TurnsUnitOf1024SamplesIntoBlockOf4096Bytes)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (const AacFrame &frame : EncodeTone(4)) {
-        Write(frame);
+    for (const AacUnit &unit : EncodeTone(4)) {
+        Write(unit);
     }
     ASSERT_EQ(queue.PlayQueue().size(), 4u);
     for (const AudioPlayBuffer *block : queue.PlayQueue()) {
@@ -135,8 +135,8 @@ TEST_F(AacDecoder, TurnsFrameOf1024SamplesIntoBlockOf4096Bytes)
 TEST_F(AacDecoder, DecodesEncodedTone)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (const AacFrame &frame : EncodeTone(10)) {
-        Write(frame);
+    for (const AacUnit &unit : EncodeTone(10)) {
+        Write(unit);
     }
     const auto *samples = reinterpret_cast<const int16_t *>(queue.PlayQueue().back()->buf);
     int crossings = 0;
@@ -150,26 +150,26 @@ TEST_F(AacDecoder, DecodesEncodedTone)
     EXPECT_NEAR(crossings, 2 * 440 * 1024 / 48000, 2) << "440 Hz";
 }
 
-TEST_F(AacDecoder, ReplacesPlaceholderBufferOnFirstFrame)
+TEST_F(AacDecoder, ReplacesPlaceholderBufferOnFirstUnit)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    const AacFrame frame = EncodeTone(1)[0];
-    Write(frame);
+    const AacUnit unit = EncodeTone(1)[0];
+    Write(unit);
     EXPECT_EQ(members.Capacity(), 1024);
     EXPECT_EQ(members.Needed(), 1024);
     const uint8_t *buffer = members.OutBuffer();
-    Write(frame);
-    EXPECT_EQ(members.OutBuffer(), buffer) << "no allocation for frames of the same length";
+    Write(unit);
+    EXPECT_EQ(members.OutBuffer(), buffer) << "no allocation for units of the same length";
 }
 
 TEST_F(AacDecoder, BorrowsHostBytesWithoutChangingThem)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    AacFrame frame = EncodeTone(1)[0];
-    const AacFrame before = frame;
-    Write(frame.data(), static_cast<uint32_t>(frame.size()));
-    EXPECT_EQ(frame, before);
-    EXPECT_EQ(members.Packet()->data, frame.data());
+    AacUnit unit = EncodeTone(1)[0];
+    const AacUnit before = unit;
+    Write(unit.data(), static_cast<uint32_t>(unit.size()));
+    EXPECT_EQ(unit, before);
+    EXPECT_EQ(members.Packet()->data, unit.data());
     EXPECT_EQ(members.Packet()->buf, nullptr);
 }
 
@@ -177,8 +177,8 @@ TEST_F(AacDecoder, PutsBlocksInDelayQueueWhileStreamIsDelayed)
 {
     playThread->needDelay = true;
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (const AacFrame &frame : EncodeTone(4)) {
-        Write(frame);
+    for (const AacUnit &unit : EncodeTone(4)) {
+        Write(unit);
     }
     EXPECT_EQ(queue.DelayQueue().size(), 4u);
     EXPECT_TRUE(queue.PlayQueue().empty());
@@ -194,16 +194,16 @@ TEST_F(AacDecoder, LogsNullFrameOrHeaderAndDecodesNothing)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(AacDecoder, LogsMissingDecoderFrameBeforeInitialisation)
+TEST_F(AacDecoder, LogsMissingDecoderFrameWhenNotInitialised)
 {
-    Write(AacFrame{1, 2, 3});
+    Write(AacUnit{1, 2, 3});
     ExpectLine(errorLevel, L"decoder frame is nullptr", checkTag);
 }
 
 TEST_F(AacDecoder, LogsMissingPacket)
 {
     members.Frame() = av_frame_alloc();
-    Write(AacFrame{1, 2, 3});
+    Write(AacUnit{1, 2, 3});
     ExpectLine(errorLevel, L"packetToPlay is null, can not decode audio frame", checkTag);
 }
 
@@ -215,7 +215,7 @@ TEST_F(AacDecoder, RefusesEmptyPayloadAndLogsErrorCode)
     ExpectLine(errorLevel, L"AUDIO decode error:-22", decodeTag);
 }
 
-TEST_F(AacDecoder, RefusesMissingPayloadAndPlaysNextFrame)
+TEST_F(AacDecoder, RefusesMissingPayloadAndPlaysNextUnit)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     Write(nullptr, 0);
@@ -233,18 +233,18 @@ TEST_F(AacDecoder, RefusesSizeAboveSignedRange)
     ExpectLine(errorLevel, L"AUDIO decode error:-22", decodeTag);
 }
 
-TEST_F(AacDecoder, StaysUsableAfterCorruptFrames)
+TEST_F(AacDecoder, StaysUsableAfterCorruptUnits)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (AacFrame frame : EncodeTone(20)) {
-        for (size_t i = 0; i < frame.size(); i += 3) {
-            frame[i] ^= 0x5A;
+    for (AacUnit unit : EncodeTone(20)) {
+        for (size_t i = 0; i < unit.size(); i += 3) {
+            unit[i] ^= 0x5A;
         }
-        Write(frame);
+        Write(unit);
     }
     queue.FreeQueued();
-    for (const AacFrame &frame : EncodeTone(3)) {
-        Write(frame);
+    for (const AacUnit &unit : EncodeTone(3)) {
+        Write(unit);
     }
     EXPECT_GE(queue.PlayQueue().size(), 2u);
 }
@@ -266,7 +266,7 @@ TEST_F(AacDecoder, LogsAndDropsFrameWithMissingPlane)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(AacDecoder, LogsMissingFrameBeforeUsingIt)
+TEST_F(AacDecoder, LogsMissingDecoderFrame)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     av_frame_free(&members.Frame());
@@ -277,8 +277,8 @@ TEST_F(AacDecoder, LogsMissingFrameBeforeUsingIt)
 TEST_F(AacDecoder, DecodesMonoStreamToLeftChannel)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    for (const AacFrame &frame : EncodeTone(6, 1)) {
-        Write(frame);
+    for (const AacUnit &unit : EncodeTone(6, 1)) {
+        Write(unit);
     }
     ASSERT_FALSE(queue.PlayQueue().empty());
     const auto *samples = reinterpret_cast<const int16_t *>(queue.PlayQueue().back()->buf);
@@ -306,30 +306,30 @@ TEST_F(AacDecoder, LogsErrorCodeOfUninitialisedConverter)
     ExpectLine(errorLevel, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
 }
 
-TEST_F(AacDecoder, LogsAndDropsBlockWithoutSize)
+TEST_F(AacDecoder, LogsAndDropsBlockWhoseSizeCannotBeComputed)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     members.OutChannels() = 2;
-    const AacFrame frame = EncodeTone(1)[0];
-    Write(frame);
+    const AacUnit unit = EncodeTone(1)[0];
+    Write(unit);
     queue.FreeQueued();
     members.OutChannels() = 0; // makes the size computation fail
-    Write(frame);
+    Write(unit);
     ExpectLine(errorLevel, L"out_buffer_size too small", decodeTag);
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextFrame)
+TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextUnit)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    const AacFrame frame = EncodeTone(1)[0];
+    const AacUnit unit = EncodeTone(1)[0];
     members.OutChannels() = -1; // makes the allocation fail
-    Write(frame);
+    Write(unit);
     ExpectLine(errorLevel, L"av_samples_alloc failed", resampleTag);
     EXPECT_EQ(members.OutBuffer(), nullptr);
     EXPECT_EQ(members.Capacity(), 0) << "unchanged";
     members.OutChannels() = 2;
-    Write(frame);
+    Write(unit);
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
@@ -354,13 +354,13 @@ TEST_F(AacDecoder, ReleaseClearsEveryPointerAndCanBeRepeated)
     av_free(context);
 }
 
-TEST_F(AacDecoder, RefusesFrameAfterRelease)
+TEST_F(AacDecoder, RefusesUnitAfterRelease)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
     AVCodecContext *context = members.Codec();
     decoder.ReleaseFFmpeg();
     av_free(context);
-    Write(AacFrame{1, 2, 3});
+    Write(AacUnit{1, 2, 3});
     ExpectLine(errorLevel, L"decoder frame is nullptr", checkTag);
 }
 
@@ -373,7 +373,7 @@ struct SetupFault {
 
 class AacDecoderSetup : public AacDecoder, public ::testing::WithParamInterface<SetupFault> {};
 
-TEST_P(AacDecoderSetup, FailsAtFailingStepAndDropsNextFrame)
+TEST_P(AacDecoderSetup, FailsWhenStepFailsAndDropsNextUnit)
 {
     const SetupFault &fault = GetParam();
     fakeffmpeg::Script().Fail(fault.call, -12);
@@ -433,26 +433,26 @@ TEST_F(AacDecoder, SecondInitialisationOverwritesWithoutFreeing)
 TEST_F(AacDecoder, DropsBlockWithoutMemoryForItsRecord)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    const AacFrame frame = EncodeTone(1)[0];
+    const AacUnit unit = EncodeTone(1)[0];
     {
         const fakes::FailingNew noMemory(sizeof(AudioPlayBuffer));
-        Write(frame);
+        Write(unit);
     }
     ExpectLine(errorLevel, L"new AudioPlayBuffer failed", postTag);
-    Write(frame);
+    Write(unit);
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 
 TEST_F(AacDecoder, DropsBlockWithoutMemoryForItsBytes)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    const AacFrame frame = EncodeTone(1)[0];
+    const AacUnit unit = EncodeTone(1)[0];
     {
         const fakes::FailingNew noMemory(4096);
-        Write(frame);
+        Write(unit);
     }
     ExpectLine(errorLevel, L"new buf->buf failed", postTag);
-    Write(frame);
+    Write(unit);
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }
 

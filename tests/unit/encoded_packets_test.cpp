@@ -61,7 +61,7 @@ TEST_F(EncodedPacketQueue, FreesBuffersButKeepsRecordsOnDestruction)
         AVPktBufQueue queue;
         queue.SetPacketBufferSize(100);
         InitAndRemember(queue, 3);
-        queue.PopFree(); // stays outside the queues
+        queue.PopFree(); // in neither queue at the destruction
         queue.PushData(queue.PopFree());
         packets[2]->timeStamp = 7;
     }
@@ -115,8 +115,8 @@ TEST(PacketPoolSize, CoversTenSecondsPlusOnePacket)
     EXPECT_EQ(PacketPoolSize(0, 1024), 1U);
 }
 
-// The rates of sound devices do not overflow. Higher rates wrap at 32 bits.
-TEST(PacketPoolSize, IsComputedIn32Bits)
+// No rate of a sound device overflows the multiplication. Higher rates wrap at 32 bits.
+TEST(PacketPoolSize, WrapsAt32BitsOnlyAboveDeviceRates)
 {
     EXPECT_EQ(PacketPoolSize(384000, 1024), 3751U);
     EXPECT_EQ(PacketPoolSize(429497, 1), (429497U * 10000U) / 1000U + 1U);

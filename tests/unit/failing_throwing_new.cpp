@@ -1,10 +1,10 @@
-// Replaces the throwing `operator new` of the unit tests' program. The fuzz targets are not linked with this
-// file: clang links them with a static sanitizer runtime that defines its own.
+// Replaces the throwing `operator new` in the unit tests' program. The fuzz targets do not link this file:
+// clang links them with a static sanitizer runtime that defines its own `operator new`.
 //
-// `operator delete` is not replaced, so each block must come from the allocator that it expects. In native
-// builds this is the next definition of `operator new`: the sanitizer's, which checks the pairs, or that of
-// libstdc++. In Windows builds libstdc++ is linked statically, so the functions that libstdc++ calls are
-// called here.
+// `operator delete` is not replaced, so each block must come from the allocator that `operator delete`
+// expects. In native builds that is the next definition of `operator new`, the sanitizer's or libstdc++'s.
+// Windows builds link libstdc++ statically and have no next definition; they call the same allocation
+// functions as libstdc++.
 #include "failing_throwing_new.h"
 
 #ifdef _WIN32

@@ -3,10 +3,10 @@
 
 namespace velto_test {
 
-// While an object exists, the nth `operator new` after its construction throws std::bad_alloc. Only calls of
-// the constructing thread count; 1 is the next call. All forms count: arrays, aligned types, containers, the
-// C++ library's own calls, and the non-throwing forms, which return null. All other calls succeed. A thread
-// may have one object at a time.
+// While an object exists, the nth `operator new` after its construction throws std::bad_alloc; 1 is the next
+// call. Only calls of the constructing thread count. All forms count: arrays, aligned types, containers, the
+// C++ library's own calls, and the non-throwing forms, which return null instead. All other calls succeed. A
+// thread may have one object at a time.
 //
 // To fail each allocation of an operation in turn:
 //     for (int nth = 1;; ++nth) {

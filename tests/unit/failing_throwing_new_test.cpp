@@ -25,7 +25,7 @@ bool Throws(const std::function<void()> &allocate)
     }
 }
 
-// Keeps the compiler from removing a new with its delete.
+// Prevents the compiler from optimising away a new and its delete.
 template <typename Object>
 void Use(Object *object)
 {

@@ -94,7 +94,7 @@ TEST_F(FakeEndpointFormat, InitializeRefusesFormatsThatEngineCannotMix)
     }
 }
 
-TEST_F(FakeEndpointFormat, InitializeAcceptsAnyFormatWhenSwitchIsSet)
+TEST_F(FakeEndpointFormat, InitializeAcceptsAnyFormatButNullOnRequest)
 {
     fakes::AudioSystem::Instance().Get(L"speakers").acceptsAnyFormat = true;
     EXPECT_EQ(InitializeWith([](WAVEFORMATEX &format) { format.nBlockAlign = 0; }), S_OK);

@@ -15,7 +15,7 @@ using fakewin::Call;
 using enum FaultKind;
 using Faults = std::vector<Fault>;
 
-// Takes the error number because not every SDK defines all of these errors.
+// Builds an AUDCLNT error from its number, because not every SDK has a name for each.
 constexpr int64_t Audclnt(uint32_t code)
 {
     return static_cast<int32_t>(0x88890000U | code);
@@ -174,7 +174,7 @@ void AddWindowsCalls(std::vector<FaultyCall> &calls)
     const Fault noMemory = Error("ERROR_NOT_ENOUGH_MEMORY", ERROR_NOT_ENOUGH_MEMORY);
     const Fault noResources = Error("ERROR_NO_SYSTEM_RESOURCES", 1450);
     const Fault invalidHandle = Error("ERROR_INVALID_HANDLE", ERROR_INVALID_HANDLE);
-    // Only once: while a handle stays invalid, no thread can be woken or awaited with it.
+    // Not lasting: with a permanently invalid handle no thread could be woken or awaited.
     const Fault invalidOnce{"ERROR_INVALID_HANDLE", Failure, ERROR_INVALID_HANDLE, false};
     const Fault waitFailed{"WAIT_FAILED", Failure, 0xFFFFFFFF, false};
     const Fault denied = Error("ERROR_ACCESS_DENIED", ERROR_ACCESS_DENIED);

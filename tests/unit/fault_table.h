@@ -12,16 +12,16 @@ namespace velto_test {
 enum class FaultKind {
     Failure, // a documented error code
     Null,    // success, but a null pointer instead of an object
-    Size,    // success, but a size that is zero or huge, or an inactive state
+    Size,    // success, but an unusual size (such as 0 or 4294967295), format or device state
     Success, // a success code other than S_OK
-    Hang,    // returns late; the result is the delay in milliseconds
+    Hang,    // returns late; Fault::result is the delay in milliseconds
 };
 
 struct Fault {
     std::string name;
     FaultKind kind;
-    int64_t result;      // as FaultScript::Fail takes it
-    bool mayLast = true; // whether the fault can also be permanent
+    int64_t result;      // passed to FaultScript::Fail
+    bool mayLast = true; // the walk also injects it into all later uses
 };
 
 // One system call, scripted through its fake.

@@ -20,8 +20,8 @@ struct Uses {
     bool polled = false;
 };
 
-// Counts the uses of each call in a run without faults; those of a polled call only up to the step that can
-// wait for more of them.
+// Counts the uses of each call in a run without faults. The count of a polled call ends with the first step
+// that can wait for more uses.
 std::vector<Uses> CountUsesWithoutFaults(MakeScenario makeScenario)
 {
     std::vector<Uses> uses(FaultyCalls().size());

@@ -10,7 +10,7 @@
 
 namespace velto_test {
 
-// The action that restores the sound after a fault, from the smallest to the largest.
+// The actions that can restore the sound after a fault, from the smallest to the largest.
 enum class Recovery { None, PropertyChange, DefaultChange, Reopening };
 
 struct Line {
@@ -20,10 +20,10 @@ struct Line {
 
 // The outcome that the module guarantees for a fault.
 struct Expectation {
-    std::vector<Line> lines;             // exactly one of them is logged; empty: no line is required
+    std::vector<Line> lines;             // one of them is logged, once; empty: no line is required
     std::vector<Recovery> recoveries;    // one of them restores the sound
     bool missesDeviceChanges = false;    // keeps the old device until it is reopened
-    bool alsoLoggedWithoutFault = false; // so the line may appear more than once
+    bool alsoLoggedWithoutFault = false; // the line may appear more than once
 };
 
 // One fault, injected at one use of a call. A use is a single invocation of the call by the module.
@@ -53,7 +53,7 @@ public:
     // True if the scenario can stay in the step until a polled call has failed.
     virtual bool CanKeepPolling(int step) const = 0;
     virtual void PollUntil(const std::function<bool()> &condition) = 0;
-    // Continues for a while under a lasting fault.
+    // Continues for a short time while a lasting fault is active.
     virtual void KeepRunning() = 0;
     // `use`: the number of the failing use within the step, from 1.
     virtual Expectation Expected(const FaultCase &faulty, int step, int use) const = 0;
@@ -69,14 +69,14 @@ using MakeScenario = std::unique_ptr<Scenario> (*)();
 
 struct WalkTally {
     int calls = 0;
-    std::map<FaultKind, int> faults; // of these calls
+    std::map<FaultKind, int> faults; // number of different faults of each kind
     int cases = 0;
-    int lasting = 0;  // of the cases
+    int lasting = 0;  // cases with a lasting fault
     int findings = 0; // cases with an unexpected outcome
 };
 
-// Injects every fault of every call that the scenario makes, and a hang of each call: at the first, the tenth
-// and the last use. Faults that may last are injected from the first use on, too. Fails the test for each
+// For every call that the scenario makes, injects each of its faults and a hang at the first, the tenth and
+// the last use. A fault that may last is also injected into all uses in one run. Fails the test for each
 // unexpected outcome.
 WalkTally WalkEveryFault(MakeScenario makeScenario);
 

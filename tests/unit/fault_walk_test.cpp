@@ -24,7 +24,7 @@ int FaultsOf(const WalkTally &tally, FaultKind kind)
     return found == tally.faults.end() ? 0 : found->second;
 }
 
-// Prints the counts, and writes them to a file if VELTO_FAULT_WALK names a folder.
+// Prints the counts. If VELTO_FAULT_WALK names a folder, also writes them to a file there.
 void Report(const std::string &scenario, const WalkTally &tally)
 {
     std::ostringstream text;

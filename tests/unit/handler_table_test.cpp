@@ -73,8 +73,8 @@ TEST_F(HandlerTable, EntryOverwritesAllElevenSlots)
     EXPECT_EQ(slots[1], slots[10]) << "both reserved slots are the same function";
 }
 
-// Calls slot `index` with arguments that every function refuses, and returns the tag of the line that this
-// logs. The header's assertions tie each member's name to its index.
+// Calls slot `index` with invalid arguments and returns the tag of the last line that the call logs; empty
+// without a line. The assertions in audio_handler.h tie each member's name to its index.
 std::string TagOfSlot(const AudioHandlerTable &table, size_t index)
 {
     const std::function<void()> calls[11] = {
@@ -137,7 +137,7 @@ TEST_F(HandlerTable, TurnsAnyExceptionIntoStatusAndLogLine)
     ExpectLine(errorLevel, L"call failed: out of order", guardTag);
 }
 
-// Makes one of the allocations fail with which the table's exception handler logs the exception.
+// Makes one allocation of the table's exception handler fail while it logs the exception.
 std::optional<FailingThrowingNew> noMemory;
 int failingAllocation = 0;
 

@@ -14,7 +14,7 @@ namespace {
 using namespace velto_test;
 using namespace std::chrono_literals;
 
-// Blocks a call until Open, or for ten seconds.
+// Blocks a call until the test calls Open, for ten seconds at most.
 class Gate {
 public:
     void Block()
@@ -29,7 +29,7 @@ public:
         std::unique_lock lock(m_mutex);
         return m_changed.wait_for(lock, 10s, [this] { return m_reached; });
     }
-    // False if the call was no longer blocked.
+    // Unblocks the call. False if the call had already timed out.
     bool Open()
     {
         const std::lock_guard lock(m_mutex);

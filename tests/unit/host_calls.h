@@ -11,7 +11,7 @@
 
 namespace velto_test {
 
-// Without a frame for this long, the module releases the speakers.
+// The module releases the speakers after this time without a write.
 inline constexpr DWORD idleMs = 240000;
 
 inline uint32_t Length(const std::string &id)
@@ -19,7 +19,7 @@ inline uint32_t Length(const std::string &id)
     return static_cast<uint32_t>(id.size());
 }
 
-// A stream frame with its header. The bytes belong to the caller.
+// A StreamFrame record with its header. The caller keeps the payload alive.
 struct HostFrame {
     HostFrame(uint8_t *data, uint32_t size, int32_t streamType = 0)
         : header{streamType, size, 0}, frame{data, {}, &header}

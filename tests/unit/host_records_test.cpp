@@ -74,7 +74,7 @@ TEST_F(HostRecords, CapabilitiesRefuseAndLogNullArguments)
     ExpectLine(errorLevel, L"audio capabilities or num is null", capabilityTag, 2);
 }
 
-TEST_F(HostRecords, CapabilitiesReturnNullListAndCountFourWithoutMemory)
+TEST_F(HostRecords, CapabilitiesFailWithNullListAndCountFourWithoutMemory)
 {
     AudioCapabilityItem *list = reinterpret_cast<AudioCapabilityItem *>(&list);
     uint32_t count = 0;
@@ -85,7 +85,7 @@ TEST_F(HostRecords, CapabilitiesReturnNullListAndCountFourWithoutMemory)
 }
 
 // Each item takes three blocks. A failure must free all earlier blocks; LeakSanitizer checks this.
-TEST_F(HostRecords, CapabilitiesReturnCountFourWithoutMemoryForItem)
+TEST_F(HostRecords, CapabilitiesFailWithCountFourWithoutMemoryForItem)
 {
     for (int block = 2; block <= 1 + 4 * 3; ++block) {
         AudioCapabilityItem *list = nullptr;
@@ -122,7 +122,7 @@ TEST_F(HostRecords, ItemRefusesAndLogsMissingId)
     ExpectLine(errorLevel, L"device name is null", "`anonymous-namespace'::GetAudioCapabilityItem");
 }
 
-TEST_F(HostRecords, ItemRefusesIdOf65BytesAndStaysUntouched)
+TEST_F(HostRecords, ItemRefusesIdOf65BytesAndStaysEmpty)
 {
     AudioCapabilityItem item{};
     EXPECT_EQ(GetAudioCapabilityItem(std::string(65, 'x').c_str(), 1, item), -3);
@@ -149,7 +149,7 @@ TEST_F(HostRecords, ReleaseLogsOtherTypeAndFreesNothing)
     std::strcpy(block, "still here");
     VeltoRelease(2, block, 4);
     EXPECT_STREQ(block, "still here");
-    std::free(block); // would be a double free had Release freed it
+    std::free(block); // a double free if Release had freed the block
     ExpectLine(infoLevel, L"VeltoRelease type = 2", releaseTag);
     EXPECT_EQ(CountOf(errorLevel), 0);
 }
@@ -163,8 +163,8 @@ TEST_F(HostRecords, ReleaseLogsTypeAndErrorForNullBlock)
 
 TEST_F(HostRecords, ReleaseWithCountZeroFreesOnlyBlock)
 {
-    // LeakSanitizer checks that the block is freed. Its bytes are no valid pointers, so freeing its members
-    // would crash.
+    // LeakSanitizer checks that the block is freed. Freeing its members would crash, because its bytes are no
+    // valid pointers.
     auto *block = std::malloc(sizeof(AudioCapabilityItem));
     std::memset(block, 0xA5, sizeof(AudioCapabilityItem));
     VeltoRelease(1, block, 0);

@@ -42,7 +42,7 @@ inline void ExpectLine(int level, const std::wstring &text, const std::string &t
         << ::testing::PrintToString(Log());
 }
 
-// Counts the lines with a level, and with a level and a text. The tag does not matter.
+// Count the lines with this level, or with this level and text, whatever their tag.
 inline int CountOf(int level)
 {
     int count = 0;

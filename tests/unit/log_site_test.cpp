@@ -67,8 +67,8 @@ TEST_F(LogSite, KeepsLinesWholeFromSeveralThreads)
     }
 }
 
-// Makes each allocation of `log` fail in turn. The entry must be `whole`, or only its line to the channel, or
-// missing.
+// Makes each allocation of `log` fail in turn. Each run must log all of `whole`, only its line to the
+// channel, or nothing.
 template <typename Log>
 void ExpectWholeLinesOrNone(Log log, const fakes::LogEntry &whole)
 {
@@ -103,9 +103,9 @@ TEST_F(LogSite, WritesWholeLineOrNoneWithoutMemory)
                            {4, text, "?", true});
 }
 
-TEST_F(LogSite, LosesLineWhoseTagRunsOutOfMemory)
+TEST_F(LogSite, WritesWholeLineOrNoneWithoutMemoryForLongTag)
 {
-    // Longer than the stream's buffer, so that appending the tag allocates.
+    // Longer than the buffer of the string stream, so that appending the tag allocates.
     const std::string tag(2000, 't');
     ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "message"); }, {4, L"message", tag, true});
 }

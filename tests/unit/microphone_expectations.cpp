@@ -39,18 +39,17 @@ const wchar_t *const noReferenceToEndpointDll =
 const wchar_t *const noReferenceToThisModule =
     L"Cannot hold this module, default device changes are not followed! err=$E";
 
-// A failing capture thread stops the capture and with it the notifications, if these are registered. During
-// an opening the scenario waits for the thread before it registers; during a restart either may come first.
+// A failing capture thread stops the capture and unregisters its notifier, if it is registered. During an
+// opening the scenario registers after the thread has failed; during a restart either may come first.
 const std::vector<Recovery> &RecoveryAfterStop(MicrophoneStep step)
 {
-    static const std::vector<Recovery> beforeNotifications{DefaultChange};
+    static const std::vector<Recovery> stillRegistered{DefaultChange};
     static const std::vector<Recovery> either{DefaultChange, Reopening};
-    static const std::vector<Recovery> afterNotifications{Reopening};
-    return step == Opening ? beforeNotifications : step == Restarting ? either : afterNotifications;
+    static const std::vector<Recovery> unregistered{Reopening};
+    return step == Opening ? stillRegistered : step == Restarting ? either : unregistered;
 }
 
-// Order of the uses: the init thread for the encoder, the capture thread, then the notifier, which needs an
-// enumerator, too.
+// The order of the uses: first the init thread, then the capture thread, then the notifier's registration.
 void AddOpening(Rows &rows)
 {
     rows.During({Opening});
@@ -115,8 +114,8 @@ void AddBoth(Rows &rows)
     }
 }
 
-// Each new thread references this module, but also starts without a reference. The notifier needs two
-// references and does not register without both.
+// A thread that gets no module reference starts all the same. The notifier does not register without its two
+// references.
 void AddModuleReferences(Rows &rows)
 {
     for (const MicrophoneStep step : {Opening, Restarting}) {
@@ -172,9 +171,9 @@ Rows MakeRows()
     return rows;
 }
 
-// RPC_E_CHANGED_MODE means that the thread is already in another kind of apartment. The injected error leaves
-// the thread outside any apartment, so the calls that follow fail. Lasting faults also hit the later uses:
-// the capture thread's and the notifier's.
+// On RPC_E_CHANGED_MODE the module assumes that the thread is already in an apartment. After the injected
+// error it is in none, so the next COM calls fail. A lasting fault also affects the capture thread and the
+// notifier.
 std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
 {
     const std::string &call = faulty.call.name;

@@ -54,7 +54,7 @@ TEST_F(MicrophoneRecord, OpenRequiresValidIdAndProfileList)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-TEST_F(MicrophoneRecord, OpenUsesSameMicrophoneForAnyId)
+TEST_F(MicrophoneRecord, OpenAcceptsAnyIdWithSameParameters)
 {
     for (const char *id : {"mic1", "ModemMic1", "speaker1", ""}) {
         EXPECT_EQ(OpenRecord(id), 0) << id;
@@ -203,8 +203,9 @@ TEST_F(MicrophoneRecord, CloseFreesCaptureFormatEvenWhenNull)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CoTaskMemFree), 1) << "nothing was open";
 }
 
-// The second capture has no microphone, so it has no thread that its deletion would wait for.
-TEST_F(MicrophoneRecord, CloseKeepsRecordingOpenedMeanwhile)
+// The second recording has no microphone and thus no running thread. If Close wrongly deleted it, the test
+// would fail instead of waiting for its threads.
+TEST_F(MicrophoneRecord, CloseKeepsRecordingOpenedDuringClose)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
@@ -270,7 +271,7 @@ protected:
     void ChangeDefault() { audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone"); }
 };
 
-TEST_P(MicrophoneDeviceFailure, AfterRegistrationEndsFollowingOfDefault)
+TEST_P(MicrophoneDeviceFailure, StopsFollowingDefaultWhenFailingAfterRegistration)
 {
     audio.Before(GetParam().method, [] {
         EXPECT_TRUE(
@@ -298,7 +299,7 @@ TEST_P(MicrophoneDeviceFailure, AfterRegistrationEndsFollowingOfDefault)
     EXPECT_TRUE(AwaitLine(L"OnAudioStateChanged", "AudioCapture::OnAudioStateChanged"));
 }
 
-TEST_P(MicrophoneDeviceFailure, BeforeRegistrationKeepsFollowingOfDefault)
+TEST_P(MicrophoneDeviceFailure, KeepsFollowingDefaultWhenFailingBeforeRegistration)
 {
     audio.Before(Method::RegisterCallback, [] { EXPECT_TRUE(AwaitTeardown()); });
     audio.Fail(GetParam().method, GetParam().result);

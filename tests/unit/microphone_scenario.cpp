@@ -31,7 +31,7 @@ public:
     {
         fakes::ResetAll();
         for (const wchar_t *id : {L"microphone", L"headset"}) {
-            // One packet per pass of the capture loop.
+            // Delivers one packet per pass of the capture loop.
             m_audio.Get(id).source = [delivers = false]() mutable -> std::optional<CapturedPacket> {
                 delivers = !delivers;
                 return delivers ? std::optional(QuietPacket(1024)) : std::nullopt;
@@ -40,8 +40,8 @@ public:
         m_audio.Get(L"headset").mixFormat.rateHz = 44100;
     }
 
-    // The init thread sets the ready event at each start. The capture thread sets it, too, unless Prepare has
-    // already closed it.
+    // Each start sets the ready event at least once, on the init thread. The capture thread sets the event as
+    // well, unless Prepare has already closed it.
     int GuaranteedUses(const FaultyCall &call, int counted) const override
     {
         return call.name == "SetEvent" ? std::min(counted, 2 * rounds) : counted;
@@ -133,7 +133,7 @@ void MicrophoneScenario::Close()
     EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
 }
 
-// Reads three packets. Stops after two simulated seconds, because a fault may leave no packets to read.
+// Reads up to three packets within two simulated seconds. A fault may leave no packets to read.
 void MicrophoneScenario::Capture()
 {
     const uint64_t begin = fakewin::WaitedMs();

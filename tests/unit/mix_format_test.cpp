@@ -50,7 +50,7 @@ TEST(MixFormat, KeepsSampleRate)
 
 class RenderMixFormat : public RenderTest {};
 
-TEST_F(RenderMixFormat, KeepsOutputFormatAndLogsErrorWhenAbsent)
+TEST_F(RenderMixFormat, KeepsOutputFormatAndLogsErrorWhenMixFormatIsNull)
 {
     OpenWith({6, 32, 44100});
     fakewin::CoTaskMemFree(std::exchange(probe.MixFormat(), nullptr));

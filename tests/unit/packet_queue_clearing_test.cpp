@@ -1,4 +1,4 @@
-// Releasing the elements, and the memory of the queue itself.
+// Clearing the packet queue, and its allocations.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -18,10 +18,10 @@ using namespace velto_test;
 TEST_F(PacketQueue, ClearingReleasesEachElementOnceInCreationOrder)
 {
     ASSERT_TRUE(queue.Init(4));
-    Element *held = queue.PopFree();
+    Element *outside = queue.PopFree();
     queue.PushData(queue.PopFree());
-    queue.PushFree(queue.PopFree()); // moves it behind the last one
-    EXPECT_NE(held, nullptr);
+    queue.PushFree(queue.PopFree()); // moves the element to the end of the free queue
+    EXPECT_NE(outside, nullptr);
     queue.StopAndClear();
     ASSERT_EQ(record.released.size(), 4U);
     for (size_t i = 0; i < 4; ++i) {
@@ -58,18 +58,18 @@ TEST_F(PacketQueue, DestructionReleasesEachElementOnce)
     {
         CountingQueue queue(record);
         ASSERT_TRUE(queue.Init(3));
-        Element *held = queue.PopFree();
+        Element *outside = queue.PopFree();
         Element *filled = queue.PopFree();
         queue.PushData(filled);
         Element *free = queue.PopFree();
         queue.PushFree(free);
-        all = {held, filled, free};
+        all = {outside, filled, free};
     }
     EXPECT_EQ(record.released.size(), 3U);
     EXPECT_EQ(std::set<Element *>(record.released.begin(), record.released.end()), all);
 }
 
-// While it releases an element, starts operations that must wait until the release is complete.
+// ReleaseElement starts two operations that must block until clearing is complete.
 class ConcurrentlyUsedQueue : public BufferQueue<Element *> {
 public:
     ~ConcurrentlyUsedQueue() override { StopAndClear(); }
@@ -132,7 +132,7 @@ TEST_F(PacketQueue, DeletesElementsUnlessReleaseIsOverridden)
 
 // --- Memory --------------------------------------------------------------------------------------
 
-// Fills and empties the queues until their positions have wrapped around.
+// Fills and empties the queues until their ring buffers have wrapped around.
 TEST_F(PacketQueue, AllocatesOnlyDuringInit)
 {
     for (const uint32_t count : {0U, 1U, 63U, 64U, 65U, 469U, 2000U}) {

@@ -1,4 +1,4 @@
-// Fixture: a queue that counts its elements.
+// Fixture of the packet queue's tests: a queue that counts its elements.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -47,8 +47,8 @@ private:
     std::map<size_t, Element> m_elements;
 };
 
-// How long a call must block to count as blocked. On a slow machine a wrong call may return later, so the
-// test only gets weaker.
+// A call that has not returned after this time counts as blocked. On a slow machine a call that does not
+// block may take longer; the test is then weaker, but does not fail.
 inline constexpr auto blockingTime = std::chrono::milliseconds(30);
 
 template <typename Result>

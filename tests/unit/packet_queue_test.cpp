@@ -62,7 +62,7 @@ TEST_F(PacketQueue, InitFailsAfterStopWhilePoolHasElements)
     EXPECT_TRUE(record.released.empty());
 }
 
-TEST_F(PacketQueue, InitStartsAfreshAfterStopAndClear)
+TEST_F(PacketQueue, InitCreatesNewElementsAfterStopAndClear)
 {
     ASSERT_TRUE(queue.Init(2));
     queue.PushData(queue.PopFree());
@@ -81,7 +81,7 @@ TEST_F(PacketQueue, InitReleasesElementsAndStaysStoppedOnFailure)
     EXPECT_EQ(record.created, 2U);
     ASSERT_EQ(record.released.size(), 2U);
     EXPECT_LT(record.released[0]->number, record.released[1]->number);
-    EXPECT_EQ(queue.PopFree(), nullptr); // does not wait: stopped and empty
+    EXPECT_EQ(queue.PopFree(), nullptr); // returns at once, because the queue is stopped and empty
     EXPECT_EQ(queue.PopData(), nullptr);
 }
 
@@ -126,13 +126,13 @@ TEST_F(PacketQueue, ReturnsFilledElementsOldestFirst)
     EXPECT_EQ(queue.DataCount(), 0);
 }
 
-TEST_F(PacketQueue, QueuesElementsThatAreNotOfThePool)
+TEST_F(PacketQueue, QueuesElementsFromOutsidePool)
 {
     ASSERT_TRUE(queue.Init(2));
     std::array<Element, 4> others;
     queue.PushData(&others[0]);
     queue.PushData(&others[1]);
-    EXPECT_EQ(queue.PopData(), &others[0]); // the queue's first element is no longer at its start
+    EXPECT_EQ(queue.PopData(), &others[0]); // the oldest element is no longer at the buffer's start
     queue.PushData(&others[2]);
     queue.PushData(&others[3]);
     EXPECT_EQ(queue.DataCount(), 3);
@@ -182,7 +182,7 @@ TEST_F(PacketQueue, PopDataWaitsUntilElementIsFilled)
     EXPECT_EQ(reader.get(), element);
 }
 
-TEST_F(PacketQueue, ServesOneWaiterPerPush)
+TEST_F(PacketQueue, GivesEachOfTwoWaitersOneElement)
 {
     ASSERT_TRUE(queue.Init(2));
     std::array<Element *, 2> elements{queue.PopFree(), queue.PopFree()};

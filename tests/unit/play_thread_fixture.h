@@ -79,7 +79,7 @@ protected:
 
     void UseRecordingPlayer() { probe.Player() = std::make_unique<RecordingPlayer>(record); }
 
-    // Starts the thread as the speaker track does.
+    // Starts the play thread as SpeakerTrack does.
     void Start()
     {
         thread->isRunning = 1;

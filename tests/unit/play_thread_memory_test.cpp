@@ -13,8 +13,8 @@ using velto::AudioPlayThreadProbe;
 
 constexpr wchar_t droppedLine[] = L"no memory to queue a block, dropped";
 
-// A deque allocates memory for several blocks at once. Pushing and popping moves it towards its next
-// allocation.
+// A deque allocates memory for several blocks at once. Pushing and popping moves the deque closer to its next
+// allocation without changing its content.
 void Advance(std::deque<AudioPlayBuffer *> &queue, int blocks)
 {
     for (int i = 0; i < blocks; ++i) {
@@ -44,7 +44,7 @@ std::vector<int> Without(std::vector<int> values, int value)
     return values;
 }
 
-// Which cases one run covered.
+// The cases that one run of FillCushion covered.
 struct Coverage {
     bool hasFailed = false;
     bool lostBlock = false;
@@ -96,7 +96,7 @@ Coverage FillCushion(int advancedDelay, int advancedPlay, int nth)
     return covered;
 }
 
-TEST_F(PlayThread, LosesOnlyDelayedBlockThatRunsOutOfMemory)
+TEST_F(PlayThread, LosesOnlyCushionBlockThatCannotBeQueued)
 {
     int lost = 0;
     int halfFlushed = 0;

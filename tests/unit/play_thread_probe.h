@@ -1,4 +1,4 @@
-// The unit tests' view of a play thread's members.
+// Gives unit tests access to a play thread's private members.
 #pragma once
 
 #include <deque>
@@ -19,7 +19,7 @@ public:
     void InitPlayThread() { m_thread.InitPlayThread(); }
     bool Joinable() const { return m_thread.workThread.joinable(); }
 
-    // Frees what is queued, which the play thread's destruction does not.
+    // Frees all queued blocks. The play thread's destructor does not.
     void FreeQueued()
     {
         for (auto *queue : {&m_thread.playQueue, &m_thread.delayQueue}) {

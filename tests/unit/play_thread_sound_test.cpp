@@ -93,7 +93,7 @@ TEST_F(PlayThreadSound, KeepsEndpointDllLoadedAcrossRestarts)
     FreeConverter();
     Start();
     thread->StopPlayThread();
-    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads) << "the endpoints' DLL stayed mapped throughout";
+    EXPECT_EQ(fakewin::ImplementationUnloads(), unloads) << "the endpoints' DLL was unloaded in between";
 }
 
 } // namespace

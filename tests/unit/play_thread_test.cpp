@@ -46,7 +46,7 @@ TEST_F(PlayThread, QueuesBlocksDirectlyAfterFifth)
     EXPECT_EQ(CushionLines(), 1);
 }
 
-TEST_F(PlayThread, DelaysNextFourBlocksWhenDelayIsRearmed)
+TEST_F(PlayThread, DelaysNextFourBlocksWhenCushionIsRearmed)
 {
     Push(1, 6);
     thread->needDelay = true;
@@ -250,7 +250,7 @@ TEST_F(PlayThread, SleepsOneMillisecondAndPlaysAtMostOneBlockPerPass)
 
 // --- Starting and stopping -------------------------------------------------------------------
 
-TEST_F(PlayThread, CountsAsStartedOnceRendererIsOpened)
+TEST_F(PlayThread, DoesNotCountAsStartedBeforeRendererOpens)
 {
     bool startedAtOpen = true;
     fakewin::Before(Call::CoInitializeEx, [&] { startedAtOpen = thread->threadStarted; });

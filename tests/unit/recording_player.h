@@ -21,7 +21,7 @@ public:
         std::thread::id thread;
         velto::IAudioPlayerCallback *callback = nullptr;
         std::function<void()> whilePlaying;
-        bool opens = true;
+        bool opens = true; // the result of Open
 
         std::vector<int> Played()
         {

@@ -1,4 +1,4 @@
-// Activating a client on the default endpoint, when opening and after a change.
+// Activating a client on the default endpoint, on opening and after a change.
 #include <algorithm>
 #include <cstring>
 
@@ -31,7 +31,7 @@ WAVEFORMATEXTENSIBLE ExtensibleOf(const fakes::ClientRecord &client)
 struct FailingStep {
     Method method;
     int line;
-    int nth; // the number of the failing call within the opening or reactivation
+    int nth; // which call of this method fails within the opening or reactivation
 };
 
 std::string NameOf(const ::testing::TestParamInfo<FailingStep> &info)
@@ -251,7 +251,7 @@ TEST_F(RenderActivation, KeepsMixFormatIdConverterAndBuffersAfterFailure)
     EXPECT_NE(probe.OutputBuffer(), nullptr);
 }
 
-// --- Activating again on the same or another device ------------------------------------------
+// --- Reactivating on the same or another device -----------------------------------------------
 
 class RenderReactivation : public RenderTest {
 protected:
@@ -419,7 +419,7 @@ TEST_F(RenderReactivation, IgnoresResultOfStart)
 TEST_F(RenderReactivation, AllocatesMissingConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0);
-    EXPECT_TRUE(Open()) << "has no client, device or converter";
+    EXPECT_TRUE(Open()) << "without a client, device or converter";
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     Play(MakeBlock());
     EXPECT_TRUE(Speakers().written.empty()) << "the default is still the same endpoint";
@@ -433,7 +433,7 @@ TEST_F(RenderReactivation, AllocatesMissingConverter)
 TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 3);
-    EXPECT_TRUE(Open()) << "has no client, device or converter";
+    EXPECT_TRUE(Open()) << "without a client, device or converter";
     ClearLog();
     EXPECT_LT(probe.ResampleInit(), 0);
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
@@ -446,7 +446,7 @@ TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
     EXPECT_EQ(fakeffmpeg::Script().Count(fakeffmpeg::Call::swr_init), 0);
 }
 
-// The second opening has no converter, but still the input buffer of the first.
+// The second opening has no converter but still has the input buffer of the first opening.
 TEST_F(RenderReactivation, DropsBlocksWithoutConverterUntilNextSwitch)
 {
     EXPECT_TRUE(Open());

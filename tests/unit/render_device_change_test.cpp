@@ -1,4 +1,4 @@
-// Following changes of the default endpoint and of its format.
+// The renderer follows changes of the default endpoint and of its format.
 #include <atomic>
 #include <thread>
 
@@ -174,7 +174,7 @@ TEST_F(RenderDeviceChange, ForgetsIdAndDropsBlockWithoutDefaultEndpoint)
                             {errorLevel, DroppedBlock(14400), playTag}}));
     EXPECT_EQ(probe.DeviceId(), nullptr);
     EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), 2)
-        << "one call for opening, one for the switch, which is not repeated for the log";
+        << "one call for opening, one for the switch; the failed call is not repeated for the log";
     EXPECT_EQ(audio.Clients().size(), 1u);
 }
 
@@ -232,14 +232,14 @@ TEST_F(RenderDeviceChange, LeavesNoClientAfterFailedActivationUntilNotification)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, OnlyLogsWhenRendererIsNotOpen)
+TEST_F(RenderDeviceChange, OnlyLogsEndpointChangeWhenRendererIsNotOpen)
 {
     probe.SetOpen(false);
     EXPECT_EQ(probe.OnAudioDeviceChanged(), 0);
     EXPECT_EQ(Log(), (Lines{{errorLevel, L"AudioPlayerWas isOpen=0", deviceTag}}));
 }
 
-TEST_F(RenderDeviceChange, OnlyLogsWithoutEnumerator)
+TEST_F(RenderDeviceChange, OnlyLogsEndpointChangeWithoutEnumerator)
 {
     IMMDeviceEnumerator *enumerator = std::exchange(probe.Enumerator(), nullptr);
     EXPECT_EQ(probe.OnAudioDeviceChanged(), 0);
@@ -288,7 +288,7 @@ TEST_F(RenderDeviceChange, IgnoresPropertyChangeOfWorkingClient)
     EXPECT_EQ(audio.Written(L"speakers"), block);
 }
 
-TEST_F(RenderDeviceChange, KeepsClientUnlessItIsInvalidated)
+TEST_F(RenderDeviceChange, KeepsClientWhenQueryReportsStoppedService)
 {
     audio.Fail(Method::GetBufferSize, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.NotifyPropertyChanged(L"speakers");

@@ -81,7 +81,7 @@ void RenderTest::InvalidateSpeakers()
 void RenderTest::Destroy()
 {
     if (player != nullptr && fakewin::ApartmentDepth() > 0) {
-        probe.SetOpen(true); // a test may have cleared it
+        probe.SetOpen(true); // a test may have cleared the flag, and Close would only log a line then
         player->Close();
     }
     player.reset();

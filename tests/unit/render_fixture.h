@@ -32,10 +32,10 @@ std::wstring MemoryFail(int line);
 std::wstring DroppedBlock(uint32_t frames);
 inline constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 
-// Counts the open resources when it is constructed. There may be some: earlier tests leave resources in the
-// module's static objects.
+// Records the counts of open resources at its construction. They need not be 0: earlier tests leave resources
+// in the module's static objects.
 struct OpenResources {
-    // Expects that nothing is open that was not open at the construction.
+    // Expects the counts of the construction, and no objects, apartments, callbacks or violations.
     void ExpectNothingLeaked() const;
 
     const int handles = fakewin::LiveHandles();
@@ -58,7 +58,7 @@ protected:
     }
     // Makes the client fail, and notifies the renderer so that the next block creates a new client.
     void InvalidateSpeakers();
-    // Closes the renderer if the thread is still in COM, then destroys it.
+    // Closes the renderer if this thread is still in an apartment, then destroys it.
     void Destroy();
     fakes::Endpoint &Speakers() { return audio.Get(L"speakers"); }
 

@@ -303,7 +303,7 @@ TEST_F(RenderOpen, LeaksOnlyConverterOnReopening)
 {
     EXPECT_TRUE(Open());
     player->Close();
-    SwrContext *lost = probe.TakeResampler(); // the next Open would leak it
+    SwrContext *lost = probe.TakeResampler(); // the next Open would leak the converter
     const int objects = audio.LiveObjects();
     const int handles = fakewin::LiveHandles();
     const int blocks = fakewin::LiveTaskBlocks();
@@ -338,7 +338,7 @@ TEST_F(RenderOpen, DestructionAfterCloseReleasesRemainingObjects)
 TEST_F(RenderOpen, DestructionWithoutCloseReleasesAllButRenderClient)
 {
     EXPECT_TRUE(Open());
-    probe.RenderClient()->Release(); // otherwise only Close and ReleaseClient release it
+    probe.RenderClient()->Release(); // the destructor does not release the render client
     probe.RenderClient() = nullptr;
     player.reset();
     EXPECT_EQ(audio.LiveObjects(), 0);
@@ -355,7 +355,7 @@ TEST_F(RenderOpen, DestructionOnOtherThreadReleasesAll)
     EXPECT_EQ(audio.LiveObjects(), 0);
 }
 
-// --- The small operations --------------------------------------------------------------------
+// --- Stop, Start, ReleaseClient and the setters ----------------------------------------------
 
 TEST_F(RenderOpen, StopStartAndReleaseClientDoNothingWithoutClient)
 {
@@ -373,7 +373,7 @@ TEST_F(RenderOpen, StopAndStartReachClientAndIgnoreItsResult)
     player->Stop();
     player->Start();
     EXPECT_EQ(audio.Clients().at(0).stops, 1);
-    EXPECT_EQ(audio.Clients().at(0).starts, 2) << "once by opening";
+    EXPECT_EQ(audio.Clients().at(0).starts, 2) << "one of them by Open";
     audio.Fail(Method::Stop, E_FAIL);
     audio.Fail(Method::Start, E_FAIL);
     player->Stop();

@@ -198,7 +198,7 @@ TEST_F(RenderResampler, AllocatesNothingPerBlockAtEqualRates)
 
 class RenderResamplerFailure : public RenderResampler {
 protected:
-    // Plays a block that fails with this line, then one that is written.
+    // Plays a block and expects it to be dropped with this line. Expects the block after it to be written.
     void ExpectBlockDropped(const std::wstring &text)
     {
         ClearLog();
@@ -272,7 +272,7 @@ TEST_F(RenderResamplerFailure, DropsBlockWhenConversionFails)
     ExpectBlockDropped(L"AudioPlayerWas Error while converting");
 }
 
-// Reactivation ignores the failure, so the next blocks reach an uninitialised converter.
+// Reactivation ignores a failed swr_init, so the next blocks reach an uninitialised converter.
 TEST_F(RenderResamplerFailure, DropsBlocksAfterFailedConverterSetupInReactivation)
 {
     const fakes::MixFormat formats[] = {

@@ -95,7 +95,7 @@ TEST_F(Renderer, ReleasesEndpointObjectsOnCloseWithoutReferenceToDll)
     ASSERT_TRUE(Open());
     player->Close();
     EXPECT_EQ(audio.LiveObjects(), 0);
-    SwrContext *converter = probe.TakeResampler(); // the next Open would leak it
+    SwrContext *converter = probe.TakeResampler(); // the next Open would leak the converter
     swr_free(&converter);
     ASSERT_TRUE(Open());
     Play(MakeBlock());

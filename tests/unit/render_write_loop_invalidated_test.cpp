@@ -15,8 +15,8 @@ protected:
             Method::GetCurrentPadding, [this] { audio.Invalidate(L"speakers"); }, 2);
     }
 
-    // Resets the client to 16-bit stereo and clears the recorded sound. The next block's client is
-    // invalidated after 400 frames and replaced by one with `format`.
+    // Replaces the client with one of 16-bit stereo and clears the recorded sound. During the next block, the
+    // client is invalidated after 400 frames; its successor has `format`.
     void ChangeFormatAfter400Frames(const fakes::MixFormat &format)
     {
         Speakers().mixFormat = {2, 16, 48000};
@@ -40,7 +40,7 @@ TEST_F(RenderWriteLoopInvalidated, ReactivatesClientAndContinuesBlock)
     ExpectInvalidation();
     ExpectLine(infoLevel, L"AudioPlayerWas Need to deal with audio property value change",
                "AudioPlayerWas::OnAudioPropertyValueChanged");
-    // The failed query leaves the initial padding, a full buffer, so there is one retry.
+    // The padding of the failed query stays at its initial value, a full buffer, so there is one retry.
     ExpectLine(errorLevel, RetryLine(0), writeTag);
     EXPECT_EQ(Log().size(), 3u);
     EXPECT_EQ(audio.Clients().size(), 2u);
@@ -86,8 +86,8 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenNewBufferIsTooSmall)
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
 }
 
-// The rest of the block is still in the old format. It is written in whole frames of the new size, and no
-// byte past its end is read.
+// The rest of the block is still in the old format. The loop writes it in whole frames of the new size and
+// reads no byte past its end.
 TEST_F(RenderWriteLoopInvalidated, ReadsNoFurtherThanBlockWhenFrameSizeChanges)
 {
     const fakes::MixFormat formats[] = {
@@ -167,7 +167,7 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenLaterReactivationStepFails)
     }
 }
 
-// The stale padding is smaller than the new buffer size or larger, so the buffer does not look full.
+// The stale padding differs from the new buffer size, so the buffer does not look full.
 TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterBufferSizeChange)
 {
     for (const UINT32 frames : {UINT32{100}, bufferFrames + 100}) {
@@ -229,7 +229,7 @@ TEST_F(RenderWriteLoopInvalidated, FinishesBlockWhenConverterSetupFails)
 
 // --- Without memory for the new output buffer --------------------------------------------------
 
-// The renderer reuses the output buffer of the block in progress. Each later block enlarges it as needed.
+// Without memory for a new output buffer the renderer keeps the old one. Later blocks enlarge it as needed.
 TEST_F(RenderWriteLoopInvalidated, StaysWithinOldOutputBufferWithoutMemoryForNewOne)
 {
     const std::pair<fakes::MixFormat, size_t> formats[] = {
@@ -303,7 +303,7 @@ std::vector<UnusableFormat> UnusableFormats()
 class RenderUnusableFormat : public RenderWriteLoopInvalidated,
                              public ::testing::WithParamInterface<UnusableFormat> {
 protected:
-    // Changes the endpoint for the next client.
+    // Gives the endpoint the unusable format. The next client gets it.
     void ChangeFormat()
     {
         Speakers().mixFormat = GetParam().mix;

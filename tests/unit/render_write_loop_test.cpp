@@ -296,8 +296,8 @@ TEST_F(RenderWriteLoop, LogsSecondResultAndDropsRestWhenReleaseBufferFails)
     EXPECT_EQ(Log(), Lines(RenderFailure(secondError, 464)));
     EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 400));
     ASSERT_EQ(audio.Count(Method::ReleaseBuffer), 3);
-    probe.RenderClient()->ReleaseBuffer(0,
-                                        0); // both scripted failures left the buffer unreleased in the fake
+    // The scripted failures left the buffer unreleased in the fake.
+    probe.RenderClient()->ReleaseBuffer(0, 0);
 }
 
 TEST_F(RenderWriteLoop, DropsRestWhenReleaseBufferSucceedsOnRetry)

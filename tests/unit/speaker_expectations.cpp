@@ -68,12 +68,12 @@ void AddOpening(Rows &rows)
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, {DefaultChange});
     rows.Add("IAudioClient::GetService", Null, MemoryFail(323), initTag, {DefaultChange});
-    // The first event is the one that the client signals. Only Open creates it.
+    // Use 1 creates the buffer event, which only Open does; use 2 the wait event.
     rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, {Reopening}, 1);
     rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, {DefaultChange}, 2);
 }
 
-// The renderer keeps the endpoint, so any property change makes it create a new client.
+// The renderer keeps the endpoint's device, so the next property change makes it create a new client.
 void AddReactivation(Rows &rows)
 {
     rows.During({Switching, Rebuilding});
@@ -105,8 +105,8 @@ void AddAnyActivation(Rows &rows)
 {
     rows.During({Opening, Switching, Rebuilding});
     rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
-    // The first use allocates the input buffer, which is not retried; the second the output buffer, which
-    // every block retries.
+    // Use 1 allocates the input buffer, which is not retried; use 2 the output buffer, which every block
+    // retries.
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange}, 1);
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {None}, 2);
 }
@@ -133,9 +133,9 @@ Rows MakeRows()
     return rows;
 }
 
-// Initialize refuses a format of zeros or of huge numbers. If it accepts one, FFmpeg refuses it: on opening,
-// and zeros also on reactivation. Huge numbers on reactivation log no line: the converter's options refuse
-// them and keep their old values.
+// Initialize refuses a format of zeros or of huge numbers. If the fake accepts it, FFmpeg refuses both
+// formats on opening, but only zeros on reactivation. Huge numbers log no line there: the converter refuses
+// the options and keeps their old values.
 Expectation ExpectedOfFormat(const FaultCase &faulty, SpeakerStep step)
 {
     const bool isOpening = step == Opening;
@@ -183,7 +183,7 @@ std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep s
 Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames)
 {
     static const auto *rows = new Rows(MakeRows());
-    if (step == Closing) { // the next sound needs a new opening in any case
+    if (step == Closing) { // a closed renderer is silent until it is reopened, with or without a fault
         return {{}, {Reopening}};
     }
     Expectation expected{{}, {None}};

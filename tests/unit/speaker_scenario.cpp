@@ -18,9 +18,9 @@ namespace {
 constexpr int rounds = 10;
 constexpr int stepsPerRound = 6;
 constexpr uint32_t endpointFrames = 2880;
-// The buffer after Rebuilding is larger, so that the padding of the invalidated client leaves room in it.
+// Larger than endpointFrames, so that the stale padding of the invalidated client leaves room in the buffer.
 constexpr uint32_t rebuiltFrames = 3360;
-// More than fits into the endpoint buffer: only a running client accepts all of them.
+// More blocks than fit into the endpoint buffer: only a running client accepts all of them.
 constexpr int blocksToOverfill = 4;
 const char *const stepNames[stepsPerRound] = {"opening",    "playing", "switching",
                                               "rebuilding", "probing", "closing"};

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "aac_frames.h"
+#include "aac_units.h"
 #include "failing_throwing_new.h"
 #include "handler/listener.h"
 #include "host_calls.h"
@@ -80,10 +80,10 @@ protected:
         table.RegisterListener(&none);
     }
 
-    // Advances the clock by the idle time until the watchdog has released the speakers.
+    // Advances the clock until the watchdog has released the speakers.
     void Release()
     {
-        // Repeated, because the watchdog may not have reached its next wait yet.
+        // Advances repeatedly, because the watchdog may not have reached its next wait yet.
         ASSERT_TRUE(Eventually([] {
             fakewin::AdvanceClock(idleMs);
             std::this_thread::sleep_for(1ms);
@@ -91,14 +91,14 @@ protected:
         }));
     }
 
-    int32_t Write(const char *id, AacFrame frame, int32_t streamType = 3)
+    int32_t Write(const char *id, AacUnit unit, int32_t streamType = 3)
     {
-        HostFrame record(frame, streamType);
+        HostFrame record(unit, streamType);
         return table.WriteStreamBuffer(id, Length(id), nullptr, &record.frame);
     }
 
     // Stores the stream type in the registry but decodes nothing.
-    int32_t WriteUndecoded(int32_t streamType) { return Write("mic1", AacFrame{0}, streamType); }
+    int32_t WriteUndecoded(int32_t streamType) { return Write("mic1", AacUnit{0}, streamType); }
 
     static std::optional<DWORD> StreamType()
     {
@@ -109,7 +109,7 @@ protected:
     AudioHandlerTable table{};
 };
 
-TEST_F(SpeakerTrack, FirstFrameStartsBothTracksAndWatchdog)
+TEST_F(SpeakerTrack, FirstWriteStartsBothTracksAndWatchdog)
 {
     EXPECT_EQ(velto::DeviceState, -1);
     EXPECT_EQ(Write("speaker1", EncodeTone(1)[0]), 0);
@@ -147,7 +147,7 @@ TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
     EXPECT_EQ(counters()[1], (LogEntry{3, text, writeTag, false}));
 }
 
-TEST_F(SpeakerTrack, DropsFrameSilentlyDuringInitialisation)
+TEST_F(SpeakerTrack, DropsUnitSilentlyDuringInitialisation)
 {
     int32_t second = -1;
     int signalled = -1;
@@ -160,7 +160,7 @@ TEST_F(SpeakerTrack, DropsFrameSilentlyDuringInitialisation)
     });
     EXPECT_EQ(Write("speaker1", EncodeTone(1)[0], 7), 0);
     EXPECT_EQ(second, 0);
-    EXPECT_EQ(signalled, 0) << "the dropped frame does not restart the idle timeout";
+    EXPECT_EQ(signalled, 0) << "the dropped unit does not restart the idle timeout";
     EXPECT_EQ(StreamType(), 7u);
     EXPECT_EQ(CountOf(errorLevel, L"speaker id or data is null or invalid"), 0);
 }
@@ -188,10 +188,10 @@ TEST_F(SpeakerTrack, RefusesAndLogsMissingFrameOrHeader)
 
 TEST_F(SpeakerTrack, StoresStreamTypeButDecodesNothingForMicrophoneId)
 {
-    EXPECT_EQ(Write("mic1", AacFrame{0}, 9), 0);
+    EXPECT_EQ(Write("mic1", AacUnit{0}, 9), 0);
     EXPECT_EQ(StreamType(), 9u);
     EXPECT_EQ(CountOf(errorLevel, L"AUDIO decode error:-22"), 0);
-    EXPECT_EQ(Write("SPEAKER1", AacFrame{}, 9), 0) << "ids are case-sensitive";
+    EXPECT_EQ(Write("SPEAKER1", AacUnit{}, 9), 0) << "ids are case-sensitive";
 }
 
 TEST_F(SpeakerTrack, DecodesForBothSpeakers)
@@ -199,11 +199,11 @@ TEST_F(SpeakerTrack, DecodesForBothSpeakers)
     const AudioProfileEntry entry{"format", 6, 1};
     const AudioProfileList list{1, 0, &entry};
     for (const char *id : {"speaker1", "ModemSpeaker1"}) {
-        // Earlier tests may have filled the cushion already.
+        // Re-arms the cushion, which earlier tests may have filled.
         ASSERT_EQ(table.SetAudioParameter(id, Length(id), nullptr, nullptr, &list), 0);
         ClearLog();
-        for (const AacFrame &frame : EncodeTone(5)) {
-            EXPECT_EQ(Write(id, frame), 0);
+        for (const AacUnit &unit : EncodeTone(5)) {
+            EXPECT_EQ(Write(id, unit), 0);
         }
         ExpectLine(infoLevel, L"needDelay. push all delay buffer queue",
                    "velto::AudioPlayThread::PushBuffer");
@@ -230,7 +230,7 @@ TEST_F(SpeakerTrack, WritesStreamTypeMinusOneWhenNoneIsStored)
     EXPECT_EQ(StreamType(), 4294967295u) << "without a stored value, every value is written";
 }
 
-TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsFrame)
+TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsUnit)
 {
     fakewin::Fail(Call::RegCreateKeyExW, ERROR_ACCESS_DENIED, 1, 1000);
     fakewin::Fail(Call::RegSetValueExW, ERROR_ACCESS_DENIED, 1, 1000);
@@ -238,7 +238,7 @@ TEST_F(SpeakerTrack, LogsFailedRegistryWriteAndAcceptsFrame)
     ExpectLine(errorLevel, L"Set streamType failed!", "`anonymous-namespace'::SetStreamType");
 }
 
-TEST_F(SpeakerTrack, CloseSendsEventThreeAndResetsStreamTypeUntilNextFrame)
+TEST_F(SpeakerTrack, CloseSendsEventThreeAndResetsStreamTypeUntilNextWrite)
 {
     WriteUndecoded(5);
     EXPECT_EQ(table.CloseAudioTrack("speaker1", 8), 0);
@@ -309,29 +309,29 @@ TEST_F(SpeakerTrack, SetParameterSendsEventFourForAnyValidId)
     EXPECT_EQ(sentEvents[0], (SentEvent{"mic1", 4, 4}));
 }
 
-TEST_F(SpeakerTrack, SetParameterRearmsDelayOfNamedSpeakerOnly)
+TEST_F(SpeakerTrack, SetParameterRearmsCushionOfNamedSpeakerOnly)
 {
-    const auto frames = EncodeTone(5);
+    const auto units = EncodeTone(5);
     for (const char *id : {"speaker1", "ModemSpeaker1"}) {
-        for (const AacFrame &frame : frames) {
-            Write(id, frame);
+        for (const AacUnit &unit : units) {
+            Write(id, unit);
         }
     }
     ClearLog();
     const AudioProfileEntry entry{"format", 6, 1};
     const AudioProfileList list{1, 0, &entry};
     ASSERT_EQ(table.SetAudioParameter("ModemSpeaker1", 13, nullptr, nullptr, &list), 0);
-    for (const AacFrame &frame : frames) {
-        Write("speaker1", frame);
+    for (const AacUnit &unit : units) {
+        Write("speaker1", unit);
     }
     EXPECT_EQ(CountOf(infoLevel, L"needDelay. push all delay buffer queue"), 0);
-    for (const AacFrame &frame : frames) {
-        Write("ModemSpeaker1", frame);
+    for (const AacUnit &unit : units) {
+        Write("ModemSpeaker1", unit);
     }
     EXPECT_EQ(CountOf(infoLevel, L"needDelay. push all delay buffer queue"), 1);
 }
 
-TEST_F(SpeakerTrack, StaysInStateOneWhenDecoderSetupFails)
+TEST_F(SpeakerTrack, StaysInitialisingWhenDecoderSetupFails)
 {
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, -1);
     EXPECT_EQ(WriteUndecoded(1), 0) << "the write itself succeeds";
@@ -345,10 +345,9 @@ TEST_F(SpeakerTrack, StaysInStateOneWhenDecoderSetupFails)
     EXPECT_EQ(CountOf(errorLevel, L"Init Audio Decode failed"), 0) << "the setup is not retried";
 }
 
-TEST_F(SpeakerTrack, LogsOwnLineWhenCallDecoderSetupFails)
+TEST_F(SpeakerTrack, LogsDifferentLineWhenSecondDecoderSetupFails)
 {
-    // Renderers and decoders initialise their converters with the same call. The decoders do it on this
-    // thread.
+    // Renderers and decoders both call swr_init. The decoders call it on this thread.
     const auto self = std::this_thread::get_id();
     int decoders = 0;
     for (int i = 1; i <= 4; ++i) {
@@ -367,7 +366,7 @@ TEST_F(SpeakerTrack, LogsOwnLineWhenCallDecoderSetupFails)
     EXPECT_EQ(velto::DeviceState, 1);
 }
 
-TEST_F(SpeakerTrack, ReleasesAfterFourIdleMinutesAndRestartsOnNextFrame)
+TEST_F(SpeakerTrack, ReleasesAfterFourIdleMinutesAndRestartsOnNextWrite)
 {
     WriteUndecoded(1);
     ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
@@ -394,7 +393,7 @@ TEST_F(SpeakerTrack, RestartsIdleTimeoutOnEveryWrite)
     ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
     for (int i = 2; i <= 4; ++i) {
         fakewin::AdvanceClock(idleMs - 1);
-        table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); // even an invalid call
+        table.WriteStreamBuffer(nullptr, 0, nullptr, nullptr); // a refused write counts, too
         ASSERT_TRUE(fakewin::AwaitClockWaiters(1)) << i;
         EXPECT_EQ(velto::DeviceState, 0);
     }
@@ -433,7 +432,7 @@ TEST_F(SpeakerTrack, WriteFailsOnceWhenWatchdogCannotStart)
     fakewin::Fail(Call::CreateThread, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(WriteUndecoded(1), -2000) << "no exception reaches the host";
     EXPECT_EQ(velto::DeviceState, 0);
-    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 2) << "the failed start keeps no reference";
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 2) << "only those of the play threads";
     const int threads = fakewin::Count(Call::CreateThread);
     EXPECT_EQ(WriteUndecoded(2), 0) << "later writes succeed";
     EXPECT_EQ(StreamType(), 2u);
@@ -443,7 +442,7 @@ TEST_F(SpeakerTrack, WriteFailsOnceWhenWatchdogCannotStart)
     EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), 0);
 }
 
-// The tracks start one after the other; each references the module first.
+// The tracks start one after the other. Each start begins with a module reference.
 TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
 {
     for (const int track : {1, 2}) {
@@ -455,7 +454,8 @@ TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
         EXPECT_TRUE(noMemory->HasFailed());
         noMemory.reset();
         EXPECT_EQ(velto::DeviceState, 1);
-        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), track - 1) << "of the other track";
+        EXPECT_EQ(fakewin::ModuleReferences(fakewin::ThisModule()), track - 1)
+            << "only that of the track that started before";
         const int starts = fakewin::Count(Call::GetModuleHandleExW);
         EXPECT_EQ(WriteUndecoded(2), 0);
         EXPECT_EQ(StreamType(), 2u);
@@ -469,7 +469,7 @@ TEST_F(SpeakerTrack, WriteFailsOnceAndKeepsNoReferenceWhenPlayThreadCannotStart)
 
 TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 {
-    AacFrame payload = EncodeTone(2)[1];
+    AacUnit payload = EncodeTone(2)[1];
     HostFrame record(payload, 1);
     const auto write = [&] { return table.WriteStreamBuffer("speaker1", 8, nullptr, &record.frame); };
     ASSERT_EQ(write(), 0); // includes the first allocations of the fakes
@@ -495,13 +495,13 @@ TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 
 TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)
 {
-    const auto frames = EncodeTone(40);
+    const auto units = EncodeTone(40);
     std::vector<std::thread> writers;
     std::atomic<int> failures{0};
     for (const char *id : {"speaker1", "ModemSpeaker1", "speaker1", "ModemSpeaker1"}) {
         writers.emplace_back([&, id] {
-            for (const AacFrame &frame : frames) {
-                failures += Write(id, frame) == 0 ? 0 : 1;
+            for (const AacUnit &unit : units) {
+                failures += Write(id, unit) == 0 ? 0 : 1;
             }
         });
     }

@@ -1,5 +1,5 @@
-// Makes all calls of a host and all changes of devices at the same time, from many threads. Checks the
-// results and that nothing leaks; the sanitizers check memory and races.
+// Calls the whole function table and changes devices from many threads at the same time. Checks the results
+// and that nothing leaks; the sanitizers check memory and races.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "aac_frames.h"
+#include "aac_units.h"
 #include "capture_fixture.h"
 #include "handler/speaker_track.h"
 #include "host_calls.h"
@@ -99,7 +99,7 @@ protected:
         });
     }
 
-    // The renderers keep their events, enumerators and devices.
+    // Starts the speakers once and releases them. Their renderers then keep events, enumerators and devices.
     void OpenAndReleaseSpeakers()
     {
         StreamFrame none{};
@@ -127,7 +127,7 @@ protected:
 
     AudioHandlerTable table{};
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
-    const std::vector<AacFrame> frames = EncodeTone(20);
+    const std::vector<AacUnit> units = EncodeTone(20);
     std::atomic<bool> recordingsOver{false};
 
 private:
@@ -143,10 +143,10 @@ private:
     }
 };
 
-// Mostly valid frames; some have a damaged byte, a wrong id length or no header.
+// Writes mostly valid units; some writes have a damaged byte, a wrong id length or no header.
 void Storm::Write(RandomChoices &random, const std::string &id)
 {
-    AacFrame bytes = frames[random.Below(static_cast<uint32_t>(frames.size()))];
+    AacUnit bytes = units[random.Below(static_cast<uint32_t>(units.size()))];
     if (random.OneIn(10)) {
         bytes[random.Below(static_cast<uint32_t>(bytes.size()))] ^=
             static_cast<uint8_t>(1 + random.Below(255));
@@ -161,7 +161,7 @@ void Storm::Write(RandomChoices &random, const std::string &id)
     if (rightLength && record.frame.header != nullptr) {
         EXPECT_EQ(result, VELTO_OK);
     } else {
-        // A frame is dropped unchecked while another thread starts the speakers.
+        // While another thread starts the speakers, a write returns 0 without checking its arguments.
         EXPECT_THAT(result, ::testing::AnyOf(VELTO_OK, VELTO_ERROR_INVALID));
     }
 }

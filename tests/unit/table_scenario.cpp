@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "aac_frames.h"
+#include "aac_units.h"
 #include "capture_fixture.h"
 #include "handler/speaker_track.h"
 #include "host_calls.h"
@@ -11,7 +11,7 @@
 namespace velto_test {
 namespace {
 
-constexpr int framesPerStep = 12; // on each speaker
+constexpr int unitsPerStep = 12; // on each speaker
 const char *const stepNames[] = {"starting", "writing", "closing the tracks"};
 const char *const speakers[] = {"speaker1", "ModemSpeaker1"};
 
@@ -27,7 +27,7 @@ public:
         m_earlierHandles = fakewin::LiveHandles();
     }
 
-    // Creates the two renderers, which keep their events until the process ends.
+    // Starts and releases the speakers once: their renderers keep events until the process ends.
     void CreateRenderers()
     {
         Start();
@@ -56,7 +56,7 @@ public:
 private:
     void Start();
     void WriteAll();
-    void Write(const char *id, int frame);
+    void Write(const char *id, int unit);
     void Switch();
     void Release();
     bool BothClientsRun() const
@@ -67,7 +67,7 @@ private:
         }
         return running == 2;
     }
-    // Writes enough frames to fill the cushion; true if sound reaches the default endpoint.
+    // Writes enough units to fill the cushion. True if sound reaches the default endpoint.
     bool SoundArrives();
 
     fakes::AudioSystem &m_audio = fakes::AudioSystem::Instance();
@@ -100,19 +100,19 @@ void TableScenario::Start()
     EXPECT_TRUE(Eventually([this] { return BothClientsRun(); }));
 }
 
-void TableScenario::Write(const char *id, int frame)
+void TableScenario::Write(const char *id, int unit)
 {
-    static const std::vector<AacFrame> frames = EncodeTone(framesPerStep);
-    AacFrame bytes = frames[static_cast<size_t>(frame)];
+    static const std::vector<AacUnit> units = EncodeTone(unitsPerStep);
+    AacUnit bytes = units[static_cast<size_t>(unit)];
     HostFrame record(bytes, ++m_streamType);
     m_table.WriteStreamBuffer(id, Length(id), nullptr, &record.frame);
 }
 
 void TableScenario::WriteAll()
 {
-    for (int frame = 0; frame < framesPerStep; ++frame) {
+    for (int unit = 0; unit < unitsPerStep; ++unit) {
         for (const char *id : speakers) {
-            Write(id, frame);
+            Write(id, unit);
         }
     }
 }
@@ -151,7 +151,7 @@ bool TableScenario::FollowsDefaultDevice()
     return SoundArrives();
 }
 
-// Lets the idle time pass. Stops the tracks directly if the watchdog could not start.
+// Advances the clock past the idle time. Without a watchdog, stops the tracks directly.
 void TableScenario::Release()
 {
     const bool hasWatchdog = fakewin::LiveThreads() > 0;

@@ -1,4 +1,4 @@
-#include "aac_frames.h"
+#include "aac_units.h"
 
 #include <cmath>
 #include <numbers>
@@ -9,7 +9,7 @@
 namespace velto_test {
 namespace {
 
-void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacFrame> &units)
+void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacUnit> &units)
 {
     while (avcodec_receive_packet(encoder, packet) == 0) {
         units.emplace_back(packet->data, packet->data + packet->size);
@@ -19,7 +19,7 @@ void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacFrame> &uni
 
 } // namespace
 
-std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
+std::vector<AacUnit> EncodeTone(int count, int channels, double frequencyHz)
 {
     const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
     const CodecContextPointer encoder(avcodec_alloc_context3(codec));
@@ -32,9 +32,9 @@ std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
     }
     const FramePointer frame(av_frame_alloc());
     const PacketPointer packet(av_packet_alloc());
-    std::vector<AacFrame> units;
+    std::vector<AacUnit> units;
     int64_t position = 0;
-    while (static_cast<int>(units.size()) < frames) {
+    while (static_cast<int>(units.size()) < count) {
         frame->nb_samples = encoder->frame_size;
         frame->format = encoder->sample_fmt;
         frame->sample_rate = encoder->sample_rate;
@@ -55,7 +55,7 @@ std::vector<AacFrame> EncodeTone(int frames, int channels, double frequencyHz)
         av_frame_unref(frame.get());
         Drain(encoder.get(), packet.get(), units);
     }
-    units.resize(static_cast<size_t>(frames));
+    units.resize(static_cast<size_t>(count));
     return units;
 }
 

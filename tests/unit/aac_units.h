@@ -1,0 +1,15 @@
+// AAC units for tests, encoded by FFmpeg.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace velto_test {
+
+using AacUnit = std::vector<uint8_t>;
+
+// Returns `count` raw AAC-LC units of a sine tone at 48000 Hz. `channels`: 1 or 2. The first unit is the
+// encoder's priming.
+std::vector<AacUnit> EncodeTone(int count, int channels = 2, double frequencyHz = 440.0);
+
+} // namespace velto_test
