@@ -1,4 +1,4 @@
-// The reader on files of every kind that a user may hand to it.
+// AacReader with valid, damaged and unsupported files.
 #include "velto-host/portable/aac_reader.h"
 
 #include <cstring>
@@ -32,7 +32,7 @@ class AacReader : public testing::Test {
 protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 
-    // Reads to the end, and decodes what comes.
+    // Reads to the end, decodes each unit and counts the outcomes.
     static Counts ReadAll(host::AacReader &reader)
     {
         Counts counts;
@@ -67,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(AacReader, ReadsAdtsFramesWithoutTheirHeaders)
+TEST_F(AacReader, ReadsAdtsUnitsWithoutTheirHeaders)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", Tone{.units = 40});
@@ -77,7 +77,7 @@ TEST_F(AacReader, ReadsAdtsFramesWithoutTheirHeaders)
     EXPECT_EQ(reader.Stream().channels, 2u);
     EXPECT_EQ(reader.Stream().objectType, 2u);
 
-    // The file taken apart by hand holds the same units in the same order.
+    // Parsing the headers by hand gives the same units in the same order.
     const std::vector<uint8_t> bytes = file.Bytes();
     std::span<const uint8_t> rest(bytes);
     std::vector<uint8_t> frame;
@@ -94,7 +94,7 @@ TEST_F(AacReader, ReadsAdtsFramesWithoutTheirHeaders)
     EXPECT_TRUE(rest.empty());
 }
 
-TEST_F(AacReader, ReadsSameFramesFromMp4AsFromAdts)
+TEST_F(AacReader, ReadsSameUnitsFromMp4AsFromAdts)
 {
     const SampleFile adts(u8"tone.aac");
     WriteTone(adts, "adts", Tone{.units = 40});
@@ -118,7 +118,7 @@ TEST_F(AacReader, ReadsSameFramesFromMp4AsFromAdts)
     }
 }
 
-TEST_F(AacReader, ReportsRateChannelsAndFrameDurationOf22050HzMono)
+TEST_F(AacReader, ReportsRateChannelsAndUnitDurationOf22050HzMono)
 {
     for (const char *muxer : {"adts", "ipod"}) {
         const SampleFile file(u8"tone");
@@ -158,7 +158,7 @@ TEST_F(AacReader, RefusesWavFile)
 {
     const SampleFile file(u8"sound.wav");
     file.Write(velto_test::WavBytes());
-    // A build of FFmpeg that knows WAV names it; one that does not says what is played instead.
+    // FFmpeg builds with a WAV demuxer report the format; other builds do not recognise the file.
     EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("format \"wav\""), HasSubstr("neither an ADTS")));
 }
 
@@ -192,7 +192,7 @@ TEST_F(AacReader, RefusesNoiseNamedAac)
                                                  HasSubstr("of format")));
 }
 
-TEST_F(AacReader, LosesOnlyLastFrameOfTruncatedAdts)
+TEST_F(AacReader, LosesOnlyLastUnitOfTruncatedAdts)
 {
     const SampleFile file(u8"cut.aac");
     WriteTone(file, "adts", Tone{.units = 40});
@@ -219,7 +219,7 @@ TEST_F(AacReader, ReadsTruncatedMp4UpToCut)
     EXPECT_LT(counts.frames, 75);
     EXPECT_EQ(counts.undecodable, 0);
     EXPECT_GE(counts.damaged + counts.missing, 1);
-    EXPECT_GT(reader.Stream().durationSeconds, 2.0); // from which a player can tell what is missing
+    EXPECT_GT(reader.Stream().durationSeconds, 2.0); // the index still describes the whole file
 }
 
 TEST_F(AacReader, RefusesMp4WithoutIndex)
@@ -232,7 +232,7 @@ TEST_F(AacReader, RefusesMp4WithoutIndex)
     EXPECT_THAT(WhyRefused(file), HasSubstr("neither an ADTS"));
 }
 
-TEST_F(AacReader, LosesAtMostTwoFramesToGarbageInAdts)
+TEST_F(AacReader, LosesAtMostTwoUnitsToGarbageInAdts)
 {
     const SampleFile file(u8"garbage.aac");
     WriteTone(file, "adts", Tone{.units = 60});
@@ -249,7 +249,7 @@ TEST_F(AacReader, LosesAtMostTwoFramesToGarbageInAdts)
     EXPECT_LE(counts.frames, 60);
 }
 
-TEST_F(AacReader, ReadsMostAdtsFramesDespiteFlippedBits)
+TEST_F(AacReader, ReadsMostAdtsUnitsDespiteFlippedBits)
 {
     const SampleFile file(u8"flipped.aac");
     WriteTone(file, "adts", Tone{.units = 100});
@@ -258,7 +258,7 @@ TEST_F(AacReader, ReadsMostAdtsFramesDespiteFlippedBits)
         std::mt19937 random(seed);
         std::vector<uint8_t> bytes = intact;
         for (int flip = 0; flip < 10; ++flip) {
-            // Behind the first units, by which the stream is described.
+            // After the first units, from which FFmpeg detects the stream's format.
             const size_t at = 4000 + random() % (bytes.size() - 4000);
             bytes[at] = static_cast<uint8_t>(bytes[at] ^ (1u << random() % 8));
         }
@@ -270,7 +270,7 @@ TEST_F(AacReader, ReadsMostAdtsFramesDespiteFlippedBits)
     }
 }
 
-TEST_F(AacReader, ReadsMp4WithFlippedBitsOrNamesItInError)
+TEST_F(AacReader, ReadsMp4WithFlippedBitsOrNamesFileInError)
 {
     const SampleFile file(u8"flipped.m4a");
     WriteTone(file, "ipod", Tone{.units = 60}, true);
@@ -294,17 +294,17 @@ TEST_F(AacReader, ReadsMp4WithFlippedBitsOrNamesItInError)
     EXPECT_GT(played, 20);
 }
 
-TEST_F(AacReader, DerivesSameSpecificConfigFromAdtsAsMp4Stores)
+TEST_F(AacReader, DerivesSameConfigFromAdtsAsMp4Stores)
 {
     const SampleFile adts(u8"tone.aac");
     const SampleFile mp4(u8"tone.m4a");
     WriteTone(adts, "adts", Tone{.sampleRateHz = 44100, .channels = 1});
     WriteTone(mp4, "ipod", Tone{.sampleRateHz = 44100, .channels = 1});
-    const std::vector<uint8_t> made = host::AacReader(adts.Utf8Path()).Stream().specificConfig;
+    const std::vector<uint8_t> derived = host::AacReader(adts.Utf8Path()).Stream().specificConfig;
     const std::vector<uint8_t> stored = host::AacReader(mp4.Utf8Path()).Stream().specificConfig;
-    ASSERT_EQ(made.size(), 2u);
-    ASSERT_GE(stored.size(), 2u); // FFmpeg appends that there is no band replication
-    EXPECT_TRUE(std::equal(made.begin(), made.end(), stored.begin()));
+    ASSERT_EQ(derived.size(), 2u);
+    ASSERT_GE(stored.size(), 2u); // FFmpeg appends an extension that signals no SBR
+    EXPECT_TRUE(std::equal(derived.begin(), derived.end(), stored.begin()));
 }
 
 TEST_F(AacReader, NamesCommonObjectTypesAndNumbersOthers)

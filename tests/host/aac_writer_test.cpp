@@ -32,11 +32,11 @@ Units ReadUnits(const std::string &path)
     return units;
 }
 
-// Units as the module hands them out: raw, 48000 Hz, stereo.
+// Raw units at 48000 Hz in stereo, as the module's microphone delivers them.
 Units ToneUnits(int count)
 {
     const SampleFile file(u8"tone.aac");
-    WriteTone(file, "adts", {.units = count + 10}); // a few alone are not recognised as AAC
+    WriteTone(file, "adts", {.units = count + 10}); // FFmpeg does not recognise a file of a few units as AAC
     Units units = ReadUnits(file.Utf8Path());
     units.resize(static_cast<size_t>(count));
     return units;
@@ -51,7 +51,8 @@ void WriteAll(const std::string &path, const Units &units)
     writer.Finish();
 }
 
-std::vector<std::string> NamesBeside(const SampleFile &file)
+// Returns the names of all files in the folder of `file`.
+std::vector<std::string> FileNamesNextTo(const SampleFile &file)
 {
     std::vector<std::string> names;
     const std::string path = file.Utf8Path();
@@ -62,7 +63,7 @@ std::vector<std::string> NamesBeside(const SampleFile &file)
     return names;
 }
 
-// Opens a file as a player does: its length, and the time of its first packet.
+// The properties that a player reads when it opens a file.
 struct Played {
     explicit Played(const std::string &path)
     {
@@ -96,7 +97,7 @@ protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 };
 
-TEST_F(AacWriter, WritesFramesUnchangedToAdts)
+TEST_F(AacWriter, WritesUnitsUnchangedToAdts)
 {
     const Units units = ToneUnits(30);
     const SampleFile file(u8"recorded.aac");
@@ -105,7 +106,7 @@ TEST_F(AacWriter, WritesFramesUnchangedToAdts)
     EXPECT_EQ(file.Bytes()[0], 0xFF);
 }
 
-TEST_F(AacWriter, WritesFramesUnchangedToMp4)
+TEST_F(AacWriter, WritesUnitsUnchangedToMp4)
 {
     const Units units = ToneUnits(30);
     for (const char8_t *name : {u8"recorded.m4a", u8"recorded.mp4", u8"RECORDED.M4A"}) {
@@ -115,7 +116,7 @@ TEST_F(AacWriter, WritesFramesUnchangedToMp4)
     }
 }
 
-TEST_F(AacWriter, StoresSpecificConfigAndBitRateInMp4)
+TEST_F(AacWriter, StoresConfigAndBitRateInMp4)
 {
     const SampleFile file(u8"recorded.m4a");
     WriteAll(file.Utf8Path(), ToneUnits(30));
@@ -131,10 +132,10 @@ TEST_F(AacWriter, StartsMp4TimelineAfterEncoderDelay)
     const Played played(file.Utf8Path());
     EXPECT_NEAR(played.firstPacketSeconds, -1024 / 48000.0, 1e-6);
     EXPECT_NEAR(played.startSeconds, 0, 1e-6);
-    EXPECT_NEAR(played.seconds, 47 * 1024 / 48000.0, 0.001); // an MP4 counts in milliseconds
+    EXPECT_NEAR(played.seconds, 47 * 1024 / 48000.0, 0.001); // MP4 durations are in milliseconds
 }
 
-TEST_F(AacWriter, CountsAllFramesButExcludesEncoderDelayFromSeconds)
+TEST_F(AacWriter, CountsAllUnitsButExcludesEncoderDelayFromSeconds)
 {
     const SampleFile file(u8"recorded.aac");
     host::AacWriter writer(file.Utf8Path(), {});
@@ -155,17 +156,17 @@ TEST_F(AacWriter, UsesFinalNameOnlyForCompleteFile)
     const SampleFile file(u8"recorded.m4a");
     host::AacWriter writer(file.Utf8Path(), {});
     writer.Write(ToneUnits(1).front());
-    EXPECT_THAT(NamesBeside(file), testing::ElementsAre("recorded.m4a.unfinished"));
+    EXPECT_THAT(FileNamesNextTo(file), testing::ElementsAre("recorded.m4a.unfinished"));
     writer.Finish();
-    EXPECT_THAT(NamesBeside(file), testing::ElementsAre("recorded.m4a"));
+    EXPECT_THAT(FileNamesNextTo(file), testing::ElementsAre("recorded.m4a"));
 }
 
-TEST_F(AacWriter, LeavesNoFileWithoutFrames)
+TEST_F(AacWriter, LeavesNoFileWithoutUnits)
 {
     for (const char8_t *name : {u8"recorded.aac", u8"recorded.m4a"}) {
         const SampleFile file(name);
         host::AacWriter(file.Utf8Path(), {}).Finish();
-        EXPECT_THAT(NamesBeside(file), IsEmpty());
+        EXPECT_THAT(FileNamesNextTo(file), IsEmpty());
     }
 }
 
@@ -176,7 +177,7 @@ TEST_F(AacWriter, DeletesAbandonedFile)
         host::AacWriter writer(file.Utf8Path(), {});
         writer.Write(ToneUnits(1).front());
     }
-    EXPECT_THAT(NamesBeside(file), IsEmpty());
+    EXPECT_THAT(FileNamesNextTo(file), IsEmpty());
 }
 
 TEST_F(AacWriter, ReplacesExistingFileOnlyWithCompleteFile)
@@ -204,7 +205,7 @@ TEST_F(AacWriter, RefusesOtherExtensionAndLeavesNoFile)
         const SampleFile file(name);
         EXPECT_THAT([&] { host::AacWriter(file.Utf8Path(), {}); },
                     ThrowsMessage<AacFileError>(HasSubstr("has to end in .aac")));
-        EXPECT_THAT(NamesBeside(file), IsEmpty());
+        EXPECT_THAT(FileNamesNextTo(file), IsEmpty());
     }
 }
 
@@ -223,7 +224,7 @@ TEST_F(AacWriter, RefusesPathOfFolder)
     EXPECT_THAT([&] { host::AacWriter(path, {}); }, ThrowsMessage<AacFileError>(HasSubstr("is a folder")));
 }
 
-TEST_F(AacWriter, KeepsUnfinishedFileWhenFinalNameIsTaken)
+TEST_F(AacWriter, KeepsUnfinishedFileWhenFinalNameIsFolder)
 {
     const Units units = ToneUnits(20);
     const SampleFile file(u8"recorded.aac");
@@ -233,7 +234,7 @@ TEST_F(AacWriter, KeepsUnfinishedFileWhenFinalNameIsTaken)
         for (const auto &unit : units) {
             writer.Write(unit);
         }
-        // A folder that is not empty cannot be replaced anywhere.
+        // No system replaces a folder that is not empty.
         std::filesystem::create_directories(std::u8string(path.begin(), path.end()) + u8"/something");
         EXPECT_THAT([&] { writer.Finish(); },
                     ThrowsMessage<AacFileError>(HasSubstr("recorded.aac.unfinished")));
@@ -241,7 +242,7 @@ TEST_F(AacWriter, KeepsUnfinishedFileWhenFinalNameIsTaken)
     EXPECT_EQ(ReadUnits(path + ".unfinished"), units);
 }
 
-TEST_F(AacWriter, RefusesEmptyFrameAndContinues)
+TEST_F(AacWriter, RefusesEmptyUnitAndContinues)
 {
     const Units units = ToneUnits(2);
     const SampleFile file(u8"recorded.m4a");

@@ -89,7 +89,7 @@ TEST(AdtsHeader, ParsesBackToOriginalValues)
     }
 }
 
-TEST(AdtsHeader, IsEmptyForValuesItCannotEncode)
+TEST(AdtsHeader, IsEmptyForValuesThatHaveNoCode)
 {
     EXPECT_THAT(MakeAdtsHeader(48001, 2, 100), IsEmpty());
     EXPECT_THAT(MakeAdtsHeader(48000, 0, 100), IsEmpty());

@@ -17,7 +17,7 @@ class LevelMeter : public testing::Test {
 protected:
     void SetUp() override { av_log_set_level(AV_LOG_QUIET); }
 
-    // Level of the tenth unit, well behind the encoder's priming.
+    // Returns the level of the tenth unit, well after the encoder's priming.
     static std::optional<double> LevelOf(const Tone &tone)
     {
         const SampleFile file(u8"tone.aac");
@@ -33,19 +33,19 @@ protected:
     }
 };
 
-TEST_F(LevelMeter, ShowsPeakOfTone)
+TEST_F(LevelMeter, MeasuresPeakOfTone)
 {
     EXPECT_NEAR(LevelOf({.amplitude = 0.5}).value(), -6.0, 0.7);
     EXPECT_NEAR(LevelOf({.amplitude = 0.05}).value(), -26.0, 0.7);
     EXPECT_NEAR(LevelOf({.sampleRateHz = 22050, .channels = 1, .amplitude = 0.5}).value(), -6.0, 0.7);
 }
 
-TEST_F(LevelMeter, ShowsFloorForSilence)
+TEST_F(LevelMeter, ReturnsFloorForSilence)
 {
     EXPECT_DOUBLE_EQ(LevelOf({.amplitude = 0.0}).value(), silenceDb);
 }
 
-TEST_F(LevelMeter, ReachesFloorOnSecondSilentFrame)
+TEST_F(LevelMeter, ReachesFloorOnSecondSilentUnit)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", {.units = 10, .amplitude = 0.5});
@@ -71,7 +71,7 @@ TEST_F(LevelMeter, RefusesInvalidAac)
     EXPECT_FALSE(meter.PeakDb(std::vector<uint8_t>(100, 0xFF)).has_value());
 }
 
-TEST_F(LevelMeter, ContinuesAfterRefusedFrame)
+TEST_F(LevelMeter, ContinuesAfterRefusedUnit)
 {
     const SampleFile file(u8"tone.aac");
     WriteTone(file, "adts", {.units = 12});
@@ -85,7 +85,7 @@ TEST_F(LevelMeter, ContinuesAfterRefusedFrame)
     }
 }
 
-TEST_F(LevelMeter, ShowsFloorWithoutDecoder)
+TEST_F(LevelMeter, ReturnsFloorWithoutDecoder)
 {
     host::LevelMeter meter(
         AacStream{.sampleRateHz = 48000, .channels = 2, .objectType = 2, .specificConfig = {}});

@@ -15,10 +15,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Outcome = Microphone::Outcome;
 
-// What a test makes of one read: the result, and what happens to the record.
+// The fake module's behaviour in one read: changes the frame and returns the result.
 using Reading = std::function<int32_t(StreamFrame &)>;
 
-// The slots carry no context, so that the module played here is one for the whole program.
+// The table's functions have no context argument, so the fake module's state is global.
 struct FakeModule {
     std::vector<std::string> calls;
     uint32_t askedFor = 0;
@@ -27,6 +27,7 @@ struct FakeModule {
 };
 FakeModule fake;
 
+// Describes a call; a "?" marks a wrong id length.
 std::string Named(const char *slot, const char *id, uint32_t idLength)
 {
     return std::string(slot) + " " + std::string(id, idLength) + (std::strlen(id) == idLength ? "" : "?");

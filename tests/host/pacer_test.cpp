@@ -11,7 +11,7 @@ constexpr auto frameTime = 20ms;
 constexpr int mostAtOnce = 4;
 const Pacer::Clock::time_point start{1h};
 
-// Sends every frame at once that is due at this time; returns how many.
+// Sends all frames that are due at `now` and returns their number.
 int SendDue(Pacer &pacer, Pacer::Clock::time_point now)
 {
     int sent = 0;
@@ -77,7 +77,7 @@ TEST(Pacer, SendsOneFrameImmediatelyAfterRestart)
     EXPECT_EQ(pacer.Slips(), 0u);
 }
 
-TEST(Pacer, SchedulesFirstFrameImmediatelyAfterSkippedFrames)
+TEST(Pacer, SchedulesFirstFrameImmediatelyDespiteEarlierAdvance)
 {
     Pacer pacer(frameTime, mostAtOnce);
     pacer.Advance();

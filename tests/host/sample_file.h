@@ -1,4 +1,4 @@
-// AAC files for tests, made by FFmpeg's encoder and muxers in a folder of their own.
+// AAC files for tests, made with FFmpeg's encoder and muxers. Each has a temporary folder of its own.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace velto_test {
 
-// A file in the system's temporary folder that is gone with this object.
+// The path of a file in a new temporary folder. The destructor removes the folder.
 class SampleFile {
 public:
     explicit SampleFile(const std::u8string &name);
@@ -31,7 +31,7 @@ struct Tone {
     double amplitude = 0.5;
 };
 
-// `muxer`: "adts", "ipod" (.m4a) or "mp4". `indexFirst` puts an MP4's index in front of the sound.
+// `muxer`: "adts", "ipod" (.m4a) or "mp4". `indexFirst` writes an MP4's index before the sound.
 void WriteTone(const SampleFile &file, const std::string &muxer, const Tone &tone, bool indexFirst = false);
 
 // A WAV file of one second of silence, 48000 Hz, 16 bit, stereo.

@@ -17,7 +17,7 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
 
-// A time given as local time, so that its text is the same in every time zone.
+// Converts a local time, so that its text in the log is the same in every time zone.
 system_clock::time_point LocalTime(int year, int month, int day, int hour, int minute, int second)
 {
     std::tm local{};
@@ -27,7 +27,7 @@ system_clock::time_point LocalTime(int year, int month, int day, int hour, int m
     local.tm_hour = hour;
     local.tm_min = minute;
     local.tm_sec = second;
-    local.tm_isdst = -1; // mktime finds out
+    local.tm_isdst = -1; // unknown: mktime determines it
     return system_clock::from_time_t(std::mktime(&local));
 }
 
@@ -59,7 +59,7 @@ TEST(LogLine, ShowsLevelByNameAndUnknownLevelAsError)
     }
 }
 
-// Changes the time zone of the C runtime, and restores the previous one at the end of the scope.
+// Changes the time zone of the C runtime. Restores the previous one at the end of the scope.
 class ScopedTimeZone {
 public:
     explicit ScopedTimeZone(const std::string &zone)

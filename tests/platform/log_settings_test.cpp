@@ -13,7 +13,7 @@ namespace {
 using logging::LogSettings;
 using logging::ReadLogSettings;
 
-// The level for a value of VELTO_LOG_LEVEL; -1 if the value is invalid.
+// Returns the level that a value of VELTO_LOG_LEVEL selects; -1 if the value is invalid.
 int LevelOf(const char *text)
 {
     const ScopedEnvironment level("VELTO_LOG_LEVEL", text);

@@ -35,7 +35,7 @@ TEST(LogSinks, WritesTimeThreadLevelChannelAndMessage)
     EXPECT_EQ(AfterTimeAndThread(lines[0]), "[info] [OceloMirror] VeltoRelease type = 1") << lines[0];
 }
 
-// The time of a log line, in the format "2026-03-07 04:05:06.007".
+// Formats a time as log lines do, such as "2026-03-07 04:05:06.007".
 std::string TimeText(std::chrono::system_clock::time_point time)
 {
     return logging::FormatLine({time, 0, LOG_LEVEL_INFO, "", ""}).substr(0, 23);

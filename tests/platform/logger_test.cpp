@@ -1,4 +1,4 @@
-// The two loggers as the module uses them, also while the process ends.
+// Logger and NrLogger as the module uses them, also while the process ends.
 #include "logging/logger.h"
 
 #include <cerrno>
@@ -140,7 +140,7 @@ TEST(Logger, WritesUnknownLevelAsError)
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[error] [Unknown] level seven"), 1);
 }
 
-// Makes death tests start a new process, which has not logged yet, instead of forking.
+// Makes death tests start a new process instead of forking, so that the child has not logged yet.
 class StartNewProcesses {
 public:
     StartNewProcesses() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
@@ -203,8 +203,8 @@ TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)
 }
 
 #ifdef _WIN32
-// Ends the process while threads are logging. They are killed at any point, and the destructors that run
-// afterwards log, too.
+// Ends the process while threads are logging. Windows kills the threads at any point; destructors that run
+// afterwards still log.
 TEST(LoggerDeathTest, DoesNotBlockExitWhenThreadsAreKilledMidLine)
 {
     for (int run = 0; run < 5; ++run) {

@@ -8,7 +8,7 @@
 unsigned long ProcessId();
 unsigned long ThreadId(); // of the calling thread
 
-// Handles that this process has open; on Linux, its file descriptors.
+// Number of handles that this process has open; on Linux, of file descriptors.
 std::size_t OpenHandles();
 
 // Sets a variable of this process's environment; an empty value removes it.

@@ -1,4 +1,4 @@
-// The registry library with a fake registry: its system calls, and how it handles failures.
+// The registry library on a fake registry: its system calls, and how it handles failures.
 #include "registry/registry.h"
 
 #include <string>
@@ -22,8 +22,7 @@ const std::wstring name = L"StreamType";
 
 class RegistryLibrary : public testing::Test {
 protected:
-    // After Reset, keys that an earlier test left open report that they are deleted; the library reopens
-    // them.
+    // Reset also marks the keys that an earlier test left open as deleted. The library reopens such keys.
     RegistryLibrary() { fakewin::Reset(); }
 
     static bool Get(DWORD &value)
@@ -78,7 +77,7 @@ TEST_F(RegistryLibrary, KeepsValueWhenKeyIsMissing)
     EXPECT_FALSE(Get(value));
     EXPECT_FALSE(Get(value));
     EXPECT_EQ(value, 4711U);
-    Store(9); // by another program
+    Store(9); // as another program would
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(value, 9U);
 }
@@ -106,10 +105,10 @@ TEST_F(RegistryLibrary, ReopensKeyDeletedBetweenCalls)
     fakewin::Reset();
     EXPECT_TRUE(Set(3));
     EXPECT_EQ(Stored(), 3U);
-    EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "closes deleted keys";
+    EXPECT_EQ(fakewin::LiveRegistryKeys(), keys) << "the library closes deleted keys";
 }
 
-TEST_F(RegistryLibrary, ReopensStaleHandleOncePerCall)
+TEST_F(RegistryLibrary, ReopensInvalidKeyOncePerCall)
 {
     StoreAndOpenKey(1);
     DWORD value = 0;
@@ -119,7 +118,7 @@ TEST_F(RegistryLibrary, ReopensStaleHandleOncePerCall)
     EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 1);
 
     fakewin::Fail(Call::RegQueryValueExW, ERROR_KEY_DELETED, 1, 2);
-    EXPECT_FALSE(Get(value)) << "reopens a key only once per call";
+    EXPECT_FALSE(Get(value)) << "a call reopens its key only once";
     EXPECT_EQ(Count(Call::RegOpenKeyExW), opens + 2);
     EXPECT_TRUE(Get(value));
 }
@@ -176,7 +175,7 @@ TEST_F(RegistryLibrary, DistinguishesKeysByRootPathAndAccess)
     EXPECT_EQ((std::vector<DWORD>(values, values + 4)), (std::vector<DWORD>{1, 2, 3, 1}));
 }
 
-TEST_F(RegistryLibrary, ServesThreadsWhileTheirKeyIsDeleted)
+TEST_F(RegistryLibrary, ServesSeveralThreadsWhileKeyIsReportedDeleted)
 {
     Store(1);
     RunOnThreads(4, [](int) {

@@ -1,4 +1,4 @@
-// The registry library with the system's registry, under a key that only this process uses.
+// The registry library on the system's registry, under a key that only this process uses.
 #include "registry/registry.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ protected:
     {
         return Registry::SetValue(HKEY_CURRENT_USER, path, L"StreamType", value, allAccess);
     }
-    // The value as another program reads it.
+    // Reads the value without the library, as another program would.
     DWORD Stored() const
     {
         DWORD value = 0;

@@ -185,7 +185,7 @@ TEST(RotatingFile, EmptiesFileWhenViewerBlocksRename)
     const fs::path path = FreshPath("viewed.log");
     RotatingFile file(path, 55, 2, noPause);
     ASSERT_TRUE(file.Append(Line(0)));
-    // Opens the file as a viewer would that allows others to write but not to rename.
+    // Opens the file as a viewer does that allows other programs to write to the file but not to rename it.
     const HANDLE viewer = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                       OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(viewer, INVALID_HANDLE_VALUE);
@@ -200,7 +200,7 @@ TEST(RotatingFile, EmptiesFileWhenViewerBlocksRename)
         ASSERT_TRUE(file.Append(Line(number)));
     }
     EXPECT_EQ(ReadLines(OldPath(path, 1)).back(), "line 00034")
-        << "renames again after the viewer closed the file";
+        << "rotation renames again once the viewer has closed the file";
 }
 #endif
 

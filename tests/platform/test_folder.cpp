@@ -14,13 +14,13 @@ namespace {
 
 constexpr const char *folderVariable = "VELTO_PLATFORM_TESTS_FOLDER";
 
-// Removes the test folder after all other static objects are destroyed. The log in the folder is open until
-// then, and Windows does not remove open files.
+// Removes the test folder after the destruction of all other static objects. One of them has the log open,
+// and Windows does not remove open files.
 class FolderRemover {
 public:
     ~FolderRemover()
     {
-        if (folder != nullptr && owner == ProcessId()) { // not in a forked child, which has a copy
+        if (folder != nullptr && owner == ProcessId()) { // a forked child has a copy of this object
             std::error_code ignored;
             fs::remove_all(*folder, ignored);
             delete folder;
@@ -102,10 +102,10 @@ std::string AfterTimeAndThread(const std::string &line)
 int main(int argc, char **argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    if (GetEnvironment(folderVariable).empty()) { // this is not a child of a test
+    if (GetEnvironment(folderVariable).empty()) { // a child of a test inherits the variable
         const fs::path folder =
             fs::temp_directory_path() / ("velto-platform-tests-" + std::to_string(ProcessId()));
-        fs::remove_all(folder); // left by a killed process with the same id
+        fs::remove_all(folder); // may be left from a killed process with the same id
         fs::create_directories(folder);
         SetEnvironment(folderVariable, folder);
         SetEnvironment("VELTO_LOG_FILE", SharedLogFile());

@@ -33,5 +33,5 @@ std::string ReadBytes(const std::filesystem::path &path);
 // Number of lines that contain `text`.
 int CountLinesWith(const std::filesystem::path &path, const std::string &text);
 
-// A log line without the time and the thread id at its start; empty if it does not start with them.
+// Returns a log line without the time and thread id at its start; empty if the line does not start with both.
 std::string AfterTimeAndThread(const std::string &line);

@@ -1,4 +1,4 @@
-// FreeLibrary releases everything that the platform libraries have opened.
+// Unloading a DLL that uses the platform libraries closes their log file and leaks no handle.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -38,7 +38,7 @@ TEST_F(PlatformUnload, ClosesLogFile)
     EXPECT_EQ(CountLinesWith(m_log, "from the unload probe"), 2);
     const HANDLE unshared =
         CreateFileW(m_log.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(unshared, INVALID_HANDLE_VALUE) << "the file is still open";
+    EXPECT_NE(unshared, INVALID_HANDLE_VALUE) << "the log file is still open";
     CloseHandle(unshared);
 }
 
