@@ -1,9 +1,9 @@
-// The codec library's encoder with any sound and any parameters, in any sequence of calls.
+// Fuzzes the codec library's encoder: any sound and parameters, in any sequence of calls.
 //
 // Varied: all five parameters; samples; frames with another length, channel code, fill count or channel
 // count than the encoder's, and without a buffer; packets without a buffer or with one that is too small;
-// draining, encoding after draining, reopening, closing. The results are compared with the headers, and
-// every packet must decode. Not varied: the frame's pointer, which AllocBuffer sets.
+// draining, encoding after draining, reopening, closing. Checked: the results that the library's headers
+// document, and that FFmpeg decodes every packet. Not varied: the frame's pointer, which AllocBuffer sets.
 #include "codec/aac_encoder.h"
 
 #include <array>
@@ -65,7 +65,7 @@ private:
     AVFrame *m_frame;
 };
 
-// The encoder, and the model of its state that gives the expected results.
+// The encoder, and a model of its state that predicts its results.
 class Session {
 public:
     void Step(Input &input)
@@ -136,7 +136,8 @@ private:
         m_decoder.reset();
     }
 
-    // Encodes a frame, mostly of the right shape. Its samples repeat a block of the input.
+    // Encodes a frame, usually of the right length and channel count. A block of the input, repeated, gives
+    // its samples.
     void Encode(Input &input)
     {
         const uint8_t shape = input.Byte();
@@ -198,8 +199,8 @@ private:
     void CheckPacket(int32_t result)
     {
         if (result <= 0) {
-            Expect(m_packet.size == 0, "without a packet its size is 0");
-            // The encoder drops a packet that is too large for the buffer, and continues with the next one.
+            Expect(m_packet.size == 0, "the packet is empty when none is returned");
+            // The encoder drops a packet that is too large for the buffer, but counts it in the time stamps.
             m_expectedTime += result < 0 ? aacFrameLength : 0;
             return;
         }
@@ -217,7 +218,7 @@ private:
         const bool isRead = m_encoder.GetDecoderSpecificInfo(config.data(), capacity, length);
         Expect(isRead == (length != 0) && length <= capacity, "a configuration's length");
         Expect(!isRead || m_isOpen, "a closed encoder has no configuration");
-        Expect(isRead || !m_isOpen || capacity < 16, "an open encoder has one");
+        Expect(isRead || !m_isOpen || capacity < 16, "an open encoder has a configuration");
         config.resize(length);
         return config;
     }

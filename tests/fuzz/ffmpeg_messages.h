@@ -1,10 +1,10 @@
-// Reports FFmpeg's messages to the fuzzer as coverage. FFmpeg's libraries are not instrumented, but they
-// print a message on most paths that a damaged stream takes.
+// Reports FFmpeg's log messages to the fuzzer as coverage. FFmpeg's libraries are not instrumented, but log a
+// message for most kinds of damage in a stream.
 #pragma once
 
 namespace velto_fuzz {
 
-// Counts later messages by their format text instead of printing them.
+// From now on, counts FFmpeg's messages by their format text instead of printing them.
 void CountFFmpegMessages();
 
 } // namespace velto_fuzz

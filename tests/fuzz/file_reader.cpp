@@ -1,7 +1,7 @@
-// A file of any content, read and metered as velto-host does when it plays a file. The input is the file.
+// Fuzzes the reading of files in velto-host. The input is the file, which is read and metered as for playing.
 //
-// Reading must come to an end, a unit must not be empty, its level must be a number or absent, and an error
-// must have a message.
+// Reading must end, no unit may be empty, its level must be a number or absent, and an error message must
+// name the file.
 #include "velto-host/portable/aac_reader.h"
 
 #include <cmath>
@@ -70,7 +70,7 @@ void ReadAll(AacReader &reader)
     }
 }
 
-// Parses an ADTS header at each byte, and writes it again.
+// Parses an ADTS header at each byte, writes a header with the same values and parses this one.
 void ReadHeaders(std::span<const uint8_t> bytes)
 {
     for (; !bytes.empty(); bytes = bytes.subspan(1)) {

@@ -1,10 +1,10 @@
-// The records that a host passes and receives: ids, parameter lists, listeners, capabilities, frames.
+// Fuzzes the records that a host passes and receives: ids, parameter lists, listeners, capabilities, frames.
 //
-// Varied: any id with its length or another one, and null; lists of any keys, values and key lengths, with
-// null keys, without entries, and null; every type and count for the release of null; listeners; frames
-// without header or payload for a microphone that is not open. The results are compared with the interface.
-// Not varied, because hosts must not do it: an id or key without a terminator, a count above the number of
-// entries, a release of memory that is not the module's.
+// Varied: ids, right or wrong or null, with a right or wrong length; lists of any keys, values and key
+// lengths, with null keys, without entries, and null; type and count of releases of a null block; listeners;
+// frames without header or payload while no microphone is open. Checked: the results that audio_handler.h
+// documents. Not varied, because hosts must not do it: an id or key without a terminator, a count above the
+// number of entries, a release of memory that is not the module's.
 #include <windows.h>
 
 #include <array>
@@ -38,7 +38,7 @@ void RecordEvent(const char *id, uint32_t length, int32_t code)
     events.push_back({id, length, code});
 }
 
-// A text in a separate block, so that AddressSanitizer reports a read behind its end.
+// A text in its own heap block, so that AddressSanitizer reports a read past its end.
 class Text {
 public:
     explicit Text(const std::string &text) : m_bytes(text.c_str(), text.c_str() + text.size() + 1) {}
@@ -81,7 +81,7 @@ struct Id {
     bool isValid = false;
 };
 
-// A parameter list, and the parameters that the module must read from it.
+// A parameter list, and the parameters that the module must derive from the list.
 class Parameters {
 public:
     explicit Parameters(Input &input)
@@ -194,7 +194,7 @@ private:
         Expect(m_table.GetAudioCapability(&list, &count) == VELTO_OK && count == 4, "the capabilities");
         const uint32_t otherType = input.Word();
         if (otherType != VELTO_RELEASE_CAPABILITIES) {
-            m_table.Release(otherType, list, count); // frees nothing; otherwise the reads below fail
+            m_table.Release(otherType, list, count); // must free nothing: the list is read below
         }
         constexpr std::array<const char *, 4> ids{VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER,
                                                   VELTO_ID_MODEM_MIC, VELTO_ID_MIC};

@@ -15,7 +15,7 @@ public:
 
     bool IsEmpty() const { return m_rest.empty(); }
 
-    // Past the end, all numbers are 0 and all blocks end early.
+    // At the end of the input, missing bytes of a number count as 0, and blocks are shorter.
     uint8_t Byte() { return static_cast<uint8_t>(Number(1)); }
     uint16_t Short() { return static_cast<uint16_t>(Number(2)); }
     uint32_t Word() { return Number(4); }
@@ -53,5 +53,5 @@ inline void Expect(bool isTrue, const char *what)
 
 } // namespace velto_fuzz
 
-// Each target defines this function. libFuzzer, or the replay, calls it once per input.
+// Each target defines this function. libFuzzer or replay_main.cpp calls it once per input.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);

@@ -1,8 +1,8 @@
-// The packet queue under any sequence of operations, compared with a model of two plain queues.
+// Fuzzes the packet queue: runs any sequence of operations and compares the queue with a model of two deques.
 //
 // Varied: the operations and their order, the number of elements, an element that cannot be created, and
-// waits. A call that waits runs on a separate thread; the next operation ends the wait. Not varied,
-// because callers must not do it: returning an element that the caller does not have.
+// waits. A call that waits runs on a separate thread; a push or a stop on the first thread ends the wait. Not
+// varied, because callers must not do it: returning an element that the caller does not have.
 #include "capture/buffer_queue.h"
 
 #include <deque>
@@ -45,7 +45,7 @@ protected:
     }
 };
 
-// The queue, and the model that it is compared with.
+// The queue, and the model that must behave in the same way.
 class Comparison {
 public:
     void Step(Input &input)
@@ -113,7 +113,8 @@ private:
         m_takenOut.clear();
     }
 
-    // Takes an element out of the queue. If the queue is empty and not stopped, waits, and ends the wait.
+    // Takes an element out of the queue. If the queue is empty and not stopped, the call waits on another
+    // thread; a stop or a push then ends the wait.
     void Take(Queue &model, Pop pop, Push push, uint8_t choice)
     {
         if (!model.empty() || m_stopped) {
@@ -148,10 +149,10 @@ private:
         if (!m_stopped) {
             model.push_back(*element);
         }
-        m_takenOut.erase(element); // a stopped queue accepts it, too
+        m_takenOut.erase(element); // a stopped queue ignores the push, but still owns the element
     }
 
-    // Circulates elements as a producer and a consumer do, a number of times.
+    // Moves elements from the free queue to the data queue and back, as a producer and a consumer do.
     void Circulate(uint8_t times)
     {
         for (uint8_t i = 0; i < times && !m_free.empty(); ++i) {

@@ -1,5 +1,5 @@
-// Runs a fuzz target once for every file of the named files and folders, so that any build replays the seed
-// corpora and the findings without a fuzzer. A finding that is not fixed ends the process.
+// Runs a fuzz target once for each given file and for each file in the given folders, so that every build can
+// replay the seed corpora and the findings without a fuzzer. A finding that is not fixed ends the process.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Sorted by name, so that each run has the same order.
+// Returns the files sorted by name, so that each run has the same order.
 std::vector<fs::path> FilesIn(const fs::path &path)
 {
     if (!fs::is_directory(path)) {
@@ -31,7 +31,7 @@ std::vector<fs::path> FilesIn(const fs::path &path)
     return files;
 }
 
-// The input has a block of exactly its size, so that AddressSanitizer reports a read behind it.
+// The heap block has exactly the file's size, so that AddressSanitizer reports a read past its end.
 void Replay(const fs::path &path)
 {
     const size_t size = fs::file_size(path);
@@ -53,7 +53,8 @@ int main(int count, char **arguments)
             // A target without findings has no folder for them.
             const fs::path path = arguments[i];
             for (const fs::path &file : fs::exists(path) ? FilesIn(path) : std::vector<fs::path>{}) {
-                std::fprintf(stderr, "%s\n", file.filename().c_str()); // the last name printed is the finding
+                // After a crash, the last name printed is the finding.
+                std::fprintf(stderr, "%s\n", file.filename().c_str());
                 Replay(file);
                 ++inputs;
             }

@@ -1,15 +1,17 @@
-// The path from the host's frame to the speaker: any bytes in any sequence on both ids, through the table
-// and FFmpeg's decoder to the fake endpoint.
+// Fuzzes the path from the host's writes to the speaker: any bytes in any sequence on both ids, through the
+// table and FFmpeg's decoder to the fake endpoint.
 //
-// Varied: the endpoint's mix format; the bytes and sizes of frames, among them empty frames and sizes
-// below the bytes that are there; ids and their stated lengths; missing records and payloads; sizes that
-// cannot be allocated; parameters; closes; a lost or changed endpoint; idle releases and new starts. Not
-// varied, because hosts must not do it: a size above the bytes that are there.
+// Varied: the endpoint's mix format; the payloads and their sizes, among them empty payloads and sizes
+// smaller than the payload; ids and their lengths; missing records and payloads; sizes that cannot be
+// allocated; parameters; closes; invalidated endpoints and notifications; idle releases and new starts. Not
+// varied, because hosts must not do it: a size larger than the payload.
 //
-// Each input begins and ends with a module as it is after loading, so that a finding needs no other input.
+// Each input begins and ends with the module in the state after loading, so that a finding needs only its own
+// input.
 #include "tests/fakes/redirect.h"
 
-// Included, so that this target can destroy the tracks and construct them again, as unloading and loading do.
+// Includes the source, so that this target can destroy and reconstruct the tracks, as unloading and loading
+// do.
 #include "handler/speaker_track.cpp"
 
 #include <array>
@@ -44,10 +46,10 @@ using velto_fuzz::Table;
 constexpr int maxSteps = 200;
 constexpr uint64_t idleMs = 240000;
 
-// Lets four minutes pass without a frame, until the watchdog has released the speakers.
+// Advances the clock by the idle time of four minutes and waits until the watchdog has released the speakers.
 void ReleaseIdle()
 {
-    constexpr int maxSleeps = 1 << 17; // many seconds of the fake's short sleeps
+    constexpr int maxSleeps = 1 << 17; // about 7 s: a short sleep of the fake takes about 50 microseconds
     if (velto::DeviceState != velto::DEVICE_READY) {
         return;
     }
@@ -59,8 +61,8 @@ void ReleaseIdle()
     }
 }
 
-// Frees the known leaks of an idle release with a new start, and of unloading: the decoder's objects, the
-// renderer's converter, queued blocks.
+// Frees the known leaks of a restart after an idle release, and of unloading: the decoder's objects, the
+// renderer's converter and the queued blocks.
 void FreeKnownLeaks()
 {
     for (velto::SpeakerTrack *track : {&velto::tracks->media, &velto::tracks->call}) {
@@ -147,7 +149,7 @@ public:
 private:
     static uint32_t Length(const std::string &id) { return static_cast<uint32_t>(id.size()); }
 
-    // The payload has a separate block, so that AddressSanitizer reports a read behind it.
+    // The payload has its own heap block, so that AddressSanitizer reports a read past its end.
     void WriteFrame(const std::string &id, uint32_t understatement)
     {
         const auto bytes = m_input.Block(m_input.Short());
@@ -156,13 +158,13 @@ private:
         StreamFrameHeader header{m_input.Byte(), room - std::min(room, understatement), 0};
         StreamFrame frame{payload.data(), {}, &header};
         Expect(Table().WriteStreamBuffer(id.c_str(), Length(id), nullptr, &frame) == VELTO_OK,
-               "a frame is accepted or dropped");
+               "a unit is played or dropped");
         Expect(std::equal(payload.begin(), payload.end(), bytes.begin()), "the host's bytes are unchanged");
     }
 
     void WriteInvalid(const std::string &id, uint8_t way)
     {
-        constexpr uint32_t largestRefused = 0x80000000; // from here on, sizes are negative for FFmpeg
+        constexpr uint32_t firstNegative = 0x80000000; // FFmpeg takes sizes from this value on as negative
         uint8_t payload[1] = {0};
         StreamFrameHeader header{0, 1, 0};
         StreamFrame frame{payload, {}, &header};
@@ -187,7 +189,7 @@ private:
                    "an id with another length");
             break;
         case 4:
-            header.size = largestRefused | m_input.Word();
+            header.size = firstNegative | m_input.Word();
             Expect(write(id.c_str(), Length(id), &frame) == VELTO_OK, "a size that cannot be allocated");
             break;
         default:
@@ -260,11 +262,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ReleaseIdle();
     FreeKnownLeaks();
     Reload();
-    // After the end of the stream, FFmpeg would refuse every later frame.
+    // If FFmpeg took a unit for the end of the stream, it would refuse all later units.
     const std::wstring ended = L"AUDIO decode error:" + std::to_wstring(AVERROR_EOF);
     Expect(fakes::LogRecorder::Instance().Count(LOG_LEVEL_ERROR, ended,
                                                 "velto::FFmpegDecode::DecoderAudioFrame") == 0,
-           "no frame ends the stream");
+           "no unit ends the stream");
     for (const std::string &violation : fakewin::Violations()) {
         Expect(false, violation.c_str());
     }

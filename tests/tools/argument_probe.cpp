@@ -12,7 +12,7 @@ namespace {
 
 struct Case {
     const char *slot;
-    const char *fault; // in the arguments
+    const char *argument; // what is special about the arguments
     int32_t documented;
     std::function<int32_t()> call;
 };
@@ -22,7 +22,7 @@ constexpr char microphone[] = VELTO_ID_MIC;
 constexpr uint32_t speakerLength = sizeof(speaker) - 1;
 constexpr uint32_t microphoneLength = sizeof(microphone) - 1;
 
-// Records for the arguments other than the invalid one.
+// The records that the calls get. They outlive the calls.
 struct Records {
     uint8_t bytes[16] = {};
     StreamFrameHeader header{0, 0, 0};
@@ -38,7 +38,7 @@ struct Records {
 
 using IdCall = std::function<int32_t(const char *, uint32_t)>;
 
-// Invalid ids and lengths.
+// Adds calls with an invalid id or length.
 void AddIdCases(std::vector<Case> &cases, const char *slot, const char *id, const IdCall &call)
 {
     const auto length = static_cast<uint32_t>(std::char_traits<char>::length(id));
@@ -139,10 +139,10 @@ ExitCode ProbeArguments(const Module &module, const Output &output)
             const bool asDocumented = result == probe.documented;
             ++count;
             different += asDocumented ? 0 : 1;
-            output.Say("{:20} {:22} {:6}{}", probe.slot, probe.fault, result,
+            output.Say("{:20} {:22} {:6}{}", probe.slot, probe.argument, result,
                        asDocumented ? "" : Format("  instead of {}", probe.documented));
             calls.Append({{"slot", probe.slot},
-                          {"argument", probe.fault},
+                          {"argument", probe.argument},
                           {"result", result},
                           {"documented", probe.documented}});
         }

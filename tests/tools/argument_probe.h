@@ -1,7 +1,7 @@
 // velto-test-host probe: calls every slot of the table with each kind of invalid argument, and compares the
 // results with the documented ones.
 //
-// The calls that write may open the sound device, and the call that opens a record may open the microphone.
+// The write calls start the speakers, which opens the default loudspeaker. No call opens the microphone.
 #pragma once
 
 #include "velto-host/module.h"

@@ -38,7 +38,9 @@ void AddCommon(CLI::App &command, CommandLine &line)
 
 void AddProbe(CLI::App &command, MicrophoneProbeOptions &probe)
 {
-    command.add_option("--sequence", probe.sequence, "Make a sequence of the microphone's calls instead")
+    command
+        .add_option("--sequence", probe.sequence,
+                    "Make this sequence of microphone calls instead of the calls with invalid arguments")
         ->check(CLI::IsMember(
             {sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles, sequenceUnloadWhileOpen}));
     command.add_option("--count", probe.count, "Number of cycles of opening, reading and closing")
@@ -68,9 +70,9 @@ void AddStorm(CLI::App &command, StormOptions &storm)
         ->capture_default_str();
     command
         .add_option("--exit-after", storm.end.exitAfter,
-                    "End the process in the storm, after this many seconds ...")
+                    "End the process during the storm, after this many seconds")
         ->check(CLI::NonNegativeNumber);
-    command.add_option("--exit-code", storm.end.exitCode, "... with this exit code");
+    command.add_option("--exit-code", storm.end.exitCode, "Exit code of --exit-after");
 }
 
 int Run(const CommandLine &line, const Output &output)
@@ -84,7 +86,7 @@ int Run(const CommandLine &line, const Output &output)
                                        : ProbeMicrophone(module, line.probe, output);
 }
 
-// Null when help or an error was printed; the exit code is in `exitCode` then.
+// Empty if help or an error was printed; `exitCode` is set then.
 std::optional<CommandLine> ReadCommandLine(int &exitCode)
 {
     CommandLine line;
@@ -95,12 +97,12 @@ std::optional<CommandLine> ReadCommandLine(int &exitCode)
     CLI::App &probe = *app.add_subcommand("probe", "Call every slot with invalid arguments");
     AddProbe(probe, line.probe);
     AddCommon(probe, line);
-    CLI::App &storm =
-        *app.add_subcommand("storm", "Make all calls at once and at random, and count the results");
+    CLI::App &storm = *app.add_subcommand(
+        "storm", "Make random calls from many threads at the same time, and count the results");
     AddStorm(storm, line.storm);
     AddCommon(storm, line);
     std::vector<std::string> arguments = CommandLineArguments();
-    std::reverse(arguments.begin(), arguments.end()); // the order that CLI11 takes
+    std::reverse(arguments.begin(), arguments.end()); // CLI11 expects the last argument first
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {
@@ -134,7 +136,7 @@ int RunProgram()
 
 int main()
 {
-    av_log_set_level(AV_LOG_QUIET); // the module uses the same library
+    av_log_set_level(AV_LOG_QUIET); // also silences the module, which uses the same FFmpeg DLLs
     try {
         return RunProgram();
     } catch (const std::exception &error) {

@@ -17,14 +17,14 @@ namespace {
 using Clock = StreamTimer::Clock;
 
 constexpr double packetTimeoutSeconds = 10;
-constexpr uint32_t samplesPerRun = 10; // of the process's usage
+constexpr uint32_t samplesPerRun = 10; // how often Cycles measures the process
 
 void Sleep(double seconds)
 {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// Reads until a packet arrives; false if none does.
+// Reads until a packet arrives. False after ten seconds.
 bool ReadPacket(Microphone &microphone)
 {
     const auto begin = Clock::now();
@@ -54,7 +54,7 @@ Json OpenTwice(const Module &module)
 // One thread waits for a packet of a silent microphone while another one closes it.
 Json CloseWhileReading(const Module &module)
 {
-    constexpr uint32_t tenSeconds = 48000 * 4 * 10; // of PCM: the longest wait of the read
+    constexpr uint32_t tenSeconds = 48000 * 4 * 10; // bytes of PCM; a read waits at most their playing time
     Microphone microphone(module.Table(), VELTO_ID_MIC);
     Json report{{"open", microphone.Open()}};
     uint8_t data[8192];
@@ -87,7 +87,7 @@ Json UnloadWhileOpen(Module &module)
 {
     Microphone microphone(module.Table(), VELTO_ID_MIC);
     Json report{{"open", microphone.Open()}};
-    Sleep(1); // without a microphone, the recording's threads have ended by then
+    Sleep(1); // in this time, the threads of a recording without a microphone end
     module.Unload();
     report["moduleGone"] = !module.IsLoaded();
     return report;
