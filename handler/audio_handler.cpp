@@ -29,7 +29,7 @@ void LogFailedCall(const char *reason) noexcept
     LogError("`anonymous-namespace'::Guarded", "call failed: ", reason);
 }
 
-// Runs `body` and logs an exception. Exceptions come from missing memory or threads, or from the host's
+// Runs `body` and logs any exception. Exceptions come from a lack of memory or threads, or from the host's
 // listener.
 template <typename Body>
 void LogExceptions(Body body) noexcept
@@ -43,8 +43,8 @@ void LogExceptions(Body body) noexcept
     }
 }
 
-// A table function as the host calls it. The host may be written in C, so no exception may leave the table:
-// it becomes a log line and, in a function with a result, VELTO_ERROR_INVALID.
+// Wraps a table function for the host. The host may be written in C, so no exception may leave the table: an
+// exception becomes a log line and, in a function with a result, VELTO_ERROR_INVALID.
 template <auto function>
 struct Guarded;
 
@@ -83,7 +83,7 @@ constexpr AudioHandlerTable handlerTable{
 } // namespace
 } // namespace velto
 
-// A second call leaks the first event: a watchdog may be waiting on it.
+// Each further call leaks the previous event, by contract: a watchdog may be waiting on it.
 int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
 {
     if (table == nullptr) {

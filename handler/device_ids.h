@@ -17,7 +17,7 @@ inline const std::string sampleRateKey = VELTO_KEY_SAMPLE_RATE;
 inline const std::string codecKey = VELTO_KEY_CODEC; // contract only: a key without effect
 
 // An id is valid when it has the length that the host passes. A valid id need not name a device; each table
-// function decides about unknown devices.
+// function decides how it treats unknown devices.
 inline bool IsValidId(const char *id, uint32_t idLength)
 {
     return id != nullptr && std::strlen(id) == idLength;

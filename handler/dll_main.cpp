@@ -2,7 +2,7 @@
 
 #include "support/process_state.h"
 
-// Runs before the module's static destructors, which need to know whether the process is ending.
+// At unload, runs before the module's static destructors, which need to know whether the process is ending.
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     if (reason == DLL_PROCESS_DETACH && reserved != nullptr) {

@@ -107,7 +107,7 @@ int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
     }
     for (size_t i = 0; i < devices.size(); ++i) {
         if (GetAudioCapabilityItem(devices[i].id, devices[i].type, items[i]) != VELTO_OK) {
-            // Not *count: another thread of the host may have changed it meanwhile.
+            // Not *count, which another host thread may have changed meanwhile.
             FreeCapabilities(items, static_cast<uint32_t>(devices.size()));
             return VELTO_ERROR_NULL_POINTER;
         }
@@ -127,7 +127,7 @@ int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabil
         free(name);
         return VELTO_ERROR_NULL_POINTER;
     }
-    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): nameLength is the contract, not a terminator
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): hosts use nameLength, not a terminator
     std::memcpy(name, id, length);
     item.name = name;
     item.nameLength = static_cast<uint32_t>(length);

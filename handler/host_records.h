@@ -13,10 +13,10 @@ void VeltoRelease(uint32_t type, void *block, uint32_t count);
 
 // Fills one item: a 64-byte name buffer, one profile, one codec. Returns VELTO_OK, VELTO_ERROR_INVALID for a
 // null id, VELTO_ERROR_NULL_POINTER for an id above 64 bytes or when out of memory. After a failure the item
-// keeps the blocks that it has; the caller frees them with the list.
+// keeps the blocks allocated so far; the caller frees them with the list.
 int32_t GetAudioCapabilityItem(const char *id, uint32_t deviceType, AudioCapabilityItem &item);
 
-// The values of a parameter list.
+// The values that a parameter list can set.
 struct AudioParameters {
     uint32_t sampleRate = 48000; // Hz
     uint32_t channels = 2;

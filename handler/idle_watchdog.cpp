@@ -24,7 +24,7 @@ void WaitUntilIdle()
         ResetEvent(event);
         result = WaitForSingleObject(event, idleMs);
         if (result == WAIT_FAILED) {
-            Sleep(1); // without an event: retry without busy-waiting
+            Sleep(1); // without an event each wait fails at once
         }
     }
 }

@@ -1,11 +1,12 @@
 // The module's log functions.
 //
-// Each call writes its message to the channel logger "OceloMirror" and then, followed by "(" tag ")", to the
-// platform's process-wide NrLogger. The tag is the reporting function's qualified name. Calls may run on any
-// thread: each has its own stream, and both loggers accept concurrent calls.
+// Log, LogInfo and LogError write their message to the channel logger "OceloMirror" and then, followed by
+// "(" tag ")", to the platform's process-wide NrLogger. The tag is the reporting function's qualified name.
+// All log functions may run on any thread: each call builds its own stream, and both loggers accept
+// concurrent calls.
 //
-// Log calls never throw: error handlers log, and they may be out of memory. A line that cannot be built
-// completely is lost.
+// Log functions never throw, because error handlers call them, also when memory has run out. A line that
+// cannot be built completely is lost.
 #pragma once
 
 #include <sstream>
@@ -15,7 +16,7 @@
 
 namespace velto {
 
-// The channel logger. The first call constructs it; it exists until the module unloads.
+// The channel logger. The first call constructs it; the logger exists until the module unloads.
 Logger &ChannelLogger();
 
 namespace logdetail {
@@ -36,8 +37,8 @@ void WriteToBoth(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &s
 void WriteToChannel(LOG_MESSAGE_LEVEL level, const std::wstringstream &stream);
 void WriteToSingleton(LOG_MESSAGE_LEVEL level, const char *tag, std::wstringstream &stream);
 
-// Builds the message and calls `write(stream)`. A stream that runs out of memory turns bad; its incomplete
-// message is not written.
+// Builds the message and calls `write(stream)`. A stream that runs out of memory is no longer good(), and its
+// incomplete message is not written.
 template <typename Write, typename... Values>
 void WriteMessage(Write write, const Values &...values) noexcept
 {
@@ -75,7 +76,7 @@ void LogError(const char *tag, const Values &...values) noexcept
     Log(LOG_LEVEL_ERROR, tag, values...);
 }
 
-// Level 4, for a line that can repeat with every packet: keeps it out of the process-wide logger.
+// Level 4, to the channel only: for a line that can repeat with every packet.
 template <typename... Values>
 void LogErrorToChannel(const Values &...values) noexcept
 {
@@ -84,7 +85,7 @@ void LogErrorToChannel(const Values &...values) noexcept
         values...);
 }
 
-// Level 3, for the periodic frame counter: keeps it out of the channel.
+// Level 3, to the process-wide logger only: for the periodic counter of writes.
 template <typename... Values>
 void LogInfoToSingleton(const char *tag, const Values &...values) noexcept
 {

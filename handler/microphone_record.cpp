@@ -17,7 +17,7 @@ constexpr uint32_t recordSampleRateHz = 48000;
 constexpr uint32_t recordChannels = 2;
 constexpr int32_t recordSampleFormat = 1; // signed 16-bit
 
-// Atomic, because two threads may close at the same time.
+// Atomic, because calls that close may overlap.
 std::atomic<WAVEFORMATEX *> captureFormat{nullptr}; // contract only: closing frees it, nothing sets it
 
 } // namespace
@@ -60,8 +60,7 @@ int32_t VeltoCloseAudioRecord(const char *id, uint32_t idLength)
         LogError(closeTag, "mic id is null or invalid");
         return VELTO_ERROR_INVALID;
     }
-    // Another thread may open or close a recording at the same time. This call ends only the capture that it
-    // has taken.
+    // If two calls close at the same time, only one of them gets the capture.
     AudioCapture *capture = AudioCapture::TakeCurrent();
     if (capture == nullptr) {
         return VELTO_OK;

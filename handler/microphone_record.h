@@ -7,8 +7,8 @@
 
 namespace velto {
 
-// Table slots 5, 6 and 7. Only an id's length is checked: every id opens the one microphone. One thread at a
-// time opens and closes. Closing ends the wait of a read on another thread.
+// Table slots 5, 6 and 7. An id is checked with IsValidId only: every valid id opens the one microphone. One
+// thread at a time may open or close. Closing ends the wait of a read on another thread.
 int32_t VeltoOpenAudioRecord(const char *id, uint32_t idLength, void *unused1, void *unused2,
                              const AudioProfileList *profiles);
 int32_t VeltoReadStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);

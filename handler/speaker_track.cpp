@@ -37,7 +37,7 @@ constexpr REGSAM registryAccess = 0xF003F; // KEY_ALL_ACCESS
 
 SpeakerAudioParams speakerAudioParams;
 
-std::recursive_mutex InitMutex; // guards the start; writers only try it, so that no writer waits for a start
+std::recursive_mutex InitMutex; // guards the start; only tried, so that no writer waits for another's start
 std::mutex TrackMutex;          // guards the open flags and the decoders
 
 void BroadcastToPlayers(bool value);
@@ -47,8 +47,7 @@ struct SpeakerTrack {
     std::shared_ptr<AudioPlayThread> playThread =
         std::make_shared<AudioPlayThread>(&speakerAudioParams, BroadcastToPlayers);
     std::unique_ptr<FFmpegDecode> decoder = std::make_unique<FFmpegDecode>(playThread, decoderRateHz);
-    bool isOpen =
-        false; // contract only: a track that the host uses and has not closed; guarded by TrackMutex
+    bool isOpen = false; // contract only: started or written to, and not closed; guarded by TrackMutex
 };
 
 struct SpeakerTracks {
@@ -56,8 +55,9 @@ struct SpeakerTracks {
     SpeakerTrack call;  // "ModemSpeaker1"
 };
 
-// Creates the tracks at load and deletes them at unload, when no thread of the module runs any more. Keeps
-// them when the process ends: the system has then killed the play threads, which may have locked a mutex.
+// Creates the tracks at load and deletes them at unload, when no thread of the module runs any more. At
+// process end the tracks are not deleted: the system has killed the play threads, and one of them may have
+// left a mutex locked.
 class TracksAtLoad {
 public:
     TracksAtLoad() : m_tracks(new SpeakerTracks) {}
@@ -102,7 +102,7 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     DeviceState = DEVICE_INITIALISING;
     track.playThread->isRunning = 1;
     track.playThread->StartPlayThread();
-    // A writer that began before the idle release may still be decoding its frame.
+    // A writer that began before the idle release may still be decoding its unit.
     const std::lock_guard lock(TrackMutex);
     if (track.decoder->InitFFmpeg() != 0) {
         LogError(initTag, failure);
@@ -112,10 +112,10 @@ bool StartTrack(SpeakerTrack &track, const char *failure)
     return true;
 }
 
-// Runs under InitMutex. When a decoder or a play thread cannot be set up, DeviceState stays
-// DEVICE_INITIALISING, and nothing is retried until the module is reloaded; a play thread that was already
-// started keeps the module loaded until the process ends. When only the watchdog cannot be started, the
-// speakers play and are never released.
+// The caller has locked InitMutex. If a decoder or a play thread cannot be set up, DeviceState stays
+// DEVICE_INITIALISING and the start is not retried until the module is reloaded. A play thread that runs by
+// then keeps the module loaded until the process ends. If only the watchdog cannot be started, the speakers
+// play and are never released.
 int32_t InitDefaultAudioDevice()
 {
     if (!StartTrack(tracks->media, "Init Audio Decode failed") ||
@@ -127,14 +127,14 @@ int32_t InitDefaultAudioDevice()
     return VELTO_OK;
 }
 
-// Stores the stream type of the last frame in the registry, unless it is already there.
+// Stores a stream type in the registry, unless the registry already has it.
 void SetStreamType(int32_t streamType)
 {
-    auto value = static_cast<DWORD>(streamType); // not const: SetValue takes a reference
+    auto value = static_cast<DWORD>(streamType); // not const, because SetValue takes a non-const reference
     auto stored = static_cast<DWORD>(noStreamType);
-    const bool known =
+    const bool isStored =
         DE::Registry::GetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, stored, registryAccess);
-    if (known && stored == value) {
+    if (isStored && stored == value) {
         return;
     }
     if (!DE::Registry::SetValue(HKEY_CURRENT_USER, registryKey, streamTypeValue, value, registryAccess)) {
@@ -146,7 +146,7 @@ void CountWrite()
 {
     static std::atomic<uint32_t> frameCounter{0};
     const uint32_t count = frameCounter++;
-    // The division is signed: after 2147483647 calls the remainder is that of a negative count.
+    // Signed division, by contract: after 2147483647 calls the line appears at other counts.
     if (static_cast<int32_t>(count) % static_cast<int32_t>(callsPerLogLine) == 0) {
         LogInfoToSingleton(writeTag, "VeltoWriteStream has received", count + 1, " frame");
     }
@@ -166,7 +166,7 @@ int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, Stream
     {
         const std::unique_lock lock(InitMutex, std::try_to_lock);
         if (!lock.owns_lock()) {
-            return VELTO_OK; // another thread starts the speakers: the frame is dropped
+            return VELTO_OK; // another thread starts or checks the speakers: this unit is dropped
         }
         if (DeviceState == DEVICE_NOT_INITIALISED) {
             InitDefaultAudioDevice();
@@ -191,7 +191,7 @@ int32_t VeltoWriteStreamBuffer(const char *id, uint32_t idLength, void *, Stream
     return VELTO_OK;
 }
 
-// Stops nothing: queued blocks are still played, and the watchdog releases the speakers later.
+// Closing stops nothing: queued blocks are still played, and the watchdog releases the speakers later.
 int32_t VeltoCloseAudioTrack(const char *id, uint32_t idLength)
 {
     if (!IsValidId(id, idLength)) {
