@@ -49,8 +49,8 @@ void AudioPlayThread::StopPlayThread()
     isRunning = 0;
     if (workThread.joinable()) {
         workThread.join();
-        threadStarted = false;  // the thread may have set it after the line above
-        moduleReference.Drop(); // the caller keeps the module mapped
+        threadStarted = false;  // the thread may have set it after it was cleared above
+        moduleReference.Drop(); // the calling thread keeps the module mapped
     }
 }
 
@@ -132,7 +132,7 @@ void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
         return;
     }
     LogInfo(pushTag, "needDelay. push all delay buffer queue");
-    needDelay = false; // before the blocks are moved: the host's parameter call may set it again meanwhile
+    needDelay = false; // before the move, during which the host's parameter call may set it again
     try {
         while (!delayQueue.empty()) {
             PushPlayQueue(delayQueue.front());
@@ -141,7 +141,7 @@ void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
     } catch (...) {
         delayQueue.pop_back(); // the new buffer, which would have been moved last
         if (!delayQueue.empty()) {
-            needDelay = true; // the other blocks are moved when the queue has five blocks again
+            needDelay = true; // the remaining blocks are moved when the delay queue has five again
         }
         throw;
     }
@@ -151,7 +151,7 @@ void AudioPlayThread::PushDelayQueue(AudioPlayBuffer *buffer)
 void AudioPlayThread::PushPlayQueue(AudioPlayBuffer *buffer)
 {
     const std::lock_guard lock(queueMutex);
-    playQueue.push_back(buffer); // first: when it throws, no old block is dropped
+    playQueue.push_back(buffer); // before the drop: if there is no memory, no old block is lost
     if (playQueue.size() > maxQueuedBlocks) {
         if (AudioPlayBuffer *oldest = playQueue.front()) {
             FreeBlock(oldest);

@@ -4,11 +4,11 @@
 // write, and the next write starts it again. The thread opens the renderer when it starts and closes it when
 // it ends. Between two runs the renderer object and the queued blocks are kept.
 //
-// The decoder pushes one block for each AAC frame. While needDelay is set, the delay queue collects five
-// blocks, a cushion of 107 ms against late frames, and then moves them to the play queue. The play queue
-// keeps at most twenty blocks (427 ms) and drops the oldest: a sender that is too fast loses old sound
-// instead of building up delay. The thread passes one block at a time to the renderer, which waits while the
-// endpoint buffer is full, and sleeps 1 ms after each pass.
+// The decoder pushes one block for each AAC unit. While needDelay is set, blocks collect in the delay queue,
+// a cushion of 107 ms against late units; the fifth block moves all of them to the play queue. The play queue
+// has room for twenty blocks (427 ms) and drops the oldest: a sender that is too fast loses old sound instead
+// of building up delay. The thread passes one block at a time to the renderer, which waits while the endpoint
+// buffer is full, and sleeps 1 ms after each pass.
 #pragma once
 
 #include <windows.h>
@@ -43,7 +43,7 @@ public:
     bool StartPlayThread();
     // Ends the play thread and waits until it has closed the renderer. Queued blocks stay in the queues.
     void StopPlayThread();
-    // The thread's body; `param` is the AudioPlayThread.
+    // The thread's body. `param` is the AudioPlayThread; null is logged. Returns 0.
     static uint32_t ThreadFun(void *param);
 
     // Takes ownership of `buffer` and queues it; frees it when out of memory. Called by one decoding thread
@@ -72,11 +72,11 @@ private:
 
     std::deque<AudioPlayBuffer *> playQueue;      // guarded by queueMutex; oldest at the front
     std::unique_ptr<IAudioPlayer> audioSpkPlayer; // the play thread creates it, the destructor deletes it
-    std::atomic<IAudioPlayer *> publishedPlayer{nullptr}; // contract only: for SetBroadcastFlag
+    std::atomic<IAudioPlayer *> publishedPlayer{nullptr}; // contract only: audioSpkPlayer for all threads
     const SpeakerAudioParams *audioParam;
     std::mutex queueMutex;
     PlayerNotify playerNotify;                // contract only: forwards OnBroadcastFlag to both speakers
-    std::deque<AudioPlayBuffer *> delayQueue; // one decoding thread at a time
+    std::deque<AudioPlayBuffer *> delayQueue; // used by one decoding thread at a time
     ModuleReference moduleReference;          // keeps the thread's code mapped while it runs
     std::thread workThread;                   // a writing thread starts it, the watchdog joins it
 };

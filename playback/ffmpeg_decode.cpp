@@ -58,7 +58,7 @@ int32_t FFmpegDecode::InitFFmpeg()
     }
     av_channel_layout_default(&codecContext->ch_layout, channels);
     codecContext->sample_rate = sampleRate;
-    // Before avcodec_open2, which refuses such a rate: its failure would be logged.
+    // Such a rate fails without a log line. avcodec_open2 would refuse it, too, and that failure is logged.
     if (sampleRate > maxSampleRateHz) {
         return -1;
     }
@@ -69,7 +69,7 @@ int32_t FFmpegDecode::InitFFmpeg()
     if (decoderFrame == nullptr) {
         return Failed(initTag, "av_frame_alloc fail");
     }
-    // A placeholder: the first decoded frame replaces it by a buffer of the right size.
+    // A placeholder: the first decoded frame replaces it with a buffer of the right size.
     dstNbSamples = 2 * sampleRate;
     outBuffer = static_cast<uint8_t *>(av_malloc(static_cast<size_t>(dstNbSamples)));
     return InitSwrContext();
@@ -120,8 +120,8 @@ void FFmpegDecode::DecoderAudioFrame(StreamFrame *data)
     }
     packetToPlay->data = data->data;
     packetToPlay->size = static_cast<int>(data->header->size);
-    // FFmpeg would read through a null payload, or take an empty packet for the end of the stream and refuse
-    // every later frame. A null codec context would crash it.
+    // FFmpeg would dereference a null codec context or a null payload. It would treat a null payload of size
+    // 0 as the end of the stream and refuse every later unit.
     const bool canSend = data->data != nullptr && codecContext != nullptr;
     const int result = canSend ? avcodec_send_packet(codecContext, packetToPlay) : AVERROR(EINVAL);
     if (result != 0) {
@@ -157,7 +157,7 @@ bool FFmpegDecode::PostDecodedFrame()
         LogError(decodeTag, "convert failed, ret: ", converted);
         return false;
     }
-    // From the input count: at equal rates the output count is the same.
+    // Computed from the input count: at equal rates the output count is the same.
     const int size = av_samples_get_buffer_size(nullptr, outChannels, decoderFrame->nb_samples,
                                                 static_cast<AVSampleFormat>(outSampleFmt), 1);
     if (size < 1) {
@@ -168,7 +168,7 @@ bool FFmpegDecode::PostDecodedFrame()
     return true;
 }
 
-// Makes room for the current frame. The buffer only grows.
+// Makes room in outBuffer for the converted samples of the current frame. The buffer only grows.
 int32_t FFmpegDecode::ResampleFrame()
 {
     if (swrContext == nullptr) {

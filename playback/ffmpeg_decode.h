@@ -19,20 +19,22 @@ namespace velto {
 // Decodes AAC-LC with FFmpeg to interleaved signed 16-bit stereo and pushes each decoded frame as one block
 // to the speaker's play thread. Always opens as stereo at the rate given at construction.
 //
-// Threads: the caller serialises all calls. They run on host threads: the one that writes a frame, or the one
-// that starts the speaker.
+// Threads: InitFFmpeg and DecoderAudioFrame run on host threads that write units. The caller serialises them.
+//
+// contract only: the base class and the virtual function
 struct FFmpegDecode final : public std::enable_shared_from_this<FFmpegDecode> {
     FFmpegDecode(std::shared_ptr<AudioPlayThread> playThread, int32_t sampleRateHz);
     ~FFmpegDecode();
     FFmpegDecode(const FFmpegDecode &) = delete;
     FFmpegDecode &operator=(const FFmpegDecode &) = delete;
 
-    // Returns 0 or -1. A second call, after an idle release, overwrites the objects of the first without
-    // freeing them, by contract: docs/known-leaks.md.
+    // Sets up the decoder. Returns 0 or -1. A second call, after an idle release, overwrites the objects of
+    // the first without freeing them, by contract: docs/known-leaks.md.
     int32_t InitFFmpeg();
-    // Decodes one frame, whose payload is read during the call only. A frame that FFmpeg refuses is dropped.
+    // Decodes one unit, whose payload is read during the call only. A unit that FFmpeg refuses is dropped.
     void DecoderAudioFrame(StreamFrame *data);
-    // Frees all FFmpeg objects except the codec context, which is closed and leaked, by contract.
+    // Frees all FFmpeg objects except the codec context, which is closed and leaked, by contract. The
+    // destructor does the same.
     virtual void ReleaseFFmpeg();
 
 private:
@@ -57,7 +59,7 @@ private:
     uint8_t *outBuffer = nullptr; // interleaved PCM of the current frame
     SwrContext *swrContext = nullptr;
     int32_t dstNbSamples = 0;         // room that the current frame needs, per channel
-    AVPacket *packetToPlay = nullptr; // points to the host's payload during a call
+    AVPacket *packetToPlay = nullptr; // refers to the host's payload during a call
     int32_t outChannels = 0;          // 0 until set up
     int32_t outSampleFmt = -1;        // AVSampleFormat; -1 until set up
 };
