@@ -76,7 +76,7 @@ bool AudioPlayerWas::RegisterForNotifications()
         [this] { m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient); });
 }
 
-// Close keeps enumerator, device and notification client; the next Open replaces them.
+// Close keeps the enumerator, the device and the notification client; the next Open replaces them.
 void AudioPlayerWas::ReleaseEarlierOpening()
 {
     EndNotifications();
@@ -150,8 +150,8 @@ int32_t AudioPlayerWas::ActivateWasClient()
     }
     bool ready = m_client.Activate(*m_device, lines);
     if (ready && m_client.MixFormat() == nullptr) {
-        // The uninitialised client is kept. It does not report itself invalid, so a property change keeps it,
-        // too: only another default device or the next Open replaces it.
+        // By contract, the uninitialised client is kept. The client does not report itself invalid, so a
+        // property change does not replace it: only another default device or the next Open does.
         return 1;
     }
     ready = ready && m_client.Initialize(lines);
@@ -176,11 +176,12 @@ void AudioPlayerWas::Close()
     Stop();
     EndNotifications();
     ReleaseClient();
-    if (!m_implementation.Holds()) { // without the reference, leaving COM could unload the DLL of both
+    if (!m_implementation.Holds()) { // leaving COM could then unload the DLL that implements both
         SafeRelease(m_device);
         SafeRelease(m_enumerator);
     }
-    // Once for each successful Open: not after an Open with invalid arguments, and not at a second Close.
+    // Leaves COM once for each successful Open: a second Close, or one after a refused Open, must not leave
+    // it again.
     if (std::exchange(m_comEntered, false)) {
         CoUninitialize();
     }

@@ -5,15 +5,18 @@
 // again. A notification only raises a flag; the next PlayAudio switches the device.
 //
 // Input is fixed: interleaved signed 16-bit stereo at 48000 Hz in blocks of up to 1024 frames. Each block is
-// converted to the engine's mix format and written into the endpoint buffer of 300 ms. A block that finds the
-// buffer full is retried for about 100 ms and then dropped. While the endpoint keeps playing, a block
-// starts to be heard at most about 310 ms after PlayAudio: the buffer and one wait of 10 ms.
+// converted to the engine's mix format and written into the endpoint buffer of 300 ms. While the buffer is
+// full, the write is retried for about 100 ms; then the rest of the block is dropped. While the endpoint
+// keeps playing, a block starts to be heard at most about 310 ms after PlayAudio: the buffer and one wait of
+// 10 ms.
 //
 // Threads: one play thread opens, plays and closes; it stays in the single-threaded apartment that Open
-// enters, and makes all Core Audio calls. The broadcast, device-changed and property-changed
-// flags may be set on any thread. COM: raw interface
-// pointers, each owned reference released by hand. Enumerator and device are kept past Close, which may leave
-// the process without COM; m_implementation keeps their code mapped.
+// enters, and makes all Core Audio calls. The broadcast, device-changed and property-changed flags may be set
+// on any thread.
+//
+// COM: raw interface pointers, each owned reference released by hand. Close keeps the enumerator and the
+// device. If no other thread is in COM after Close, COM may unload their DLL; m_implementation keeps it
+// mapped.
 #pragma once
 
 #include <windows.h>
@@ -63,7 +66,7 @@ private:
 
     // --- audio_player_resample.cpp: conversion to the mix format
     void GetWaveFormatParm();
-    int32_t ResampleInit();                                      // 0, or negative
+    int32_t ResampleInit();                                      // 0, or a negative FFmpeg error
     ConvertedBlock Resample(const uint8_t *data, uint64_t size); // frames is -1 on failure
 
     // --- audio_player_write.cpp: into the endpoint buffer
@@ -71,23 +74,23 @@ private:
     void WriteBlock(const uint8_t *cursor, uint64_t remaining);
     bool QueryPadding(uint32_t &padding);
 
-    // --- audio_player_device_change.cpp: 0 for success
+    // --- audio_player_device_change.cpp: following the default endpoint; results are 0 for success
     int32_t CheckDeviceChanged();
     int32_t OnAudioDeviceChanged();
     int32_t SwitchTo(IMMDevice *device);
     int32_t OnAudioPropertyValueChanged();
     void DropClient();
 
-    // Shared with other threads. Each is independent of the other members, so the default order of the
-    // atomics is only the simplest choice.
+    // Shared with other threads. Each flag is independent of all other members, so any memory order would do;
+    // the default one is the simplest.
     std::atomic<bool> m_broadcastFlag{false};   // contract only: the flag of SetBroadcastFlag
     std::atomic<bool> m_deviceChanged{false};   // notification thread sets, play thread clears
     std::atomic<bool> m_propertyChanged{false}; // notification thread sets, play thread clears
     std::atomic<bool> m_isOpen{
         false}; // play thread; true from a successful Open to destruction or a failed Open
 
-    // All below: play thread only, and the thread that destroys the object afterwards.
-    ModuleReference m_implementation;                   // the DLL behind m_enumerator and m_device
+    // All below: play thread only, and later the thread that destroys the object.
+    ModuleReference m_implementation;                   // the DLL that implements m_enumerator and m_device
     IMMDeviceEnumerator *m_enumerator = nullptr;        // owned reference
     WasapiDeviceEvents *m_notificationClient = nullptr; // owned
     bool m_notificationRegistered = false;

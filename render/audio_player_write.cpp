@@ -1,4 +1,4 @@
-// From a decoded block into the endpoint buffer.
+// Writes decoded blocks into the endpoint buffer.
 #include "render/audio_player_was.h"
 
 #include <utility>
@@ -11,13 +11,13 @@ namespace {
 constexpr char playTag[] = "AudioPlayerWas::PlayAudio";
 constexpr char writeTag[] = "AudioPlayerWas::AudioWriteToWasClient";
 
-constexpr uint32_t maxFullBufferPasses = 8;
+constexpr uint32_t maxFullBufferRetries = 8;
 
 } // namespace
 
 void AudioPlayerWas::PlayAudio(const uint8_t *data, int64_t size)
 {
-    // The buffer size of a released client is kept for the log line, so the render client is checked, too.
+    // A released client keeps its buffer size for the log line, so the render client is checked, too.
     if (CheckDeviceChanged() != 0 || m_device == nullptr || m_client.BufferFrames() == 0 ||
         !m_client.HasRenderClient()) {
         LogPlayerError(playTag, "CheckDeviceChanged failed audioBufferSize=", m_client.BufferFrames());
@@ -41,17 +41,17 @@ void AudioPlayerWas::AudioWriteToWasClient(ConvertedBlock block)
 
 // Writes until the block is in the endpoint buffer, the retries are used up or a call fails. A re-activation
 // may change the frame size in the middle of a block: each pass writes whole frames of the current size and
-// at most the remaining bytes, so it never reads past the block.
+// at most the remaining bytes, so the loop never reads past the block.
 void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
 {
-    uint32_t fullBufferPasses = 0;
+    uint32_t fullBufferRetries = 0;
     while (cursor != nullptr && remaining != 0 && m_client.FrameBytes() != 0 && m_client.HasRenderClient()) {
         uint32_t padding = m_client.BufferFrames();
         if (!QueryPadding(padding)) {
             return;
         }
-        // After a re-activation the padding is still the old client's and may exceed the new buffer. The
-        // unsigned difference is then larger than any block, and GetBuffer refuses a request that does not
+        // After a re-activation, `padding` is still that of the old client and may exceed the new buffer. The
+        // unsigned difference is then larger than any block, and GetBuffer refuses the request if it does not
         // fit.
         const uint32_t freeFrames = m_client.BufferFrames() - padding;
         if (padding == 0) {
@@ -68,10 +68,10 @@ void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
                 m_client.WaitForRoom();
             }
         } else {
-            LogPlayerError(writeTag, "audioRetryCount=", fullBufferPasses);
+            LogPlayerError(writeTag, "audioRetryCount=", fullBufferRetries);
             Sleep(1);
             m_client.WaitForRoom();
-            if (++fullBufferPasses > maxFullBufferPasses) {
+            if (++fullBufferRetries > maxFullBufferRetries) {
                 return;
             }
         }
@@ -81,8 +81,8 @@ void AudioPlayerWas::WriteBlock(const uint8_t *cursor, uint64_t remaining)
     }
 }
 
-// Queries the padding. The caller presets it, because a failed query may not write it. Re-activates a client
-// that the system has invalidated. False when the rest of the block must be dropped.
+// Queries the padding, and re-activates a client that the system has invalidated. The caller presets
+// `padding`, because a failed query may leave it unwritten. False when the rest of the block must be dropped.
 bool AudioPlayerWas::QueryPadding(uint32_t &padding)
 {
     const HRESULT result = m_client.QueryPadding(padding);

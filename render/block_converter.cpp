@@ -93,7 +93,7 @@ ConvertedBlock BlockConverter::Convert(const uint8_t *data, uint64_t size)
     if (!m_output.samples.Reserve(m_outputChannels, outputFrames, outputSampleFormat)) {
         return NotConverted("av_samples_alloc failed");
     }
-    // Always 1024 frames: a short block is converted together with the samples of earlier blocks behind it.
+    // Always 1024 frames, by contract, also for a shorter block.
     m_output.frames = swr_convert(m_context, m_output.samples.Planes(), outputFrames,
                                   const_cast<const uint8_t **>(m_input.Planes()), inputBlockFrames);
     if (m_output.frames < 0) {

@@ -1,10 +1,10 @@
 // Converts the decoder's PCM blocks to the endpoint's format.
 //
-// Input is interleaved signed 16-bit stereo at 48000 Hz, 1024 frames for each conversion. A shorter block
-// is completed with the samples that earlier blocks left behind it in the input buffer.
+// Input is interleaved signed 16-bit stereo at 48000 Hz, 1024 frames for each conversion. A shorter block is
+// converted together with the samples that earlier blocks left in the rest of the input buffer.
 //
-// Memory: Convert allocates only when the output buffer is too small. It moves the buffer into the block that
-// it returns; Recycle returns the buffer once the block is written.
+// Memory: Convert allocates only when the output buffer is too small. Convert moves this buffer into the
+// block that it returns; after writing the block, the caller returns the buffer with Recycle.
 #pragma once
 
 #include <cstdint>
@@ -16,13 +16,13 @@ struct SwrContext;
 
 namespace velto {
 
-// One converted block. It owns its samples: a device change during writing sets up the converter again and
-// must not free them.
+// One converted block. The block owns its samples, because a device change during writing sets up the
+// converter again and must not free them.
 struct ConvertedBlock {
     SampleBuffer samples;
     int32_t frames = -1;           // negative: not converted
     int32_t bytes = 0;             // size of all frames
-    const char *failure = nullptr; // reason of negative frames, as the log shows it
+    const char *failure = nullptr; // the log line for a block that was not converted
 };
 
 // Threads: play thread only. The destructor frees the buffers only; the renderer frees the context in its own
@@ -35,12 +35,12 @@ public:
     BlockConverter(const BlockConverter &) = delete;
     BlockConverter &operator=(const BlockConverter &) = delete;
 
-    // Replaces the context by an unconfigured one and returns it; null when out of memory. Leaks the earlier
-    // context, by contract: docs/known-leaks.md.
+    // Replaces the context with an unconfigured one and returns it; null when out of memory. Leaks the
+    // earlier context, by contract: docs/known-leaks.md.
     const void *AllocateContext();
     // Sets the output format. SetUp must follow before the next Convert.
     void SetOutputFormat(const OutputFormat &format) { m_format = format; }
-    // Configures the context, which it allocates if there is none, and allocates both buffers. Returns 0 or a
+    // Configures the context, allocating one if there is none, and allocates both buffers. Returns 0 or a
     // negative FFmpeg error.
     int32_t SetUp();
 

@@ -24,8 +24,8 @@ struct NothingToUndo {
     void operator()() const {}
 };
 
-// Repeats the failed call and returns the second result, the one that the log line shows. If the
-// repeat succeeds, `undo` releases what it acquired and no member owns.
+// Repeats the failed call and returns the second result, the one that the log line shows. If the repeat
+// succeeds, `undo` releases what it acquired, unless a member owns that.
 template <typename Call, typename Undo = NothingToUndo>
 HRESULT ResultOfSecondCall(Call &&call, Undo &&undo = {})
 {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr DWORD bufferWaitMs = 10;
 
-// KSDATAFORMAT_SUBTYPE_PCM of ksmedia.h, which not every SDK has in a library.
+// KSDATAFORMAT_SUBTYPE_PCM. ksmedia.h declares it, but not every SDK has a library that defines it.
 constexpr GUID pcmSubFormat{0x00000001, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 
 void LogWriteFailure(const char *tag, HRESULT result, int line)
@@ -109,7 +109,7 @@ bool EndpointClient::IsUsable() const
 
 uint64_t EndpointClient::Write(const char *tag, const uint8_t *samples, uint64_t bytes, uint32_t freeFrames)
 {
-    // A re-activation between query and write may have failed or found a format without a frame size.
+    // A re-activation after the padding query may have failed, or found a format without a frame size.
     if (m_renderClient == nullptr || m_frameBytes == 0) {
         return 0;
     }
@@ -128,7 +128,7 @@ bool EndpointClient::WriteFrames(const char *tag, const uint8_t *samples, uint32
         const HRESULT shown = ResultOfSecondCall(getBuffer, releaseUnused);
         LogWriteFailure(tag, shown, 458);
         if (shown == AUDCLNT_E_OUT_OF_ORDER) {
-            releaseUnused(); // an earlier buffer, whose release has failed
+            releaseUnused(); // releases an earlier buffer whose ReleaseBuffer call failed
         }
         return false;
     }

@@ -63,8 +63,8 @@ public:
     // Needs an audio client. A failed query may leave `padding` as it is.
     HRESULT QueryPadding(uint32_t &padding) const { return m_audioClient->GetCurrentPadding(&padding); }
     // Writes as many of the `bytes` as fit into `freeFrames`, in whole frames, and logs a failed call with
-    // `tag`. Returns how many are done, a partial frame at the end included; 0 when the rest of the block
-    // must be dropped.
+    // `tag`. Returns the number of bytes consumed, including a partial frame at the end, which cannot be
+    // written; 0 when the rest of the block must be dropped.
     uint64_t Write(const char *tag, const uint8_t *samples, uint64_t bytes, uint32_t freeFrames);
     // Waits up to 10 ms, one device period, for room in the buffer.
     void WaitForRoom() const;
@@ -79,7 +79,7 @@ private:
     WAVEFORMATEX *m_mixFormat = nullptr;          // CoTaskMemFree; relabelled as PCM by Initialize
     uint32_t m_frameBytes = 0;                    // all channels
     uint32_t m_bufferFrames = 0;                  // Release keeps it for the log line of a dropped block
-    HANDLE m_bufferEvent = nullptr;               // auto reset; signalled by the audio engine
+    HANDLE m_bufferEvent = nullptr;               // owned; auto-reset; the audio engine signals it
 };
 
 } // namespace velto

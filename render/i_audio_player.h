@@ -5,8 +5,9 @@
 
 namespace velto {
 
-// Reports from a renderer to its owner.
-// contract only: no renderer calls it
+// Events that a renderer could report to its owner.
+//
+// contract only: no renderer reports any
 struct IAudioPlayerCallback {
     virtual void OnPlayerEvent() = 0;
     // Sets the broadcast flag on the renderers of all speaker tracks.
@@ -22,9 +23,10 @@ struct IAudioPlayer {
     // Releases the system objects that Close keeps. An open renderer must be closed first.
     virtual ~IAudioPlayer() = default;
 
-    // Starts rendering. Returns false, with nothing logged or created, when an argument is below 1. The
-    // values are only validated: a renderer's input format is fixed. Returns true once the notifications are
-    // registered, even if the device could not be initialised.
+    // Starts rendering. Returns true once the notifications are registered, even if the device could not be
+    // initialised. Returns false, with nothing logged or created, when an argument is below 1, and false with
+    // a log line when COM or the notifications are not available. The arguments are only validated: a
+    // renderer's input format is fixed.
     virtual bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) = 0;
     // Stops the stream, ends the notifications, releases the clients and leaves COM.
     virtual void Close() = 0;
@@ -33,7 +35,7 @@ struct IAudioPlayer {
     // Stop and start the audio client's stream. Do nothing without an audio client.
     virtual void Stop() = 0;
     virtual void Start() = 0;
-    // Plays one block of `size` bytes. Problems are logged. The caller keeps `data`.
+    // Plays one block of `size` bytes. Failures are logged. The caller keeps `data`.
     virtual void PlayAudio(const uint8_t *data, int64_t size) = 0;
     // Stores the callback, which the caller keeps.
     virtual void SetCallback(IAudioPlayerCallback *callback) = 0;

@@ -10,8 +10,8 @@ namespace velto {
 
 SampleBuffer &SampleBuffer::operator=(SampleBuffer &&other) noexcept
 {
-    SampleBuffer taken(std::move(other));
-    Swap(taken);
+    SampleBuffer moved(std::move(other));
+    Swap(moved);
     return *this;
 }
 

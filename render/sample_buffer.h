@@ -9,8 +9,8 @@ extern "C" {
 
 namespace velto {
 
-// FFmpeg's array of planes, of which interleaved formats use the first, and the samples of this plane. Owns
-// both and can be moved.
+// Owns FFmpeg's array of plane pointers and the samples of the first plane, the only one that interleaved
+// formats use. Can be moved.
 class SampleBuffer {
 public:
     SampleBuffer() = default;
@@ -18,7 +18,7 @@ public:
     SampleBuffer(SampleBuffer &&other) noexcept { Swap(other); }
     SampleBuffer &operator=(SampleBuffer &&other) noexcept;
 
-    // Replaces planes and samples. When out of memory, the buffer is empty afterwards.
+    // Replaces planes and samples. The buffer is empty if there is no memory.
     void Allocate(int32_t channels, int32_t frames, AVSampleFormat format);
     // Makes room for `frames` frames of this format; the buffer only grows. False when out of memory; the
     // next call tries again.
@@ -35,7 +35,7 @@ private:
 
     void Swap(SampleBuffer &other) noexcept;
 
-    uint8_t **m_planes = nullptr; // av_freep, after the first plane
+    uint8_t **m_planes = nullptr; // owned; av_freep, after the first plane
     int32_t m_capacityFrames = 0; // in frames of m_frameBytes
     int32_t m_frameBytes = 0;     // of the format that the samples were allocated for
 };

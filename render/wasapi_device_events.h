@@ -7,8 +7,8 @@
 
 namespace velto {
 
-// The system calls it on a thread of its notification service. A notification only sets a flag of the
-// renderer: a call to the endpoint from this thread can deadlock.
+// The system calls this object on a thread of its notification service. A notification only sets a flag of
+// the renderer: a call to the endpoint from this thread can deadlock.
 // https://learn.microsoft.com/windows/win32/api/mmdeviceapi/nn-mmdeviceapi-immnotificationclient
 //
 // The renderer owns the object and deletes it after the registration has ended, so references are not
