@@ -86,10 +86,9 @@ private:
     std::atomic<bool> m_broadcastFlag{false};   // contract only: the flag of SetBroadcastFlag
     std::atomic<bool> m_deviceChanged{false};   // notification thread sets, play thread clears
     std::atomic<bool> m_propertyChanged{false}; // notification thread sets, play thread clears
-    std::atomic<bool> m_isOpen{
-        false}; // play thread; true from a successful Open to destruction or a failed Open
 
     // All below: play thread only, and later the thread that destroys the object.
+    bool m_isOpen = false; // from a successful Open to destruction or a failed Open; Close keeps it
     ModuleReference m_implementation;                   // the DLL that implements m_enumerator and m_device
     IMMDeviceEnumerator *m_enumerator = nullptr;        // owned reference
     WasapiDeviceEvents *m_notificationClient = nullptr; // owned
