@@ -18,7 +18,7 @@ constexpr DWORD stopPollMs = 50;
 
 } // namespace
 
-// Members that belong to the platform's codec library may allocate in their constructors and throw.
+// Some members' types belong to the platform's codec library; their constructors may allocate and throw.
 AudioCapture *AudioCapture::Create()
 {
     try {
@@ -38,7 +38,7 @@ AudioCapture::~AudioCapture()
     EndRestarts();
     WaitInitThread();
     SafeCloseHandle(m_initThread);
-    ReplaceNotifier(nullptr); // there is a notifier only if Start was called after Stop
+    ReplaceNotifier(nullptr); // Stop has removed the notifier, unless Start was called after it
 }
 
 void AudioCapture::SetTarget(uint32_t sampleRateHz, uint32_t channels, int32_t sampleFormat)
@@ -58,7 +58,7 @@ int32_t AudioCapture::Prepare()
     }
     m_stop = false;
     m_state = CAPTURE_OK;
-    SafeCloseHandle(m_initThread); // of an earlier Prepare; the thread has ended
+    SafeCloseHandle(m_initThread); // of an earlier Prepare, whose thread set the state as its last step
     m_initThread = StartModuleThread(RunThread<&AudioCapture::Initialize>, this);
     if (m_initThread == nullptr) {
         LogError(prepareTag, "Create init thread failed!err=", GetLastError());
@@ -146,7 +146,7 @@ void AudioCapture::Initialize()
     Teardown();
 }
 
-// The first failure becomes the state, ends the capture and ends the wait of Prepare.
+// The first failure becomes the state, stops the capture and ends the wait in Prepare.
 void AudioCapture::Fail(int32_t result)
 {
     int32_t running = CAPTURE_OK;
@@ -164,7 +164,7 @@ void AudioCapture::Teardown()
     }
     m_converter.Close();
     ReleaseEncoder();
-    // Prepare, which locks the mutex until it returns, must return the failure and not the next state.
+    // Prepare locks the mutex until it returns, so that it returns a failure and not CAPTURE_NOT_PREPARED.
     const std::lock_guard lock(m_stateMutex);
     m_state = CAPTURE_NOT_PREPARED;
 }

@@ -2,17 +2,17 @@
 // encoding, and a queue for the host.
 //
 // The host's control thread calls SetTarget, Prepare and Start, later EndRestarts, Stop and WaitInitThread,
-// and then destroys the object. Its reading thread calls GetAudioData. Any thread may call Stop. A restart
-// thread calls Stop, WaitInitThread, Prepare and Start.
+// and then destroys the object. The host's reading thread calls GetAudioData. Any thread may call Stop. A
+// restart thread calls Stop, WaitInitThread, Prepare and Start.
 //
 // Threads, each of which keeps this module mapped while it runs:
-// - The init thread sets up the encoder, starts the capture thread, looks at the stop flag every 50 ms and
+// - The init thread sets up the encoder, starts the capture thread, polls the stop flag every 50 ms and
 //   finally releases what it set up.
 // - The capture thread makes all WASAPI calls of the stream, converts and encodes.
 // - Each change of the default microphone starts a restart thread. Restarts run one at a time.
 //
 // A packet holds 1024 samples per channel, 21.3 ms. Delay from a sound to its packet: up to one device period
-// (10 ms), up to one poll (10 ms), 21.3 ms to fill a frame, and one to two frames in the encoder.
+// (10 ms), up to one poll (10 ms), 21.3 ms to fill a unit, and one to two units in the encoder.
 //
 // COM: each thread enters and leaves COM itself. Interfaces are raw pointers, local to the thread that
 // obtained them, and released by hand.
@@ -41,17 +41,17 @@
 
 namespace velto {
 
-// Results of Prepare and Start, and values of the state.
+// Results of the steps of starting, and values of the state.
 enum CaptureResult : int32_t {
     CAPTURE_OK = 0,
     CAPTURE_DEVICE_FAILED = -101,   // COM, the default microphone or the start of its client
     CAPTURE_ENCODER_FAILED = -103,  // setting up the encoder
-    CAPTURE_ENCODING_FAILED = -104, // encoding a frame
-    CAPTURE_FORMAT_UNKNOWN = -105,  // the mix format is not extensible
-    CAPTURE_SYSTEM_FAILED = -1001,  // an event or a thread
-    CAPTURE_NOT_PREPARED = -10000,  // the state before Prepare and after Teardown
+    CAPTURE_ENCODING_FAILED = -104, // encoding a unit
+    CAPTURE_FORMAT_UNKNOWN = -105,  // the mix format is not extensible; returned by GetEncodeParam only
+    CAPTURE_SYSTEM_FAILED = -1001,  // creating an event or a thread
+    CAPTURE_NOT_PREPARED = -10000,  // not a failure: the state before Prepare and after Teardown
     CAPTURE_STARTED_TWICE = -10001, // Start has succeeded once, perhaps before a restart
-    CAPTURE_OUT_OF_MEMORY = -10002, // the frame or the packets
+    CAPTURE_OUT_OF_MEMORY = -10002, // allocating the encoder's frame or the packets
 };
 
 class AudioCapture : public IAudioDeviceNotifyListener {
@@ -62,7 +62,7 @@ public:
     AudioCapture(const AudioCapture &) = delete;
     AudioCapture &operator=(const AudioCapture &) = delete;
 
-    // Creates a capture. Logs an error and returns null if there is no memory for it or one of its members.
+    // Creates a capture. Logs an error and returns null if there is no memory.
     static AudioCapture *Create();
 
     // The capture that the host has open, or null. SetCurrent, on the control thread, does not touch the
@@ -72,7 +72,7 @@ public:
     // Sets the current capture to null and returns the previous one, or null. Later reads do not find it, and
     // no other thread closes it.
     static AudioCapture *TakeCurrent();
-    // Deletes a capture that TakeCurrent returned and that has ended, after all reads in it have returned.
+    // Deletes a stopped capture that TakeCurrent returned, after all of its reads have returned.
     static void DeleteTaken(AudioCapture *capture);
 
     // Copies one packet of the current capture, waiting for it if necessary. `size`: in, the bytes asked for,
@@ -83,9 +83,10 @@ public:
     // The format to encode. Before Prepare.
     void SetTarget(uint32_t sampleRateHz, uint32_t channels, int32_t sampleFormat);
 
-    // Starts the threads. Returns when the capture thread exists or the start has failed.
+    // Starts the threads. Returns when the capture thread exists or the start has failed. Does nothing, and
+    // returns the state, if the capture is prepared. Returns a CaptureResult.
     int32_t Prepare();
-    // Registers for changes of the default microphone.
+    // Registers for changes of the default microphone. Returns a CaptureResult.
     int32_t Start();
     // Ends the capture without waiting for its threads.
     void Stop();
@@ -133,10 +134,10 @@ private:
     void Read(uint8_t *buffer, uint32_t &size);
     void WaitForData(uint32_t requestedBytes);
 
-    std::mutex m_stateMutex; // serialises Prepare; guards m_initThread and the state's return to not prepared
+    std::mutex m_stateMutex; // serialises Prepare; guards m_initThread and the reset of m_state
     std::atomic<int32_t> m_state{CAPTURE_NOT_PREPARED};
     std::atomic<bool> m_stop{true};
-    std::atomic<bool> m_started{false}; // never cleared
+    std::atomic<bool> m_started{false}; // contract only: for the result of Start; never cleared
     HANDLE m_initThread = nullptr;      // owned
     HANDLE m_captureThread = nullptr;   // owned; init thread only
     ReadyEvent m_ready;
@@ -147,10 +148,10 @@ private:
     // The init thread sets these before it starts the capture thread and releases them after that thread has
     // ended. In between, only the capture thread uses them.
     AACEncoder m_encoder;
-    AudioFrame m_frame;                 // being filled
+    AudioFrame m_frame;                 // PCM for the next unit
     uint32_t m_frameLength = 0;         // samples per channel
     uint32_t m_channelCode = 0;         // of the encoder and the frame
-    uint32_t m_timestampTimeBaseHz = 0; // of queued packets
+    uint32_t m_timestampTimeBaseHz = 0; // contract only: of packets' time stamps, which reads ignore
     uint8_t m_decoderConfig[8] = {};    // contract only: the packets' AudioSpecificConfig
     uint32_t m_decoderConfigLength = 0; // contract only: bytes in m_decoderConfig
     StreamFormat m_captured;            // the microphone's mix format; set again by the capture thread
@@ -163,7 +164,7 @@ private:
     CaptureRestarts m_restarts{[this] { Restart(); }};
 };
 
-// Entry of a thread. The argument is a capture, whose member function Body it runs.
+// Thread entry: runs the member function Body of the capture that is its argument.
 template <void (AudioCapture::*Body)()>
 DWORD WINAPI AudioCapture::RunThread(void *capture)
 {

@@ -11,7 +11,7 @@ constexpr char openTag[] = "AudioCapture::GetLoopBackAudioCapture";
 constexpr char swrTag[] = "AudioCapture::InitSwr";
 constexpr REFERENCE_TIME bufferDuration100ns = 5000000; // 500 ms
 
-// True when a call succeeded and returned an object. Logs its result otherwise.
+// True when a call succeeded and returned an object. Otherwise logs the call's result.
 template <typename Object>
 bool Obtained(const char *tag, const char *message, HRESULT result, const Object *object)
 {
@@ -24,6 +24,8 @@ bool Obtained(const char *tag, const char *message, HRESULT result, const Object
 
 } // namespace
 
+// Returns the audio client of the default microphone, or null. Both outputs are optional. Callers release the
+// client and the device, and leak the mix format, by contract: docs/known-leaks.md.
 IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, IMMDevice **device)
 {
     IMMDeviceEnumerator *enumerator = nullptr;
@@ -62,8 +64,8 @@ IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, I
     return client;
 }
 
-// Opens the default microphone, not a loopback of the loudspeaker. The name stays because it is a tag of the
-// log contract.
+// Opens the default microphone, not a loopback of the loudspeaker. The function has this name because its log
+// lines have it as their tag.
 bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
                                            IAudioEndpointVolume *&volume)
 {

@@ -32,7 +32,7 @@ int32_t AudioCapture::GetEncodeParam(EncodeParam &param)
         return CAPTURE_DEVICE_FAILED;
     }
     if (mixFormat->wFormatTag != WAVE_FORMAT_EXTENSIBLE) {
-        // Leaks the client and the apartment: the call contract has no release here.
+        // Leaks the client and stays in the apartment, by contract: docs/known-leaks.md.
         LogError(paramTag, "WAVEFORMATEX is not WAVEFORMATEXTENSIBLE?");
         return CAPTURE_FORMAT_UNKNOWN;
     }

@@ -1,4 +1,5 @@
-// The capture thread's work: takes the microphone's packets, converts, encodes and queues them.
+// The capture thread's work: takes WASAPI's packets, converts and encodes them, and queues the encoded
+// packets.
 #include "capture/audio_capture.h"
 
 #include <algorithm>
@@ -22,7 +23,7 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
 constexpr char errorTag[] = "AudioCapture::OnError";
 constexpr DWORD pollMs = 10;
-constexpr int64_t mostFrames = std::numeric_limits<int32_t>::max(); // the converter counts in int
+constexpr int64_t maxFrames = std::numeric_limits<int32_t>::max(); // the converter's counts are int32_t
 
 void FreePlanes(uint8_t **planes)
 {
@@ -83,7 +84,7 @@ void AudioCapture::LoopGetAudioBuffer(IAudioCaptureClient *captureClient, IAudio
     }
 }
 
-// True when another packet is ready.
+// Takes one packet from WASAPI. True when another one is ready.
 bool AudioCapture::CapturePacket(IAudioCaptureClient &captureClient, IAudioEndpointVolume &volume)
 {
     BYTE *data = nullptr;
@@ -125,8 +126,8 @@ bool AudioCapture::CapturePacket(IAudioCaptureClient &captureClient, IAudioEndpo
     return nextFrames != 0 && !m_stop;
 }
 
-// Appends converted samples to the frame and encodes the frame each time it is full. Reads the samples as
-// floats, which shared mode delivers. Narrower samples make fewer floats than the packet has values; silence
+// Appends converted samples to m_frame and encodes it each time it is full. Reads all samples as floats,
+// which shared mode delivers. Bytes of narrower samples yield fewer floats than there are samples; silence
 // replaces the missing ones.
 void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
 {
@@ -136,14 +137,14 @@ void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
     const size_t available = size_t{frames} * m_target.channels * sampleBytes / sizeof(float);
 
     size_t next = 0;
-    uint32_t taken = 0;
-    while (taken < frames && m_frame.fillCount < m_frameLength) {
-        const uint32_t count = std::min(frames - taken, m_frameLength - m_frame.fillCount);
+    uint32_t consumed = 0;
+    while (consumed < frames && m_frame.fillCount < m_frameLength) {
+        const uint32_t count = std::min(frames - consumed, m_frameLength - m_frame.fillCount);
         int16_t *target = m_frame.samples + size_t{m_frame.fillCount} * channels;
         for (size_t value = 0; value < size_t{count} * channels; ++value, ++next) {
             target[value] = next < available ? FloatToPcm16(source[next]) : int16_t{0};
         }
-        taken += count;
+        consumed += count;
         m_frame.fillCount += count;
         if (m_frame.fillCount == m_frameLength) {
             EncodeAudioFrame(&m_frame);
@@ -152,14 +153,15 @@ void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
     }
 }
 
-// Converts a packet to the target's rate and channels. The caller frees the planes.
+// Converts a WASAPI packet to the target's rate and channels. Returns the planes, which the caller frees, or
+// null.
 uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames, uint32_t &converted)
 {
     const int64_t capacity = m_converter.OutputFrames(frames);
     const AVSampleFormat format = m_captured.sampleFormat;
     const auto channels = static_cast<int>(m_target.channels);
     uint8_t **planes = nullptr;
-    if (capacity > mostFrames || frames > mostFrames ||
+    if (capacity > maxFrames || frames > maxFrames ||
         av_samples_alloc_array_and_samples(&planes, nullptr, channels, static_cast<int>(capacity), format,
                                            0) < 0) {
         LogError(convertTag, "Could not allocate destination samples");
@@ -181,8 +183,8 @@ uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames,
     return planes;
 }
 
-// Encodes a frame, or drains the encoder when `frame` is null, and queues the packet if there is one. True
-// when another frame can be encoded or another packet drained.
+// Encodes a frame, or drains the encoder if `frame` is null, and queues the packet if there is one. True if
+// the caller can encode another frame or drain another packet.
 bool AudioCapture::EncodeAudioFrame(const AudioFrame *frame)
 {
     AVEncodePacket *packet = m_packets.PopFree();

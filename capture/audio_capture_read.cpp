@@ -11,7 +11,7 @@ namespace {
 constexpr char readTag[] = "AudioCapture::GetAudioData";
 
 std::atomic<AudioCapture *> current{nullptr};
-// Each read locks this shared while it may use the current capture.
+// A read locks this mutex shared while it uses the current capture.
 std::shared_mutex currentInUse;
 
 } // namespace

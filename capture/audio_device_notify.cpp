@@ -61,7 +61,7 @@ HRESULT AudioDeviceNotify::Initialize()
         return E_FAIL;
     }
     if (!HoldModules()) {
-        SafeRelease(m_enumerator); // before COM is left, which may unload its DLL
+        SafeRelease(m_enumerator); // before leaving COM, which may unload the DLL that implements it
         m_implementation.Drop();
         AudioUtils::UnloadCOM(status);
         return E_FAIL;

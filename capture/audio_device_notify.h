@@ -1,7 +1,7 @@
 // Forwards changes of the system's default devices to listeners.
 //
-// A COM notification client. Its reference count begins at 0: the owner calls AddRef, and Release after
-// UnInitialize. Some systems add a reference while the client is registered, others do not.
+// A COM notification client. Its reference count begins at 0: the owner calls AddRef after creating it, and
+// Release after UnInitialize. Some systems add a reference while the client is registered, others do not.
 //
 // The owner calls Initialize and UnInitialize, one at a time. Any thread may add and remove listeners. The
 // system's thread locks m_lock while it calls the listeners, so once RemoveListener has returned, the
@@ -43,9 +43,9 @@ public:
     // Registers for notifications and empties the list of listeners. Returns the result of the registration;
     // E_FAIL without COM, without an enumerator, or if one of the modules cannot be kept mapped.
     HRESULT Initialize();
-    // Ends the registration, if there is one, and drops the reference to this module. This is never the last
-    // reference: a host thread has one from LoadLibrary, the module's threads from StartModuleThread. Any
-    // thread, inside an apartment or not.
+    // Ends the registration, if there is one, and drops the reference to this module. The module stays mapped
+    // during the call: host threads have a reference from LoadLibrary, the module's threads have one from
+    // StartModuleThread. Any thread, inside an apartment or not.
     void UnInitialize();
 
     // Listeners are not owned. A listener that is added twice is called once. Without memory, AddListener
@@ -60,12 +60,11 @@ private:
 
     bool HoldModules();
 
-    IMMDeviceEnumerator *m_enumerator =
-        nullptr; // owned reference; Initialize and UnInitialize only, one at a time
+    IMMDeviceEnumerator *m_enumerator = nullptr; // owned reference; Initialize and UnInitialize only
     std::atomic<ULONG> m_references{0};
     std::vector<IAudioDeviceNotifyListener *> m_listeners; // guarded by m_lock
     std::recursive_mutex m_lock;
-    ModuleReference m_implementation; // the DLL behind m_enumerator, which COM could unload
+    ModuleReference m_implementation; // the DLL that implements m_enumerator, which COM could unload
     ModuleReference m_thisModule;     // while registered
 };
 

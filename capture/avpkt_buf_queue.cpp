@@ -13,8 +13,8 @@ AVEncodePacket *AVPktBufQueue::CreateElement()
 {
     AVEncodePacket *packet = NewRecord();
     if (packet != nullptr && m_packetBufferSize != 0) {
-        packet->AllocBuffer(m_packetBufferSize,
-                            false); // on failure the packet has no buffer; its users check for one
+        // On failure the packet has no buffer, and the encoder refuses it.
+        packet->AllocBuffer(m_packetBufferSize, false);
     }
     return packet;
 }

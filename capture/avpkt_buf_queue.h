@@ -16,15 +16,15 @@ constexpr uint32_t PacketPoolSize(uint32_t sampleRateHz, uint32_t frameLength)
     return sampleRateHz * bufferedMs / 1000 / frameLength + 1;
 }
 
-// Clearing the queue frees the packets' buffers and leaks the records, sizeof(AVEncodePacket) each, so that
-// a thread that still has a packet finds a record without a buffer.
+// Clearing the queue frees the packets' buffers and leaks the records, sizeof(AVEncodePacket) each: a thread
+// that still has a packet then finds a record without a buffer.
 class AVPktBufQueue : public BufferQueue<AVEncodePacket *> {
 public:
     AVPktBufQueue() = default;
     ~AVPktBufQueue() override;
 
-    // Sets the bytes of each packet's buffer, from the next Init on. 0 makes packets without a buffer. Not
-    // while another thread may call Init.
+    // Sets the size of each packet's buffer for later Init calls. 0 makes packets without a buffer. Must not
+    // overlap with Init.
     void SetPacketBufferSize(uint32_t bytes) { m_packetBufferSize = bytes; }
 
 protected:

@@ -29,12 +29,12 @@ public:
     BufferQueue &operator=(const BufferQueue &) = delete;
 
     // Releases all elements. A derived class that overrides ReleaseElement has to call StopAndClear in its
-    // own destructor: here, its override is no longer called.
+    // own destructor, because this destructor no longer calls the override.
     virtual ~BufferQueue() { StopAndClear(); }
 
     // Creates `count` elements, pushes them to the free queue and starts the queue. False, with nothing
-    // changed, if the queue is running or has elements. False, with the queue stopped and empty, without
-    // memory for all elements.
+    // changed, if the queue is running or has elements. False, with the queue stopped and empty, if there is
+    // no memory for all elements.
     bool Init(uint32_t count)
     {
         const std::lock_guard freeLock(m_freeMutex);
@@ -68,7 +68,7 @@ public:
         ClearAll();
     }
 
-    // Takes the oldest free element and waits if there is none. Null if there is none and the queue is
+    // Takes the oldest free element; waits while there is none. Null if there is none and the queue is
     // stopped.
     T PopFree() { return Pop(m_free, m_freeMutex, m_freeCondition); }
 
@@ -79,7 +79,7 @@ public:
     // Appends a filled element to the data queue. Does nothing once the queue is stopped.
     void PushData(T element) { Push(element, m_data, m_dataMutex, m_dataCondition); }
 
-    // Takes the oldest filled element and waits if there is none. Null if there is none and the queue is
+    // Takes the oldest filled element; waits while there is none. Null if there is none and the queue is
     // stopped.
     T PopData() { return Pop(m_data, m_dataMutex, m_dataCondition); }
 
@@ -91,7 +91,7 @@ public:
     }
 
 protected:
-    // Null without memory.
+    // Null if there is no memory.
     virtual T CreateElement() = 0;
 
     // Frees the element; null is ignored.

@@ -40,7 +40,7 @@ int64_t CaptureConverter::OutputFrames(uint32_t inputFrames) const
 int32_t CaptureConverter::Convert(uint8_t **planes, int32_t capacity, const uint8_t *data,
                                   int32_t inputFrames)
 {
-    // libswresample takes null data for the end of the stream.
+    // libswresample would treat null data as the end of the stream.
     return data == nullptr ? -1 : swr_convert(m_resampler, planes, capacity, &data, inputFrames);
 }
 

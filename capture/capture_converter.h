@@ -17,8 +17,8 @@ public:
     CaptureConverter(const CaptureConverter &) = delete;
     CaptureConverter &operator=(const CaptureConverter &) = delete;
 
-    // Replaces the converter. Input and output have the sample format of `from`. False without memory, or
-    // for formats that libswresample refuses.
+    // Replaces the converter. Input and output have the sample format of `from`. False if there is no memory
+    // or libswresample refuses a format.
     bool Open(const StreamFormat &from, const StreamFormat &to);
     // Does nothing when the converter is closed.
     void Close();
@@ -28,7 +28,7 @@ public:
     // converter has buffered. Only when open.
     int64_t OutputFrames(uint32_t inputFrames) const;
     // Fills `planes`, which have room for `capacity` frames. Returns the number of frames, or a negative
-    // number for an error, such as null `data`. Only when open.
+    // error, also for null `data`. Only when open.
     int32_t Convert(uint8_t **planes, int32_t capacity, const uint8_t *data, int32_t inputFrames);
 
 private:
@@ -38,7 +38,7 @@ private:
 };
 
 // Converts a float sample to signed 16 bits. Full scale is 32767 in both directions; samples beyond it are
-// limited, others truncated toward zero. NaN becomes silence.
+// clipped, others are truncated toward zero. NaN becomes silence.
 constexpr int16_t FloatToPcm16(float sample)
 {
     if (sample >= 1.0F) {

@@ -15,7 +15,7 @@ struct StreamFormat {
     AVSampleFormat sampleFormat = AV_SAMPLE_FMT_NONE;
 };
 
-// The sample format of a mix format. Samples of 32 bits are floats: shared mode delivers no others.
+// The sample format of a mix format. Samples of 32 bits are floats in shared mode.
 constexpr AVSampleFormat CaptureSampleFormat(uint16_t bitsPerSample)
 {
     switch (bitsPerSample) {

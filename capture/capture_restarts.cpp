@@ -6,7 +6,7 @@
 
 namespace velto {
 
-// On the stack of Begin, which waits until the thread has begun.
+// The thread's argument, on the stack of Begin, which waits until the thread has begun.
 struct CaptureRestarts::Start {
     CaptureRestarts *restarts;
     bool begun; // guarded by m_mutex
@@ -17,14 +17,14 @@ CaptureRestarts::CaptureRestarts(std::function<void()> restart) : m_restart(std:
 bool CaptureRestarts::Begin()
 {
     std::unique_lock lock(m_mutex);
-    if (m_over) {
+    if (m_ended) {
         return true;
     }
     Start start{this, false};
     const HANDLE thread = StartModuleThread(Thread, &start);
     if (thread == nullptr) {
         const DWORD error = GetLastError();
-        lock.unlock(); // may change the last error
+        lock.unlock(); // before SetLastError, because unlocking may change the last error
         SetLastError(error);
         return false;
     }
@@ -37,7 +37,7 @@ bool CaptureRestarts::Begin()
 void CaptureRestarts::End()
 {
     std::unique_lock lock(m_mutex);
-    m_over = true;
+    m_ended = true;
     m_changed.wait(lock, [this] { return m_threads == 0; });
 }
 
@@ -60,14 +60,14 @@ DWORD WINAPI CaptureRestarts::Thread(void *start)
     return 0;
 }
 
-// Restarts for changes in quick succession run one after another. Each opens the microphone that is then the
-// default.
+// Serialises restarts for changes in quick succession. Each opens the microphone that is the default when its
+// turn comes.
 void CaptureRestarts::RunInTurn()
 {
     const std::lock_guard turn(m_turn);
     {
         const std::lock_guard lock(m_mutex);
-        if (m_over) {
+        if (m_ended) {
             return;
         }
     }

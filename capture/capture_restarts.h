@@ -1,4 +1,5 @@
-// The restarts of a capture. Each has its own thread, so that the system's notification thread need not wait.
+// Runs the restarts of a capture. Each restart has its own thread, so that the system's notification thread
+// need not wait for it.
 #pragma once
 
 #include <windows.h>
@@ -18,8 +19,8 @@ public:
     CaptureRestarts(const CaptureRestarts &) = delete;
     CaptureRestarts &operator=(const CaptureRestarts &) = delete;
 
-    // Starts a restart thread and waits only until it has begun. False, with the last error set, when
-    // there can be no thread. After End it starts none and returns true.
+    // Starts a restart thread and waits only until it has begun. False, with the last error set, if no thread
+    // can be created. After End, does nothing and returns true.
     bool Begin();
     // Prevents further restarts and waits for the restart threads that have begun.
     void End();
@@ -36,7 +37,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed; // a restart thread began or finished
     int m_threads = 0;                 // started and not finished; guarded by m_mutex
-    bool m_over = false;               // guarded by m_mutex
+    bool m_ended = false;              // End was called; guarded by m_mutex
 };
 
 } // namespace velto

@@ -10,8 +10,8 @@ class IAudioDeviceNotifyListener {
 public:
     virtual ~IAudioDeviceNotifyListener() = default;
 
-    // The default device of a flow and a role has changed. Called on a thread of the system's notification
-    // service, so it must return quickly. `deviceId` is valid until it returns.
+    // The default device for `flow` and `role` has changed. Called on a thread of the system's notification
+    // service, so an implementation must return quickly. `deviceId` is valid during the call.
     virtual void OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) = 0;
 };
 

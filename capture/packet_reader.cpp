@@ -26,7 +26,7 @@ void PacketReader::NotifyStop()
 
 void PacketReader::Copy(uint8_t *buffer, uint32_t &size)
 {
-    // Without the lock, two reads could count the same packet, and its buffer could be released.
+    // Without the lock, two reads could count the same packet, or ClearPackets could free the buffer in use.
     const std::lock_guard lock(m_readMutex);
     if (m_packets.DataCount() == 0 || buffer == nullptr) {
         size = 0;

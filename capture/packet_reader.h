@@ -12,8 +12,8 @@
 namespace velto {
 
 // How long a read may wait: the playing time of `requestedBytes` of 48000 Hz stereo 16-bit PCM (20 ms for
-// 3840 bytes), plus 2 ms. 0 counts as 3840. The product wraps at 32 bits: a request beyond about 100 MB
-// results in any wait up to 9 minutes, or in a negative one, which does not wait.
+// 3840 bytes), plus 2 ms. 0 counts as 3840. The multiplication wraps at 32 bits: requests above about 100 MB
+// result in an arbitrary wait of up to 9 minutes, or in a negative one, which ends at once.
 constexpr std::chrono::milliseconds ReadWait(uint32_t requestedBytes)
 {
     const uint32_t bytes = requestedBytes < 1 ? 3840 : requestedBytes;
@@ -29,16 +29,16 @@ public:
     // Waits once for NotifyPacket, NotifyStop or the timeout. Returns at once if a packet is queued or
     // `stop` is set.
     void Wait(std::chrono::milliseconds timeout, const std::atomic<bool> &stop);
-    // After a packet was queued: wakes one read.
+    // Wakes one read. To be called after a packet was queued.
     void NotifyPacket();
-    // After the stop flag was set: wakes all reads.
+    // Wakes all reads. To be called after the stop flag was set.
     void NotifyStop();
 
-    // Copies the oldest packet, sets `size` to its bytes and returns the packet to the free queue. Sets
-    // `size` to 0 without a packet or with a null buffer. A packet without data leaves `size` unchanged
-    // and is not returned. `buffer` has room for the largest packet.
+    // Copies the oldest packet, sets `size` to its size in bytes and returns the packet to the free queue.
+    // Sets `size` to 0 if there is no packet or `buffer` is null. A packet without data leaves `size`
+    // unchanged and does not go to the free queue. `buffer` has room for the largest packet.
     void Copy(uint8_t *buffer, uint32_t &size);
-    // Stops the queue and releases all packets, while no read copies one.
+    // Stops the queue and releases all packets. Waits for a read that is copying one.
     void ClearPackets();
 
 private:

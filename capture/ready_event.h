@@ -9,15 +9,15 @@
 
 namespace velto {
 
-// An event that exists only while Prepare waits. Prepare creates, awaits and closes it; the init thread and
-// the capture thread set it, also when Prepare no longer waits.
+// An event that exists only while Prepare waits. Prepare creates, awaits and closes the event; the init
+// thread and the capture thread may set it at any time, also when Prepare no longer waits.
 class ReadyEvent {
 public:
     ReadyEvent() = default;
     ReadyEvent(const ReadyEvent &) = delete;
     ReadyEvent &operator=(const ReadyEvent &) = delete;
 
-    // False, with the last error set, when there can be no event.
+    // False, with the last error set, if no event can be created.
     bool Create();
     // Waits for Set, without a timeout.
     void Await();
