@@ -1,4 +1,4 @@
-// Whether the process is ending, and not only this module unloading.
+// Distinguishes the end of the process from the unloading of this module.
 #pragma once
 
 namespace velto {
@@ -8,7 +8,7 @@ namespace velto {
 // https://learn.microsoft.com/windows/win32/dlls/dllmain
 bool ProcessIsEnding();
 
-// For the module's DllMain.
+// Called by DllMain.
 void SetProcessIsEnding();
 
 } // namespace velto
