@@ -5,7 +5,7 @@
 enum COMLoadStatus {
     COM_LOADED = 0,         // this call entered COM
     COM_ALREADY_LOADED = 1, // the thread had entered COM; this call entered it once more
-    COM_OTHER_MODEL = 2,    // the thread is in another kind of apartment, which can be used; nothing to undo
+    COM_OTHER_MODEL = 2,    // the thread is in a single-threaded apartment, which is usable; nothing to undo
     COM_NOT_LOADED = 3,     // COM is not available
 };
 

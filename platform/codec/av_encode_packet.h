@@ -1,4 +1,4 @@
-// One encoded frame in a reusable buffer.
+// One encoded unit in a reusable buffer.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@ public:
     AVEncodePacket &operator=(const AVEncodePacket &) = delete;
 
     uint8_t *data = nullptr; // the buffer; null if there is none
-    uint32_t size = 0;       // bytes of the encoded frame
+    uint32_t size = 0;       // bytes of the encoded unit
     int64_t timeStamp = 0;   // of the first sample; in samples, until RescalePacketTimeStamp
 
-    // Replaces the buffer by one of `capacity` bytes, cleared if `zeroed`. Returns false, without a buffer,
+    // Replaces the buffer with one of `capacity` bytes, cleared if `zeroed`. Returns false, without a buffer,
     // if `capacity` is 0 or memory runs out.
     bool AllocBuffer(uint32_t capacity, bool zeroed);
     // Frees the buffer and sets the size to 0; keeps the time stamp. Can be called without a buffer.

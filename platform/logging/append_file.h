@@ -1,5 +1,5 @@
-// A file for appending. Each append is one system call, so that several processes can append without
-// overwriting each other. There is no buffer, so that nothing is lost when the process ends.
+// A file for appending. Each append is one unbuffered system call: several processes can append without
+// overwriting each other, and no line is lost when a process ends.
 #pragma once
 
 #include <cstdint>

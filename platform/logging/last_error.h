@@ -1,4 +1,4 @@
-// Callers log between a failed call and GetLastError, so logging must keep the thread's last error.
+// Keeps the thread's last error while logging: callers may log between a failed call and GetLastError.
 #pragma once
 
 #include <cerrno>

@@ -14,9 +14,8 @@ class LogSinks {
 public:
     explicit LogSinks(const LogSettings &settings, RotatingFile::Clock now = std::chrono::steady_clock::now);
 
-    // Writes one line, stamped with the current time and the calling thread, unless the settings filter
-    // its level. `message` is UTF-8 without line breaks. Each line is passed to the system before this
-    // returns.
+    // Writes one line, stamped with the current time and the calling thread, unless the settings filter its
+    // level. `message` is UTF-8 without line breaks. The system has the line when the call returns.
     void Write(LOG_MESSAGE_LEVEL level, std::string_view channel, std::string_view message);
 
 private:

@@ -44,8 +44,8 @@ private:
     std::unique_ptr<LogSinks> m_sinks; // guarded by m_mutex
 };
 
-// Null before the writer is constructed and after it is destroyed: other static objects of the module can
-// log then. Constant-initialised and never destroyed.
+// Null before the writer is constructed and after it is destroyed, when other static objects of the module
+// can still log. Constant-initialised and never destroyed.
 constinit std::atomic<LogWriter *> currentWriter = nullptr;
 
 LogWriter::LogWriter()

@@ -1,5 +1,5 @@
-// Registry keys that stay open between calls. Every speaker frame makes a query, and opening a key takes
-// twice as long as a query.
+// Registry keys that stay open between calls. Every write of a speaker unit makes a query, and opening the
+// key for each would take longer than the query.
 #pragma once
 
 #include <windows.h>
@@ -10,8 +10,8 @@
 
 namespace DE {
 
-// Any thread. A call holds the cache's lock during its query or write, so that no other call closes the key
-// meanwhile.
+// Any thread may call it. A call locks the cache during its query or write, so that no other call closes the
+// key meanwhile.
 class KeyCache {
 public:
     // Opens a key with RegOpenKeyExW, or with RegCreateKeyExW if a missing key is to be created. `subKey` has

@@ -15,8 +15,8 @@ public:
     SharedKeys(const SharedKeys &) = delete;
     SharedKeys &operator=(const SharedKeys &) = delete;
 
-    // Null before this object is constructed and after it is destroyed: other static objects of the module
-    // can call the library then. Constant-initialised and never destroyed.
+    // Null before this object is constructed and after it is destroyed, when other static objects of the
+    // module can still call the library. Constant-initialised and never destroyed.
     static constinit inline std::atomic<KeyCache *> current = nullptr;
 
 private:
