@@ -9,8 +9,7 @@ constexpr uint32_t maxFrameLength = 1U << 20; // samples per channel; AAC frames
 
 } // namespace
 
-bool AudioFrame::AllocBuffer(uint32_t sampleRateHz, uint32_t frameLength, uint32_t channelCode,
-                             PCMFormat format)
+bool AudioFrame::AllocBuffer(uint32_t, uint32_t frameLength, uint32_t channelCode, PCMFormat format)
 {
     ReleaseBuffer();
     const uint32_t channels = ChannelCountOf(channelCode);
@@ -25,7 +24,6 @@ bool AudioFrame::AllocBuffer(uint32_t sampleRateHz, uint32_t frameLength, uint32
     samples = m_buffer.data();
     channelCount = channels;
     m_frameLength = frameLength;
-    m_sampleRateHz = sampleRateHz;
     return true;
 }
 
@@ -37,5 +35,4 @@ void AudioFrame::ReleaseBuffer()
     fillCount = 0;
     channelCount = 0;
     m_frameLength = 0;
-    m_sampleRateHz = 0;
 }
