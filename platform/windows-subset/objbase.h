@@ -6,15 +6,12 @@
 
 #define COINIT_MULTITHREADED 0x0U
 #define COINIT_APARTMENTTHREADED 0x2U
-#define COINIT_DISABLE_OLE1DDE 0x4U
 #define COINIT_SPEED_OVER_MEMORY 0x8U
 
-#define CLSCTX_INPROC_SERVER 0x1U
 #define CLSCTX_ALL 0x17U
 
 extern "C" {
 HRESULT CoInitializeEx(LPVOID reserved, DWORD model);
-HRESULT CoInitialize(LPVOID reserved);
 void CoUninitialize();
 HRESULT CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID *object);
 LPVOID CoTaskMemAlloc(SIZE_T bytes);

@@ -1,7 +1,7 @@
 // This folder is a subset of Windows' headers. With it, the module's sources compile natively on Linux, for
 // sanitizers, fuzzing and coverage.
 //
-// It contains what the module and its unit tests use, with the names, values and layouts of the SDK.
+// The subset contains what the module and its tests use, with the names, values and layouts of the SDK.
 // Functions are only declared: the unit tests redirect each call to a fake (tests/fakes/redirect.h), and no
 // native program links the module's sources without the fakes.
 #pragma once
@@ -15,30 +15,23 @@
 using BYTE = uint8_t;
 using WORD = uint16_t;
 using DWORD = uint32_t;
-using INT = int32_t;
 using UINT = uint32_t;
 using UINT32 = uint32_t;
 using UINT64 = uint64_t;
-using LONG = int32_t;
 using ULONG = uint32_t;
-using LONGLONG = int64_t;
 using ULONGLONG = uint64_t;
 using FLOAT = float;
 using BOOL = int32_t;
 using WINBOOL = BOOL;
 using SIZE_T = size_t;
-using ULONG_PTR = uintptr_t;
 using HRESULT = int32_t;
 using LSTATUS = int32_t;
 using LPVOID = void *;
-using LPCVOID = const void *;
 using LPBYTE = BYTE *;
 using LPDWORD = DWORD *;
 using PVOID = void *;
-using WCHAR = wchar_t;
 using LPWSTR = wchar_t *;
 using LPCWSTR = const wchar_t *;
-using LPCSTR = const char *;
 using HANDLE = void *;
 
 struct HINSTANCE__;
@@ -56,8 +49,6 @@ using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES *;
 #define TRUE 1
 #define FALSE 0
 #define WINAPI
-#define APIENTRY
-#define CALLBACK
 #define STDMETHODCALLTYPE
 #define __declspec(attribute)
 
@@ -95,7 +86,7 @@ inline bool operator==(REFGUID left, REFGUID right)
     return IsEqualGUID(left, right);
 }
 
-// __uuidof(Interface), as the compiler for Windows has it. WIN32_UUID assigns an interface its id.
+// __uuidof(Interface), which compilers for Windows have built in. WIN32_UUID assigns an interface its id.
 template <typename Interface>
 const GUID &Win32UuidOf();
 #define __uuidof(type) Win32UuidOf<type>()
@@ -117,7 +108,6 @@ const GUID &Win32UuidOf();
 #define E_NOTIMPL static_cast<HRESULT>(0x80004001U)
 #define E_NOINTERFACE static_cast<HRESULT>(0x80004002U)
 #define E_POINTER static_cast<HRESULT>(0x80004003U)
-#define E_ABORT static_cast<HRESULT>(0x80004004U)
 #define E_FAIL static_cast<HRESULT>(0x80004005U)
 #define E_UNEXPECTED static_cast<HRESULT>(0x8000FFFFU)
 #define E_ACCESSDENIED static_cast<HRESULT>(0x80070005U)
@@ -132,31 +122,22 @@ const GUID &Win32UuidOf();
 #define ERROR_ACCESS_DENIED 5
 #define ERROR_INVALID_HANDLE 6
 #define ERROR_NOT_ENOUGH_MEMORY 8
-#define ERROR_INVALID_PARAMETER 87
 #define ERROR_BAD_PATHNAME 161
 #define ERROR_MORE_DATA 234
-#define ERROR_NO_MORE_ITEMS 259
 #define ERROR_KEY_DELETED 1018
 #define ERROR_NOT_FOUND 1168
-#define ERROR_UNSUPPORTED_TYPE 1630
 
 // --- Waiting -------------------------------------------------------------------------------
 
 #define INFINITE 0xFFFFFFFFU
 #define WAIT_OBJECT_0 0x00000000U
-#define WAIT_ABANDONED 0x00000080U
 #define WAIT_TIMEOUT 0x00000102U
 #define WAIT_FAILED 0xFFFFFFFFU
-#define MAXIMUM_WAIT_OBJECTS 64
 
 // --- Module entry --------------------------------------------------------------------------
 
 #define DLL_PROCESS_DETACH 0
-#define DLL_PROCESS_ATTACH 1
-#define DLL_THREAD_ATTACH 2
-#define DLL_THREAD_DETACH 3
 
-#define GET_MODULE_HANDLE_EX_FLAG_PIN 0x1U
 #define GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT 0x2U
 #define GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS 0x4U
 
@@ -167,13 +148,6 @@ const GUID &Win32UuidOf();
 
 #define KEY_QUERY_VALUE 0x0001U
 #define KEY_SET_VALUE 0x0002U
-#define KEY_CREATE_SUB_KEY 0x0004U
-#define KEY_ENUMERATE_SUB_KEYS 0x0008U
-#define KEY_NOTIFY 0x0010U
-#define KEY_WOW64_64KEY 0x0100U
-#define KEY_WOW64_32KEY 0x0200U
-#define KEY_READ 0x20019U
-#define KEY_WRITE 0x20006U
 #define KEY_ALL_ACCESS 0xF003FU
 #define REG_OPTION_NON_VOLATILE 0U
 
@@ -182,8 +156,6 @@ const GUID &Win32UuidOf();
 #define REG_BINARY 3U
 #define REG_DWORD 4U
 #define RRF_RT_REG_DWORD 0x00000010U
-#define RRF_RT_DWORD 0x00000018U
-#define RRF_RT_ANY 0x0000FFFFU
 
 // --- Functions -----------------------------------------------------------------------------
 
@@ -205,7 +177,6 @@ ULONGLONG GetTickCount64();
 BOOL GetModuleHandleExW(DWORD flags, LPCWSTR nameOrAddress, HMODULE *module);
 BOOL FreeLibrary(HMODULE module);
 void FreeLibraryAndExitThread(HMODULE module, DWORD exitCode);
-BOOL DisableThreadLibraryCalls(HMODULE module);
 
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result);
 LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options,
@@ -216,7 +187,6 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
 LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR name, DWORD flags, LPDWORD type, PVOID data,
                      LPDWORD dataBytes);
 LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE *data, DWORD dataBytes);
-LSTATUS RegDeleteKeyW(HKEY key, LPCWSTR subKey);
 LSTATUS RegDeleteTreeW(HKEY key, LPCWSTR subKey);
 LSTATUS RegCloseKey(HKEY key);
 }
