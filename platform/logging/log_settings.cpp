@@ -48,6 +48,9 @@ std::optional<int> ParseLevel(const NativeString &text)
 {
     std::string name;
     for (const auto unit : text) {
+        if (unit < 0 || unit > 0x7F) {
+            return std::nullopt; // cut to 8 bits, some letters would look like digits
+        }
         const bool isCapital = unit >= 'A' && unit <= 'Z';
         name += static_cast<char>(isCapital ? unit - 'A' + 'a' : unit);
     }

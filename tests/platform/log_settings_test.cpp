@@ -14,9 +14,9 @@ using logging::LogSettings;
 using logging::ReadLogSettings;
 
 // Returns the level that a value of VELTO_LOG_LEVEL selects; -1 if the value is invalid.
-int LevelOf(const char *text)
+int LevelOf(const fs::path &text)
 {
-    const ScopedEnvironment level("VELTO_LOG_LEVEL", text);
+    const ScopedEnvironment level("VELTO_LOG_LEVEL", text.native());
     const LogSettings settings = ReadLogSettings();
     return settings.levelIsInvalid ? -1 : settings.lowestLevel;
 }
@@ -36,6 +36,9 @@ TEST(LogSettings, MarksOtherLevelsInvalidAndFiltersNothing)
 {
     for (const char *text : {"0", "5", "33", "-1", " 3", "warn", "infos", "3x", "\xC3\xA4"}) {
         EXPECT_EQ(LevelOf(text), -1) << text;
+    }
+    for (const char8_t *text : {u8"\u0131", u8"\u0134"}) { // their last 8 bits are those of "1" and "4"
+        EXPECT_EQ(LevelOf(text), -1) << reinterpret_cast<const char *>(text);
     }
     const ScopedEnvironment level("VELTO_LOG_LEVEL", "verbose");
     EXPECT_EQ(ReadLogSettings().lowestLevel, 1);
