@@ -6,7 +6,7 @@ from rig import media, paths, processes, session
 
 import benchmark_program
 import measuring
-import unit_time
+import unit
 
 TITLE = "timing the capture path and the bare encoder"
 MAX_RATIO = 1.3
@@ -33,8 +33,8 @@ def table(measured):
                                 ("bare converter and encoder", entry["bareUs"], ""),
                                 ("goal", MAX_RATIO * entry["bareUs"], f"at most {MAX_RATIO}")):
             rows.append([f"{entry['rateHz']} Hz", name, f"{us / 1000:.2f} ms",
-                         unit_time.with_percent(unit_time.us_per_unit(us / 1000), 0), ratio])
-    return [*measuring.table(["microphone", "", "time for 1 s of sound", "per unit", "ratio"], rows), "", unit_time.NOTE]
+                         unit.with_percent(unit.us_per_unit(us / 1000), 0), ratio])
+    return [*measuring.table(["microphone", "", "time for 1 s of sound", "per unit", "ratio"], rows), "", unit.NOTE]
 
 
 def missed(measured):

@@ -7,14 +7,14 @@ import numpy
 from rig import media, session
 
 import measuring
-import unit_time
+import unit
 
 TITLE = "measuring the delay of clicks in the microphone"
-RATE_HZ = unit_time.RATE_HZ
+RATE_HZ = unit.RATE_HZ
 CLICKS = 60
 CLICK_SAMPLES = 240  # 5 ms
 LOUD = 0.4           # half of a click's peak; the encoder's pre-echo stays below
-# A click waits until its unit of 21.3 ms is full. The encoder returns the unit when the second unit after it is full.
+# A click waits until its unit of 21.3 ms is full. The encoder returns this unit with the second one after it.
 ENCODER_MS = (42.7, 64.0)
 POLL_MS, PERIOD_MS = 10, 10
 
@@ -48,8 +48,8 @@ def measure(_options):
         recorded = click_positions(media.decode(host.recording, RATE_HZ))
         if len(played) != CLICKS or len(recorded) != CLICKS:
             raise RuntimeError(f"{len(played)} clicks reached the microphone and {len(recorded)} were recorded, of {CLICKS}")
-        # The decoded recording lacks the first packet, which is the encoder's priming.
-        return {"delaysMs": [1000 * (packet_times[position // unit_time.SAMPLES + 1] - recorder.time_of(begin))
+        # A decoder leaves out the first packet, which is the encoder's priming.
+        return {"delaysMs": [1000 * (packet_times[position // unit.SAMPLES + 1] - recorder.time_of(begin))
                              for begin, position in zip(played, recorded)]}
 
 
@@ -58,12 +58,12 @@ def table(measured):
 
     def row(name, *ms, digits=0):
         return [name, " to ".join(f"{each:.{digits}f}" for each in ms) + " ms",
-                " to ".join(f"{1000 * each / unit_time.US:.1f}" for each in ms)]
+                " to ".join(f"{1000 * each / unit.US:.1f}" for each in ms)]
 
     median, low, high = numpy.percentile(delays, (50, 5, 95))
     rows = [row("median", median), row("5 % to 95 %", low, high), row("shortest to longest", min(delays), max(delays)),
-            row("expected from the encoder alone", *ENCODER_MS, digits=1),
-            row("expected with a poll and a device period in addition, at most", ENCODER_MS[1] + POLL_MS + PERIOD_MS)]
+            row("expected of the encoder alone", *ENCODER_MS, digits=1),
+            row("expected with a poll and a device period, at most", ENCODER_MS[1] + POLL_MS + PERIOD_MS)]
     return [*measuring.table([f"{len(delays)} clicks", "delay", "in units"], rows)]
 
 

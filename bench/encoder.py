@@ -15,7 +15,7 @@ from rig import media
 
 import masking
 import measuring
-import unit_time
+import unit
 
 TITLE = "comparing the settings of the encoder"
 RATE = 48000
@@ -129,15 +129,15 @@ def table(measured):
         for tools in TOOLS:
             of = {row["sound"]: row for row in rows if (row["coder"], row["tools"]) == (coder, tools)}
             cpu_ms = numpy.mean([row["cpuMs"] for row in of.values()])
-            cells = [f"{cpu_ms:.1f} ms", unit_time.percent(unit_time.us_per_unit(cpu_ms))]
+            cells = [f"{cpu_ms:.1f} ms", unit.percent(unit.us_per_unit(cpu_ms))]
             for sound in sounds:
                 cells += [f"{of[sound]['snrDb']:.1f} dB", f"{of[sound]['maskDb']:.1f} dB"]
             if (coder, tools) == CHOSEN:
                 cells = [f"**{cell}**" for cell in cells]
             lines.append([coder, tools, *cells])
     columns = [column for sound in sounds for column in (f"{sound}: SNR", f"{sound}: noise to mask")]
-    return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound.", "",
-            *measuring.table(["coder", "tools", "processor time", "of real time", *columns], lines)]
+    return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound; its percentage is also "
+            "that of a unit.", "", *measuring.table(["coder", "tools", "processor time", "of a unit", *columns], lines)]
 
 
 def missed(_measured):

@@ -6,7 +6,7 @@ from rig import session
 
 import benchmark_program
 import measuring
-import unit_time
+import unit
 
 TITLE = "timing the packet queue and a queue that allocates"
 MIN_RATIO = 3.0
@@ -30,11 +30,11 @@ def ratio(measured, kind):
 def table(measured):
     def time(queue, kind):
         ns = measured["ns"][f"{queue}/{kind}"]
-        return f"{ns:.0f} ns ({unit_time.percent(ns / 1000)})"
+        return f"{ns:.0f} ns ({unit.percent(ns / 1000)})"
 
     rows = [[name, time("Pooled", kind), time("Allocating", kind), f"{ratio(measured, kind):.1f}"]
             for name, kind in KINDS.items()]
-    return [*measuring.table(["packet of 400 bytes", "packet queue", "new packet each", "ratio"], rows), "", unit_time.NOTE,
+    return [*measuring.table(["packet of 400 bytes", "packet queue", "new packet each", "ratio"], rows), "", unit.NOTE,
             f"Allocations of the packet queue between `Init` and `StopAndClear`: {measured['allocations']:.0f}."]
 
 

@@ -6,7 +6,7 @@ import time
 from rig import media, session
 
 import measuring
-import unit_time
+import unit
 
 TITLE = "watching a host that plays a file in a loop"
 MAX_GROWTH_KIB = 1024  # of the process's private memory, from 10 s after the start to the end
@@ -56,7 +56,7 @@ def table(measured):
     rows = [[f"{sample['atSeconds']} s", f"{sample['resident'] / 1024:.1f} MiB", f"{sample['private'] / 1024:.2f} MiB"]
             for sample in measured["memoryKib"]]
     return [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes ({measured['framesSent']} units) uses "
-            f"{cpu_s:.2f} s of processor time for 60 s of sound: {unit_time.us_per_unit(1000 * cpu_s / 60):.0f} µs per unit, "
+            f"{cpu_s:.2f} s of processor time for 60 s of sound: {unit.us_per_unit(1000 * cpu_s / 60):.0f} µs per unit, "
             f"{100 * cpu_s / 60:.1f} % of one processor.", "",
             *measuring.table(["after", "resident memory", "private part of it"], rows)]
 

@@ -7,7 +7,7 @@ from rig import media, paths, processes, session
 
 import benchmark_program
 import measuring
-import unit_time
+import unit
 
 TITLE = "timing WriteStreamBuffer and the bare decoder"
 MAX_RATIO = 1.6
@@ -42,23 +42,23 @@ def measure(options):
             "reading the stream type in the registry": medians["ReadRegistry"],
             "signalling the idle watchdog": medians["SignalWatchdog"],
             "allocating, filling and queueing a block": medians["QueueBlock"],
-            f"the log line that counts units, one in {CALLS_PER_LOG_LINE} calls":
+            f"the log line of the call counter, one in {CALLS_PER_LOG_LINE} calls":
                 medians["WriteLogLine"] / CALLS_PER_LOG_LINE,
         },
     }
 
 
 def table(measured):
-    rows = [[entry["file"], unit_time.with_percent(entry["writeUs"]), unit_time.with_percent(entry["bareUs"]), f"{entry['ratio']:.2f}",
-             unit_time.with_percent(MAX_RATIO * entry["bareUs"])] for entry in measured["files"]]
+    rows = [[entry["file"], unit.with_percent(entry["writeUs"]), unit.with_percent(entry["bareUs"]), f"{entry['ratio']:.2f}",
+             unit.with_percent(MAX_RATIO * entry["bareUs"])] for entry in measured["files"]]
     first, parts = measured["files"][0], measured["parts"]
     besides = first["writeUs"] - first["bareUs"]
-    part_rows = [[name, f"{microseconds:.2f} µs", unit_time.percent(microseconds)] for name, microseconds in parts.items()]
+    part_rows = [[name, f"{microseconds:.2f} µs", unit.percent(microseconds)] for name, microseconds in parts.items()]
     rest = besides - sum(parts.values())
-    part_rows.append(["the rest: locks, checks, the play thread's share of the processor", f"{rest:.1f} µs", unit_time.percent(rest)])
+    part_rows.append(["the rest: locks, checks, the play thread's share of the processor", f"{rest:.1f} µs", unit.percent(rest)])
     return [*measuring.table(["units of", "WriteStreamBuffer", "bare decoder and converter", "ratio",
-                              f"goal: at most {MAX_RATIO} times bare"], rows), "", unit_time.NOTE, "",
-            f"The {besides:.1f} µs besides decoding, by part, each measured alone:", "",
+                              f"goal: at most {MAX_RATIO} times bare"], rows), "", unit.NOTE, "",
+            f"The {besides:.1f} µs besides decoding, by part; all but the last are measured alone:", "",
             *measuring.table(["part", "time per call", "of a unit"], part_rows)]
 
 

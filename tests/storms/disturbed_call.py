@@ -39,7 +39,7 @@ class DisturbedCall:
     def wait_for_streams(self, sink, source):
         """Waits until the call plays on a sink and records a source.
 
-        The stream of "speaker1" may stay on its old sink: it would follow a change at its next unit, but gets none.
+        The stream of "speaker1" may stay on its old sink: it gets no units, and follows a change at its next unit.
         """
         server = self.session.server
         waiting.until(lambda: sink in [place for _, place in server.streams()] and

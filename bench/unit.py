@@ -1,4 +1,4 @@
-"""Relates measured times to the 21.3 ms of sound in a unit."""
+"""The time budget of a unit: a measured time as a percentage of the 21.3 ms that a unit of sound lasts."""
 
 SAMPLES = 1024
 RATE_HZ = 48000
@@ -17,5 +17,5 @@ def with_percent(microseconds, digits=1):
 
 
 def us_per_unit(ms_per_second):
-    """Converts processor time for a second of sound to the time for a unit."""
+    """Processor time for a unit, from that for a second of sound."""
     return ms_per_second * US / 1000
