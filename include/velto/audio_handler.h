@@ -7,37 +7,37 @@
  * loads the DLL, calls VELTOGetAudioHandler() once to fill an AudioHandlerTable of its own, and makes
  * every later call through this table. The header compiles as C99 or later and C++11 or later.
  *
- * Words
+ * Terms
  *   unit    one AAC-LC access unit: 1024 samples per channel, 21.3 ms at 48000 Hz
  *   packet  one unit from the microphone
- *   frame   a StreamFrame record; it carries one unit across the table
+ *   frame   a StreamFrame record, which carries one unit across the table
  *   block   one decoded unit: 4096 bytes of PCM on the way to the loudspeaker
  *   buffer  the host's memory at StreamFrame.data
  *   stream  the units of one sound, from the first to the last
  *
- * Speaker life cycle, the same for both speakers (the first unit starts both)
+ * Speaker life cycle. The first write starts both speakers, and both are released together.
  *
  *     load --> released --WriteStreamBuffer--> started --4 minutes without a write--> released
  *
  *     SetAudioParameter    start of a stream: the next 5 blocks are held back, then played together
  *     WriteStreamBuffer    one unit every 21.3 ms
  *     WriteStreamBuffer    end of a stream: 5 silent units (VELTO_SILENT_UNIT)
- *     CloseAudioTrack      sends an event; stops nothing
+ *     CloseAudioTrack      sends an event; queued blocks are still played
  *
  * Microphone life cycle, one recording at a time
  *
  *     closed --OpenAudioRecord--> open --CloseAudioRecord--> closed
  *
- *     ReadStreamBuffer     one unit for each call, 46.9 units a second
+ *     ReadStreamBuffer     at most one unit for each call; 46.9 units arrive in a second
  *
- * Threads. Each slot carries one of these tags:
- *   [any thread, overlapping]  any host thread, also while other slots run on other threads
+ * Threads. The comment of each function has one of these tags:
+ *   [any thread, overlapping]  any host thread, also while other calls run on other threads
  *   [one at a time]            any host thread, but no two calls with this tag at once
  *   [before streaming]         before the first call of WriteStreamBuffer or OpenAudioRecord
- * Host threads need not initialise COM. No slot throws an exception.
+ * Host threads need not initialise COM. No function throws an exception.
  *
- * Ownership. Every record passed in stays the host's. The module reads it during the call only; the
- * capability list is the one block that it hands out.
+ * Ownership. Every record that a host passes remains the host's; the module reads it during the call only.
+ * The capability list is the only memory that the module hands out.
  *
  * Device ids. An id is a NUL-terminated string plus its length; the length must equal strlen(id).
  * The module compares ids byte for byte, case-sensitive.
@@ -128,10 +128,10 @@ enum {
 #define VELTO_CHANNELS 2            /**< of every stream, both directions                         */
 #define VELTO_UNIT_SAMPLES 1024     /**< per channel in one unit: 21.3 ms                         */
 #define VELTO_CUSHION_UNITS 5       /**< held back at the start of a stream, then played together */
-#define VELTO_QUEUE_UNITS 20        /**< waiting for the loudspeaker at most; the oldest goes     */
+#define VELTO_QUEUE_UNITS 20        /**< most that wait for the loudspeaker; more drop the oldest */
 #define VELTO_MAX_PACKET_BYTES 1536 /**< the largest unit that the microphone delivers            */
-/** A StreamFrameHeader.size for reading: the call waits up to 22 ms for a unit. No unit has so many
-    bytes: a size that is unchanged after the call says that capture has stopped. */
+/** A StreamFrameHeader.size for reading: the call waits up to 22 ms for a unit. No unit has so many bytes, so
+    a size that is unchanged after the call means that capture has stopped. */
 #define VELTO_READ_SIZE 3840
 
 /** Initialiser of a byte array: one silent unit in stereo, for the end of a stream. */
@@ -146,8 +146,8 @@ enum {
     VELTO_OK = 0,
     /** A record lacks a required pointer (ReadStreamBuffer), or no memory (GetAudioCapability). */
     VELTO_ERROR_NULL_POINTER = -3,
-    /** A wrong argument, or no memory or no thread for the call. It never says that a loudspeaker or a
-        microphone failed to start. */
+    /** A wrong argument, or no memory or no thread for the call. A loudspeaker or microphone that fails to
+        start does not cause this code. */
     VELTO_ERROR_INVALID = -2000
 };
 
@@ -230,7 +230,7 @@ typedef struct AudioProfileList {
 typedef struct StreamFrameHeader {
     /** Write: a number of the host's choice, published in the registry value "StreamType". Read: not used. */
     int32_t streamType;
-    /** Write: bytes at data. Read: before the call how long to wait, after it the unit's bytes. */
+    /** Write: bytes at data. Read: a waiting time before the call, a result after it: ReadStreamBuffer. */
     uint32_t size;
     uint32_t reserved; /**< neither read nor written by the module */
 } StreamFrameHeader;
@@ -271,7 +271,7 @@ typedef struct AudioHandlerTable {
      * Lists the four devices: speaker1, ModemSpeaker1, ModemMic1, mic1. [any thread, overlapping]
      *
      * Each has one profile (48000 Hz, VELTO_CHANNEL_STEREO, VELTO_FORMAT_S16) and one codec
-     * (VELTO_CODEC_AAC). The list says what the module can do, not which endpoints the PC has.
+     * (VELTO_CODEC_AAC). The list is always the same; it does not depend on the PC's endpoints.
      *
      * @param list  receives four consecutive items; free them with
      *              Release(VELTO_RELEASE_CAPABILITIES, list, count)
@@ -325,8 +325,8 @@ typedef struct AudioHandlerTable {
      *                             bytes do not decode, the id names no speaker, no memory for the block, no
      *                             loudspeaker
      * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id); frame or header is null;
-     *                             the speakers' threads could not be made. After a decoder or a play
-     *                             thread failed to start, no start is tried again in this process
+     *                             the speakers' threads could not be created. After a decoder or a play
+     *                             thread failed to start, no other start is tried while the DLL stays mapped
      */
     int32_t (*WriteStreamBuffer)(const char *id, uint32_t idLength, void *unused, StreamFrame *frame);
 
@@ -345,9 +345,10 @@ typedef struct AudioHandlerTable {
     /**
      * Opens the default microphone. [one at a time]
      *
-     * Any id whose length is right and any list that is not null are accepted; nothing is read of the
-     * list. Sets up the encoder and starts the threads; one of them opens the microphone, possibly
-     * after this call has returned.
+     * Accepts any id whose length is right and any list that is not null, and does not read the list. Sets up
+     * the encoder and starts the threads; one of them opens the microphone, possibly after this call has
+     * returned.
+     *
      * Close an open recording first: a second opening replaces it without closing it, and the first
      * then captures until the process ends.
      *
@@ -364,9 +365,9 @@ typedef struct AudioHandlerTable {
     /**
      * Fetches at most one unit: raw AAC-LC, 48000 Hz, stereo. [any thread, overlapping]
      *
-     * header->size before the call says how long to wait: the playing time of so many bytes of 48000 Hz
-     * stereo 16-bit PCM, plus 2 ms (22 ms for VELTO_READ_SIZE, also for 0). It does not say how large the
-     * buffer is: the buffer holds VELTO_MAX_PACKET_BYTES or more in any case.
+     * header->size before the call sets how long to wait: the playing time of so many bytes of 48000 Hz
+     * stereo 16-bit PCM, plus 2 ms (22 ms for VELTO_READ_SIZE, also for 0). This size is not that of the
+     * buffer, which has room for VELTO_MAX_PACKET_BYTES or more in any case.
      *
      * header->size after the call:
      *   1 to VELTO_MAX_PACKET_BYTES  the bytes of one unit at data
@@ -384,9 +385,9 @@ typedef struct AudioHandlerTable {
     /**
      * Closes the microphone. [one at a time]
      *
-     * Returns when the recording's threads have ended. It thus waits for a restart on another
-     * microphone that is under way, and as long as a call to a device takes. A read that is waiting on
-     * another thread returns. Units that were not read are gone.
+     * Returns when the recording's threads have ended. The call therefore waits for a running restart on
+     * another microphone, and for a call to a device that has not returned. A read that waits on another
+     * thread returns. Units that were not read are lost.
      *
      * @retval VELTO_OK            closed, or nothing was open
      * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id)
