@@ -26,7 +26,7 @@ def measure(options):
         return {
             "seconds": seconds,
             "cpuSecondsPerMinute": 60 * cpu_per_second,
-            "framesSent": host.summary["framesSent"],
+            "unitsSent": host.summary["unitsSent"],
             "memoryKib": [{"atSeconds": round(at), "resident": resident, "private": private}
                           for at, resident, private in (samples[0], samples[len(samples) // 2], samples[-1])],
             "peakResidentKib": max(resident for _, resident, _ in samples),
@@ -55,7 +55,7 @@ def table(measured):
     cpu_s = measured["cpuSecondsPerMinute"]
     rows = [[f"{sample['atSeconds']} s", f"{sample['resident'] / 1024:.1f} MiB", f"{sample['private'] / 1024:.2f} MiB"]
             for sample in measured["memoryKib"]]
-    return [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes ({measured['framesSent']} units) uses "
+    return [f"A host that plays in a loop for {measured['seconds'] / 60:g} minutes ({measured['unitsSent']} units) uses "
             f"{cpu_s:.2f} s of processor time for 60 s of sound: {unit.us_per_unit(1000 * cpu_s / 60):.0f} µs per unit, "
             f"{100 * cpu_s / 60:.1f} % of one processor.", "",
             *measuring.table(["after", "resident memory", "private part of it"], rows)]

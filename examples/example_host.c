@@ -1,10 +1,10 @@
-/* The smallest host that plays: prints the module's devices, then plays an ADTS file (AAC-LC, 48000 Hz,
+/* A small host that plays: prints the module's devices, then plays an ADTS file (AAC-LC, 48000 Hz,
    stereo) on "speaker1".
 
    velto-host-example FILE.aac
 
-   LibVeltoAudioHandler.dll and its FFmpeg DLLs are in the folder of this program.
-   Exit codes: 0 played; 1 nothing was sent, or a call was refused; 2 wrong command line; 3 the module
+   LibVeltoAudioHandler.dll and its FFmpeg DLLs must be in the folder of this program.
+   Exit codes: 0 played; 1 nothing was played, or a call was refused; 2 wrong command line; 3 the module
    cannot be loaded; 4 the file cannot be opened. */
 #include <windows.h>
 
@@ -18,15 +18,15 @@
 static const char speaker[] = VELTO_ID_SPEAKER;
 static const uint32_t speakerLength = sizeof(speaker) - 1;
 
-/* The longest time until the last unit is heard: the module's full queue, the endpoint's buffer of 300 ms,
-   and 300 ms for the system's mixer and driver. */
+/* The longest time from writing the last unit to the end of its sound: the module's full queue, 300 ms in the
+   endpoint's buffer, and 300 ms for the mixer and driver of the system. */
 #define END_MS (VELTO_QUEUE_UNITS * VELTO_UNIT_SAMPLES * 1000 / VELTO_SAMPLE_RATE_HZ + 300 + 300)
 
 /* The length field of ADTS has 13 bits. */
 #define MAX_ADTS_BYTES 8191
 
-/* Loads the DLL by its full path, from the folder of this program. The DLLs that it needs are searched for
-   only in that folder and in Windows' system folder. */
+/* Loads the DLL by its full path, from the folder of this program. Windows searches for the DLLs that it
+   needs in this folder and in the system's folder only. */
 static HMODULE LoadAudioHandler(void)
 {
     static const wchar_t name[] = L"LibVeltoAudioHandler.dll";
@@ -51,7 +51,8 @@ static HMODULE LoadAudioHandler(void)
     return module;
 }
 
-/* Fills the table; returns 0 with the reason printed if the module is not the expected one. */
+/* Fills the table. Returns 0, after printing the reason, if the DLL has no entry or the entry returns an
+ * error. */
 static int GetTable(HMODULE module, AudioHandlerTable *table)
 {
     VeltoGetAudioHandlerFunction getHandler = NULL;
@@ -89,8 +90,8 @@ static void PrintCapabilities(const AudioHandlerTable *table)
     table->Release(VELTO_RELEASE_CAPABILITIES, list, count);
 }
 
-/* Reads the next unit of an ADTS file, without its header. Returns its size, or 0 at the end of the file or
-   where the file is damaged. */
+/* Reads one ADTS frame, which is a header and a unit. Returns the size of the unit, or 0 at the end of the
+   file or where it is damaged. */
 static uint32_t ReadUnit(FILE *file, uint8_t *unit)
 {
     uint8_t header[9];
@@ -117,8 +118,8 @@ typedef struct Stream {
     uint32_t refused;
 } Stream;
 
-/* Starts a stream. The module holds back its first units and then plays them together, so that a later unit
-   may be late without a gap in the sound. Returns 0 with the reason printed if the call was refused. */
+/* Starts a stream: the module holds the first 5 units back and plays them together, so that later units may
+   be late. Returns 0, after printing the reason, if the call was refused. */
 static int StartStream(Stream *stream, const AudioHandlerTable *table)
 {
     const AudioProfileEntry entries[] = {
@@ -139,8 +140,9 @@ static int StartStream(Stream *stream, const AudioHandlerTable *table)
     return 1;
 }
 
-/* Sends the next unit when it is due. Deadlines count from the start of the stream, so that late waking
-   does not add up. The clock and Sleep step by up to 15.6 ms, which the held-back units cover. */
+/* Sends the next unit when it is due. Deadlines count from the start of the stream, so that the errors of
+   single sleeps do not add up. The clock and Sleep have steps of up to 15.6 ms, which the held-back units
+   cover. */
 static void SendUnit(Stream *stream, uint8_t *unit, uint32_t bytes)
 {
     const ULONGLONG dueMs =
@@ -163,8 +165,8 @@ static void SendUnit(Stream *stream, uint8_t *unit, uint32_t bytes)
     }
 }
 
-/* Ends a stream with silent units. They make the module play the units of a short stream that it still holds
-   back, and they drain the decoder, whose last sound would otherwise be heard in the next stream. */
+/* Ends a stream. The silent units make the module play a short stream that it still holds back, and leave no
+   sound in the decoder that would be heard at the start of the next stream. */
 static void EndStream(Stream *stream)
 {
     uint8_t silence[] = VELTO_SILENT_UNIT;
@@ -173,14 +175,14 @@ static void EndStream(Stream *stream)
     for (i = 0; i < VELTO_CUSHION_UNITS; ++i) {
         SendUnit(stream, silence, sizeof(silence));
     }
-    stream->table->CloseAudioTrack(speaker, speakerLength); /* stops nothing: queued sound is played */
+    stream->table->CloseAudioTrack(speaker, speakerLength); /* stops nothing: queued units are still played */
 }
 
 static int Play(const AudioHandlerTable *table, FILE *file)
 {
     static uint8_t unit[MAX_ADTS_BYTES];
     Stream stream;
-    uint32_t units = 0;
+    uint32_t unitsOfFile = 0; /* without the silent units at the end */
     uint32_t bytes;
 
     if (!StartStream(&stream, table)) {
@@ -188,12 +190,12 @@ static int Play(const AudioHandlerTable *table, FILE *file)
     }
     for (bytes = ReadUnit(file, unit); bytes != 0; bytes = ReadUnit(file, unit)) {
         SendUnit(&stream, unit, bytes);
-        ++units;
+        ++unitsOfFile;
     }
     EndStream(&stream);
-    Sleep(END_MS); /* ending the process earlier would cut off queued sound */
-    printf("%u units sent, %u refused\n", (unsigned)units, (unsigned)stream.refused);
-    return units == 0 || stream.refused != 0 ? 1 : 0;
+    Sleep(END_MS); /* the end of the process would cut the sound off */
+    printf("%u units sent, %u refused\n", (unsigned)unitsOfFile, (unsigned)stream.refused);
+    return unitsOfFile == 0 || stream.refused != 0 ? 1 : 0;
 }
 
 int main(int argc, char **argv)

@@ -1,10 +1,10 @@
-/* The smallest host that records: writes the default microphone's sound to an ADTS file.
+/* A small host that records: writes the default microphone's sound to an ADTS file.
 
    velto-recorder-example FILE.aac SECONDS
 
-   LibVeltoAudioHandler.dll and its FFmpeg DLLs are in the folder of this program.
+   LibVeltoAudioHandler.dll and its FFmpeg DLLs must be in the folder of this program.
    Exit codes: 0 recorded; 1 a call was refused; 2 wrong command line; 3 the module cannot be loaded; 4 the
-   file cannot be written; 5 nothing came from the microphone. */
+   file cannot be written; 5 no unit came from the microphone. */
 #include <windows.h>
 
 #include <errno.h>
@@ -18,8 +18,8 @@
 static const char microphone[] = VELTO_ID_MIC;
 static const uint32_t microphoneLength = sizeof(microphone) - 1;
 
-/* Loads the DLL by its full path, from the folder of this program. The DLLs that it needs are searched for
-   only in that folder and in Windows' system folder. */
+/* Loads the DLL by its full path, from the folder of this program. Windows searches for the DLLs that it
+   needs in this folder and in the system's folder only. */
 static HMODULE LoadAudioHandler(void)
 {
     static const wchar_t name[] = L"LibVeltoAudioHandler.dll";
@@ -44,7 +44,8 @@ static HMODULE LoadAudioHandler(void)
     return module;
 }
 
-/* Fills the table; returns 0 with the reason printed if the module is not the expected one. */
+/* Fills the table. Returns 0, after printing the reason, if the DLL has no entry or the entry returns an
+ * error. */
 static int GetTable(HMODULE module, AudioHandlerTable *table)
 {
     VeltoGetAudioHandlerFunction getHandler = NULL;
@@ -64,7 +65,7 @@ static int GetTable(HMODULE module, AudioHandlerTable *table)
     return 1;
 }
 
-/* Writes a unit (AAC-LC, 48000 Hz, stereo) with an ADTS header. Returns 0 if the file cannot be written. */
+/* Writes one raw AAC-LC unit of 48000 Hz stereo behind its ADTS header; returns 0 if writing fails. */
 static int WriteUnit(FILE *file, const uint8_t *unit, uint32_t bytes)
 {
     const uint32_t length = bytes + 7; /* with the header */
@@ -90,12 +91,12 @@ static int Record(const AudioHandlerTable *table, FILE *file, DWORD seconds)
     int32_t result = VELTO_OK;
 
     while (result == VELTO_OK && GetTickCount64() < endMs) {
-        header.size = VELTO_READ_SIZE; /* how long the call may wait; the buffer's size is not passed */
+        header.size = VELTO_READ_SIZE; /* sets how long the call may wait; the buffer's size is not passed */
         result = table->ReadStreamBuffer(microphone, microphoneLength, NULL, &frame);
         if (result != VELTO_OK) {
             fprintf(stderr, "ReadStreamBuffer returned %d\n", (int)result);
         } else if (header.size == 0 || header.size == VELTO_READ_SIZE) {
-            Sleep(5); /* no unit came, or capture has stopped and the call returned at once */
+            Sleep(5); /* no unit came, or capture has stopped; such a call may have returned at once */
         } else if (WriteUnit(file, unit, header.size)) {
             ++packets;
         } else {

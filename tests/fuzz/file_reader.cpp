@@ -49,7 +49,7 @@ void ReadAll(AacReader &reader)
     constexpr int maxUnits = 1 << 20; // more than a file of a megabyte can list
     const auto &stream = reader.Stream();
     Expect(stream.channels > 0, "a stream has channels");
-    Expect(stream.FrameSeconds() > 0 && stream.FrameSeconds() < 1, "a unit lasts less than a second");
+    Expect(stream.UnitSeconds() > 0 && stream.UnitSeconds() < 1, "a unit lasts less than a second");
     Expect(!velto::host::ObjectTypeName(stream.objectType).empty(), "a type has a name");
     velto::host::LevelMeter meter(stream);
     std::vector<uint8_t> frame;
@@ -57,7 +57,7 @@ void ReadAll(AacReader &reader)
     for (;;) {
         Expect(++units < maxUnits, "a file ends");
         switch (reader.Read(frame)) {
-        case AacReader::Outcome::FRAME:
+        case AacReader::Outcome::UNIT:
             Expect(!frame.empty(), "a unit is not empty");
             Expect(std::isfinite(meter.PeakDb(frame).value_or(0)), "a level is a number");
             break;

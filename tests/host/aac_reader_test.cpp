@@ -40,7 +40,7 @@ protected:
         std::vector<uint8_t> frame;
         for (;;) {
             switch (reader.Read(frame)) {
-            case host::AacReader::Outcome::FRAME:
+            case host::AacReader::Outcome::UNIT:
                 ++counts.frames;
                 counts.undecodable += meter.PeakDb(frame) ? 0 : 1;
                 break;
@@ -84,7 +84,7 @@ TEST_F(AacReader, ReadsAdtsUnitsWithoutTheirHeaders)
     for (int unit = 0; unit < 40; ++unit) {
         const auto header = ParseAdtsHeader(rest);
         ASSERT_TRUE(header.has_value()) << "unit " << unit;
-        ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::FRAME) << "unit " << unit;
+        ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::UNIT) << "unit " << unit;
         const auto payload = rest.subspan(header->headerBytes, header->frameBytes - header->headerBytes);
         EXPECT_TRUE(std::equal(frame.begin(), frame.end(), payload.begin(), payload.end()))
             << "unit " << unit;
@@ -110,8 +110,8 @@ TEST_F(AacReader, ReadsSameUnitsFromMp4AsFromAdts)
         std::vector<uint8_t> frame;
         std::vector<uint8_t> other;
         for (int unit = 0; unit < 40; ++unit) {
-            ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::FRAME) << muxer << " unit " << unit;
-            ASSERT_EQ(same.Read(other), host::AacReader::Outcome::FRAME);
+            ASSERT_EQ(reader.Read(frame), host::AacReader::Outcome::UNIT) << muxer << " unit " << unit;
+            ASSERT_EQ(same.Read(other), host::AacReader::Outcome::UNIT);
             EXPECT_EQ(frame, other) << muxer << " unit " << unit;
         }
         EXPECT_EQ(reader.Read(frame), host::AacReader::Outcome::END);
@@ -126,7 +126,7 @@ TEST_F(AacReader, ReportsRateChannelsAndUnitDurationOf22050HzMono)
         host::AacReader reader(file.Utf8Path());
         EXPECT_EQ(reader.Stream().sampleRateHz, 22050u) << muxer;
         EXPECT_EQ(reader.Stream().channels, 1u) << muxer;
-        EXPECT_DOUBLE_EQ(reader.Stream().FrameSeconds(), 1024 / 22050.0) << muxer;
+        EXPECT_DOUBLE_EQ(reader.Stream().UnitSeconds(), 1024 / 22050.0) << muxer;
         const Counts counts = ReadAll(reader);
         EXPECT_EQ(counts.frames, 20) << muxer;
         EXPECT_EQ(counts.undecodable, 0) << muxer;
@@ -175,7 +175,7 @@ TEST_F(AacReader, RefusesWavContentNamedAac)
 {
     const SampleFile file(u8"sound.aac");
     file.Write(velto_test::WavBytes());
-    EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("format \"wav\""), HasSubstr("no AAC frame"),
+    EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("format \"wav\""), HasSubstr("no AAC unit"),
                                                  HasSubstr("neither an ADTS")));
 }
 
@@ -188,7 +188,7 @@ TEST_F(AacReader, RefusesNoiseNamedAac)
         byte = static_cast<uint8_t>(random() & 0x7F); // no sync word can occur
     }
     file.Write(bytes);
-    EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("no AAC frame"), HasSubstr("neither an ADTS"),
+    EXPECT_THAT(WhyRefused(file), testing::AnyOf(HasSubstr("no AAC unit"), HasSubstr("neither an ADTS"),
                                                  HasSubstr("of format")));
 }
 

@@ -26,7 +26,7 @@ Units ReadUnits(const std::string &path)
     AacReader reader(path);
     Units units;
     std::vector<uint8_t> unit;
-    while (reader.Read(unit) == AacReader::Outcome::FRAME) {
+    while (reader.Read(unit) == AacReader::Outcome::UNIT) {
         units.push_back(unit);
     }
     return units;

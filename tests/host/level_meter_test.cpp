@@ -26,7 +26,7 @@ protected:
         host::LevelMeter meter(reader.Stream());
         std::vector<uint8_t> frame;
         std::optional<double> level;
-        for (int unit = 0; unit < 10 && reader.Read(frame) == AacReader::Outcome::FRAME; ++unit) {
+        for (int unit = 0; unit < 10 && reader.Read(frame) == AacReader::Outcome::UNIT; ++unit) {
             level = meter.PeakDb(frame);
         }
         return level;
@@ -53,7 +53,7 @@ TEST_F(LevelMeter, ReachesFloorOnSecondSilentUnit)
     host::LevelMeter meter(reader.Stream());
     std::vector<uint8_t> frame;
     for (int unit = 0; unit < 9; ++unit) {
-        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
+        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::UNIT);
         ASSERT_TRUE(meter.PeakDb(frame).has_value());
     }
     const std::vector<uint8_t> silentUnit = VELTO_SILENT_UNIT;
@@ -79,7 +79,7 @@ TEST_F(LevelMeter, ContinuesAfterRefusedUnit)
     host::LevelMeter meter(reader.Stream());
     std::vector<uint8_t> frame;
     for (int unit = 0; unit < 12; ++unit) {
-        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::FRAME);
+        ASSERT_EQ(reader.Read(frame), AacReader::Outcome::UNIT);
         EXPECT_FALSE(meter.PeakDb(std::vector<uint8_t>(50, 0xFF)).has_value()) << "unit " << unit;
         EXPECT_TRUE(meter.PeakDb(frame).has_value()) << "unit " << unit;
     }

@@ -25,7 +25,7 @@ def of(call):
         "name": call.name, "seconds": call.seconds, "ppm": call.ppm,
         "exitCode": call.exit_code, "reportedExitCode": call.summary["exitCode"],
         "nonzeroResults": sum(call.summary[part]["nonzeroResults"] for part in ("play", "record")),
-        "framesSent": call.summary["play"]["framesSent"], "packets": call.summary["record"]["packets"],
+        "unitsSent": call.summary["play"]["unitsSent"], "packets": call.summary["record"]["packets"],
         "cpuPercent": 100 * call.cpu / call.samples[-1][0],
         "residentKib": _first_and_last(settled, 1), "privateKib": _first_and_last(settled, 2),
         "handles": _first_and_last(usage, 0), "threads": _first_and_last(usage, 1),
@@ -64,7 +64,7 @@ def _sound_rows(part):
 
 ROWS = {
     "length": lambda f: f"{f['seconds'] / 60:g} minutes",
-    "units sent, packets read": lambda f: f"{f['framesSent']}, {f['packets']}",
+    "units sent, packets read": lambda f: f"{f['unitsSent']}, {f['packets']}",
     "processor time": lambda f: f"{f['cpuPercent']:.1f} % of one processor",
     "resident memory": lambda f: _from_to([kib / 1024 for kib in f["residentKib"]], " MiB", ".1f"),
     "private part of it": lambda f: _from_to([kib / 1024 for kib in f["privateKib"]], " MiB", ".2f"),

@@ -93,8 +93,8 @@ def measure_speaker(recorder, host, speech):
     if started and heard_at is not None:
         # If the first windows are damaged, the first good one begins later in the speech.
         delay = round(1000 * (recorder.time_of(heard_at) - speaker.result.good[0].start_s - started))
-    return speaker, speaker.report(framesInFile=media.unit_count(speech),
-                                   framesSent=host.summary["play"]["framesSent"], firstSoundDelayMs=delay)
+    return speaker, speaker.report(unitsInFile=media.frame_count(speech),
+                                   unitsSent=host.summary["play"]["unitsSent"], firstSoundDelayMs=delay)
 
 
 def measure_microphone(world, host, answer):
@@ -120,7 +120,7 @@ def save(folder, world, host, speaker, microphone, report):
     played, recorded = report["speaker"], report["microphone"]
     picture.draw(folder / "picture.png", RATE, (
         (f"Speaker: match {played['matchDb']} dB, {played['dropOuts']} drop-outs",
-         (speaker.reference, f"sent as {played['framesSent']} AAC units"), (speaker.aligned, "heard at the endpoint")),
+         (speaker.reference, f"sent as {played['unitsSent']} AAC units"), (speaker.aligned, "heard at the endpoint")),
         (f"Microphone: match {recorded['matchDb']} dB, {recorded['dropOuts']} drop-outs",
          (microphone.reference, "spoken into the microphone"),
          (microphone.aligned, f"recorded in {recorded['packets']} AAC units"))))
@@ -130,7 +130,7 @@ def print_table(speaker, microphone):
     """Prints the reports of both directions next to each other."""
     delay = speaker["firstSoundDelayMs"]
     rows = (("", "speaker", "microphone"),
-            ("AAC units", f"{speaker['framesSent']} of {speaker['framesInFile']}", microphone["packets"]),
+            ("AAC units", f"{speaker['unitsSent']} of {speaker['unitsInFile']}", microphone["packets"]),
             ("seconds heard", f"{speaker['secondsHeard']} of {speaker['secondsSent']}",
              f"{microphone['secondsHeard']} of {microphone['secondsSent']}"),
             ("match", f"{speaker['matchDb']} dB", f"{microphone['matchDb']} dB"),

@@ -38,7 +38,7 @@ class PlayedFiles(session.SystemTest):
         recorder = self.session.record()
         recorder.wait_for_sound(60)
         self.assert_ended_well(host)
-        sent = host.summary["framesSent"]
+        sent = host.summary["unitsSent"]
         self.assertTrue(90 < sent < 200, sent)
         self.assertEqual(host.summary["nonzeroResults"], 0)
 
@@ -67,10 +67,10 @@ class PlayedFiles(session.SystemTest):
         host = self.session.play(slow)
         recorder.wait_for_sound(60)
         self.assert_ended_well(host)
-        self.assertEqual(host.summary["framesSkipped"], 0)
+        self.assertEqual(host.summary["unitsSkipped"], 0)
         self.assertEqual(host.summary["nonzeroResults"], 0)
         self.assertEqual(host.log.count("AUDIO decode error:"), 0)
-        self.assertGreater(host.summary["framesSent"], 200)
+        self.assertGreater(host.summary["unitsSent"], 200)
 
     def test_22050_hz_file_sent_at_48000_hz_pace_is_heard_at_wrong_speed(self):
         slow = media.speech("speech-22k", rate=22050)

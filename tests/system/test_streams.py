@@ -43,8 +43,8 @@ class ConsecutiveStreams(Streams):
         recorder = self.session.record()
         host = self.session.play(files[0], *map(paths.to_windows, files[1:]), "--gap", "0.8")
         self.assert_ended_well(host)
-        self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (186, 15))
-        # The endpoint is empty before each stream. It must not run empty within a stream.
+        self.assertEqual((host.summary["unitsSent"], host.summary["silentUnits"]), (186, 15))
+        # The endpoint is empty before each stream. It must not run empty during one.
         underruns = host.log.count("padding = 0") - len(files)
         self.assert_sound(underruns <= 0, f"the endpoint ran empty {underruns} times within a stream")
         heard, end, results = recorder.samples(), 0, []
@@ -70,7 +70,7 @@ class ShortStream(Streams):
         recorder = self.session.record()
         host = self.session.play(short)
         self.assert_ended_well(host)
-        self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (3, 5))
+        self.assertEqual((host.summary["unitsSent"], host.summary["silentUnits"]), (3, 5))
         self.place(recorder.samples(), self.decoded(short, media.SILENT_END), "short")
 
     def test_short_stream_without_silent_end_is_heard_before_next_stream(self):
@@ -78,7 +78,7 @@ class ShortStream(Streams):
         recorder = self.session.record()
         host = self.session.play(short, paths.to_windows(following), "--gap", "1", "--no-silent-end")
         self.assert_ended_well(host)
-        self.assertEqual((host.summary["framesSent"], host.summary["silentUnits"]), (50, 0))
+        self.assertEqual((host.summary["unitsSent"], host.summary["silentUnits"]), (50, 0))
         heard = recorder.samples()
         place = self.place(heard, self.decoded(short, following), "short and following")
         self.assert_silent(heard, 0, place, "before short")

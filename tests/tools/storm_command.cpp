@@ -20,7 +20,7 @@ AacUnits ReadUnits(const std::string &file)
         if (outcome == AacReader::Outcome::END) {
             break;
         }
-        if (outcome == AacReader::Outcome::FRAME) {
+        if (outcome == AacReader::Outcome::UNIT) {
             units.push_back(unit);
         }
     }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr char diagnostics[] = "Diagnostics"; // the group of the options that only --help-all shows
 
+// Help without the diagnostic options.
 class ShortHelp : public CLI::Formatter {
 public:
     std::string make_group(std::string group, bool isPositional,
@@ -25,7 +26,7 @@ public:
     }
 };
 
-// --help is short, --help-all complete.
+// --help leaves the diagnostic options out, --help-all shows them.
 class Help : public CLI::Formatter {
 public:
     std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override
@@ -35,6 +36,18 @@ public:
     }
 };
 
+// For times. CLI::NonNegativeNumber alone would print the largest number in its error.
+CLI::Validator NotNegative()
+{
+    return {[](const std::string &text) {
+                return CLI::NonNegativeNumber(text).empty()
+                           ? std::string()
+                           : "\"" + text + "\" is not a number from 0 upwards";
+            },
+            ""};
+}
+
+// Reads one KEY=N of --set-parameters.
 Parameter ReadParameter(const std::string &text)
 {
     const size_t equals = text.find('=');
@@ -51,28 +64,35 @@ Parameter ReadParameter(const std::string &text)
 void AddEnd(CLI::App &command, EndOptions &end)
 {
     command
-        .add_option(
-            "--unload-after", end.unloadAfter,
-            "Free the DLL after this many seconds in the middle of the stream, and wait until it is unloaded")
-        ->check(CLI::NonNegativeNumber)
+        .add_option("--unload-after", end.unloadAfter,
+                    "Free the DLL this long after the start, in mid-stream, and wait until it is unloaded")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
-    command
-        .add_option("--unload-wait", end.unloadWait, "Wait at most this many seconds until it is unloaded")
-        ->check(CLI::NonNegativeNumber)
+    command.add_option("--unload-wait", end.unloadWait, "Wait at most this long until the DLL is unloaded")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->group(diagnostics);
     command
         .add_option("--exit-after", end.exitAfter,
-                    "End the process after this many seconds without closing the stream ...")
-        ->check(CLI::NonNegativeNumber)
+                    "End the process this long after the start, without closing the stream ...")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
-    command.add_option("--exit-code", end.exitCode, "... with this exit code")->group(diagnostics);
+    command.add_option("--exit-code", end.exitCode, "... with this exit code")
+        ->type_name("N")
+        ->capture_default_str()
+        ->group(diagnostics);
 }
 
 void AddPaceRate(CLI::App &command, PlayOptions &play)
 {
-    command.add_option("--pace-rate", play.paceRateHz, "Send at the pace of a stream of this rate in Hz")
-        ->check(CLI::Range(1000.0, 1000000.0))
+    command
+        .add_option("--pace-rate", play.paceRateHz,
+                    "Send units as fast as a stream of this sampling rate needs them (1000 to 1000000)")
+        ->check(CLI::Validator(CLI::Range(1000.0, 1000000.0)).description(""))
+        ->type_name("HZ")
         ->group(diagnostics);
 }
 
@@ -80,7 +100,7 @@ void AddPacketTimes(CLI::App &command, RecordOptions &record)
 {
     command
         .add_flag("--packet-times", record.packetTimes,
-                  "Report the arrival of each packet, in seconds since 1970")
+                  "Add the arrival time of each packet to the JSON result, in seconds since 1970")
         ->group(diagnostics);
 }
 
@@ -92,7 +112,7 @@ void AddSetParameters(CLI::App &command, PlayOptions &play)
             play.parameters.clear();
             std::transform(texts.begin(), texts.end(), std::back_inserter(play.parameters), ReadParameter);
         },
-        "Arguments of SetAudioParameter at the start of each stream (default: "
+        "Parameters of the SetAudioParameter call at the start of each stream (default: "
         "sampleRate=48000,channel=3,format=1)");
     set->delimiter(',')->type_name("KEY=N,...")->group(diagnostics);
     command
@@ -107,52 +127,63 @@ void AddPlayDiagnostics(CLI::App &command, PlayOptions &play)
 {
     command
         .add_option("--also-modem", play.modemFile,
-                    "Send FILE2 to " VELTO_ID_MODEM_SPEAKER " at the same time")
+                    "Also send FILE2 to " VELTO_ID_MODEM_SPEAKER ", at the same time as the one FILE")
         ->type_name("FILE2")
         ->group(diagnostics);
     AddPaceRate(command, play);
     command
         .add_option("--framing", play.framing,
-                    "Send raw units or ADTS frames; auto: raw at 48000 Hz, else ADTS")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Framing>{
-            {"auto", Framing::AUTO}, {"raw", Framing::RAW}, {"adts", Framing::ADTS}}))
+                    "Send raw units, or units with ADTS headers; auto: raw at 48000 Hz, else ADTS")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Framing>{{"auto", Framing::AUTO},
+                                                                           {"raw", Framing::RAW},
+                                                                           {"adts", Framing::ADTS}})
+                        .description(""))
         ->type_name("auto|raw|adts")
         ->group(diagnostics);
     command.add_flag("--send-damaged", play.sendDamaged, "Also send units that cannot be decoded")
         ->group(diagnostics);
     AddSetParameters(command, play);
     command
-        .add_flag("!--no-silent-end", play.endsWithSilence,
-                  "Do not send silent units after each stream: the module may keep its end")
+        .add_flag_callback(
+            "--no-silent-end", [&play] { play.endsWithSilence = false; },
+            "Send no silent units after each stream: the module may hold back the end of its sound")
         ->group(diagnostics);
-    command.add_flag("--events", play.showEvents, "Print the listener's events when they arrive")
+    command.add_flag("--events", play.showEvents, "Print each event of the module when it arrives")
         ->group(diagnostics);
-    command
-        .add_option("--pause-after", play.pauseAfter,
-                    "Stop sending after this many seconds of the stream ...")
-        ->check(CLI::NonNegativeNumber)
+    command.add_option("--pause-after", play.pauseAfter, "Stop sending at this time of the first stream ...")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
-    command.add_option("--pause", play.pause, "... for this many seconds")
-        ->check(CLI::NonNegativeNumber)
+    command.add_option("--pause", play.pause, "... and continue after this pause")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
     AddEnd(command, play.end);
 }
 
 void AddPlay(CLI::App &command, PlayOptions &play)
 {
-    command.add_option("FILE", play.files, "ADTS (.aac) or MP4 (.m4a, .mp4) file; several play in turn")
-        ->required();
-    command.add_option("--gap", play.gap, "Pause for this many seconds between two files")
-        ->check(CLI::NonNegativeNumber)
+    command
+        .add_option("FILE", play.files,
+                    "AAC in an ADTS (.aac) or MP4 (.m4a, .mp4) file; several files play in turn")
+        ->required()
+        ->type_name("");
+    command.add_option("--gap", play.gap, "Pause between two files")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->capture_default_str();
-    command.add_option("--device", play.device, "Speaker of the module")
+    command.add_option("--device", play.device, "Speaker of the module: media or call")
         ->check(CLI::IsMember({VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}))
         ->capture_default_str();
-    command.add_option("--stream-type", play.streamType, "Stream type in each frame's header")
+    command
+        .add_option("--stream-type", play.streamType,
+                    "Number that the module publishes in the registry value StreamType; 3: media")
+        ->type_name("N")
         ->capture_default_str();
-    command.add_flag("--loop", play.loop, "Repeat the file");
-    command.add_option("--seconds", play.seconds, "Play this many seconds of each file")
-        ->check(CLI::NonNegativeNumber);
+    command.add_flag("--loop", play.loop, "Repeat the file until --seconds have been sent, or until Ctrl-C");
+    command.add_option("--seconds", play.seconds, "Play only this much of each file")
+        ->check(NotNegative())
+        ->type_name("SECONDS");
     command.add_flag("--progress", play.showProgress,
                      "Show the progress line even if stderr is not a console");
     AddPlayDiagnostics(command, play);
@@ -165,21 +196,27 @@ void AddPlay(CLI::App &command, PlayOptions &play)
 
 void AddRecord(CLI::App &command, RecordOptions &record)
 {
-    command.add_option("FILE", record.file, "File to write: ADTS (.aac) or MP4 (.m4a, .mp4)")->required();
-    command.add_option("--device", record.device, "Microphone of the module")
+    command.add_option("FILE", record.file, "File to write: ADTS (.aac) or MP4 (.m4a, .mp4)")
+        ->required()
+        ->type_name("");
+    command
+        .add_option("--device", record.device, "Microphone of the module; both record the default microphone")
         ->check(CLI::IsMember({VELTO_ID_MIC, VELTO_ID_MODEM_MIC}))
         ->capture_default_str();
-    command.add_option("--seconds", record.seconds, "Record this many seconds")
-        ->check(CLI::NonNegativeNumber);
+    command.add_option("--seconds", record.seconds, "Record this much sound (default: until Ctrl-C)")
+        ->check(NotNegative())
+        ->type_name("SECONDS");
     command.add_flag("--progress", record.showProgress,
                      "Show the progress line even if stderr is not a console");
     command
         .add_option("--pause-reading-at", record.pauseReadingAt,
-                    "Stop reading after this many seconds of sound ...")
-        ->check(CLI::NonNegativeNumber)
+                    "Stop reading at this time of the recorded sound ...")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
-    command.add_option("--pause-reading-for", record.pauseReadingFor, "... for this many seconds")
-        ->check(CLI::NonNegativeNumber)
+    command.add_option("--pause-reading-for", record.pauseReadingFor, "... and continue after this pause")
+        ->check(NotNegative())
+        ->type_name("SECONDS")
         ->group(diagnostics);
     AddPacketTimes(command, record);
     AddEnd(command, record.end);
@@ -189,24 +226,29 @@ void AddDuplex(CLI::App &command, DuplexOptions &duplex)
 {
     command.add_option("--play", duplex.play.files, "AAC file to play on " VELTO_ID_MODEM_SPEAKER)
         ->required()
-        ->expected(1);
+        ->expected(1)
+        ->type_name("FILE");
     command.add_option("--record", duplex.record.file, "AAC file to write from " VELTO_ID_MODEM_MIC)
-        ->required();
-    command.add_flag("--loop", duplex.play.loop, "Repeat the file to play");
+        ->required()
+        ->type_name("FILE");
+    command.add_flag("--loop", duplex.play.loop,
+                     "Repeat the file to play until --seconds have been sent, or until Ctrl-C");
     command
         .add_option_function<double>(
             "--seconds",
             [&duplex](const double &seconds) { duplex.play.seconds = duplex.record.seconds = seconds; },
-            "Play and record this many seconds (default: the length of the file to play)")
-        ->check(CLI::NonNegativeNumber);
+            "Play and record this much sound (default: until the file has been played)")
+        ->check(NotNegative())
+        ->type_name("SECONDS");
     command.add_flag("--progress", duplex.record.showProgress,
                      "Show the recording's progress line even if stderr is not a console");
     AddPaceRate(command, duplex.play);
     AddPacketTimes(command, duplex.record);
     command
         .add_option("--usage-every", duplex.usageEvery,
-                    "Print the process's handles, threads and memory every this many seconds, as JSON")
-        ->check(CLI::PositiveNumber)
+                    "Print the handles, threads and memory of this process as JSON, with this period")
+        ->check(CLI::Validator(CLI::PositiveNumber).description(""))
+        ->type_name("SECONDS")
         ->group(diagnostics);
 }
 
@@ -215,8 +257,10 @@ void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
     command.add_flag("--json", line.json,
                      "Print one JSON object on stdout; human-readable text goes to stderr");
     if (usesModule) {
-        command.add_option("--module", line.modulePath,
-                           "DLL to load (default: LibVeltoAudioHandler.dll in this program's folder)");
+        command
+            .add_option("--module", line.modulePath,
+                        "DLL to load (default: LibVeltoAudioHandler.dll in this program's folder)")
+            ->type_name("FILE");
     }
     command.footer(exitCodeHelp);
 }
@@ -227,10 +271,11 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
 {
     using Command = CommandLine::Command;
     CommandLine line;
-    CLI::App app{"Drives LibVeltoAudioHandler as the VELTO platform's host process does.", "velto-host"};
+    CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does.",
+                 "velto-host"};
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", "velto-host " VELTO_VERSION);
-    app.set_help_all_flag("--help-all", "Print this help with all commands and the diagnostic options");
+    app.set_help_all_flag("--help-all", "Print help with all commands, and with the diagnostic options");
     app.require_subcommand(1);
     app.allow_windows_style_options(false); // "/name" is a path, not an option; the commands inherit this
     app.footer(exitCodeHelp);
@@ -240,14 +285,15 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
         AddCommon(*added, line, command != Command::DEVICES);
         return added;
     };
-    addCommand("capabilities", Command::CAPABILITIES, "List the module's devices, profiles and codecs");
+    addCommand("capabilities", Command::CAPABILITIES,
+               "List the devices that the module offers, with profiles and codecs");
     AddPlay(*addCommand("play", Command::PLAY, "Play an AAC file through the module"), line.play);
     AddRecord(*addCommand("record", Command::RECORD, "Record the microphone through the module"),
               line.record);
     AddDuplex(*addCommand("duplex", Command::DUPLEX, "Play and record at once, as in a call"), line.duplex);
-    addCommand("devices", Command::DEVICES, "List the sound endpoints of Windows and the default ones");
+    addCommand("devices", Command::DEVICES, "List the sound endpoints of Windows, and which are default");
 
-    std::reverse(arguments.begin(), arguments.end()); // the order that CLI11 takes
+    std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {

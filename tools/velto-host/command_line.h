@@ -20,7 +20,7 @@ struct CommandLine {
     DuplexOptions duplex;
 };
 
-// Prints help, the version and errors itself.
+// Prints help, the version and errors of the command line; the command is then NONE.
 CommandLine ReadCommandLine(std::vector<std::string> arguments);
 
 } // namespace velto::host

@@ -1,4 +1,4 @@
-#include <initguid.h> // before the others: defines the interface ids and property keys used below
+#include <initguid.h> // first, so that the other headers define the interface ids and property keys
 
 #include "velto-host/device_commands.h"
 

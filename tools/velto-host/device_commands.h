@@ -1,5 +1,5 @@
-// velto-host capabilities and velto-host devices: which devices the module reports, and which endpoints
-// Windows has.
+// velto-host capabilities lists the devices that the module reports, velto-host devices the endpoints of
+// Windows.
 #pragma once
 
 #include "velto-host/module.h"

@@ -17,8 +17,8 @@ public:
     // Opens both files; throws AacFileError. All references outlive the command.
     DuplexCommand(const DuplexOptions &options, const Output &output, Interruption &interruption);
 
-    // Without --seconds, recording ends with playing. Returns the exit code of playing if that failed, else
-    // of recording.
+    // Without --seconds, recording ends when playing ends. Returns the exit code of playing if playing
+    // failed, else that of recording.
     ExitCode Run(Module &module);
 
 private:

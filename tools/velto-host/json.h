@@ -51,12 +51,12 @@ public:
 
     // Adds an element to an array.
     void Append(Json element);
-    // The value of a key, which is added if there is none. Null becomes an object.
+    // The value of a key; a missing key is added with a null value. If this is null, it becomes an object.
     Json &operator[](const std::string &key);
 
-    // In one line. Replaces bytes that are not UTF-8.
+    // On one line. Replaces bytes that are not UTF-8.
     std::string Text() const;
-    // Indented, one member a line.
+    // Indented, with one member on each line.
     std::string IndentedText() const;
 
 private:
@@ -68,7 +68,7 @@ struct Json::Member {
     Json value;
 };
 
-// Defined here, where Member, which Value contains, is complete.
+// Defined here because Member, which Value contains, must be complete.
 template <std::signed_integral Number>
 Json::Json(Number value) : m_value(std::in_place_type<int64_t>, value)
 {

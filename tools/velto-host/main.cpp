@@ -55,7 +55,7 @@ int Run(const CommandLine &line, const Output &output)
 int main()
 {
     SetConsoleOutputCP(CP_UTF8);
-    // The module uses the same library, which would print a line about every damaged frame.
+    // The module uses the same library, which would print a line about every damaged unit.
     av_log_set_level(AV_LOG_QUIET);
     const CommandLine line = ReadCommandLine(CommandLineArguments());
     const Output output("velto-host", line.json);

@@ -46,7 +46,7 @@ Module::Module(const std::string &path)
     if (m_handle == nullptr) {
         throw ModuleError("cannot load " + m_path + ": " + SystemErrorText(GetLastError()));
     }
-    // The cast to void * first avoids a warning: GetProcAddress declares another function type.
+    // The cast through void * avoids a warning about the different function type of GetProcAddress.
     const auto entry = reinterpret_cast<VeltoGetAudioHandlerFunction>(
         reinterpret_cast<void *>(GetProcAddress(m_handle, VELTO_ENTRY_NAME)));
     const int32_t result = entry != nullptr ? entry(&m_table) : VELTO_OK;

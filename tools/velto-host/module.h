@@ -1,5 +1,5 @@
-// LibVeltoAudioHandler in this process, loaded at run time and called through its table, and the events that
-// it sends.
+// Loads LibVeltoAudioHandler into this process, gives access to its table, and collects the events that it
+// sends.
 #pragma once
 
 #include <windows.h>
@@ -23,8 +23,8 @@ class ModuleError : public std::runtime_error {
 // Created and destroyed by the main thread. Other threads may call the table while this object exists.
 class Module {
 public:
-    // Loads the DLL at this path (UTF-8); if empty, LibVeltoAudioHandler.dll in this program's folder. The
-    // DLLs that it needs are searched for in its own folder and in the system's only.
+    // Loads the DLL at this path (UTF-8), or LibVeltoAudioHandler.dll in this program's folder if the path is
+    // empty. Windows searches for the DLLs that it needs in its own folder and in the system's only.
     explicit Module(const std::string &path);
     ~Module();
     Module(const Module &) = delete;
@@ -57,7 +57,7 @@ class ListenerLog {
 public:
     // Registers with the module. With `show`, each event is printed when it arrives.
     ListenerLog(const Module &module, const Output &output, bool show);
-    // Later events are dropped. Calls nothing, as the module may be unloaded.
+    // Later events are dropped. Does not call the module, which may be unloaded.
     ~ListenerLog();
     ListenerLog(const ListenerLog &) = delete;
     ListenerLog &operator=(const ListenerLog &) = delete;

@@ -9,15 +9,15 @@
 
 namespace velto::host {
 
-// How units are sent. A raw unit does not state its sampling rate: the module takes it as 48000 Hz, and
-// cannot decode other rates.
+// How units are sent. A raw unit does not state its sampling rate: the module assumes 48000 Hz and cannot
+// decode other rates.
 enum class Framing {
     AUTO, // raw at 48000 Hz, ADTS at other rates
     RAW,
     ADTS,
 };
 
-// For tests: ends of a stream that do not close it.
+// Diagnostics: ways to end without closing the stream.
 struct EndOptions {
     double unloadAfter = -1; // when to free the DLL ...
     double unloadWait = 300; // ... and how long to wait until it is unloaded
@@ -31,16 +31,16 @@ struct Parameter {
 };
 
 struct PlayOptions {
-    std::vector<std::string> files; // each is a stream; they play in turn
-    double gap = 0;                 // between two streams
+    std::vector<std::string> files; // each is a stream of its own
+    double gap = 0;                 // pause between two streams
     std::string device = VELTO_ID_SPEAKER;
     int32_t streamType = 3; // media, in the sender's numbering
     bool loop = false;
-    double seconds = -1; // of each stream
+    double seconds = -1; // length of each stream
     bool showProgress = false;
 
     // Diagnostics.
-    std::string modemFile; // sent to ModemSpeaker1 while the only file plays
+    std::string modemFile; // sent to ModemSpeaker1 at the same time as the only file of `files`
     double paceRateHz = 0; // if not 0, the sending rate
     Framing framing = Framing::AUTO;
     bool sendDamaged = false; // send also units that this program's decoder rejects
@@ -51,7 +51,7 @@ struct PlayOptions {
                                       {VELTO_KEY_FORMAT, VELTO_FORMAT_S16}};
     bool endsWithSilence = true; // send VELTO_CUSHION_UNITS silent units after each stream
     bool showEvents = false;
-    double pauseAfter = -1; // of the first stream
+    double pauseAfter = -1; // time in the first stream at which sending pauses
     double pause = 0;
     EndOptions end;
 };
@@ -59,11 +59,11 @@ struct PlayOptions {
 struct RecordOptions {
     std::string file;
     std::string device = VELTO_ID_MIC;
-    double seconds = -1; // of sound
+    double seconds = -1; // length of the recorded sound
     bool showProgress = false;
 
     // Diagnostics.
-    double pauseReadingAt = -1; // of sound
+    double pauseReadingAt = -1; // time in the recorded sound at which reading pauses
     double pauseReadingFor = 0;
     bool packetTimes = false; // report when each packet arrived
     EndOptions end;

@@ -1,4 +1,4 @@
-// What this program prints, and its exit codes. With --json, stdout has the result only, and text for people
+// The output of this program and its exit codes. With --json, stdout has only the result, and text for people
 // goes to stderr.
 #pragma once
 
@@ -14,7 +14,7 @@ namespace velto::host {
 
 enum ExitCode : int {
     EXIT_OK = 0,
-    EXIT_FAILED = 1,           // nothing was played, or the module or the system refused a call
+    EXIT_FAILED = 1,           // nothing was played, or a call to the module or the system failed
     EXIT_USAGE = 2,            // the command line is wrong
     EXIT_MODULE = 3,           // the module cannot be loaded or lacks its entry point
     EXIT_FILE = 4,             // the file cannot be read or written, or is not AAC
@@ -22,14 +22,15 @@ enum ExitCode : int {
     EXIT_INTERRUPTED = 130,    // Ctrl-C
 };
 
-inline constexpr char exitCodeHelp[] = "Exit codes:\n"
-                                       "  0    success\n"
-                                       "  1    nothing was played, or a call was refused\n"
-                                       "  2    wrong command line\n"
-                                       "  3    the module cannot be loaded\n"
-                                       "  4    the file cannot be read or written, or is not AAC\n"
-                                       "  5    nothing came from the microphone\n"
-                                       "  130  interrupted with Ctrl-C";
+inline constexpr char exitCodeHelp[] =
+    "Exit codes:\n"
+    "  0    success\n"
+    "  1    nothing was played, or a call to the module or the system failed\n"
+    "  2    wrong command line\n"
+    "  3    the module cannot be loaded\n"
+    "  4    the file cannot be read or written, or is not AAC\n"
+    "  5    nothing came from the microphone\n"
+    "  130  interrupted with Ctrl-C";
 
 // fmt::format, compiled once, in output.cpp.
 std::string FormatArguments(fmt::string_view text, fmt::format_args arguments);
@@ -42,7 +43,7 @@ std::string Format(fmt::format_string<Arguments...> text, Arguments &&...argumen
 
 class Output {
 public:
-    // `program` precedes complaints.
+    // `program` is printed in front of each line of Complain.
     Output(std::string program, bool json);
 
     // Prints a line for people.

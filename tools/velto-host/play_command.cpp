@@ -10,13 +10,13 @@ namespace {
 constexpr double longestDelaySeconds =
     double{VELTO_QUEUE_UNITS} * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ + 0.300 + 0.300;
 
-// The track whose frame is due first; null if no track has one.
+// The track whose unit is due first; null if no track has one.
 TrackSender *NextTrack(const std::vector<std::unique_ptr<TrackSender>> &stream)
 {
     const auto now = StreamTimer::Clock::now();
     TrackSender *next = nullptr;
     for (const auto &track : stream) {
-        if (track->HasFrame() && (next == nullptr || track->Due(now) < next->Due(now))) {
+        if (track->HasUnit() && (next == nullptr || track->Due(now) < next->Due(now))) {
             next = track.get();
         }
     }
@@ -166,8 +166,8 @@ Json PlayCommand::Report(int exitCode) const
     for (const ListenerEvent &event : m_listener->Events()) {
         events.Append({{"device", event.device}, {"code", event.code}});
     }
-    Json report{{"framesSent", sent},
-                {"framesSkipped", skipped},
+    Json report{{"unitsSent", sent},
+                {"unitsSkipped", skipped},
                 {"silentUnits", silent},
                 {"seconds", SentSeconds()},
                 {"wallSeconds", m_wallSeconds.value_or(SecondsSince(m_begin))},
@@ -190,7 +190,8 @@ Json PlayCommand::Summarise(ExitCode exitCode) const
             track->Summarise();
         }
     }
-    m_output.Say("{} listener event(s) in {:.1f} s", m_listener->Events().size(), m_wallSeconds.value_or(0));
+    m_output.Say("{} event(s) from the module in {:.1f} s", m_listener->Events().size(),
+                 m_wallSeconds.value_or(0));
     return Report(exitCode);
 }
 

@@ -1,7 +1,6 @@
-// velto-host play: sends files to the module's speakers as the platform's host does, one stream after the
-// other.
+// velto-host play: sends files to the module's speakers, one stream after the other.
 //
-// The calling thread makes every call and never enters COM, like the threads of the platform's host.
+// The calling thread makes every call to the module. It never enters COM, because a host need not.
 #pragma once
 
 #include <memory>
@@ -23,11 +22,11 @@ public:
     // Opens the files; throws AacFileError. All references outlive the command.
     PlayCommand(const PlayOptions &options, const Output &output, const Interruption &interruption);
 
-    // Plays to the end and reports.
+    // Plays to the end and prints the report.
     ExitCode Run(Module &module);
 
-    // Run() in two steps, for DuplexCommand, which prints one combined report. Play() plays to the end, or
-    // unloads the module if that was asked for.
+    // Run() in two steps, for DuplexCommand, which prints one combined report. Play() returns at the end of
+    // the last stream, after Ctrl-C, or when --unload-after has unloaded the module.
     ExitCode Play(Module &module);
     // Prints the summary for people and returns the report.
     Json Summarise(ExitCode exitCode) const;
@@ -51,9 +50,9 @@ private:
     ProgressLine m_progress;
     std::vector<Stream> m_streams;
     std::unique_ptr<ListenerLog> m_listener;
-    bool m_paused = false; // the pause has been made
+    bool m_paused = false; // the pause of --pause-after is over or running
     StreamTimer::Clock::time_point m_begin;
-    std::optional<double> m_wallSeconds; // when playing has ended
+    std::optional<double> m_wallSeconds; // set when playing has ended
     Json m_unload;                       // null unless the module was unloaded
 };
 

@@ -1,5 +1,5 @@
-// The status line of a stream: time, frames, level. On a console it is rewritten; elsewhere, one line a
-// second is printed. One thread.
+// The status line of a stream: time, units, level. On a console the line is rewritten; elsewhere, a new line
+// is printed every second. One thread.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@ struct StreamProgress {
     double seconds = 0;
     double length = 0; // in seconds; 0: unknown
     uint64_t units = 0;
-    const char *unitsName = "frames";
+    const char *unitsName = "units";
     double peakDb = silenceDb; // of the current unit
     uint64_t failures = 0;
     const char *failuresName = "skipped";
@@ -23,7 +23,7 @@ class ProgressLine {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // `always`: also if stderr is no console.
+    // `always`: show the line even if stderr is no console.
     explicit ProgressLine(bool always);
     // Completes the line.
     ~ProgressLine();

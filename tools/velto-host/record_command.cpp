@@ -5,7 +5,8 @@
 namespace velto::host {
 namespace {
 
-// Wait after a read without a packet, which may have returned at once: about the period of a capture device.
+// Wait after a read without a packet, because the read may have returned at once: about a period of a capture
+// device.
 constexpr double retrySeconds = 0.010;
 // If the requested time has passed and no packet has come for so long, recording ends.
 constexpr double silenceBeforeEndSeconds = 1.0;
@@ -60,7 +61,7 @@ bool TrackRecorder::Read()
     m_peakDb = silenceDb;
     switch (outcome) {
     case Microphone::Outcome::PACKET:
-        Take(now);
+        WritePacket(now);
         return true;
     case Microphone::Outcome::NOTHING:
         ++m_emptyReads;
@@ -75,7 +76,7 @@ bool TrackRecorder::Read()
     return false;
 }
 
-void TrackRecorder::Take(Clock::time_point now)
+void TrackRecorder::WritePacket(Clock::time_point now)
 {
     if (!m_firstPacketDelay) {
         m_firstPacketDelay = now - m_opened;
@@ -169,10 +170,10 @@ void TrackRecorder::Summarise() const
     m_output.Say("{}: {} packets, {:.3f} s, {} bytes, {:.1f} kbit/s, peak {:.1f} dBFS", m_device, Packets(),
                  Seconds(), m_bytes, BitRate() / 1000.0, m_loudestDb);
     if (m_firstPacketDelay) {
-        m_output.Say(
-            "{}: first packet after {:.0f} ms, longest gap {:.0f} ms, {} empty reads, {} while stopped",
-            m_device, Milliseconds(*m_firstPacketDelay), Milliseconds(m_longestGap), m_emptyReads,
-            m_stoppedReads);
+        m_output.Say("{}: first packet after {:.0f} ms, longest gap {:.0f} ms, {} empty reads, {} reads "
+                     "while capture was stopped",
+                     m_device, Milliseconds(*m_firstPacketDelay), Milliseconds(m_longestGap), m_emptyReads,
+                     m_stoppedReads);
     }
     if (m_undecodable > 0) {
         m_output.Complain("{}: {} packets cannot be decoded", m_device, m_undecodable);
@@ -183,8 +184,7 @@ void TrackRecorder::Summarise() const
     }
     if (Packets() == 0) {
         m_output.Complain("{}: nothing was recorded, and there is no file; the module's log has the reason "
-                          "({} empty reads, "
-                          "{} while it was not capturing)",
+                          "({} empty reads, {} reads while capture was stopped)",
                           m_device, m_emptyReads, m_stoppedReads);
     }
 }
@@ -262,7 +262,7 @@ void RecordCommand::PauseIfDue()
         return;
     }
     m_paused = true;
-    m_output.Say("reading nothing for {} s", m_options.pauseReadingFor);
+    m_output.Say("pausing reads for {} s", m_options.pauseReadingFor);
     m_timer.WaitFor(m_options.pauseReadingFor);
     m_track.NotePause();
     m_output.Say("reading again");
@@ -273,7 +273,7 @@ void RecordCommand::HintIfSilent()
     if (!m_hinted && m_track.Packets() == 0 && m_track.SilentSeconds() >= hintSeconds) {
         m_hinted = true;
         m_progress.Complete();
-        m_output.Complain("nothing comes from the microphone; the module's log has the reason");
+        m_output.Complain("no packet has come from the microphone yet; the module's log has the reason");
     }
 }
 

@@ -1,7 +1,6 @@
-// velto-host record: reads packets from a microphone of the module as the platform's host does, and writes
-// them to a file.
+// velto-host record: reads packets from a microphone of the module and writes them to a file.
 //
-// The calling thread makes every call and never enters COM, like the threads of the platform's host.
+// The calling thread makes every call to the module. It never enters COM, because a host need not.
 #pragma once
 
 #include <chrono>
@@ -22,10 +21,10 @@
 
 namespace velto::host {
 
-// Writes the packets of one microphone of the module to a file, counted and measured.
+// Writes the packets of one microphone of the module to a file, counts them and measures their level.
 //
-// Time in which the microphone sends nothing (it is muted, or the device changes) is not in the file: the
-// next packet follows the last one. One thread.
+// When no packets come (the microphone is muted, or the device changes), the file has no silence in their
+// place: the next packet directly follows the last one. One thread.
 class TrackRecorder {
 public:
     using Clock = std::chrono::steady_clock;
@@ -33,16 +32,16 @@ public:
     // Creates the file; throws AacFileError. `output` outlives this object.
     TrackRecorder(const std::string &file, const std::string &device, const Output &output);
 
-    // False if the module refuses. `table` must stay valid until Close or the last Read.
+    // False if the module returns an error. `table` must stay valid until Close or the last Read.
     bool Open(const AudioHandlerTable &table);
-    // Reads a packet. False if there was none; the caller then waits a little, because the module may not
-    // have waited. Throws AacFileError if the packet cannot be written.
+    // Reads a packet. False if there was none; the caller then waits before the next Read, because the call
+    // may have returned at once. Throws AacFileError if the packet cannot be written.
     bool Read();
     void Close();
     // Completes the file. Throws AacFileError.
     void Finish() { m_writer.Finish(); }
 
-    // Reading was paused on purpose: the time until the next packet is no gap.
+    // For a deliberate pause in reading: the time until the next packet does not count as a gap.
     void NotePause() { m_lastPacket.reset(); }
 
     const std::string &Device() const { return m_device; }
@@ -60,7 +59,7 @@ public:
     void Summarise() const;
 
 private:
-    void Take(Clock::time_point now);
+    void WritePacket(Clock::time_point now);
     void NoteResult(int32_t result);
     double BitRate() const;
 
@@ -82,7 +81,7 @@ private:
     double m_loudestDb = silenceDb;
     uint64_t m_bytes = 0;
     uint64_t m_largestPacket = 0;
-    uint64_t m_emptyReads = 0;   // the microphone had nothing
+    uint64_t m_emptyReads = 0;   // no packet was ready
     uint64_t m_stoppedReads = 0; // the module was not capturing
     uint64_t m_undecodable = 0;
     uint64_t m_nonzeroResults = 0;
@@ -94,11 +93,11 @@ public:
     // Creates the file; throws AacFileError. All references outlive the command.
     RecordCommand(const RecordOptions &options, const Output &output, const Interruption &interruption);
 
-    // Records to the end and reports.
+    // Records to the end and prints the report.
     ExitCode Run(Module &module);
 
-    // Run() in two steps, for DuplexCommand, which prints one combined report. Record() ends after the time
-    // that was asked for, or when `isOver` returns true, or unloads the module if that was asked for.
+    // Run() in two steps, for DuplexCommand, which prints one combined report. Record() returns after
+    // --seconds, when `isOver` returns true, after Ctrl-C, or when --unload-after has unloaded the module.
     ExitCode Record(Module &module, const std::function<bool()> &isOver);
     // Prints the summary for people and returns the report.
     Json Summarise(ExitCode exitCode) const;
@@ -119,10 +118,10 @@ private:
     StreamEnd m_end;
     ProgressLine m_progress;
     TrackRecorder m_track;
-    bool m_paused = false; // the pause has been made
+    bool m_paused = false; // the pause of --pause-reading-at is over or running
     bool m_hinted = false;
     StreamTimer::Clock::time_point m_begin;
-    std::optional<double> m_wallSeconds; // when recording has ended
+    std::optional<double> m_wallSeconds; // set when recording has ended
     Json m_unload;                       // null unless the module was unloaded
 };
 

@@ -77,7 +77,7 @@ uint32_t CountThreads()
 Interruption::Interruption() : m_event(CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
     interruptionEvent = m_event;
-    // A parent that ignores Ctrl-C passes this on to its children; this program must be interruptible.
+    // A process inherits from its parent that it ignores Ctrl-C; this program must be interruptible.
     SetConsoleCtrlHandler(nullptr, FALSE);
     SetConsoleCtrlHandler(OnControl, TRUE);
 }
@@ -144,7 +144,7 @@ Json StreamEnd::Unload(Module &module)
     const auto begin = StreamTimer::Clock::now();
     module.Unload();
     const double callSeconds = SecondsSince(begin);
-    m_output.Say("the module was released in {:.3f} s; waiting at most {} s until it is unloaded",
+    m_output.Say("FreeLibrary returned after {:.3f} s; waiting at most {} s until the module is unloaded",
                  callSeconds, m_options.unloadWait);
     bool isLoaded = module.IsLoaded();
     while (isLoaded && SecondsSince(begin) < m_options.unloadWait && m_timer.WaitFor(unloadPoll)) {

@@ -1,5 +1,5 @@
-// Controls a running stream: Ctrl-C, waiting, ending the module or the process while it runs, reporting
-// resource use.
+// Controls a running stream: Ctrl-C, waiting, unloading the module or ending the process in mid-stream,
+// reporting resource use.
 #pragma once
 
 #include <windows.h>
@@ -66,8 +66,8 @@ inline bool IsReached(double limit, double value)
     return limit >= 0 && value >= limit;
 }
 
-// Unloads the module or ends the process in the middle of a stream, as EndOptions ask. One thread, which
-// makes the stream's calls.
+// Unloads the module or ends the process in the middle of a stream, at the times in EndOptions. One thread,
+// which makes the stream's calls.
 class StreamEnd {
 public:
     // All references outlive this object.

@@ -8,14 +8,14 @@ namespace {
 
 constexpr uint32_t moduleRateHz = VELTO_SAMPLE_RATE_HZ;
 constexpr uint8_t silentUnit[] = VELTO_SILENT_UNIT;
-constexpr int mostFramesAtOnce = 4;
+constexpr int mostUnitsAtOnce = 4;
 constexpr uint64_t mostComplaints = 5; // about skipped units; the summary counts them all
 
-std::chrono::nanoseconds FrameTime(const AacStream &stream, double paceRateHz)
+std::chrono::nanoseconds UnitTime(const AacStream &stream, double paceRateHz)
 {
     const double rateFactor = paceRateHz > 0 ? stream.sampleRateHz / paceRateHz : 1.0;
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
-        std::chrono::duration<double>(stream.FrameSeconds() * rateFactor));
+        std::chrono::duration<double>(stream.UnitSeconds() * rateFactor));
 }
 
 double Milliseconds(Pacer::Clock::duration time)
@@ -33,8 +33,8 @@ TrackSender::TrackSender(const std::string &file, const std::string &device, con
       m_output(output),
       m_reader(std::make_unique<AacReader>(file)),
       m_meter(std::make_unique<LevelMeter>(m_reader->Stream())),
-      m_pacer(FrameTime(m_reader->Stream(), options.paceRateHz), mostFramesAtOnce),
-      m_frameSeconds(m_reader->Stream().FrameSeconds()),
+      m_pacer(UnitTime(m_reader->Stream(), options.paceRateHz), mostUnitsAtOnce),
+      m_unitSeconds(m_reader->Stream().UnitSeconds()),
       m_isAdts(options.framing == Framing::ADTS ||
                (options.framing == Framing::AUTO && m_reader->Stream().sampleRateHz != moduleRateHz))
 {
@@ -52,10 +52,10 @@ void TrackSender::WarnAbout(const AacStream &stream)
                     stream.sampleRateHz, moduleRateHz));
     }
     if (stream.objectType != aacLowComplexity) {
-        Warn(Format("the stream is {}; the module is made for AAC-LC", ObjectTypeName(stream.objectType)));
+        Warn(Format("the stream is {}; the module plays AAC-LC only", ObjectTypeName(stream.objectType)));
     }
     if (!m_meter->IsAvailable()) {
-        Warn("there is no decoder for this stream: frames are sent unchecked, and their level is unknown");
+        Warn("there is no decoder for this stream: units are sent unchecked, and their level is unknown");
     }
 }
 
@@ -65,12 +65,12 @@ void TrackSender::Warn(const std::string &warning)
     m_output.Complain("{}: warning: {}", m_file, warning);
 }
 
-// An MP4 file states its length at its start. Warns once, because all passes are equally short.
+// An MP4 file states its length, but may be truncated. Warns once, because all passes are equally short.
 void TrackSender::WarnIfShort()
 {
     const double length = m_reader->Stream().durationSeconds;
     const double missing = length - m_seconds;
-    if (m_passes == 1 && missing > 2 * m_frameSeconds) {
+    if (m_passes == 1 && missing > 2 * m_unitSeconds) {
         Warn(Format("the file states a length of {:.3f} s; the last {:.3f} s are missing", length, missing));
     }
 }
@@ -97,8 +97,8 @@ void TrackSender::Start(const Module &module)
 
 void TrackSender::Send(const Module &module)
 {
-    StreamFrameHeader header{m_options.streamType, static_cast<uint32_t>(m_frame.size()), 0};
-    StreamFrame frame{m_frame.data(), {}, &header};
+    StreamFrameHeader header{m_options.streamType, static_cast<uint32_t>(m_unit.size()), 0};
+    StreamFrame frame{m_unit.data(), {}, &header};
     const auto before = Clock::now();
     NoteResult(module->WriteStreamBuffer(m_device.Text(), m_device.Length(), nullptr, &frame));
     m_longestCall = std::max(m_longestCall, Clock::now() - before);
@@ -106,8 +106,8 @@ void TrackSender::Send(const Module &module)
         ++m_silent;
     } else {
         ++m_sent;
-        m_bytes += m_frame.size();
-        m_seconds += m_frameSeconds;
+        m_bytes += m_unit.size();
+        m_seconds += m_unitSeconds;
     }
     m_pacer.Advance();
     Fetch();
@@ -120,48 +120,48 @@ void TrackSender::Close(const Module &module)
 
 void TrackSender::Fetch()
 {
-    m_hasFrame = false;
+    m_hasUnit = false;
     if (!m_isSilentUnit) {
         FetchFromFile();
     }
-    if (!m_hasFrame && m_options.endsWithSilence && m_sent > 0 && m_silent < VELTO_CUSHION_UNITS) {
-        TakeSilentUnit();
+    if (!m_hasUnit && m_options.endsWithSilence && m_sent > 0 && m_silent < VELTO_CUSHION_UNITS) {
+        PrepareSilentUnit();
     }
 }
 
-// Silent units flush the module's cushion, which may have all of a short stream, and the decoder, whose last
-// unit would otherwise be heard at the start of the next stream.
-void TrackSender::TakeSilentUnit()
+// Silent units flush the module's cushion, which may contain all of a short stream, and the decoder, which
+// would otherwise add half of the last unit to the start of the next stream.
+void TrackSender::PrepareSilentUnit()
 {
-    m_frame.assign(std::begin(silentUnit), std::end(silentUnit));
+    m_unit.assign(std::begin(silentUnit), std::end(silentUnit));
     if (m_isAdts) {
-        Wrap(VELTO_CHANNELS);
+        AddAdtsHeader(VELTO_CHANNELS);
     }
-    m_hasFrame = m_isSilentUnit = true;
+    m_hasUnit = m_isSilentUnit = true;
 }
 
 // Reads until a unit can be sent. At the end of the file, starts another pass if the file is repeated.
 void TrackSender::FetchFromFile()
 {
-    while (!m_hasFrame && (m_options.seconds < 0 || m_seconds < m_options.seconds)) {
-        switch (m_reader->Read(m_frame)) {
-        case AacReader::Outcome::FRAME:
-            m_hasFrame = CheckUnit();
-            m_framesInThisPass = m_framesInThisPass || m_hasFrame;
+    while (!m_hasUnit && (m_options.seconds < 0 || m_seconds < m_options.seconds)) {
+        switch (m_reader->Read(m_unit)) {
+        case AacReader::Outcome::UNIT:
+            m_hasUnit = CheckUnit();
+            m_unitsInThisPass = m_unitsInThisPass || m_hasUnit;
             break;
         case AacReader::Outcome::DAMAGED:
             Skip(m_damaged, m_reader->Damage());
             break;
         case AacReader::Outcome::MISSING:
-            ++m_missing; // its duration is unknown: the next unit takes its time
+            ++m_missing; // of unknown duration, so the next unit is sent in its place
             break;
         case AacReader::Outcome::END:
             WarnIfShort();
-            if (!m_options.loop || !m_framesInThisPass) {
+            if (!m_options.loop || !m_unitsInThisPass) {
                 return;
             }
             m_reader = std::make_unique<AacReader>(m_file);
-            m_framesInThisPass = false;
+            m_unitsInThisPass = false;
             ++m_passes;
             break;
         }
@@ -170,34 +170,34 @@ void TrackSender::FetchFromFile()
 
 bool TrackSender::CheckUnit()
 {
-    const std::optional<double> peak = m_meter->PeakDb(m_frame);
+    const std::optional<double> peak = m_meter->PeakDb(m_unit);
     m_peakDb = peak.value_or(silenceDb);
     if (!peak && !m_options.sendDamaged) {
         Skip(m_rejected, "it cannot be decoded");
         return false;
     }
     if (m_isAdts) {
-        Wrap(m_reader->Stream().channels);
+        AddAdtsHeader(m_reader->Stream().channels);
     }
     return true;
 }
 
-// Adds an ADTS header, which states the rate and the channels.
-void TrackSender::Wrap(uint32_t channels)
+// The header states the rate and the channels, which a raw unit does not.
+void TrackSender::AddAdtsHeader(uint32_t channels)
 {
     const uint32_t rateHz = m_reader->Stream().sampleRateHz;
-    const std::vector<uint8_t> header = MakeAdtsHeader(rateHz, channels, m_frame.size());
-    m_frame.insert(m_frame.begin(), header.begin(), header.end());
+    const std::vector<uint8_t> header = MakeAdtsHeader(rateHz, channels, m_unit.size());
+    m_unit.insert(m_unit.begin(), header.begin(), header.end());
 }
 
 void TrackSender::Skip(uint64_t &counter, const std::string &why)
 {
     ++counter;
     if (Skipped() <= mostComplaints) {
-        m_output.Complain("{}: frame at {:.3f} s skipped: {}{}", m_file, m_seconds, why,
+        m_output.Complain("{}: unit at {:.3f} s skipped: {}{}", m_file, m_seconds, why,
                           Skipped() == mostComplaints ? "; further ones are only counted" : "");
     }
-    m_seconds += m_frameSeconds;
+    m_seconds += m_unitSeconds;
     m_pacer.Advance();
 }
 
@@ -223,13 +223,13 @@ StreamProgress TrackSender::Progress() const
 void TrackSender::Summarise() const
 {
     m_output.Say(
-        "{}: {} frames sent, {} silent units after them, {} skipped, {:.3f} s, {} bytes, {} nonzero results",
+        "{}: {} units sent, {} silent units after them, {} skipped, {:.3f} s, {} bytes, {} nonzero results",
         m_device.id, m_sent, m_silent, Skipped(), m_seconds, m_bytes, m_nonzeroResults);
     if (m_nonzeroResults > 0) {
         m_output.Complain("{}: first nonzero result: {}", m_device.id, m_firstNonzeroResult);
     }
     if (m_sent == 0) {
-        m_output.Complain("{}: there was no frame to send", m_device.id);
+        m_output.Complain("{}: there was no unit to send", m_device.id);
     }
 }
 
@@ -242,8 +242,8 @@ Json TrackSender::Report() const
             {"objectType", stream.objectType},
             {"sampleRate", stream.sampleRateHz},
             {"channels", stream.channels},
-            {"framesSent", m_sent},
-            {"framesSkipped", Skipped()},
+            {"unitsSent", m_sent},
+            {"unitsSkipped", Skipped()},
             {"silentUnits", m_silent},
             {"skipped", {{"damaged", m_damaged}, {"missing", m_missing}, {"undecodable", m_rejected}}},
             {"seconds", m_seconds},

@@ -1,4 +1,5 @@
-// Sends one file to one speaker of the module: one frame a call, at the stream's pace, then silent units.
+// Sends one file to one speaker of the module: one unit with each call, at the pace of the stream, then
+// silent units.
 //
 // A unit that is damaged in the file, or that this program's decoder rejects, is counted and skipped; nothing
 // is sent in its time. One thread.
@@ -31,11 +32,11 @@ public:
     // Starts the stream, or resumes it after a pause: the module buffers its next units as a cushion, and the
     // first of them is due at once.
     void Start(const Module &module);
-    // True while there is a frame to send, from the file or a silent one after it.
-    bool HasFrame() const { return m_hasFrame; }
-    // When the current frame is due.
+    // True while there is a unit to send, from the file or a silent one after it.
+    bool HasUnit() const { return m_hasUnit; }
+    // When the current unit is due.
     Clock::time_point Due(Clock::time_point now) { return m_pacer.Due(now); }
-    // Sends the current frame and fetches the next one.
+    // Sends the current unit and fetches the next one.
     void Send(const Module &module);
     // Ends the track.
     void Close(const Module &module);
@@ -55,9 +56,9 @@ public:
 private:
     void Fetch();
     void FetchFromFile();
-    void TakeSilentUnit();
+    void PrepareSilentUnit();
     bool CheckUnit();
-    void Wrap(uint32_t channels);
+    void AddAdtsHeader(uint32_t channels);
     void WarnIfShort();
     void Skip(uint64_t &counter, const std::string &why);
     void NoteResult(int32_t result);
@@ -72,12 +73,12 @@ private:
     std::unique_ptr<AacReader> m_reader;
     std::unique_ptr<LevelMeter> m_meter;
     Pacer m_pacer;
-    double m_frameSeconds;
-    bool m_isAdts; // how frames are sent
-    std::vector<uint8_t> m_frame;
-    bool m_hasFrame = false;
-    bool m_isSilentUnit = false; // the current frame
-    bool m_framesInThisPass = false;
+    double m_unitSeconds;
+    bool m_isAdts; // whether units are sent with ADTS headers
+    std::vector<uint8_t> m_unit;
+    bool m_hasUnit = false;
+    bool m_isSilentUnit = false; // the current unit is one of the silent ones at the end
+    bool m_unitsInThisPass = false;
 
     double m_seconds = 0; // of the stream, skipped units included
     double m_peakDb = silenceDb;

@@ -1,4 +1,4 @@
-// What describes AAC: streams, the headers of ADTS frames, the configuration of a decoder. Portable.
+// Descriptions of AAC: the format of a stream, ADTS headers, the configuration of a decoder. Portable.
 #pragma once
 
 #include <cstddef>
@@ -28,10 +28,10 @@ struct AacStream {
     uint32_t sampleRateHz = 0; // of the AAC core: a unit lasts 1024 of its samples
     uint32_t channels = 0;     // as decoded
     uint32_t objectType = 0;
-    double durationSeconds = 0;          // 0 if unknown; ADTS files do not have it
+    double durationSeconds = 0;          // 0 if unknown; ADTS files do not state it
     std::vector<uint8_t> specificConfig; // MPEG-4 AudioSpecificConfig, for a decoder
 
-    double FrameSeconds() const { return static_cast<double>(samplesPerUnit) / sampleRateHz; }
+    double UnitSeconds() const { return static_cast<double>(samplesPerUnit) / sampleRateHz; }
 };
 
 // "AAC-LC", "HE-AAC", ...; the number for a type without a common name.
@@ -40,7 +40,7 @@ std::string ObjectTypeName(uint32_t objectType);
 // The header before each access unit of an ADTS stream.
 struct AdtsHeader {
     size_t headerBytes = 0;  // 7, or 9 with a checksum
-    size_t frameBytes = 0;   // header included
+    size_t frameBytes = 0;   // header and unit
     uint32_t objectType = 0; // 1 to 4
     uint32_t sampleRateHz = 0;
     uint32_t channelConfiguration = 0; // 0: described inside the stream

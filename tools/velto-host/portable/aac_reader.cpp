@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t lowestRateHz = 7350;
 constexpr uint32_t highestRateHz = 96000;
-constexpr int mostFailuresInARow = 1000; // then reading ends, however long the file claims to be
+constexpr int mostFailuresInARow = 1000; // then reading ends, whatever length the file states
 
 void ThrowIfFailed(int result)
 {
@@ -91,7 +91,7 @@ AacReader::~AacReader() = default;
 
 void AacReader::Open(const std::string &path)
 {
-    // Without the prefix a colon in the name could be taken for a protocol.
+    // Without the prefix, FFmpeg could take the part of the name before a colon for a protocol.
     const std::string url = "file:" + path;
     const AVInputFormat *container = ContainerOf(url);
     const std::string_view name = container->name;
@@ -110,7 +110,7 @@ void AacReader::Open(const std::string &path)
     }
     m_index = av_find_best_stream(format, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (m_index < 0) {
-        throw AacFileError(m_stream.isAdts ? "has no AAC frame" : "has no sound");
+        throw AacFileError(m_stream.isAdts ? "has no AAC unit" : "has no sound");
     }
 }
 
@@ -130,7 +130,7 @@ void AacReader::Describe()
     }
     if (m_stream.sampleRateHz < lowestRateHz || m_stream.sampleRateHz > highestRateHz ||
         m_stream.channels == 0) {
-        throw AacFileError("has no AAC frame that can be read");
+        throw AacFileError("has no AAC unit that can be read");
     }
     if (!m_stream.isAdts && codec->extradata_size > 0) {
         m_stream.specificConfig.assign(codec->extradata, codec->extradata + codec->extradata_size);
@@ -138,13 +138,13 @@ void AacReader::Describe()
         m_stream.specificConfig =
             MakeSpecificConfig(aacLowComplexity, m_stream.sampleRateHz, m_stream.channels);
     }
-    // For ADTS, FFmpeg guesses the duration from the bit rate of the first frames, and is often far off.
+    // For ADTS, FFmpeg guesses the duration from the bit rate of the first units, and is often far off.
     if (!m_stream.isAdts && stream->duration > 0) {
         m_stream.durationSeconds = static_cast<double>(stream->duration) * av_q2d(stream->time_base);
     }
 }
 
-AacReader::Outcome AacReader::Read(std::vector<uint8_t> &frame)
+AacReader::Outcome AacReader::Read(std::vector<uint8_t> &unit)
 {
     for (;;) {
         av_packet_unref(m_packet.get());
@@ -158,12 +158,12 @@ AacReader::Outcome AacReader::Read(std::vector<uint8_t> &frame)
         }
         m_failuresInARow = 0;
         if (m_packet->stream_index == m_index) {
-            return TakeUnit(frame);
+            return TakeUnit(unit);
         }
     }
 }
 
-AacReader::Outcome AacReader::TakeUnit(std::vector<uint8_t> &frame)
+AacReader::Outcome AacReader::TakeUnit(std::vector<uint8_t> &unit)
 {
     std::span<const uint8_t> bytes(m_packet->data, static_cast<size_t>(m_packet->size));
     if (m_stream.isAdts) {
@@ -172,19 +172,20 @@ AacReader::Outcome AacReader::TakeUnit(std::vector<uint8_t> &frame)
             return Fail(Outcome::DAMAGED, "no ADTS header");
         }
         if (header->frameBytes != bytes.size()) {
-            return Fail(Outcome::DAMAGED, std::to_string(bytes.size()) + " bytes of a frame of " +
+            return Fail(Outcome::DAMAGED, std::to_string(bytes.size()) + " bytes of an ADTS frame of " +
                                               std::to_string(header->frameBytes));
         }
         if (header->rawBlocks != 1) {
-            return Fail(Outcome::DAMAGED, std::to_string(header->rawBlocks) + " raw blocks in one frame");
+            return Fail(Outcome::DAMAGED,
+                        std::to_string(header->rawBlocks) + " raw blocks in one ADTS frame");
         }
         bytes = bytes.subspan(header->headerBytes);
     }
     if (bytes.empty() || (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
         return Fail(Outcome::DAMAGED, "incomplete");
     }
-    frame.assign(bytes.begin(), bytes.end());
-    return Outcome::FRAME;
+    unit.assign(bytes.begin(), bytes.end());
+    return Outcome::UNIT;
 }
 
 AacReader::Outcome AacReader::Fail(Outcome outcome, std::string damage)

@@ -1,8 +1,9 @@
-// Splits an AAC file into the raw access units that the module decodes, and measures the level of a unit.
+// AacReader splits an AAC file into the raw access units that the module decodes; LevelMeter measures the
+// level of a unit.
 //
 // Reads ADTS (.aac), whose headers it removes, and MP4 (.m4a, .mp4), which stores the units without headers.
-// A file that cannot be played throws AacFileError. A damaged unit is reported as such, and reading continues
-// after it.
+// Throws AacFileError for a file that cannot be played. After a damaged unit, which Read reports, reading
+// continues with the next one.
 //
 // One thread for each object. Portable.
 #pragma once
@@ -25,13 +26,13 @@ namespace velto::host {
 class AacReader {
 public:
     enum class Outcome {
-        FRAME,   // one raw access unit
+        UNIT,    // one raw access unit
         DAMAGED, // one unit that is incomplete or not AAC; Damage() has the reason
         MISSING, // the file lacks the bytes of a unit that it lists; Damage() has the reason
         END,
     };
 
-    // Opens the file (path in UTF-8) and reads what describes the stream.
+    // Opens the file (path in UTF-8) and reads the format of the stream.
     explicit AacReader(const std::string &path);
     ~AacReader();
     AacReader(const AacReader &) = delete;
@@ -39,8 +40,8 @@ public:
 
     const AacStream &Stream() const { return m_stream; }
 
-    // Reads the next unit into `frame`, which changes only if the outcome is FRAME.
-    Outcome Read(std::vector<uint8_t> &frame);
+    // Reads the next unit into `unit`, which changes only if the outcome is UNIT.
+    Outcome Read(std::vector<uint8_t> &unit);
 
     // Why the last unit was DAMAGED or MISSING.
     const std::string &Damage() const { return m_damage; }
@@ -48,7 +49,7 @@ public:
 private:
     void Open(const std::string &path);
     void Describe();
-    Outcome TakeUnit(std::vector<uint8_t> &frame);
+    Outcome TakeUnit(std::vector<uint8_t> &unit);
     Outcome Fail(Outcome outcome, std::string damage);
 
     struct FormatCloser {

@@ -89,7 +89,7 @@ AacWriter::~AacWriter()
 void AacWriter::Open(const char *muxer)
 {
     AVFormatContext *format = nullptr;
-    // Without the prefix a colon in the name could be taken for a protocol.
+    // Without the prefix, FFmpeg could take the part of the name before a colon for a protocol.
     const std::string url = "file:" + ToUtf8(m_unfinished);
     Check(avformat_alloc_output_context2(&format, nullptr, muxer, url.c_str()));
     m_format.reset(format);
@@ -142,7 +142,7 @@ void AacWriter::Write(std::span<const uint8_t> unit)
     if (unit.empty()) {
         throw AacFileError(m_name + ": an empty unit cannot be written");
     }
-    // The muxer copies the unit. Time 0 is the begin of the sound, after the priming.
+    // The muxer copies the unit. Time 0 is the start of the sound, after the priming.
     m_packet->data = const_cast<uint8_t *>(unit.data());
     m_packet->size = static_cast<int>(unit.size());
     m_packet->flags = AV_PKT_FLAG_KEY;
@@ -170,7 +170,7 @@ void AacWriter::Finish()
     std::error_code error;
     std::filesystem::rename(m_unfinished, m_path, error);
     if (error) {
-        throw AacFileError(m_name + ": cannot be replaced: " + error.message() + "; the recording is " +
+        throw AacFileError(m_name + ": cannot be replaced: " + error.message() + "; the recording is in " +
                            ToUtf8(m_unfinished));
     }
 }

@@ -1,10 +1,10 @@
 // Writes raw AAC-LC access units to a file. The name's ending selects ADTS (.aac) or MP4 (.m4a, .mp4).
 //
-// Until the file is complete, its name has ".unfinished" appended; such a file is deleted with this object.
+// Until the file is complete, its name has ".unfinished" appended; the destructor deletes such a file.
 // Finish() gives the file its name and replaces an older file of that name.
 //
-// The first unit is taken as the encoder's priming. An MP4 file records this, so that its sound begins with
-// the second unit. ADTS cannot record it.
+// The first unit is the encoder's priming. An MP4 file states this, so that its sound begins with the second
+// unit. An ADTS file cannot state it.
 //
 // One thread. Portable.
 #pragma once
@@ -28,7 +28,7 @@ public:
     struct Format {
         uint32_t sampleRateHz = 48000;
         uint32_t channels = 2;
-        uint32_t bitRate = 128000; // in bit/s; only MP4 has it
+        uint32_t bitRate = 128000; // in bit/s; only MP4 states it
     };
 
     // Creates the file (path in UTF-8). Throws AacFileError if the ending is none of the three, or if the

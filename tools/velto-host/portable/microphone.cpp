@@ -3,9 +3,9 @@
 namespace velto::host {
 namespace {
 
-// The size that a read asks for. The module only derives its waiting time from it: the duration of as much
-// 16-bit stereo PCM, 20 ms, plus 2 ms. It exceeds the longest packet (6144 bits per channel), so that an
-// unchanged size means that there is no packet.
+// The size that a read asks for. The module derives only its waiting time from this size: the duration of so
+// many bytes of 16-bit stereo PCM, 20 ms, plus 2 ms. The size exceeds the longest packet (6144 bits per
+// channel), so that an unchanged size means that there is no packet.
 constexpr uint32_t requestedBytes = 3840;
 constexpr uint32_t longestPacket = 6144 / 8 * microphoneChannels;
 static_assert(requestedBytes > longestPacket);

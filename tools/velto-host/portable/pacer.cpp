@@ -2,9 +2,9 @@
 
 namespace velto::host {
 
-// A burst of n frames is the frame due now and n - 1 late ones.
-Pacer::Pacer(std::chrono::nanoseconds frameTime, int mostFramesAtOnce)
-    : m_frameTime(frameTime), m_mostLate(frameTime * (mostFramesAtOnce - 1))
+// A burst of n units is the unit due now and n - 1 late ones.
+Pacer::Pacer(std::chrono::nanoseconds unitTime, int mostUnitsAtOnce)
+    : m_unitTime(unitTime), m_mostLate(unitTime * (mostUnitsAtOnce - 1))
 {
 }
 
@@ -23,7 +23,7 @@ Pacer::Clock::time_point Pacer::Due(Clock::time_point now)
 void Pacer::Advance()
 {
     if (m_due) {
-        *m_due += m_frameTime;
+        *m_due += m_unitTime;
     }
 }
 

@@ -1,5 +1,5 @@
-// Computes when each frame of a stream is due. Deadlines count from the start of the stream, so that errors
-// of single waits do not add up. A sender that fell behind catches up by a few frames only; the schedule then
+// Computes when each unit of a stream is due. Deadlines count from the start of the stream, so that errors
+// of single waits do not add up. A sender that fell behind catches up by a few units only; the schedule then
 // moves by the rest of the delay. Portable; the caller passes the time.
 #pragma once
 
@@ -13,23 +13,23 @@ class Pacer {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // At most `mostFramesAtOnce` frames are sent at once to catch up.
-    Pacer(std::chrono::nanoseconds frameTime, int mostFramesAtOnce);
+    // At most `mostUnitsAtOnce` units are sent at once to catch up.
+    Pacer(std::chrono::nanoseconds unitTime, int mostUnitsAtOnce);
 
-    // Due time of the next frame, the same until Advance(). The first frame is due at once.
+    // Due time of the next unit, the same until Advance(). The first unit is due at once.
     Clock::time_point Due(Clock::time_point now);
 
-    // The frame was sent or skipped: the next one is due a frame time later.
+    // The unit was sent or skipped: the next one is due `unitTime` later.
     void Advance();
 
-    // The next frame is due at once, for the end of a deliberate pause.
+    // Makes the next unit due at once, after a deliberate pause.
     void Restart() { m_due.reset(); }
 
     // How often the schedule was moved.
     uint64_t Slips() const { return m_slips; }
 
 private:
-    std::chrono::nanoseconds m_frameTime;
+    std::chrono::nanoseconds m_unitTime;
     std::chrono::nanoseconds m_mostLate;
     std::optional<Clock::time_point> m_due;
     uint64_t m_slips = 0;
