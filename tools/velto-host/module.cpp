@@ -83,7 +83,7 @@ ListenerLog::ListenerLog(const Module &module, const Output &output, bool show)
     currentLog = this;
     const AudioListener listener{OnEvent, nullptr};
     if (module->RegisterListener(&listener) != VELTO_OK) {
-        m_output.Complain("the module refused the listener");
+        m_output.Complain("RegisterListener failed: events are not reported");
     }
 }
 

@@ -262,7 +262,7 @@ void RecordCommand::PauseIfDue()
         return;
     }
     m_paused = true;
-    m_output.Say("pausing reads for {} s", m_options.pauseReadingFor);
+    m_output.Say("reading nothing for {} s", m_options.pauseReadingFor);
     m_timer.WaitFor(m_options.pauseReadingFor);
     m_track.NotePause();
     m_output.Say("reading again");

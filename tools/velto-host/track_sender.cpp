@@ -52,7 +52,8 @@ void TrackSender::WarnAbout(const AacStream &stream)
                     stream.sampleRateHz, moduleRateHz));
     }
     if (stream.objectType != aacLowComplexity) {
-        Warn(Format("the stream is {}; the module plays AAC-LC only", ObjectTypeName(stream.objectType)));
+        Warn(Format("the stream is {}; the module is designed for AAC-LC and may drop it",
+                    ObjectTypeName(stream.objectType)));
     }
     if (!m_meter->IsAvailable()) {
         Warn("there is no decoder for this stream: units are sent unchecked, and their level is unknown");
