@@ -1,5 +1,6 @@
 #include "logging/log_settings.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -48,7 +49,7 @@ std::optional<int> ParseLevel(const NativeString &text)
 {
     std::string name;
     for (const auto unit : text) {
-        if (unit < 0 || unit > 0x7F) {
+        if (static_cast<uint32_t>(unit) > 0x7F) {
             return std::nullopt; // cut to 8 bits, some letters would look like digits
         }
         const bool isCapital = unit >= 'A' && unit <= 'Z';

@@ -93,7 +93,7 @@ def measure_speaker(recorder, host, speech):
     if started and heard_at is not None:
         # If the first windows are damaged, the first good one begins later in the speech.
         delay = round(1000 * (recorder.time_of(heard_at) - speaker.result.good[0].start_s - started))
-    return speaker, speaker.report(unitsInFile=media.frame_count(speech),
+    return speaker, speaker.report(unitsInFile=media.unit_count(speech),
                                    unitsSent=host.summary["play"]["unitsSent"], firstSoundDelayMs=delay)
 
 

@@ -23,7 +23,7 @@ class Duplex(session.SystemTest):
         self.assert_ended_well(host)
         self.assertEqual(host.summary["play"]["nonzeroResults"], 0)
         self.assertEqual(host.summary["record"]["nonzeroResults"], 0)
-        self.assertEqual(host.summary["play"]["unitsSent"], media.frame_count(sent))
+        self.assertEqual(host.summary["play"]["unitsSent"], media.unit_count(sent))
         tolerance = {"tolerated_windows": compare.TOLERATED_WINDOWS * MINUTES,
                      "tolerated_slips": compare.TOLERATED_SLIPS * MINUTES}
         self.assert_recorded(recording, spoken, **tolerance)

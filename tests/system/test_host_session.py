@@ -67,8 +67,8 @@ class OtherCommands(session.SystemTest):
         speech = media.speech("speech")
         recorder = self.session.record()
         host = self.session.host(paths.to_windows(speech), program=paths.EXAMPLE_HOST)
-        self.assert_ended_well(host, last_words=f"{media.frame_count(speech)} units sent, 0 refused")
-        self.assertIn(f"{media.frame_count(speech)} units sent, 0 refused", host.output())
+        self.assert_ended_well(host, last_words=f"{media.unit_count(speech)} units sent, 0 refused")
+        self.assertIn(f"{media.unit_count(speech)} units sent, 0 refused", host.output())
         self.assert_heard(recorder, speech)
 
     def folder_with(self, name, *patterns):

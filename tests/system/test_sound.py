@@ -8,7 +8,7 @@ class StereoAt48000(session.SystemTest):
     def test_speech_is_heard_completely_at_48000_hz(self):
         speech = media.speech("speech")
         host = self.assert_plays_completely(speech)
-        self.assertEqual(host.summary["unitsSent"], media.frame_count(speech))
+        self.assertEqual(host.summary["unitsSent"], media.unit_count(speech))
         self.assertEqual(host.log.count("Initialize end. BUFF_DURATIAN=3000000", "AudioPlayerWas::InitDefaultAudioDevice"), 2)
         self.assertEqual(host.log.count("needDelay. push all delay buffer queue"), 1)
 
