@@ -33,8 +33,8 @@ def lines(found):
                                 "processor during the fault", "streams: speaker, microphone"], faults)
     yield ""
     for storm in found["storm"]:
-        yield (f"- During a storm of {storm['seconds']} s, eight threads made {storm['calls']} calls while the default devices "
-               f"changed {storm['changes']} times. {storm['different']} calls returned a result that is not documented.")
+        yield (f"- A storm of {storm['seconds']} s: {storm['calls']} calls from eleven threads during {storm['changes']} changes of "
+               f"the default devices; {storm['different']} calls did not return what is documented.")
     for loads in found["loads"]:
         yield (f"- One process loaded the module, ran a storm and freed the module {loads['loads']} times. The module was "
                f"unloaded {loads['goneAfterS']:.0f} s after the last time; the number of threads changed from "

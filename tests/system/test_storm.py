@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Eight threads make random calls at once while the default devices change."""
+"""Eleven threads make random calls at once while the default devices change."""
 
 import random
 

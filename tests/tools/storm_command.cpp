@@ -30,6 +30,18 @@ AacUnits ReadUnits(const std::string &file)
     return units;
 }
 
+// {slot: {result: calls}}
+Json CallsAsJson(const StormFigures &figures)
+{
+    Json calls;
+    for (const auto &[slot, results] : figures.CallsOfSlots()) {
+        for (const auto &[result, times] : results) {
+            calls[std::string(slot)][std::to_string(result)] = times;
+        }
+    }
+    return calls;
+}
+
 } // namespace
 
 StormCommand::StormCommand(const StormOptions &options, const Output &output,
@@ -55,35 +67,41 @@ ExitCode StormCommand::Run(const std::string &modulePath)
         }
     }
     m_usage.Append(MeasureProcess());
-    const ExitCode exitCode = m_interrupted               ? EXIT_INTERRUPTED
-                              : m_counts.Different() == 0 ? EXIT_OK
-                                                          : EXIT_FAILED;
-    const Json report = Report(exitCode);
-    m_output.Say("{}", m_counts.Report().Text());
-    m_output.Say("{} calls did not return the documented result", m_counts.Different());
-    m_output.Result(report);
+    const ExitCode exitCode = m_interrupted                ? EXIT_INTERRUPTED
+                              : m_figures.Different() == 0 ? EXIT_OK
+                                                           : EXIT_FAILED;
+    m_output.Say("{}", CallsAsJson(m_figures).Text());
+    m_output.Say("{} calls did not return the documented result", m_figures.Different());
+    m_output.Result(Report(exitCode, m_figures));
     return exitCode;
 }
 
 void StormCommand::RunOnce(const Module &module, uint32_t seed)
 {
-    Storm storm(module.Table(), m_units, m_counts, seed);
+    StormPlan plan;
+    plan.seed = seed;
+    CallStorm storm(module.Table(), m_units, plan);
+    const auto reportSoFar = [&](int exitCode) {
+        StormFigures figures = m_figures;
+        figures.Add(storm.Figures());
+        return Report(exitCode, figures);
+    };
     const auto begin = StreamTimer::Clock::now();
     while (!m_interrupted && SecondsSince(begin) < m_options.seconds) {
         m_interrupted = !m_timer.WaitFor(pollSeconds);
-        m_end.ExitIfDue(SecondsSince(m_begin), [this](int exitCode) { return Report(exitCode); });
+        m_end.ExitIfDue(SecondsSince(m_begin), reportSoFar);
     }
     storm.Stop();
-    m_packets += storm.Packets();
+    m_figures.Add(storm.Figures());
 }
 
-Json StormCommand::Report(int exitCode) const
+Json StormCommand::Report(int exitCode, const StormFigures &figures) const
 {
     Json report{{"seed", m_options.seed},
                 {"loads", m_loads},
-                {"calls", m_counts.Report()},
-                {"notAsDocumented", m_counts.Different()},
-                {"packets", m_packets},
+                {"calls", CallsAsJson(figures)},
+                {"notAsDocumented", figures.Different()},
+                {"packets", figures.Packets()},
                 {"seconds", SecondsSince(m_begin)},
                 {"usage", m_usage}};
     if (!m_unload.IsNull()) {

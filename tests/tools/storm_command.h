@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "storm.h"
+#include "tests/tools/call_storm.h"
 #include "velto-host/module.h"
 #include "velto-host/options.h"
 #include "velto-host/output.h"
@@ -31,7 +31,7 @@ public:
 
 private:
     void RunOnce(const velto::host::Module &module, uint32_t seed);
-    Json Report(int exitCode) const;
+    velto::host::Json Report(int exitCode, const StormFigures &figures) const;
 
     const StormOptions &m_options;
     const velto::host::Output &m_output;
@@ -39,12 +39,12 @@ private:
     velto::host::StreamEnd m_end;
     velto::host::StreamTimer::Clock::time_point m_begin = velto::host::StreamTimer::Clock::now();
     AacUnits m_units;
-    CallCounts m_counts;
-    uint64_t m_packets = 0;
+    StormFigures m_figures; // of the storms that are over
     uint32_t m_loads = 0;
     bool m_interrupted = false;
-    Json m_usage = Json::Array(); // before the first cycle, after the last one, after the unload
-    Json m_unload;                // of the last cycle
+    // Before the first cycle, after the last one, after the unload.
+    velto::host::Json m_usage = velto::host::Json::Array();
+    velto::host::Json m_unload; // of the last cycle
 };
 
 } // namespace velto_test

@@ -1,0 +1,62 @@
+// Makes all calls of the table at once and at random, from eleven threads: two that write to each speaker,
+// one each for parameters, closes, capabilities and the listener, one that opens, reads and closes a
+// microphone, and two that only read.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "tests/tools/storm_caller.h"
+#include "velto/audio_handler.h"
+
+namespace velto_test {
+
+struct StormPlan {
+    uint32_t seed = 1; // each thread makes the same calls for the same seed
+    double pace = 1;   // multiplies all pauses and the length of recordings; 1 suits real devices
+    // Without a number, the storm lasts until Stop. In a round, each thread makes about 45 writes, 34 other
+    // calls of a speaker, or one recording.
+    std::optional<uint32_t> rounds;
+};
+
+// One thread uses the object.
+class CallStorm {
+public:
+    // Starts the threads. `units` is not empty. The table and the units outlive this object.
+    CallStorm(const AudioHandlerTable &table, const AacUnits &units, const StormPlan &plan);
+    // Stops.
+    ~CallStorm();
+    CallStorm(const CallStorm &) = delete;
+    CallStorm &operator=(const CallStorm &) = delete;
+
+    // Adds a thread that disturbs the calls. The pace also applies to its pauses.
+    void Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(RandomChoices &)> step);
+
+    // Waits until all rounds are over, then stops. The plan has a number of rounds.
+    void Finish();
+    // Ends the threads, and closes the tracks; the microphone is closed then.
+    void Stop();
+
+    StormFigures Figures() const;
+
+private:
+    using Step = std::function<void(StormCaller &)>;
+
+    void Start(std::optional<uint32_t> stepsPerRound, uint32_t longestPauseMs, Step step);
+
+    const AudioHandlerTable &m_table;
+    const AacUnits &m_units;
+    const StormPlan m_plan;
+    std::atomic<bool> m_stopped{false};
+    uint32_t m_seed;
+    std::list<StormCaller> m_callers; // one for each thread, which uses it
+    std::vector<std::thread> m_threads;
+    std::vector<std::thread> m_endlessThreads; // end only after m_stopped is set
+};
+
+} // namespace velto_test
