@@ -4,32 +4,24 @@
 #include <utility>
 
 namespace velto_test {
-namespace {
-
-void Join(std::vector<std::thread> &threads)
-{
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    threads.clear();
-}
-
-} // namespace
 
 CallStorm::CallStorm(const AudioHandlerTable &table, const AacUnits &units, const StormPlan &plan)
     : m_table(table), m_units(units), m_plan(plan), m_seed(plan.seed)
 {
     for (const std::string id :
          {VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER, VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}) {
-        Start(3, 300, [id](StormCaller &caller) { caller.Write(id); });
+        Start(ForRounds(3), 300, [id](StormCaller &caller) { caller.Write(id); });
     }
-    Start(34, 200, &StormCaller::SetParameters);
-    Start(34, 200, &StormCaller::CloseTrack);
-    Start(34, 50, &StormCaller::QueryCapabilities);
-    Start(34, 100, &StormCaller::ChangeListener);
-    Start(1, 200, &StormCaller::Record);
+    Start(ForRounds(34), 200, &StormCaller::SetParameters);
+    Start(ForRounds(34), 200, &StormCaller::CloseTrack);
+    Start(ForRounds(34), 50, &StormCaller::QueryCapabilities);
+    Start(ForRounds(34), 100, &StormCaller::ChangeListener);
+    Start(ForRounds(1), 200, [this, recordings = 0U](StormCaller &caller) mutable {
+        caller.Record();
+        m_recordingsOver = ++recordings == m_plan.rounds;
+    });
     for (int reader = 0; reader < 2; ++reader) {
-        Start(std::nullopt, 5, &StormCaller::Read);
+        Start([this](uint32_t) { return !m_recordingsOver; }, 5, &StormCaller::Read);
     }
 }
 
@@ -41,19 +33,24 @@ CallStorm::~CallStorm()
 void CallStorm::Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs,
                         std::function<void(RandomChoices &)> step)
 {
-    Start(stepsPerRound, longestPauseMs,
+    Start(ForRounds(stepsPerRound), longestPauseMs,
           [step = std::move(step)](StormCaller &caller) { step(caller.random); });
 }
 
-// Starts a thread that repeats a step, without a number of steps until the storm stops.
-void CallStorm::Start(std::optional<uint32_t> stepsPerRound, uint32_t longestPauseMs, Step step)
+CallStorm::Condition CallStorm::ForRounds(uint32_t stepsPerRound) const
+{
+    return [this, stepsPerRound](uint32_t stepsMade) {
+        return !m_plan.rounds || stepsMade < *m_plan.rounds * stepsPerRound;
+    };
+}
+
+// Starts a thread that repeats a step while the condition is true.
+void CallStorm::Start(Condition condition, uint32_t longestPauseMs, Step step)
 {
     StormCaller &caller = m_callers.emplace_back(m_table, m_units, m_plan.pace, m_stopped, ++m_seed);
-    const bool isEndless = !stepsPerRound || !m_plan.rounds;
-    const uint32_t steps = isEndless ? 0 : *stepsPerRound * *m_plan.rounds;
-    (isEndless ? m_endlessThreads : m_threads)
-        .emplace_back([this, &caller, isEndless, steps, longestPauseMs, step = std::move(step)] {
-            for (uint32_t made = 0; !m_stopped && (isEndless || made < steps); ++made) {
+    m_threads.emplace_back(
+        [this, &caller, condition = std::move(condition), longestPauseMs, step = std::move(step)] {
+            for (uint32_t made = 0; !m_stopped && condition(made); ++made) {
                 step(caller);
                 caller.Pause(longestPauseMs);
             }
@@ -62,19 +59,20 @@ void CallStorm::Start(std::optional<uint32_t> stepsPerRound, uint32_t longestPau
 
 void CallStorm::Finish()
 {
-    Join(m_threads);
-    Stop();
+    if (m_threads.empty()) {
+        return;
+    }
+    for (std::thread &thread : m_threads) {
+        thread.join();
+    }
+    m_threads.clear();
+    m_callers.front().CloseAll();
 }
 
 void CallStorm::Stop()
 {
-    if (m_endlessThreads.empty()) {
-        return;
-    }
     m_stopped = true;
-    Join(m_threads);
-    Join(m_endlessThreads);
-    m_callers.front().CloseAll();
+    Finish();
 }
 
 StormFigures CallStorm::Figures() const

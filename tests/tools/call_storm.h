@@ -1,6 +1,6 @@
 // Makes all calls of the table at once and at random, from eleven threads: two that write to each speaker,
 // one each for parameters, closes, capabilities and the listener, one that opens, reads and closes a
-// microphone, and two that only read.
+// microphone, and two that only read meanwhile.
 #pragma once
 
 #include <atomic>
@@ -37,26 +37,29 @@ public:
     // Adds a thread that disturbs the calls. The pace also applies to its pauses.
     void Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(RandomChoices &)> step);
 
-    // Waits until all rounds are over, then stops. The plan has a number of rounds.
+    // Waits until all rounds are over, and closes the tracks; the microphone is closed then. The plan has a
+    // number of rounds.
     void Finish();
-    // Ends the threads, and closes the tracks; the microphone is closed then.
+    // Does the same after the threads' current calls.
     void Stop();
 
     StormFigures Figures() const;
 
 private:
+    using Condition = std::function<bool(uint32_t stepsMade)>;
     using Step = std::function<void(StormCaller &)>;
 
-    void Start(std::optional<uint32_t> stepsPerRound, uint32_t longestPauseMs, Step step);
+    Condition ForRounds(uint32_t stepsPerRound) const;
+    void Start(Condition condition, uint32_t longestPauseMs, Step step);
 
     const AudioHandlerTable &m_table;
     const AacUnits &m_units;
     const StormPlan m_plan;
     std::atomic<bool> m_stopped{false};
+    std::atomic<bool> m_recordingsOver{false};
     uint32_t m_seed;
     std::list<StormCaller> m_callers; // one for each thread, which uses it
     std::vector<std::thread> m_threads;
-    std::vector<std::thread> m_endlessThreads; // end only after m_stopped is set
 };
 
 } // namespace velto_test
