@@ -10,21 +10,18 @@
 #include <vector>
 
 #include "capture_probe.h"
+#include "log_lines.h"
 #include "tests/fakes/fake_endpoint.h"
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
-#include "tests/fakes/log_recorder.h"
 #include "tests/fakes/polling.h"
 
 namespace velto_test {
 
 using fakes::CapturedPacket;
 using fakes::Eventually;
-using fakes::LogEntry;
 using fakes::Method;
 
-constexpr int infoLevel = 3;
-constexpr int errorLevel = 4;
 constexpr char apartmentViolation[] = "a thread ended inside its apartment";
 
 // A packet of interleaved 32-bit floats.
@@ -52,20 +49,9 @@ protected:
 
     fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }
 
-    static std::vector<LogEntry> LogOf(const std::string &tag)
-    {
-        return fakes::LogRecorder::Instance().EntriesOf(tag);
-    }
-    static void ClearLog() { fakes::LogRecorder::Instance().Clear(); }
     static bool AwaitLine(const std::wstring &text, const std::string &tag)
     {
-        return fakes::LogRecorder::Instance().Await(errorLevel, text, tag);
-    }
-    static void ExpectLine(int level, const std::wstring &text, const std::string &tag, int times = 1)
-    {
-        EXPECT_EQ(fakes::LogRecorder::Instance().Count(level, text, tag), times)
-            << ::testing::PrintToString(LogEntry{level, text, tag}) << " among "
-            << ::testing::PrintToString(LogOf(tag));
+        return Recorded().Await(errorLevel, text, tag);
     }
 
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "failing_throwing_new.h"
 #include "log_lines.h"
+#include "tests/platform/threads.h"
 
 namespace {
 
@@ -49,17 +49,11 @@ TEST_F(LogSite, LogsFrameCounterToSingletonOnly)
 
 TEST_F(LogSite, KeepsLinesWholeFromSeveralThreads)
 {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([i] {
-            for (int k = 0; k < 100; ++k) {
-                velto::LogError("tag", "thread ", i, " line ", k);
-            }
-        });
-    }
-    for (auto &thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(4, [](int i) {
+        for (int k = 0; k < 100; ++k) {
+            velto::LogError("tag", "thread ", i, " line ", k);
+        }
+    });
     for (int i = 0; i < 4; ++i) {
         for (int k = 0; k < 100; ++k) {
             ExpectLine(errorLevel, L"thread " + std::to_wstring(i) + L" line " + std::to_wstring(k), "tag");

@@ -19,6 +19,7 @@
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
 #include "tests/fakes/polling.h"
+#include "tests/platform/threads.h"
 #include "velto/audio_handler.h"
 
 namespace {
@@ -495,19 +496,13 @@ TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 
 TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)
 {
-    const auto units = EncodeTone(40);
-    std::vector<std::thread> writers;
+    const auto frames = EncodeTone(40);
     std::atomic<int> failures{0};
-    for (const char *id : {"speaker1", "ModemSpeaker1", "speaker1", "ModemSpeaker1"}) {
-        writers.emplace_back([&, id] {
-            for (const AacUnit &unit : units) {
-                failures += Write(id, unit) == 0 ? 0 : 1;
-            }
-        });
-    }
-    for (auto &writer : writers) {
-        writer.join();
-    }
+    RunOnThreads(4, [&](int writer) {
+        for (const AacFrame &frame : frames) {
+            failures += Write(writer % 2 == 0 ? "speaker1" : "ModemSpeaker1", frame) == 0 ? 0 : 1;
+        }
+    });
     EXPECT_EQ(failures, 0);
 }
 
