@@ -34,8 +34,7 @@ def measure(options):
         SCRIPT.say(module.TITLE)
         load = measuring.load_average()
         results[name] = {**module.measure(options), "loadAverageAtStart": load}
-        text = "\n".join([measuring.measured(), "", *module.table(results[name]), "", f"Load average at start: {load:.1f}."]) + "\n"
-        print(f"\n{text}", flush=True)
+        text = measuring.section([*module.table(results[name]), "", f"Load average at start: {load:.1f}."])
         missed += module.missed(results[name])
         if not options.show and not options.files:
             SCRIPT.publish("performance.md", text, f"scripts/bench --only {name}")

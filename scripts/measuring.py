@@ -108,6 +108,13 @@ def table(columns, rows):
     return [f"| {' | '.join(columns)} |", "|---" * len(columns) + "|", *(f"| {' | '.join(row)} |" for row in rows)]
 
 
+def section(lines):
+    """Prints what was measured and returns it, as the text of a section."""
+    text = "\n".join([measured(), "", *lines]) + "\n"
+    print(f"\n{text}", flush=True)
+    return text
+
+
 def today():
     return datetime.date.today().isoformat()
 

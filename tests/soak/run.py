@@ -37,8 +37,7 @@ def measure(options):
     picture = SCRIPT.folder() / "soak.png"
     plot.draw(calls, picture)
     verdict = f"Result: {'; '.join(missed) if missed else 'all goals are met'}."
-    text = "\n".join([measuring.measured(), "", *call_figures.table(results), "", verdict]) + "\n"
-    print(f"\n{text}", flush=True)
+    text = measuring.section([*call_figures.table(results), "", verdict])
     if options.minutes >= MIN_MINUTES_FOR_PAGE:
         (measuring.DOCS / "soak.png").write_bytes(picture.read_bytes())
         SCRIPT.publish("reliability.md", text)

@@ -25,9 +25,7 @@ def measure(_options):
     if failed:
         raise RuntimeError(f"tests failed in {', '.join(f'tests/storms/{name}' for name in failed)}; "
                            "the reasons are above, logs are in build/system")
-    text = "\n".join([measuring.measured(), "", *storm_figures.lines(found)]) + "\n"
-    print(f"\n{text}", flush=True)
-    SCRIPT.publish("reliability.md", text)
+    SCRIPT.publish("reliability.md", measuring.section(storm_figures.lines(found)))
     return 0
 
 
