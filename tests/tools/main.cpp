@@ -12,7 +12,6 @@
 #include "argument_probe.h"
 #include "microphone_probe.h"
 #include "storm_command.h"
-#include "velto-host/portable/aac_format.h"
 #include "velto-host/portable/ffmpeg.h"
 #include "velto-host/windows_text.h"
 
@@ -123,12 +122,8 @@ int RunProgram()
     const Output output("velto-test-host", line->json);
     try {
         return Run(*line, output);
-    } catch (const ModuleError &error) {
-        return output.Fail(EXIT_MODULE, error.what());
-    } catch (const AacFileError &error) {
-        return output.Fail(EXIT_FILE, error.what());
-    } catch (const std::exception &error) {
-        return output.Fail(EXIT_FAILED, error.what());
+    } catch (...) {
+        return output.FailWithCaught();
     }
 }
 

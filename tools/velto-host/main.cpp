@@ -1,8 +1,6 @@
 // velto-host: loads LibVeltoAudioHandler and drives it from the command line. The exit codes are in output.h.
 #include <windows.h>
 
-#include <exception>
-
 #include "velto-host/command_line.h"
 #include "velto-host/device_commands.h"
 #include "velto-host/duplex_command.h"
@@ -61,11 +59,7 @@ int main()
     const Output output("velto-host", line.json);
     try {
         return Run(line, output);
-    } catch (const ModuleError &error) {
-        return output.Fail(EXIT_MODULE, error.what());
-    } catch (const AacFileError &error) {
-        return output.Fail(EXIT_FILE, error.what());
-    } catch (const std::exception &error) {
-        return output.Fail(EXIT_FAILED, error.what());
+    } catch (...) {
+        return output.FailWithCaught();
     }
 }

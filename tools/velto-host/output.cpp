@@ -2,6 +2,11 @@
 
 #include <windows.h>
 
+#include <exception>
+
+#include "velto-host/module.h"
+#include "velto-host/portable/aac_format.h"
+
 namespace velto::host {
 
 std::string FormatArguments(fmt::string_view text, fmt::format_args arguments)
@@ -26,6 +31,19 @@ ExitCode Output::Fail(ExitCode exitCode, const std::string &reason) const
     Complain("{}", reason);
     Result({{"error", reason}, {"exitCode", int{exitCode}}});
     return exitCode;
+}
+
+ExitCode Output::FailWithCaught() const
+{
+    try {
+        throw;
+    } catch (const ModuleError &error) {
+        return Fail(EXIT_MODULE, error.what());
+    } catch (const AacFileError &error) {
+        return Fail(EXIT_FILE, error.what());
+    } catch (const std::exception &error) {
+        return Fail(EXIT_FAILED, error.what());
+    }
 }
 
 bool Output::IsConsole()

@@ -66,6 +66,9 @@ public:
     // Prints the reason of a failure, also as the result. Returns the exit code.
     ExitCode Fail(ExitCode exitCode, const std::string &reason) const;
 
+    // In a catch block: the same for the caught exception. Rethrows what is no std::exception.
+    ExitCode FailWithCaught() const;
+
     // True if stderr is a console, where a line can be rewritten.
     static bool IsConsole();
 
