@@ -496,11 +496,11 @@ TEST_F(SpeakerTrack, WriteReturnsZeroWhenAnyAllocationFails)
 
 TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)
 {
-    const auto frames = EncodeTone(40);
+    const auto units = EncodeTone(40);
     std::atomic<int> failures{0};
     RunOnThreads(4, [&](int writer) {
-        for (const AacFrame &frame : frames) {
-            failures += Write(writer % 2 == 0 ? "speaker1" : "ModemSpeaker1", frame) == 0 ? 0 : 1;
+        for (const AacUnit &unit : units) {
+            failures += Write(writer % 2 == 0 ? "speaker1" : "ModemSpeaker1", unit) == 0 ? 0 : 1;
         }
     });
     EXPECT_EQ(failures, 0);
