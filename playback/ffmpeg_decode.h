@@ -58,7 +58,7 @@ private:
     int32_t maxDstNbSamples = 0;  // capacity of outBuffer, per channel
     uint8_t *outBuffer = nullptr; // interleaved PCM of the current frame
     SwrContext *swrContext = nullptr;
-    int32_t dstNbSamples = 0;         // room that the current frame needs, per channel
+    int32_t dstNbSamples = 0;         // samples per channel that outBuffer needs for the current frame
     AVPacket *packetToPlay = nullptr; // refers to the host's payload during a call
     int32_t outChannels = 0;          // 0 until set up
     int32_t outSampleFmt = -1;        // AVSampleFormat; -1 until set up

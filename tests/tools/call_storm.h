@@ -37,10 +37,9 @@ public:
     // Adds a thread that disturbs the calls. The pace also applies to its pauses.
     void Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(RandomChoices &)> step);
 
-    // Waits until all rounds are over, and closes the tracks; the microphone is closed then. The plan has a
-    // number of rounds.
+    // For a plan with rounds: waits until all of them are over, and closes the tracks.
     void Finish();
-    // Does the same after the threads' current calls.
+    // Ends the storm early: waits for the current call of each thread, and closes the tracks.
     void Stop();
 
     StormFigures Figures() const;

@@ -79,7 +79,7 @@ TEST_F(PlayThread, DropsOldestBlockSilentlyAboveTwenty)
     EXPECT_EQ(Log().size(), 1u) << "the cushion's line";
 }
 
-TEST_F(PlayThread, DropsOneBlockPerPush)
+TEST_F(PlayThread, DropsOnlyOldestBlockWhenQueueIsOverfull)
 {
     for (int value = 1; value <= 25; ++value) {
         probe.PlayQueue().push_back(MakeBuffer(static_cast<uint8_t>(value)));

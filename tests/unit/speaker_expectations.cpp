@@ -96,7 +96,7 @@ void AddReactivation(Rows &rows)
     rows.Add("IMMDevice::GetId", Failure, L"AudioPlayer function fail with $2. Just return", deviceTag,
              {None});
 
-    rows.During({Rebuilding}); // the first use queries the old client
+    rows.During({Rebuilding}); // the first GetBufferSize asks the old endpoint's client
     rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange}, 2);
 }
 
