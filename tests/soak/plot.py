@@ -10,8 +10,8 @@ set terminal pngcairo size 1100,760 font ",10"
 set output "{output}"
 set multiplot layout 2,{columns} columnsfirst title "velto-host duplex under Wine"
 set grid
-set key bottom right
-set xrange [0:*]
+set key outside below horizontal
+set xrange [0:{minutes}]
 set xlabel "minutes"
 {plots}
 unset multiplot
@@ -40,5 +40,6 @@ def draw(calls, target):
                 files[curve].write_text("".join(" ".join(f"{value:.3f}" for value in row) + "\n" for row in rows))
             plots.append(PLOTS.format(ppm=call.ppm, **files))
         script = folder / "script"
-        script.write_text(SCRIPT.format(output=target, columns=len(calls), plots="".join(plots)))
+        minutes = max(row[0] for call in calls for row in call.samples) / 60
+        script.write_text(SCRIPT.format(output=target, columns=len(calls), minutes=minutes, plots="".join(plots)))
         processes.run(["gnuplot", script])

@@ -16,7 +16,7 @@ SENT, HEARD = "#2f7fc1", "#e08a1e"
 SCRIPT = """
 set terminal pngcairo size 1400,900 font "DejaVu Sans,10"
 set output "{output}"
-set multiplot layout 4,{columns} columnsfirst margins 0.055,0.925,0.065,0.945 spacing 0.135,0.075
+set multiplot layout 4,{columns} columnsfirst margins 0.055,0.925,0.065,0.935 spacing 0.135,0.075
 set tics out nomirror
 set palette defined (0 "#000010", 0.35 "#4b1d91", 0.65 "#c7365f", 0.85 "#f59233", 1 "#fbf6c4")
 set cbrange [{floor}:0]
@@ -30,10 +30,10 @@ unset multiplot
 PLOTS = """
 set format x ""
 unset xlabel
-set title "{title}"
+set title "{title}" offset 0,0.7
 set ylabel "amplitude"
 set yrange [-{peak}:{peak}]
-set key top right
+set key at graph 1.0, graph 1.13 right samplen 2
 plot "{sent_wave}" using 1:2:3 with filledcurves fillcolor rgb "{sent_colour}" title "{sent_name}"
 unset title
 plot "{heard_wave}" using 1:2:3 with filledcurves fillcolor rgb "{heard_colour}" title "{heard_name}"
