@@ -1,0 +1,220 @@
+"""Runs the tests that reach a mutant, the quickest first, until one fails."""
+
+import dataclasses
+import json
+import os
+import pathlib
+import re
+import resource
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+CAUGHT = ("caught", "crashed", "hung")  # by a failing test; by a signal or a sanitizer; by the time limit
+QUICK_TESTS = 8
+SLOW_MS = 1000
+LIMIT_S = 15          # of a run, in addition to ten times its usual time
+LIMIT_FACTOR = 10
+OUTPUT_LINES = 400
+SANITIZER = "hard_rss_limit_mb=4000"  # a mutant may allocate without end
+
+
+@dataclasses.dataclass
+class Group:
+    """A program with the environment and the tests of one entry of ctest."""
+    name: str
+    program: str
+    filter: str
+    environment: dict
+
+
+@dataclasses.dataclass
+class Test:
+    group: Group
+    name: str
+    milliseconds: int
+    reached: frozenset
+
+
+@dataclasses.dataclass
+class Result:
+    outcome: str
+    by: str = ""       # the test that failed, or the last that ran
+    seconds: float = 0.0
+    tests: int = 0     # that reach the mutant
+
+
+@dataclasses.dataclass
+class Ended:
+    code: int          # None after the time limit
+    lines: list        # the end of the output
+
+
+def groups_of(build, programs):
+    """The entries of ctest that run one of these programs."""
+    shown = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True, text=True, check=True).stdout
+    found = []
+    for test in json.loads(shown)["tests"]:
+        command = test.get("command") or [""]
+        if pathlib.Path(command[0]).name not in programs:
+            continue
+        values = next((entry["value"] for entry in test["properties"] if entry["name"] == "ENVIRONMENT"), [])
+        environment = dict(value.split("=", 1) for value in values)
+        tests = environment.pop("GTEST_FILTER", "*")
+        environment.pop("VELTO_FAULT_WALK", None)  # the figures of a mutant are of no use
+        found.append(Group(test["name"], command[0], tests, environment))
+    return found
+
+
+def start(group, tests, mutant, limit_s, record=None):
+    """Runs tests of a group in a process of their own, until the first fails."""
+    environment = {**os.environ, **group.environment, "GTEST_FILTER": tests, "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no",
+                   "VELTO_MUTANT": str(mutant)}
+    environment["ASAN_OPTIONS"] = ":".join(filter(None, (environment.get("ASAN_OPTIONS"), SANITIZER)))
+    if record is not None:
+        environment["VELTO_MUTANTS_REACHED"] = str(record)
+    with tempfile.TemporaryFile() as output:
+        process = subprocess.Popen([group.program], env=environment, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                                   start_new_session=True,
+                                   preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)))
+        try:
+            code = process.wait(limit_s)
+        except subprocess.TimeoutExpired:
+            code = None
+        finally:
+            try:
+                os.killpg(process.pid, signal.SIGKILL)  # with the children that a test left
+            except ProcessLookupError:
+                pass
+            process.wait()
+        output.seek(0, os.SEEK_END)
+        output.seek(max(0, output.tell() - 200000))
+        return Ended(code, output.read().decode("utf-8", "replace").splitlines()[-OUTPUT_LINES:])
+
+
+def named(lines, mark):
+    """The tests that a mark of the output names."""
+    found = [re.match(rf"\[ *{mark} *\] ([\w/]+\.[\w/]+)", line) for line in lines]
+    return [match[1] for match in found if match]
+
+
+def record(groups, folder, say):
+    """Runs all tests without a mutant. Returns the tests, and the places that are reached outside tests."""
+    tests, outside = [], set()
+    for group in groups:
+        say(f"running {group.name} without a mutant")
+        base = folder / f"reached-{group.name}"
+        for suffix in (".map", ".txt"):
+            base.with_suffix(base.suffix + suffix).unlink(missing_ok=True)
+        ended = start(group, group.filter, 0, 3600, base)
+        if ended.code != 0:
+            failed = named(ended.lines, "FAILED") or named(ended.lines, "RUN")[-1:] or ["a check at the end of the program"]
+            begin = max((at for at, line in enumerate(ended.lines) if "[ RUN " in line and failed[-1] in line), default=-40)
+            print("\n".join(f"    | {line}" for line in ended.lines[begin:][:40]), file=sys.stderr)
+            raise RuntimeError(f"{failed[-1]} of {group.name} fails without a mutant")
+        for line in pathlib.Path(f"{base}.txt").read_text("utf-8").splitlines():
+            name, milliseconds, numbers = line.split("\t")
+            reached = frozenset(int(number) for number in numbers.split())
+            if name == "load":
+                outside |= reached
+            else:
+                tests.append(Test(group, name, int(milliseconds), reached))
+        outside |= {number for number, flag in enumerate(pathlib.Path(f"{base}.map").read_bytes()) if flag}
+    return tests, outside
+
+
+def save(file, tests, outside):
+    file.write_text(json.dumps({"outside": sorted(outside),
+                                "tests": [[test.group.name, test.name, test.milliseconds, sorted(test.reached)]
+                                          for test in tests]}), "utf-8")
+
+
+def load(file, groups):
+    kept = json.loads(file.read_text("utf-8"))
+    by_name = {group.name: group for group in groups}
+    return [Test(by_name[group], name, milliseconds, frozenset(reached))
+            for group, name, milliseconds, reached in kept["tests"]], set(kept["outside"])
+
+
+class Runner:
+    """Runs mutants. `hints`: {key: test} that caught a mutant earlier."""
+
+    def __init__(self, tests, outside, numbers_of_file, hints):
+        self.tests = sorted(tests, key=lambda test: test.milliseconds)
+        self.outside = outside
+        self.numbers_of_file = numbers_of_file
+        self.hints = hints
+        self.verified = set()
+
+    def reaching(self, mutant, is_separate):
+        """The tests that reach a mutant. No switch says so for one that is compiled separately, or is reached outside tests,
+        as the program starts or ends: then those that reach its file come first, and all others follow."""
+        if not is_separate and mutant.number not in self.outside:
+            return [test for test in self.tests if mutant.number in test.reached]
+        own = self.numbers_of_file[mutant.file]
+        near = [test for test in self.tests if own & test.reached]
+        chosen = {id(test) for test in near}
+        return near + [test for test in self.tests if id(test) not in chosen]
+
+    def batches(self, mutant, tests):
+        """Lists of tests that share a process."""
+        hint = self.hints.get(mutant.key)
+        first = [test for test in tests if test.name == hint and test.milliseconds < 20 * SLOW_MS]
+        quick = [test for test in tests if test.name != hint or not first]
+        batches = [first, quick[:QUICK_TESTS]]
+        rest = quick[QUICK_TESTS:]
+        batches.append([test for test in rest if test.milliseconds < SLOW_MS])
+        batches += [[test] for test in rest if test.milliseconds >= SLOW_MS]
+        for batch in batches:
+            for group in dict.fromkeys(test.group.name for test in batch):
+                yield [test for test in batch if test.group.name == group]
+
+    def run(self, mutant, is_separate=False):
+        begun = time.monotonic()
+        tests = self.reaching(mutant, is_separate)
+        if not tests:
+            return Result("not reached")
+        for batch in self.batches(mutant, tests):
+            found = self.run_batch(batch, 0 if is_separate else mutant.number, is_separate)
+            if found is not None:
+                outcome, by = found
+                return Result(outcome, by, time.monotonic() - begun, len(tests))
+        return Result("survived", "", time.monotonic() - begun, len(tests))
+
+    @staticmethod
+    def limit(batch):
+        return LIMIT_S + LIMIT_FACTOR * sum(test.milliseconds for test in batch) / 1000
+
+    def run_batch(self, batch, number, is_separate):
+        """(outcome, test) if the mutant is caught."""
+        tests = ":".join(test.name for test in batch)
+        ended = start(batch[0].group, tests, number, self.limit(batch))
+        if ended.code == 0:
+            return None
+        failed = named(ended.lines, "FAILED")
+        last = named(ended.lines, "RUN")
+        if ended.code is None:
+            outcome, by = "hung", last[-1] if last else "the start of the program"
+        elif failed:
+            outcome, by = "caught", failed[0]
+        else:
+            is_end = not last or named(ended.lines, "OK")[-1:] == last[-1:] and len(last) == len(batch)
+            outcome, by = "crashed", "a check at the end of the program" if is_end and last else \
+                last[-1] if last else "the start of the program"
+        if not is_separate:
+            self.verify(batch, by)
+        return outcome, by
+
+    def verify(self, batch, by):
+        """A test that fails for another reason than the mutant would make it look caught."""
+        single = [test for test in batch if test.name == by] or batch
+        tests = ":".join(test.name for test in single)
+        if tests in self.verified:
+            return
+        ended = start(single[0].group, tests, 0, self.limit(single))
+        if ended.code != 0:
+            raise RuntimeError(f"{by} fails without a mutant when {'it runs alone' if len(single) == 1 else f'only {tests} run'}: "
+                               + " / ".join(ended.lines[-5:]))
+        self.verified.add(tests)
