@@ -231,7 +231,10 @@ class Copies:
         scanner = places.scan(places.parse(unit.path, unit.arguments), unit.files)[mutant.file]
         forced = next(one for one in scanner.mutants if one.key == mutant.key)
         self.write({mutant.file: places.render(scanner.text, scanner.edits, keys_of(self.excluded), forced)})
-        return self.compile(f"separate-{mutant.key}.log") is None
+        output = self.compile("separate.log")
+        if output is not None and ": error: " not in output:
+            raise RuntimeError(f"a compilation was interrupted, see {FOLDER}/separate.log")
+        return output is None
 
 
 def fingerprint():

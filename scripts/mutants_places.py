@@ -68,6 +68,22 @@ def shortened(text, limit=70):
     return text if len(text) <= limit else f"{text[:limit - 1]}…"
 
 
+def difference(old, new, limit=70):
+    """Both texts, of long ones the part that differs."""
+    old, new = one_line(old), one_line(new)
+    if max(len(old), len(new)) > limit:
+        start = 0
+        while start < min(len(old), len(new)) and old[start] == new[start]:
+            start += 1
+        end = 0
+        while end < min(len(old), len(new)) - start and old[-1 - end] == new[-1 - end]:
+            end += 1
+        if max(len(old), len(new)) - start - end < limit:
+            start, end = max(0, start - 15), max(0, end - 15)
+            old, new = (f"{'…' if start else ''}{text[start:len(text) - end]}{'…' if end else ''}" for text in (old, new))
+    return f"{shortened(old, 110)} → {shortened(new, 110)}"
+
+
 def changed_literal(kind, text):
     """The text of another value of the same type; None for a form that is not known."""
     if kind == CursorKind.CXX_BOOL_LITERAL_EXPR:
@@ -109,13 +125,14 @@ class Scanner:
     def source(self, cursor):
         return self.text[cursor.extent.start.offset:cursor.extent.end.offset]
 
-    def replace(self, cursor, kind, new, context, change=None, order=0, cast=None):
-        """A mutant whose expression becomes `new`. `cast`: the type that both halves of the switch have."""
+    def replace(self, cursor, kind, new, context, change=None, order=0, cast=None, at=None):
+        """A mutant whose expression becomes `new`. `cast`: the type that both halves of the switch have. `at`: the offset
+        that the mutant's line contains, if it is not where the expression starts."""
         start, end = cursor.extent.start.offset, cursor.extent.end.offset
         old = self.text[start:end]
-        change = change or f"{shortened(old)} → {shortened(new)}"
+        change = change or difference(old, new)
         separate = context.constant
-        mutant = self.mutant(start, kind, change, separate, context.constexpr)
+        mutant = self.mutant(start if at is None else at, kind, change, separate, context.constexpr)
         call = "VeltoConstexprMutant" if context.constexpr else "VeltoMutant"
 
         def switched(number, inner):
@@ -138,7 +155,7 @@ class Scanner:
         """A mutant without a statement."""
         start, end = cursor.extent.start.offset, cursor.extent.end.offset
         end = self.text.index(";", end) + 1
-        mutant = self.mutant(start, kind, f"{shortened(self.text[start:end])} → {change}", False, context.constexpr)
+        mutant = self.mutant(start, kind, f"{shortened(self.text[start:end], 110)} → {change}", False, context.constexpr)
         call = "VeltoConstexprMutant" if context.constexpr else "VeltoMutant"
         self.edits.append(Edit(start, end, -1, mutant, lambda number, inner: f"{{ if (!{call}({number})) {{ {inner} }} }}",
                                lambda inner: ";"))
@@ -474,16 +491,16 @@ class Scanner:
 
     def binary(self, cursor, left, operator, right, context):
         a, b = self.source(left), self.source(right)
+        at = left.extent.end.offset + self.text[left.extent.end.offset:right.extent.start.offset].index(operator)
         for new in RELATIONS.get(operator, ()):
-            self.replace(cursor, "relation", f"{a} {new} {b}", context)
+            self.replace(cursor, "relation", f"{a} {new} {b}", context, at=at)
         if operator in ("&&", "||"):
             for side in (a, b):
-                self.replace(cursor, "logic", f"static_cast<bool>({side})", context, cast="bool",
-                             change=f"{shortened(self.source(cursor))} → {shortened(side)}")
-        elif operator in ARITHMETIC and self.can_compute(left) and self.can_compute(right):
-            self.replace(cursor, "arithmetic", f"{a} {ARITHMETIC[operator]} {b}", context)
-        elif operator in COMPOUND and self.can_compute(left) and self.can_compute(right):
-            self.replace(cursor, "arithmetic", f"{a} {COMPOUND[operator]} {b}", context)
+                self.replace(cursor, "logic", f"static_cast<bool>({side})", context, cast="bool", at=at,
+                             change=f"{shortened(self.source(cursor), 110)} → {shortened(side, 110)}")
+        other = ARITHMETIC.get(operator) or COMPOUND.get(operator)
+        if other is not None and self.can_compute(left) and self.can_compute(right):
+            self.replace(cursor, "arithmetic", f"{a} {other} {b}", context, at=at)
 
     @staticmethod
     def can_compute(cursor):

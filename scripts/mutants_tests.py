@@ -15,9 +15,13 @@ import time
 CAUGHT = ("caught", "crashed", "hung")  # by a failing test; by a signal or a sanitizer; by the time limit
 QUICK_TESTS = 8
 SLOW_MS = 1000
-LIMIT_S = 15          # of a run, in addition to ten times its usual time
+LIMIT_S = 15          # of a test, in addition to ten times its usual time
 LIMIT_FACTOR = 10
+SLOW_FAILURE_S = 5    # a busy machine could be the reason
+POLL_S = 0.05
 OUTPUT_LINES = 400
+FROM_OUTSIDE = (-signal.SIGINT, -signal.SIGTERM, -signal.SIGKILL, -signal.SIGHUP)
+START, END = "the start of the program", "a check at the end of the program"
 SANITIZER = "hard_rss_limit_mb=4000"  # a mutant may allocate without end
 
 
@@ -50,6 +54,29 @@ class Result:
 class Ended:
     code: int          # None after the time limit
     lines: list        # the end of the output
+    last_test_s: float  # how long the last test ran
+
+
+class Watch:
+    """How long the current test of a process has been running, by the marks in its output."""
+
+    def __init__(self, output):
+        self.output, self.at, self.test, self.since = output, 0, "", time.monotonic()
+
+    def seconds(self):
+        self.output.seek(self.at)
+        text = self.output.read()
+        end = text.rfind(b"\n") + 1
+        self.at += end
+        started = re.findall(rb"^\[ RUN      \] (\S+)", text[:end], re.MULTILINE)
+        if started:
+            self.test, self.since = started[-1].decode(), time.monotonic()
+        return time.monotonic() - self.since
+
+
+def has_ended(process):
+    """Does not collect the process, so that its id stays its own until its group is killed."""
+    return os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
 
 
 def groups_of(build, programs):
@@ -68,30 +95,32 @@ def groups_of(build, programs):
     return found
 
 
-def start(group, tests, mutant, limit_s, record=None):
-    """Runs tests of a group in a process of their own, until the first fails."""
+def start(group, tests, mutant, limit_of, record=None):
+    """Runs tests of a group in a process of their own, until the first fails. `limit_of(test)`: seconds."""
     environment = {**os.environ, **group.environment, "GTEST_FILTER": tests, "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no",
                    "VELTO_MUTANT": str(mutant)}
     environment["ASAN_OPTIONS"] = ":".join(filter(None, (environment.get("ASAN_OPTIONS"), SANITIZER)))
     if record is not None:
         environment["VELTO_MUTANTS_REACHED"] = str(record)
-    with tempfile.TemporaryFile() as output:
+    with tempfile.NamedTemporaryFile() as output, open(output.name, "rb") as reader:
         process = subprocess.Popen([group.program], env=environment, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
                                    start_new_session=True,
                                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)))
+        watch, is_late = Watch(reader), False
         try:
-            code = process.wait(limit_s)
-        except subprocess.TimeoutExpired:
-            code = None
+            while not has_ended(process) and not is_late:
+                time.sleep(POLL_S)
+                is_late = watch.seconds() > limit_of(watch.test)
         finally:
             try:
                 os.killpg(process.pid, signal.SIGKILL)  # with the children that a test left
             except ProcessLookupError:
                 pass
-            process.wait()
+            code = process.wait()
+        last_test_s = watch.seconds()
         output.seek(0, os.SEEK_END)
         output.seek(max(0, output.tell() - 200000))
-        return Ended(code, output.read().decode("utf-8", "replace").splitlines()[-OUTPUT_LINES:])
+        return Ended(None if is_late else code, output.read().decode("utf-8", "replace").splitlines()[-OUTPUT_LINES:], last_test_s)
 
 
 def named(lines, mark):
@@ -108,9 +137,9 @@ def record(groups, folder, say):
         base = folder / f"reached-{group.name}"
         for suffix in (".map", ".txt"):
             base.with_suffix(base.suffix + suffix).unlink(missing_ok=True)
-        ended = start(group, group.filter, 0, 3600, base)
+        ended = start(group, group.filter, 0, lambda test: 1800, base)
         if ended.code != 0:
-            failed = named(ended.lines, "FAILED") or named(ended.lines, "RUN")[-1:] or ["a check at the end of the program"]
+            failed = named(ended.lines, "FAILED") or named(ended.lines, "RUN")[-1:] or [END]
             begin = max((at for at, line in enumerate(ended.lines) if "[ RUN " in line and failed[-1] in line), default=-40)
             print("\n".join(f"    | {line}" for line in ended.lines[begin:][:40]), file=sys.stderr)
             raise RuntimeError(f"{failed[-1]} of {group.name} fails without a mutant")
@@ -183,38 +212,40 @@ class Runner:
                 return Result(outcome, by, time.monotonic() - begun, len(tests))
         return Result("survived", "", time.monotonic() - begun, len(tests))
 
-    @staticmethod
-    def limit(batch):
-        return LIMIT_S + LIMIT_FACTOR * sum(test.milliseconds for test in batch) / 1000
-
     def run_batch(self, batch, number, is_separate):
         """(outcome, test) if the mutant is caught."""
-        tests = ":".join(test.name for test in batch)
-        ended = start(batch[0].group, tests, number, self.limit(batch))
+        usual = {test.name: test.milliseconds / 1000 for test in batch}
+        tests = ":".join(usual)
+
+        def limit_of(test):
+            return LIMIT_S + LIMIT_FACTOR * usual.get(test, 0)
+
+        ended = start(batch[0].group, tests, number, limit_of)
+        if ended.code is None or ended.code in FROM_OUTSIDE or ended.code != 0 and ended.last_test_s > SLOW_FAILURE_S:
+            ended = start(batch[0].group, tests, number, limit_of)
         if ended.code == 0:
             return None
-        failed = named(ended.lines, "FAILED")
-        last = named(ended.lines, "RUN")
+        failed, last = named(ended.lines, "FAILED"), named(ended.lines, "RUN")
         if ended.code is None:
-            outcome, by = "hung", last[-1] if last else "the start of the program"
+            outcome, by = "hung", last[-1] if last else START
         elif failed:
             outcome, by = "caught", failed[0]
+        elif not last:
+            outcome, by = "crashed", START
         else:
-            is_end = not last or named(ended.lines, "OK")[-1:] == last[-1:] and len(last) == len(batch)
-            outcome, by = "crashed", "a check at the end of the program" if is_end and last else \
-                last[-1] if last else "the start of the program"
+            is_end = len(last) == len(batch) and named(ended.lines, "OK")[-1:] == last[-1:]
+            outcome, by = "crashed", END if is_end else last[-1]
         if not is_separate:
-            self.verify(batch, by)
+            self.verify(batch, by, limit_of)
         return outcome, by
 
-    def verify(self, batch, by):
+    def verify(self, batch, by, limit_of):
         """A test that fails for another reason than the mutant would make it look caught."""
         single = [test for test in batch if test.name == by] or batch
         tests = ":".join(test.name for test in single)
         if tests in self.verified:
             return
-        ended = start(single[0].group, tests, 0, self.limit(single))
+        ended = start(single[0].group, tests, 0, limit_of)
         if ended.code != 0:
-            raise RuntimeError(f"{by} fails without a mutant when {'it runs alone' if len(single) == 1 else f'only {tests} run'}: "
-                               + " / ".join(ended.lines[-5:]))
+            raise RuntimeError(f"{by} fails without a mutant when only these tests run: {tests}: " + " / ".join(ended.lines[-5:]))
         self.verified.add(tests)

@@ -7,6 +7,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 
 import places
 
@@ -111,6 +112,23 @@ class Places(unittest.TestCase):
                          [("8 → 9", False), ('"ab" → "#b"', False)])
         self.compiles(scanner)
 
+    def test_indexed_text_is_chosen_by_a_call(self):
+        scanner = self.scan('char f(int a) { return "0123"[a & 3]; }')
+        self.assertIn('"0123" → "#123"', [mutant.change for mutant in scanner.mutants])
+        self.compiles(scanner)
+
+    def test_returned_null_becomes_another_object(self):
+        self.assertEqual(self.changes("int a; int *f(bool b) { if (b) { return &a; } return nullptr; }", "return"),
+                         ["&a → nullptr", "nullptr → &a"])
+
+    def test_mutant_of_several_lines_is_where_its_operator_is(self):
+        self.assertEqual([mutant.line for mutant in self.scan("bool f(int a) {\n    return a\n        == 5;\n}").mutants], [3, 3])
+
+    def test_change_of_a_long_line_shows_the_difference(self):
+        name = "aVeryLongNameOfAFunctionWhoseResultIsComparedWithAnotherOne"
+        self.assertEqual(self.changes(f"int {name}(int, int); bool f() {{ return {name}(1111111111, 2) == 7; }}", "relation"),
+                         ["…1111111111, 2) == 7 → …1111111111, 2) != 7"])
+
     def test_place_in_constant_expression_is_separate(self):
         scanner = self.scan("constexpr int room = 8;\nint places[room];\nint f(int a) { switch (a) { case 4: return a; } return 0; }")
         self.assertEqual([mutant.change for mutant in scanner.mutants if mutant.separate], ["8 → 9", "4 → 5"])
@@ -148,6 +166,7 @@ class Places(unittest.TestCase):
 
 
 MODULE = "bool IsFull(int blocks) { return blocks >= 5; }\nint Unused(int a) { return a + 1; }\n"
+MODULE += "int Steps(int left) { int steps = 0; for (; left != 0; --left) { ++steps; } return steps; }\n"
 HEAD = "#include <gtest/gtest.h>\nbool IsFull(int);\n"
 WEAK = HEAD + "TEST(Queue, FillsUp) { EXPECT_FALSE(IsFull(1)); EXPECT_TRUE(IsFull(9)); }\n"
 STRONG = WEAK + "TEST(Queue, IsFullWithFiveBlocks) { EXPECT_FALSE(IsFull(4)); EXPECT_TRUE(IsFull(5)); EXPECT_TRUE(IsFull(6)); }\n"
@@ -195,6 +214,12 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(outcomes["blocks >= 5 → blocks > 5"], "survived")
         self.assertEqual(outcomes["5 → 6"], "survived")
         self.assertEqual(outcomes["blocks >= 5 → !(blocks >= 5)"], "caught")
+
+    def test_endless_loop_is_caught_by_the_limit_of_its_test(self):
+        with unittest.mock.patch.object(mutants_tests, "LIMIT_S", 1):
+            outcomes = self.outcomes(STRONG + "int Steps(int);\nTEST(Queue, CountsSteps) { EXPECT_EQ(Steps(7), 7); }\n")
+        self.assertEqual(outcomes["--left → ++left"], "hung")
+        self.assertEqual(outcomes["++steps → --steps"], "caught")
 
     def test_failing_test_stops_the_run(self):
         with contextlib.redirect_stderr(io.StringIO()), self.assertRaisesRegex(RuntimeError, "Queue.FillsUp of group fails without a mutant"):
