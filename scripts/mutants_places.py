@@ -336,7 +336,7 @@ class Scanner:
             core.referenced.kind == CursorKind.ENUM_CONSTANT_DECL
         return core.kind in LITERALS or is_enumerator or self.is_equality(core) or \
             (value.extent.start.offset, value.extent.end.offset) in self.macros or \
-            re.fullmatch(r"nullptr|\{\s*\}", self.source(value)) is not None
+            re.fullmatch(r'nullptr|\{\s*\}|std::nullopt|L?""', self.source(value)) is not None  # or no other value
 
     @staticmethod
     def converted_type(value):

@@ -204,10 +204,11 @@ class Run:
             print("\nSurvivors:\n")
             print("\n".join(report.survivor_lines()))
         print("\n" + "\n".join(report.tables()) + "\n")
-        is_all = self.options.all and not self.options.only and not self.options.id
-        if is_all and self.options.sample is None:
+        is_all = self.options.all and not self.options.only and not self.options.id and self.options.sample is None
+        if is_all:
+            SCRIPT.save({"all": report.total, "survivors": [dataclasses.asdict(mutant) for mutant in report.survivors]})
             SCRIPT.publish("reliability.md", report.section(self.not_tried()))
-        return SCRIPT.finish(report.missed(is_all and self.options.sample is None))
+        return SCRIPT.finish(report.missed(is_all))
 
     def not_tried(self):
         lines = self.build.windows_only_lines()
