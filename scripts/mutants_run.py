@@ -183,7 +183,7 @@ class Run:
             self.run_separately(separate, len(left))
 
     def run_separately(self, mutants, count):
-        SCRIPT.warn(f"compiling {len(mutants)} mutants one by one")
+        SCRIPT.warn(f"compiling one by one what no switch can break: {len(mutants)}")
         try:
             for mutant in mutants:
                 if self.copies.build_separately(mutant):
