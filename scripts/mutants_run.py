@@ -14,6 +14,7 @@ import concurrent.futures
 import dataclasses
 import json
 import random
+import signal
 import subprocess
 import sys
 import threading
@@ -177,6 +178,7 @@ class Run:
                     else:
                         self.report_one(mutant, result, len(left))
             except BaseException:
+                self.tests.STOP.set()
                 pool.shutdown(wait=False, cancel_futures=True)
                 raise
         if separate:
@@ -239,4 +241,6 @@ def measure(options):
 
 if __name__ == "__main__":
     arguments()
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.default_int_handler)
     sys.exit(SCRIPT.run(measure))

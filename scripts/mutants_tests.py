@@ -10,6 +10,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 CAUGHT = ("caught", "crashed", "hung")  # by a failing test; by a signal or a sanitizer; by the time limit
@@ -74,6 +75,9 @@ class Watch:
         return time.monotonic() - self.since
 
 
+STOP = threading.Event()  # set when the run is interrupted: ends the test processes
+
+
 def has_ended(process):
     """Does not collect the process, so that its id stays its own until its group is killed."""
     return os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
@@ -109,7 +113,8 @@ def start(group, tests, mutant, limit_of, record=None):
         watch, is_late = Watch(reader), False
         try:
             while not has_ended(process) and not is_late:
-                time.sleep(POLL_S)
+                if STOP.wait(POLL_S):
+                    raise RuntimeError("interrupted")
                 is_late = watch.seconds() > limit_of(watch.test)
         finally:
             try:
