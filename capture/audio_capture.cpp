@@ -6,6 +6,7 @@
 #include "handler/log.h"
 #include "support/com.h"
 #include "support/module_reference.h"
+#include "support/new_or_null.h"
 
 namespace velto {
 namespace {
@@ -21,16 +22,11 @@ constexpr DWORD stopPollMs = 50;
 // Some members' types belong to the platform's codec library; their constructors may allocate and throw.
 AudioCapture *AudioCapture::Create()
 {
-    try {
-        auto *capture = new (std::nothrow) AudioCapture;
-        if (capture != nullptr) {
-            return capture;
-        }
-    } catch (const std::bad_alloc &) {
-        // reported below
+    auto *capture = NewOrNull<AudioCapture>();
+    if (capture == nullptr) {
+        LogError(createTag, "Alloc screen record object failed!No memory?");
     }
-    LogError(createTag, "Alloc screen record object failed!No memory?");
-    return nullptr;
+    return capture;
 }
 
 AudioCapture::~AudioCapture()
