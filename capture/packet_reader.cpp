@@ -2,13 +2,15 @@
 
 #include <cstring>
 
+#include "support/deadline.h"
+
 namespace velto {
 
 void PacketReader::Wait(std::chrono::milliseconds timeout, const std::atomic<bool> &stop)
 {
     std::unique_lock lock(m_dataMutex);
     if (m_packets.DataCount() == 0 && !stop) {
-        m_dataCondition.wait_until(lock, std::chrono::steady_clock::now() + timeout);
+        m_dataCondition.wait_until(lock, DeadlineAfter(timeout));
     }
 }
 

@@ -23,6 +23,7 @@ void AudioSystem::Reset()
     m_requestedFlows.clear();
     m_requestedFrames.clear();
     m_clients.clear();
+    m_releasedObjects.clear();
     std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
     m_objectsBeforeReset = m_objects.size();
     Add(L"speakers");
@@ -171,6 +172,12 @@ std::vector<UINT32> AudioSystem::ReleasedFrames() const
         }
     }
     return {};
+}
+
+std::vector<IID> AudioSystem::ReleasedObjects() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_releasedObjects;
 }
 
 int AudioSystem::LiveObjects() const

@@ -57,6 +57,8 @@ struct MixFormat {
     // If set, returned instead of the value computed from the other fields.
     std::optional<uint16_t> blockAlign = std::nullopt;
     std::optional<uint32_t> bytesPerSecond = std::nullopt;
+    // Integers of this many valid bits instead of floats.
+    std::optional<uint16_t> integerBits = std::nullopt;
 
     uint16_t FrameBytes() const
     {
@@ -153,6 +155,7 @@ public:
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
     std::vector<UINT32> ReleasedFrames() const; // the argument of each ReleaseBuffer of the microphone
+    std::vector<IID> ReleasedObjects() const;   // the interfaces of released objects, in their order
     int LiveObjects() const;                    // counts only objects created since the last Reset
     int RegisteredCallbacks() const;
 
@@ -197,6 +200,7 @@ private:
     std::vector<UINT32> m_requestedFrames;
     std::vector<std::shared_ptr<ClientRecord>> m_clients;
     std::vector<IMMNotificationClient *> m_callbacks;
+    std::vector<IID> m_releasedObjects;
     std::vector<std::unique_ptr<class FakeObject>> m_objects; // including released ones, until Reset
     size_t m_objectsBeforeReset = 0;                          // how many objects were alive at the last Reset
 };

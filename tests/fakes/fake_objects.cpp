@@ -38,9 +38,9 @@ WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
     format->cbSize = static_cast<WORD>(bytes - sizeof(WAVEFORMATEX));
     if (mix.extensible) {
         auto *extensible = reinterpret_cast<WAVEFORMATEXTENSIBLE *>(format);
-        extensible->Samples.wValidBitsPerSample = mix.bits;
+        extensible->Samples.wValidBitsPerSample = mix.integerBits.value_or(mix.bits);
         extensible->dwChannelMask = mix.channelMask;
-        extensible->SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
+        extensible->SubFormat = mix.integerBits ? KSDATAFORMAT_SUBTYPE_PCM : KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
     }
     return format;
 }
@@ -112,6 +112,7 @@ ULONG FakeObject::Drop()
         return 0;
     }
     if (--m_references == 0) {
+        m_system.m_releasedObjects.push_back(m_iid);
         OnLastRelease();
     }
     return m_references;

@@ -11,7 +11,9 @@
 #include <stdlib.h>
 #include <cstdlib>
 
+#include "support/deadline.h"
 #include "tests/fakes/failing_calloc.h"
+#include "tests/fakes/fake_deadline.h"
 #include "tests/fakes/fake_ffmpeg.h"
 #include "tests/fakes/fake_windows.h"
 
@@ -43,6 +45,8 @@
 #define RegCloseKey fakewin::RegCloseKey
 
 #define calloc fakes::Calloc
+
+#define DeadlineAfter fakes::DeadlineAfter
 
 #define avformat_alloc_context fakeffmpeg::avformat_alloc_context
 #define avcodec_find_decoder fakeffmpeg::avcodec_find_decoder

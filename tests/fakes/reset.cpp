@@ -1,5 +1,6 @@
 #include "reset.h"
 
+#include "fake_deadline.h"
 #include "fake_endpoint.h"
 #include "fake_ffmpeg.h"
 #include "fake_windows.h"
@@ -13,6 +14,7 @@ void ResetAll()
     AudioSystem::Instance().Reset(); // installs its class factory, which fakewin::Reset removes
     fakeffmpeg::Script().Reset();
     LogRecorder::Instance().Clear();
+    ResetTimeouts();
 }
 
 } // namespace fakes
