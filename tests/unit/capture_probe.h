@@ -20,6 +20,11 @@ public:
         const std::lock_guard lock(m_capture.m_restarts.m_mutex);
         return m_capture.m_restarts.m_threads != 0;
     }
+    bool RestartsOver() const
+    {
+        const std::lock_guard lock(m_capture.m_restarts.m_mutex);
+        return m_capture.m_restarts.m_over;
+    }
     HANDLE InitThreadHandle() const { return m_capture.m_initThread; }
     HANDLE CaptureThreadHandle() const { return m_capture.m_captureThread; }
     HANDLE ReadyEvent() const { return m_capture.m_ready.m_event; }
@@ -60,6 +65,10 @@ public:
     }
     bool EncodeAudioFrame(const AudioFrame *frame) { return m_capture.EncodeAudioFrame(frame); }
     void Read(uint8_t *buffer, uint32_t &size) { m_capture.Read(buffer, size); }
+    void WaitForData(uint32_t requestedBytes) { m_capture.WaitForData(requestedBytes); }
+    // A read holds this lock from before its timeout is set until it waits. So once a timeout was recorded
+    // and this has returned, the read has begun to wait.
+    void PassReadLock() { const std::lock_guard lock(m_capture.m_reader.m_dataMutex); }
     // Blocks reads before they take a packet.
     std::unique_lock<std::mutex> HoldReads() { return std::unique_lock(m_capture.m_reader.m_readMutex); }
     void OnError(int32_t code) { m_capture.OnError(code); }

@@ -6,14 +6,21 @@
 #include <chrono>
 #include <cstring>
 #include <future>
+#include <numeric>
 #include <thread>
+
+#include "tests/fakes/fake_deadline.h"
 
 namespace {
 
 using namespace velto_test;
 using namespace velto;
 
+using std::chrono::milliseconds;
+
 constexpr char readTag[] = "AudioCapture::GetAudioData";
+constexpr uint32_t longRequest = 100000000; // more than eight minutes of waiting
+constexpr milliseconds longWait{520835};
 
 class CaptureRead : public CaptureTest {
 protected:
@@ -31,6 +38,15 @@ protected:
         packet->size = static_cast<uint32_t>(bytes.size());
         probe.Packets().PushData(packet);
     }
+    // Waits until a read waits with the timeout of `longRequest`.
+    static bool AwaitWaitingRead(AudioCaptureProbe &reading)
+    {
+        if (!Eventually([] { return fakes::Timeouts() == std::vector{longWait}; })) {
+            return false;
+        }
+        reading.PassReadLock();
+        return true;
+    }
     ~CaptureRead() override
     {
         Close();
@@ -46,25 +62,45 @@ TEST_F(CaptureRead, LogsAndKeepsSizeWhenStopped)
     ExpectLine(errorLevel, L"m_bAtomStop is stop", readTag);
 }
 
-TEST_F(CaptureRead, ReturnsSizeZeroAfterWaitWithoutPacket)
+TEST_F(CaptureRead, WaitsPlayingTimeOfRequestAndReturnsSizeZeroWithoutPacket)
 {
     InitQueue(2);
-    for (const uint32_t asked : {0U, 3840U}) {
+    for (const uint32_t asked : {0U, 3840U, 7680U}) {
         uint32_t size = asked;
-        const auto begin = std::chrono::steady_clock::now();
         probe.Read(buffer.data(), size);
-        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));
         EXPECT_EQ(size, 0U);
     }
+    EXPECT_EQ(fakes::Timeouts(), (std::vector{milliseconds(22), milliseconds(22), milliseconds(42)}));
     EXPECT_TRUE(LogOf(readTag).empty());
 }
 
-TEST_F(CaptureRead, ReturnsWhenSizeWrapsToNegativeWait)
+TEST_F(CaptureRead, DoesNotWaitWhenSizeWrapsToNegativeTime)
 {
     InitQueue(2);
     uint32_t size = 107374183; // wraps to a wait of minus nine minutes
     probe.Read(buffer.data(), size);
     EXPECT_EQ(size, 0U);
+    EXPECT_EQ(fakes::Timeouts(), std::vector{milliseconds(-559238)});
+}
+
+TEST_F(CaptureRead, DoesNotWaitWhenPacketIsQueued)
+{
+    InitQueue(1);
+    Queue({1});
+    uint32_t size = longRequest;
+    probe.Read(buffer.data(), size);
+    EXPECT_EQ(size, 1U);
+    EXPECT_TRUE(fakes::Timeouts().empty());
+}
+
+// A capture may stop between a read's look at the stop flag and its wait. The wait must not begin then:
+// nothing would end it.
+TEST_F(CaptureRead, DoesNotWaitWhenCaptureStopsJustBefore)
+{
+    InitQueue(1);
+    capture->Stop();
+    probe.WaitForData(3840);
+    EXPECT_TRUE(fakes::Timeouts().empty());
 }
 
 TEST_F(CaptureRead, ReturnsOneWholePacketPerReadInOrder)
@@ -131,15 +167,12 @@ TEST_F(CaptureRead, ReturnsSizeZeroForEmptyPacketAndRecyclesIt)
 TEST_F(CaptureRead, EndsLongWaitWhenStopped)
 {
     InitQueue(1);
-    std::atomic<bool> returned{false};
     std::thread reader([&] {
-        uint32_t size = 100000000; // more than eight minutes
+        uint32_t size = longRequest;
         probe.Read(buffer.data(), size);
         EXPECT_EQ(size, 0U);
-        returned = true;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(returned);
+    EXPECT_TRUE(AwaitWaitingRead(probe));
     capture->Stop();
     reader.join();
 }
@@ -148,41 +181,51 @@ TEST_F(CaptureRead, EndsWaitWhenPacketArrives)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
-    std::thread speaker([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        for (int packet = 0; packet < 3; ++packet) {
-            audio.Deliver(QuietPacket(1024));
-        }
-    });
-    uint32_t size = 100000000;
-    probe.Read(buffer.data(), size);
+    uint32_t size = longRequest;
+    std::thread reader([&] { probe.Read(buffer.data(), size); });
+    EXPECT_TRUE(AwaitWaitingRead(probe));
+    audio.Deliver(QuietPacket(1024));
+    audio.Deliver(QuietPacket(1024)); // the encoder returns its first packet with the second frame
+    reader.join();
     EXPECT_GT(size, 0U);
     EXPECT_LT(size, 8192U);
-    speaker.join();
 }
 
 TEST_F(CaptureRead, DeliversEachPacketToOneOfTwoReaders)
 {
+    constexpr uint16_t packets = 2000;
     InitQueue(8);
-    std::atomic<int> read{0};
+    std::atomic<size_t> total{0};
+    std::vector<uint16_t> delivered[2]; // by each reader
     std::vector<std::thread> readers;
-    for (int reader = 0; reader < 2; ++reader) {
+    for (std::vector<uint16_t> &numbers : delivered) {
         readers.emplace_back([&] {
             uint8_t bytes[64];
-            while (read < 2000) {
+            while (total < packets) {
                 uint32_t size = 1;
                 probe.Read(bytes, size);
-                read += size == 1 ? 1 : 0;
+                if (size == 2) {
+                    numbers.push_back(static_cast<uint16_t>(bytes[0] | bytes[1] << 8));
+                    ++total;
+                }
             }
         });
     }
-    for (int packet = 0; packet < 2000; ++packet) {
-        Queue({1});
+    std::vector<uint16_t> sent(packets);
+    std::iota(sent.begin(), sent.end(), uint16_t{0});
+    for (const uint16_t number : sent) {
+        Queue({static_cast<uint8_t>(number & 0xFF), static_cast<uint8_t>(number >> 8)});
     }
     for (std::thread &reader : readers) {
         reader.join();
     }
-    EXPECT_EQ(read, 2000);
+    for (const std::vector<uint16_t> &numbers : delivered) {
+        EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end())) << "each reader gets them in order";
+    }
+    std::vector<uint16_t> all = delivered[0];
+    all.insert(all.end(), delivered[1].begin(), delivered[1].end());
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(all, sent);
 }
 
 // --- The current capture -----------------------------------------------------------------------
@@ -206,58 +249,34 @@ TEST_F(CaptureRead, ReadsFromCurrentCapture)
     AudioCapture::SetCurrent(nullptr);
 }
 
-TEST_F(CaptureRead, SurvivesDeletionOfCaptureDuringLongRead)
+TEST_F(CaptureRead, DeletionWaitsForReadThatStopEnds)
 {
-    auto other = std::make_unique<AudioCapture>();
+    auto *other = new AudioCapture;
     AudioCaptureProbe otherProbe(*other);
+    otherProbe.Packets().SetPacketBufferSize(64);
+    ASSERT_TRUE(otherProbe.Packets().Init(1));
     otherProbe.SetStopped(false);
-    AudioCapture::SetCurrent(other.get());
-    std::atomic<bool> reading{false};
-    std::thread reader([&] {
-        reading = true;
-        uint32_t size = 100000000;
-        AudioCapture::GetAudioData(buffer.data(), size);
-        EXPECT_TRUE(size == 0 || size == 100000000);
-    });
-    ASSERT_TRUE(Eventually([&] { return reading.load(); }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    other.release()->Stop();
-    AudioCapture::DeleteTaken(AudioCapture::TakeCurrent());
-    reader.join();
+    AudioCapture::SetCurrent(other);
+    uint32_t size = longRequest;
+    std::thread reader([&] { AudioCapture::GetAudioData(buffer.data(), size); });
+    EXPECT_TRUE(AwaitWaitingRead(otherProbe));
+
+    AVEncodePacket *packet = otherProbe.Packets().PopFree();
+    packet->data[0] = 7;
+    packet->size = 1;
+    otherProbe.Packets().PushData(packet); // does not wake the read
+    auto readBlocked = otherProbe.HoldReads();
+    other->Stop(); // wakes it; it blocks before it takes the packet
+    AudioCapture *taken = AudioCapture::TakeCurrent();
+    EXPECT_EQ(taken, other);
     EXPECT_EQ(AudioCapture::Current(), nullptr);
-}
-
-// On a slow machine the reader may start too late to find the capture. The read then returns size 0, and the
-// test retries.
-TEST_F(CaptureRead, DeletionWaitsForRunningRead)
-{
-    uint32_t size = 0;
-    while (size == 0) {
-        auto *other = new AudioCapture;
-        AudioCaptureProbe otherProbe(*other);
-        otherProbe.Packets().SetPacketBufferSize(64);
-        ASSERT_TRUE(otherProbe.Packets().Init(1));
-        AVEncodePacket *packet = otherProbe.Packets().PopFree();
-        packet->size = 1;
-        otherProbe.Packets().PushData(packet);
-        otherProbe.SetStopped(false);
-        AudioCapture::SetCurrent(other);
-
-        auto readsBlocked = otherProbe.HoldReads();
-        std::thread reader([&] {
-            size = 3840;
-            AudioCapture::GetAudioData(buffer.data(), size);
-        });
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        AudioCapture *taken = AudioCapture::TakeCurrent();
-        auto deletion = std::async(std::launch::async, [&] { AudioCapture::DeleteTaken(taken); });
-        const bool waited = deletion.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
-        readsBlocked.unlock();
-        reader.join();
-        deletion.get();
-        EXPECT_TRUE(waited || size == 0);
-    }
+    auto deletion = std::async(std::launch::async, [taken] { AudioCapture::DeleteTaken(taken); });
+    EXPECT_EQ(deletion.wait_for(milliseconds(30)), std::future_status::timeout);
+    readBlocked.unlock();
+    deletion.get();
+    reader.join();
     EXPECT_EQ(size, 1U);
+    EXPECT_EQ(buffer[0], 7);
 }
 
 } // namespace
