@@ -1,6 +1,7 @@
 #include "capture_fixture.h"
 #include "reset.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace velto_test {
@@ -83,6 +84,25 @@ void CaptureTest::Destroy()
         Close();
         capture.reset();
     }
+}
+
+std::vector<std::string> CaptureTest::LastReleased(size_t count) const
+{
+    const auto nameOf = [](const IID &iid) -> std::string {
+        if (IsEqualIID(iid, __uuidof(IAudioCaptureClient))) {
+            return "capture client";
+        }
+        if (IsEqualIID(iid, __uuidof(IAudioClient))) {
+            return "audio client";
+        }
+        return IsEqualIID(iid, __uuidof(IAudioEndpointVolume)) ? "volume" : "other";
+    };
+    const std::vector<IID> released = audio.ReleasedObjects();
+    std::vector<std::string> names;
+    for (size_t i = released.size() - std::min(count, released.size()); i < released.size(); ++i) {
+        names.push_back(nameOf(released[i]));
+    }
+    return names;
 }
 
 uint32_t CaptureTest::ReadPacket()

@@ -47,6 +47,9 @@ protected:
     // the capture has stopped.
     uint32_t ReadPacket();
 
+    // The names of the last released COM objects, in their order.
+    std::vector<std::string> LastReleased(size_t count) const;
+
     fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }
 
     static bool AwaitLine(const std::wstring &text, const std::string &tag)

@@ -1,6 +1,11 @@
 // Preparing a capture: synchronisation of the threads, the device, the encoder, and each failure.
 #include "capture_fixture.h"
 
+#include <atomic>
+#include <future>
+
+#include "tests/fakes/failing_new.h"
+
 namespace {
 
 using namespace velto_test;
@@ -35,6 +40,14 @@ protected:
         EXPECT_TRUE(AwaitLine(text, openTag));
         AwaitNotPrepared();
     }
+    // True when the encoder and the frame are released.
+    static bool IsEncoderReleased(AudioCaptureProbe &capture)
+    {
+        uint8_t config[8];
+        uint32_t length = 0;
+        return !capture.Encoder().GetDecoderSpecificInfo(config, sizeof config, length) &&
+               capture.Frame().samples == nullptr;
+    }
     void ExpectConverterFails()
     {
         ExpectCaptureThreadFails(L"InitSwr failed! Err=-1");
@@ -68,6 +81,23 @@ TEST_F(CaptureSetup, PrepareReturnsZeroOnceCaptureThreadExists)
     EXPECT_EQ(probe.TimestampTimeBase(), 1000000U);
     // AAC-LC, 48000 Hz, stereo; then the sync extension that signals no SBR.
     EXPECT_EQ(probe.DecoderConfig(), (std::vector<uint8_t>{0x11, 0x90, 0x56, 0xE5, 0x00}));
+}
+
+TEST_F(CaptureSetup, PrepareSetsStateAndStopFlagBeforeItStartsInitThread)
+{
+    int32_t state = -1;
+    bool stopped = true;
+    fakewin::Before(fakewin::Call::CreateThread, [&] {
+        state = probe.State();
+        stopped = probe.Stopped();
+    });
+    EXPECT_EQ(probe.State(), -10000);
+    capture->Prepare();
+    EXPECT_EQ(state, 0);
+    EXPECT_FALSE(stopped);
+    Close();
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_TRUE(probe.Stopped());
 }
 
 TEST_F(CaptureSetup, PrepareWaitsOnManualResetEventWithoutTimeout)
@@ -151,11 +181,8 @@ TEST_F(CaptureSetup, TeardownReleasesObjectsAndReturnsToNotPrepared)
     EXPECT_EQ(probe.State(), -10000);
     EXPECT_EQ(probe.CaptureThreadHandle(), nullptr);
     EXPECT_FALSE(probe.HasResampler());
-    EXPECT_EQ(probe.Frame().samples, nullptr);
     EXPECT_EQ(probe.Packets().DataCount(), 0);
-    uint32_t length = 0;
-    uint8_t config[8];
-    EXPECT_FALSE(probe.Encoder().GetDecoderSpecificInfo(config, sizeof config, length));
+    EXPECT_TRUE(IsEncoderReleased(probe));
     EXPECT_EQ(audio.LiveObjects(), 0);
     probe.Teardown(); // harmless when repeated
 }
@@ -167,6 +194,45 @@ TEST_F(CaptureSetup, PrepareSucceedsAgainAfterTeardown)
         Close();
         EXPECT_EQ(probe.State(), -10000);
     }
+}
+
+// --- Destruction -----------------------------------------------------------------------------
+
+// The capture thread does not end before the test allows it.
+TEST_F(CaptureSetup, DestructorWaitsForInitThread)
+{
+    auto *other = new AudioCapture;
+    other->SetTarget(48000, 2, 1);
+    AudioCaptureProbe otherProbe(*other);
+    std::atomic<bool> mayEnd{false};
+    audio.Before(Method::Stop, [&] { Eventually([&] { return mayEnd.load(); }); });
+    ASSERT_EQ(other->Prepare(), 0);
+    ASSERT_TRUE(AwaitLoop());
+    const fakewin::WaitRecord wait{fakewin::Call::WaitForSingleObject, otherProbe.InitThreadHandle(),
+                                   INFINITE};
+    other->Stop();
+    auto deletion = std::async(std::launch::async, [other] { delete other; });
+    EXPECT_TRUE(Eventually([&] {
+        const auto waits = fakewin::Waits();
+        return std::find(waits.begin(), waits.end(), wait) != waits.end();
+    }));
+    mayEnd = true;
+    deletion.get();
+    EXPECT_EQ(fakewin::LiveThreads(), 0);
+}
+
+TEST_F(CaptureSetup, DestructorUnregistersNotifierThatStartRegisteredAfterStop)
+{
+    auto other = std::make_unique<AudioCapture>();
+    other->SetTarget(48000, 2, 1);
+    ASSERT_EQ(other->Prepare(), 0);
+    other->Stop();
+    other->WaitInitThread();
+    EXPECT_EQ(other->Start(), -10000);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    other.reset();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(audio.LiveObjects(), 0);
 }
 
 // --- Start -----------------------------------------------------------------------------------
@@ -353,14 +419,50 @@ TEST_F(CaptureSetup, FailsWhenCaptureServiceIsNull)
     ExpectCaptureThreadFails(L"Get audio capture service failed, err=0x00000000");
 }
 
-TEST_F(CaptureSetup, ReturnsToNotPreparedAfterDeviceFailure)
+TEST_F(CaptureSetup, DeviceFailureBecomesStateUntilTeardown)
 {
+    int32_t stateBefore = 1;
+    int32_t stateAtThreadEnd = 1;
+    bool stoppedAtThreadEnd = false;
+    audio.Before(Method::Initialize, [&] { stateBefore = probe.State(); });
     audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
-    int32_t stateAtThreadEnd = 0;
-    BeforeCaptureThreadEnds([&] { stateAtThreadEnd = probe.State(); });
+    BeforeCaptureThreadEnds([&] {
+        stateAtThreadEnd = probe.State();
+        stoppedAtThreadEnd = probe.Stopped();
+    });
     capture->Prepare();
     AwaitNotPrepared();
-    EXPECT_EQ(stateAtThreadEnd, CAPTURE_DEVICE_FAILED);
+    EXPECT_EQ(stateBefore, 0);
+    EXPECT_EQ(stateAtThreadEnd, -101);
+    EXPECT_TRUE(stoppedAtThreadEnd);
+}
+
+TEST_F(CaptureSetup, FirstFailureWinsOverDeviceFailure)
+{
+    int32_t stateAtThreadEnd = 1;
+    bool stoppedAtThreadEnd = true;
+    audio.Before(Method::Initialize, [&] { probe.SetState(CAPTURE_ENCODING_FAILED); });
+    audio.Fail(Method::Initialize, AUDCLNT_E_DEVICE_IN_USE);
+    BeforeCaptureThreadEnds([&] {
+        stateAtThreadEnd = probe.State();
+        stoppedAtThreadEnd = probe.Stopped();
+    });
+    capture->Prepare();
+    EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 1; })) << "the init thread";
+    EXPECT_EQ(stateAtThreadEnd, -104);
+    EXPECT_FALSE(stoppedAtThreadEnd) << "only the first failure stops the capture";
+}
+
+TEST_F(CaptureSetup, FirstFailureWinsOverEncoderFailureThatStillTearsDown)
+{
+    ASSERT_TRUE(probe.Packets().Init(1));
+    probe.SetState(CAPTURE_DEVICE_FAILED);
+    probe.SetStopped(false);
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
+    EXPECT_EQ(AudioCaptureProbe::InitThread(capture.get()), 0U);
+    EXPECT_FALSE(probe.Stopped()) << "only the first failure stops the capture";
+    EXPECT_EQ(probe.State(), -10000);
+    EXPECT_EQ(probe.Packets().PopFree(), nullptr) << "the teardown has released the packet";
 }
 
 TEST_F(CaptureSetup, FailsOn24BitMixFormat)
@@ -404,17 +506,64 @@ TEST_F(CaptureSetup, FailsWhenConverterCannotBeInitialised)
     ExpectConverterFails();
 }
 
-TEST_F(CaptureSetup, FailsWhenClientDoesNotStart)
+TEST_F(CaptureSetup, ReleasesEncoderOnCaptureThreadWhenClientDoesNotStart)
 {
     audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
     bool encoderReleased = false;
-    BeforeCaptureThreadEnds([&] { encoderReleased = probe.Frame().samples == nullptr; });
+    bool packetsReleased = false;
+    BeforeCaptureThreadEnds([&] {
+        encoderReleased = IsEncoderReleased(probe);
+        packetsReleased = probe.Stopped() && probe.Packets().PopFree() == nullptr;
+    });
     capture->Prepare();
     EXPECT_TRUE(AwaitLine(L"Start audio client failed! err=0x88890010", threadTag));
     EXPECT_TRUE(AwaitLine(L"Error code: -101", "AudioCapture::OnError"));
     AwaitNotPrepared();
-    EXPECT_TRUE(encoderReleased) << "by the capture thread, before the teardown";
+    EXPECT_TRUE(encoderReleased) << "before the teardown";
+    EXPECT_TRUE(packetsReleased) << "before the teardown";
     EXPECT_EQ(audio.Clients()[1].stops, 0);
+}
+
+// The init thread leaves its apartment first, after it has read the mix format; then the capture thread.
+constexpr int captureThreadLeavesCom = 2;
+
+TEST_F(CaptureSetup, ReleasesInterfacesThenComThenEncoderWhenClientDoesNotStart)
+{
+    audio.Fail(Method::Start, AUDCLNT_E_SERVICE_NOT_RUNNING);
+    std::vector<std::string> releasedBeforeCom;
+    bool encoderReleasedBeforeCom = true;
+    bool failureLoggedBeforeCom = false;
+    size_t errorsBeforeCom = 1;
+    fakewin::Before(
+        fakewin::Call::CoUninitialize,
+        [&] {
+            releasedBeforeCom = LastReleased(3);
+            encoderReleasedBeforeCom = IsEncoderReleased(probe);
+            failureLoggedBeforeCom = LogOf(threadTag).size() == 1;
+            errorsBeforeCom = LogOf("AudioCapture::OnError").size();
+        },
+        captureThreadLeavesCom);
+    capture->Prepare();
+    AwaitNotPrepared();
+    EXPECT_EQ(releasedBeforeCom, (std::vector<std::string>{"capture client", "audio client", "volume"}));
+    EXPECT_TRUE(failureLoggedBeforeCom);
+    EXPECT_EQ(errorsBeforeCom, 0U);
+    EXPECT_FALSE(encoderReleasedBeforeCom);
+}
+
+TEST_F(CaptureSetup, StopsClientThenReleasesInterfacesThenComAtEndOfCapture)
+{
+    std::vector<std::string> releasedBeforeStop;
+    std::vector<std::string> releasedBeforeCom;
+    audio.Before(Method::Stop, [&] { releasedBeforeStop = LastReleased(1); });
+    fakewin::Before(
+        fakewin::Call::CoUninitialize, [&] { releasedBeforeCom = LastReleased(3); }, captureThreadLeavesCom);
+    ASSERT_EQ(capture->Prepare(), 0);
+    ASSERT_TRUE(AwaitLoop());
+    Close();
+    EXPECT_EQ(audio.Clients()[1].stops, 1);
+    EXPECT_EQ(releasedBeforeStop, std::vector<std::string>{"other"}) << "the device";
+    EXPECT_EQ(releasedBeforeCom, (std::vector<std::string>{"capture client", "audio client", "volume"}));
 }
 
 TEST_F(CaptureSetup, EndsOnlyCaptureThreadWhenItCannotEnterCom)
@@ -497,6 +646,35 @@ TEST_F(CaptureSetup, PrepareFailsWhenFrameCannotBeAllocated)
     EXPECT_EQ(capture->Prepare(), -10002);
     ExpectLine(errorLevel, L"Alloc audio frame failed!", encoderTag);
     AwaitNotPrepared();
+}
+
+TEST_F(CaptureSetup, PrepareFailsWithoutMemoryForPackets)
+{
+    {
+        const fakes::FailingNew noPackets(sizeof(AVEncodePacket));
+        EXPECT_EQ(capture->Prepare(), -10002);
+        ExpectLine(errorLevel, L"Alloc audio encode data buffer queue failed!", encoderTag);
+        EXPECT_EQ(LogOf(encoderTag).size(), 1U);
+        AwaitNotPrepared();
+    }
+    EXPECT_EQ(capture->Prepare(), 0);
+}
+
+TEST_F(CaptureSetup, FailedEncoderSetUpReleasesWhatItSetUp)
+{
+    {
+        const fakes::FailingNew noPackets(sizeof(AVEncodePacket));
+        EXPECT_EQ(probe.InitAudioEncoder(), -10002);
+        EXPECT_TRUE(IsEncoderReleased(probe)) << "without packets";
+    }
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // too long for a frame
+    EXPECT_EQ(probe.InitAudioEncoder(), -10002);
+    EXPECT_TRUE(IsEncoderReleased(probe)) << "without a frame";
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, fakeffmpeg::withoutConfiguration);
+    EXPECT_EQ(probe.InitAudioEncoder(), -103);
+    EXPECT_TRUE(IsEncoderReleased(probe)) << "without decoder configuration";
+    EXPECT_EQ(probe.Packets().PopFree(), nullptr) << "without decoder configuration";
+    EXPECT_EQ(probe.TimestampTimeBase(), 0U);
 }
 
 TEST_F(CaptureSetup, PrepareFailsWithoutDecoderConfiguration)
