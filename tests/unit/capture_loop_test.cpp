@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <thread>
 
@@ -264,6 +265,27 @@ TEST_F(CaptureLoop, ReadsNarrowSamplesAsFloatsWithinTheirBuffer)
     }
 }
 
+// Packets of 32-bit integers, with 32 or 24 valid bits, are read as floats, too: the loop looks at the size
+// of a sample and not at the sub-format.
+TEST_F(CaptureLoop, ReadsBitsOf32BitIntegersAsFloats)
+{
+    const std::vector<uint32_t> samples = {0x3F800000, 0xBF800000, 0x3F000000, 0xBF000000, 0xC0000000,
+                                           0x40000000, 0x7F000000, 0x7FFFFF00, 0xFFFFFF00, 0x00000100};
+    for (const uint16_t validBits : {32, 24}) {
+        Microphone().mixFormat.integerBits = validBits;
+        CapturedPacket packet;
+        packet.frames = static_cast<UINT32>(samples.size() / 2);
+        packet.data.resize(samples.size() * sizeof(uint32_t));
+        std::memcpy(packet.data.data(), samples.data(), packet.data.size());
+        audio.Deliver(packet);
+        RunLoopOnThisThread();
+        EXPECT_EQ(Filled(),
+                  (std::vector<int16_t>{32767, -32767, 16383, -16383, -32767, 32767, 32767, 0, 0, 0}))
+            << validBits;
+        probe.Teardown();
+    }
+}
+
 TEST_F(CaptureLoop, ConvertsMonoAt16000HzToStereoAt48000Hz)
 {
     Microphone().mixFormat = {1, 32, 16000, true, 4};
@@ -310,22 +332,62 @@ TEST_F(CaptureLoop, ProducesPacketsThatDecodeToMicrophoneSound)
     EXPECT_GT(sound.SignalToNoiseDb(tone), 18.0);
 }
 
-TEST_F(CaptureLoop, StopsCaptureWhenEncoderFails)
+TEST_F(CaptureLoop, StopsCaptureAndUnregistersNotifierWhenEncoderFails)
 {
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_send_frame, -1094995529, 2);
     for (int packet = 0; packet < 4; ++packet) {
         audio.Deliver(QuietPacket(1024));
     }
-    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_send_frame, -1094995529, 2);
-    Open();
     EXPECT_TRUE(AwaitLine(L"Error code: -104", "AudioCapture::OnError"));
     EXPECT_EQ(LogOf(encodeTag).size(), 1U);
     EXPECT_EQ(LogOf(encodeTag)[0].text.find(L"AAC encode failed! Err=-"), 0U);
     EXPECT_TRUE(Eventually([&] { return probe.State() == -10000; }));
     EXPECT_EQ(audio.Clients()[1].stops, 1);
+    EXPECT_EQ(probe.Notifier(), nullptr);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
     uint32_t size = 77;
     probe.Read(buffer.data(), size);
     EXPECT_EQ(size, 77U);
     ExpectLine(errorLevel, L"m_bAtomStop is stop", "AudioCapture::GetAudioData");
+}
+
+TEST_F(CaptureLoop, ErrorIsLoggedAndStopsCaptureAndNotifierBeforeItReturns)
+{
+    ASSERT_TRUE(probe.Packets().Init(1));
+    probe.SetStopped(false);
+    capture->Start();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    probe.OnError(CAPTURE_ENCODING_FAILED);
+    ExpectLine(errorLevel, L"Error code: -104", "AudioCapture::OnError");
+    EXPECT_TRUE(probe.Stopped());
+    EXPECT_EQ(probe.Notifier(), nullptr);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    probe.Packets().PushFree(probe.Packets().PopFree()); // a stopped queue does not take it
+    EXPECT_EQ(probe.Packets().PopFree(), nullptr);
+    probe.Teardown();
+}
+
+// Sets only the stop flag, so that the packets of the drain can still be queued.
+TEST_F(CaptureLoop, DrainsEncoderThenStopsQueueThenClientAtEnd)
+{
+    audio.Deliver(QuietPacket(1024));
+    audio.Deliver(QuietPacket(1024));
+    Open();
+    ASSERT_TRUE(Eventually([&] { return probe.Packets().DataCount() == 1; }));
+    int queued = 0;
+    bool queueStopped = false;
+    audio.Before(Method::Stop, [&] {
+        queued = probe.Packets().DataCount();
+        probe.Packets().PushData(probe.Packets().PopData()); // a stopped queue does not take it
+        queueStopped = probe.Packets().DataCount() == queued - 1;
+    });
+    probe.SetStopped(true);
+    EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
+    EXPECT_EQ(queued, 3) << "the priming and two frames";
+    EXPECT_TRUE(queueStopped);
 }
 
 TEST_F(CaptureLoop, KeepsPacketOutOfQueuesWhenEncodingFails)
@@ -366,18 +428,28 @@ TEST_F(CaptureLoop, QueuesNoPacketForFirstFrameButOnePerDrainCall)
     probe.Teardown();
 }
 
-TEST_F(CaptureLoop, RescalesTimeStampsToMicroseconds)
+// The time stamps count the microphone's samples, although the encoder's rate is the target's.
+TEST_F(CaptureLoop, RescalesTimeStampsFromMicrophoneRateToMicroseconds)
 {
-    ASSERT_EQ(probe.InitAudioEncoder(), 0);
-    for (int frame = 0; frame < 3; ++frame) {
-        probe.Frame().fillCount = 1024;
-        ASSERT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));
+    struct Row {
+        uint32_t rateHz;
+        int64_t microseconds; // of a frame
+    };
+    for (const Row &row : {Row{44100, 23220}, Row{48000, 21333}, Row{96000, 10667}}) {
+        Microphone().mixFormat.rateHz = row.rateHz;
+        ASSERT_EQ(probe.InitAudioEncoder(), 0);
+        EXPECT_EQ(probe.Frame().SampleRateHz(), row.rateHz);
+        for (int frame = 0; frame < 4; ++frame) {
+            probe.Frame().fillCount = 1024;
+            ASSERT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));
+        }
+        ASSERT_EQ(probe.Packets().DataCount(), 3);
+        // The encoder's priming has negative time stamps.
+        EXPECT_EQ(probe.Packets().PopData()->timeStamp, -row.microseconds);
+        EXPECT_EQ(probe.Packets().PopData()->timeStamp, 0);
+        EXPECT_EQ(probe.Packets().PopData()->timeStamp, row.microseconds);
+        probe.Teardown();
     }
-    ASSERT_EQ(probe.Packets().DataCount(), 2);
-    // The encoder's priming has negative time stamps.
-    EXPECT_EQ(probe.Packets().PopData()->timeStamp, -21333);
-    EXPECT_EQ(probe.Packets().PopData()->timeStamp, 0);
-    probe.Teardown();
 }
 
 TEST_F(CaptureLoop, BlocksOnFullQueueUntilHostReadsAgain)
