@@ -102,11 +102,24 @@ TEST_F(CaptureNotifier, RefusesOtherInterfacesWithNullPointer)
 
 TEST_F(CaptureNotifier, IgnoresStateAddRemoveAndPropertyNotifications)
 {
-    EXPECT_EQ(notifier->OnDeviceStateChanged(L"id", DEVICE_STATE_DISABLED), S_OK);
-    EXPECT_EQ(notifier->OnDeviceAdded(L"id"), S_OK);
-    EXPECT_EQ(notifier->OnDeviceRemoved(L"id"), S_OK);
-    EXPECT_EQ(notifier->OnPropertyValueChanged(L"id", PROPERTYKEY{}), S_OK);
+    ASSERT_EQ(notifier->Initialize(), S_OK);
+    RecordingListener listener;
+    notifier->AddListener(&listener);
+    ClearLog();
+    audio.NotifyStateChanged(L"microphone", DEVICE_STATE_DISABLED);
+    audio.NotifyAdded(L"microphone");
+    audio.NotifyRemoved(L"microphone");
+    audio.NotifyPropertyChanged(L"microphone");
+    EXPECT_TRUE(listener.changes.empty());
     EXPECT_TRUE(fakes::LogRecorder::Instance().Entries().empty());
+    EXPECT_EQ(notifier->OnDeviceStateChanged(L"microphone", DEVICE_STATE_DISABLED), S_OK);
+    EXPECT_EQ(notifier->OnDeviceAdded(L"microphone"), S_OK);
+    EXPECT_EQ(notifier->OnDeviceRemoved(L"microphone"), S_OK);
+    EXPECT_EQ(notifier->OnPropertyValueChanged(L"microphone", PROPERTYKEY{}), S_OK);
+    EXPECT_TRUE(listener.changes.empty());
+    audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone");
+    EXPECT_EQ(listener.changes.size(), 1U) << "the listener is registered";
+    notifier->UnInitialize();
 }
 
 TEST_F(CaptureNotifier, ForwardsEveryFlowAndRoleInListenerOrder)
@@ -114,23 +127,39 @@ TEST_F(CaptureNotifier, ForwardsEveryFlowAndRoleInListenerOrder)
     std::vector<RecordingListener *> order;
     RecordingListener first;
     RecordingListener second;
-    first.order = second.order = &order;
+    RecordingListener third;
+    first.order = second.order = third.order = &order;
     notifier->AddListener(&first);
     notifier->AddListener(nullptr);
     notifier->AddListener(&second);
-    std::vector<Change> expected;
+    notifier->AddListener(&third);
+    std::vector<Change> expectedChanges;
+    std::vector<RecordingListener *> expectedOrder;
     for (const EDataFlow flow : {eRender, eCapture, eAll}) {
         for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
             EXPECT_EQ(notifier->OnDefaultDeviceChanged(flow, role, L"id"), S_OK);
-            expected.push_back({flow, role, L"id"});
+            expectedChanges.push_back({flow, role, L"id"});
+            expectedOrder.insert(expectedOrder.end(), {&first, &second, &third});
         }
     }
-    EXPECT_EQ(first.changes, expected);
-    EXPECT_EQ(second.changes, expected);
-    ASSERT_EQ(order.size(), 18U);
-    EXPECT_EQ(order[0], &first);
-    EXPECT_EQ(order[1], &second);
+    EXPECT_EQ(first.changes, expectedChanges);
+    EXPECT_EQ(second.changes, expectedChanges);
+    EXPECT_EQ(third.changes, expectedChanges);
+    EXPECT_EQ(order, expectedOrder);
     ExpectLine(infoLevel, L"OnDefaultDeviceChanged", changedTag, 9);
+}
+
+TEST_F(CaptureNotifier, RemovingListenerKeepsOrderOfOthers)
+{
+    std::vector<RecordingListener *> order;
+    RecordingListener listeners[4];
+    for (RecordingListener &listener : listeners) {
+        listener.order = &order;
+        notifier->AddListener(&listener);
+    }
+    notifier->RemoveListener(&listeners[1]);
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
+    EXPECT_EQ(order, (std::vector{&listeners[0], &listeners[2], &listeners[3]}));
 }
 
 TEST_F(CaptureNotifier, IgnoresListenerAddedOrRemovedTwice)
@@ -175,6 +204,18 @@ TEST_F(CaptureNotifier, InitializeChangesNothingWhenComFails)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CoCreateInstance), 0);
     notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"id");
     EXPECT_EQ(listener.changes.size(), 1U);
+}
+
+TEST_F(CaptureNotifier, RegistersOnThreadInSingleThreadedApartment)
+{
+    fakewin::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    EXPECT_EQ(notifier->Initialize(), S_OK);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1);
+    EXPECT_EQ(audio.RegisteredCallbacks(), 1);
+    notifier->UnInitialize();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1);
+    fakewin::CoUninitialize();
 }
 
 TEST_F(CaptureNotifier, InitializeLeavesComWhenEnumeratorFails)

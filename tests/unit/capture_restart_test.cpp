@@ -2,6 +2,8 @@
 #include "capture_fixture.h"
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <thread>
 
 namespace {
@@ -140,30 +142,50 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 
+// The restart blocks in Start, where it holds no lock that Close needs.
 TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
     std::atomic<bool> restartRuns{false};
     std::atomic<bool> restartMayEnd{false};
-    fakewin::Before(fakewin::Call::CreateEventW, [&] {
+    audio.Before(Method::RegisterCallback, [&] {
         restartRuns = true;
         Eventually([&] { return restartMayEnd.load(); });
     });
-    std::thread notification([&] { NotifyChange(); });
+    NotifyChange();
     ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
-    std::atomic<bool> closed{false};
-    std::thread closing([&] {
-        Close();
-        closed = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(closed);
+    auto closing = std::async(std::launch::async, [&] { Close(); });
+    EXPECT_TRUE(Eventually([&] { return probe.RestartsOver(); }));
+    EXPECT_EQ(closing.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_FALSE(probe.Stopped()) << "closing stops the capture only when no restart runs";
     restartMayEnd = true;
-    closing.join();
-    notification.join();
+    closing.get();
     EXPECT_EQ(probe.State(), -10000);
     EXPECT_TRUE(probe.Stopped());
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+}
+
+TEST_F(CaptureRestart, WaitingRestartDoesNothingOnceClosingBegan)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    std::atomic<bool> firstRuns{false};
+    std::atomic<bool> firstMayEnd{false};
+    fakewin::Before(fakewin::Call::CreateEventW, [&] {
+        firstRuns = true;
+        Eventually([&] { return firstMayEnd.load(); });
+    });
+    capture->OnAudioStateChanged(eCapture, eConsole, L"headset");
+    ASSERT_TRUE(Eventually([&] { return firstRuns.load(); }));
+    capture->OnAudioStateChanged(eCapture, eConsole, L"headset"); // waits for its turn
+    std::thread closing([&] { Close(); });
+    EXPECT_TRUE(Eventually([&] { return probe.RestartsOver(); }));
+    firstMayEnd = true;
+    closing.join();
+    // Init and capture thread of the opening and of the first restart, and two restart threads.
+    EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2 + 2 + 2);
+    EXPECT_EQ(probe.State(), -10000);
 }
 
 TEST_F(CaptureRestart, SurvivesHundredChangesWhileHostOpensReadsAndCloses)
