@@ -1,11 +1,15 @@
 #include "handler/microphone_record.h"
 
+#include <atomic>
 #include <string>
 #include <thread>
 
 #include "capture_fixture.h"
 #include "failing_throwing_new.h"
+#include "handler/listener.h"
+#include "handler/speaker_track.h"
 #include "host_calls.h"
+#include "tests/fakes/fake_deadline.h"
 
 namespace {
 
@@ -54,51 +58,43 @@ TEST_F(MicrophoneRecord, OpenRequiresValidIdAndProfileList)
     EXPECT_EQ(AudioCapture::Current(), nullptr);
 }
 
-TEST_F(MicrophoneRecord, OpenAcceptsAnyIdWithSameParameters)
+TEST_F(MicrophoneRecord, OpenRecordsDefaultMicrophoneForAnyId)
 {
-    for (const char *id : {"mic1", "ModemMic1", "speaker1", ""}) {
-        EXPECT_EQ(OpenRecord(id), 0) << id;
+    audio.Add(L"headset");
+    const std::vector<std::string> ids = {"mic1", "ModemMic1", "speaker1", ""};
+    for (const std::string &id : ids) {
+        const int packets = audio.Count(Method::CaptureGetBuffer);
+        EXPECT_EQ(OpenRecord(id.c_str()), 0) << id;
         ASSERT_NE(AudioCapture::Current(), nullptr);
+        ASSERT_TRUE(Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > packets; })) << id;
+        EXPECT_EQ(audio.Clients().back().endpoint, L"microphone") << id;
+        EXPECT_EQ(audio.Clients().back().starts, 1) << id;
         AudioCaptureProbe current(*AudioCapture::Current());
         EXPECT_EQ(current.TargetSampleRate(), 48000U);
         EXPECT_EQ(current.TargetChannels(), 2U);
         EXPECT_EQ(current.TargetSampleFormat(), 1);
         EXPECT_TRUE(current.Started());
-        EXPECT_EQ(CloseRecord(id), 0);
+        EXPECT_EQ(CloseRecord(id.c_str()), 0);
         EXPECT_EQ(AudioCapture::Current(), nullptr);
     }
+    const size_t openings = 2 * ids.size(); // for the encoder and for the capture
+    EXPECT_EQ(audio.Clients().size(), openings);
+    EXPECT_EQ(audio.RequestedFlows(), std::vector(openings, eCapture));
+    EXPECT_EQ(audio.RequestedRoles(), std::vector(openings, eConsole));
 }
 
-// Counts the allocations of a capture's construction, including its members.
-int ConstructionAllocations()
+TEST_F(MicrophoneRecord, OpenLogsFailedAllocationAndSucceeds)
 {
-    for (int nth = 1;; ++nth) {
-        const FailingThrowingNew noMemory(nth);
-        try {
-            const auto created = std::make_unique<AudioCapture>();
-            return nth - 1;
-        } catch (const std::bad_alloc &) {
-            EXPECT_TRUE(noMemory.HasFailed());
-        }
+    {
+        const FailingThrowingNew noMemory(1);
+        EXPECT_EQ(OpenRecord("mic1"), 0);
+        EXPECT_TRUE(noMemory.HasFailed());
     }
-}
-
-TEST_F(MicrophoneRecord, OpenLogsEachFailedAllocationAndSucceeds)
-{
-    const int allocations = ConstructionAllocations();
-    EXPECT_GE(allocations, 1);
-    for (int nth = 1; nth <= allocations; ++nth) {
-        {
-            const FailingThrowingNew noMemory(nth);
-            EXPECT_EQ(OpenRecord("mic1"), 0);
-            EXPECT_TRUE(noMemory.HasFailed());
-        }
-        ExpectLine(errorLevel, L"Alloc screen record object failed!No memory?", "AudioCapture::Create", nth);
-        EXPECT_EQ(AudioCapture::Current(), nullptr);
-        header.size = 100;
-        EXPECT_EQ(ReadRecord(), 0);
-        EXPECT_EQ(header.size, 0U);
-    }
+    ExpectLine(errorLevel, L"Alloc screen record object failed!No memory?", "AudioCapture::Create");
+    EXPECT_EQ(AudioCapture::Current(), nullptr);
+    header.size = 100;
+    EXPECT_EQ(ReadRecord(), 0);
+    EXPECT_EQ(header.size, 0U);
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 0);
 }
 
@@ -109,6 +105,7 @@ TEST_F(MicrophoneRecord, SecondOpenWithoutMemoryLeavesNoCurrentCapture)
     {
         const FailingThrowingNew noMemory(1);
         EXPECT_EQ(OpenRecord("mic1"), 0);
+        EXPECT_TRUE(noMemory.HasFailed());
     }
     EXPECT_EQ(AudioCapture::Current(), nullptr);
     EXPECT_FALSE(AudioCaptureProbe(*first).Stopped()) << "the first capture continues without an owner";
@@ -349,13 +346,63 @@ TEST_F(MicrophoneRecord, CloseEndsWaitingRead)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
     ASSERT_TRUE(AwaitLoop());
+    AudioCaptureProbe current(*AudioCapture::Current());
     std::thread reader([&] {
         header.size = 100000000; // more than eight minutes
         EXPECT_EQ(ReadRecord(), 0);
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(Eventually([] { return fakes::Timeouts().size() == 1; }));
+    current.PassReadLock();
     EXPECT_EQ(CloseRecord("mic1"), 0);
     reader.join();
+    EXPECT_EQ(header.size, 0U) << "the read was waiting";
+}
+
+// --- Events ------------------------------------------------------------------------------------------
+
+// A host's listener that uses the recording from another thread and waits for that thread.
+struct ReentrantListener {
+    static void OnEvent(const char *id, uint32_t idLength, int32_t event)
+    {
+        if (isCalling) {
+            return; // an event of the calls below
+        }
+        events.push_back(event);
+        auto returned = std::make_shared<std::atomic<bool>>(false);
+        std::thread calls([id, idLength, returned] {
+            isCalling = true;
+            AudioProfileList profiles{};
+            std::vector<uint8_t> buffer(8192);
+            HostFrame record(buffer.data(), 3840);
+            EXPECT_EQ(VeltoOpenAudioRecord(id, idLength, nullptr, nullptr, &profiles), 0);
+            EXPECT_EQ(VeltoReadStreamBuffer(id, idLength, nullptr, &record.frame), 0);
+            EXPECT_EQ(VeltoCloseAudioRecord(id, idLength), 0);
+            EXPECT_EQ(VeltoCloseAudioTrack(id, idLength), 0);
+            *returned = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return returned->load(); })) << "event " << event;
+        threads.push_back(std::move(calls));
+    }
+    static inline thread_local bool isCalling = false;
+    static inline std::vector<int32_t> events;
+    static inline std::vector<std::thread> threads;
+};
+
+TEST_F(MicrophoneRecord, ListenerMayUseRecordingDuringEvent)
+{
+    const AudioListener listener{ReentrantListener::OnEvent, nullptr};
+    ASSERT_EQ(VeltoRegisterListener(&listener), 0);
+    EXPECT_EQ(VeltoCloseAudioTrack("mic1", 4), 0);
+    const AudioProfileEntry entry{"sampleRate", 10, 48000};
+    profiles.count = 1;
+    profiles.entries = &entry;
+    EXPECT_EQ(VeltoSetAudioParameter("mic1", 4, nullptr, nullptr, &profiles), 0);
+    for (std::thread &calls : ReentrantListener::threads) {
+        calls.join();
+    }
+    EXPECT_EQ(ReentrantListener::events, (std::vector<int32_t>{3, 4}));
+    const AudioListener none{nullptr, nullptr};
+    VeltoRegisterListener(&none);
 }
 
 } // namespace

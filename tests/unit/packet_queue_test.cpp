@@ -2,11 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <future>
-#include <set>
 
 #include "failing_throwing_new.h"
 #include "packet_queue_fixture.h"
+#include "tests/fakes/polling.h"
 
 namespace {
 
@@ -182,16 +183,25 @@ TEST_F(PacketQueue, PopDataWaitsUntilElementIsFilled)
     EXPECT_EQ(reader.get(), element);
 }
 
-TEST_F(PacketQueue, GivesEachOfTwoWaitersOneElement)
+TEST_F(PacketQueue, EachPushServesOneOfTwoWaiters)
 {
     ASSERT_TRUE(queue.Init(2));
     std::array<Element *, 2> elements{queue.PopFree(), queue.PopFree()};
     std::array readers{std::async(std::launch::async, [this] { return queue.PopData(); }),
                        std::async(std::launch::async, [this] { return queue.PopData(); })};
+    EXPECT_TRUE(IsBlocked(readers[0]));
+    EXPECT_TRUE(IsBlocked(readers[1]));
+    const auto isServed = [&](size_t reader) {
+        return readers[reader].wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    };
     queue.PushData(elements[0]);
+    EXPECT_TRUE(fakes::Eventually([&] { return isServed(0) || isServed(1); }));
+    const size_t served = isServed(0) ? 0 : 1;
+    const size_t other = 1 - served;
+    EXPECT_TRUE(IsBlocked(readers[other]));
     queue.PushData(elements[1]);
-    const std::set<Element *> taken{readers[0].get(), readers[1].get()};
-    EXPECT_EQ(taken, (std::set<Element *>{elements[0], elements[1]}));
+    EXPECT_EQ(readers[served].get(), elements[0]);
+    EXPECT_EQ(readers[other].get(), elements[1]);
 }
 
 // --- Stop ----------------------------------------------------------------------------------------
