@@ -43,6 +43,7 @@ void CaptureLoop::RunLoopOnThisThread(int emptyPasses)
     IAudioEndpointVolume *volume = nullptr;
     ASSERT_TRUE(probe.GetLoopBackAudioCapture(client, captureClient, volume));
     probe.SetStopped(false);
+    probe.Frame().fillCount = 5; // the loop starts with an empty frame
     const int packets = static_cast<int>(Microphone().packets.size());
     audio.Before(
         Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, packets + emptyPasses);
@@ -53,12 +54,37 @@ void CaptureLoop::RunLoopOnThisThread(int emptyPasses)
     fakewin::CoUninitialize();
 }
 
-TEST_F(CaptureLoop, DoesNothingWithoutInterfaces)
+TEST_F(CaptureLoop, DoesNothingWithoutBothInterfaces)
 {
+    fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    IAudioClient *client = nullptr;
+    IAudioCaptureClient *captureClient = nullptr;
+    IAudioEndpointVolume *volume = nullptr;
+    ASSERT_TRUE(probe.GetLoopBackAudioCapture(client, captureClient, volume));
     probe.SetStopped(false);
     probe.LoopGetAudioBuffer(nullptr, nullptr);
+    probe.LoopGetAudioBuffer(nullptr, volume);
+    probe.LoopGetAudioBuffer(captureClient, nullptr);
     EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep), 0);
     probe.SetStopped(true);
+    captureClient->Release();
+    client->Release();
+    volume->Release();
+    fakewin::CoUninitialize();
+    probe.Teardown();
+}
+
+TEST_F(CaptureLoop, LeavesWaitingPacketsOnceStopped)
+{
+    for (int packet = 0; packet < 5; ++packet) {
+        audio.Deliver(QuietPacket(100));
+    }
+    audio.Before(
+        Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, 2);
+    RunLoopOnThisThread();
+    EXPECT_EQ(ReleasedPackets(), 2U);
+    EXPECT_EQ(probe.Frame().fillCount, 200U) << "the packet that was being read is kept";
+    probe.Teardown();
 }
 
 TEST_F(CaptureLoop, ConvertsPacketToSixteenBitSamples)
@@ -423,8 +449,14 @@ TEST_F(CaptureLoop, QueuesNoPacketForFirstFrameButOnePerDrainCall)
     while (probe.EncodeAudioFrame(nullptr)) {
         ++drained;
     }
+    EXPECT_EQ(drained, 2) << "the priming and one frame";
     EXPECT_EQ(probe.Packets().DataCount(), drained);
-    EXPECT_GT(drained, 0);
+    probe.Packets().Stop();
+    int free = 0;
+    while (probe.Packets().PopFree() != nullptr) {
+        ++free;
+    }
+    EXPECT_EQ(free, 469 - drained) << "calls without a packet have returned theirs";
     probe.Teardown();
 }
 

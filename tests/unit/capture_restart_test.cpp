@@ -139,6 +139,7 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     capture->EndRestarts();
     NotifyChange();
     ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
+    EXPECT_EQ(LogOf(changedTag).size(), 1U) << "no error";
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 

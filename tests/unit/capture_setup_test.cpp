@@ -2,7 +2,9 @@
 #include "capture_fixture.h"
 
 #include <atomic>
+#include <chrono>
 #include <future>
+#include <thread>
 
 #include "tests/fakes/failing_new.h"
 
@@ -33,12 +35,16 @@ protected:
     {
         fakewin::Before(fakewin::Call::FreeLibraryAndExitThread, std::move(action));
     }
-    // Expects the capture thread to log this line and fail, before or after Prepare returns.
+    // Expects the capture thread to log this line and to leave the state -101, before or after Prepare
+    // returns.
     void ExpectCaptureThreadFails(const std::wstring &text)
     {
+        int32_t stateAtThreadEnd = 0;
+        BeforeCaptureThreadEnds([&] { stateAtThreadEnd = probe.State(); });
         capture->Prepare();
         EXPECT_TRUE(AwaitLine(text, openTag));
         AwaitNotPrepared();
+        EXPECT_EQ(stateAtThreadEnd, -101);
     }
     // True when the encoder and the frame are released.
     static bool IsEncoderReleased(AudioCaptureProbe &capture)
@@ -156,6 +162,19 @@ TEST_F(CaptureSetup, PrepareFailsWithoutCaptureThread)
     AwaitNotPrepared();
 }
 
+// The teardown must not reset the state before Prepare has returned it, even if Prepare is slow to return.
+TEST_F(CaptureSetup, PrepareReturnsFailureBeforeTeardownResetsState)
+{
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
+    fakewin::Before(fakewin::Call::CloseHandle, [&] { // the ready event
+        for (int i = 0; i < 30 && probe.State() != CAPTURE_NOT_PREPARED; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    EXPECT_EQ(capture->Prepare(), -103);
+    AwaitNotPrepared();
+}
+
 TEST_F(CaptureSetup, ThreadEntriesReturnInvalidHandleWithoutObject)
 {
     EXPECT_EQ(AudioCaptureProbe::InitThread(nullptr), 6U);
@@ -177,7 +196,8 @@ TEST_F(CaptureSetup, TeardownReleasesObjectsAndReturnsToNotPrepared)
 {
     Open();
     ASSERT_TRUE(AwaitLoop());
-    Close();
+    capture->Stop();
+    EXPECT_TRUE(capture->WaitInitThread());
     EXPECT_EQ(probe.State(), -10000);
     EXPECT_EQ(probe.CaptureThreadHandle(), nullptr);
     EXPECT_FALSE(probe.HasResampler());
@@ -190,7 +210,10 @@ TEST_F(CaptureSetup, TeardownReleasesObjectsAndReturnsToNotPrepared)
 TEST_F(CaptureSetup, PrepareSucceedsAgainAfterTeardown)
 {
     for (int round = 0; round < 3; ++round) {
+        const int packets = audio.Count(Method::CaptureGetBuffer);
         ASSERT_EQ(capture->Prepare(), 0);
+        ASSERT_TRUE(Eventually([&] { return audio.Count(Method::CaptureGetBuffer) > packets; }));
+        EXPECT_TRUE(Eventually([&] { return probe.ReadyCounter() == 2; })) << "the threads of this round";
         Close();
         EXPECT_EQ(probe.State(), -10000);
     }
@@ -277,6 +300,18 @@ TEST_F(CaptureSetup, StopDetachesNotifierAndCanBeRepeated)
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
     capture->Stop();
     ExpectLine(infoLevel, L"AudioDeviceNotify::UnInitialize()", "AudioDeviceNotify::UnInitialize");
+}
+
+// The system may still call a notifier that it has a reference to.
+TEST_F(CaptureSetup, StopRemovesCaptureFromNotifiersListeners)
+{
+    Open();
+    AudioDeviceNotify *notifier = probe.Notifier();
+    notifier->AddRef();
+    capture->Stop();
+    notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"headset");
+    EXPECT_TRUE(LogOf("AudioCapture::OnAudioStateChanged").empty());
+    notifier->Release();
 }
 
 // --- The device ------------------------------------------------------------------------------
@@ -616,10 +651,13 @@ TEST_F(CaptureSetup, DerivesEncoderParametersFromTarget)
     EXPECT_EQ(param.objectType, 2U);
     EXPECT_EQ(fakewin::ApartmentDepth(), 1);
 
+    Microphone().mixFormat = {6, 32, 96000};
     capture->SetTarget(44100, 1, 1);
     EXPECT_EQ(probe.GetEncodeParam(param), 0);
     EXPECT_EQ(param.sampleRateHz, 44100U);
     EXPECT_EQ(param.channelCode, 4U);
+    EXPECT_EQ(probe.CaptureSampleRate(), 96000U);
+    EXPECT_EQ(probe.CaptureChannels(), 6U);
     for (const uint32_t channels : {0U, 3U, 6U, 65536U}) {
         capture->SetTarget(48000, channels, 1);
         EXPECT_EQ(probe.GetEncodeParam(param), 0);
@@ -685,16 +723,17 @@ TEST_F(CaptureSetup, PrepareFailsWithoutDecoderConfiguration)
     AwaitNotPrepared();
 }
 
-TEST_F(CaptureSetup, AllocatesPacketsForTenSecondsPlusOne)
+TEST_F(CaptureSetup, AllocatesPacketsForTenSecondsPlusOneAtEncodersRate)
 {
-    EXPECT_EQ(PacketPoolSize(48000, 1024), 469U);
-    capture->Prepare();
-    ASSERT_TRUE(AwaitLoop());
-    for (int packet = 0; packet < 469; ++packet) {
-        ASSERT_NE(probe.Packets().PopFree(), nullptr) << packet;
-    }
+    Microphone().mixFormat.rateHz = 44100;
+    ASSERT_EQ(probe.InitAudioEncoder(), 0);
     probe.Packets().Stop();
-    EXPECT_EQ(probe.Packets().PopFree(), nullptr);
+    int packets = 0;
+    while (probe.Packets().PopFree() != nullptr) {
+        ++packets;
+    }
+    EXPECT_EQ(packets, 469);
+    probe.Teardown();
 }
 
 } // namespace

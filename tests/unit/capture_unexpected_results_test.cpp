@@ -10,17 +10,24 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 
 class Capture : public CaptureTest {};
 
-// 0xF0000000 frames exceed a signed 32-bit count, both at 44100 Hz and converted to 48000 Hz.
+// The frames of the packet exceed a signed 32-bit count. Converted from 44100 Hz they still do, converted
+// from 768000 Hz they do not.
 TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
 {
-    Microphone().mixFormat.rateHz = 44100;
-    audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(0xF0000000));
-    for (int packet = 0; packet < 6; ++packet) {
-        audio.Deliver(QuietPacket(1024));
+    for (const uint32_t rateHz : {44100U, 768000U}) {
+        ClearLog();
+        Microphone().mixFormat.rateHz = rateHz;
+        audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(0x80000001));
+        for (int packet = 0; packet < 6; ++packet) {
+            audio.Deliver(QuietPacket(16 * 1024));
+        }
+        Open();
+        EXPECT_TRUE(AwaitLine(L"Could not allocate destination samples", convertTag)) << rateHz;
+        EXPECT_GT(ReadPacket(), 0U) << rateHz;
+        ExpectLine(errorLevel, L"Could not allocate destination samples", convertTag);
+        capture->Stop();
+        capture->WaitInitThread();
     }
-    Open();
-    EXPECT_TRUE(AwaitLine(L"Could not allocate destination samples", convertTag));
-    EXPECT_GT(ReadPacket(), 0U);
 }
 
 TEST_F(Capture, DoesNotFollowDefaultWithoutReferenceToEndpointDll)

@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 namespace {
 
@@ -58,6 +59,28 @@ TEST(CaptureValues, ReadWaitWrapsAt32Bits)
     EXPECT_EQ(ReadWait(107374183).count(), -2147483636 / 3840 + 2);
     EXPECT_EQ(ReadWait(0xFFFFFFFF).count(), 2);
     EXPECT_EQ(ReadWait(0x80000000).count(), 2);
+}
+
+TEST(CaptureConversion, RoomForOutputIsRoundedUp)
+{
+    CaptureConverter converter;
+    ASSERT_TRUE(converter.Open({44100, 2, AV_SAMPLE_FMT_FLT}, {48000, 2, AV_SAMPLE_FMT_FLT}));
+    EXPECT_EQ(converter.OutputFrames(1), 2);
+    EXPECT_EQ(converter.OutputFrames(441), 480);
+    EXPECT_EQ(converter.OutputFrames(442), 482);
+}
+
+TEST(CaptureConversion, RoomForOutputIncludesBufferedInput)
+{
+    CaptureConverter converter;
+    ASSERT_TRUE(converter.Open({16000, 1, AV_SAMPLE_FMT_FLT}, {48000, 2, AV_SAMPLE_FMT_FLT}));
+    const std::vector<float> input(160);
+    std::vector<float> output(size_t{2} * 10);
+    auto *plane = reinterpret_cast<uint8_t *>(output.data());
+    ASSERT_EQ(converter.OutputFrames(0), 0);
+    ASSERT_EQ(converter.Convert(&plane, 10, reinterpret_cast<const uint8_t *>(input.data()), 160), 10);
+    EXPECT_GE(converter.OutputFrames(0), 3 * 160 - 10) << "three frames for each one that is buffered";
+    EXPECT_EQ(converter.OutputFrames(100), converter.OutputFrames(0) + 300);
 }
 
 TEST(CaptureValues, SampleFormatFollowsSampleSize)

@@ -342,6 +342,35 @@ TEST_F(MicrophoneRecord, CloseAfterTwoOpensLeavesFirstCaptureRunning)
     AudioCapture::SetCurrent(first); // so that the fixture closes it
 }
 
+// The restart is about to prepare the capture again. If closing stopped the capture only before that, it
+// would wait for threads that nothing stops.
+TEST_F(MicrophoneRecord, CloseEndsRestartsBeforeItStops)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    AudioCapture *current = AudioCapture::Current();
+    const AudioCaptureProbe currentProbe(*current);
+    std::atomic<bool> restartRuns{false};
+    std::atomic<bool> restartMayContinue{false};
+    fakewin::Before(fakewin::Call::CreateEventW, [&] {
+        restartRuns = true;
+        Eventually([&] { return restartMayContinue.load(); });
+    });
+    audio.NotifyDefaultChanged(eCapture, eConsole, L"microphone");
+    ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
+    std::thread closing([] { EXPECT_EQ(CloseRecord("mic1"), 0); });
+    const bool ended = Eventually([&] { return currentProbe.RestartsOver(); });
+    EXPECT_TRUE(ended);
+    restartMayContinue = true;
+    if (!ended) { // so that closing returns
+        EXPECT_TRUE(Eventually([&] { return !currentProbe.Stopped(); }));
+        current->Stop();
+    }
+    closing.join();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+    EXPECT_EQ(fakewin::LiveThreads(), 0);
+}
+
 TEST_F(MicrophoneRecord, CloseEndsWaitingRead)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);
