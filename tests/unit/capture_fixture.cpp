@@ -2,6 +2,7 @@
 #include "reset.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 namespace velto_test {
@@ -84,6 +85,15 @@ void CaptureTest::Destroy()
         Close();
         capture.reset();
     }
+}
+
+void CaptureTest::ExpectReturns(std::future<void> &call, velto::AudioCaptureProbe &reading)
+{
+    if (call.wait_for(std::chrono::seconds(10)) == std::future_status::timeout) {
+        ADD_FAILURE() << "a read still waits";
+        reading.WakeReads();
+    }
+    call.get();
 }
 
 std::vector<std::string> CaptureTest::LastReleased(size_t count) const

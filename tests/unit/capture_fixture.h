@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,10 @@ protected:
     // Reads until a packet arrives, and returns its size. After ten seconds without one returns 0, or 3840 if
     // the capture has stopped.
     uint32_t ReadPacket();
+
+    // Expects a call to return that depends on the end of a long read. After ten seconds without a return,
+    // wakes the reads of `reading`, so that the test fails instead of waiting forever.
+    static void ExpectReturns(std::future<void> &call, velto::AudioCaptureProbe &reading);
 
     // The names of the last released COM objects, in their order.
     std::vector<std::string> LastReleased(size_t count) const;

@@ -69,6 +69,7 @@ public:
     // A read holds this lock from before its timeout is set until it waits. So once a timeout was recorded
     // and this has returned, the read has begun to wait.
     void PassReadLock() { const std::lock_guard lock(m_capture.m_reader.m_dataMutex); }
+    void WakeReads() { m_capture.m_reader.NotifyStop(); }
     // Blocks reads before they take a packet.
     std::unique_lock<std::mutex> HoldReads() { return std::unique_lock(m_capture.m_reader.m_readMutex); }
     void OnError(int32_t code) { m_capture.OnError(code); }

@@ -87,7 +87,7 @@ TEST_F(CaptureRead, DoesNotWaitWhenPacketIsQueued)
 {
     InitQueue(1);
     Queue({1});
-    uint32_t size = longRequest;
+    uint32_t size = 3840;
     probe.Read(buffer.data(), size);
     EXPECT_EQ(size, 1U);
     EXPECT_TRUE(fakes::Timeouts().empty());
@@ -167,14 +167,12 @@ TEST_F(CaptureRead, ReturnsSizeZeroForEmptyPacketAndRecyclesIt)
 TEST_F(CaptureRead, EndsLongWaitWhenStopped)
 {
     InitQueue(1);
-    std::thread reader([&] {
-        uint32_t size = longRequest;
-        probe.Read(buffer.data(), size);
-        EXPECT_EQ(size, 0U);
-    });
+    uint32_t size = longRequest;
+    auto read = std::async(std::launch::async, [&] { probe.Read(buffer.data(), size); });
     EXPECT_TRUE(AwaitWaitingRead(probe));
     capture->Stop();
-    reader.join();
+    ExpectReturns(read, probe);
+    EXPECT_EQ(size, 0U);
 }
 
 TEST_F(CaptureRead, EndsWaitWhenPacketArrives)
@@ -182,11 +180,11 @@ TEST_F(CaptureRead, EndsWaitWhenPacketArrives)
     Open();
     ASSERT_TRUE(AwaitLoop());
     uint32_t size = longRequest;
-    std::thread reader([&] { probe.Read(buffer.data(), size); });
+    auto read = std::async(std::launch::async, [&] { probe.Read(buffer.data(), size); });
     EXPECT_TRUE(AwaitWaitingRead(probe));
     audio.Deliver(QuietPacket(1024));
     audio.Deliver(QuietPacket(1024)); // the encoder returns its first packet with the second frame
-    reader.join();
+    ExpectReturns(read, probe);
     EXPECT_GT(size, 0U);
     EXPECT_LT(size, 8192U);
 }

@@ -1,6 +1,7 @@
 #include "handler/microphone_record.h"
 
 #include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -382,7 +383,8 @@ TEST_F(MicrophoneRecord, CloseEndsWaitingRead)
     });
     EXPECT_TRUE(Eventually([] { return fakes::Timeouts().size() == 1; }));
     current.PassReadLock();
-    EXPECT_EQ(CloseRecord("mic1"), 0);
+    auto closing = std::async(std::launch::async, [] { EXPECT_EQ(CloseRecord("mic1"), 0); });
+    ExpectReturns(closing, current); // closing waits for the read
     reader.join();
     EXPECT_EQ(header.size, 0U) << "the read was waiting";
 }
