@@ -421,6 +421,8 @@ struct ReentrantListener {
 
 TEST_F(MicrophoneRecord, ListenerMayUseRecordingDuringEvent)
 {
+    ReentrantListener::events.clear();
+    ReentrantListener::threads.clear();
     const AudioListener listener{ReentrantListener::OnEvent, nullptr};
     ASSERT_EQ(VeltoRegisterListener(&listener), 0);
     EXPECT_EQ(VeltoCloseAudioTrack("mic1", 4), 0);
