@@ -1,6 +1,7 @@
 """Shared by the measuring scripts: arguments, preparation, messages, results, sections of pages, exit codes."""
 
 import argparse
+import contextlib
 import datetime
 import json
 import os
@@ -14,6 +15,8 @@ DOCS = REPOSITORY / "docs"
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "velto-audio-handler"
 
 INTERRUPTED = 130  # the usual exit code after Ctrl-C
+# What a run can fail with. Other exceptions are mistakes in a script, and end it with their trace.
+FAILURES = (RuntimeError, OSError, AssertionError, subprocess.SubprocessError)
 EXIT_CODES = "Exit code: 0 if all goals are met, 1 if one is missed or the run fails, 2 for wrong arguments, 130 after Ctrl-C."
 
 
@@ -39,7 +42,7 @@ class Script:
         except KeyboardInterrupt:
             self.warn("interrupted")
             return INTERRUPTED
-        except (RuntimeError, OSError, AssertionError, subprocess.SubprocessError) as problem:
+        except FAILURES as problem:
             self.warn(f"error: {problem}")
             return 1
 
@@ -49,15 +52,25 @@ class Script:
         return folder
 
     def save(self, results):
-        """Keeps the results as JSON, with the date and the machine."""
+        """Keeps the results as JSON, with the date, the commit and the machine."""
         file = self.folder() / "results.json"
-        file.write_text(json.dumps({"date": today(), "machine": machine(), **results}, indent=2) + "\n", "utf-8")
+        about = {"date": today(), "commit": commit(), "machine": machine()}
+        file.write_text(json.dumps({**about, **results}, indent=2) + "\n", "utf-8")
         self.say(f"the results are in {file.relative_to(REPOSITORY)}")
 
     def publish(self, page, text, section=None):
         """Replaces the script's section of a page in docs/."""
         write_section(page, section or f"scripts/{self.name}", text)
         self.say(f"docs/{page} is updated")
+
+    @contextlib.contextmanager
+    def failures_go_to(self, page, section=None):
+        """If the code inside fails, writes the reason into the section and raises the failure again."""
+        try:
+            yield
+        except FAILURES as problem:
+            self.publish(page, f"Run {when()}. **The run failed**: {without_paths(problem)}\n", section)
+            raise
 
     def finish(self, missed):
         """Prints the goals that were missed, as sentences. Returns the exit code."""
@@ -88,7 +101,7 @@ def run_logged(log, what, command, folder):
     if code != 0:
         lines = log.read_text("utf-8", "replace").splitlines()[-30:]
         print("\n".join(f"    | {line}" for line in lines), file=sys.stderr)
-        raise RuntimeError(f"{what} failed; the lines above end its log: {log}")
+        raise RuntimeError(f"{what} failed; its log: {log}")
 
 
 def write_section(page, source, text):
@@ -115,8 +128,43 @@ def section(lines):
     return text
 
 
+def verdict(missed):
+    """Returns the last line of a section whose figures have goals."""
+    missed = list(missed)
+    return f"**Missed**: {'; '.join(missed)}." if missed else "All goals are met."
+
+
+def without_paths(problem):
+    """Returns an error's text as one line, without the paths of this machine."""
+    text = " ".join(str(problem).split())
+    for folder in (REPOSITORY, CACHE, pathlib.Path.home()):
+        text = text.replace(f"{folder}/", "")
+    return text
+
+
 def today():
     return datetime.date.today().isoformat()
+
+
+def _git(*arguments):
+    """Returns the output of git, or "" if it fails: the sources may have been copied without their history."""
+    try:
+        return subprocess.run(["git", "-C", REPOSITORY, *arguments], capture_output=True, text=True, check=True).stdout.strip()
+    except (OSError, subprocess.SubprocessError):
+        return ""
+
+
+def commit():
+    """Returns the commit that is measured. Changed pages do not count as changes: measuring changes them."""
+    name = _git("rev-parse", "--short=10", "HEAD")
+    if not name:
+        return "of unknown name"
+    return f"{name}, with changes" if _git("status", "--porcelain", "--", ".", ":!docs") else name
+
+
+def when():
+    """'on 2026-11-21, commit 0123456789'"""
+    return f"on {today()}, commit {commit()}"
 
 
 def machine():
@@ -129,7 +177,7 @@ def machine():
 
 def measured():
     """Returns the first line of a section."""
-    return f"Measured on {today()}: {machine()}."
+    return f"Measured {when()}: {machine()}."
 
 
 def load_average():
