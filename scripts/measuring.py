@@ -105,7 +105,8 @@ def run_logged(log, what, command, folder):
 
 
 def write_section(page, source, text):
-    """Replaces the text between the two marks that name its source. The text ends with a newline."""
+    """Replaces the text between the two marks that name its source. The text ends with a newline. Adds the commit, if the text
+    does not name it."""
     path = DOCS / page
     begin = f"<!-- Measured by {source}; do not edit by hand. -->"
     end = f"<!-- End of what {source} measured. -->"
@@ -113,6 +114,8 @@ def write_section(page, source, text):
     _, ended, after = rest.partition(end)
     if not begun or not ended:
         raise RuntimeError(f'docs/{page} has no section of {source}: add the lines "{begin}" and "{end}"')
+    if commit() not in text:
+        text = f"Latest run {when()}.\n\n{text}"
     path.write_text(f"{before}{begin}\n{text}{end}{after}", "utf-8")
 
 

@@ -81,6 +81,13 @@ class PageTest(Folder):
         self.assertEqual(self.run_script(measure), 0)
         self.assertEqual(self.page(), PAGE)
 
+    def test_section_names_its_commit_once(self):
+        for text in ("Figures.\n", f"Figures {measuring.when()}.\n"):
+            with self.subTest(text):
+                measuring.write_section("page.md", "scripts/probe", text)
+                self.assertIn("Figures", self.page())
+                self.assertEqual(self.page().count("commit 0123456789"), 1)
+
     def test_verdict_names_each_missed_goal(self):
         self.assertEqual(measuring.verdict([]), "All goals are met.")
         self.assertEqual(measuring.verdict(iter(["too slow", "too large"])), "**Missed**: too slow; too large.")
