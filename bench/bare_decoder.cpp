@@ -10,11 +10,11 @@ namespace velto::bench {
 namespace {
 
 constexpr int rateHz = 48000;
-constexpr int maxFrames = 2048; // of a unit with SBR; a unit without SBR has 1024
+constexpr size_t frameBytes = 2 * sizeof(int16_t);
 
 } // namespace
 
-BareDecoder::BareDecoder() : m_pcm(maxFrames * 2 * sizeof(int16_t))
+BareDecoder::BareDecoder()
 {
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     const AVCodec *codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
@@ -41,18 +41,24 @@ BareDecoder::~BareDecoder()
     avcodec_free_context(&m_codec);
 }
 
-int BareDecoder::Decode(const AacUnit &unit)
+void BareDecoder::Send(const AacUnit &unit)
 {
     m_packet->data = const_cast<uint8_t *>(unit.data());
     m_packet->size = static_cast<int>(unit.size());
     Require(avcodec_send_packet(m_codec, m_packet) == 0, "sending a unit");
-    int frames = 0;
-    while (avcodec_receive_frame(m_codec, m_frame) == 0) {
-        uint8_t *out = m_pcm.data();
-        frames += swr_convert(m_converter, &out, maxFrames, const_cast<const uint8_t **>(m_frame->data),
-                              m_frame->nb_samples);
-    }
-    return frames;
+}
+
+size_t BareDecoder::Receive()
+{
+    const bool received = avcodec_receive_frame(m_codec, m_frame) == 0;
+    return received ? static_cast<size_t>(m_frame->nb_samples) * frameBytes : 0;
+}
+
+void BareDecoder::Convert(uint8_t *pcm)
+{
+    Require(swr_convert(m_converter, &pcm, m_frame->nb_samples, const_cast<const uint8_t **>(m_frame->data),
+                        m_frame->nb_samples) == m_frame->nb_samples,
+            "converting");
 }
 
 } // namespace velto::bench

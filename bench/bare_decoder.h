@@ -15,15 +15,25 @@ public:
     BareDecoder(const BareDecoder &) = delete;
     BareDecoder &operator=(const BareDecoder &) = delete;
 
-    // Returns the number of decoded frames (samples per channel).
-    int Decode(const AacUnit &unit);
+    // Decodes a unit and writes its sound to target(bytes), which returns room for so many bytes.
+    template <typename Target>
+    void Decode(const AacUnit &unit, Target target)
+    {
+        Send(unit);
+        while (const size_t bytes = Receive()) {
+            Convert(target(bytes));
+        }
+    }
 
 private:
+    void Send(const AacUnit &unit);
+    size_t Receive(); // bytes of the next decoded sound; 0 if there is none
+    void Convert(uint8_t *pcm);
+
     AVCodecContext *m_codec = nullptr;
     SwrContext *m_converter = nullptr;
     AVPacket *m_packet = nullptr;
     AVFrame *m_frame = nullptr;
-    std::vector<uint8_t> m_pcm;
 };
 
 } // namespace velto::bench

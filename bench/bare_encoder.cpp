@@ -17,32 +17,43 @@ constexpr int64_t bitRate = 128000;
 
 } // namespace
 
+AVCodecContext *OpenAacEncoder()
+{
+    const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    AVCodecContext *context = avcodec_alloc_context3(codec);
+    Require(context != nullptr, "allocating the encoder");
+    context->ch_layout = AV_CHANNEL_LAYOUT_STEREO;
+    context->sample_rate = encodedRateHz;
+    context->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    context->bit_rate = bitRate;
+    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    context->log_level_offset = AV_LOG_INFO;
+    Require(av_opt_set(context->priv_data, "aac_coder", "fast", 0) == 0, "choosing the coder");
+    Require(avcodec_open2(context, codec, nullptr) == 0, "opening the encoder");
+    return context;
+}
+
+AVFrame *AllocateEncoderFrame(const AVCodecContext &codec)
+{
+    AVFrame *frame = av_frame_alloc();
+    Require(frame != nullptr, "allocating a frame");
+    frame->format = AV_SAMPLE_FMT_FLTP;
+    frame->sample_rate = codec.sample_rate;
+    frame->nb_samples = codec.frame_size;
+    frame->ch_layout = AV_CHANNEL_LAYOUT_STEREO;
+    Require(av_frame_get_buffer(frame, 0) == 0, "allocating samples");
+    return frame;
+}
+
 BareEncoder::BareEncoder(int rateHz)
+    : m_codec(OpenAacEncoder()), m_frame(AllocateEncoderFrame(*m_codec)), m_packet(av_packet_alloc())
 {
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
-    const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-    m_codec = avcodec_alloc_context3(codec);
-    Require(m_codec != nullptr, "allocating the encoder");
-    m_codec->ch_layout = stereo;
-    m_codec->sample_rate = encodedRateHz;
-    m_codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
-    m_codec->bit_rate = bitRate;
-    m_codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    m_codec->log_level_offset = AV_LOG_INFO;
-    Require(av_opt_set(m_codec->priv_data, "aac_coder", "fast", 0) == 0, "choosing the coder");
-    Require(avcodec_open2(m_codec, codec, nullptr) == 0, "opening the encoder");
+    Require(m_packet != nullptr, "allocating a packet");
     Require(swr_alloc_set_opts2(&m_converter, &stereo, AV_SAMPLE_FMT_FLTP, encodedRateHz, &stereo,
                                 AV_SAMPLE_FMT_FLT, rateHz, 0, nullptr) == 0 &&
                 swr_init(m_converter) == 0,
             "opening the converter");
-    m_packet = av_packet_alloc();
-    m_frame = av_frame_alloc();
-    Require(m_packet != nullptr && m_frame != nullptr, "allocating a packet and a frame");
-    m_frame->format = AV_SAMPLE_FMT_FLTP;
-    m_frame->sample_rate = encodedRateHz;
-    m_frame->nb_samples = m_codec->frame_size;
-    m_frame->ch_layout = stereo;
-    Require(av_frame_get_buffer(m_frame, 0) == 0, "allocating samples");
 }
 
 BareEncoder::~BareEncoder()

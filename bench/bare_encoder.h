@@ -9,6 +9,11 @@
 
 namespace velto::bench {
 
+// FFmpeg's AAC encoder with the module's settings, and a frame for its input: planes of floats. They throw
+// std::runtime_error when a call of FFmpeg fails.
+AVCodecContext *OpenAacEncoder();
+AVFrame *AllocateEncoderFrame(const AVCodecContext &codec);
+
 class BareEncoder {
 public:
     // Accepts interleaved stereo floats at `rateHz`. Throws std::runtime_error when a call of FFmpeg fails.
@@ -23,10 +28,10 @@ public:
 private:
     size_t EncodeFullFrames();
 
-    AVCodecContext *m_codec = nullptr;
+    AVCodecContext *m_codec;
+    AVFrame *m_frame;
+    AVPacket *m_packet;
     SwrContext *m_converter = nullptr;
-    AVFrame *m_frame = nullptr;
-    AVPacket *m_packet = nullptr;
     std::vector<float> m_planes[2]; // converted samples that are not encoded yet
 };
 

@@ -29,3 +29,8 @@ def name_of(run_):
 def medians(runs):
     """{benchmark: median of its repetitions, in the time unit of the benchmark}"""
     return {name_of(run_): run_["real_time"] for run_ in runs if run_.get("aggregate_name") == "median"}
+
+
+def repetitions(runs, name):
+    """The repetitions of a benchmark, each with its counters."""
+    return [run_ for run_ in runs if run_["run_type"] == "iteration" and name_of(run_) == name]

@@ -14,9 +14,6 @@ RATE_HZ = unit.RATE_HZ
 CLICKS = 60
 CLICK_SAMPLES = 240  # 5 ms
 LOUD = 0.4           # half of a click's peak; the encoder's pre-echo stays below
-# A click waits until its unit of 21.3 ms is full. The encoder returns this unit with the second one after it.
-ENCODER_MS = (42.7, 64.0)
-POLL_MS, PERIOD_MS = 10, 10
 
 
 def clicks():
@@ -56,16 +53,9 @@ def measure(_options):
 def table(measured):
     delays = measured["delaysMs"]
 
-    def row(name, *ms, digits=0):
-        return [name, " to ".join(f"{each:.{digits}f}" for each in ms) + " ms",
-                " to ".join(f"{1000 * each / unit.US:.1f}" for each in ms)]
+    def row(name, *ms):
+        return [name, " to ".join(f"{each:.0f}" for each in ms) + " ms", " to ".join(f"{1000 * each / unit.US:.1f}" for each in ms)]
 
     median, low, high = numpy.percentile(delays, (50, 5, 95))
-    rows = [row("median", median), row("5 % to 95 %", low, high), row("shortest to longest", min(delays), max(delays)),
-            row("expected of the encoder alone", *ENCODER_MS, digits=1),
-            row("expected with a poll and a device period, at most", ENCODER_MS[1] + POLL_MS + PERIOD_MS)]
+    rows = [row("median", median), row("5 % to 95 %", low, high), row("shortest to longest", min(delays), max(delays))]
     return [*measuring.table([f"{len(delays)} clicks", "delay", "in units"], rows)]
-
-
-def missed(_measured):
-    return []  # the delay has no goal

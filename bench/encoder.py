@@ -138,7 +138,3 @@ def table(measured):
     columns = [column for sound in sounds for column in (f"{sound}: SNR", f"{sound}: noise to mask")]
     return [f"Native FFmpeg, {SECONDS} s of each sound at {BIT_RATE} bit/s. The time is for 1 s of sound; its percentage is also "
             "that of a unit.", "", *measuring.table(["coder", "tools", "processor time", "of a unit", *columns], lines)]
-
-
-def missed(_measured):
-    return []  # a comparison without a goal

@@ -1,4 +1,4 @@
-// Shared by the baselines, which call FFmpeg's libraries directly.
+// Shared by the baselines and floors, which call FFmpeg's libraries and the system directly.
 #pragma once
 
 #include <stdexcept>
@@ -15,7 +15,7 @@ namespace velto::bench {
 inline void Require(bool success, const char *what)
 {
     if (!success) {
-        throw std::runtime_error(std::string("FFmpeg: ") + what + " failed");
+        throw std::runtime_error(std::string(what) + " failed");
     }
 }
 

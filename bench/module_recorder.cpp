@@ -3,68 +3,12 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "tests/fakes/endpoint_volume_stubs.h"
+#include "bench/sound_client.h"
 
 namespace velto {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr uint32_t channels = 2;
-
-template <typename Interface>
-class WithoutReferences : public Interface {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-};
-
-// A capture client that has all packets of a sound ready at once. Sets `finished` after the last one.
-class SoundClient final : public WithoutReferences<IAudioCaptureClient> {
-public:
-    SoundClient(const std::vector<float> &samples, uint32_t packetFrames, std::atomic<bool> &finished)
-        : m_samples(samples), m_packetFrames(packetFrames), m_finished(finished)
-    {
-    }
-
-    HRESULT STDMETHODCALLTYPE GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, UINT64 *,
-                                        UINT64 *) override
-    {
-        if (m_next == 0) {
-            begin = Clock::now();
-        }
-        *data = reinterpret_cast<BYTE *>(const_cast<float *>(&m_samples[m_next]));
-        *frames = m_packetFrames;
-        *flags = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 frames) override
-    {
-        m_next += size_t{frames} * channels;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32 *frames) override
-    {
-        const bool more = m_next + size_t{m_packetFrames} * channels <= m_samples.size();
-        *frames = more ? m_packetFrames : 0;
-        m_finished = !more;
-        return S_OK;
-    }
-
-    Clock::time_point begin;
-
-private:
-    const std::vector<float> &m_samples;
-    const uint32_t m_packetFrames;
-    std::atomic<bool> &m_finished;
-    size_t m_next = 0;
-};
-
-class OpenVolume final : public fakes::EndpointVolumeStubs<WithoutReferences<IAudioEndpointVolume>> {
-public:
-    HRESULT STDMETHODCALLTYPE GetMute(BOOL *) override { return S_OK; }
-};
 
 } // namespace
 
@@ -88,8 +32,8 @@ AudioCaptureProbe::AudioCaptureProbe(uint32_t rateHz)
 
 double AudioCaptureProbe::Record(const std::vector<float> &samples, uint32_t packetFrames)
 {
-    SoundClient client(samples, packetFrames, m_capture.m_stop);
-    UnmutedVolume volume;
+    bench::SoundClient client(samples, packetFrames, m_capture.m_stop);
+    bench::OpenVolume volume;
     m_capture.m_stop = false;
     m_capture.LoopGetAudioBuffer(&client, &volume);
     m_capture.m_stop = false;
@@ -101,7 +45,7 @@ double AudioCaptureProbe::Record(const std::vector<float> &samples, uint32_t pac
         ++m_packets;
     }
     m_capture.m_stop = true;
-    return std::chrono::duration<double>(Clock::now() - client.begin).count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - client.begin).count();
 }
 
 } // namespace velto

@@ -1,12 +1,13 @@
-// Time per call of WriteStreamBuffer through the shipped DLL, and of FFmpeg's bare decoder on the same
-// units. The repetitions of all benchmarks run in random order, so that other load on the machine
-// affects all of them alike.
+// Time per call of WriteStreamBuffer through the shipped DLL, of the floor (write_floor.h), and of FFmpeg's
+// bare decoder, on the same units. The module and the floor alternate every few units, so that other load on
+// the machine affects both alike; the repetitions of all benchmarks run in random order.
 //
 //   velto-write-path-bench [--benchmark_...] FILE.aac...
 #include <windows.h>
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdio>
 #include <deque>
 #include <exception>
@@ -18,13 +19,20 @@
 #include "bench/bare_decoder.h"
 #include "bench/module_writer.h"
 #include "bench/repetitions.h"
+#include "bench/write_floor.h"
 #include "bench/write_path_parts.h"
 
 namespace velto::bench {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int unitsPerRepetition = 235; // five seconds of sound
 constexpr int repetitions = 41;
+constexpr size_t maxDecodedBytes = 2048 * 2 * sizeof(int16_t); // of a unit with SBR
+constexpr int unitsPerTurn = 10;
+constexpr int turnPairs = 24;        // of a repetition, so that it has about as many units as the others
+constexpr int pairRepetitions = 101; // more than the others have, because the goal is a ratio of these
 
 // Repeats the units of a file endlessly.
 class UnitLoop {
@@ -43,21 +51,73 @@ void Register(const std::string &name, const std::function<void(benchmark::State
            benchmark::kMicrosecond);
 }
 
-void RegisterFile(const std::string &path, ModuleWriter &module, BareDecoder &decoder, UnitLoop &written,
-                  UnitLoop &decoded)
+// What a benchmark calls for the units of a file. Each has its own loop: a unit depends on those before it.
+struct FileLoops {
+    explicit FileLoops(const std::vector<AacUnit> &units) : module(units), floor(units), decoder(units) {}
+
+    UnitLoop module;
+    UnitLoop floor;
+    UnitLoop decoder;
+};
+
+template <typename Write>
+Clock::duration TimeOfTurn(UnitLoop &units, Write write)
+{
+    const Clock::time_point begin = Clock::now();
+    for (int i = 0; i < unitsPerTurn; ++i) {
+        write(units.Next());
+    }
+    return Clock::now() - begin;
+}
+
+// Reports the time per unit of the module and of the floor, which take turns: M F F M M F F M ...
+void Alternate(benchmark::State &state, ModuleWriter &module, WriteFloor &floor, FileLoops &loops)
+{
+    Clock::duration moduleTime{};
+    Clock::duration floorTime{};
+    bool accepted = true;
+    const auto moduleTurn = [&] {
+        moduleTime += TimeOfTurn(
+            loops.module, [&](AacUnit &unit) { accepted = module.Write(unit) == VELTO_OK && accepted; });
+    };
+    const auto floorTurn = [&] {
+        floorTime += TimeOfTurn(loops.floor, [&](AacUnit &unit) { floor.Write(unit); });
+    };
+    bool moduleFirst = true;
+    for (auto _ : state) {
+        if (moduleFirst) {
+            moduleTurn();
+            floorTurn();
+        } else {
+            floorTurn();
+            moduleTurn();
+        }
+        moduleFirst = !moduleFirst;
+    }
+    if (!accepted) {
+        state.SkipWithError("the module refused a unit");
+    }
+    const auto perUnit = [&](Clock::duration time) {
+        return std::chrono::duration<double, std::micro>(time).count() / (turnPairs * unitsPerTurn);
+    };
+    state.counters["moduleUs"] = perUnit(moduleTime);
+    state.counters["floorUs"] = perUnit(floorTime);
+}
+
+void RegisterFile(const std::string &path, ModuleWriter &module, WriteFloor &floor, BareDecoder &decoder,
+                  FileLoops &loops)
 {
     const std::string name = std::filesystem::path(path).stem().string();
-    Register("WriteStreamBuffer/" + name, [&](benchmark::State &state) {
-        for (auto _ : state) {
-            if (module.Write(written.Next()) != VELTO_OK) {
-                state.SkipWithError("the module refused a unit");
-            }
-        }
-    });
+    Repeat(benchmark::RegisterBenchmark(
+               ("Write/" + name).c_str(),
+               [&](benchmark::State &state) { Alternate(state, module, floor, loops); }),
+           turnPairs, pairRepetitions, benchmark::kMicrosecond);
     Register("BareDecoder/" + name, [&](benchmark::State &state) {
+        static uint8_t pcm[maxDecodedBytes];
         for (auto _ : state) {
-            benchmark::DoNotOptimize(decoder.Decode(decoded.Next()));
+            decoder.Decode(loops.decoder.Next(), [](size_t) { return pcm; });
         }
+        benchmark::DoNotOptimize(pcm);
     });
 }
 
@@ -78,15 +138,15 @@ int Run(int argc, char **argv)
         return 2;
     }
     ModuleWriter module;
+    BlockQueue queue;
+    WriteFloor floor(queue);
     BareDecoder decoder;
-    std::deque<UnitLoop> loops; // the benchmarks keep references to its elements
+    std::deque<FileLoops> files; // the benchmarks keep references to its elements
     for (int i = 1; i < argc; ++i) {
-        const std::vector<AacUnit> units = ReadAacUnits(argv[i]);
-        UnitLoop &written = loops.emplace_back(units);
-        UnitLoop &decoded = loops.emplace_back(units);
-        RegisterFile(argv[i], module, decoder, written, decoded);
+        FileLoops &loops = files.emplace_back(ReadAacUnits(argv[i]));
+        RegisterFile(argv[i], module, floor, decoder, loops);
     }
-    WarmUp(module, loops.front());
+    WarmUp(module, files.front().module);
     RegisterWritePathParts(unitsPerRepetition, repetitions);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -1,0 +1,94 @@
+// Plays a file in a loop, in real time, through the shipped DLL or through the floor (write_floor.h and two
+// speaker_floor.h, one of which gets no blocks). The loop is the same for both, so that the difference in
+// processor time is that between the module and its floor.
+//
+//   velto-playing-bench module|floor FILE.aac SECONDS
+#include <windows.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "bench/aac_units.h"
+#include "bench/module_writer.h"
+#include "bench/speaker_floor.h"
+#include "bench/write_floor.h"
+
+namespace velto::bench {
+namespace {
+
+constexpr std::chrono::microseconds unitDuration{21333};
+constexpr size_t unitsInAdvance = 5; // as many as the module's delay queue takes
+
+// Returns the number of units written.
+int Send(std::vector<AacUnit> units, double seconds, const std::function<void(AacUnit &)> &write)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begin = Clock::now();
+    const auto end =
+        begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    int sent = 0;
+    for (Clock::time_point next = begin; next < end; ++sent) {
+        write(units[static_cast<size_t>(sent) % units.size()]);
+        if (sent >= static_cast<int>(unitsInAdvance)) {
+            next += unitDuration;
+            std::this_thread::sleep_until(next);
+        }
+    }
+    return sent;
+}
+
+void PlayModule(std::vector<AacUnit> units, double seconds)
+{
+    ModuleWriter module;
+    // The first write starts the play threads, which takes time: the units behind it are in time again.
+    module.Write(units.front());
+    Send(std::move(units), seconds,
+         [&module](AacUnit &unit) { Require(module.Write(unit) == VELTO_OK, "writing a unit"); });
+}
+
+void PlayFloor(std::vector<AacUnit> units, double seconds)
+{
+    BlockQueue queue;
+    BlockQueue unused;
+    SpeakerFloor speaker(queue);
+    const SpeakerFloor silent(unused);
+    WriteFloor floor(queue);
+    const int sent = Send(std::move(units), seconds, [&floor](AacUnit &unit) { floor.Write(unit); });
+    const int played = speaker.Played();
+    std::printf("%d of %d blocks played\n", played, sent);
+    Require(played > sent * 9 / 10 && silent.Played() == 0, "playing the blocks");
+}
+
+int Run(int argc, char **argv)
+{
+    const std::string what = argc == 4 ? argv[1] : "";
+    const double seconds = argc == 4 ? std::atof(argv[3]) : 0;
+    if ((what != "module" && what != "floor") || !(seconds > 0)) {
+        std::fprintf(stderr, "usage: velto-playing-bench module|floor FILE.aac SECONDS\n");
+        return 2;
+    }
+    (what == "module" ? PlayModule : PlayFloor)(ReadAacUnits(argv[2]), seconds);
+    return 0;
+}
+
+} // namespace
+} // namespace velto::bench
+
+int main(int argc, char **argv)
+{
+    try {
+        const int result = velto::bench::Run(argc, argv);
+        std::fflush(nullptr);
+        // An ordinary exit while the module's threads run sometimes crashes under Wine 8.
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
+        return result;
+    } catch (const std::exception &problem) {
+        std::fprintf(stderr, "velto-playing-bench: %s\n", problem.what());
+        return 1;
+    }
+}
