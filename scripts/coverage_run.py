@@ -21,9 +21,7 @@ def count():
     for counts in FOLDER.rglob("*.gcda"):
         counts.unlink()
     SCRIPT.say("running the unit tests")
-    measuring.run_logged(FOLDER / "test.log", "testing",
-                         ["ctest", "--output-on-failure", "--no-tests=error", "--parallel", "4",
-                          "-R", r"^coverage\.(unit|faults|platform)$"], FOLDER)
+    measuring.run_logged(FOLDER / "test.log", "testing", ["ctest", "--preset", "coverage"], measuring.REPOSITORY)
     # Branches that only an exception takes, and those that the compiler cannot reach, are left out.
     measuring.run_logged(FOLDER / "gcovr.log", "counting",
                          ["gcovr", "--root", measuring.REPOSITORY, "--filter", f"{measuring.REPOSITORY}/{SOURCES}",
