@@ -23,6 +23,8 @@ namespace {
 
 constexpr std::chrono::microseconds unitDuration{21333};
 constexpr size_t unitsInAdvance = 5; // as many as the module's delay queue takes
+// Before the first unit. Units that are sent while the streams open would keep the endpoint buffer full.
+constexpr DWORD openingMs = 2000;
 
 // Returns the number of units written.
 int Send(std::vector<AacUnit> units, double seconds, const std::function<void(AacUnit &)> &write)
@@ -45,8 +47,8 @@ int Send(std::vector<AacUnit> units, double seconds, const std::function<void(Aa
 void PlayModule(std::vector<AacUnit> units, double seconds)
 {
     ModuleWriter module;
-    // The first write starts the play threads, which takes time: the units behind it are in time again.
-    module.Write(units.front());
+    module.Write(units.front()); // opens the streams
+    Sleep(openingMs);
     Send(std::move(units), seconds,
          [&module](AacUnit &unit) { Require(module.Write(unit) == VELTO_OK, "writing a unit"); });
 }
@@ -58,10 +60,11 @@ void PlayFloor(std::vector<AacUnit> units, double seconds)
     SpeakerFloor speaker(queue);
     const SpeakerFloor silent(unused);
     WriteFloor floor(queue);
+    Sleep(openingMs);
     const int sent = Send(std::move(units), seconds, [&floor](AacUnit &unit) { floor.Write(unit); });
     const int played = speaker.Played();
     std::printf("%d of %d blocks played\n", played, sent);
-    Require(played > sent * 9 / 10 && silent.Played() == 0, "playing the blocks");
+    Require(played >= sent - 1 && silent.Played() == 0, "playing all blocks but the last");
 }
 
 int Run(int argc, char **argv)

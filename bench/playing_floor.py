@@ -15,7 +15,7 @@ import write_path
 TITLE = "comparing the processor time of playing with its floor"
 MAX_RATIO = 1.15
 ROUNDS = 8
-SETTLE_S = 4   # for opening the sound device and filling all buffers
+SETTLE_S = 5   # for opening the sound device and filling all buffers
 WINDOW_S = 12
 END_S = 2      # the program plays longer than it is watched
 PLAYERS = ("module", "floor")
