@@ -3,6 +3,7 @@
 import argparse
 import contextlib
 import datetime
+import functools
 import json
 import os
 import pathlib
@@ -37,6 +38,7 @@ class Script:
     def run(self, function):
         """Calls function(options) and returns its exit code. If it raises an error, prints the reason and returns 1."""
         options = self.parser.parse_args()
+        commit()  # before a long run, during which the sources may change
         try:
             return function(options)
         except KeyboardInterrupt:
@@ -157,12 +159,13 @@ def _git(*arguments):
         return ""
 
 
+@functools.cache
 def commit():
-    """Returns the commit that is measured. Changed pages do not count as changes: measuring changes them."""
+    """Returns the commit that is measured: that of the first call. Changed pages do not count as changes."""
     name = _git("rev-parse", "--short=10", "HEAD")
     if not name:
         return "of unknown name"
-    return f"{name}, with changes" if _git("status", "--porcelain", "--", ".", ":!docs") else name
+    return f"{name}, with changes" if _git("status", "--porcelain", "--", ".", ":!docs", ":!*.md") else name
 
 
 def when():
