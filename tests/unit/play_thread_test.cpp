@@ -250,13 +250,35 @@ TEST_F(PlayThread, SleepsOneMillisecondAndPlaysAtMostOneBlockPerPass)
 
 // --- Starting and stopping -------------------------------------------------------------------
 
-TEST_F(PlayThread, DoesNotCountAsStartedBeforeRendererOpens)
+// The last call of opening creates the renderer's second event, after the client has started.
+TEST_F(PlayThread, DoesNotCountAsStartedBeforeRendererIsOpen)
 {
-    bool startedAtOpen = true;
-    fakewin::Before(Call::CoInitializeEx, [&] { startedAtOpen = thread->threadStarted; });
+    auto &audio = fakes::AudioSystem::Instance();
+    std::vector<bool> started;
+    int starts = 0;
+    fakewin::Before(Call::CoInitializeEx, [&] { started.push_back(thread->threadStarted); });
+    fakewin::Before(
+        Call::CreateEventW,
+        [&] {
+            starts = audio.Count(fakes::Method::Start);
+            started.push_back(thread->threadStarted);
+        },
+        2);
     Start();
-    EXPECT_FALSE(startedAtOpen);
+    EXPECT_EQ(started, (std::vector<bool>{false, false}));
+    EXPECT_EQ(starts, 1);
     EXPECT_TRUE(thread->threadStarted);
+}
+
+TEST_F(PlayThread, DoesNotCountAsStartedWhenStoppedWhileRendererOpens)
+{
+    UseRecordingPlayer();
+    record.whileOpening = [this] { EXPECT_TRUE(Eventually([this] { return thread->isRunning == 0; })); };
+    ASSERT_TRUE(thread->StartPlayThread());
+    ASSERT_TRUE(Eventually([this] { return !record.Calls().empty(); }));
+    thread->StopPlayThread();
+    EXPECT_FALSE(thread->threadStarted) << "the next write would not start the thread again";
+    EXPECT_EQ(record.Calls().back(), "Close");
 }
 
 TEST_F(PlayThread, StopClosesAndKeepsRenderer)
@@ -287,13 +309,20 @@ TEST_F(PlayThread, KeepsQueuedBlocksAndRendererForNextStart)
 {
     UseRecordingPlayer();
     const velto::IAudioPlayer *renderer = probe.Player().get();
+    // The renderer is still playing the first block when the thread is stopped.
+    record.whilePlaying = [this] { EXPECT_TRUE(Eventually([this] { return thread->isRunning == 0; })); };
     Start();
-    thread->StopPlayThread();
     Push(1, 8);
+    ASSERT_TRUE(Eventually([this] { return !record.Played().empty(); }));
+    thread->StopPlayThread();
+    EXPECT_EQ(record.Played(), Range(1, 1));
+    EXPECT_EQ(Contents(probe.PlayQueue()), Range(2, 8));
+    record.whilePlaying = nullptr;
+    Push(9, 10);
     params.sampleRate = 44100;
     Start();
-    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 8; }));
-    EXPECT_EQ(record.Played(), Range(1, 8));
+    EXPECT_TRUE(Eventually([this] { return record.Played().size() == 10; }));
+    EXPECT_EQ(record.Played(), Range(1, 10));
     EXPECT_EQ(probe.Player().get(), renderer);
     EXPECT_EQ(record.Calls().back(), "Open 16 2 44100") << "with the current parameters";
 }

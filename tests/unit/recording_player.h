@@ -20,6 +20,7 @@ public:
         std::vector<int64_t> sizes;
         std::thread::id thread;
         velto::IAudioPlayerCallback *callback = nullptr;
+        std::function<void()> whileOpening;
         std::function<void()> whilePlaying;
         bool opens = true; // the result of Open
 
@@ -42,6 +43,9 @@ public:
     {
         RecordCall("Open " + std::to_string(bitsPerSample) + " " + std::to_string(channels) + " " +
                    std::to_string(sampleRate));
+        if (m_record.whileOpening) {
+            m_record.whileOpening();
+        }
         return m_record.opens;
     }
     void Close() override { RecordCall("Close"); }
