@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "aac_units.h"
 #include "host_calls.h"
@@ -52,6 +53,7 @@ namespace {
 
 using namespace velto;
 using namespace velto_test;
+using fakeffmpeg::Call;
 
 constexpr char decodeTag[] = "velto::FFmpegDecode::DecoderAudioFrame";
 constexpr char resampleTag[] = "velto::FFmpegDecode::ResampleFrame";
@@ -280,13 +282,16 @@ TEST_F(AacDecoder, DecodesMonoStreamToLeftChannel)
     for (const AacUnit &unit : EncodeTone(6, 1)) {
         Write(unit);
     }
-    ASSERT_FALSE(queue.PlayQueue().empty());
+    ASSERT_EQ(queue.PlayQueue().size(), 6u);
     const auto *samples = reinterpret_cast<const int16_t *>(queue.PlayQueue().back()->buf);
-    int peak = 0;
+    int left = 0;
+    int right = 0;
     for (int i = 0; i < 1024; ++i) {
-        peak = std::max(peak, std::abs(int{samples[2 * i]}));
+        left = std::max(left, std::abs(int{samples[2 * i]}));
+        right = std::max(right, std::abs(int{samples[2 * i + 1]}));
     }
-    EXPECT_NEAR(peak, 16384, 1200);
+    EXPECT_NEAR(left, 16384, 1200);
+    EXPECT_EQ(right, 0);
 }
 
 TEST_F(AacDecoder, LogsMissingConverterAndDecodesNothing)
@@ -319,18 +324,77 @@ TEST_F(AacDecoder, LogsAndDropsBlockWhoseSizeCannotBeComputed)
     EXPECT_TRUE(queue.PlayQueue().empty());
 }
 
-TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextUnit)
+// Stores a decoded frame of stereo sound in the decoder. The left channel's samples count up from 0, the
+// right channel's down; all are whole 16-bit values.
+void StoreFrame(AVFrame &frame, int samples)
+{
+    av_frame_unref(&frame);
+    frame.format = AV_SAMPLE_FMT_FLTP;
+    frame.sample_rate = 48000;
+    frame.nb_samples = samples;
+    av_channel_layout_default(&frame.ch_layout, 2);
+    ASSERT_EQ(av_frame_get_buffer(&frame, 0), 0);
+    for (int i = 0; i < samples; ++i) {
+        const float value = static_cast<float>(i) / 32768;
+        reinterpret_cast<float *>(frame.data[0])[i] = value;
+        reinterpret_cast<float *>(frame.data[1])[i] = -value;
+    }
+}
+
+// The 16-bit samples of StoreFrame's sound.
+std::vector<int16_t> CountingSamples(int samples)
+{
+    std::vector<int16_t> expected;
+    for (int i = 0; i < samples; ++i) {
+        expected.push_back(static_cast<int16_t>(i));
+        expected.push_back(static_cast<int16_t>(-i));
+    }
+    return expected;
+}
+
+std::vector<int16_t> SamplesOf(const AudioPlayBuffer &block)
+{
+    const auto *samples = reinterpret_cast<const int16_t *>(block.buf);
+    return {samples, samples + block.len / 2};
+}
+
+TEST_F(AacDecoder, GrowsBufferForLongerFrameAndNeverShrinksIt)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
-    const AacUnit unit = EncodeTone(1)[0];
-    members.OutChannels() = -1; // makes the allocation fail
-    Write(unit);
-    ExpectLine(errorLevel, L"av_samples_alloc failed", resampleTag);
-    EXPECT_EQ(members.OutBuffer(), nullptr);
-    EXPECT_EQ(members.Capacity(), 0) << "unchanged";
-    members.OutChannels() = 2;
-    Write(unit);
-    EXPECT_EQ(queue.PlayQueue().size(), 1u);
+    for (const int samples : {1024, 1025, 2048}) {
+        StoreFrame(*members.Frame(), samples);
+        ASSERT_TRUE(members.PostDecodedFrame());
+        EXPECT_EQ(members.Capacity(), samples);
+        EXPECT_EQ(SamplesOf(*queue.PlayQueue().back()), CountingSamples(samples));
+    }
+    const uint8_t *buffer = members.OutBuffer();
+    StoreFrame(*members.Frame(), 1024);
+    ASSERT_TRUE(members.PostDecodedFrame());
+    EXPECT_EQ(members.Capacity(), 2048);
+    EXPECT_EQ(members.OutBuffer(), buffer);
+    EXPECT_EQ(SamplesOf(*queue.PlayQueue().back()), CountingSamples(1024));
+}
+
+TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextFrame)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const int capacity : {0, 1024}) {
+        ASSERT_EQ(members.Capacity(), capacity);
+        ClearLog();
+        fakeffmpeg::Script().Fail(Call::av_samples_alloc, AVERROR(ENOMEM));
+        StoreFrame(*members.Frame(), capacity + 1024);
+        EXPECT_FALSE(members.PostDecodedFrame());
+        EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"av_samples_alloc failed", resampleTag}}));
+        EXPECT_EQ(members.OutBuffer(), nullptr);
+        EXPECT_EQ(members.Capacity(), capacity) << "unchanged";
+        EXPECT_TRUE(queue.PlayQueue().empty());
+
+        StoreFrame(*members.Frame(), 1024); // with a capacity of 1024, no longer than before
+        ASSERT_TRUE(members.PostDecodedFrame());
+        ASSERT_EQ(queue.PlayQueue().size(), 1u);
+        EXPECT_EQ(SamplesOf(*queue.PlayQueue().back()), CountingSamples(1024));
+        queue.FreeQueued();
+    }
 }
 
 TEST_F(AacDecoder, LogsMissingOutputBuffer)
@@ -390,7 +454,6 @@ TEST_P(AacDecoderSetup, FailsWhenStepFailsAndDropsNextUnit)
 
 constexpr char initTag[] = "velto::FFmpegDecode::InitFFmpeg";
 constexpr char swrTag[] = "velto::FFmpegDecode::InitSwrContext";
-using fakeffmpeg::Call;
 
 INSTANTIATE_TEST_SUITE_P(
     EveryStep, AacDecoderSetup,
