@@ -87,15 +87,17 @@ TEST_F(RenderDeviceEvents, ReturnsOnlyOwnInterfaces)
     EXPECT_EQ(events.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
-TEST_F(RenderDeviceEvents, RaisesFlagsWithoutSystemCalls)
+TEST_F(RenderDeviceEvents, RaisesFlagsWithoutSystemOrEndpointCalls)
 {
     EXPECT_TRUE(Open());
-    const int calls = fakewin::TotalCalls();
-    const int requests = audio.Count(Method::GetDefaultAudioEndpoint);
+    const int systemCalls = fakewin::TotalCalls();
+    const int endpointCalls = audio.TotalCalls();
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     audio.NotifyPropertyChanged(L"speakers");
-    EXPECT_EQ(fakewin::TotalCalls(), calls);
-    EXPECT_EQ(audio.Count(Method::GetDefaultAudioEndpoint), requests);
+    EXPECT_TRUE(probe.DeviceChanged());
+    EXPECT_TRUE(probe.PropertyChanged());
+    EXPECT_EQ(fakewin::TotalCalls(), systemCalls);
+    EXPECT_EQ(audio.TotalCalls(), endpointCalls);
 }
 
 } // namespace

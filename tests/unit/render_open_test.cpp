@@ -338,9 +338,10 @@ TEST_F(RenderOpen, DestructionAfterCloseReleasesRemainingObjects)
 TEST_F(RenderOpen, DestructionWithoutCloseReleasesAllButRenderClient)
 {
     EXPECT_TRUE(Open());
-    probe.RenderClient()->Release(); // the destructor does not release the render client
-    probe.RenderClient() = nullptr;
+    IAudioRenderClient *client = probe.RenderClient();
     player.reset();
+    EXPECT_EQ(audio.LiveObjects(), 1) << "the render client";
+    EXPECT_EQ(client->Release(), 0u) << "the renderer had the only reference";
     EXPECT_EQ(audio.LiveObjects(), 0);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
     EXPECT_EQ(fakewin::LiveTaskBlocks(), openBefore.taskBlocks);

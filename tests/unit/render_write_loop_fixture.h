@@ -37,7 +37,11 @@ inline std::vector<uint8_t> FirstBytes(const std::vector<uint8_t> &bytes, size_t
 
 class RenderWriteLoop : public RenderTest {
 protected:
-    void SetUp() override { OpenWith({2, 16, 48000}); }
+    void SetUp() override
+    {
+        OpenWith({2, 16, 48000});
+        callsOfOpening = audio.TotalCalls();
+    }
 
     // All waits and sleeps so far; SetUp makes none.
     std::vector<WaitRecord> Waits() const { return fakewin::Waits(); }
@@ -46,6 +50,7 @@ protected:
     static std::vector<LogEntry> Lines(const std::wstring &text) { return {{errorLevel, text, writeTag}}; }
 
     const std::vector<uint8_t> block = MakeBlock();
+    int callsOfOpening = 0; // to the endpoint
 };
 
 } // namespace velto_test

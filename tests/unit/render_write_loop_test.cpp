@@ -223,6 +223,30 @@ TEST_F(RenderWriteLoop, EndsRetriesWhenClosed)
     EXPECT_EQ(Log().size(), 2u);
 }
 
+TEST_F(RenderWriteLoop, WaitsOnlyUntilEngineSignalsBufferEvent)
+{
+    const HANDLE event = audio.Clients().at(0).event;
+    EXPECT_EQ(event, probe.BufferEvent());
+    Speakers().paddingScript.assign(3, bufferFrames);
+    audio.Before(
+        Method::GetCurrentPadding, [event] { fakewin::SetEvent(event); }, 2);
+    Play(block);
+    EXPECT_EQ(audio.Written(L"speakers"), block);
+    EXPECT_EQ(fakewin::WaitedMs(), 3 * 1u + 2 * 10u)
+        << "three sleeps; the wait of the second pass ends at once and consumes the signal";
+}
+
+TEST_F(RenderWriteLoop, WritesBlockWhenCallsReturnOtherSuccessCodes)
+{
+    audio.Fail(Method::GetCurrentPadding, S_FALSE);
+    audio.Fail(Method::GetBuffer, S_FALSE);
+    audio.Fail(Method::ReleaseBuffer, S_FALSE);
+    Play(block);
+    EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(audio.Written(L"speakers"), block);
+    EXPECT_EQ(audio.TotalCalls(), callsOfOpening + 3) << "none is repeated";
+}
+
 // --- Failing calls ---------------------------------------------------------------------------
 
 TEST_F(RenderWriteLoop, DropsBlockWhenPaddingQueryFails)
