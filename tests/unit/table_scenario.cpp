@@ -198,10 +198,7 @@ Expectation TableScenario::Expected(const FaultCase &faulty, int, int) const
 
 std::unique_ptr<Scenario> MakeTableScenario()
 {
-    [[maybe_unused]] static const bool renderersCreated = [] {
-        TableScenario().CreateRenderers();
-        return true;
-    }();
+    TableScenario().CreateRenderers(); // each time: a test whose renderers failed to open leaves no events
     return std::make_unique<TableScenario>();
 }
 
