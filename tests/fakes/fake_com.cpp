@@ -6,6 +6,7 @@
 
 #include "tests/fakes/fake_windows.h"
 #include "tests/fakes/fake_windows_state.h"
+#include "tests/fakes/journal.h"
 
 namespace fakewin {
 namespace {
@@ -100,6 +101,7 @@ HRESULT CoInitializeEx(LPVOID, DWORD model)
 void CoUninitialize()
 {
     Enter(Call::CoUninitialize);
+    fakes::Note("CoUninitialize");
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     if (apartment.depth == 0) {
@@ -189,6 +191,7 @@ void CoTaskMemFree(LPVOID block)
         AddViolation("CoTaskMemFree of a block that is not allocated");
         return;
     }
+    fakes::Note("CoTaskMemFree", block);
     std::free(block);
 }
 

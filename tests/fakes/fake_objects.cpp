@@ -8,6 +8,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include "tests/fakes/journal.h"
+
 namespace fakes {
 namespace {
 
@@ -114,6 +116,7 @@ ULONG FakeObject::Drop()
     if (--m_references == 0) {
         m_system.m_releasedObjects.push_back(m_iid);
         OnLastRelease();
+        NoteRelease(m_iid, this);
     }
     return m_references;
 }

@@ -3,7 +3,9 @@
 #include <cwctype>
 #include <map>
 #include <mutex>
+#include <set>
 
+#include "tests/fakes/fake_registry.h"
 #include "tests/fakes/fake_windows.h"
 #include "tests/fakes/fake_windows_state.h"
 
@@ -29,6 +31,8 @@ struct OpenKey {
 struct State {
     std::mutex mutex;
     std::map<Path, Values> keys;
+    std::set<Path> volatileKeys;
+    std::vector<REGSAM> requestedAccess;
     std::map<HKEY, OpenKey> openKeys;
     uintptr_t nextKey = 0x1000;
 };
@@ -180,6 +184,8 @@ void ResetRegistry()
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     state.keys.clear();
+    state.volatileKeys.clear();
+    state.requestedAccess.clear();
     for (auto &[handle, key] : state.openKeys) {
         key.deleted = true;
     }
@@ -188,6 +194,7 @@ void ResetRegistry()
 LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY result)
 {
     return AccessKey(Call::RegOpenKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
+        state.requestedAccess.push_back(access);
         if (!Exists(state, path)) {
             return ERROR_FILE_NOT_FOUND;
         }
@@ -196,14 +203,18 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY resu
     });
 }
 
-LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD, REGSAM access,
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD options, REGSAM access,
                         const SECURITY_ATTRIBUTES *, PHKEY result, LPDWORD disposition)
 {
     return AccessKey(Call::RegCreateKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
+        state.requestedAccess.push_back(access);
         constexpr DWORD createdNew = 1;
         constexpr DWORD openedExisting = 2;
         if (disposition != nullptr) {
             *disposition = Exists(state, path) ? openedExisting : createdNew;
+        }
+        if (!Exists(state, path) && options != REG_OPTION_NON_VOLATILE) {
+            state.volatileKeys.insert(path);
         }
         CreateWithParents(state, path);
         *result = AddOpenKey(state, path, access);
@@ -267,6 +278,21 @@ std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const st
         return std::nullopt;
     }
     return value;
+}
+
+std::vector<REGSAM> RequestedRegistryAccess()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.requestedAccess;
+}
+
+bool IsPermanentRegistryKey(HKEY root, const std::wstring &path)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const Path fullPath = Join(RootPath(root), path);
+    return Exists(state, fullPath) && state.volatileKeys.count(fullPath) == 0;
 }
 
 int LiveRegistryKeys()

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "tests/fakes/fake_windows_state.h"
+#include "tests/fakes/journal.h"
 
 namespace fakewin {
 namespace {
@@ -104,7 +105,9 @@ BOOL ChangeEvent(Call call, HANDLE event, bool signalled)
     const std::lock_guard lock(state.mutex);
     const auto found = state.handles.find(event);
     if (found == state.handles.end() || !found->second.isEvent) {
-        state.violations.push_back("SetEvent or ResetEvent of a handle that is not an open event");
+        if (event != nullptr) {
+            state.violations.push_back("SetEvent or ResetEvent of a handle that is not an open event");
+        }
         lastError = ERROR_INVALID_HANDLE;
         return FALSE;
     }
@@ -255,6 +258,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
 BOOL CloseHandle(HANDLE handle)
 {
     Enter(Call::CloseHandle);
+    fakes::Note("CloseHandle", handle);
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     if (state.handles.erase(handle) == 0) {

@@ -1,11 +1,13 @@
 #include "tests/fakes/log_recorder.h"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
 
+#include "logger_count.h"
 #include "polling.h"
 
 namespace fakes {
@@ -16,6 +18,7 @@ struct State {
     std::mutex mutex;
     std::vector<std::string> channels;
     std::vector<LogEntry> entries;
+    std::map<std::string, int> constructed;
     std::map<std::thread::id, LogEntry> channelOnly; // lines without their singleton line so far
 };
 
@@ -137,6 +140,14 @@ std::vector<std::string> LogRecorder::Channels() const
     return state.channels;
 }
 
+int ConstructedLoggers(const std::string &channel)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    const auto found = state.constructed.find(channel);
+    return found == state.constructed.end() ? 0 : found->second;
+}
+
 bool LogRecorder::Await(int level, const std::wstring &text, const std::string &tag) const
 {
     return Eventually([&] { return Count(level, text, tag) > 0; });
@@ -146,8 +157,14 @@ bool LogRecorder::Await(int level, const std::wstring &text, const std::string &
 
 // --- The interface of the platform's library ---------------------------------------------------
 
+// Takes a moment, so that other threads of a test call it meanwhile.
 Logger::Logger(std::string channel)
 {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    {
+        const std::lock_guard lock(fakes::TheState().mutex);
+        ++fakes::TheState().constructed[channel];
+    }
     channel.copy(m_channel, sizeof(m_channel) - 1);
 }
 

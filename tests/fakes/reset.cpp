@@ -4,6 +4,7 @@
 #include "fake_endpoint.h"
 #include "fake_ffmpeg.h"
 #include "fake_windows.h"
+#include "journal.h"
 #include "log_recorder.h"
 
 namespace fakes {
@@ -13,6 +14,7 @@ void ResetAll()
     fakewin::Reset();
     AudioSystem::Instance().Reset(); // installs its class factory, which fakewin::Reset removes
     fakeffmpeg::Script().Reset();
+    ClearJournal();
     LogRecorder::Instance().Clear();
     ResetTimeouts();
 }

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "failing_throwing_new.h"
+#include "tests/fakes/fake_registry.h"
 #include "tests/fakes/fake_windows.h"
 #include "tests/platform/threads.h"
 
@@ -82,10 +84,11 @@ TEST_F(RegistryLibrary, KeepsValueWhenKeyIsMissing)
     EXPECT_EQ(value, 9U);
 }
 
-TEST_F(RegistryLibrary, CreatesMissingKeyOnWrite)
+TEST_F(RegistryLibrary, CreatesMissingPermanentKeyOnWrite)
 {
     EXPECT_TRUE(Set(7));
     EXPECT_EQ(Count(Call::RegCreateKeyExW), 1);
+    EXPECT_TRUE(fakewin::IsPermanentRegistryKey(HKEY_CURRENT_USER, plainPath));
     EXPECT_EQ(Stored(), 7U);
     EXPECT_TRUE(Set(8));
     EXPECT_EQ(Count(Call::RegCreateKeyExW), 1);
@@ -143,6 +146,37 @@ TEST_F(RegistryLibrary, FailsWriteWhenKeyCannotBeCreated)
     EXPECT_FALSE(Set(5));
     EXPECT_EQ(Stored(), std::nullopt);
     EXPECT_TRUE(Set(5));
+}
+
+TEST_F(RegistryLibrary, UsesRootForPathOfBackslashes)
+{
+    DWORD value = 7;
+    EXPECT_TRUE(Registry::SetValue(HKEY_CURRENT_USER, L"\\\\", name, value, allAccess));
+    EXPECT_EQ(fakewin::RegistryDword(HKEY_CURRENT_USER, L"", name), 7U);
+}
+
+TEST_F(RegistryLibrary, FailsReadWithoutMemoryAndReadsWithIt)
+{
+    int failures = 0;
+    for (bool hasFailed = true; hasFailed; failures += hasFailed ? 1 : 0) {
+        // Another path each time, because the library remembers the paths that it has used.
+        const std::wstring newPath = path + L"\\NoMemory" + std::to_wstring(failures);
+        fakewin::SetRegistryDword(HKEY_CURRENT_USER, newPath.substr(1), name, 5);
+        DWORD value = 0;
+        const auto read = [&] {
+            return Registry::GetValue(HKEY_CURRENT_USER, newPath, name, value, allAccess);
+        };
+        {
+            const velto_test::FailingThrowingNew noMemory(failures + 1);
+            bool isRead = false;
+            EXPECT_NO_THROW(isRead = read());
+            hasFailed = noMemory.HasFailed();
+            EXPECT_EQ(isRead, !hasFailed) << "allocation " << failures + 1;
+        }
+        EXPECT_TRUE(read());
+        EXPECT_EQ(value, 5U);
+    }
+    EXPECT_GT(failures, 0);
 }
 
 TEST_F(RegistryLibrary, RefusesToReadValueOfOtherType)

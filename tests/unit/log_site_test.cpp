@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "failing_throwing_new.h"
 #include "log_lines.h"
 #include "tests/platform/threads.h"
+#include "logger_count.h"
 
 namespace {
 
@@ -104,9 +107,48 @@ TEST_F(LogSite, WritesWholeLineOrNoneWithoutMemoryForLongTag)
     ExpectWholeLinesOrNone([&] { velto::LogError(tag.c_str(), "message"); }, {4, L"message", tag, true});
 }
 
+#if GTEST_HAS_DEATH_TEST && !defined(_WIN32)
+// Logs from several threads at once. In a process that has logged nothing before, they all wait for the
+// first caller to construct the channel's logger.
+bool FirstCallersShareOneLogger()
+{
+    constexpr int threadCount = 8;
+    std::atomic<int> waiting{0};
+    std::vector<Logger *> loggers(threadCount);
+    std::vector<std::thread> threads;
+    const bool isFirst = fakes::ConstructedLoggers("OceloMirror") == 0;
+    for (Logger *&logger : loggers) {
+        threads.emplace_back([&] {
+            ++waiting;
+            while (waiting < threadCount) {
+                std::this_thread::yield();
+            }
+            velto::LogError("tag", "message");
+            logger = &velto::ChannelLogger();
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    return isFirst && fakes::ConstructedLoggers("OceloMirror") == 1 &&
+           Recorded().Count(errorLevel, L"message", "tag") == threadCount &&
+           loggers == std::vector<Logger *>(threadCount, loggers[0]);
+}
+
+// The new process of the "threadsafe" style runs only this test.
+TEST(LogSiteDeathTest, ConstructsOneChannelLoggerForConcurrentFirstCallers)
+{
+    const std::string style = GTEST_FLAG_GET(death_test_style);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(FirstCallersShareOneLogger() ? 7 : 1), ::testing::ExitedWithCode(7), "");
+    GTEST_FLAG_SET(death_test_style, style);
+}
+#endif
+
 TEST_F(LogSite, UsesOneChannelLogger)
 {
     EXPECT_EQ(&velto::ChannelLogger(), &velto::ChannelLogger());
+    EXPECT_EQ(fakes::ConstructedLoggers("OceloMirror"), 1);
 }
 
 } // namespace
