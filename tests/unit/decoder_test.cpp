@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "aac_units.h"
@@ -309,6 +310,29 @@ TEST_F(AacDecoder, LogsErrorCodeOfUninitialisedConverter)
     swr_close(members.Converter());
     Write(EncodeTone(1)[0]);
     ExpectLine(errorLevel, L"convert failed, ret: " + std::to_wstring(AVERROR(EINVAL)), decodeTag);
+}
+
+TEST_F(AacDecoder, RefusesUnitWithoutCodecContext)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    AVCodecContext *codec = std::exchange(members.Codec(), nullptr);
+    Write(EncodeTone(1)[0]);
+    ExpectLine(errorLevel, L"AUDIO decode error:-22", decodeTag);
+    members.Codec() = codec;
+}
+
+TEST_F(AacDecoder, PostsBlockOfAtLeastOneByte)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    const AacUnit unit = EncodeTone(1)[0];
+    fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, 0);
+    Write(unit);
+    ExpectLine(errorLevel, L"out_buffer_size too small", decodeTag);
+    EXPECT_TRUE(queue.PlayQueue().empty());
+    fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, 1);
+    Write(unit);
+    ASSERT_EQ(queue.PlayQueue().size(), 1u);
+    EXPECT_EQ(queue.PlayQueue()[0]->len, 1);
 }
 
 TEST_F(AacDecoder, LogsAndDropsBlockWhoseSizeCannotBeComputed)

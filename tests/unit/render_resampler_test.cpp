@@ -1,5 +1,7 @@
 // Converting one block to the mix format.
 #include <algorithm>
+#include <cmath>
+#include <numbers>
 
 #include "render_fixture.h"
 
@@ -166,6 +168,85 @@ TEST_F(RenderResampler, YieldsWholeFramesForEachMixFormat)
             SwrContext *lost = probe.TakeResampler();
             swr_free(&lost);
         }
+    }
+}
+
+// The layouts of 4, 6 and 8 channels begin with left and right.
+TEST_F(RenderResampler, WritesStereoToFirstTwoOfSeveralChannels)
+{
+    const auto block = MakeBlock();
+    for (const uint16_t channels : {4, 6, 8}) {
+        Speakers().mixFormat = {channels, 16, 48000};
+        ASSERT_TRUE(Open());
+        EXPECT_EQ(Resample(block), 1024);
+        std::vector<uint8_t> expected;
+        for (size_t frame = 0; frame < 1024; ++frame) {
+            const auto begin = block.begin() + static_cast<std::ptrdiff_t>(frame * 4);
+            expected.insert(expected.end(), begin, begin + 4);
+            expected.resize((frame + 1) * channels * 2);
+        }
+        EXPECT_EQ(Output(), expected) << channels << " channels";
+        player->Close();
+        SwrContext *lost = probe.TakeResampler();
+        swr_free(&lost);
+    }
+}
+
+// How far `samples` are from a sine of this frequency, whatever its amplitude and phase, in dB.
+double SineToNoiseDb(const std::vector<double> &samples, double frequencyHz, double rateHz)
+{
+    double sine = 0;
+    double cosine = 0;
+    const auto angle = [=](size_t i) {
+        return 2 * std::numbers::pi * frequencyHz * static_cast<double>(i) / rateHz;
+    };
+    const auto scale = 2 / static_cast<double>(samples.size());
+    for (size_t i = 0; i < samples.size(); ++i) {
+        sine += scale * samples[i] * std::sin(angle(i));
+        cosine += scale * samples[i] * std::cos(angle(i));
+    }
+    double noise = 0;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        noise += std::pow(samples[i] - sine * std::sin(angle(i)) - cosine * std::cos(angle(i)), 2);
+    }
+    const double signal = (sine * sine + cosine * cosine) / 2 * static_cast<double>(samples.size());
+    return 10 * std::log10(signal / noise);
+}
+
+TEST_F(RenderResampler, KeepsToneOfEachChannelAtOtherRates)
+{
+    constexpr double leftHz = 1000;
+    constexpr double rightHz = 2500;
+    for (const uint32_t rateHz : {44100U, 96000U}) {
+        Speakers().mixFormat = {2, 16, rateHz};
+        ASSERT_TRUE(Open());
+        std::vector<double> left;
+        std::vector<double> right;
+        for (int i = 0; i < 20; ++i) {
+            std::vector<int16_t> block;
+            for (int frame = 0; frame < 1024; ++frame) {
+                const double seconds = (i * 1024 + frame) / 48000.0;
+                block.push_back(
+                    static_cast<int16_t>(16384 * std::sin(2 * std::numbers::pi * leftHz * seconds)));
+                block.push_back(
+                    static_cast<int16_t>(8192 * std::sin(2 * std::numbers::pi * rightHz * seconds)));
+            }
+            const int32_t frames = probe.Resample(reinterpret_cast<const uint8_t *>(block.data()), 4096);
+            const auto *samples = reinterpret_cast<const int16_t *>(probe.OutputBuffer()[0]);
+            for (int frame = 0; i > 0 && frame < frames; ++frame) { // the first block fills the filter
+                left.push_back(samples[2 * frame]);
+                right.push_back(samples[2 * frame + 1]);
+            }
+        }
+        // Whole periods of both tones: 10 ms are 10 and 25.
+        const size_t whole = left.size() - left.size() % (rateHz / 100);
+        left.resize(whole);
+        right.resize(whole);
+        EXPECT_GT(SineToNoiseDb(left, leftHz, rateHz), 60) << rateHz;
+        EXPECT_GT(SineToNoiseDb(right, rightHz, rateHz), 60) << rateHz;
+        player->Close();
+        SwrContext *lost = probe.TakeResampler();
+        swr_free(&lost);
     }
 }
 
