@@ -28,6 +28,8 @@ public:
     HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR deviceId, const PROPERTYKEY key) override;
 
 private:
+    friend class WasapiDeviceEventsProbe; // the unit tests' view of the members
+
     IAudioPlayer *m_player; // not owned
 };
 

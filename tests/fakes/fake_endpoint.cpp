@@ -152,6 +152,12 @@ std::vector<ClientRecord> AudioSystem::Clients() const
     return records;
 }
 
+std::vector<IMMNotificationClient *> AudioSystem::Callbacks() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_callbacks;
+}
+
 std::vector<uint8_t> AudioSystem::Written(const std::wstring &id) const
 {
     const std::lock_guard lock(m_mutex);

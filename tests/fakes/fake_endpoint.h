@@ -158,6 +158,7 @@ public:
     std::vector<IID> ReleasedObjects() const;   // the interfaces of released objects, in their order
     int LiveObjects() const;                    // counts only objects created since the last Reset
     int RegisteredCallbacks() const;
+    std::vector<IMMNotificationClient *> Callbacks() const; // in the order of their registration
 
     // Deliver a notification to every registered callback on a new thread, and wait until all callbacks
     // returned.

@@ -1,6 +1,7 @@
 #include "aac_units.h"
 
 #include <cmath>
+#include <functional>
 #include <numbers>
 #include <stdexcept>
 
@@ -17,9 +18,13 @@ void Drain(AVCodecContext *encoder, AVPacket *packet, std::vector<AacUnit> &unit
     }
 }
 
-} // namespace
+double Sine(double periods)
+{
+    return 0.5 * std::sin(2 * std::numbers::pi * periods);
+}
 
-std::vector<AacUnit> EncodeTone(int count, int channels, double frequencyHz)
+// `value(seconds, channel)` returns a sample between -1 and 1.
+std::vector<AacUnit> EncodeSound(int count, int channels, const std::function<double(double, int)> &value)
 {
     const AVCodec *codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
     const CodecContextPointer encoder(avcodec_alloc_context3(codec));
@@ -45,8 +50,7 @@ std::vector<AacUnit> EncodeTone(int count, int channels, double frequencyHz)
         for (int i = 0; i < frame->nb_samples; ++i) {
             const double t = static_cast<double>(position + i) / encoder->sample_rate;
             for (int c = 0; c < channels; ++c) {
-                reinterpret_cast<float *>(frame->data[c])[i] =
-                    static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * frequencyHz * t));
+                reinterpret_cast<float *>(frame->data[c])[i] = static_cast<float>(value(t, c));
             }
         }
         frame->pts = position;
@@ -57,6 +61,22 @@ std::vector<AacUnit> EncodeTone(int count, int channels, double frequencyHz)
     }
     units.resize(static_cast<size_t>(count));
     return units;
+}
+
+} // namespace
+
+std::vector<AacUnit> EncodeTone(int count, int channels, double frequencyHz)
+{
+    return EncodeSound(count, channels, [=](double seconds, int) { return Sine(frequencyHz * seconds); });
+}
+
+std::vector<AacUnit> EncodeSweep(int count, double startHz)
+{
+    constexpr double risePerSecondHz = 500;
+    return EncodeSound(count, 2, [=](double seconds, int channel) {
+        const double start = startHz * (channel + 1);
+        return Sine((start + risePerSecondHz / 2 * seconds) * seconds);
+    });
 }
 
 } // namespace velto_test

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <memory>
+#include <utility>
 
 #include "playback/audio_play_thread.h"
 
@@ -15,6 +16,13 @@ public:
     std::deque<AudioPlayBuffer *> &PlayQueue() { return m_thread.playQueue; }
     std::deque<AudioPlayBuffer *> &DelayQueue() { return m_thread.delayQueue; }
     std::unique_ptr<IAudioPlayer> &Player() { return m_thread.audioSpkPlayer; }
+    const SpeakerAudioParams &Parameters() const { return *m_thread.audioParam; }
+    // Also replaces the renderer that receives the broadcast flag. Returns the renderer used so far.
+    std::unique_ptr<IAudioPlayer> ReplacePlayer(std::unique_ptr<IAudioPlayer> player)
+    {
+        m_thread.publishedPlayer = player.get();
+        return std::exchange(m_thread.audioSpkPlayer, std::move(player));
+    }
     void PlayNext() { m_thread.PlayNext(); }
     void InitPlayThread() { m_thread.InitPlayThread(); }
     bool Joinable() const { return m_thread.workThread.joinable(); }

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "render/i_audio_player.h"
@@ -36,7 +37,11 @@ public:
         }
     };
 
-    explicit RecordingPlayer(Record &record) : m_record(record) {}
+    // `name` is prepended to each recorded call.
+    explicit RecordingPlayer(Record &record, std::string name = "")
+        : m_record(record), m_name(std::move(name))
+    {
+    }
     ~RecordingPlayer() override { RecordCall("delete"); }
 
     bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) override
@@ -69,7 +74,10 @@ public:
         m_record.callback = callback;
         RecordCall("SetCallback");
     }
-    void SetBroadcastFlag(bool) override {}
+    void SetBroadcastFlag(bool value) override
+    {
+        RecordCall(value ? "SetBroadcastFlag true" : "SetBroadcastFlag false");
+    }
     void SetDeviceChanged(bool) override {}
     void SetPropertyChanged(bool) override {}
 
@@ -77,10 +85,11 @@ private:
     void RecordCall(const std::string &call)
     {
         const std::lock_guard lock(m_record.mutex);
-        m_record.calls.push_back(call);
+        m_record.calls.push_back(m_name + call);
     }
 
     Record &m_record;
+    const std::string m_name;
 };
 
 } // namespace velto_test
