@@ -2,20 +2,28 @@
 #include "logging/logger.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <set>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "tests/platform/process.h"
+#include "tests/platform/process_end_fake.h"
 #include "tests/platform/test_folder.h"
 #include "tests/platform/threads.h"
 
 #ifdef _WIN32
 #include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -201,6 +209,68 @@ TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "after all destructors"), before + 2);
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[Late] after all destructors"), 1);
 }
+
+#ifndef _WIN32
+// How many descriptors of this process refer to a file.
+std::size_t DescriptorsOf(const std::filesystem::path &path)
+{
+    std::size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored; // the iterator's own descriptor may be gone
+        count += std::filesystem::read_symlink(entry.path(), ignored) == path ? 1 : 0;
+    }
+    return count;
+}
+
+// Makes a thread own the log's lock until this process ends: it writes to a full pipe. False on a failure.
+bool BlockThreadInLog(const std::filesystem::path &path)
+{
+    if (mkfifo(path.c_str(), 0600) != 0) {
+        return false;
+    }
+    const int pipe = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const std::string filling(65536, ' ');
+    while (write(pipe, filling.data(), filling.size()) > 0) {
+    }
+    while (write(pipe, filling.data(), 1) > 0) {
+    }
+    SetEnvironment("VELTO_LOG_FILE", path);
+    std::thread([] { Logger("Blocked").Log(LOG_LEVEL_INFO, Text(L"never written")); }).detach();
+    // The thread opens the file after it has locked.
+    for (int tries = 0; DescriptorsOf(path) < 2; ++tries) {
+        if (tries == 1000) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+// True if a call of the log returns within ten seconds.
+bool LogReturns()
+{
+    auto returned = std::make_shared<std::promise<void>>();
+    std::future<void> finished = returned->get_future();
+    std::thread([returned] {
+        Logger("Last").Log(LOG_LEVEL_INFO, Text(L"dropped"));
+        returned->set_value();
+    }).detach();
+    return finished.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+}
+
+TEST(LoggerDeathTest, DropsLineAtProcessEndWhenKilledThreadOwnsLock)
+{
+    const StartNewProcesses startNewProcesses;
+    EXPECT_EXIT(
+        {
+            const bool isBlocked = BlockThreadInLog(TestFolder() / "full.log");
+            PretendThatProcessEnds();
+            _exit(isBlocked && LogReturns() ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+    std::filesystem::remove(TestFolder() / "full.log");
+}
+#endif
 
 #ifdef _WIN32
 // Ends the process while threads are logging. Windows kills the threads at any point; destructors that run
