@@ -470,7 +470,6 @@ TEST_F(CaptureLoop, RescalesTimeStampsFromMicrophoneRateToMicroseconds)
     for (const Row &row : {Row{44100, 23220}, Row{48000, 21333}, Row{96000, 10667}}) {
         Microphone().mixFormat.rateHz = row.rateHz;
         ASSERT_EQ(probe.InitAudioEncoder(), 0);
-        EXPECT_EQ(probe.Frame().SampleRateHz(), row.rateHz);
         for (int frame = 0; frame < 4; ++frame) {
             probe.Frame().fillCount = 1024;
             ASSERT_TRUE(probe.EncodeAudioFrame(&probe.Frame()));

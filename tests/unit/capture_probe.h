@@ -23,7 +23,7 @@ public:
     bool RestartsOver() const
     {
         const std::lock_guard lock(m_capture.m_restarts.m_mutex);
-        return m_capture.m_restarts.m_over;
+        return m_capture.m_restarts.m_ended;
     }
     HANDLE InitThreadHandle() const { return m_capture.m_initThread; }
     HANDLE CaptureThreadHandle() const { return m_capture.m_captureThread; }
