@@ -8,13 +8,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <functional>
 #include <string>
 #include <thread>
 
 #include "bench/aac_units.h"
 #include "bench/module_writer.h"
+#include "bench/run_with_module.h"
 #include "bench/speaker_floor.h"
 #include "bench/write_floor.h"
 
@@ -84,14 +84,5 @@ int Run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    try {
-        const int result = velto::bench::Run(argc, argv);
-        std::fflush(nullptr);
-        // An ordinary exit while the module's threads run sometimes crashes under Wine 8.
-        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
-        return result;
-    } catch (const std::exception &problem) {
-        std::fprintf(stderr, "velto-playing-bench: %s\n", problem.what());
-        return 1;
-    }
+    return velto::bench::RunWithModule("velto-playing-bench", velto::bench::Run, argc, argv);
 }

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
-#include <exception>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -19,6 +18,7 @@
 #include "bench/bare_decoder.h"
 #include "bench/module_writer.h"
 #include "bench/repetitions.h"
+#include "bench/run_with_module.h"
 #include "bench/write_floor.h"
 #include "bench/write_path_parts.h"
 
@@ -158,15 +158,5 @@ int Run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    try {
-        const int result = velto::bench::Run(argc, argv);
-        std::fflush(nullptr);
-        // The results are written. An ordinary exit while the module's threads run sometimes crashes under
-        // Wine 8.
-        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(result));
-        return result;
-    } catch (const std::exception &problem) {
-        std::fprintf(stderr, "velto-write-path-bench: %s\n", problem.what());
-        return 1;
-    }
+    return velto::bench::RunWithModule("velto-write-path-bench", velto::bench::Run, argc, argv);
 }
