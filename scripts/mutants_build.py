@@ -70,7 +70,7 @@ def commands():
 
 @dataclasses.dataclass
 class Unit:
-    """A source and those headers that are scanned with it: each header once."""
+    """A source and the headers that are scanned with it. Each header belongs to one unit."""
     path: str
     arguments: list
     files: dict  # path: (name, first number)
@@ -97,7 +97,7 @@ def units():
 
 
 def read_unit(unit, excluded):
-    """{name: (mutants, text of the copy)}. Kept, because clang needs seconds for a source."""
+    """{name: (mutants, text of the copy)}. Cached, because clang needs seconds for a source."""
     cache = unit.cache(excluded)
     if cache.exists():
         return {name: ([places.Mutant(**mutant) for mutant in mutants], text)
@@ -226,7 +226,7 @@ class Copies:
         return set()
 
     def build_separately(self, mutant):
-        """Builds the programs with one mutant and without its switch. False if they do not compile."""
+        """Builds the programs with one mutant instead of its switch. Returns False if they do not compile."""
         unit = self.unit_of(mutant.file)
         scanner = places.scan(places.parse(unit.path, unit.arguments), unit.files)[mutant.file]
         forced = next(one for one in scanner.mutants if one.key == mutant.key)
@@ -238,7 +238,7 @@ class Copies:
 
 
 def fingerprint():
-    """Of all that a result depends on."""
+    """A digest of all files that a result depends on."""
     files = list(sources().values()) + TOOLS
     for folder in ("tests/unit", "tests/fakes", "tests/platform", "tests/mutants", "include"):
         files += [path for path in sorted((measuring.REPOSITORY / folder).rglob("*")) if path.suffix in (".h", ".cpp", ".txt")]
@@ -246,7 +246,7 @@ def fingerprint():
 
 
 def windows_only_lines():
-    """How many lines of which files only the Windows build compiles."""
+    """{file: number of lines that only the Windows build compiles}"""
     result = {}
     for name, path in sources().items():
         stack, count = [], 0

@@ -42,7 +42,7 @@ def counts(outcomes):
 
 
 def score(counted):
-    """Percent caught of all that build; None if none does."""
+    """The percentage caught, of the mutants that build; None if none of them builds."""
     built = counted["caught"] + counted["survived"]
     return 100 * counted["caught"] / built if built else None
 
@@ -111,7 +111,7 @@ class Report:
 
 
 def code(text):
-    """A code span of a table. A span of two marks can contain one."""
+    """A code span of a table. A span between double backquotes can contain single ones."""
     text = text.replace("|", "\\|")
     return f"`` {text} ``" if "`" in text else f"`{text}`"
 

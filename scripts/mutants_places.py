@@ -2,7 +2,7 @@
 
 A place is found in clang's syntax tree and replaced in the text: `a < b` becomes `(VeltoMutant(7) ? (a <= b) : (a < b))`.
 Only one mutant is active in a process, so the broken half needs no switches of the places inside it. Where no switch can
-be, as in a case label, the mutant is "separate": it needs a compilation of its own.
+be, as in a case label, the mutant is "separate": it needs its own compilation.
 """
 
 import dataclasses
@@ -22,7 +22,7 @@ STEPS = {"++": "--", "--": "++"}
 
 LITERALS = (CursorKind.INTEGER_LITERAL, CursorKind.FLOATING_LITERAL, CursorKind.CHARACTER_LITERAL,
             CursorKind.CXX_BOOL_LITERAL_EXPR, CursorKind.STRING_LITERAL)
-# What these contain is a type, or is never run.
+# These contain types, or code that never runs.
 SKIPPED = (CursorKind.STATIC_ASSERT, CursorKind.CXX_UNARY_EXPR, CursorKind.TEMPLATE_TYPE_PARAMETER,
            CursorKind.TEMPLATE_NON_TYPE_PARAMETER, CursorKind.TEMPLATE_TEMPLATE_PARAMETER, CursorKind.CXX_TYPEID_EXPR)
 FUNCTIONS = (CursorKind.FUNCTION_DECL, CursorKind.CXX_METHOD, CursorKind.CONSTRUCTOR, CursorKind.DESTRUCTOR,
@@ -41,20 +41,20 @@ class Mutant:
     kind: str
     change: str        # "a < b → a <= b", in one line
     content: str       # of the source line
-    separate: bool     # needs a compilation of its own
+    separate: bool     # needs its own compilation
     constexpr: bool = False  # in a constexpr function: the compiler may evaluate the place
     key: str = ""      # the same for the same place and change, whatever the line number
-    number: int = 0    # that the switch asks for
+    number: int = 0    # argument of the switch
 
 
 @dataclasses.dataclass
 class Edit:
-    """Replaces text[start:end]. Those of a smaller order are further out on the same range."""
+    """Replaces text[start:end]. Of several edits of a range, those with a smaller order are further out."""
     start: int
     end: int
     order: int
     mutant: Mutant
-    switched: object   # of the number and the text inside: the replacement with the switch; None without one
+    switched: object   # function of the number and the text inside: the replacement with the switch; None without one
     forced: object = None  # the replacement of a separate compilation; None where another edit of the mutant is
 
 
@@ -69,7 +69,7 @@ def shortened(text, limit=70):
 
 
 def difference(old, new, limit=70):
-    """Both texts, of long ones the part that differs."""
+    """Both texts, shortened to the part that differs if they are long."""
     old, new = one_line(old), one_line(new)
     if max(len(old), len(new)) > limit:
         start = 0
@@ -110,8 +110,8 @@ class Scanner:
     def __init__(self, name, path, text, macros):
         self.name, self.path, self.text, self.macros = name, path, text, macros
         self.mutants, self.edits = [], []
-        self.constants = {}   # of the declaration's offset: the mutants of a constant and its new values
-        self.references = {}  # of the declaration's offset: ranges of its uses, None for a use in a constant expression
+        self.constants = {}   # by the declaration's offset: the mutants of a constant and its new values
+        self.references = {}  # by the declaration's offset: ranges of its uses, None for a use in a constant expression
         self.lines = text.split("\n")
 
     # --- Collecting ------------------------------------------------------------------------------
@@ -147,12 +147,12 @@ class Scanner:
             context.constants[0].append((mutant, self.text[begin:start] + new + self.text[end:stop]))
 
     def choose_by_call(self, kind, new):
-        """g++ 12 evaluates the index of a conditional expression in one of its halves only, so that this is none."""
+        """Switches in a lambda, because g++ 12 evaluates the index of a conditional expression in one of its halves only."""
         self.edits[-1].switched = lambda number, inner: \
             f"[](bool broken) -> {kind} {{ if (broken) return {new}; return {inner}; }}(VeltoMutant({number}))"
 
     def statement(self, cursor, kind, context, change="deleted"):
-        """A mutant without a statement."""
+        """A mutant in which this statement is deleted."""
         start, end = cursor.extent.start.offset, cursor.extent.end.offset
         end = self.text.index(";", end) + 1
         mutant = self.mutant(start, kind, f"{shortened(self.text[start:end], 110)} → {change}", False, context.constexpr)
@@ -204,7 +204,7 @@ class Scanner:
 
     @staticmethod
     def children(cursor):
-        """A lambda's tree has its captures and parameters twice."""
+        """The children of a cursor; of a lambda only parameters and body, because its tree has captures and parameters twice."""
         children = list(cursor.get_children())
         if cursor.kind == CursorKind.LAMBDA_EXPR:
             return [child for child in children if child.kind in (CursorKind.COMPOUND_STMT, CursorKind.PARM_DECL)]
@@ -328,7 +328,7 @@ class Scanner:
         return None
 
     def has_other_value_already(self, value):
-        """Has a mutant with another value, as a constant or as a negation."""
+        """Whether a mutant of a constant or of a comparison changes the value already."""
         core = self.unwrapped(value)
         if core.kind == CursorKind.UNARY_OPERATOR and self.unwrapped(next(core.get_children())).kind in LITERALS:
             return True
@@ -394,11 +394,11 @@ class Scanner:
         mutant = self.mutant(cursor.extent.start.offset, "lock", f"{before} → locked until the end of the outer block")
         begin, after = parent.extent.start.offset, cursor.extent.end.offset
         owner = f"veltoExtension{begin}"
-        # A name of the place alone: the same text in both edits.
+        # The variable's name contains the place, so that both edits use the same variable.
         self.edits.append(Edit(begin, begin, 0, mutant, lambda number, inner: f"velto_mutants::LockExtension {owner}; ",
                                lambda inner: f"velto_mutants::LockExtension {owner}; "))
         handover = f" velto_mutants::LockHandover veltoHandover{begin}({name}, "
-        # Forced needs the declaration as a lock that can be released.
+        # Even without a switch, this needs the declaration by locked(), whose lock can be released.
         self.edits.append(Edit(after, after, 0, mutant,
                                lambda number, inner: f"{handover}VeltoMutant({number}), {owner});",
                                lambda inner: f"{handover}true, {owner});"))
@@ -426,7 +426,7 @@ class Scanner:
         return None
 
     def is_equality(self, core):
-        """Has a mutant that negates it already."""
+        """Whether another mutant of the expression negates it already."""
         if core.kind == CursorKind.BINARY_OPERATOR or core.kind == CursorKind.CALL_EXPR:
             operator = self.operator_of(core)
             return operator is not None and operator[1] in ("==", "!=")
@@ -453,7 +453,7 @@ class Scanner:
     # --- Expressions -----------------------------------------------------------------------------
 
     def operator_of(self, cursor):
-        """(left, operator, right) of a built-in or an overloaded operator; None if it is none."""
+        """(left, operator, right) of a built-in or an overloaded operator; None for another expression."""
         children = list(cursor.get_children())
         if cursor.kind in (CursorKind.BINARY_OPERATOR, CursorKind.COMPOUND_ASSIGNMENT_OPERATOR) and len(children) == 2:
             left, right = children
@@ -566,7 +566,7 @@ class Scanner:
             return value
         if kind in NUMBERS:
             return f"std::remove_cv_t<decltype({name})>{opening}{value}{closing}"
-        # An object that exists: a copy would need memory, which a test may refuse.
+        # Refers to a static object: a copy would need memory, which a test may refuse.
         return f"[]() -> decltype({name}) & {{ static decltype({name}) other{opening}{value}{closing}; return other; }}()"
 
 
@@ -578,11 +578,11 @@ class Context:
     function: object = None
     constants: tuple = None  # the values of the constant that is being initialised, and the range of the initialiser
     parent: object = None
-    owner: object = None     # of the parent
+    owner: object = None     # the parent's parent
 
 
 def give_keys(mutants, first_number):
-    """Keys and numbers, in the order of the places of a file."""
+    """Gives keys and numbers to the mutants of a file, in the order of their places."""
     seen = {}
     for number, mutant in enumerate(mutants, first_number):
         same = "|".join((mutant.file, mutant.kind, mutant.content, mutant.change))
@@ -592,7 +592,7 @@ def give_keys(mutants, first_number):
 
 
 def scan(unit, files):
-    """Scanners of those of `files` (path to name and first number) that a translation unit contains, by name."""
+    """{name: scanner} of the files of a translation unit. `files`: {path: (name, first number)}."""
     macros, tops = {}, []
     for cursor in unit.cursor.get_children():
         if cursor.kind in (CursorKind.MACRO_DEFINITION, CursorKind.INCLUSION_DIRECTIVE) or cursor.location.file is None:
@@ -627,14 +627,14 @@ def parse(path, arguments):
 
 
 def render(text, edits, excluded=frozenset(), forced=None):
-    """The copy of a source with switches, except for the mutants with an excluded key. `forced` is broken without a
-    switch."""
+    """The copy of a source with switches, except for the mutants with an excluded key. The mutant `forced` is
+    broken without a switch."""
     root = [0, len(text), None, []]
     stack = [root]
     chosen = [edit for edit in edits if edit.mutant is forced or
               (edit.switched is not None and not edit.mutant.separate and edit.mutant.key not in excluded)]
     for edit in sorted(chosen, key=lambda edit: (edit.start, -edit.end, edit.order)):
-        # What is inserted at the end of a place is behind it.
+        # Text that is inserted at the end of a place goes behind that place.
         while edit.end > stack[-1][1] or (edit.start == stack[-1][1] and len(stack) > 1):
             if edit.start < stack[-1][1] < edit.end:
                 raise RuntimeError(f"{edit.mutant.file}:{edit.mutant.line}: places overlap: {edit.mutant.change}")

@@ -2,7 +2,7 @@
 
 Places are relations, logic, conditions, constants, arithmetic, returned values, calls, assignments, jumps and locks in
 capture, handler, platform, playback, render and support. All mutants are compiled at once, each behind a switch, under
-AddressSanitizer; those that no switch can reach are compiled one by one, after the others.
+AddressSanitizer. Where no switch is possible, as in a case label, mutants are compiled one by one, after the others.
 
 A mutant is caught if a test fails, the program crashes, a sanitizer reports an error or the time limit passes. Survivors
 that have a reason are in tests/mutants/survivors.toml.
@@ -22,26 +22,27 @@ import threading
 import measuring
 
 SCRIPT = measuring.Script("mutants", __doc__)
-SCRIPT.parser.epilog = "Exit code: 0 if the goal is met, 1 if it is missed, 2 for wrong arguments or if the run fails."
+SCRIPT.parser.epilog = "Exit code: 0 if the goal is met, 1 if it is missed or the preparation fails, 2 for wrong arguments or " \
+    "if the run fails, 130 after Ctrl-C."
 
 
 def arguments():
     add = SCRIPT.parser.add_argument
     add("--sample", type=int, metavar="N", help="N mutants, chosen at random")
-    add("--seed", type=int, default=1, metavar="S", help="of the random choice; default 1")
+    add("--seed", type=int, default=1, metavar="S", help="seed of the random choice; default 1")
     add("--all", action="store_true", help="all mutants")
     add("--only", action="append", default=[], metavar="FILE[:LINE]", help="mutants of these places; also a folder or a pattern; "
         "can be repeated")
     add("--id", action="append", default=[], metavar="ID", help="this mutant; can be repeated")
     add("--again", action="store_true", help="forget earlier results of the chosen mutants")
-    add("--without-walk", action="store_true", help="leave out the tests of one second and more, among them the fault walk")
+    add("--without-walk", action="store_true", help="leave out the tests that take a second or more, among them the fault walk")
     add("--jobs", type=int, metavar="N", help="processes at a time; default: the number of processors")
     add("--list", action="store_true", help="list the mutants, run none")
     add("--show", metavar="ID", help="print one mutant, the tests that reach it, and its result")
 
 
 class State:
-    """Results on disk, a line for each: what a run with the same sources and tests has found."""
+    """The results of earlier runs with the same sources and tests, on disk, one line each."""
 
     def __init__(self, folder, fingerprint):
         self.file = folder / "results.jsonl"
@@ -71,7 +72,7 @@ class State:
 
 class Run:
     def __init__(self, options):
-        # They need python3-clang, which scripts/setup installs.
+        # These modules need python3-clang, which scripts/setup installs.
         import mutants_build
         import mutants_tests
         self.build, self.tests = mutants_build, mutants_tests
@@ -165,7 +166,7 @@ class Run:
         if not left:
             return
         self.prepare()
-        # Building may have found more that need a compilation of their own.
+        # The build may have found more mutants that need a separate compilation.
         separate += [mutant for mutant in switched if self.copies.is_separate(mutant)]
         switched = [mutant for mutant in switched if not self.copies.is_separate(mutant)]
         with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
@@ -185,7 +186,7 @@ class Run:
             self.run_separately(separate, len(left))
 
     def run_separately(self, mutants, count):
-        SCRIPT.warn(f"compiling one by one what no switch can break: {len(mutants)}")
+        SCRIPT.warn(f"compiling the mutants without a switch one by one: {len(mutants)}")
         try:
             for mutant in mutants:
                 if self.copies.build_separately(mutant):

@@ -48,7 +48,7 @@ class Result:
     outcome: str
     by: str = ""       # the test that failed, or the last that ran
     seconds: float = 0.0
-    tests: int = 0     # that reach the mutant
+    tests: int = 0     # number of tests that reach the mutant
 
 
 @dataclasses.dataclass
@@ -79,7 +79,7 @@ STOP = threading.Event()  # set when the run is interrupted: ends the test proce
 
 
 def has_ended(process):
-    """Does not collect the process, so that its id stays its own until its group is killed."""
+    """Does not reap the process, so that no other process gets its id before its group is killed."""
     return os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
 
 
@@ -100,7 +100,7 @@ def groups_of(build, programs):
 
 
 def start(group, tests, mutant, limit_of, record=None):
-    """Runs tests of a group in a process of their own, until the first fails. `limit_of(test)`: seconds."""
+    """Runs tests of a group in a separate process, until the first fails. `limit_of(test)`: seconds."""
     environment = {**os.environ, **group.environment, "GTEST_FILTER": tests, "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no",
                    "VELTO_MUTANT": str(mutant)}
     environment["ASAN_OPTIONS"] = ":".join(filter(None, (environment.get("ASAN_OPTIONS"), SANITIZER)))
@@ -183,8 +183,8 @@ class Runner:
         self.verified = set()
 
     def reaching(self, mutant, is_separate):
-        """The tests that reach a mutant. No switch says so for one that is compiled separately, or is reached outside tests,
-        as the program starts or ends: then those that reach its file come first, and all others follow."""
+        """The tests that reach a mutant. If it is compiled separately, or is reached outside tests, as the program starts or
+        ends, no switch records these tests: then those that reach its file come first, and all others follow."""
         if not is_separate and mutant.number not in self.outside:
             return [test for test in self.tests if mutant.number in test.reached]
         own = self.numbers_of_file[mutant.file]
@@ -245,7 +245,7 @@ class Runner:
         return outcome, by
 
     def verify(self, batch, by, limit_of):
-        """A test that fails for another reason than the mutant would make it look caught."""
+        """Runs the failed test without the mutant. If it fails then, too, the mutant was not the reason, and the run ends."""
         single = [test for test in batch if test.name == by] or batch
         tests = ":".join(test.name for test in single)
         if tests in self.verified:

@@ -101,7 +101,7 @@ inline bool VeltoMutant(unsigned id) noexcept
     return id == velto_mutants::active;
 }
 
-// The same in a constexpr function, which the compiler may evaluate: it then sees the unbroken code.
+// The same for a constexpr function. If the compiler evaluates the function, it uses the unbroken code.
 constexpr bool VeltoConstexprMutant(unsigned id) noexcept
 {
     return !std::is_constant_evaluated() && VeltoMutant(id);

@@ -39,8 +39,8 @@ void MapRecord()
     reached = static_cast<unsigned char *>(mapped);
 }
 
-// Writes a line for each test: name, milliseconds, the numbers of the places it reached. What was reached
-// before the first test is called "load".
+// Writes a line for each test: name, milliseconds, the numbers of the places it reached. The line "load"
+// has the places that were reached before the first test.
 class Recorder : public testing::EmptyTestEventListener {
 public:
     void OnTestProgramStart(const testing::UnitTest &) override { Write("load", 0); }
@@ -71,7 +71,7 @@ private:
     }
 };
 
-// Before the constructors of all other static objects, which may be mutants already.
+// Runs before the constructors of all other static objects, because these may reach mutants already.
 __attribute__((constructor(101))) void Choose()
 {
     if (const char *number = std::getenv("VELTO_MUTANT")) {
