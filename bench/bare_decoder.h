@@ -15,7 +15,7 @@ public:
     BareDecoder(const BareDecoder &) = delete;
     BareDecoder &operator=(const BareDecoder &) = delete;
 
-    // Decodes a unit and writes its sound to target(bytes), which returns room for so many bytes.
+    // Decodes a unit and writes its sound to target(bytes), which returns room for that many bytes.
     template <typename Target>
     void Decode(const AacUnit &unit, Target target)
     {

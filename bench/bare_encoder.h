@@ -9,8 +9,8 @@
 
 namespace velto::bench {
 
-// FFmpeg's AAC encoder with the module's settings, and a frame for its input: planes of floats. They throw
-// std::runtime_error when a call of FFmpeg fails.
+// FFmpeg's AAC encoder with the module's settings, and a frame for its input: planes of floats. Both
+// functions throw std::runtime_error when a call of FFmpeg fails.
 AVCodecContext *OpenAacEncoder();
 AVFrame *AllocateEncoderFrame(const AVCodecContext &codec);
 

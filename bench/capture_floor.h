@@ -12,8 +12,8 @@
 namespace velto::bench {
 
 // For each packet: GetBuffer, GetMute, a new buffer for the converter, swr_convert, ReleaseBuffer and
-// GetNextPacketSize. All samples become 16-bit and, when a frame of the encoder is full, its floats; the
-// encoded bytes are queued, and copied once more when they are read.
+// GetNextPacketSize. All samples are converted to 16 bits and, when the encoder's frame is full, back to
+// floats. The encoded bytes are queued, and copied once more when they are read.
 class CaptureFloor {
 public:
     // The packets contain interleaved stereo floats at `rateHz`. Throws std::runtime_error when a call of

@@ -81,7 +81,7 @@ struct Comparison {
         return std::chrono::duration<double>(Clock::now() - begin).count();
     }
 
-    // Reports the times for a second of sound.
+    // Records with the module and the floor once each, and reports their times for a second of sound.
     void Alternate(benchmark::State &state)
     {
         double moduleTime = 0;
@@ -100,7 +100,7 @@ struct Comparison {
         state.counters["floorUs"] = floorTime * 1e6 / (packets * 0.01);
     }
 
-    // Both have encoded the same samples into the same packets.
+    // True if both encoded the samples into the same number of packets, of the same total size.
     bool Agree() const
     {
         return module.Packets() > 0 && module.Packets() == floor.Packets() && module.Bytes() == floor.Bytes();

@@ -16,12 +16,12 @@ namespace velto::bench {
 class SpeakerFloor {
 public:
     explicit SpeakerFloor(BlockQueue &queue);
-    ~SpeakerFloor(); // plays what is in the queue no longer
+    ~SpeakerFloor(); // does not play blocks that are still queued
     SpeakerFloor(const SpeakerFloor &) = delete;
     SpeakerFloor &operator=(const SpeakerFloor &) = delete;
 
-    // Blocks that are in the endpoint buffer or were played. Negative if the stream could not be opened; the
-    // reason is on the standard error.
+    // Blocks that are in the endpoint buffer or were played. Negative after a failure; the reason is on the
+    // standard error.
     int Played() const { return m_played; }
 
 private:

@@ -20,7 +20,7 @@ struct Block {
     size_t size;
 };
 
-// The blocks between a writing and a playing thread: at most twenty, and the oldest goes first.
+// Queues blocks from a writing to a playing thread. Drops the oldest one if there are more than twenty.
 class BlockQueue {
 public:
     void Push(std::unique_ptr<Block> block);
@@ -31,8 +31,8 @@ private:
     std::deque<std::unique_ptr<Block>> m_blocks; // guarded by m_mutex
 };
 
-// A write makes one SetEvent call, for which a thread waits as the idle watchdog does, and one query of an
-// open registry key. It decodes the unit, converts it and queues the block.
+// A write sets an event, for which a thread waits as the idle watchdog does, and makes one query of an open
+// registry key. It decodes the unit, converts it and queues the block.
 class WriteFloor {
 public:
     // Throws std::runtime_error if the registry key, the event or the decoder cannot be created.

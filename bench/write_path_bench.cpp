@@ -31,8 +31,8 @@ constexpr int unitsPerRepetition = 235; // five seconds of sound
 constexpr int repetitions = 41;
 constexpr size_t maxDecodedBytes = 2048 * 2 * sizeof(int16_t); // of a unit with SBR
 constexpr int unitsPerTurn = 10;
-constexpr int turnPairs = 24;        // of a repetition, so that it has about as many units as the others
-constexpr int pairRepetitions = 101; // more than the others have, because the goal is a ratio of these
+constexpr int turnPairs = 24;        // per repetition: about as many units as those of the other benchmarks
+constexpr int pairRepetitions = 101; // more than the others have, because the goal applies to these
 
 // Repeats the units of a file endlessly.
 class UnitLoop {
@@ -51,7 +51,8 @@ void Register(const std::string &name, const std::function<void(benchmark::State
            benchmark::kMicrosecond);
 }
 
-// What a benchmark calls for the units of a file. Each has its own loop: a unit depends on those before it.
+// The units of a file, for each of the programs that are compared. None of them may miss a unit, because
+// decoding a unit depends on those before it.
 struct FileLoops {
     explicit FileLoops(const std::vector<AacUnit> &units) : module(units), floor(units), decoder(units) {}
 

@@ -5,7 +5,7 @@ if(VELTO_WERROR)
     add_compile_options(-Werror)
 endif()
 if(VELTO_MUTANTS)
-    add_compile_options(-w -Wno-narrowing) # the switches in the copies of the sources cause many
+    add_compile_options(-w -Wno-narrowing) # the switches in the copies cause many warnings
 endif()
 # Further warnings, for the module and the stand-ins in platform/.
 set(velto_strict_warnings -Wconversion -Wsign-conversion -Wshadow)

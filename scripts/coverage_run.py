@@ -1,7 +1,7 @@
 """Runs the unit tests natively under gcov, and counts the lines and branches of the module that they run.
 
-Writes the figures into docs/reliability.md. Each line that no test runs needs its reason in scripts/uncovered.txt. Each folder
-has the goals.
+Writes the figures into docs/reliability.md. Each line that no test runs needs its reason in scripts/uncovered.txt. The goals
+apply to each folder.
 """
 
 import contextlib
@@ -42,7 +42,7 @@ def measure(options):
     else:
         SCRIPT.publish("reliability.md", text)
     for file, line in excused_lines.Excused().unneeded(counted["notRun"]):
-        # Not a failure: some lines are run by some runs only.
+        # Not a failure: only some runs reach the line.
         SCRIPT.say(f"{file}: this run needed no reason for `{line}`")
     SCRIPT.say(coverage_page.summary(counted))
     return SCRIPT.finish(missed)

@@ -11,8 +11,8 @@ AFTER = "  <- after  "  # separates a line from the line before it
 
 
 def named_lines(file):
-    """Returns the names of a file's lines: {number: name}. A name is the line's text and, as far as other lines have the same
-    text, the lines before it."""
+    """Returns the names of a file's lines: {number: name}. A name is the line's text, followed by as many of the
+    lines before it as make it unique."""
     lines = [line.strip() for line in (measuring.REPOSITORY / file).read_text("utf-8").splitlines()]
     names = {}
     ambiguous = range(1, len(lines) + 1)
@@ -49,7 +49,7 @@ class Excused:
             times = collections.Counter(named_lines(file).values())
             for name in reasons:
                 if times[name] != 1:
-                    yield f"{FILE.name} names `{name}`, of which {file} has {times[name]}"
+                    yield f"{FILE.name} has `{name}`, which does not name exactly one line of {file}"
 
     def unexcused(self, not_run):
         """Yields file and line of each line that is neither run nor excused."""

@@ -16,7 +16,7 @@ DOCS = REPOSITORY / "docs"
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "velto-audio-handler"
 
 INTERRUPTED = 130  # the usual exit code after Ctrl-C
-# What a run can fail with. Other exceptions are mistakes in a script, and end it with their trace.
+# The failures of a run. Other exceptions are mistakes in a script, and end it with their trace.
 FAILURES = (RuntimeError, OSError, AssertionError, subprocess.SubprocessError)
 EXIT_CODES = "Exit code: 0 if all goals are met, 1 if one is missed or the run fails, 2 for wrong arguments, 130 after Ctrl-C."
 
@@ -161,7 +161,7 @@ def _git(*arguments):
 
 @functools.cache
 def commit():
-    """Returns the commit that is measured: that of the first call. Changed pages do not count as changes."""
+    """Returns the commit that was checked out at the first call. Changed pages do not count as changes."""
     name = _git("rev-parse", "--short=10", "HEAD")
     if not name:
         return "of unknown name"
