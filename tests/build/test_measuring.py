@@ -73,7 +73,7 @@ class PageTest(Folder):
         self.assertNotIn("Old figures.", self.page())
         self.assertIn("commit 0123456789. **The run failed**: the host ended with 5; its log: build/host.log\n", self.page())
 
-    def test_run_without_failure_leaves_the_page_to_its_figures(self):
+    def test_run_without_failure_leaves_the_page_unchanged(self):
         def measure(script):
             with script.failures_go_to("page.md"):
                 return script.finish([])

@@ -155,7 +155,7 @@ public:
     std::vector<ClientRecord> Clients() const; // in the order of their activation
     std::vector<uint8_t> Written(const std::wstring &id) const;
     std::vector<UINT32> ReleasedFrames() const; // the argument of each ReleaseBuffer of the microphone
-    std::vector<IID> ReleasedObjects() const;   // the interfaces of released objects, in their order
+    std::vector<IID> ReleasedObjects() const;   // their interfaces, in the order of release
     int LiveObjects() const;                    // counts only objects created since the last Reset
     int RegisteredCallbacks() const;
     std::vector<IMMNotificationClient *> Callbacks() const; // in the order of their registration

@@ -1,4 +1,4 @@
-// What the module did with the registry's keys. The calls themselves are in fake_windows.h.
+// Queries about the registry's keys. The fake calls are declared in fake_windows.h.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 
 namespace fakewin {
 
-// The access of each key that was opened or created, since the last Reset.
+// The access rights that were requested when keys were opened or created, since the last Reset.
 std::vector<REGSAM> RequestedRegistryAccess();
 // True for a key that exists and that Windows would keep when it restarts.
 bool IsPermanentRegistryKey(HKEY root, const std::wstring &path);

@@ -157,7 +157,7 @@ bool LogRecorder::Await(int level, const std::wstring &text, const std::string &
 
 // --- The interface of the platform's library ---------------------------------------------------
 
-// Takes a moment, so that other threads of a test call it meanwhile.
+// Sleeps, so that other threads of a test need the logger before it is constructed.
 Logger::Logger(std::string channel)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

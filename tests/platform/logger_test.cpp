@@ -222,7 +222,8 @@ std::size_t DescriptorsOf(const std::filesystem::path &path)
     return count;
 }
 
-// Makes a thread own the log's lock until this process ends: it writes to a full pipe. False on a failure.
+// Starts a thread that owns the log's lock until this process ends, because it writes to a full pipe. False
+// on a failure.
 bool BlockThreadInLog(const std::filesystem::path &path)
 {
     if (mkfifo(path.c_str(), 0600) != 0) {
@@ -236,7 +237,7 @@ bool BlockThreadInLog(const std::filesystem::path &path)
     }
     SetEnvironment("VELTO_LOG_FILE", path);
     std::thread([] { Logger("Blocked").Log(LOG_LEVEL_INFO, Text(L"never written")); }).detach();
-    // The thread opens the file after it has locked.
+    // The thread opens the pipe after it has locked the log.
     for (int tries = 0; DescriptorsOf(path) < 2; ++tries) {
         if (tries == 1000) {
             return false;

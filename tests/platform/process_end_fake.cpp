@@ -1,5 +1,5 @@
-// Replaces the logging library's process_end.cpp where the system runs no module code after it has killed the
-// other threads: a test can claim that the process is ending.
+// Replaces the logging library's process_end.cpp in native builds, so that a test can claim that the process
+// is ending. Only Windows runs module code after it has killed the other threads.
 #ifndef _WIN32
 
 #include "tests/platform/process_end_fake.h"

@@ -1,4 +1,4 @@
 #pragma once
 
-// From now on, the logging library takes the process to be ending. Not on Windows.
+// From now on, the logging library assumes that the process is ending. Native builds only.
 void PretendThatProcessEnds();

@@ -17,19 +17,19 @@
 namespace velto_test {
 
 struct StormPlan {
-    uint32_t seed = 1; // each thread makes the same calls for the same seed
+    uint32_t seed = 1; // each thread makes the same random choices for the same seed
     double pace = 1;   // multiplies all pauses and the length of recordings; 1 suits real devices
     // Without a number, the storm lasts until Stop. In a round, each thread makes about 45 writes, 34 other
-    // calls of a speaker, or one recording.
+    // calls, or one recording.
     std::optional<uint32_t> rounds;
 };
 
-// One thread uses the object.
+// For use by one thread.
 class CallStorm {
 public:
     // Starts the threads. `units` is not empty. The table and the units outlive this object.
     CallStorm(const AudioHandlerTable &table, const AacUnits &units, const StormPlan &plan);
-    // Stops.
+    // Calls Stop.
     ~CallStorm();
     CallStorm(const CallStorm &) = delete;
     CallStorm &operator=(const CallStorm &) = delete;

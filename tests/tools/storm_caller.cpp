@@ -11,7 +11,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t mostUnitsAtOnce = 30;
 constexpr uint32_t longestRecordMs = 3000; // real devices take up to a second to deliver the first packet
-constexpr uint32_t faultInterval = 10;     // on average, every tenth call has a certain fault
+constexpr uint32_t faultInterval = 10;     // each kind of fault is in one call of ten, on average
 
 const std::array<std::string, 2> speakers{VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER};
 const std::array<std::string, 2> microphones{VELTO_ID_MIC, VELTO_ID_MODEM_MIC};
@@ -138,7 +138,7 @@ void StormCaller::Read()
     const std::string &id = random.AnyOf(microphones);
     // As long as the longest packet. On the heap, where AddressSanitizer reports a write past the end.
     std::vector<uint8_t> data(1536);
-    // The module only derives its waiting time from the size: 20 ms, or 1 ms.
+    // The module only derives its waiting time from the size: 22 ms, or 3 ms.
     const uint32_t requested = random.OneIn(2) ? 3840U : 200U;
     const bool isWithoutData = random.OneIn(faultInterval);
     StreamFrameHeader header{0, requested, 0};

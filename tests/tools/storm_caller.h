@@ -38,7 +38,7 @@ private:
 class StormCaller {
 public:
     // `pace` multiplies all times. The table, the units, of which there is at least one, and `stopped`
-    // outlive this object. Once `stopped` is true, calls that repeat themselves end early.
+    // outlive this object. Once `stopped` is true, functions that make several calls end early.
     StormCaller(const AudioHandlerTable &table, const AacUnits &units, double pace,
                 const std::atomic<bool> &stopped, uint32_t seed)
         : random(seed), m_table(table), m_units(units), m_pace(pace), m_stopped(stopped)
@@ -73,7 +73,7 @@ private:
     const std::atomic<bool> &m_stopped;
 
     // Each thread counts for itself. A lock that all threads share would put their calls in an order, and
-    // would so hide data races from ThreadSanitizer.
+    // would thereby hide data races from ThreadSanitizer.
     mutable std::mutex m_mutex;
     StormFigures m_figures; // guarded by m_mutex
 };

@@ -15,7 +15,7 @@ public:
     // Each difference from the documentation, and how often it was seen.
     using Differences = std::map<std::string, uint64_t>;
 
-    // `slot` is a string literal. `isDocumented`: the result, and all that the call returned besides.
+    // `slot` is a string literal. `isDocumented`: the result and all other outputs are as documented.
     void Note(std::string_view slot, int32_t result, bool isDocumented);
     void NotePacket() { ++m_packets; }
     void Add(const StormFigures &other);

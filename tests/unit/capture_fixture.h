@@ -48,11 +48,11 @@ protected:
     // the capture has stopped.
     uint32_t ReadPacket();
 
-    // Expects a call to return that depends on the end of a long read. After ten seconds without a return,
-    // wakes the reads of `reading`, so that the test fails instead of waiting forever.
+    // Expects that `call`, which waits for the end of a long read, returns. After ten seconds without a
+    // return, wakes the reads of `reading`, so that the test fails instead of waiting forever.
     static void ExpectReturns(std::future<void> &call, velto::AudioCaptureProbe &reading);
 
-    // The names of the last released COM objects, in their order.
+    // The names of the last released COM objects, in the order of release.
     std::vector<std::string> LastReleased(size_t count) const;
 
     fakes::Endpoint &Microphone() { return audio.Get(L"microphone"); }

@@ -43,7 +43,7 @@ void CaptureLoop::RunLoopOnThisThread(int emptyPasses)
     IAudioEndpointVolume *volume = nullptr;
     ASSERT_TRUE(probe.GetLoopBackAudioCapture(client, captureClient, volume));
     probe.SetStopped(false);
-    probe.Frame().fillCount = 5; // the loop starts with an empty frame
+    probe.Frame().fillCount = 5; // the loop must empty the frame first
     const int packets = static_cast<int>(Microphone().packets.size());
     audio.Before(
         Method::CaptureGetBuffer, [&] { probe.SetStopped(true); }, packets + emptyPasses);
@@ -391,12 +391,12 @@ TEST_F(CaptureLoop, ErrorIsLoggedAndStopsCaptureAndNotifierBeforeItReturns)
     EXPECT_TRUE(probe.Stopped());
     EXPECT_EQ(probe.Notifier(), nullptr);
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
-    probe.Packets().PushFree(probe.Packets().PopFree()); // a stopped queue does not take it
+    probe.Packets().PushFree(probe.Packets().PopFree()); // a stopped queue ignores it
     EXPECT_EQ(probe.Packets().PopFree(), nullptr);
     probe.Teardown();
 }
 
-// Sets only the stop flag, so that the packets of the drain can still be queued.
+// The test sets only the stop flag, so that the packets of the drain can still be queued.
 TEST_F(CaptureLoop, DrainsEncoderThenStopsQueueThenClientAtEnd)
 {
     audio.Deliver(QuietPacket(1024));
@@ -407,7 +407,7 @@ TEST_F(CaptureLoop, DrainsEncoderThenStopsQueueThenClientAtEnd)
     bool queueStopped = false;
     audio.Before(Method::Stop, [&] {
         queued = probe.Packets().DataCount();
-        probe.Packets().PushData(probe.Packets().PopData()); // a stopped queue does not take it
+        probe.Packets().PushData(probe.Packets().PopData()); // a stopped queue ignores it
         queueStopped = probe.Packets().DataCount() == queued - 1;
     });
     probe.SetStopped(true);
@@ -465,7 +465,7 @@ TEST_F(CaptureLoop, RescalesTimeStampsFromMicrophoneRateToMicroseconds)
 {
     struct Row {
         uint32_t rateHz;
-        int64_t microseconds; // of a frame
+        int64_t microseconds; // the duration of a full frame
     };
     for (const Row &row : {Row{44100, 23220}, Row{48000, 21333}, Row{96000, 10667}}) {
         Microphone().mixFormat.rateHz = row.rateHz;

@@ -218,7 +218,7 @@ TEST_F(CaptureRead, DeliversEachPacketToOneOfTwoReaders)
         reader.join();
     }
     for (const std::vector<uint16_t> &numbers : delivered) {
-        EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end())) << "each reader gets them in order";
+        EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end())) << "each reader gets packets in order";
     }
     std::vector<uint16_t> all = delivered[0];
     all.insert(all.end(), delivered[1].begin(), delivered[1].end());
@@ -264,7 +264,7 @@ TEST_F(CaptureRead, DeletionWaitsForReadThatStopEnds)
     packet->size = 1;
     otherProbe.Packets().PushData(packet); // does not wake the read
     auto readBlocked = otherProbe.HoldReads();
-    other->Stop(); // wakes it; it blocks before it takes the packet
+    other->Stop(); // wakes the read, which blocks before it takes the packet
     AudioCapture *taken = AudioCapture::TakeCurrent();
     EXPECT_EQ(taken, other);
     EXPECT_EQ(AudioCapture::Current(), nullptr);

@@ -559,7 +559,7 @@ TEST_F(CaptureSetup, ReleasesEncoderOnCaptureThreadWhenClientDoesNotStart)
     EXPECT_EQ(audio.Clients()[1].stops, 0);
 }
 
-// The init thread leaves its apartment first, after it has read the mix format; then the capture thread.
+// The second CoUninitialize call. The init thread makes the first one, after it has read the mix format.
 constexpr int captureThreadLeavesCom = 2;
 
 TEST_F(CaptureSetup, ReleasesInterfacesThenComThenEncoderWhenClientDoesNotStart)
@@ -680,7 +680,7 @@ TEST_F(CaptureSetup, PrepareFailsWhenEncoderRefusesParameters)
 
 TEST_F(CaptureSetup, PrepareFailsWhenFrameCannotBeAllocated)
 {
-    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // too long for a frame
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // exceeds the longest frame
     EXPECT_EQ(capture->Prepare(), -10002);
     ExpectLine(errorLevel, L"Alloc audio frame failed!", encoderTag);
     AwaitNotPrepared();
@@ -705,7 +705,7 @@ TEST_F(CaptureSetup, FailedEncoderSetUpReleasesWhatItSetUp)
         EXPECT_EQ(probe.InitAudioEncoder(), -10002);
         EXPECT_TRUE(IsEncoderReleased(probe)) << "without packets";
     }
-    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // too long for a frame
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, 2 << 20); // exceeds the longest frame
     EXPECT_EQ(probe.InitAudioEncoder(), -10002);
     EXPECT_TRUE(IsEncoderReleased(probe)) << "without a frame";
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_open2, fakeffmpeg::withoutConfiguration);

@@ -25,7 +25,7 @@ protected:
         }
     }
 
-    // Opens and forgets the steps so far.
+    // Opens the renderer, names its resources, and clears the journal.
     void OpenAndName()
     {
         ASSERT_TRUE(Open());
@@ -115,7 +115,7 @@ TEST_F(RenderReleaseOrder, FailedRegistrationReleasesEnumeratorThenResourcesAndL
               (Steps{"Release IMMDeviceEnumerator", "CloseHandle buffer event", "CoUninitialize"}));
 }
 
-// The wait event is created last, when there are all three objects.
+// The wait event is created last, when all three objects exist.
 TEST_F(RenderReleaseOrder, FailedDeviceSetupReleasesDeviceBeforeClients)
 {
     fakewin::Fail(Call::CreateEventW, ERROR_NOT_ENOUGH_MEMORY, 2);

@@ -238,7 +238,7 @@ TEST_F(RenderResampler, KeepsToneOfEachChannelAtOtherRates)
                 right.push_back(samples[2 * frame + 1]);
             }
         }
-        // Whole periods of both tones: 10 ms are 10 and 25.
+        // 10 ms contain whole periods of both tones, 10 and 25.
         const size_t whole = left.size() - left.size() % (rateHz / 100);
         left.resize(whole);
         right.resize(whole);

@@ -50,7 +50,7 @@ protected:
     static std::vector<LogEntry> Lines(const std::wstring &text) { return {{errorLevel, text, writeTag}}; }
 
     const std::vector<uint8_t> block = MakeBlock();
-    int callsOfOpening = 0; // to the endpoint
+    int callsOfOpening = 0; // endpoint calls that opening made
 };
 
 } // namespace velto_test

@@ -51,7 +51,7 @@ protected:
     void Start();
     // Advances the clock until the watchdog has released the speakers.
     static void Release();
-    // For tests in which no watchdog runs.
+    // Stops the speakers in a test in which no watchdog runs.
     static void StopWithoutWatchdog();
 
     int32_t Write(const char *id, AacUnit unit, int32_t streamType = 3);
@@ -73,7 +73,7 @@ protected:
     std::vector<SentEvent> sentEvents;
     // Called once, by the next event.
     std::function<void()> onEvent;
-    // Of the module's static objects.
+    // The play threads of the module's static objects.
     velto::AudioPlayThread *mediaThread = nullptr;
     velto::AudioPlayThread *callThread = nullptr;
 

@@ -29,7 +29,7 @@ protected:
         }
     }
 
-    // Fills an armed cushion.
+    // Writes the units that fill an armed cushion, and waits until all of them were played.
     void PlayFirst(const char *id, const wchar_t *endpoint, const std::vector<AacUnit> &units)
     {
         const size_t played = Blocks(endpoint);
@@ -114,7 +114,7 @@ TEST_F(SpeakerTrackSound, PlaysQueuedUnitsAfterClose)
 
 // The watchdog stops the threads one after the other. A unit that is written meanwhile is decoded, and is the
 // first to be played after the next start.
-TEST_F(SpeakerTrackSound, KeepsUnitOfReleaseForNextStart)
+TEST_F(SpeakerTrackSound, KeepsUnitWrittenDuringReleaseForNextStart)
 {
     PlayFirst("speaker1", mediaEndpoint, Part(media, 0, cushionBlocks));
     int32_t state = 0;
@@ -165,8 +165,8 @@ protected:
         }
     }
 
-    // Makes the listener call the table, first from another thread: if `send` has locked a mutex, this thread
-    // waits for it, and the listener returns after ten seconds instead of waiting for itself.
+    // Makes the listener call the table, first from another thread: if `send` has locked a mutex, that
+    // thread waits for it, and the listener returns after ten seconds instead of waiting for itself.
     void ExpectListenerMayCallTable(const std::function<int32_t()> &send)
     {
         std::promise<void> finished;

@@ -66,7 +66,8 @@ public:
     // Prints the reason of a failure, also as the result. Returns the exit code.
     ExitCode Fail(ExitCode exitCode, const std::string &reason) const;
 
-    // In a catch block: the same for the caught exception. Rethrows what is no std::exception.
+    // To be called in a catch block. Fails with the caught exception's text and exit code. Rethrows an
+    // exception that is no std::exception.
     ExitCode FailWithCaught() const;
 
     // True if stderr is a console, where a line can be rewritten.

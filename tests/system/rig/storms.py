@@ -60,6 +60,6 @@ def check_calls(test, host, code):
     for slot in ("WriteStreamBuffer", "SetAudioParameter", "CloseAudioTrack", "GetAudioCapability", "OpenAudioRecord",
                  "ReadStreamBuffer", "CloseAudioRecord", "RegisterListener"):
         test.assertGreater(sum(summary["calls"][slot].values()), 3, slot)
-    # One write in five has a wrong id or no header and gets -2000, unless another thread is opening the devices.
+    # One write in five has a wrong id length or no header and gets -2000, unless another thread is opening the devices.
     writes = summary["calls"]["WriteStreamBuffer"]
     test.assertGreater(writes.get("-2000", 0), sum(writes.values()) / 10, writes)
