@@ -25,7 +25,7 @@ AacUnits ReadUnits(const std::string &file)
         }
     }
     if (units.empty()) {
-        throw AacFileError(file + ": has no frame");
+        throw AacFileError(file + ": has no unit");
     }
     return units;
 }
