@@ -1,4 +1,4 @@
-"""The measuring scripts' pages and goals, and .ci/run: a failure reaches the page, and each folder, line and check counts."""
+"""The measuring scripts' pages and goals, and scripts/check: a failure reaches the page, and each folder, line and check counts."""
 
 import contextlib
 import io
@@ -134,19 +134,18 @@ class CoverageGoalsTest(Folder):
         self.assertEqual(len(self.missed(branchesRun=84)), 1)
 
 
-class BuildMachineTest(Folder):
+class CheckTest(Folder):
     CHECKS = ("test", "coverage", "lint")
 
     def run_checks(self, **exit_codes):
-        """Runs .ci/run on scripts that only print their name. Returns the exit code and the lines of output."""
-        (self.root / ".ci").mkdir()
+        """Runs scripts/check on scripts that only print their name. Returns the exit code and the lines of output."""
         (self.root / "scripts").mkdir()
-        shutil.copy(REPOSITORY / ".ci" / "run", self.root / ".ci")
+        shutil.copy(REPOSITORY / "scripts" / "check", self.root / "scripts")
         for name in self.CHECKS:
             script = self.root / "scripts" / name
             script.write_text(f'#!/bin/sh\necho "{name} $*"\nexit {exit_codes.get(name, 0)}\n', "utf-8")
             script.chmod(0o755)
-        done = subprocess.run([self.root / ".ci" / "run", "-R", "unit"], capture_output=True, text=True, check=False)
+        done = subprocess.run([self.root / "scripts" / "check", "-R", "unit"], capture_output=True, text=True, check=False)
         return done.returncode, [line for line in done.stdout.splitlines() if line]
 
     def test_passes_when_all_checks_pass(self):
@@ -154,7 +153,7 @@ class BuildMachineTest(Folder):
         self.assertEqual(code, 0)
         self.assertEqual(lines[:3], ["test -R unit", "coverage --show", "lint "])
         self.assertEqual([line.split(" after")[0] for line in lines[3:]],
-                         ["ci: tests: passed", "ci: coverage: passed", "ci: lint: passed"])
+                         ["check: tests: passed", "check: coverage: passed", "check: lint: passed"])
 
     def test_any_failure_fails_the_run_after_all_checks(self):
         for name in self.CHECKS:
@@ -163,7 +162,6 @@ class BuildMachineTest(Folder):
                 self.assertEqual(code, 1)
                 self.assertEqual([line.split()[0] for line in lines[:3]], list(self.CHECKS))
                 self.assertEqual(sum("failed with 3" in line for line in lines[3:]), 1)
-            shutil.rmtree(self.root / ".ci")
             shutil.rmtree(self.root / "scripts")
 
 
