@@ -4,7 +4,7 @@
  * The C interface between a VELTO host process and LibVeltoAudioHandler.
  *
  * The module turns the PC's loudspeaker and microphone into audio devices of a remote phone. A host
- * loads the DLL, calls VELTOGetAudioHandler() once to fill an AudioHandlerTable of its own, and makes
+ * loads the DLL, calls VELTOGetAudioHandler() once to fill its own AudioHandlerTable, and makes
  * every later call through this table. The header compiles as C99 or later and C++11 or later.
  *
  * Terms

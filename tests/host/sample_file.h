@@ -1,4 +1,4 @@
-// AAC files for tests, made with FFmpeg's encoder and muxers. Each has a temporary folder of its own.
+// AAC files for tests, made with FFmpeg's encoder and muxers. Each file is in a separate temporary folder.
 #pragma once
 
 #include <cstdint>

@@ -31,7 +31,7 @@ struct Parameter {
 };
 
 struct PlayOptions {
-    std::vector<std::string> files; // each is a stream of its own
+    std::vector<std::string> files; // each is played as a separate stream
     double gap = 0;                 // pause between two streams
     std::string device = VELTO_ID_SPEAKER;
     int32_t streamType = 3; // media, in the sender's numbering
