@@ -73,6 +73,9 @@ SpeakerTrack::SpeakerTrack()
     std::tie(mediaThread, callThread) = threads;
     for (velto::AudioPlayThread *thread : {mediaThread, callThread}) {
         velto::AudioPlayThreadProbe(*thread).FreeQueued();
+        // A notification of an earlier test would let the renderer change its endpoint at the first block.
+        velto::AudioPlayThreadProbe(*thread).Player()->SetDeviceChanged(false);
+        velto::AudioPlayThreadProbe(*thread).Player()->SetPropertyChanged(false);
         thread->needDelay = true;
     }
     fakes::ResetAll();
