@@ -69,7 +69,8 @@ def write(unit, device=0):
 
 def speaker_path(units):
     stereo_mix, mono_mix, wide_mix = b"\x00\x00\x00" * 2, b"\x01\x01\x01" * 2, b"\x03\x00\x02\x04\x03\x05"
-    headset, lost, idle, closed = b"\x07\x02", b"\x07\x01", b"\x07\x00", b"\x06"
+    idle, lost, headset, speakers, lost_headset, played = (bytes([7, way]) for way in range(6))
+    closed = b"\x06"
     for name, sound in units.items():
         yield name, stereo_mix + b"".join(write(unit) for unit in sound[:6])
         for kind, bad in damaged(sound[2], name):
@@ -78,6 +79,9 @@ def speaker_path(units):
     yield "mixed", mono_mix + b"".join(write(unit, i % 2) for i, unit in enumerate(mixed))
     tone = [write(unit) for unit in units["tone"][:8]]
     yield "changes", wide_mix + tone[0] + headset + tone[1] + tone[2] + lost + tone[3] + idle + tone[4] + closed
+    stream = b"".join(tone) + played  # fills the cushion, so that blocks are played
+    yield "switches", stereo_mix + stream + headset + stream + speakers + stream
+    yield "losses", stereo_mix + stream + lost + stream + headset + stream + lost_headset + stream
     # Writes without a StreamFrame, without its header or its payload, with a wrong length of the id, with a size that
     # cannot be allocated, without an id.
     yield "odd", stereo_mix + b"\x04\x00\x04\x01" + b"\x04\x02\x07\x00\x00\x00" + b"\x04\x03\x00" + \
@@ -93,7 +97,8 @@ def speaker_path(units):
 
 
 def host_records():
-    every_id = [bytes([i, way]) for i in range(4) for way in (0, 2)]
+    # With the right length, and with the length 9.
+    every_id = [bytes([i]) + way for i in range(4) for way in (b"\x00", b"\x02\x09\x00\x00\x00")]
 
     def listed(*entries):
         """A parameter list of (key, value): kind, count, then each entry, then the padding of the list."""
@@ -105,12 +110,16 @@ def host_records():
     codes = b"".join(b"\x03" + listed((channel, value), (form, value)) for value in range(20))
     yield "capabilities", b"\x00\x00\x00\x00\x00" * 3
     yield "released", b"\x01\x01\x00\x00\x00\x04\x00\x00\x00"
-    yield "listening", b"\x08\x00" + b"".join(b"\x04" + name for name in every_id)
-    yield "parameters", b"\x08\x00" + b"".join(b"\x02" + name + full for name in every_id)
+    yield "listening", b"\x0a\x00" + b"".join(b"\x04" + name for name in every_id)
+    yield "parameters", b"\x0a\x00" + b"".join(b"\x02" + name + full for name in every_id)
     yield "codes", codes
     yield "read_parameters", b"\x03" + full + b"\x03\x01\x00" + b"\x03\x02\x02" + b"\x03\x00\x0f" + bytes(range(256))
     yield "refused_opening", b"".join(b"\x05" + name + b"\x01\x00\x00\x00\x00\x00" for name in every_id)
     yield "reading", b"".join(b"\x06" + name + bytes([way, 0, 15, 0, 0]) for way in range(4) for name in every_id)
+    microphone, other_microphone, units = b"\x01\x00", b"\x09\x01", b"\x08\x03"
+    opened = b"\x05" + microphone + bytes(6)
+    yield "recording", opened + units + b"\x06" + microphone + b"\x00\x00\x0f\x00\x00" + units + b"\x07" + microphone
+    yield "moved_recording", opened + units + other_microphone + units + b"\x07" + microphone
     yield "closing", b"".join(b"\x07" + name for name in every_id)
     yield "foreign_id", b"\x04\x0cforeign name\x00" + b"\x04\x85" + b"x" * 133 + b"\x00"
 

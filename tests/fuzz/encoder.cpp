@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "effects.h"
 #include "ffmpeg_messages.h"
 #include "input.h"
 #include "tests/fakes/log_recorder.h"
@@ -21,8 +22,18 @@ extern "C" {
 
 namespace {
 
+using velto_fuzz::Effect;
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
+
+Effect opened("opened encoders");
+Effect refusedParameters("refused parameters");
+Effect packets("packets, each decoded");
+Effect refusedFrames("refused frames");
+Effect drained("drained encoders");
+Effect configurations("configurations read");
+Effect refusedCalls("calls with invalid arguments refused");
+Effect closed("closed encoders");
 
 constexpr uint32_t aacFrameLength = 1024;
 
@@ -89,6 +100,7 @@ public:
             EncodeWithInvalidArguments(input);
             break;
         default:
+            closed.Add(m_isOpen);
             m_encoder.Close();
             Closed();
             break;
@@ -119,6 +131,7 @@ private:
         Closed();
         m_isOpen = m_encoder.Initialize(param, frameLength, maxPacketSize);
         Expect(m_isOpen == isSupported, "which parameters are accepted");
+        (m_isOpen ? opened : refusedParameters).Add();
         m_channels = m_isOpen ? ChannelCountOf(param.channelCode) : 0;
         Expect(frameLength == (m_isOpen ? aacFrameLength : 0), "the frame length");
         Expect(maxPacketSize == 768 * m_channels, "the largest packet");
@@ -161,6 +174,7 @@ private:
         const int32_t result = m_encoder.Encode(&frame, &m_packet);
         if (!m_isOpen || !fits || m_isEnding) {
             Expect(result < 0, "a frame that cannot be encoded is refused");
+            refusedFrames.Add();
             return;
         }
         ++m_frames;
@@ -191,6 +205,7 @@ private:
             }
             m_isEnding = true;
             Expect(!m_isDrained || result == 0, "a drained encoder has no more packets");
+            drained.Add(!m_isDrained && result == 0);
             m_isDrained = m_isDrained || result == 0;
             CheckPacket(result);
         }
@@ -209,6 +224,7 @@ private:
         Expect(m_packet.timeStamp == m_expectedTime, "a packet's time");
         m_expectedTime += aacFrameLength;
         m_decoder->Decode(m_packet, m_channels);
+        packets.Add();
     }
 
     std::vector<uint8_t> ReadConfig(uint8_t capacity) const
@@ -219,6 +235,7 @@ private:
         Expect(isRead == (length != 0) && length <= capacity, "a configuration's length");
         Expect(!isRead || m_isOpen, "a closed encoder has no configuration");
         Expect(isRead || !m_isOpen || capacity < 16, "an open encoder has a configuration");
+        configurations.Add(isRead);
         config.resize(length);
         return config;
     }
@@ -234,6 +251,7 @@ private:
         Expect(m_encoder.Encode(nullptr, nullptr) < 0, "no packet");
         Expect(m_encoder.Encode(nullptr, &small) < 0, "too small a packet");
         Expect(m_encoder.Encode(&empty, &m_packet) < 0, "a frame without samples");
+        refusedCalls.Add();
     }
 
     AACEncoder m_encoder;

@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "effects.h"
 #include "ffmpeg_messages.h"
 #include "input.h"
 #include "velto-host/portable/aac_format.h"
@@ -19,7 +20,15 @@ namespace {
 
 using velto::host::AacFileError;
 using velto::host::AacReader;
+using velto_fuzz::Effect;
 using velto_fuzz::Expect;
+
+Effect filesOpened("files opened");
+Effect filesRefused("files refused");
+Effect unitsRead("units read");
+Effect levelsMeasured("levels measured");
+Effect damagesReported("damages reported");
+Effect headersWritten("headers written and parsed");
 
 // A file in memory, with a path.
 class MemoryFile {
@@ -59,12 +68,17 @@ void ReadAll(AacReader &reader)
         switch (reader.Read(frame)) {
         case AacReader::Outcome::UNIT:
             Expect(!frame.empty(), "a unit is not empty");
-            Expect(std::isfinite(meter.PeakDb(frame).value_or(0)), "a level is a number");
+            unitsRead.Add();
+            if (const auto level = meter.PeakDb(frame)) {
+                Expect(std::isfinite(*level), "a level is a number");
+                levelsMeasured.Add();
+            }
             break;
         case AacReader::Outcome::END:
             return;
         default:
             Expect(!reader.Damage().empty(), "damage has a reason");
+            damagesReported.Add();
             break;
         }
     }
@@ -85,6 +99,7 @@ void ReadHeaders(std::span<const uint8_t> bytes)
                                     again->channelConfiguration == header->channelConfiguration &&
                                     again->frameBytes == again->headerBytes + unitBytes),
                    "a written header is parsed to the same values");
+            headersWritten.Add(!made.empty());
         }
     }
 }
@@ -98,8 +113,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const MemoryFile file(data, size);
     try {
         AacReader reader(file.Path());
+        filesOpened.Add();
         ReadAll(reader);
     } catch (const AacFileError &error) {
+        filesRefused.Add();
         Expect(std::string(error.what()).starts_with(file.Path() + ": "), "a message names the file");
     }
     return 0;

@@ -2,28 +2,47 @@
 //
 // Varied: ids, right or wrong or null, with a right or wrong length; lists of any keys, values and key
 // lengths, with null keys, without entries, and null; type and count of releases of a null block; listeners;
-// frames without header or payload while no microphone is open. Checked: the results that audio_handler.h
-// documents. Not varied, because hosts must not do it: an id or key without a terminator, a count above the
-// number of entries, a release of memory that is not the module's.
+// recordings from a working microphone, with packets of any samples and lengths, silent packets and other
+// default microphones; frames without header or payload. Checked: the results that audio_handler.h documents,
+// and that a read writes nothing behind its unit. Not varied, because hosts must not do it: an id or key
+// without a terminator, a count above the number of entries, a release of memory that is not the module's, a
+// second opening.
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "effects.h"
 #include "handler/host_records.h"
 #include "input.h"
 #include "module_table.h"
+#include "tests/fakes/fake_endpoint.h"
 #include "tests/fakes/fake_windows.h"
-#include "tests/fakes/log_recorder.h"
+#include "tests/fakes/polling.h"
+#include "tests/fakes/reset.h"
 
 namespace {
 
+using velto_fuzz::Effect;
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
 using velto_fuzz::Table;
+
+Effect capabilityLists("capability lists");
+Effect parametersSet("parameters set");
+Effect parametersRead("changed parameters read");
+Effect eventsReceived("events received");
+Effect closedTracks("closed tracks");
+Effect refusedCalls("refused calls");
+Effect emptyReads("reads without a microphone");
+Effect recordings("recordings");
+Effect packetsRecorded("packets recorded");
+Effect packetsAfterRestart("packets recorded after a restart");
 
 struct Event {
     std::string id;
@@ -141,19 +160,60 @@ private:
     bool m_isNull = false;
 };
 
+// The sound that the microphones deliver: packets whose samples and lengths come from the input. Works on the
+// capture thread, so it has its own copy of the bytes.
+class Sound {
+public:
+    explicit Sound(std::span<const uint8_t> bytes) : m_bytes(bytes.begin(), bytes.end()) {}
+
+    // Every other call returns no packet, so that the capture loop polls.
+    std::optional<fakes::CapturedPacket> operator()()
+    {
+        constexpr UINT32 longestFrames = 2048;
+        constexpr size_t frameBytes = 8;
+        if (++m_calls % 2 == 0) {
+            return std::nullopt;
+        }
+        fakes::CapturedPacket packet;
+        packet.frames = 1024;
+        if (!m_bytes.empty()) {
+            const uint8_t choice = m_bytes[m_calls % m_bytes.size()];
+            packet.frames = (1 + choice * UINT32{8}) % longestFrames;
+            // Never two silent packets in a row, so that units come.
+            m_isSilent = choice % 8 == 1 && !m_isSilent;
+            packet.flags = m_isSilent ? AUDCLNT_BUFFERFLAGS_SILENT : 0;
+            packet.data.resize(packet.frames * frameBytes);
+            for (size_t i = 0; i < packet.data.size(); ++i) {
+                packet.data[i] = m_bytes[(m_calls + i) % m_bytes.size()];
+            }
+        }
+        return packet;
+    }
+
+private:
+    std::vector<uint8_t> m_bytes;
+    size_t m_calls = 0;
+    bool m_isSilent = false;
+};
+
 class Host {
 public:
     explicit Host(const AudioHandlerTable &table) : m_table(table) {}
     ~Host()
     {
+        if (m_isRecording) {
+            m_table.CloseAudioRecord(VELTO_ID_MIC, sizeof VELTO_ID_MIC - 1);
+        }
         const AudioListener none{nullptr, nullptr};
         m_table.RegisterListener(&none);
     }
+    Host(const Host &) = delete;
+    Host &operator=(const Host &) = delete;
 
     void Step(Input &input)
     {
         events.clear();
-        switch (input.Byte() % 9) {
+        switch (input.Byte() % 11) {
         case 0:
             Capabilities(input);
             break;
@@ -170,13 +230,19 @@ public:
             CloseTrack(input);
             break;
         case 5:
-            OpenRecordWithInvalidArguments(input);
+            OpenRecord(input);
             break;
         case 6:
-            ReadWithoutMicrophone(input);
+            Read(input);
             break;
         case 7:
             CloseRecord(input);
+            break;
+        case 8:
+            ReadUnits(1 + input.Byte() % 8);
+            break;
+        case 9:
+            ChangeMicrophone(input.Byte());
             break;
         default:
             Listen(input);
@@ -205,6 +271,7 @@ private:
             Expect(item.codecCount == 1 && item.codecs[0] == VELTO_CODEC_AAC, "the device's codec");
         }
         m_table.Release(VELTO_RELEASE_CAPABILITIES, list, count);
+        capabilityLists.Add();
     }
 
     void ReleaseNull(Input &input)
@@ -222,6 +289,8 @@ private:
                    (isAccepted ? VELTO_OK : VELTO_ERROR_INVALID),
                "setting parameters");
         ExpectEvent(id, isAccepted, VELTO_EVENT_PARAMETERS_SET);
+        parametersSet.Add(isAccepted);
+        refusedCalls.Add(!isAccepted);
     }
 
     static void ReadParameters(Input &input)
@@ -232,6 +301,9 @@ private:
         Expect(read.sampleRate == parameters.expected.sampleRate, "the requested rate");
         Expect(read.channels == parameters.expected.channels, "the requested channels");
         Expect(read.bitsPerSample == parameters.expected.bitsPerSample, "the requested bits");
+        const velto::AudioParameters defaults;
+        parametersRead.Add(read.sampleRate != defaults.sampleRate || read.channels != defaults.channels ||
+                           read.bitsPerSample != defaults.bitsPerSample);
     }
 
     void CloseTrack(Input &input)
@@ -239,41 +311,114 @@ private:
         const Id id(input);
         ExpectStatus(m_table.CloseAudioTrack(id.Get(), id.length), id);
         ExpectEvent(id, id.isValid, VELTO_EVENT_TRACK_CLOSED);
+        closedTracks.Add(id.isValid);
     }
 
-    void OpenRecordWithInvalidArguments(Input &input)
+    void OpenRecord(Input &input)
     {
+        constexpr int maxRecordings = 2; // for each input, because setting up an encoder takes milliseconds
         const Id id(input);
         const Parameters parameters(input);
-        if (!id.isValid || parameters.Get() == nullptr) {
-            Expect(m_table.OpenAudioRecord(id.Get(), id.length, nullptr, nullptr, parameters.Get()) ==
-                       VELTO_ERROR_INVALID,
-                   "opening without an id or a list");
+        const bool isAccepted = id.isValid && parameters.Get() != nullptr;
+        if (isAccepted && (m_isRecording || ++m_recordings > maxRecordings)) {
+            return;
         }
+        const int32_t status =
+            m_table.OpenAudioRecord(id.Get(), id.length, nullptr, nullptr, parameters.Get());
+        Expect(status == (isAccepted ? VELTO_OK : VELTO_ERROR_INVALID), "opening");
+        if (isAccepted) {
+            m_isRecording = true;
+            m_isRestarted = false;
+        }
+        recordings.Add(isAccepted);
+        refusedCalls.Add(!isAccepted);
     }
 
-    void ReadWithoutMicrophone(Input &input)
+    // One read with any arguments. While a recording is open, whether a unit comes depends on timing.
+    void Read(Input &input)
     {
         const Id id(input);
         const uint8_t way = input.Byte();
-        uint8_t byte = 0xA5;
+        std::vector<uint8_t> buffer(VELTO_MAX_PACKET_BYTES, unwritten);
         StreamFrameHeader header{0, input.Word(), 0};
-        StreamFrame frame{way % 4 == 1 ? nullptr : &byte, {}, way % 4 == 2 ? nullptr : &header};
+        const uint32_t requested = header.size;
+        StreamFrame frame{way % 4 == 1 ? nullptr : buffer.data(), {}, way % 4 == 2 ? nullptr : &header};
         StreamFrame *record = way % 4 == 3 ? nullptr : &frame;
         const int32_t status = m_table.ReadStreamBuffer(id.Get(), id.length, nullptr, record);
-        if (!id.isValid) {
-            Expect(status == VELTO_ERROR_INVALID, "reading without an id");
-        } else {
-            Expect(status == (way % 4 == 0 ? VELTO_OK : VELTO_ERROR_NULL_POINTER), "reading");
-            Expect(status != VELTO_OK || header.size == 0, "an empty frame");
+        const bool isRead = id.isValid && way % 4 == 0;
+        Expect(status == (isRead       ? VELTO_OK
+                          : id.isValid ? VELTO_ERROR_NULL_POINTER
+                                       : VELTO_ERROR_INVALID),
+               "the status of a read");
+        refusedCalls.Add(!isRead);
+        Expect(isRead || header.size == requested, "a refused read stores no size");
+        uint32_t unitBytes = 0;
+        if (isRead && m_isRecording) {
+            unitBytes = header.size == requested ? VELTO_MAX_PACKET_BYTES : header.size;
         }
-        Expect(byte == 0xA5, "no bytes are written while no microphone is open");
+        Expect(m_isRecording || !isRead || header.size == 0, "no unit while no microphone is open");
+        emptyReads.Add(isRead && !m_isRecording);
+        Expect(unitBytes <= VELTO_MAX_PACKET_BYTES, "the largest unit");
+        Expect(IsUnwritten(buffer, unitBytes), "no bytes behind the unit are written");
+    }
+
+    // Reads as a host does, until `count` units have come.
+    void ReadUnits(int count)
+    {
+        for (int unit = 0; m_isRecording && unit < count; ++unit) {
+            Expect(fakes::Eventually([this] { return ReadUnit(); }), "a working microphone delivers units");
+            packetsRecorded.Add();
+            packetsAfterRestart.Add(m_isRestarted);
+        }
+    }
+
+    bool ReadUnit()
+    {
+        std::vector<uint8_t> buffer(VELTO_MAX_PACKET_BYTES, unwritten);
+        StreamFrameHeader header{0, VELTO_READ_SIZE, 0};
+        StreamFrame frame{buffer.data(), {}, &header};
+        Expect(m_table.ReadStreamBuffer(VELTO_ID_MIC, sizeof VELTO_ID_MIC - 1, nullptr, &frame) == VELTO_OK,
+               "reading");
+        if (header.size == 0 || header.size == VELTO_READ_SIZE) {
+            return false;
+        }
+        Expect(header.size <= buffer.size(), "a unit fits into the buffer");
+        Expect(IsUnwritten(buffer, header.size), "no bytes behind the unit are written");
+        return true;
+    }
+
+    static bool IsUnwritten(const std::vector<uint8_t> &buffer, uint32_t from)
+    {
+        return std::all_of(buffer.begin() + from, buffer.end(),
+                           [](uint8_t byte) { return byte == unwritten; });
+    }
+
+    // Restarts a running recording, which then reads from the other microphone.
+    void ChangeMicrophone(uint8_t way)
+    {
+        auto &audio = fakes::AudioSystem::Instance();
+        const bool isOnHeadset = way % 2 == 1;
+        if (isOnHeadset == m_isOnHeadset || ++m_changes > 2) {
+            return;
+        }
+        m_isOnHeadset = isOnHeadset;
+        m_isRestarted = m_isRecording;
+        const std::wstring id = isOnHeadset ? L"headset" : L"microphone";
+        const auto isCapturing = [&] {
+            const auto clients = audio.Clients();
+            return !clients.empty() && clients.back().endpoint == id && clients.back().starts > 0;
+        };
+        const auto registered = [&] { return audio.RegisteredCallbacks() == 1; };
+        audio.ChangeDefaultMicrophone(id);
+        Expect(!m_isRecording || fakes::Eventually([&] { return isCapturing() && registered(); }),
+               "a recording follows the default microphone");
     }
 
     void CloseRecord(Input &input)
     {
         const Id id(input);
         ExpectStatus(m_table.CloseAudioRecord(id.Get(), id.length), id);
+        m_isRecording = m_isRecording && !id.isValid;
     }
 
     void Listen(Input &input)
@@ -286,6 +431,7 @@ private:
 
     static void ExpectStatus(int32_t status, const Id &id)
     {
+        refusedCalls.Add(!id.isValid);
         Expect(status == (id.isValid ? VELTO_OK : VELTO_ERROR_INVALID), "the status for an id");
     }
 
@@ -296,10 +442,18 @@ private:
             expected.push_back({id.text, id.length, code});
         }
         Expect(events == expected, "the events sent");
+        eventsReceived.Add(events.size());
     }
+
+    static constexpr uint8_t unwritten = 0xA5;
 
     const AudioHandlerTable &m_table;
     bool m_listens = false;
+    bool m_isRecording = false;
+    bool m_isOnHeadset = false;
+    bool m_isRestarted = false;
+    int m_recordings = 0;
+    int m_changes = 0;
 };
 
 } // namespace
@@ -307,15 +461,24 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     constexpr int maxSteps = 200;
-    fakewin::Reset();
-    fakes::LogRecorder::Instance().Clear();
+    fakes::ResetAll();
+    auto &audio = fakes::AudioSystem::Instance();
     Input input(data, size);
-    Host host(Table());
-    for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
-        host.Step(input);
+    for (const wchar_t *id : {L"microphone", L"headset"}) {
+        audio.Get(id).source = Sound(std::span(data, size));
     }
+    audio.Get(L"headset").mixFormat.rateHz = 44100;
+    {
+        Host host(Table());
+        for (int step = 0; step < maxSteps && !input.IsEmpty(); ++step) {
+            host.Step(input);
+        }
+    }
+    Expect(fakes::Eventually([] { return fakewin::LiveThreads() == 0; }), "all threads end");
     for (const std::string &violation : fakewin::Violations()) {
         Expect(false, violation.c_str());
     }
+    Expect(audio.LiveObjects() == 0, "all endpoint objects are released");
+    Expect(audio.RegisteredCallbacks() == 0, "no notification is left registered");
     return 0;
 }

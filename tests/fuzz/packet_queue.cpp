@@ -10,12 +10,24 @@
 #include <map>
 #include <vector>
 
+#include "effects.h"
 #include "input.h"
 
 namespace {
 
+using velto_fuzz::Effect;
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
+
+Effect initialised("initialised queues");
+Effect failedInits("refused or failed initialisations");
+Effect taken("elements taken");
+Effect returned("elements returned");
+Effect returnedLate("elements returned to a stopped queue");
+Effect takenInVain("takes from an empty, stopped queue");
+Effect wakenByPush("waits ended by a push");
+Effect wakenByStop("waits ended by a stop");
+Effect cleared("cleared queues");
 
 struct Element {
     size_t number = 0;
@@ -97,6 +109,8 @@ private:
         const bool isVacant = m_stopped && m_created == 0;
         const bool works = isVacant && count <= m_queue.maxElements;
         Expect(m_queue.Init(count) == works, "whether Init succeeds");
+        initialised.Add(works && count > 0);
+        failedInits.Add(!works);
         if (works) {
             m_stopped = false;
             m_created = count;
@@ -106,6 +120,7 @@ private:
 
     void Cleared()
     {
+        cleared.Add(m_created > 0);
         m_stopped = true;
         m_created = 0;
         m_free.clear();
@@ -125,6 +140,7 @@ private:
                 m_takenOut.push_back(expected);
             }
             Expect((m_queue.*pop)() == expected, "the oldest element comes first");
+            (expected != nullptr ? taken : takenInVain).Add();
             return;
         }
         auto waiting = std::async(std::launch::async, [&] { return (m_queue.*pop)(); });
@@ -132,10 +148,12 @@ private:
             m_queue.Stop();
             m_stopped = true;
             Expect(waiting.get() == nullptr, "stopping ends a wait without an element");
+            wakenByStop.Add();
         } else {
             Element *element = m_takenOut[choice % m_takenOut.size()];
             (m_queue.*push)(element);
             Expect(waiting.get() == element, "a pushed element ends a wait");
+            wakenByPush.Add();
         }
     }
 
@@ -146,6 +164,7 @@ private:
         }
         const auto element = m_takenOut.begin() + static_cast<std::ptrdiff_t>(choice % m_takenOut.size());
         (m_queue.*push)(*element);
+        (m_stopped ? returnedLate : returned).Add();
         if (!m_stopped) {
             model.push_back(*element);
         }

@@ -1,5 +1,6 @@
 // Runs a fuzz target once for each given file and for each file in the given folders, so that every build can
-// replay the seed corpora and the findings without a fuzzer. A finding that is not fixed ends the process.
+// replay the seed corpora and the findings without a fuzzer. A finding that is not fixed ends the process. If
+// folders are given, their inputs together must achieve every effect of the target.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "effects.h"
 #include "input.h"
 
 namespace {
@@ -49,9 +51,11 @@ int main(int count, char **arguments)
 {
     try {
         size_t inputs = 0;
+        bool hasFolder = false;
         for (int i = 1; i < count; ++i) {
             // A target without findings has no folder for them.
             const fs::path path = arguments[i];
+            hasFolder = hasFolder || fs::is_directory(path);
             for (const fs::path &file : fs::exists(path) ? FilesIn(path) : std::vector<fs::path>{}) {
                 // After a crash, the last name printed is the finding.
                 std::fprintf(stderr, "%s\n", file.filename().c_str());
@@ -60,7 +64,8 @@ int main(int count, char **arguments)
             }
         }
         std::printf("%zu inputs\n", inputs);
-        return inputs > 0 ? 0 : 1;
+        const bool hasEffects = !hasFolder || velto_fuzz::Effect::AllAchieved();
+        return inputs > 0 && hasEffects ? 0 : 1;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

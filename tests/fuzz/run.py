@@ -1,5 +1,7 @@
 """Runs a fuzz target, or all in turn, each for SECONDS, and adds the counts to docs/reliability.md.
 
+Each target counts what its steps achieve. A kind of step that never has an effect fails the run.
+
 Targets:
   speaker_path   units of any bytes through the table to the speaker
   host_records   ids, parameter lists, capabilities, listeners
@@ -28,6 +30,7 @@ PAGE = "reliability.md"
 MAX_INPUT_BYTES = {"speaker_path": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
 FUZZER_INTERRUPTED = 72  # libFuzzer's exit code
 COLUMNS = ["target", "executions", "seconds", "edges reached", "findings"]
+EFFECT_COLUMNS = ["target", "effects of the latest run"]
 
 
 class Run(typing.NamedTuple):
@@ -36,6 +39,7 @@ class Run(typing.NamedTuple):
     edges: int = 0
     all_edges: int = 0
     findings: int = 0
+    effects: dict = {}  # {name: count}, of the latest run
 
 
 def start(target, seconds, log):
@@ -67,6 +71,7 @@ def run(target, seconds):
     text = path.read_text("utf-8", "replace")
     counters = re.search(r"\((\d+) inline 8-bit counters\)", text)
     executed = re.search(r"number_of_executed_units: *(\d+)", text)
+    effects = {name: int(count) for name, count in re.findall(r"^effect: (.*): (\d+)$", text, re.MULTILINE)}
     if not counters or not executed:
         raise RuntimeError(f"{target} did not run; its log: {path}")
     edges = ([0] + [int(count) for count in re.findall(r" cov: (\d+)", text)])[-1]
@@ -74,7 +79,7 @@ def run(target, seconds):
     findings = SOURCES / "findings" / target
     if not any(findings.iterdir()):
         findings.rmdir()
-    result = Run(int(executed[1]), passed, edges, int(counters[1]), int(found))
+    result = Run(int(executed[1]), passed, edges, int(counters[1]), int(found), effects)
     SCRIPT.say(f"{target}: {result.executions} executions in {passed} s, {edges} of {result.all_edges} edges, "
                f"{result.findings} findings")
     if found:
@@ -83,10 +88,28 @@ def run(target, seconds):
     return result, fuzzer.returncode == FUZZER_INTERRUPTED
 
 
+def missing(target, result, interrupted):
+    """Yields the reasons why a run without findings tested less than it should. Ctrl-C and findings end a process before it
+    prints its effects."""
+    if interrupted or result.findings:
+        return
+    if not result.effects:
+        yield f"{target} printed no effects"
+    for name, count in result.effects.items():
+        if count == 0:
+            yield f"{target} never achieved: {name}"
+
+
 def earlier(target, page):
     """Returns the sums of earlier runs from the page, or None if the target has not run."""
     found = re.search(rf"^\| {target} \| (\d+) \| (\d+) \| (\d+) of (\d+) \| (\d+) \|$", page, re.MULTILINE)
     return Run(*map(int, found.groups())) if found else None
+
+
+def effects_on(page):
+    """Returns the effects of each target's latest run from the page, as text."""
+    section = page.partition(f"| {' | '.join(EFFECT_COLUMNS)} |")[2].partition("<!-- End")[0]
+    return dict(re.findall(r"^\| (\w+) \| (\d.*) \|$", section, re.MULTILINE))
 
 
 def add_to_page(target, result):
@@ -96,12 +119,17 @@ def add_to_page(target, result):
         fcntl.flock(lock, fcntl.LOCK_EX)
         page = (measuring.DOCS / PAGE).read_text("utf-8")
         sums = {name: earlier(name, page) for name in MAX_INPUT_BYTES}
+        effects = effects_on(page)
+        if result.effects:
+            effects[target] = ", ".join(f"{count} {name}" for name, count in result.effects.items())
         before = sums[target] or Run()
         sums[target] = result._replace(executions=before.executions + result.executions,
                                        seconds=before.seconds + result.seconds, findings=before.findings + result.findings)
         rows = [[name, str(each.executions), str(each.seconds), f"{each.edges} of {each.all_edges}", str(each.findings)]
                 for name, each in sums.items() if each]
-        measuring.write_section(PAGE, "scripts/fuzz", "\n".join(measuring.table(COLUMNS, rows)) + "\n")
+        effect_rows = [[name, effects[name]] for name in MAX_INPUT_BYTES if name in effects]
+        measuring.write_section(PAGE, "scripts/fuzz", "\n".join(
+            [*measuring.table(COLUMNS, rows), "", *measuring.table(EFFECT_COLUMNS, effect_rows)]) + "\n")
 
 
 def chosen(options):
@@ -121,17 +149,19 @@ def measure(options):
     targets, seconds = chosen(options)
     measuring.prepare("fuzz", setup=["--fuzz"])
     subprocess.run([sys.executable, SOURCES / "corpora.py", SCRIPT.folder() / "tests/fuzz/corpora"], check=True)
-    results, interrupted = {}, False
+    results, interrupted, missed = {}, False, []
     for target in targets:
         result, interrupted = run(target, seconds)
         results[target] = result._asdict()
+        missed += missing(target, result, interrupted)
         add_to_page(target, result)
         if interrupted:
             break
     SCRIPT.save({"targets": results})
     if interrupted:
         return measuring.INTERRUPTED
-    return 1 if any(each["findings"] for each in results.values()) else 0
+    code = SCRIPT.finish(missed)
+    return 1 if any(each["findings"] for each in results.values()) else code
 
 
 if __name__ == "__main__":

@@ -3,8 +3,8 @@
 //
 // Varied: the endpoint's mix format; the payloads and their sizes, among them empty payloads and sizes
 // smaller than the payload; ids and their lengths; missing records and payloads; sizes that cannot be
-// allocated; parameters; closes; invalidated endpoints and notifications; idle releases and new starts. Not
-// varied, because hosts must not do it: a size larger than the payload.
+// allocated; parameters; closes; invalidated endpoints, other default endpoints and property changes; idle
+// releases and new starts. Not varied, because hosts must not do it: a size larger than the payload.
 //
 // Each input begins and ends with the module in the state after loading, so that a finding needs only its own
 // input.
@@ -14,12 +14,17 @@
 // do.
 #include "handler/speaker_track.cpp"
 
+#undef Sleep // below, fakewin::Call::Sleep is named
+
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "effects.h"
 #include "ffmpeg_messages.h"
 #include "input.h"
 #include "module_table.h"
@@ -33,15 +38,33 @@ namespace velto {
 class FFmpegDecodeProbe {
 public:
     static AVCodecContext *Codec(const FFmpegDecode &decoder) { return decoder.codecContext; }
+    // Counts the decoded frames since the last start.
+    static int64_t DecodedFrames(const FFmpegDecode &decoder)
+    {
+        return decoder.codecContext == nullptr ? 0 : decoder.codecContext->frame_number;
+    }
 };
 
 } // namespace velto
 
 namespace {
 
+using velto_fuzz::Effect;
 using velto_fuzz::Expect;
 using velto_fuzz::Input;
 using velto_fuzz::Table;
+
+Effect decodedBlocks("decoded blocks");
+Effect undecodedUnits("units that do not decode");
+Effect playedBlocks("buffers written to an endpoint");
+Effect refusedCalls("refused calls");
+Effect parametersSet("parameters set");
+Effect closedTracks("closed tracks");
+Effect starts("starts of both speakers");
+Effect idleReleases("idle releases");
+Effect switches("switches to another endpoint");
+Effect soundAfterSwitch("sound on the second endpoint");
+Effect reactivations("clients replaced after an invalidation");
 
 constexpr int maxSteps = 200;
 constexpr uint64_t idleMs = 240000;
@@ -57,7 +80,22 @@ void ReleaseIdle()
     fakewin::AdvanceClock(idleMs);
     for (int i = 0; velto::DeviceState != velto::DEVICE_NOT_INITIALISED; ++i) {
         Expect(i < maxSleeps, "the watchdog releases the speakers");
-        Sleep(1);
+        fakewin::Sleep(1);
+    }
+    idleReleases.Add();
+}
+
+// Waits until both play threads have had time to play all queued blocks: each plays one block and sleeps once
+// in each pass.
+void AwaitPasses()
+{
+    constexpr int bothThreadsPasses = 2 * 40;
+    if (velto::DeviceState != velto::DEVICE_READY) {
+        return;
+    }
+    const int before = fakewin::Count(fakewin::Call::Sleep);
+    while (fakewin::Count(fakewin::Call::Sleep) < before + bothThreadsPasses) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 }
 
@@ -139,6 +177,7 @@ public:
             break;
         case 6:
             Expect(Table().CloseAudioTrack(id.c_str(), Length(id)) == VELTO_OK, "closing a track");
+            closedTracks.Add();
             break;
         default:
             ChangeEndpoint(m_input.Byte());
@@ -148,6 +187,11 @@ public:
 
 private:
     static uint32_t Length(const std::string &id) { return static_cast<uint32_t>(id.size()); }
+    static int64_t DecodedFrames()
+    {
+        return velto::FFmpegDecodeProbe::DecodedFrames(*velto::tracks->media.decoder) +
+               velto::FFmpegDecodeProbe::DecodedFrames(*velto::tracks->call.decoder);
+    }
 
     // The payload has its own heap block, so that AddressSanitizer reports a read past its end.
     void WriteFrame(const std::string &id, uint32_t understatement)
@@ -157,9 +201,16 @@ private:
         const auto room = static_cast<uint32_t>(payload.size());
         StreamFrameHeader header{m_input.Byte(), room - std::min(room, understatement), 0};
         StreamFrame frame{payload.data(), {}, &header};
+        const bool isStarted = velto::DeviceState == velto::DEVICE_READY;
+        const int64_t before = isStarted ? DecodedFrames() : 0;
         Expect(Table().WriteStreamBuffer(id.c_str(), Length(id), nullptr, &frame) == VELTO_OK,
                "a unit is played or dropped");
         Expect(std::equal(payload.begin(), payload.end(), bytes.begin()), "the host's bytes are unchanged");
+        starts.Add(!isStarted && velto::DeviceState == velto::DEVICE_READY);
+        const int64_t decoded = DecodedFrames() - before;
+        Expect(decoded >= 0, "a write keeps a running decoder");
+        decodedBlocks.Add(static_cast<uint64_t>(decoded));
+        undecodedUnits.Add(velto::TrackOf(id) != nullptr && decoded == 0);
     }
 
     void WriteInvalid(const std::string &id, uint8_t way)
@@ -169,7 +220,9 @@ private:
         StreamFrameHeader header{0, 1, 0};
         StreamFrame frame{payload, {}, &header};
         const auto write = [&](const char *name, uint32_t length, StreamFrame *record) {
-            return Table().WriteStreamBuffer(name, length, nullptr, record);
+            const int32_t result = Table().WriteStreamBuffer(name, length, nullptr, record);
+            refusedCalls.Add(result != VELTO_OK);
+            return result;
         };
         switch (way % 6) {
         case 0:
@@ -211,12 +264,13 @@ private:
         Expect(Table().SetAudioParameter(id.c_str(), Length(id), nullptr, nullptr, &list) ==
                    (entries.empty() ? VELTO_ERROR_INVALID : VELTO_OK),
                "setting parameters");
+        parametersSet.Add(!entries.empty());
     }
 
     void ChangeEndpoint(uint8_t way)
     {
         auto &audio = fakes::AudioSystem::Instance();
-        switch (way % 5) {
+        switch (way % 7) {
         case 0:
             ReleaseIdle();
             FreeKnownLeaks();
@@ -225,12 +279,16 @@ private:
             audio.Invalidate(L"speakers");
             break;
         case 2:
-            audio.SetDefaultForAllRoles(L"headset");
-            audio.NotifyDefaultChanged(eRender, eConsole, L"headset");
+            audio.ChangeDefaultSpeaker(L"headset");
             break;
         case 3:
-            audio.SetDefaultForAllRoles(L"speakers");
-            audio.NotifyDefaultChanged(eRender, eConsole, L"speakers");
+            audio.ChangeDefaultSpeaker(L"speakers");
+            break;
+        case 4:
+            audio.Invalidate(L"headset");
+            break;
+        case 5:
+            AwaitPasses();
             break;
         default:
             audio.NotifyPropertyChanged(L"speakers");
@@ -240,6 +298,20 @@ private:
 
     Input &m_input;
 };
+
+// Counts what the play threads have done since the start of the input.
+void CountPlaying(fakes::AudioSystem &audio)
+{
+    const auto lines = [](const wchar_t *text, const char *tag) {
+        return static_cast<uint64_t>(fakes::LogRecorder::Instance().Count(LOG_LEVEL_INFO, text, tag));
+    };
+    playedBlocks.Add(static_cast<uint64_t>(audio.Count(fakes::Method::ReleaseBuffer)));
+    switches.Add(lines(L"AudioPlayerWas Need to change default audio device.",
+                       "AudioPlayerWas::OnAudioDeviceChanged"));
+    reactivations.Add(lines(L"AudioPlayerWas Need to deal with audio property value change",
+                            "AudioPlayerWas::OnAudioPropertyValueChanged"));
+    soundAfterSwitch.Add(!audio.Written(L"speakers").empty() && !audio.Written(L"headset").empty());
+}
 
 } // namespace
 
@@ -260,6 +332,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         session.Step();
     }
     ReleaseIdle();
+    CountPlaying(audio);
     FreeKnownLeaks();
     Reload();
     // If FFmpeg took a unit for the end of the stream, it would refuse all later units.
