@@ -33,6 +33,12 @@ int32_t Failed(const char *tag, const char *message)
     return -1;
 }
 
+// Separate function so that the LeakSanitizer suppression can name it.
+AudioPlayBuffer *NewBlock()
+{
+    return new (std::nothrow) AudioPlayBuffer;
+}
+
 } // namespace
 
 FFmpegDecode::FFmpegDecode(std::shared_ptr<AudioPlayThread> playThread, int32_t sampleRateHz)
@@ -197,7 +203,7 @@ void FFmpegDecode::PostAudioData(const uint8_t *pcm, int32_t size)
         LogError(postTag, "outBuffer is nullptr");
         return;
     }
-    std::unique_ptr<AudioPlayBuffer> block(new (std::nothrow) AudioPlayBuffer);
+    std::unique_ptr<AudioPlayBuffer> block(NewBlock());
     if (block == nullptr) {
         LogError(postTag, "new AudioPlayBuffer failed");
         return;
