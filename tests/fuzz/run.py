@@ -13,6 +13,7 @@ Inputs that reach new code are kept in build/fuzz/corpus, where the next run sta
 tests/fuzz/findings/TARGET, where scripts/test replays it.
 """
 
+import contextlib
 import fcntl
 import os
 import re
@@ -40,6 +41,14 @@ class Run(typing.NamedTuple):
     all_edges: int = 0
     findings: int = 0
     effects: dict = {}  # {name: count}, of the latest run
+
+
+@contextlib.contextmanager
+def locked(name):
+    """Several targets may run at once, each in its own process."""
+    with open(SCRIPT.folder() / name, "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
 
 
 def start(target, seconds, log):
@@ -114,9 +123,7 @@ def effects_on(page):
 
 def add_to_page(target, result):
     """Adds executions, seconds and findings to the sums. The edges are those of the latest run."""
-    # Several targets may run at once.
-    with open(SCRIPT.folder() / "page.lock", "w", encoding="ascii") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
+    with locked("page.lock"):
         page = (measuring.DOCS / PAGE).read_text("utf-8")
         sums = {name: earlier(name, page) for name in MAX_INPUT_BYTES}
         effects = effects_on(page)
@@ -148,7 +155,8 @@ def chosen(options):
 def measure(options):
     targets, seconds = chosen(options)
     measuring.prepare("fuzz", setup=["--fuzz"])
-    subprocess.run([sys.executable, SOURCES / "corpora.py", SCRIPT.folder() / "tests/fuzz/corpora"], check=True)
+    with locked("corpora.lock"):
+        subprocess.run([sys.executable, SOURCES / "corpora.py", SCRIPT.folder() / "tests/fuzz/corpora"], check=True)
     results, interrupted, missed = {}, False, []
     for target in targets:
         result, interrupted = run(target, seconds)
