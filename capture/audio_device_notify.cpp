@@ -102,8 +102,13 @@ void AudioDeviceNotify::UnInitialize()
         return;
     }
     LogInfo(unInitializeTag, "deviceEnumerator UnregisterEndpointNotificationCallback");
-    m_enumerator->UnregisterEndpointNotificationCallback(this);
+    const HRESULT result = m_enumerator->UnregisterEndpointNotificationCallback(this);
     SafeRelease(m_enumerator);
+    const bool wasRegistered = m_thisModule.Holds();
+    if (wasRegistered && FAILED(result) && result != E_NOTFOUND) {
+        AddRef(); // the system may still call this object, so it stays and keeps both modules mapped
+        return;
+    }
     m_implementation.Drop();
     m_thisModule.Drop();
 }

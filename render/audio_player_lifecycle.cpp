@@ -73,7 +73,10 @@ bool AudioPlayerWas::RegisterForNotifications()
     return CallSucceeded(
         openTag, 276,
         [this] { return m_enumerator->RegisterEndpointNotificationCallback(m_notificationClient); },
-        [this] { m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient); });
+        [this] {
+            m_notificationRegistered = true;
+            EndNotifications();
+        });
 }
 
 // Close keeps the enumerator, the device and the notification client; the next Open replaces them.
@@ -90,11 +93,18 @@ void AudioPlayerWas::ReleaseEarlierOpening()
     SafeCloseHandle(m_waitEvent);
 }
 
+// If the system refuses to end the registration, it may still call the client, which must not be deleted
+// then.
 void AudioPlayerWas::EndNotifications()
 {
-    if (m_enumerator != nullptr && m_notificationClient != nullptr && m_notificationRegistered) {
-        m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient);
-        m_notificationRegistered = false;
+    if (m_enumerator == nullptr || m_notificationClient == nullptr || !m_notificationRegistered) {
+        return;
+    }
+    const HRESULT result = m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient);
+    m_notificationRegistered = false;
+    if (FAILED(result) && result != E_NOTFOUND) {
+        m_notificationClient->Abandon();
+        m_notificationClient = nullptr;
     }
 }
 

@@ -1,6 +1,7 @@
 #include "render/wasapi_device_events.h"
 
 #include "handler/log.h"
+#include "support/module_reference.h"
 
 namespace velto {
 namespace {
@@ -30,19 +31,28 @@ HRESULT WasapiDeviceEvents::QueryInterface(REFIID iid, void **object)
 
 HRESULT WasapiDeviceEvents::OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR)
 {
-    if (PlayerPresent("WasapiDeviceEvents::OnDefaultDeviceChanged", m_player) && flow == eRender &&
+    IAudioPlayer *player = m_player;
+    if (PlayerPresent("WasapiDeviceEvents::OnDefaultDeviceChanged", player) && flow == eRender &&
         role == eMultimedia) {
-        m_player->SetDeviceChanged(true);
+        player->SetDeviceChanged(true);
     }
     return S_OK;
 }
 
 HRESULT WasapiDeviceEvents::OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY)
 {
-    if (PlayerPresent("WasapiDeviceEvents::OnPropertyValueChanged", m_player)) {
-        m_player->SetPropertyChanged(true);
+    IAudioPlayer *player = m_player;
+    if (PlayerPresent("WasapiDeviceEvents::OnPropertyValueChanged", player)) {
+        player->SetPropertyChanged(true);
     }
     return S_OK;
+}
+
+void WasapiDeviceEvents::Abandon()
+{
+    m_player = nullptr;
+    IMMNotificationClient *self = this;
+    KeepModuleMapped((*reinterpret_cast<void ***>(self))[0]); // the first function of the table
 }
 
 } // namespace velto

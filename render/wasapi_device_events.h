@@ -3,6 +3,8 @@
 
 #include <mmdeviceapi.h>
 
+#include <atomic>
+
 #include "render/i_audio_player.h"
 
 namespace velto {
@@ -12,7 +14,7 @@ namespace velto {
 // https://learn.microsoft.com/windows/win32/api/mmdeviceapi/nn-mmdeviceapi-immnotificationclient
 //
 // The renderer owns the object and deletes it after the registration has ended, so references are not
-// counted.
+// counted. If the registration cannot be ended, the renderer abandons the object instead.
 class WasapiDeviceEvents : public IMMNotificationClient {
 public:
     explicit WasapiDeviceEvents(IAudioPlayer *player) : m_player(player) {}
@@ -27,10 +29,14 @@ public:
     HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) override;
     HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR deviceId, const PROPERTYKEY key) override;
 
+    // Detaches the renderer, which is about to go, from an object that the system may still call. The object
+    // and this module then stay until the process ends.
+    void Abandon();
+
 private:
     friend class WasapiDeviceEventsProbe; // the unit tests' view of the members
 
-    IAudioPlayer *m_player; // not owned
+    std::atomic<IAudioPlayer *> m_player; // not owned; null once abandoned
 };
 
 } // namespace velto

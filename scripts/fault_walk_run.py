@@ -1,6 +1,6 @@
 """Injects every documented fault of every system call of the module, one at a time, under AddressSanitizer.
 
-Writes the counts into docs/reliability.md.
+Writes the counts into docs/reliability.md, and the faults with their log lines and remedies into docs/faults.md.
 """
 
 import shutil
@@ -34,6 +34,8 @@ def measure(_options):
     text = f"Counted {measuring.when()}.\n\n{fault_walk_page.text(walks)}\n{measuring.verdict(missed)}\n"
     print(f"\n{text}")
     SCRIPT.publish("reliability.md", text)
+    fault_walk_page.publish_fault_tables(counts)
+    SCRIPT.say("docs/faults.md is updated")
     return SCRIPT.finish(missed)
 
 

@@ -65,6 +65,11 @@ void ModuleReference::Drop()
     }
 }
 
+void KeepModuleMapped(const void *address)
+{
+    AcquireModuleOf(address); // without memory for the reference, nothing better can be done
+}
+
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument)
 {
     const HMODULE module = AcquireModuleOf(reinterpret_cast<const void *>(&RunThread));

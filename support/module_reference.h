@@ -27,6 +27,9 @@ private:
     HMODULE m_module = nullptr;
 };
 
+// Keeps the module of `address` mapped until the process ends.
+void KeepModuleMapped(const void *address);
+
 // Starts a thread that keeps this module mapped until `routine` has returned. If the thread's reference is
 // then the last one, the loader unmaps the module. The caller closes the returned handle. Returns null and
 // sets the last error if the thread cannot be started.

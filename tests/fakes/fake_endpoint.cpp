@@ -1,7 +1,11 @@
 #include "tests/fakes/fake_endpoint.h"
 
 #include <algorithm>
-#include <thread>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <iterator>
 
 #include "tests/fakes/fake_objects.h"
 #include "tests/fakes/fake_windows.h"
@@ -24,6 +28,10 @@ void AudioSystem::Reset()
     m_requestedFrames.clear();
     m_clients.clear();
     m_releasedObjects.clear();
+    m_rules = {};
+    m_lostCallbacks.insert(m_lostCallbacks.end(), m_callbacks.begin(), m_callbacks.end());
+    m_callbacks.clear();
+    m_failedUnregistrations = 0;
     std::erase_if(m_objects, [](const auto &object) { return !object->IsAlive(); });
     m_objectsBeforeReset = m_objects.size();
     Add(L"speakers");
@@ -78,13 +86,13 @@ void AudioSystem::SetDefaultMicrophone(const std::wstring &id)
 void AudioSystem::ChangeDefaultSpeaker(const std::wstring &id)
 {
     SetDefaultForAllRoles(id);
-    NotifyDefaultChanged(eRender, eMultimedia, id);
+    NotifyDefaultChangedForAllRoles(eRender, id);
 }
 
 void AudioSystem::ChangeDefaultMicrophone(const std::wstring &id)
 {
     SetDefaultMicrophone(id);
-    NotifyDefaultChanged(eCapture, eConsole, id);
+    NotifyDefaultChangedForAllRoles(eCapture, id);
 }
 
 void AudioSystem::Deliver(const CapturedPacket &packet, const std::wstring &id)
@@ -194,6 +202,18 @@ int AudioSystem::LiveObjects() const
         std::count_if(first, m_objects.end(), [](const auto &object) { return object->IsAlive(); }));
 }
 
+void AudioSystem::SetRegistrationRules(const RegistrationRules &rules)
+{
+    const std::lock_guard lock(m_mutex);
+    m_rules = rules;
+}
+
+int AudioSystem::FailedUnregistrations() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_failedUnregistrations;
+}
+
 int AudioSystem::RegisteredCallbacks() const
 {
     const std::lock_guard lock(m_mutex);
@@ -202,27 +222,59 @@ int AudioSystem::RegisteredCallbacks() const
 
 // --- Notifications ---------------------------------------------------------------------------
 
-void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
+void AudioSystem::Deliver(const std::function<void(IMMNotificationClient &)> &deliver)
 {
-    std::thread([&] {
-        // UnregisterEndpointNotificationCallback locks this mutex, too: as in Windows, no callback runs after
-        // its unregistration.
-        const std::lock_guard notifying(m_notifyMutex);
-        std::vector<IMMNotificationClient *> callbacks;
-        {
-            const std::lock_guard lock(m_mutex);
-            callbacks = m_callbacks;
-        }
-        const fakewin::NotificationScope scope;
+    std::unique_lock notifying(m_notifyMutex, std::defer_lock);
+    std::vector<IMMNotificationClient *> callbacks;
+    RegistrationRules rules;
+    {
+        const std::lock_guard lock(m_mutex);
+        rules = m_rules;
+    }
+    if (rules.unregisterWaits) {
+        notifying.lock(); // UnregisterEndpointNotificationCallback locks it, too
+    }
+    {
+        const std::lock_guard lock(m_mutex);
+        callbacks = m_callbacks;
         for (IMMNotificationClient *callback : callbacks) {
+            if (rules.addsReference) {
+                callback->AddRef();
+            }
+        }
+    }
+    for (IMMNotificationClient *callback : callbacks) {
+        {
+            const fakewin::NotificationScope scope;
             deliver(*callback);
         }
-    }).join();
+        if (rules.addsReference) {
+            callback->Release();
+        }
+    }
+}
+
+void AudioSystem::Notify(const std::function<void(IMMNotificationClient &)> &deliver)
+{
+    auto delivered = std::async(std::launch::async, [&] { Deliver(deliver); });
+    if (delivered.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        std::fprintf(stderr, "a notification does not return\n");
+        std::abort();
+    }
 }
 
 void AudioSystem::NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id)
 {
-    Notify([&](IMMNotificationClient &client) { client.OnDefaultDeviceChanged(flow, role, id.c_str()); });
+    Notify([&](IMMNotificationClient &client) {
+        client.OnDefaultDeviceChanged(flow, role, id.empty() ? nullptr : id.c_str());
+    });
+}
+
+void AudioSystem::NotifyDefaultChangedForAllRoles(EDataFlow flow, const std::wstring &id)
+{
+    for (const ERole role : {eConsole, eMultimedia, eCommunications}) {
+        NotifyDefaultChanged(flow, role, id);
+    }
 }
 
 void AudioSystem::NotifyPropertyChanged(const std::wstring &id)

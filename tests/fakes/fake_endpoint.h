@@ -54,12 +54,13 @@ struct MixFormat {
     uint32_t rateHz = 48000;
     bool extensible = true;
     uint32_t channelMask = 0x3;
+    std::optional<bool> isFloat = std::nullopt;       // by default, 32 bits are floats and others integers
+    std::optional<uint16_t> validBits = std::nullopt; // by default, all bits; fewer only for integers
     // If set, returned instead of the value computed from the other fields.
     std::optional<uint16_t> blockAlign = std::nullopt;
     std::optional<uint32_t> bytesPerSecond = std::nullopt;
-    // Integers of this many valid bits instead of floats.
-    std::optional<uint16_t> integerBits = std::nullopt;
 
+    bool IsFloat() const { return isFloat.value_or(bits == 32); }
     uint16_t FrameBytes() const
     {
         return blockAlign.value_or(static_cast<uint16_t>(uint32_t{channels} * bits / 8));
@@ -86,6 +87,13 @@ struct CapturedPacket {
     std::vector<uint8_t> data; // empty: silence for all frames
     UINT32 frames = 0;
     DWORD flags = 0;
+};
+
+// What the system does when notifications are registered and unregistered. Versions of Windows and of its
+// documentation differ in it, so the module must not rely on any of it.
+struct RegistrationRules {
+    bool addsReference = true;   // a registration has a reference to the callback
+    bool unregisterWaits = true; // unregistering waits until no callback runs
 };
 
 // One endpoint. A test may change it only before the module's threads use it.
@@ -133,7 +141,8 @@ public:
     void SetDefault(ERole role, const std::wstring &id);
     void SetDefaultForAllRoles(const std::wstring &id); // of the speakers; empty: no default
     void SetDefaultMicrophone(const std::wstring &id);  // for all roles; empty: no default
-    // Set the default for all roles, then send the notification that the module follows.
+    // Set the default for all roles, then send one notification for each role, as Windows does when a device
+    // becomes the default of all of them. Without a default (an empty id), the notifications have a null id.
     void ChangeDefaultSpeaker(const std::wstring &id);
     void ChangeDefaultMicrophone(const std::wstring &id);
     // Appends a packet to those that a microphone delivers.
@@ -145,6 +154,9 @@ public:
     void Fail(Method method, int64_t result, int nth = 1, int times = 1);
     void Before(Method method, std::function<void()> action, int nth = 1);
     void ClearFaults();
+    // Until the next Reset. An unregistration that is scripted to fail leaves the callback registered, unless
+    // the result is E_NOTFOUND.
+    void SetRegistrationRules(const RegistrationRules &rules);
     int Count(Method method) const;
     int TotalCalls() const;
 
@@ -159,10 +171,12 @@ public:
     int LiveObjects() const;                    // counts only objects created since the last Reset
     int RegisteredCallbacks() const;
     std::vector<IMMNotificationClient *> Callbacks() const; // in the order of their registration
+    int FailedUnregistrations() const; // those that left their callback registered, since the last Reset
 
     // Deliver a notification to every registered callback on a new thread, and wait until all callbacks
-    // returned.
-    void NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id);
+    // returned. If one does not return for twenty seconds, the process is aborted with a message.
+    void NotifyDefaultChanged(EDataFlow flow, ERole role, const std::wstring &id); // empty: a null id
+    void NotifyDefaultChangedForAllRoles(EDataFlow flow, const std::wstring &id);
     void NotifyPropertyChanged(const std::wstring &id);
     void NotifyStateChanged(const std::wstring &id, DWORD state);
     void NotifyAdded(const std::wstring &id);
@@ -188,7 +202,13 @@ private:
     }
 
     AudioSystem() = default;
+    bool UnregisterWaits() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_rules.unregisterWaits;
+    }
     void Notify(const std::function<void(IMMNotificationClient &)> &deliver);
+    void Deliver(const std::function<void(IMMNotificationClient &)> &deliver);
 
     std::recursive_mutex m_notifyMutex;   // locked while callbacks run and while one is unregistered
     mutable std::recursive_mutex m_mutex; // guards all members below
@@ -200,8 +220,12 @@ private:
     std::vector<ERole> m_requestedRoles;
     std::vector<UINT32> m_requestedFrames;
     std::vector<std::shared_ptr<ClientRecord>> m_clients;
+    RegistrationRules m_rules;
     std::vector<IMMNotificationClient *> m_callbacks;
     std::vector<IID> m_releasedObjects;
+    // Callbacks that earlier tests left registered. Kept, because the module must not free them.
+    std::vector<IMMNotificationClient *> m_lostCallbacks;
+    int m_failedUnregistrations = 0;
     std::vector<std::unique_ptr<class FakeObject>> m_objects; // including released ones, until Reset
     size_t m_objectsBeforeReset = 0;                          // how many objects were alive at the last Reset
 };

@@ -13,6 +13,8 @@
 namespace fakes {
 namespace {
 
+constexpr auto wrongEndpointType = static_cast<HRESULT>(0x88890003); // AUDCLNT_E_WRONG_ENDPOINT_TYPE
+
 // Returns a zero-terminated copy allocated with CoTaskMemAlloc.
 LPWSTR CopyText(const std::wstring &text)
 {
@@ -40,35 +42,73 @@ WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
     format->cbSize = static_cast<WORD>(bytes - sizeof(WAVEFORMATEX));
     if (mix.extensible) {
         auto *extensible = reinterpret_cast<WAVEFORMATEXTENSIBLE *>(format);
-        extensible->Samples.wValidBitsPerSample = mix.integerBits.value_or(mix.bits);
+        extensible->Samples.wValidBitsPerSample = mix.validBits.value_or(mix.bits);
         extensible->dwChannelMask = mix.channelMask;
-        extensible->SubFormat = mix.integerBits ? KSDATAFORMAT_SUBTYPE_PCM : KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
+        extensible->SubFormat = mix.IsFloat() ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM;
     }
     return format;
 }
 
-// Returns the result of Initialize for a format: E_POINTER for null, E_INVALIDARG for an inconsistent
-// description, AUDCLNT_E_UNSUPPORTED_FORMAT for a valid description that the engine does not support.
+// True if the samples are of a type that an engine mixes: integers of 8, 16, 24 or 32 bits of which some may
+// be unused, or floats of 32 bits.
+bool HasMixableSamples(const WAVEFORMATEX &format)
+{
+    bool isFloat = format.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
+    WORD validBits = format.wBitsPerSample;
+    if (format.wFormatTag == WAVE_FORMAT_EXTENSIBLE) {
+        const auto &extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE &>(format);
+        isFloat = IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT);
+        if (!isFloat && !IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_PCM)) {
+            return false;
+        }
+        validBits = extensible.Samples.wValidBitsPerSample;
+    } else if (format.wFormatTag != WAVE_FORMAT_PCM && !isFloat) {
+        return false;
+    }
+    if (isFloat) {
+        return format.wBitsPerSample == 32 && validBits == 32;
+    }
+    constexpr std::array<WORD, 4> sampleBits{8, 16, 24, 32};
+    return std::find(sampleBits.begin(), sampleBits.end(), format.wBitsPerSample) != sampleBits.end() &&
+           validBits > 0 && validBits <= format.wBitsPerSample;
+}
+
+// Returns the result of Initialize for a format in shared mode: E_POINTER for null, E_INVALIDARG for an
+// inconsistent description, AUDCLNT_E_UNSUPPORTED_FORMAT for a valid description that the engine does not
+// support. An engine converts sample types, but neither rates nor channels.
 // https://learn.microsoft.com/windows/win32/api/audioclient/nf-audioclient-iaudioclient-initialize
-HRESULT CheckFormat(const WAVEFORMATEX *format)
+HRESULT CheckFormat(const WAVEFORMATEX *format, const MixFormat &mix)
 {
     if (format == nullptr) {
         return E_POINTER;
     }
     const uint64_t frameBits = uint64_t{format->nChannels} * format->wBitsPerSample;
     const uint64_t bytesPerSecond = uint64_t{format->nSamplesPerSec} * format->nBlockAlign;
-    const bool isExtensible = format->wFormatTag == WAVE_FORMAT_EXTENSIBLE;
     if (frameBits == 0 || bytesPerSecond == 0 || frameBits != uint64_t{format->nBlockAlign} * 8 ||
         bytesPerSecond != format->nAvgBytesPerSec ||
-        (isExtensible && format->cbSize < sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX))) {
+        (format->wFormatTag == WAVE_FORMAT_EXTENSIBLE &&
+         format->cbSize < sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX))) {
         return E_INVALIDARG;
     }
-    constexpr std::array<WORD, 4> sampleBits{8, 16, 24, 32};
-    const bool isKnownTag =
-        isExtensible || format->wFormatTag == WAVE_FORMAT_PCM || format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
-    const bool isSupportedSize =
-        std::find(sampleBits.begin(), sampleBits.end(), format->wBitsPerSample) != sampleBits.end();
-    return isKnownTag && isSupportedSize ? S_OK : AUDCLNT_E_UNSUPPORTED_FORMAT;
+    const bool isMixed = format->nSamplesPerSec == mix.rateHz && format->nChannels == mix.channels;
+    return isMixed && HasMixableSamples(*format) ? S_OK : AUDCLNT_E_UNSUPPORTED_FORMAT;
+}
+
+// Returns the result of Initialize for its other arguments.
+HRESULT CheckStream(EDataFlow flow, AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME bufferDuration,
+                    REFERENCE_TIME periodicity)
+{
+    constexpr DWORD knownFlags = 0xF81F0000; // AUDCLNT_STREAMFLAGS_* and AUDCLNT_SESSIONFLAGS_*
+    if (mode != AUDCLNT_SHAREMODE_SHARED) {
+        return static_cast<HRESULT>(0x8889000E); // AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED
+    }
+    if ((flags & ~knownFlags) != 0 || bufferDuration < 0 || periodicity != 0) {
+        return E_INVALIDARG;
+    }
+    if ((flags & AUDCLNT_STREAMFLAGS_LOOPBACK) != 0 && flow == eCapture) {
+        return wrongEndpointType;
+    }
+    return S_OK;
 }
 
 } // namespace
@@ -131,6 +171,7 @@ Scripted FakeObject::Enter(Method method)
     if (!isUnregistration && fakewin::ApartmentDepth() == 0) {
         fakewin::AddViolation("a call outside an apartment");
     }
+    fakewin::CountCallOfThread();
     Scripted scripted;
     m_system.m_mutex.unlock(); // a scripted action may wait for another thread that needs the mutex
     const auto result = m_system.m_script.Next(method);
@@ -175,7 +216,7 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
     }
     for (const auto &endpoint : m_system.m_endpoints) {
         if (endpoint->id == id) {
-            *device = m_system.Create<FakeDevice>(endpoint);
+            *device = m_system.Create<FakeDevice>(endpoint, flow);
             return scripted.success;
         }
     }
@@ -189,21 +230,34 @@ HRESULT FakeEnumerator::RegisterEndpointNotificationCallback(IMMNotificationClie
     if (scripted.failure) {
         return *scripted.failure;
     }
-    client->AddRef();
+    if (client == nullptr) {
+        return E_POINTER;
+    }
+    if (m_system.m_rules.addsReference) {
+        client->AddRef();
+    }
     m_system.m_callbacks.push_back(client);
     return scripted.success;
 }
 
 HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationClient *client)
 {
-    const std::lock_guard notRunning(m_system.m_notifyMutex);
+    std::unique_lock notRunning(m_system.m_notifyMutex, std::defer_lock);
+    if (m_system.UnregisterWaits()) {
+        notRunning.lock();
+    }
     const std::lock_guard lock(m_system.m_mutex);
-    // A scripted failure only changes the result: the callback is removed in any case.
     const Scripted scripted = Enter(Method::UnregisterCallback);
+    if (scripted.failure && *scripted.failure != E_NOTFOUND) {
+        ++m_system.m_failedUnregistrations;
+        return *scripted.failure;
+    }
     if (std::erase(m_system.m_callbacks, client) == 0) {
         return E_NOTFOUND;
     }
-    client->Release();
+    if (m_system.m_rules.addsReference) {
+        client->Release();
+    }
     return scripted.failure.value_or(scripted.success);
 }
 
@@ -227,7 +281,7 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     if (!IsEqualIID(iid, IID_IAudioClient)) {
         return E_NOINTERFACE;
     }
-    *object = static_cast<IAudioClient *>(m_system.Create<FakeAudioClient>(m_endpoint));
+    *object = static_cast<IAudioClient *>(m_system.Create<FakeAudioClient>(m_endpoint, m_flow));
     return scripted.success;
 }
 
@@ -256,9 +310,10 @@ HRESULT FakeDevice::GetState(DWORD *state)
 
 // --- Client ----------------------------------------------------------------------------------
 
-FakeAudioClient::FakeAudioClient(AudioSystem &system, std::shared_ptr<Endpoint> endpoint)
+FakeAudioClient::FakeAudioClient(AudioSystem &system, std::shared_ptr<Endpoint> endpoint, EDataFlow flow)
     : FakeUnknown(system),
       m_endpoint(std::move(endpoint)),
+      m_flow(flow),
       m_record(std::make_shared<ClientRecord>()),
       m_invalidationsAtCreation(m_endpoint->invalidations)
 {
@@ -303,7 +358,11 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFEREN
     if (m_initialized) {
         return AUDCLNT_E_ALREADY_INITIALIZED;
     }
-    const HRESULT supported = CheckFormat(format);
+    const HRESULT stream = CheckStream(m_flow, mode, flags, bufferDuration, periodicity);
+    if (stream != S_OK) {
+        return stream;
+    }
+    const HRESULT supported = CheckFormat(format, m_endpoint->mixFormat);
     const bool acceptsAny = m_acceptsAnyFormat || m_endpoint->acceptsAnyFormat;
     if (supported != S_OK && (format == nullptr || !acceptsAny)) {
         return supported;
@@ -336,6 +395,9 @@ HRESULT FakeAudioClient::GetCurrentPadding(UINT32 *frames)
     if (scripted.failure) {
         *frames = endpoint.paddingOfFailure.value_or(*frames);
         return *scripted.failure;
+    }
+    if (!m_initialized) {
+        return AUDCLNT_E_NOT_INITIALIZED;
     }
     if (scripted.size) {
         *frames = *scripted.size;
@@ -380,6 +442,12 @@ HRESULT FakeAudioClient::Start()
     if (scripted.failure) {
         return *scripted.failure;
     }
+    if (!m_initialized) {
+        return AUDCLNT_E_NOT_INITIALIZED;
+    }
+    if (m_record->starts > m_record->stops) {
+        return AUDCLNT_E_NOT_STOPPED;
+    }
     if ((m_record->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) != 0 && m_record->event == nullptr) {
         return AUDCLNT_E_EVENTHANDLE_NOT_SET;
     }
@@ -405,6 +473,12 @@ HRESULT FakeAudioClient::SetEventHandle(HANDLE event)
     if (scripted.failure) {
         return *scripted.failure;
     }
+    if (!m_initialized) {
+        return AUDCLNT_E_NOT_INITIALIZED;
+    }
+    if ((m_record->flags & AUDCLNT_STREAMFLAGS_EVENTCALLBACK) == 0) {
+        return AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED;
+    }
     if (event == nullptr) {
         return E_INVALIDARG;
     }
@@ -420,12 +494,21 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }
+    if (!m_initialized) {
+        return AUDCLNT_E_NOT_INITIALIZED;
+    }
     if (IsEqualIID(iid, IID_IAudioCaptureClient)) {
+        if (m_flow != eCapture) {
+            return wrongEndpointType;
+        }
         *service = static_cast<IAudioCaptureClient *>(m_system.Create<FakeCaptureClient>(*this));
         return scripted.success;
     }
     if (!IsEqualIID(iid, IID_IAudioRenderClient)) {
         return E_NOINTERFACE;
+    }
+    if (m_flow != eRender) {
+        return wrongEndpointType;
     }
     *service = static_cast<IAudioRenderClient *>(m_system.Create<FakeRenderClient>(*this));
     return scripted.success;

@@ -80,8 +80,8 @@ public:
 
 class FakeDevice final : public FakeUnknown<IMMDevice> {
 public:
-    FakeDevice(AudioSystem &system, std::shared_ptr<Endpoint> endpoint)
-        : FakeUnknown(system), m_endpoint(std::move(endpoint))
+    FakeDevice(AudioSystem &system, std::shared_ptr<Endpoint> endpoint, EDataFlow flow)
+        : FakeUnknown(system), m_endpoint(std::move(endpoint)), m_flow(flow)
     {
     }
 
@@ -93,11 +93,12 @@ public:
 
 private:
     std::shared_ptr<Endpoint> m_endpoint;
+    const EDataFlow m_flow;
 };
 
 class FakeAudioClient final : public FakeUnknown<IAudioClient> {
 public:
-    FakeAudioClient(AudioSystem &system, std::shared_ptr<Endpoint> endpoint);
+    FakeAudioClient(AudioSystem &system, std::shared_ptr<Endpoint> endpoint, EDataFlow flow);
 
     HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME bufferDuration,
                                          REFERENCE_TIME periodicity, const WAVEFORMATEX *format,
@@ -133,6 +134,7 @@ private:
     Scripted Enter(Method method);
 
     std::shared_ptr<Endpoint> m_endpoint;
+    const EDataFlow m_flow;
     std::shared_ptr<ClientRecord> m_record;
     const int m_invalidationsAtCreation;
     bool m_initialized = false;

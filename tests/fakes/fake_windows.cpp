@@ -6,7 +6,9 @@
 #include <condition_variable>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "tests/fakes/fake_windows_state.h"
@@ -20,6 +22,7 @@ using namespace std::chrono_literals;
 constexpr DWORD minClockWaitMs = 1000; // shorter waits do not use the simulated clock
 constexpr std::chrono::microseconds defaultShortWait = 50us;
 constexpr size_t maxRecords = 10000;
+constexpr std::chrono::milliseconds defaultLongestNotification = 10s;
 
 struct Waitable {
     bool isEvent;
@@ -46,6 +49,12 @@ struct State {
     uint64_t waitedMs = 0;
     std::chrono::microseconds shortWait = defaultShortWait;
     std::vector<std::string> violations;
+    std::shared_ptr<const std::function<void(Call)>> callHook;
+    std::chrono::milliseconds longestNotification = defaultLongestNotification;
+    uint64_t notifications = 0;              // numbers them from 1
+    std::set<uint64_t> runningNotifications; // those that have not returned
+    std::vector<ThreadTally> tallies;
+    int resets = 0;
 };
 
 State &TheState()
@@ -54,8 +63,62 @@ State &TheState()
     return *state;
 }
 
+// Windows documents the last error of a call only where the call fails. A successful call may change it.
+constexpr DWORD lastErrorOfSuccess = 0x2BAD;
+
 thread_local DWORD lastError = 0;
-thread_local int notificationDepth = 0;
+// Trivial types only: MinGW runs the destructors of thread-local objects after freeing their storage.
+thread_local uint64_t deliveredNotification = 0; // the notification that this thread delivers; 0 for none
+thread_local uint64_t startingNotification = 0;  // the one that started this thread; 0 once it has returned
+thread_local int threadDepth = 0;
+thread_local bool startedByNotification = false;
+thread_local size_t tallyIndex = 0;
+thread_local int tallyResets = -1; // State::resets when this thread got its index
+
+// Needs the lock.
+ThreadTally &OwnTally(State &state)
+{
+    if (tallyResets != state.resets) {
+        tallyIndex = state.tallies.size();
+        tallyResets = state.resets;
+        state.tallies.emplace_back();
+    }
+    return state.tallies[tallyIndex];
+}
+
+void CountWait(State &state, DWORD milliseconds)
+{
+    state.waitedMs += milliseconds;
+    OwnTally(state).waitedMs += milliseconds;
+}
+
+// Blocks a thread that a notification started until the notification has returned.
+void AwaitStartingNotification()
+{
+    if (startingNotification == 0) {
+        return;
+    }
+    State &state = TheState();
+    std::unique_lock lock(state.mutex);
+    const auto hasReturned = [&] { return state.runningNotifications.count(startingNotification) == 0; };
+    if (!state.changed.wait_for(lock, state.longestNotification, hasReturned)) {
+        state.violations.push_back("a notification waits for more than the start of a thread");
+    }
+    startingNotification = 0;
+}
+
+void RunCallHook(Call call)
+{
+    std::shared_ptr<const std::function<void(Call)>> hook;
+    {
+        State &state = TheState();
+        const std::lock_guard lock(state.mutex);
+        hook = state.callHook;
+    }
+    if (hook != nullptr) {
+        (*hook)(call);
+    }
+}
 
 HANDLE AddHandle(State &state, Waitable waitable)
 {
@@ -129,10 +192,15 @@ std::optional<int64_t> Enter(Call call)
     // Inside a notification the module may only start a thread, which takes these calls.
     const bool startsThread = call == Call::CreateThread || call == Call::GetModuleHandleExW ||
                               call == Call::CloseHandle || call == Call::FreeLibrary;
-    if (notificationDepth > 0 && !startsThread) {
+    if (InNotification() && !startsThread) {
         AddViolation("a system call was made inside a notification");
     }
-    return Script().Next(call);
+    AwaitStartingNotification();
+    RunCallHook(call);
+    CountCallOfThread();
+    auto result = Script().Next(call);
+    lastError = lastErrorOfSuccess; // a failing call then stores its error
+    return result;
 }
 
 void Fail(Call call, int64_t result, int nth, int times)
@@ -154,6 +222,27 @@ int Count(Call call)
 int TotalCalls()
 {
     return Script().TotalCount();
+}
+
+void SetCallHook(std::function<void(Call)> hook)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.callHook = std::make_shared<const std::function<void(Call)>>(std::move(hook));
+}
+
+void CountCallOfThread()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    ++OwnTally(state).calls;
+}
+
+std::vector<ThreadTally> ThreadTallies()
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.tallies;
 }
 
 void AddViolation(const std::string &text)
@@ -179,6 +268,10 @@ void Reset()
     state.waits.clear();
     state.waitedMs = 0;
     state.shortWait = defaultShortWait;
+    state.callHook = nullptr;
+    state.longestNotification = defaultLongestNotification;
+    state.tallies.clear();
+    ++state.resets;
     state.violations.clear();
     if (!ended) {
         state.violations.push_back("a thread of the previous test is still running");
@@ -248,7 +341,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD waitMs)
     }
     Waitable &waitable = state.handles[handle];
     if (!waitable.signalled) {
-        state.waitedMs += waitMs;
+        CountWait(state, waitMs);
         return WAIT_TIMEOUT;
     }
     waitable.signalled = waitable.manualReset;
@@ -276,7 +369,7 @@ void Sleep(DWORD sleepMs)
     State &state = TheState();
     std::unique_lock lock(state.mutex);
     Record(state, {Call::Sleep, nullptr, sleepMs});
-    state.waitedMs += sleepMs;
+    CountWait(state, sleepMs);
     if (sleepMs >= minClockWaitMs) {
         WaitOnClock(state, lock, nullptr, sleepMs, [] { return false; });
         return;
@@ -361,7 +454,12 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start,
     if (threadId != nullptr) {
         *threadId = static_cast<DWORD>(reinterpret_cast<uintptr_t>(handle));
     }
-    std::thread([start, parameter, handle] {
+    const bool byNotification = startedByNotification || deliveredNotification != 0;
+    std::thread([start, parameter, handle, notification = deliveredNotification, byNotification,
+                 depth = threadDepth + 1] {
+        startingNotification = notification;
+        startedByNotification = byNotification;
+        threadDepth = depth;
         start(parameter);
         State &atEnd = TheState();
         const std::lock_guard endLock(atEnd.mutex);
@@ -372,6 +470,15 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start,
         atEnd.changed.notify_all();
     }).detach();
     return handle;
+}
+
+int ThreadDepth()
+{
+    return threadDepth;
+}
+bool StartedByNotification()
+{
+    return startedByNotification;
 }
 
 int LiveThreads()
@@ -394,15 +501,28 @@ void SetLastError(DWORD error)
 
 NotificationScope::NotificationScope()
 {
-    ++notificationDepth;
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    deliveredNotification = ++state.notifications;
+    state.runningNotifications.insert(deliveredNotification);
 }
 NotificationScope::~NotificationScope()
 {
-    --notificationDepth;
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.runningNotifications.erase(deliveredNotification);
+    deliveredNotification = 0;
+    state.changed.notify_all();
 }
 bool InNotification()
 {
-    return notificationDepth > 0;
+    return deliveredNotification != 0;
+}
+void SetLongestNotification(std::chrono::milliseconds time)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.longestNotification = time;
 }
 
 } // namespace fakewin

@@ -10,6 +10,7 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -88,6 +89,9 @@ int Count(Call call); // since the last Reset
 void ClearFaults();
 // Counts all calls of the enumeration since the last Reset.
 int TotalCalls();
+// Runs `hook` at the start of each call, on the calling thread and before the call is counted, until the next
+// Reset. The hook may block, so a test can order the calls of different threads.
+void SetCallHook(std::function<void(Call)> hook);
 
 // Clears faults, counts, records, violations and the registry's content. Waits up to ten seconds for running
 // threads. Open handles stay open; open registry keys become deleted keys.
@@ -123,6 +127,19 @@ void SkipShortWaits();
 // Blocks until exactly `count` threads wait on the simulated clock. False after ten seconds.
 bool AwaitClockWaiters(int count);
 int LiveThreads(); // created by CreateThread and not ended
+// How many CreateThread calls led to the calling thread: 0 for a thread of the test, 1 for one that it
+// started, and so on.
+int ThreadDepth();
+// True on a thread that a notification started, and on the threads that such a thread started.
+bool StartedByNotification();
+
+// What one thread has done since the last Reset.
+struct ThreadTally {
+    uint64_t calls = 0;    // to Windows and to the endpoints
+    uint64_t waitedMs = 0; // simulated time in Sleep and in timed-out waits
+};
+std::vector<ThreadTally> ThreadTallies(); // of all threads, also of those that have ended
+void CountCallOfThread();                 // for the other fakes
 
 // --- COM -----------------------------------------------------------------------------------
 
@@ -162,7 +179,8 @@ int LiveRegistryKeys();
 // --- Notifications -------------------------------------------------------------------------
 
 // Marks the calling thread as delivering a notification while the object exists: most redirected calls are
-// violations then.
+// violations then. A thread that is started meanwhile makes no call before the notification has returned. A
+// notification that waits for more than the start of its thread therefore never ends, which is a violation.
 class NotificationScope {
 public:
     NotificationScope();
@@ -171,5 +189,8 @@ public:
     NotificationScope &operator=(const NotificationScope &) = delete;
 };
 bool InNotification();
+// How long a thread that a notification has started waits for the notification's end before it reports the
+// violation. Ten seconds until a test changes it; Reset restores it.
+void SetLongestNotification(std::chrono::milliseconds time);
 
 } // namespace fakewin

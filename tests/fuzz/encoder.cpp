@@ -28,7 +28,7 @@ using velto_fuzz::Input;
 
 Effect opened("opened encoders");
 Effect refusedParameters("refused parameters");
-Effect packets("packets, each decoded");
+Effect packets("packets that decode");
 Effect refusedFrames("refused frames");
 Effect drained("drained encoders");
 Effect configurations("configurations read");

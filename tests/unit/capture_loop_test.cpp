@@ -298,7 +298,8 @@ TEST_F(CaptureLoop, ReadsBitsOf32BitIntegersAsFloats)
     const std::vector<uint32_t> samples = {0x3F800000, 0xBF800000, 0x3F000000, 0xBF000000, 0xC0000000,
                                            0x40000000, 0x7F000000, 0x7FFFFF00, 0xFFFFFF00, 0x00000100};
     for (const uint16_t validBits : {32, 24}) {
-        Microphone().mixFormat.integerBits = validBits;
+        Microphone().mixFormat.isFloat = false;
+        Microphone().mixFormat.validBits = validBits;
         CapturedPacket packet;
         packet.frames = static_cast<UINT32>(samples.size() / 2);
         packet.data.resize(samples.size() * sizeof(uint32_t));

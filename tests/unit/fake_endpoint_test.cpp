@@ -1,5 +1,5 @@
-// The fake endpoint must refuse the formats that an audio engine refuses. Otherwise tests with such formats
-// would check nothing.
+// The fake endpoint must refuse what an audio engine refuses. Otherwise tests with such formats, streams or
+// calls would check nothing.
 #include <gtest/gtest.h>
 
 #include "reset.h"
@@ -17,21 +17,40 @@ protected:
     }
     ~FakeEndpointFormat() override { fakewin::CoUninitialize(); }
 
-    // Returns the result of Initialize for a new client.
-    static HRESULT Initialize(const WAVEFORMATEX *format)
+    // Runs `use` with a new client of the default endpoint and returns its result.
+    template <typename Use>
+    static HRESULT WithClient(EDataFlow flow, Use use)
     {
         IMMDeviceEnumerator *enumerator = nullptr;
         IMMDevice *device = nullptr;
         IAudioClient *client = nullptr;
         fakewin::CoCreateInstance(CLSID_MMDeviceEnumerator, nullptr, CLSCTX_ALL, IID_IMMDeviceEnumerator,
                                   reinterpret_cast<void **>(&enumerator));
-        enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device);
+        enumerator->GetDefaultAudioEndpoint(flow, eConsole, &device);
         device->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, reinterpret_cast<void **>(&client));
-        const HRESULT result = client->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 3000000, 0, format, nullptr);
+        const HRESULT result = use(*client);
         client->Release();
         device->Release();
         enumerator->Release();
         return result;
+    }
+
+    // Returns the result of Initialize for a new client.
+    static HRESULT Initialize(const WAVEFORMATEX *format)
+    {
+        return WithClient(eRender, [&](IAudioClient &client) {
+            return client.Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 3000000, 0, format, nullptr);
+        });
+    }
+
+    // Returns the result of Initialize with the mix format and these arguments.
+    static HRESULT InitializeStream(EDataFlow flow, AUDCLNT_SHAREMODE mode, DWORD flags,
+                                    REFERENCE_TIME duration, REFERENCE_TIME periodicity)
+    {
+        const WAVEFORMATEX format = Pcm(2, 16, 48000);
+        return WithClient(flow, [&](IAudioClient &client) {
+            return client.Initialize(mode, flags, duration, periodicity, &format, nullptr);
+        });
     }
 
     static WAVEFORMATEX Pcm(WORD channels, WORD bits, DWORD rateHz)
@@ -61,6 +80,7 @@ TEST_F(FakeEndpointFormat, InitializeAcceptsConsistentFormats)
     for (const WORD channels : {1, 2, 3, 6, 8}) {
         for (const WORD bits : {8, 16, 24, 32}) {
             const WAVEFORMATEX format = Pcm(channels, bits, 44100);
+            fakes::AudioSystem::Instance().Get(L"speakers").mixFormat = {channels, 32, 44100};
             EXPECT_EQ(Initialize(&format), S_OK) << channels << " channels, " << bits << " bits";
         }
     }
@@ -92,6 +112,86 @@ TEST_F(FakeEndpointFormat, InitializeRefusesFormatsThatEngineCannotMix)
         const WAVEFORMATEX format = Pcm(2, bits, 48000);
         EXPECT_EQ(Initialize(&format), AUDCLNT_E_UNSUPPORTED_FORMAT) << bits << " bits";
     }
+}
+
+TEST_F(FakeEndpointFormat, InitializeRefusesOtherRateOrChannelsThanMixFormat)
+{
+    const WAVEFORMATEX rate = Pcm(2, 16, 44100);
+    EXPECT_EQ(Initialize(&rate), AUDCLNT_E_UNSUPPORTED_FORMAT);
+    const WAVEFORMATEX channels = Pcm(6, 16, 48000);
+    EXPECT_EQ(Initialize(&channels), AUDCLNT_E_UNSUPPORTED_FORMAT);
+}
+
+TEST_F(FakeEndpointFormat, InitializeRefusesSampleTypesThatEngineCannotMix)
+{
+    const auto initialize = [](WORD bits, WORD validBits, uint32_t subFormat) {
+        WAVEFORMATEXTENSIBLE format{};
+        format.Format = Pcm(2, bits, 48000);
+        format.Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
+        format.Format.cbSize = sizeof format - sizeof format.Format;
+        format.Samples.wValidBitsPerSample = validBits;
+        format.SubFormat = {subFormat, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
+        return Initialize(&format.Format);
+    };
+    constexpr uint32_t pcm = 1;
+    constexpr uint32_t ieeeFloat = 3;
+    constexpr uint32_t mp3 = 0x55;
+    EXPECT_EQ(initialize(32, 32, pcm), S_OK);
+    EXPECT_EQ(initialize(32, 24, pcm), S_OK);
+    EXPECT_EQ(initialize(32, 32, ieeeFloat), S_OK);
+    EXPECT_EQ(initialize(32, 24, ieeeFloat), AUDCLNT_E_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(initialize(16, 16, ieeeFloat), AUDCLNT_E_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(initialize(16, 24, pcm), AUDCLNT_E_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(initialize(16, 0, pcm), AUDCLNT_E_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(initialize(16, 16, mp3), AUDCLNT_E_UNSUPPORTED_FORMAT);
+}
+
+TEST_F(FakeEndpointFormat, InitializeRefusesStreamsThatSharedModeDoesNotHave)
+{
+    constexpr auto shared = AUDCLNT_SHAREMODE_SHARED;
+    EXPECT_EQ(InitializeStream(eRender, shared, AUDCLNT_STREAMFLAGS_EVENTCALLBACK, 3000000, 0), S_OK);
+    EXPECT_EQ(InitializeStream(eRender, shared, AUDCLNT_STREAMFLAGS_LOOPBACK, 3000000, 0), S_OK);
+    EXPECT_EQ(InitializeStream(eRender, AUDCLNT_SHAREMODE_EXCLUSIVE, 0, 3000000, 0),
+              static_cast<HRESULT>(0x8889000E)); // AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED
+    EXPECT_EQ(InitializeStream(eRender, shared, 1, 3000000, 0), E_INVALIDARG) << "an unknown flag";
+    EXPECT_EQ(InitializeStream(eRender, shared, 0, 3000000, 100000), E_INVALIDARG) << "a period";
+    EXPECT_EQ(InitializeStream(eRender, shared, 0, -1, 0), E_INVALIDARG) << "a negative duration";
+    EXPECT_EQ(InitializeStream(eCapture, shared, AUDCLNT_STREAMFLAGS_LOOPBACK, 3000000, 0),
+              static_cast<HRESULT>(0x88890003)); // AUDCLNT_E_WRONG_ENDPOINT_TYPE
+}
+
+TEST_F(FakeEndpointFormat, ClientRefusesCallsBeforeInitialize)
+{
+    const auto use = [](auto call) { return WithClient(eRender, call); };
+    UINT32 frames = 0;
+    void *service = nullptr;
+    const HANDLE event = reinterpret_cast<HANDLE>(uintptr_t{4});
+    EXPECT_EQ(use([&](IAudioClient &client) { return client.Start(); }), AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(use([&](IAudioClient &client) { return client.SetEventHandle(event); }),
+              AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(use([&](IAudioClient &client) { return client.GetBufferSize(&frames); }),
+              AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(use([&](IAudioClient &client) { return client.GetCurrentPadding(&frames); }),
+              AUDCLNT_E_NOT_INITIALIZED);
+    EXPECT_EQ(
+        use([&](IAudioClient &client) { return client.GetService(__uuidof(IAudioRenderClient), &service); }),
+        AUDCLNT_E_NOT_INITIALIZED);
+}
+
+TEST_F(FakeEndpointFormat, ClientRefusesEventWithoutFlagAndSecondStart)
+{
+    EXPECT_EQ(WithClient(eRender,
+                         [](IAudioClient &client) {
+                             const WAVEFORMATEX format = Pcm(2, 16, 48000);
+                             EXPECT_EQ(
+                                 client.Initialize(AUDCLNT_SHAREMODE_SHARED, 0, 3000000, 0, &format, nullptr),
+                                 S_OK);
+                             EXPECT_EQ(client.SetEventHandle(reinterpret_cast<HANDLE>(uintptr_t{4})),
+                                       AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED);
+                             EXPECT_EQ(client.Start(), S_OK);
+                             return client.Start();
+                         }),
+              AUDCLNT_E_NOT_STOPPED);
 }
 
 TEST_F(FakeEndpointFormat, InitializeAcceptsAnyFormatButNullOnRequest)

@@ -36,6 +36,7 @@ const Fault pending{"AUDCLNT_E_BUFFER_OPERATION_PENDING", Failure, Audclnt(0xB)}
 const Fault bufferSizeError{"AUDCLNT_E_BUFFER_SIZE_ERROR", Failure, Audclnt(0x16)};
 const Fault bufferError{"AUDCLNT_E_BUFFER_ERROR", Failure, Audclnt(0x18)};
 const Fault resourcesInvalidated{"AUDCLNT_E_RESOURCES_INVALIDATED", Failure, Audclnt(0x26)};
+const Fault accessDenied{"E_ACCESSDENIED", Failure, E_ACCESSDENIED};
 const Fault null{"no object", Null, fakes::nullResult};
 const Fault sFalse{"S_FALSE", Success, S_FALSE};
 
@@ -91,13 +92,14 @@ void AddEndpointCalls(std::vector<FaultyCall> &calls)
                   OfEndpoint("IMMDeviceEnumerator::UnregisterEndpointNotificationCallback",
                              Method::UnregisterCallback, {pointer, notFound, sFalse}),
                   OfEndpoint("IMMDevice::Activate", Method::Activate,
-                             {noInterface, pointer, invalidArgument, outOfMemory, invalidated, null, sFalse}),
+                             {noInterface, pointer, invalidArgument, outOfMemory, invalidated, accessDenied,
+                              serviceStopped, null, sFalse}),
                   OfEndpoint("IMMDevice::GetId", Method::GetId, {outOfMemory, pointer, null, sFalse}),
                   OfEndpoint("IMMDevice::GetState", Method::GetState,
                              {pointer, Sized("DEVICE_STATE_DISABLED", 2), Sized("DEVICE_STATE_NOTPRESENT", 4),
                               Sized("DEVICE_STATE_UNPLUGGED", 8), Sized("no state", 0), sFalse}),
                   OfEndpoint("IAudioClient::GetMixFormat", Method::GetMixFormat,
-                             {invalidated, serviceStopped, pointer, outOfMemory, null,
+                             {invalidated, resourcesInvalidated, serviceStopped, pointer, outOfMemory, null,
                               Sized("a format of zeros", 0), Sized("a format of huge numbers", 0xFFFFFFFF),
                               AcceptedFormat("a format of zeros that Initialize accepts", 0),
                               AcceptedFormat("a format of huge numbers that Initialize accepts", 0xFFFFFFFF),
@@ -106,36 +108,39 @@ void AddEndpointCalls(std::vector<FaultyCall> &calls)
 
 void AddClientCalls(std::vector<FaultyCall> &calls)
 {
-    calls.insert(calls.end(),
-                 {OfEndpoint("IAudioClient::Initialize", Method::Initialize,
-                             {Error("AUDCLNT_E_ALREADY_INITIALIZED", Audclnt(0x2)), wrongEndpoint,
-                              Error("AUDCLNT_E_UNSUPPORTED_FORMAT", Audclnt(0x8)),
-                              Error("AUDCLNT_E_DEVICE_IN_USE", Audclnt(0xA)),
-                              Error("AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED", Audclnt(0xE)),
-                              Error("AUDCLNT_E_ENDPOINT_CREATE_FAILED", Audclnt(0xF)),
-                              Error("AUDCLNT_E_BUFDURATION_PERIOD_NOT_EQUAL", Audclnt(0x13)), bufferSizeError,
-                              Error("AUDCLNT_E_CPUUSAGE_EXCEEDED", Audclnt(0x17)),
-                              Error("AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED", Audclnt(0x19)),
-                              Error("AUDCLNT_E_INVALID_DEVICE_PERIOD", Audclnt(0x20)), invalidated,
-                              serviceStopped, pointer, invalidArgument, outOfMemory, sFalse}),
-                  OfEndpoint("IAudioClient::SetEventHandle", Method::SetEventHandle,
-                             {Error("AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED", Audclnt(0x11)), notInitialized,
-                              invalidated, serviceStopped, resourcesInvalidated, invalidArgument, sFalse}),
-                  OfEndpoint("IAudioClient::GetBufferSize", Method::GetBufferSize,
-                             {notInitialized, invalidated, serviceStopped, pointer, Sized("0 frames", 0),
-                              Sized("1 frame", 1), Sized("4294967295 frames", 0xFFFFFFFF), sFalse}),
-                  OfEndpoint("IAudioClient::GetService", Method::GetService,
-                             {pointer, noInterface, notInitialized, wrongEndpoint, invalidated,
-                              serviceStopped, null, sFalse}),
-                  OfEndpoint("IAudioClient::Start", Method::Start,
-                             {notInitialized, Error("AUDCLNT_E_NOT_STOPPED", Audclnt(0x5)),
-                              Error("AUDCLNT_E_EVENTHANDLE_NOT_SET", Audclnt(0x14)), invalidated,
-                              serviceStopped, sFalse}),
-                  OfEndpoint("IAudioClient::Stop", Method::Stop,
-                             {notInitialized, invalidated, serviceStopped, sFalse}),
-                  OfEndpoint("IAudioClient::GetCurrentPadding", Method::GetCurrentPadding,
-                             {notInitialized, invalidated, serviceStopped, pointer, Sized("0 frames", 0),
-                              Sized("4294967295 frames", 0xFFFFFFFF), sFalse})});
+    calls.insert(
+        calls.end(),
+        {OfEndpoint("IAudioClient::Initialize", Method::Initialize,
+                    {Error("AUDCLNT_E_ALREADY_INITIALIZED", Audclnt(0x2)), wrongEndpoint,
+                     Error("AUDCLNT_E_UNSUPPORTED_FORMAT", Audclnt(0x8)),
+                     Error("AUDCLNT_E_DEVICE_IN_USE", Audclnt(0xA)),
+                     Error("AUDCLNT_E_EXCLUSIVE_MODE_NOT_ALLOWED", Audclnt(0xE)),
+                     Error("AUDCLNT_E_ENDPOINT_CREATE_FAILED", Audclnt(0xF)),
+                     Error("AUDCLNT_E_BUFDURATION_PERIOD_NOT_EQUAL", Audclnt(0x13)), bufferSizeError,
+                     Error("AUDCLNT_E_CPUUSAGE_EXCEEDED", Audclnt(0x17)),
+                     Error("AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED", Audclnt(0x19)),
+                     Error("AUDCLNT_E_INVALID_DEVICE_PERIOD", Audclnt(0x20)), invalidated,
+                     resourcesInvalidated, accessDenied, serviceStopped, pointer, invalidArgument,
+                     outOfMemory, sFalse}),
+         OfEndpoint("IAudioClient::SetEventHandle", Method::SetEventHandle,
+                    {Error("AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED", Audclnt(0x11)), notInitialized, invalidated,
+                     serviceStopped, resourcesInvalidated, invalidArgument, sFalse}),
+         OfEndpoint("IAudioClient::GetBufferSize", Method::GetBufferSize,
+                    {notInitialized, invalidated, resourcesInvalidated, serviceStopped, pointer,
+                     Sized("0 frames", 0), Sized("1 frame", 1), Sized("4294967295 frames", 0xFFFFFFFF),
+                     sFalse}),
+         OfEndpoint("IAudioClient::GetService", Method::GetService,
+                    {pointer, noInterface, notInitialized, wrongEndpoint, invalidated, resourcesInvalidated,
+                     serviceStopped, null, sFalse}),
+         OfEndpoint("IAudioClient::Start", Method::Start,
+                    {notInitialized, Error("AUDCLNT_E_NOT_STOPPED", Audclnt(0x5)),
+                     Error("AUDCLNT_E_EVENTHANDLE_NOT_SET", Audclnt(0x14)), invalidated, resourcesInvalidated,
+                     serviceStopped, Error("AUDCLNT_E_DEVICE_IN_USE", Audclnt(0xA)), sFalse}),
+         OfEndpoint("IAudioClient::Stop", Method::Stop,
+                    {notInitialized, invalidated, resourcesInvalidated, serviceStopped, sFalse}),
+         OfEndpoint("IAudioClient::GetCurrentPadding", Method::GetCurrentPadding,
+                    {notInitialized, invalidated, resourcesInvalidated, serviceStopped, pointer,
+                     Sized("0 frames", 0), Sized("4294967295 frames", 0xFFFFFFFF), sFalse})});
 }
 
 void AddBufferCalls(std::vector<FaultyCall> &calls)
@@ -144,14 +149,16 @@ void AddBufferCalls(std::vector<FaultyCall> &calls)
         calls.end(),
         {OfEndpoint("IAudioRenderClient::GetBuffer", Method::GetBuffer,
                     {bufferError, Error("AUDCLNT_E_BUFFER_TOO_LARGE", Audclnt(0x6)), bufferSizeError,
-                     outOfOrder, invalidated, pending, serviceStopped, pointer, null, sFalse}),
-         OfEndpoint("IAudioRenderClient::ReleaseBuffer", Method::ReleaseBuffer,
-                    {invalidSize, bufferSizeError, outOfOrder, invalidated, serviceStopped, invalidArgument,
+                     outOfOrder, invalidated, resourcesInvalidated, pending, serviceStopped, pointer, null,
                      sFalse}),
+         OfEndpoint("IAudioRenderClient::ReleaseBuffer", Method::ReleaseBuffer,
+                    {invalidSize, bufferSizeError, outOfOrder, invalidated, resourcesInvalidated,
+                     serviceStopped, invalidArgument, sFalse}),
          OfEndpoint("IAudioCaptureClient::GetBuffer", Method::CaptureGetBuffer,
                     {bufferError,
                      outOfOrder,
                      invalidated,
+                     resourcesInvalidated,
                      pending,
                      serviceStopped,
                      pointer,
@@ -162,9 +169,9 @@ void AddBufferCalls(std::vector<FaultyCall> &calls)
                      {"AUDCLNT_S_BUFFER_EMPTY", Success, 0x08890001},
                      sFalse}),
          OfEndpoint("IAudioCaptureClient::ReleaseBuffer", Method::CaptureReleaseBuffer,
-                    {invalidSize, outOfOrder, invalidated, serviceStopped, sFalse}),
+                    {invalidSize, outOfOrder, invalidated, resourcesInvalidated, serviceStopped, sFalse}),
          OfEndpoint("IAudioCaptureClient::GetNextPacketSize", Method::GetNextPacketSize,
-                    {invalidated, serviceStopped, pointer, Sized("0 frames", 0),
+                    {invalidated, resourcesInvalidated, serviceStopped, pointer, Sized("0 frames", 0),
                      Sized("4294967295 frames", 0xFFFFFFFF), sFalse}),
          OfEndpoint("IAudioEndpointVolume::GetMute", Method::GetMute, {pointer, invalidated, sFalse})});
 }
@@ -253,11 +260,6 @@ void ClearAllFaults()
     fakewin::ClearFaults();
     fakes::AudioSystem::Instance().ClearFaults();
     fakeffmpeg::Script().ClearFaults();
-}
-
-int TotalFakedCalls()
-{
-    return fakewin::TotalCalls() + fakes::AudioSystem::Instance().TotalCalls();
 }
 
 } // namespace velto_test

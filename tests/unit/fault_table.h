@@ -38,7 +38,5 @@ const FaultyCall &FaultyCallNamed(const std::string &name);
 
 // Removes all scripted faults.
 void ClearAllFaults();
-// Counts the calls to Windows and to the endpoints since the last reset.
-int TotalFakedCalls();
 
 } // namespace velto_test

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,20 @@ struct Line {
 
 // The outcome that the module guarantees for a fault.
 struct Expectation {
-    std::vector<Line> lines;             // one of them is logged, once; empty: no line is required
-    std::vector<Recovery> recoveries;    // one of them restores the sound
+    std::optional<Line> line;            // logged once; none: no line is required
+    Recovery recovery = Recovery::None;  // the smallest one that restores the sound
     bool missesDeviceChanges = false;    // keeps the old device until it is reopened
     bool alsoLoggedWithoutFault = false; // the line may appear more than once
+};
+
+// A row of the table of faults in docs/faults.md, as text.
+struct FaultRow {
+    std::string moment;
+    std::string call;
+    std::string result;
+    std::string line;
+    std::string remedy;
+    bool used; // by a case of the walks in this process
 };
 
 // One fault, injected at one use of a call. A use is a single invocation of the call by the module.
@@ -55,11 +66,15 @@ public:
     virtual void PollUntil(const std::function<bool()> &condition) = 0;
     // Continues for a short time while a lasting fault is active.
     virtual void KeepRunning() = 0;
+    // Called on the failing thread just before the failing use, and before some later uses of a lasting
+    // fault.
+    virtual void OnFault() {}
     // `use`: the number of the failing use within the step, from 1.
     virtual Expectation Expected(const FaultCase &faulty, int step, int use) const = 0;
+    // True if the content of the sound that arrives now is that of the source.
     virtual bool HasSound() = 0;
     virtual void Apply(Recovery recovery) = 0;
-    // Changes the default device; true if the sound moves to the new one.
+    // Changes the default device; true if the sound arrives there, with the content of the source.
     virtual bool FollowsDefaultDevice() = 0;
     // Closes everything and expects that nothing leaked.
     virtual void Finish() = 0;
@@ -75,8 +90,8 @@ struct WalkTally {
     int findings = 0; // cases with an unexpected outcome
 };
 
-// For every call that the scenario makes, injects each of its faults and a hang at the first, the tenth and
-// the last use. A fault that may last is also injected into all uses in one run. Fails the test for each
+// For every call that the scenario makes, injects each of its faults and a hang at the first four, the tenth
+// and the last use. A fault that may last is also injected into all uses in one run. Fails the test for each
 // unexpected outcome.
 WalkTally WalkEveryFault(MakeScenario makeScenario);
 

@@ -92,7 +92,7 @@ TEST(HangingCall, DoesNotBlockReadsWhileCapturing)
 {
     for (const char *call : {"IAudioCaptureClient::GetBuffer", "IAudioCaptureClient::ReleaseBuffer",
                              "IAudioCaptureClient::GetNextPacketSize", "IAudioEndpointVolume::GetMute"}) {
-        MakeHostCallsWhileHanging(call, MakeMicrophoneScenario, [] {});
+        MakeHostCallsWhileHanging(call, MakeMicrophoneDeviceFirst, [] {});
     }
 }
 

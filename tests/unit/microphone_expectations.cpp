@@ -6,10 +6,10 @@
 namespace velto_test {
 namespace {
 
-using enum MicrophoneStep;
+using enum MicrophoneMoment;
 using enum FaultKind;
 using enum Recovery;
-using Rows = ExpectationRows<MicrophoneStep>;
+using Rows = ExpectationRows<MicrophoneMoment>;
 
 constexpr char prepareTag[] = "AudioCapture::Prepare";
 constexpr char initializeTag[] = "AudioCapture::Initialize";
@@ -39,182 +39,178 @@ const wchar_t *const noReferenceToEndpointDll =
 const wchar_t *const noReferenceToThisModule =
     L"Cannot hold this module, default device changes are not followed! err=$E";
 
-// A failing capture thread stops the capture and unregisters its notifier, if it is registered. During an
-// opening the scenario registers after the thread has failed; during a restart either may come first.
-const std::vector<Recovery> &RecoveryAfterStop(MicrophoneStep step)
+const wchar_t *const noCapturingCom = L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed";
+const wchar_t *const noNotifierEnumerator = L"GetDeviceCount pEnum is null";
+
+const char *const wholeOpening = "opening";
+const char *const whileSettingUp = "opening: encoder set-up";
+const char *const whileRegistering = "opening: registration for other default devices";
+const char *const whileUnregistered = "opening the device, before the registration";
+const char *const whileRegistered = "opening the device, after the registration";
+const char *const whileCapturing = "capturing";
+
+// A failing capture thread stops the capture and ends the registration, if it exists already.
+struct CaptureMoment {
+    MicrophoneMoment moment;
+    const char *name;
+    Recovery recovery;
+};
+constexpr CaptureMoment captureMoments[] = {{Unregistered, whileUnregistered, DefaultChange},
+                                            {Registered, whileRegistered, Reopening}};
+
+Expectation NotFollowing(const std::wstring &text)
 {
-    static const std::vector<Recovery> stillRegistered{DefaultChange};
-    static const std::vector<Recovery> either{DefaultChange, Reopening};
-    static const std::vector<Recovery> unregistered{Reopening};
-    return step == Opening ? stillRegistered : step == Restarting ? either : unregistered;
+    return Rows::Expected(text, notifyTag, None, true);
 }
 
-// The order of the uses: first the init thread, then the capture thread, then the notifier's registration.
-void AddOpening(Rows &rows)
+// On RPC_E_CHANGED_MODE the module assumes that the thread is already in an apartment. After the injected
+// error it is in none, so the next COM calls fail.
+void AddCom(Rows &rows)
 {
-    rows.During({Opening});
-    rows.Add("CoInitializeEx", Failure, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag,
-             {DefaultChange}, 1);
-    rows.Add("CoInitializeEx", Failure, L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed",
-             threadTag, {DefaultChange}, 2);
-    rows.Add("CoInitializeEx", Failure, {{{notifyTag, L"GetCOMLoadedStatus failed"}}, {None}, true}, 3);
-    rows.Add("CreateThread", Failure, noInitThread, prepareTag, {DefaultChange}, 1);
-    rows.Add("CreateThread", Failure, noCaptureThread, initializeTag, {DefaultChange}, 2);
-    for (const FaultKind kind : {Failure, Null}) {
-        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 1);
-        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 2);
-        rows.Add("CoCreateInstance", kind, {{{notifyTag, L"GetDeviceCount pEnum is null"}}, {None}, true}, 3);
+    const std::string changedMode = "RPC_E_CHANGED_MODE";
+    const std::wstring notInitialised = L"Create IMMDeviceEnumerator failed, err=0x800401F0";
+    const std::wstring noCom = L"GetEncodeParam GetCOMLoadedStatus failed";
+    rows.During({SettingUp}, whileSettingUp);
+    rows.AddNamed("CoInitializeEx", changedMode, Rows::Expected(notInitialised, micTag, DefaultChange));
+    rows.Add("CoInitializeEx", Failure, noCom, paramTag, DefaultChange);
+    // Neither the device is opened nor other default devices are followed.
+    rows.During({Registering}, wholeOpening);
+    rows.AddNamed("CoInitializeEx", changedMode, Rows::Expected(notInitialised, micTag, Reopening), 0,
+                  Lasting::Always);
+    rows.Add("CoInitializeEx", Failure, Rows::Expected(noCom, paramTag, Reopening), 0, Lasting::Always);
+    for (const CaptureMoment &each : captureMoments) {
+        rows.During({each.moment}, each.name);
+        rows.AddNamed("CoInitializeEx", changedMode, Rows::Expected(notInitialised, micTag, each.recovery));
+        rows.Add("CoInitializeEx", Failure, noCapturingCom, threadTag, DefaultChange);
     }
+    rows.During({Registering}, whileRegistering);
+    rows.AddNamed("CoInitializeEx", changedMode, NotFollowing(noNotifierEnumerator));
+    rows.Add("CoInitializeEx", Failure, NotFollowing(L"GetCOMLoadedStatus failed"));
 }
 
-void AddRestarting(Rows &rows)
+void AddThreads(Rows &rows)
 {
-    rows.During({Restarting});
-    rows.Add("CoInitializeEx", Failure, L"GetEncodeParam GetCOMLoadedStatus failed", paramTag,
-             {DefaultChange}, 1);
-    rows.Add("CoInitializeEx", Failure,
-             {{{threadTag, L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed"},
-               {notifyTag, L"GetCOMLoadedStatus failed"}},
-              {DefaultChange, None},
-              true});
-    rows.Add("CreateThread", Failure, L"Create restart thread failed, err=$E", changedTag, {None}, 1);
-    rows.Add("CreateThread", Failure, noInitThread, prepareTag, {DefaultChange}, 2);
-    rows.Add("CreateThread", Failure, noCaptureThread, initializeTag, {DefaultChange}, 3);
+    rows.During({Notifying}, "a change of the default device");
+    rows.Add("CreateThread", Failure, L"Create restart thread failed, err=$E", changedTag, None);
+    rows.During({Preparing}, "opening: start of the threads");
+    rows.Add("CreateEvent", Failure, L"Create windows event failed! err=$E", prepareTag, DefaultChange);
+    rows.Add("CreateThread", Failure, noInitThread, prepareTag, DefaultChange);
+    rows.During({SettingUp}, whileSettingUp);
+    rows.Add("CreateThread", Failure, noCaptureThread, initializeTag, DefaultChange);
+}
+
+void AddRegistration(Rows &rows)
+{
+    rows.During({Registering}, wholeOpening);
     for (const FaultKind kind : {Failure, Null}) {
-        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, {DefaultChange}, 1);
-        rows.Add("CoCreateInstance", kind,
-                 {{{micTag, noEnumerator}, {notifyTag, L"GetDeviceCount pEnum is null"}},
-                  {DefaultChange, Reopening, None},
-                  true});
+        rows.Add("CoCreateInstance", kind, Rows::Expected(noEnumerator, micTag, Reopening), 0,
+                 Lasting::Always);
     }
+    // The notifier does not register without references to the endpoints' DLL and to this module.
+    rows.Add("GetModuleHandleEx", Failure, NotFollowing(noReferenceToEndpointDll), 0, Lasting::Always);
+    rows.During({Registering}, whileRegistering);
+    for (const FaultKind kind : {Failure, Null}) {
+        rows.Add("CoCreateInstance", kind, NotFollowing(noNotifierEnumerator));
+    }
+    rows.Add("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Failure, NotFollowing(L""));
+    // An opening makes this call twice for its threads, then for the endpoints' DLL and for this module.
+    rows.Add("GetModuleHandleEx", Failure, NotFollowing(noReferenceToEndpointDll), 3);
+    rows.Add("GetModuleHandleEx", Failure, NotFollowing(noReferenceToThisModule));
 }
 
-void AddBoth(Rows &rows)
+void AddEndpoint(Rows &rows)
 {
-    rows.During({Opening, Restarting});
-    rows.Add("CreateEvent", Failure, L"Create windows event failed! err=$E", prepareTag, {DefaultChange});
-    rows.Add("IMMDeviceEnumerator::RegisterEndpointNotificationCallback", Failure, {{}, {None}, true});
-    for (const MicrophoneStep step : {Opening, Restarting}) {
-        const std::vector<Recovery> &recovery = RecoveryAfterStop(step);
-        rows.During({step});
-        for (const FaultKind kind : {Failure, Null}) {
-            rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, recovery);
-            rows.Add("IMMDevice::Activate", kind, noVolume, openTag, recovery, 3);
-            rows.Add("IMMDevice::Activate", kind, noClient, micTag, recovery);
-            rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, recovery);
+    for (const FaultKind kind : {Failure, Null}) {
+        rows.During({SettingUp}, whileSettingUp);
+        rows.Add("CoCreateInstance", kind, noEnumerator, micTag, DefaultChange);
+        rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, DefaultChange);
+        rows.Add("IMMDevice::Activate", kind, noClient, micTag, DefaultChange);
+        rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, DefaultChange);
+        for (const CaptureMoment &each : captureMoments) {
+            rows.During({each.moment}, each.name);
+            rows.Add("CoCreateInstance", kind, noEnumerator, micTag, each.recovery);
+            rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", kind, noEndpoint, micTag, each.recovery);
+            rows.Add("IMMDevice::Activate", kind, noVolume, openTag, each.recovery, 3);
+            rows.Add("IMMDevice::Activate", kind, noClient, micTag, each.recovery);
+            rows.Add("IAudioClient::GetMixFormat", kind, noFormat, micTag, each.recovery);
             rows.Add("IAudioClient::GetService", kind, L"Get audio capture service failed, err=$H", openTag,
-                     recovery);
+                     each.recovery);
         }
-        rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, recovery, 2);
-        rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
-                 recovery);
-        rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag, recovery);
-        rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, recovery);
-        rows.Add("swr_init", Failure, noConverter, swrTag, recovery);
     }
 }
 
-// A thread that gets no module reference starts all the same. The notifier does not register without its two
-// references.
-void AddModuleReferences(Rows &rows)
+void AddStream(Rows &rows)
 {
-    for (const MicrophoneStep step : {Opening, Restarting}) {
-        rows.During({step});
-        const int threads = step == Opening ? 2 : 3;
-        for (int thread = 1; thread <= threads; ++thread) {
-            rows.Add("GetModuleHandleEx", Failure, {{}, {None}}, thread);
+    for (const CaptureMoment &each : captureMoments) {
+        rows.During({each.moment}, each.name);
+        rows.Add("IAudioClient::GetMixFormat", Size, L"InitSwr failed! Err=-1", openTag, each.recovery);
+        rows.Add("IAudioClient::Initialize", Failure, L"Initialize audio client failed, err=$H", openTag,
+                 each.recovery);
+        rows.Add("IAudioClient::Start", Failure, L"Start audio client failed! err=$H", threadTag,
+                 each.recovery);
+        rows.Add("swr_alloc_set_opts2", Failure, noConverter, swrTag, each.recovery);
+        rows.Add("swr_init", Failure, noConverter, swrTag, each.recovery);
+        for (const char *call : {"avcodec_send_frame", "avcodec_receive_packet"}) {
+            rows.Add(call, Failure, L"Error code: -104", errorTag, each.recovery);
         }
-        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noReferenceToEndpointDll}}, {None}, true},
-                 threads + 1);
-        rows.Add("GetModuleHandleEx", Failure, {{{notifyTag, noReferenceToThisModule}}, {None}, true},
-                 threads + 2);
     }
 }
 
-// The capture loop polls during all steps.
 void AddLoop(Rows &rows)
 {
-    rows.During({Opening, Capturing, Restarting});
+    rows.During({Unregistered, Registered}, whileCapturing);
     const std::string client = "IAudioCaptureClient::";
-    rows.Add(client + "GetBuffer", Failure, L"Capture audio frame failed! err=$H", loopTag, {None});
-    rows.Add(client + "GetBuffer", Success,
-             {{{loopTag, L"Capture audio frame failed! err=$H"}}, {None}, false, true});
-    rows.Add(client + "GetBuffer", Null, L"Error while converting", convertTag, {None});
+    rows.Add(client + "GetBuffer", Failure, L"Capture audio frame failed! err=$H", loopTag, None);
+    Expectation notOk = Rows::Expected(L"Capture audio frame failed! err=$H", loopTag, None);
+    notOk.alsoLoggedWithoutFault = true;
+    rows.Add(client + "GetBuffer", Success, notOk);
+    rows.Add(client + "GetBuffer", Null, L"Error while converting", convertTag, None);
     rows.Add(client + "ReleaseBuffer", Failure, L"ReleaseBuffer Capture audio data failed! err=$H", loopTag,
-             {None});
+             None);
     rows.Add(client + "GetNextPacketSize", Failure, L"Get next audio packet size failed! err=$H", loopTag,
-             {None});
+             None);
     rows.Add("av_samples_alloc_array_and_samples", Failure, L"Could not allocate destination samples",
-             convertTag, {None});
-    rows.Add("swr_convert", Failure, L"Error while converting", convertTag, {None});
-    rows.Add("av_samples_get_buffer_size", Failure, L"Could not get sample buffer size", convertTag, {None});
-
-    for (const char *call : {"avcodec_send_frame", "avcodec_receive_packet"}) {
-        rows.During({Opening}); // the loop starts before the registration and continues after it
-        rows.Add(call, Failure, L"Error code: -104", errorTag, RecoveryAfterStop(Restarting));
-        rows.During({Capturing});
-        rows.Add(call, Failure, L"Error code: -104", errorTag, RecoveryAfterStop(Capturing));
-    }
-    rows.During({Restarting}); // the failing use may belong to the old capture, which is ending
-    rows.Add("avcodec_send_frame", Failure, {{}, {None, DefaultChange, Reopening}});
-    rows.Add("avcodec_receive_packet", Failure, {{}, {None, DefaultChange, Reopening}});
+             convertTag, None);
+    rows.Add("swr_convert", Failure, L"Error while converting", convertTag, None);
+    rows.Add("av_samples_get_buffer_size", Failure, L"Could not get sample buffer size", convertTag, None);
 }
 
 Rows MakeRows()
 {
     Rows rows;
-    AddOpening(rows);
-    AddRestarting(rows);
-    AddBoth(rows);
-    AddModuleReferences(rows);
+    AddCom(rows);
+    AddThreads(rows);
+    AddRegistration(rows);
+    AddEndpoint(rows);
+    AddStream(rows);
     AddLoop(rows);
     return rows;
 }
 
-// On RPC_E_CHANGED_MODE the module assumes that the thread is already in an apartment. After the injected
-// error it is in none, so the next COM calls fail. A lasting fault also affects the capture thread and the
-// notifier.
-std::optional<Expectation> ExpectedOfSpecial(const FaultCase &faulty)
+Rows &TheRows()
 {
-    const std::string &call = faulty.call.name;
-    if (faulty.fault.name == "RPC_E_CHANGED_MODE") {
-        return Expectation{{{micTag, L"Create IMMDeviceEnumerator failed, err=0x800401F0"},
-                            {notifyTag, L"GetDeviceCount pEnum is null"}},
-                           {DefaultChange, Reopening, None},
-                           true};
-    }
-    if (!faulty.lasting || faulty.fault.kind == Success) {
-        return std::nullopt;
-    }
-    if (call == "CoInitializeEx") {
-        return Expectation{{{paramTag, L"GetEncodeParam GetCOMLoadedStatus failed"}}, {Reopening}};
-    }
-    if (call == "CoCreateInstance") {
-        return Expectation{{{micTag, noEnumerator}}, {Reopening}};
-    }
-    if (call == "GetModuleHandleEx") {
-        return Expectation{{{notifyTag, noReferenceToEndpointDll}}, {None}, true};
-    }
-    if (call == "IAudioClient::GetMixFormat" && faulty.fault.kind == Size) {
-        return Expectation{{{openTag, L"InitSwr failed! Err=-1"}}, {DefaultChange}};
-    }
-    return std::nullopt;
+    static auto *rows = new Rows(MakeRows());
+    return *rows;
 }
 
 } // namespace
 
-Expectation ExpectedOfMicrophone(const FaultCase &faulty, MicrophoneStep step, int use)
+Expectation ExpectedOfMicrophone(const FaultCase &faulty, MicrophoneStep step, MicrophoneMoment moment,
+                                 int use)
 {
-    static const auto *rows = new Rows(MakeRows());
-    if (step == Closing) {
-        return {{}, {Reopening}};
+    if (step == MicrophoneStep::Closing) { // closed, with or without a fault
+        return Rows::Expected(L"", "", Reopening);
     }
-    Expectation expected =
-        ExpectedOfSpecial(faulty).value_or(rows->Find(faulty, step, use).value_or(Expectation{{}, {None}}));
+    Expectation expected = TheRows().Find(faulty, moment, use).value_or(Expectation{});
     const std::string hex = velto::HresultText(static_cast<HRESULT>(faulty.fault.result));
     Fill(expected, L"$H", std::wstring(hex.begin(), hex.end()));
     Fill(expected, L"$E", std::to_wstring(faulty.fault.result));
     return expected;
+}
+
+std::vector<FaultRow> MicrophoneFaultRows()
+{
+    return TheRows().AsText();
 }
 
 } // namespace velto_test

@@ -36,91 +36,135 @@ const wchar_t *const noConversion = L"AudioPlayerWas Error while converting";
 const wchar_t *const noConverter = L"AudioPlayerWas Failed to initialize the resampling context";
 const wchar_t *const noBuffer = L"AudioPlayerWas CheckDeviceChanged failed audioBufferSize=0";
 
-// True for a mix format that the fake's Initialize accepts although an audio engine would refuse it.
-bool IsAccepted(const FaultCase &faulty)
-{
-    return faulty.fault.result >= fakes::AcceptedFormatResult(0);
-}
-
 // Without an enumerator or a registration the renderer receives no notifications and has to be reopened.
 // Without a client it continues once the default device changes.
 void AddOpening(Rows &rows)
 {
     const std::string enumerator = "IMMDeviceEnumerator::";
-    rows.During({Opening});
-    rows.Add("CoInitializeEx", Failure, Fails(270), openTag, {Reopening});
-    rows.Add("CoCreateInstance", Failure, Fails(272), openTag, {Reopening});
-    rows.Add("CoCreateInstance", Null, MemoryFail(275), openTag, {Reopening});
-    rows.Add(enumerator + "RegisterEndpointNotificationCallback", Failure, Fails(276), openTag, {Reopening});
-    rows.Add(enumerator + "GetDefaultAudioEndpoint", Failure, Fails(296), initTag, {DefaultChange});
-    rows.Add(enumerator + "GetDefaultAudioEndpoint", Null, MemoryFail(296), initTag, {DefaultChange});
-    rows.Add("IMMDevice::GetId", Failure, Fails(297), initTag, {DefaultChange});
+    rows.During({Opening}, "opening");
+    rows.Add("CoInitializeEx", Failure, Fails(270), openTag, Reopening);
+    rows.Add("CoCreateInstance", Failure, Fails(272), openTag, Reopening);
+    rows.Add("CoCreateInstance", Null, MemoryFail(275), openTag, Reopening);
+    rows.Add(enumerator + "RegisterEndpointNotificationCallback", Failure, Fails(276), openTag, Reopening);
+    rows.Add(enumerator + "GetDefaultAudioEndpoint", Failure, Fails(296), initTag, DefaultChange);
+    rows.Add(enumerator + "GetDefaultAudioEndpoint", Null, MemoryFail(296), initTag, DefaultChange);
+    rows.Add("IMMDevice::GetId", Failure, Fails(297), initTag, DefaultChange);
     rows.Add("IMMDevice::GetState", Size, L"AudioPlayerWas endpointDevice is not active", initTag,
-             {DefaultChange});
-    rows.Add("IMMDevice::Activate", Failure, Fails(307), initTag, {DefaultChange});
-    rows.Add("IMMDevice::Activate", Null, MemoryFail(307), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(308), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetMixFormat", Null, MemoryFail(309), initTag, {DefaultChange});
-    rows.Add("IAudioClient::Initialize", Failure, Fails(315), initTag, {DefaultChange});
-    rows.Add("swr_alloc", Failure, MemoryFail(318), initTag, {DefaultChange});
-    rows.Add("swr_init", Failure, Fails(319), initTag, {DefaultChange});
-    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(320), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, {DefaultChange});
-    rows.Add("IAudioClient::GetService", Null, MemoryFail(323), initTag, {DefaultChange});
+             DefaultChange);
+    rows.Add("IMMDevice::Activate", Failure, Fails(307), initTag, DefaultChange);
+    rows.Add("IMMDevice::Activate", Null, MemoryFail(307), initTag, DefaultChange);
+    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(308), initTag, DefaultChange);
+    rows.Add("IAudioClient::GetMixFormat", Null, MemoryFail(309), initTag, DefaultChange);
+    rows.Add("IAudioClient::Initialize", Failure, Fails(315), initTag, DefaultChange);
+    rows.Add("swr_alloc", Failure, MemoryFail(318), initTag, DefaultChange);
+    rows.Add("swr_init", Failure, Fails(319), initTag, DefaultChange);
+    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(320), initTag, DefaultChange);
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(321), initTag, DefaultChange);
+    rows.Add("IAudioClient::GetService", Failure, Fails(323), initTag, DefaultChange);
+    rows.Add("IAudioClient::GetService", Null, MemoryFail(323), initTag, DefaultChange);
     // Use 1 creates the buffer event, which only Open does; use 2 the wait event.
-    rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, {Reopening}, 1);
-    rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, {DefaultChange}, 2);
+    rows.Add("CreateEvent", Failure, FunctionFail(E_INVALIDARG, 320), initTag, Reopening, 1);
+    rows.Add("CreateEvent", Failure, MemoryFail(327), initTag, DefaultChange, 2);
 }
 
 // The renderer keeps the endpoint's device, so the next property change makes it create a new client.
 void AddReactivation(Rows &rows)
 {
-    rows.During({Switching, Rebuilding});
-    rows.Add("IMMDevice::Activate", Failure, Fails(175), activateTag, {PropertyChange});
-    rows.Add("IMMDevice::Activate", Null, MemoryFail(175), activateTag, {PropertyChange});
-    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(177), activateTag, {PropertyChange});
-    rows.Add("IAudioClient::GetMixFormat", Null, L"", "", {DefaultChange}); // keeps an unusable client
-    rows.Add("IAudioClient::Initialize", Failure, Fails(186), activateTag, {PropertyChange});
-    rows.Add("swr_init", Failure, noConverter, resampleInitTag, {DefaultChange});
-    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, {PropertyChange});
-    rows.Add("IAudioClient::GetService", Failure, Fails(191), activateTag, {PropertyChange});
-    rows.Add("IAudioClient::GetService", Null, MemoryFail(191), activateTag, {PropertyChange});
+    rows.During({Switching, Rebuilding}, "another device, or a new client");
+    rows.Add("IMMDevice::Activate", Failure, Fails(175), activateTag, PropertyChange);
+    rows.Add("IMMDevice::Activate", Null, MemoryFail(175), activateTag, PropertyChange);
+    rows.Add("IAudioClient::GetMixFormat", Failure, Fails(177), activateTag, PropertyChange);
+    rows.Add("IAudioClient::GetMixFormat", Null, L"", "", DefaultChange); // keeps an unusable client
+    rows.Add("IAudioClient::Initialize", Failure, Fails(186), activateTag, PropertyChange);
+    rows.Add("swr_init", Failure, noConverter, resampleInitTag, DefaultChange);
+    rows.Add("IAudioClient::SetEventHandle", Failure, Fails(188), activateTag, PropertyChange);
+    rows.Add("IAudioClient::GetService", Failure, Fails(191), activateTag, PropertyChange);
+    rows.Add("IAudioClient::GetService", Null, MemoryFail(191), activateTag, PropertyChange);
 
-    rows.During({Switching});
-    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange});
+    rows.During({Switching}, "another device");
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, PropertyChange);
     rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Failure,
-             L"AudioPlayer GetDefaultAudioEndpoint fail with $1. Just return", deviceTag, {None});
+             L"AudioPlayer GetDefaultAudioEndpoint fail with $1. Just return", deviceTag, None);
     rows.Add("IMMDeviceEnumerator::GetDefaultAudioEndpoint", Null,
-             L"AudioPlayer GetDefaultAudioEndpoint fail with 0. Just return", deviceTag, {None});
-    rows.Add("IMMDevice::GetId", Failure, L"AudioPlayer function fail with $2. Just return", deviceTag,
-             {None});
+             L"AudioPlayer GetDefaultAudioEndpoint fail with 0. Just return", deviceTag, None);
+    rows.Add("IMMDevice::GetId", Failure, L"AudioPlayer function fail with $2. Just return", deviceTag, None);
 
-    rows.During({Rebuilding}); // the first GetBufferSize asks the old endpoint's client
-    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, {PropertyChange}, 2);
+    rows.During({Rebuilding}, "a new client"); // the first GetBufferSize asks the old endpoint's client
+    rows.Add("IAudioClient::GetBufferSize", Failure, Fails(189), activateTag, PropertyChange, 2);
 }
 
 // The renderer ignores the result of Start, so a client that does not run stays until the default changes.
 void AddAnyActivation(Rows &rows)
 {
-    rows.During({Opening, Switching, Rebuilding});
-    rows.Add("IAudioClient::Start", Failure, L"", "", {DefaultChange});
+    rows.During({Opening, Switching, Rebuilding}, "any activation");
+    rows.Add("IAudioClient::Start", Failure, L"", "", DefaultChange);
     // Use 1 allocates the input buffer, which is not retried; use 2 the output buffer, which every block
     // retries.
-    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {DefaultChange}, 1);
-    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", {None}, 2);
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", DefaultChange, 1);
+    rows.Add("av_samples_alloc_array_and_samples", Failure, L"", "", None, 2);
 }
 
 // These failures cost one block at most.
 void AddPlaying(Rows &rows)
 {
-    rows.During({Playing, Switching, Rebuilding, Probing});
-    rows.Add("IAudioClient::GetCurrentPadding", Failure, paddingFails, writeTag, {None});
-    rows.Add("IAudioRenderClient::GetBuffer", Failure, RenderFails(458), writeTag, {None});
-    rows.Add("IAudioRenderClient::ReleaseBuffer", Failure, RenderFails(464), writeTag, {None});
-    rows.Add("swr_convert", Failure, noConversion, resampleTag, {None});
+    rows.During({Playing, Switching, Rebuilding, Probing}, "playing");
+    rows.Add("IAudioClient::GetCurrentPadding", Failure, paddingFails, writeTag, None);
+    rows.Add("IAudioRenderClient::GetBuffer", Failure, RenderFails(458), writeTag, None);
+    rows.Add("IAudioRenderClient::ReleaseBuffer", Failure, RenderFails(464), writeTag, None);
+    rows.Add("swr_convert", Failure, noConversion, resampleTag, None);
     rows.Add("av_samples_get_buffer_size", Failure, L"AudioPlayerWas Could not get sample buffer size",
-             resampleTag, {None});
+             resampleTag, None);
+}
+
+// Initialize refuses a format of zeros or of huge numbers. If the fake accepts it, FFmpeg refuses both
+// formats on opening, but only zeros on reactivation. Huge numbers log no line there: the converter refuses
+// the options and keeps their old values.
+void AddUnusualFormats(Rows &rows)
+{
+    const std::string call = "IAudioClient::GetMixFormat";
+    const auto add = [&](const char *format, const std::wstring &text, const char *tag, Recovery recovery) {
+        rows.AddNamed(call, format, Rows::Expected(text, tag, recovery));
+    };
+    const char *const zeros = "a format of zeros";
+    const char *const huge = "a format of huge numbers";
+    const char *const acceptedZeros = "a format of zeros that Initialize accepts";
+    const char *const acceptedHuge = "a format of huge numbers that Initialize accepts";
+    rows.During({Opening}, "opening");
+    for (const char *format : {zeros, huge}) {
+        add(format, FunctionFail(E_INVALIDARG, 315), initTag, DefaultChange);
+    }
+    for (const char *format : {acceptedZeros, acceptedHuge}) {
+        add(format, FunctionFail(AVERROR(EINVAL), 319), initTag, DefaultChange);
+    }
+    rows.During({Switching, Rebuilding}, "another device, or a new client");
+    for (const char *format : {zeros, huge}) {
+        add(format, FunctionFail(E_INVALIDARG, 186), activateTag, PropertyChange);
+    }
+    add(acceptedZeros, noConverter, resampleInitTag, DefaultChange);
+    add(acceptedHuge, L"", "", DefaultChange);
+}
+
+void AddUnusualSizes(Rows &rows)
+{
+    rows.During({Playing, Switching, Rebuilding, Probing}, "playing");
+    rows.AddNamed("IAudioClient::GetCurrentPadding", "0 frames",
+                  Rows::Expected(L"AudioPlayerWas padding = 0 ", writeTag, None));
+    rows.AddNamed(
+        "IAudioClient::GetCurrentPadding", "4294967295 frames",
+        Rows::Expected(L"AudioPlayerWas Unable to get padding with 0 padding=4294967295", writeTag, None));
+
+    const auto add = [&](int use) {
+        rows.AddNamed("IAudioClient::GetBufferSize", "0 frames", Rows::Expected(L"", "", DefaultChange), use,
+                      Lasting::Once);
+    };
+    rows.During({Opening}, "opening");
+    rows.AddNamed("IAudioClient::GetBufferSize", "0 frames", Rows::Expected(noBuffer, playTag, DefaultChange),
+                  0, Lasting::Always);
+    add(0);
+    rows.During({Switching}, "another device");
+    add(0);
+    rows.During({Rebuilding}, "a new client"); // the first use queries the old client
+    add(2);
 }
 
 Rows MakeRows()
@@ -130,73 +174,35 @@ Rows MakeRows()
     AddReactivation(rows);
     AddAnyActivation(rows);
     AddPlaying(rows);
+    AddUnusualFormats(rows);
+    AddUnusualSizes(rows);
     return rows;
 }
 
-// Initialize refuses a format of zeros or of huge numbers. If the fake accepts it, FFmpeg refuses both
-// formats on opening, but only zeros on reactivation. Huge numbers log no line there: the converter refuses
-// the options and keeps their old values.
-Expectation ExpectedOfFormat(const FaultCase &faulty, SpeakerStep step)
+Rows &TheRows()
 {
-    const bool isOpening = step == Opening;
-    if (!IsAccepted(faulty)) {
-        return isOpening ? Expectation{{{initTag, FunctionFail(E_INVALIDARG, 315)}}, {DefaultChange}}
-                         : Expectation{{{activateTag, FunctionFail(E_INVALIDARG, 186)}}, {PropertyChange}};
-    }
-    if (isOpening) {
-        return {{{initTag, FunctionFail(AVERROR(EINVAL), 319)}}, {DefaultChange}};
-    }
-    if (static_cast<uint32_t>(faulty.fault.result) == 0) {
-        return {{{resampleInitTag, noConverter}}, {DefaultChange}};
-    }
-    return {{}, {DefaultChange}};
-}
-
-// Outcomes that depend on the size that the call returns.
-std::optional<Expectation> ExpectedOfSize(const FaultCase &faulty, SpeakerStep step, int use)
-{
-    const auto size = static_cast<uint32_t>(faulty.fault.result);
-    if (faulty.fault.kind != Size) {
-        return std::nullopt;
-    }
-    if (faulty.call.name == "IAudioClient::GetCurrentPadding") {
-        const wchar_t *text = size == 0 ? L"AudioPlayerWas padding = 0 "
-                                        : L"AudioPlayerWas Unable to get padding with 0 padding=4294967295";
-        return Expectation{{{writeTag, text}}, {None}};
-    }
-    if (faulty.call.name == "IAudioClient::GetMixFormat") {
-        return ExpectedOfFormat(faulty, step);
-    }
-    const bool queriesOldClient = step == Probing || (step == Rebuilding && use == 1);
-    if (faulty.call.name == "IAudioClient::GetBufferSize" && !queriesOldClient && size == 0) {
-        Expectation expected{{}, {DefaultChange}};
-        if (faulty.lasting) {
-            expected.lines.push_back({playTag, noBuffer});
-        }
-        return expected;
-    }
-    return std::nullopt;
+    static auto *rows = new Rows(MakeRows());
+    return *rows;
 }
 
 } // namespace
 
 Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames)
 {
-    static const auto *rows = new Rows(MakeRows());
     if (step == Closing) { // a closed renderer is silent until it is reopened, with or without a fault
-        return {{}, {Reopening}};
+        return Rows::Expected(L"", "", Reopening);
     }
-    Expectation expected{{}, {None}};
-    if (const auto special = ExpectedOfSize(faulty, step, use)) {
-        expected = *special;
-    } else if (const auto found = rows->Find(faulty, step, use)) {
-        expected = *found;
-    }
+    Expectation expected = TheRows().Find(faulty, step, use).value_or(Expectation{});
     const std::wstring result = std::to_wstring(faulty.fault.result);
     Fill(expected, L"$1", result);
     Fill(expected, L"$2", faulty.lasting ? result : L"0");
     Fill(expected, L"$B", std::to_wstring(bufferFrames));
     return expected;
+}
+
+std::vector<FaultRow> SpeakerFaultRows()
+{
+    return TheRows().AsText();
 }
 
 } // namespace velto_test

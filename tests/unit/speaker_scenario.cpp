@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
 
 #include "audio_player_probe.h"
 #include "render_fixture.h"
 #include "reset.h"
+#include "tone.h"
 
 extern "C" {
 #include <libswresample/swresample.h>
@@ -17,6 +21,8 @@ namespace {
 
 constexpr int rounds = 10;
 constexpr int stepsPerRound = 6;
+constexpr uint32_t blockFrames = 1024;
+constexpr double blockRateHz = 48000;
 constexpr uint32_t endpointFrames = 2880;
 // Larger than endpointFrames, so that the stale padding of the invalidated client leaves room in the buffer.
 constexpr uint32_t rebuiltFrames = 3360;
@@ -72,15 +78,13 @@ private:
     void Play(int blocks);
     void Switch();
     fakes::Endpoint &Current() { return m_audio.Get(m_onHeadphones ? L"headphones" : L"speakers"); }
-    size_t WrittenBytes() const
-    {
-        return m_audio.Written(L"speakers").size() + m_audio.Written(L"headphones").size();
-    }
+    // Plays one block and checks the content of what this adds to the endpoint's sound.
+    bool BlockArrivesAt(const std::wstring &id);
 
     fakes::AudioSystem &m_audio = fakes::AudioSystem::Instance();
     std::unique_ptr<velto::AudioPlayerWas> m_player;
     velto::AudioPlayerWasProbe m_probe;
-    const std::vector<uint8_t> m_block = MakeBlock();
+    uint64_t m_position = 0; // of the next block in the sound
     bool m_onHeadphones = false;
     bool m_open = false;
     const OpenResources m_openBefore;
@@ -135,8 +139,31 @@ void SpeakerScenario::Close()
 void SpeakerScenario::Play(int blocks)
 {
     for (int i = 0; m_open && i < blocks; ++i) {
-        m_player->PlayAudio(m_block.data(), static_cast<int64_t>(m_block.size()));
+        std::array<int16_t, size_t{blockFrames} * 2> block;
+        for (size_t sample = 0; sample < block.size(); ++sample) {
+            const auto channel = static_cast<uint32_t>(sample % 2);
+            block[sample] = static_cast<int16_t>(
+                std::lround(32767 * ToneSample(m_position + sample / 2, channel, blockRateHz)));
+        }
+        m_position += blockFrames;
+        m_player->PlayAudio(reinterpret_cast<const uint8_t *>(block.data()), sizeof block);
     }
+}
+
+bool SpeakerScenario::BlockArrivesAt(const std::wstring &id)
+{
+    const size_t before = m_audio.Written(id).size();
+    Play(1);
+    const std::vector<uint8_t> written = m_audio.Written(id);
+    std::vector<double> sound((written.size() - before) / sizeof(int32_t));
+    for (size_t i = 0; i < sound.size(); ++i) {
+        int32_t sample = 0;
+        std::memcpy(&sample, written.data() + before + i * sizeof sample, sizeof sample);
+        sound[i] = sample / 2147483648.0;
+    }
+    const double rateHz = m_audio.Get(id).mixFormat.rateHz;
+    const double frames = static_cast<double>(sound.size()) / 2;
+    return frames >= blockFrames * rateHz / blockRateHz - 1 && AreTones(sound, 2, rateHz);
 }
 
 void SpeakerScenario::Switch()
@@ -149,9 +176,10 @@ void SpeakerScenario::Switch()
 bool SpeakerScenario::HasSound()
 {
     Play(blocksToOverfill);
-    const size_t before = WrittenBytes();
-    Play(1);
-    return WrittenBytes() > before;
+    if (BlockArrivesAt(L"speakers")) {
+        return true;
+    }
+    return BlockArrivesAt(L"headphones");
 }
 
 void SpeakerScenario::Apply(Recovery recovery)
@@ -177,9 +205,7 @@ bool SpeakerScenario::FollowsDefaultDevice()
         Open();
     }
     Switch();
-    const size_t before = m_audio.Written(Current().id).size();
-    Play(1);
-    return m_audio.Written(Current().id).size() > before;
+    return BlockArrivesAt(Current().id);
 }
 
 void SpeakerScenario::Finish()

@@ -14,5 +14,7 @@ std::unique_ptr<Scenario> MakeSpeakerScenario();
 
 // Returns the outcome of a fault in this step. `bufferFrames`: the size of the endpoint buffer.
 Expectation ExpectedOfSpeaker(const FaultCase &faulty, SpeakerStep step, int use, uint32_t bufferFrames);
+// The renderer's rows of the table of faults.
+std::vector<FaultRow> SpeakerFaultRows();
 
 } // namespace velto_test
