@@ -12,8 +12,18 @@ int References()
 
 class RenderRegistration : public RenderTest {
 protected:
-    // The fixture's checks at the end are those of a system that unregisters.
-    void ForgetLostCallbacks() { audio.Reset(); }
+    // Stands for the end of the process: it ends the registrations, and the references that keep the module
+    // mapped for them.
+    void EndProcess()
+    {
+        audio.Reset();
+        while (References() > m_earlierReferences) {
+            fakewin::FreeLibrary(fakewin::ThisModule());
+        }
+    }
+
+private:
+    const int m_earlierReferences = References();
 };
 
 TEST_F(RenderRegistration, SurvivesNotificationAfterFailedUnregistration)
@@ -28,7 +38,7 @@ TEST_F(RenderRegistration, SurvivesNotificationAfterFailedUnregistration)
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
     ExpectLine(errorLevel, L"WasapiDeviceEvents playerWas is nullptr",
                "WasapiDeviceEvents::OnDefaultDeviceChanged");
-    ForgetLostCallbacks();
+    EndProcess();
 }
 
 TEST_F(RenderRegistration, ReopensAfterFailedUnregistration)
@@ -44,7 +54,7 @@ TEST_F(RenderRegistration, ReopensAfterFailedUnregistration)
     EXPECT_TRUE(probe.DeviceChanged()) << "the second registration is followed";
     Destroy();
     EXPECT_EQ(audio.RegisteredCallbacks(), 1);
-    ForgetLostCallbacks();
+    EndProcess();
 }
 
 TEST_F(RenderRegistration, SurvivesFailedUndoOfSecondRegistration)
@@ -55,7 +65,7 @@ TEST_F(RenderRegistration, SurvivesFailedUndoOfSecondRegistration)
     ASSERT_EQ(audio.RegisteredCallbacks(), 1);
     Destroy();
     audio.NotifyDefaultChanged(eRender, eMultimedia, L"speakers");
-    ForgetLostCallbacks();
+    EndProcess();
 }
 
 TEST_F(RenderRegistration, IgnoresThatItWasNotRegistered)
