@@ -4,7 +4,6 @@ import numpy
 
 import measuring
 from rig.compare import WINDOW_S
-from rig.velto_host import CRASHED_OR_STUCK
 
 SETTLE_S = 60              # time in which devices are opened and buffers filled
 # Growth of the process's private memory after SETTLE_S. The host keeps the times of its packets, 47 a second.
@@ -23,7 +22,7 @@ def of(call):
     usage = [(each["handles"], each["threads"]) for each in call.usage[-len(settled):]]
     return {
         "name": call.name, "seconds": call.seconds, "ppm": call.ppm,
-        "exitCode": call.exit_code, "reportedExitCode": call.summary["exitCode"],
+        "ending": call.ending.describe(), "endedWell": call.ending.is_good or call.ending.is_wines,
         "nonzeroResults": sum(call.summary[part]["nonzeroResults"] for part in ("play", "record")),
         "unitsSent": call.summary["play"]["unitsSent"], "packets": call.summary["record"]["packets"],
         "cpuPercent": 100 * call.cpu / call.samples[-1][0],
@@ -87,8 +86,8 @@ def table(results):
 def missed(f):
     """The goals that were missed, as sentences."""
     call = f"{f['name']} sender: "
-    if f["exitCode"] not in (0, CRASHED_OR_STUCK) or f["reportedExitCode"] != 0:
-        yield call + f"the host ended with {f['exitCode']}"
+    if not f["endedWell"]:
+        yield call + f["ending"]
     if f["nonzeroResults"]:
         yield call + f"{f['nonzeroResults']} calls did not return 0"
     growth = f["privateKib"][1] - f["privateKib"][0]

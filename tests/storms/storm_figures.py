@@ -40,6 +40,5 @@ def lines(found):
                f"unloaded {loads['goneAfterS']:.0f} s after the last time; the number of threads changed from "
                f"{loads['threadsBefore']} to {loads['threadsAfter']}.")
     for ends in found["ends"]:
-        yield (f"- {ends['ends']} processes ended during a storm: {ends['expected']} with the host's exit code; "
-               f"{ends['failed']} ({100 * ends['failed'] / ends['ends']:.1f} %) crashed or hung after the host's report. "
-               "The tests do not examine the cause.")
+        counts = ", ".join(f"{number} {kind}" for kind, number in sorted(ends["counts"].items(), key=lambda each: -each[1]))
+        yield (f"- {ends['ends']} processes {ends['program']} ended while streams ran; {ends['hung']} hung. Ended: {counts}.")

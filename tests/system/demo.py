@@ -17,14 +17,12 @@ import numpy
 from rig import compare, media, paths, picture, processes, session, waiting
 from rig.module_log import FIRST_FRAME
 from rig.recorder import write_wav
-from rig.velto_host import CRASHED_OR_STUCK
 
 RATE = 48000
 UNIT = 1024      # samples per channel of an AAC unit
 SILENCE_S = 0.5  # before and after the speech in heard.wav
 TAIL_S = 0.5     # of the recording after the last word, for the microphone's buffers
 LONGEST_CALL_S = 120
-INTERRUPTED = 130  # exit code of velto-host after Ctrl-C
 
 
 def say(text):
@@ -73,9 +71,9 @@ def call(world, speech, answer):
     voice.wait()
     time.sleep(TAIL_S)
     host.interrupt()
-    code = host.wait(60)
-    if code != INTERRUPTED and not (code == CRASHED_OR_STUCK and host.summary["exitCode"] == INTERRUPTED):
-        raise RuntimeError(f"velto-host ended with {code}: {host.errors().strip()[-600:]}")
+    end = host.end(session.INTERRUPTED, 60)
+    if not (end.is_good or end.is_wines):
+        raise RuntimeError(f"{end.describe()}\n{host.errors().strip()[-600:]}")
     return recorder, host
 
 

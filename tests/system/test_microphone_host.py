@@ -61,22 +61,23 @@ class EndWhileRecording(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
     def test_recording_process_ends_with_host_exit_code(self):
-        host = self.end_while_recording(41)
+        host = self.assert_exit_code(41, lambda name: self.record(41, name))
         self.assertGreater(host.summary["packets"], 30)
         self.session.wait_for_end_of_streams()
 
     def test_recording_process_ends_without_waiting_for_dead_audio_service(self):
-        self.end_while_recording(42, before_end=self.session.server.kill)
-
-    def end_while_recording(self, code, before_end=None):
-        def run(name, is_first):
-            host = self.session.record_microphone("--exit-after", "6", "--exit-code", code, name=name)
-            if before_end is None or is_first:
-                self.session.wait_for_capture()
-            if before_end and is_first:
-                before_end()
+        def run(name):
+            self.session.restart_server()
+            host = self.record(42, name)
+            self.session.server.kill()
             return host
-        return self.assert_exit_code(code, run)
+        self.assert_exit_code(42, run)
+
+    def record(self, code, name):
+        """Starts a host that ends while it records. Returns it when its stream exists."""
+        host = self.session.record_microphone("--exit-after", "6", "--exit-code", code, name=name)
+        self.session.wait_for_capture()
+        return host
 
     def test_freed_module_stays_loaded_while_it_records(self):
         host = self.session.record_microphone("--unload-after", "5", "--unload-wait", "4")

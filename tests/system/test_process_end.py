@@ -9,23 +9,24 @@ from rig import media, session
 class ProcessEnd(session.SystemTest):
     def test_playing_process_ends_with_host_exit_code(self):
         recorder = self.session.record()
-        host = self.end_while_playing(37, recorder)
+        host = self.assert_exit_code(37, lambda name: self.play(recorder, 37, name))
         self.assertLess(host.summary["seconds"], 8, "the speech was played to its end")
         self.session.wait_for_end_of_streams()
 
     def test_playing_process_ends_without_waiting_for_dead_audio_service(self):
-        recorder = self.session.record()
-        self.end_while_playing(38, recorder, before_end=self.session.server.kill)
-
-    def end_while_playing(self, code, recorder, before_end=None):
-        def run(name, is_first):
-            begin = recorder.samples().shape[0]
-            host = self.session.play(media.speech("speech"), "--exit-after", "5", "--exit-code", code, name=name)
-            self.until(lambda: not host.running or recorder.peak_since(begin) > 0.02, "sound", 60)
-            if before_end and is_first:
-                before_end()
+        def run(name):
+            self.session.restart_server()
+            host = self.play(self.session.record(), 38, name)
+            self.session.server.kill()
             return host
-        return self.assert_exit_code(code, run)
+        self.assert_exit_code(38, run)
+
+    def play(self, recorder, code, name):
+        """Starts a host that ends while it plays. Returns it when it has been heard."""
+        begin = recorder.samples().shape[0]
+        host = self.session.play(media.speech("speech"), "--exit-after", "5", "--exit-code", code, name=name)
+        self.until(lambda: not host.running or recorder.peak_since(begin) > 0.02, "sound", 60)
+        return host
 
     def test_killed_host_leaves_no_stream(self):
         recorder = self.session.record()

@@ -126,7 +126,7 @@ std::vector<Case> OtherCases(const Module &module)
 
 } // namespace
 
-ExitCode ProbeArguments(const Module &module, const Output &output)
+ExitCode ProbeArguments(Module &module, const Output &output)
 {
     Records records;
     Json calls = Json::Array();
@@ -148,6 +148,7 @@ ExitCode ProbeArguments(const Module &module, const Output &output)
         }
     }
     const ExitCode exitCode = different == 0 ? EXIT_OK : EXIT_FAILED;
+    module.Unload();
     output.Say("{} calls, {} not as documented", count, different);
     output.Result({{"calls", calls}, {"notAsDocumented", different}, {"exitCode", int{exitCode}}});
     return exitCode;

@@ -9,6 +9,6 @@
 
 namespace velto_test {
 
-velto::host::ExitCode ProbeArguments(const velto::host::Module &module, const velto::host::Output &output);
+velto::host::ExitCode ProbeArguments(velto::host::Module &module, const velto::host::Output &output);
 
 } // namespace velto_test

@@ -129,6 +129,7 @@ ExitCode ProbeMicrophone(Module &module, const MicrophoneProbeOptions &options, 
     output.Say("{}: {}", options.sequence, report.Text());
     Sleep(options.hold);
     report["exitCode"] = int{EXIT_OK};
+    module.Unload();
     output.Result(report);
     return EXIT_OK;
 }

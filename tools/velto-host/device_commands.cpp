@@ -261,7 +261,7 @@ ExitCode Refused(const char *call, HRESULT result, const Output &output)
 
 } // namespace
 
-ExitCode ShowCapabilities(const Module &module, const Output &output)
+ExitCode ShowCapabilities(Module &module, const Output &output)
 {
     AudioCapabilityItem *list = nullptr;
     uint32_t count = 0;
@@ -277,6 +277,7 @@ ExitCode ShowCapabilities(const Module &module, const Output &output)
         Print(item, output);
     }
     module->Release(VELTO_RELEASE_CAPABILITIES, list, count);
+    module.Unload();
     output.Result({{"module", module.Path()}, {"devices", devices}, {"exitCode", int{EXIT_OK}}});
     return EXIT_OK;
 }

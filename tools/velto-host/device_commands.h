@@ -8,7 +8,7 @@
 namespace velto::host {
 
 // Lists what GetAudioCapability returns.
-ExitCode ShowCapabilities(const Module &module, const Output &output);
+ExitCode ShowCapabilities(Module &module, const Output &output);
 
 // Lists the sound endpoints of Windows and which are default. Does not load the module.
 ExitCode ShowDevices(const Output &output);

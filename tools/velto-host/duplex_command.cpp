@@ -33,6 +33,7 @@ ExitCode DuplexCommand::Run(Module &module)
     }
     const ExitCode played = playing.get();
     const ExitCode exitCode = played != EXIT_OK ? played : recorded;
+    module.Unload(); // before the result, which therefore includes a crash or a hang of the unloading
     const Json playSummary = m_play.Summarise(played);
     const Json recordSummary = m_record.Summarise(recorded);
     m_output.Result({{"play", playSummary}, {"record", recordSummary}, {"exitCode", int{exitCode}}});

@@ -20,8 +20,10 @@ using namespace velto::host;
 int Run(const CommandLine &line, const Output &output)
 {
     switch (line.command) {
-    case CommandLine::Command::CAPABILITIES:
-        return ShowCapabilities(Module(line.modulePath), output);
+    case CommandLine::Command::CAPABILITIES: {
+        Module module(line.modulePath);
+        return ShowCapabilities(module, output);
+    }
     case CommandLine::Command::DEVICES:
         return ShowDevices(output);
     case CommandLine::Command::PLAY: {

@@ -46,6 +46,7 @@ PlayCommand::PlayCommand(const PlayOptions &options, const Output &output, const
 ExitCode PlayCommand::Run(Module &module)
 {
     const ExitCode exitCode = Play(module);
+    module.Unload(); // before the result, which therefore includes a crash or a hang of the unloading
     m_output.Result(Summarise(exitCode));
     return exitCode;
 }

@@ -204,6 +204,7 @@ RecordCommand::RecordCommand(const RecordOptions &options, const Output &output,
 ExitCode RecordCommand::Run(Module &module)
 {
     const ExitCode exitCode = Record(module, [] { return false; });
+    module.Unload(); // before the result, which therefore includes a crash or a hang of the unloading
     m_output.Result(Summarise(exitCode));
     return exitCode;
 }

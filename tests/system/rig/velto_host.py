@@ -3,18 +3,12 @@
 import json
 import os
 import pathlib
-import re
 import signal
 import subprocess
 import time
 
-from . import module_log, paths, processes, waiting
+from . import ending, module_log, paths, processes, waiting
 
-# The result of VeltoHost.wait() for a process that crashed, aborted, got stuck, or was killed. Under Wine 8.0, a process
-# that ends with an open stream does so in some percent of the cases. A program without the module can, too: Wine kills
-# the thread of its sound driver, possibly inside PulseAudio's library, before the driver closes that library. Wine's
-# server kills a process whose end takes longer than half a second. The tests do not examine where a process failed.
-CRASHED_OR_STUCK = -signal.SIGSEGV
 STUCK_S = 10  # a process counts as stuck after looking stuck for so long
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
@@ -33,6 +27,8 @@ class VeltoHost:
         with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
             self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
                                            stdout=out, stderr=err, cwd=folder, with_sound=True)
+        self._trace = ending.Trace(self.process, folder / f"{name}.trace")
+        self._killed_as = ""
 
     @property
     def running(self):
@@ -68,20 +64,44 @@ class VeltoHost:
         return records[-1]
 
     def wait(self, timeout_s=90):
-        """Waits for the end of the process. Returns its exit code, or CRASHED_OR_STUCK."""
+        """Waits for the end of the process. Returns its exit code, or the negative number of the signal that ended it.
+        Kills a process that is stuck, or that does not end in time."""
         stuck_s = 0
         for _ in range(timeout_s):
             try:
-                code = self.process.wait(1)
-                aborted = re.search(r"Assertion [`'].*' failed.*\s*\Z", self.errors())
-                return CRASHED_OR_STUCK if code == -signal.SIGKILL or aborted else code
+                return self.process.wait(1)
             except subprocess.TimeoutExpired:
                 stuck_s = stuck_s + 1 if self._looks_stuck() else 0
             if stuck_s == STUCK_S:
-                self.process.kill()
-                self.process.wait()
-                return CRASHED_OR_STUCK
-        raise waiting.TimedOut(f"velto-host did not end within {timeout_s} s:\n{self.last_output(800)}")
+                return self._kill_as(ending.STUCK)
+        return self._kill_as(ending.HUNG)
+
+    def _kill_as(self, kind):
+        self._killed_as = kind
+        self._trace.report_threads()
+        self.process.kill()
+        return self.process.wait()
+
+    def end(self, expected_code=0, timeout_s=90, last_words=None):
+        """Waits for the end of the process, and returns all that is known about it. last_words: the text that the program
+        prints last; if None, a JSON summary with the exit code."""
+        code = self.wait(timeout_s)
+        is_traced, cpu_s, records = self._trace.finish()
+        return ending.Ending(expected_code, code, self._killed_as, ending.assertion_in(self.errors()),
+                             self._has_printed(last_words, expected_code), is_traced, cpu_s, records)
+
+    def _has_printed(self, last_words, code):
+        if last_words is not None:
+            return last_words in self.output().strip()[-80:]
+        try:
+            return self.summary["exitCode"] == code
+        except (AssertionError, ValueError, KeyError, TypeError):
+            return False
+
+    @property
+    def module_faults(self):
+        """The faults in the module's code so far, as ending.Ending.module_faults."""
+        return self._trace.module_faults()
 
     def _looks_stuck(self):
         """Whether the main thread waits for a lock of malloc or of PulseAudio's library, or is the only thread left
@@ -125,6 +145,7 @@ class VeltoHost:
 
     def stop(self):
         processes.end(self.process)
+        self._trace.finish()
 
 
 class Activity:

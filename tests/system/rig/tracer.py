@@ -1,0 +1,219 @@
+"""Traces a Windows program under Wine, and reports where its threads were when it failed.
+
+The tracer is a separate process, because ptrace lets only one thread of a process control a traced program. The program
+stops only for signals and when a thread starts or ends. Both are rare, so its sound does not suffer.
+
+    python3 -m rig.tracer PID REPORT
+
+Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
+caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time that
+the program used. ending.py reads the report.
+"""
+
+import array
+import bisect
+import ctypes
+import json
+import os
+import signal
+import struct
+import sys
+
+MODULE = "LibVeltoAudioHandler.dll"
+
+_SEIZE, _INTERRUPT, _LISTEN, _CONTINUE = 0x4206, 0x4207, 0x4208, 7
+_GETREGS, _GETEVENTMSG, _GETSIGINFO = 12, 0x4201, 0x4202
+_TRACE_CLONE, _TRACE_EXEC, _TRACE_EXIT = 1 << 3, 1 << 4, 1 << 6
+_EVENT_EXIT, _EVENT_STOP = 6, 128
+_WALL = 0x40000000
+_REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
+_FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
+_JOB_CONTROL = {signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU}
+
+# A thread of Wine has a stack for Windows code and another one for UNIX code. The GS register points to the thread's
+# environment block, which has the bounds of the Windows stack and, in Wine 8, a pointer to the registers that Windows
+# code had when it called UNIX code.
+_TEB_BYTES, _TEB_STACK_BASE, _TEB_STACK_LIMIT, _TEB_SYSCALL_FRAME = 0x330, 0x08, 0x10, 0x328
+_FRAME_RSP = 0x88
+_MAX_STACK = 1 << 20
+_MAX_FRAMES = 24
+
+_libc = ctypes.CDLL(None, use_errno=True)
+_libc.ptrace.restype = ctypes.c_long
+_libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
+
+
+def _ptrace(request, thread, address=None, data=None):
+    if _libc.ptrace(request, thread, address, data) == -1:
+        raise OSError(ctypes.get_errno(), f"ptrace {request:#x}")
+
+
+class Memory:
+    """The memory of a stopped program."""
+
+    def __init__(self, pid):
+        self._pid = pid
+        self._begins, self._maps = [], []
+        image, image_end = None, 0
+        with open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace") as maps:
+            for line in maps:
+                bounds, access, offset, _, _, name = (line.rstrip("\n").split(None, 5) + [""])[:6]
+                begin, end = (int(bound, 16) for bound in bounds.split("-"))
+                # Wine maps the header of a Windows image from its file, and may copy the sections behind it.
+                if name.startswith("/") and int(offset, 16) == 0:
+                    image = name
+                elif name or begin != image_end:
+                    image = name or None
+                image_end = end
+                self._begins.append(begin)
+                self._maps.append((begin, end, "x" in access, image or "no file"))
+
+    def read(self, address, count):
+        """The bytes at an address: fewer than `count` at the end of a mapping, none where nothing is mapped."""
+        found = self.find(address)
+        if not found:
+            return b""
+        try:
+            with open(f"/proc/{self._pid}/mem", "rb", buffering=0) as memory:
+                memory.seek(address)
+                return memory.read(min(count, found[1] - address))
+        except (OSError, OverflowError):
+            return b""
+
+    def find(self, address):
+        """(begin, end, whether it is code, file) of the mapping at an address, or None."""
+        place = bisect.bisect_right(self._begins, address) - 1
+        return self._maps[place] if place >= 0 and address < self._maps[place][1] else None
+
+    def code_file(self, address):
+        found = self.find(address)
+        return found[3] if found and found[2] else ""
+
+    def return_addresses(self, begin, end):
+        """The files of the return addresses on a part of a stack, the newest first.
+
+        Every word that points behind a call instruction counts. Some of them are remains of calls that have returned, so
+        the list may have too many files, but lacks none."""
+        data = self.read(begin, min(end - begin, _MAX_STACK))
+        found = []
+        for word in array.array("Q", data[:len(data) // 8 * 8]):
+            file = self.code_file(word)
+            if file and _is_call(self.read(word - 7, 7)):
+                found.append(file)
+        return found
+
+
+def _is_call(before):
+    """Whether the bytes before an address end with a call instruction: relative, or through a register or memory."""
+    return len(before) == 7 and (before[2] == 0xE8 or any(
+        before[-size] == 0xFF and before[1 - size] >> 3 & 7 == 2 for size in (2, 3, 4, 6, 7)))
+
+
+class Tracer:
+    def __init__(self, pid, report):
+        self._pid, self._report = pid, report
+        self._threads = set()
+        self._wants_threads = False  # set by SIGUSR1
+        signal.signal(signal.SIGUSR1, self._on_request)
+
+    def run(self):
+        self._seize()
+        self._write(traced=True)
+        while self._threads:
+            try:
+                thread, status = os.waitpid(-1, _WALL)
+            except ChildProcessError:
+                return
+            if not os.WIFSTOPPED(status):
+                self._threads.discard(thread)
+                continue
+            try:
+                self._on_stop(thread, os.WSTOPSIG(status), status >> 16)
+            except OSError:
+                pass  # the thread was killed meanwhile
+
+    def _seize(self):
+        options = _TRACE_CLONE | _TRACE_EXEC | _TRACE_EXIT
+        while new := {int(each) for each in os.listdir(f"/proc/{self._pid}/task")} - self._threads:
+            for thread in new:
+                _ptrace(_SEIZE, thread, None, options)
+                self._threads.add(thread)
+
+    def _on_request(self, *_):
+        self._wants_threads = True
+        for thread in os.listdir(f"/proc/{self._pid}/task"):
+            try:
+                _ptrace(_INTERRUPT, int(thread))
+            except OSError:
+                pass
+
+    def _on_stop(self, thread, number, event):
+        self._threads.add(thread)
+        passed_on = 0
+        if event == 0:
+            passed_on = number
+            if number in _FAULTS:
+                self._record("fault", thread, signal=number, address=self._fault_address(thread))
+        elif event == _EVENT_EXIT:
+            self._on_exit(thread)
+        elif event == _EVENT_STOP and number in _JOB_CONTROL:
+            _ptrace(_LISTEN, thread)
+            return
+        elif event == _EVENT_STOP and number == signal.SIGTRAP and self._wants_threads:
+            self._record("thread", thread)
+        _ptrace(_CONTINUE, thread, None, passed_on)
+
+    def _on_exit(self, thread):
+        status = ctypes.c_ulong()
+        _ptrace(_GETEVENTMSG, thread, None, ctypes.addressof(status))
+        if os.WIFSIGNALED(status.value):
+            self._record("killed", thread, signal=os.WTERMSIG(status.value))
+        if thread == self._pid:
+            with open(f"/proc/{self._pid}/stat", encoding="ascii", errors="replace") as stat:
+                fields = stat.read().rpartition(")")[2].split()
+            self._write(cpuSeconds=(int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK"))
+
+    @staticmethod
+    def _fault_address(thread):
+        info = ctypes.create_string_buffer(128)
+        _ptrace(_GETSIGINFO, thread, None, ctypes.addressof(info))
+        return struct.unpack_from("<Q", info, 16)[0]
+
+    def _record(self, kind, thread, **more):
+        registers = (ctypes.c_ulong * _REGISTERS)()
+        _ptrace(_GETREGS, thread, None, ctypes.addressof(registers))
+        memory = Memory(self._pid)
+        rip, rsp = registers[_RIP], registers[_RSP]
+        stack = memory.find(rsp)
+        files = memory.return_addresses(rsp, stack[1]) if stack else []
+        files += self._windows_frames(memory, registers[_GS_BASE], rsp)
+        self._write(kind=kind, thread=thread, isMain=thread == self._pid, file=memory.code_file(rip), rip=rip,
+                    frames=_without_repeats(files)[:_MAX_FRAMES],
+                    module=any(each.endswith("/" + MODULE) for each in [memory.code_file(rip), *files]), **more)
+
+    @staticmethod
+    def _windows_frames(memory, block, rsp):
+        """The files of the return addresses on the Windows stack of a thread that runs UNIX code."""
+        data = memory.read(block, _TEB_BYTES) if block else b""
+        if len(data) < _TEB_BYTES:
+            return []
+        base, limit, frame = (struct.unpack_from("<Q", data, field)[0]
+                              for field in (_TEB_STACK_BASE, _TEB_STACK_LIMIT, _TEB_SYSCALL_FRAME))
+        if limit <= rsp < base:
+            return []  # it runs Windows code, and this stack has been read
+        saved = memory.read(frame + _FRAME_RSP, 8)
+        begin = struct.unpack("<Q", saved)[0] if len(saved) == 8 else 0
+        return memory.return_addresses(begin if limit <= begin < base else limit, base)
+
+    def _write(self, **record):
+        self._report.write(json.dumps(record) + "\n")
+        self._report.flush()
+
+
+def _without_repeats(files):
+    return [each for number, each in enumerate(files) if number == 0 or each != files[number - 1]]
+
+
+if __name__ == "__main__":
+    with open(sys.argv[2], "w", encoding="utf-8") as out:
+        Tracer(int(sys.argv[1]), out).run()
