@@ -22,7 +22,7 @@ def of(call):
     usage = [(each["handles"], each["threads"]) for each in call.usage[-len(settled):]]
     return {
         "name": call.name, "seconds": call.seconds, "ppm": call.ppm,
-        "ending": call.ending.describe(), "endedWell": call.ending.is_good or call.ending.is_wines,
+        "end": call.ending.summary(), "ending": call.ending.describe(), "endedWell": call.ending.is_good or call.ending.is_wines,
         "nonzeroResults": sum(call.summary[part]["nonzeroResults"] for part in ("play", "record")),
         "unitsSent": call.summary["play"]["unitsSent"], "packets": call.summary["record"]["packets"],
         "cpuPercent": 100 * call.cpu / call.samples[-1][0],
@@ -64,6 +64,7 @@ def _sound_rows(part):
 ROWS = {
     "length": lambda f: f"{f['seconds'] / 60:g} minutes",
     "units sent, packets read": lambda f: f"{f['unitsSent']}, {f['packets']}",
+    "end of the host": lambda f: f["end"],
     "processor time": lambda f: f"{f['cpuPercent']:.1f} % of one processor",
     "resident memory": lambda f: _from_to([kib / 1024 for kib in f["residentKib"]], " MiB", ".1f"),
     "private part of it": lambda f: _from_to([kib / 1024 for kib in f["privateKib"]], " MiB", ".2f"),

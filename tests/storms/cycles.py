@@ -37,7 +37,7 @@ class Cycles(session.SystemTest):
         with storms.FlappingDefaults(self.session) as flapping:
             flapping.change_until_end(host, seconds=3)
             changes = flapping.changes
-        storms.check_calls(self, host, host.wait())
+        storms.check_calls(self, host)
         self.session.wait_for_end_of_streams()
         calls = sum(sum(results.values()) for results in host.summary["calls"].values())
         storm_figures.add("storm", seconds=STORM_SECONDS, calls=calls, changes=changes, seed=self.seed,
@@ -45,8 +45,7 @@ class Cycles(session.SystemTest):
 
     def test_module_unloads_after_repeated_loads_and_storms(self):
         host = self.storm("--seconds", "0.5", "--loads", LOADS)
-        code = host.wait(LOADS * 6 + 400)
-        storms.check_calls(self, host, code)
+        storms.check_calls(self, host, LOADS * 6 + 400)
         summary = host.summary
         first, before, after = summary["usage"][0], summary["usage"][-2], summary["usage"][-1]
         print(f"  threads {first['threads']}, {before['threads']}, {after['threads']}; {summary['unload']}", flush=True)

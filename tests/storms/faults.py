@@ -32,10 +32,11 @@ class Faults(session.SystemTest):
         places = [place for _, place in self.server.streams()]
         streams, captures = places.count(sink), len(self.server.captures())
         microphone_s, summary = self.call.end()
+        end = self.assert_good_end(self.call.host, 60, code=session.INTERRUPTED)
         good, windows = self.call.last_seconds_recorded()
         measured = {"name": fault, "remedy": remedy, "speakerS": speaker_s, "microphoneS": microphone_s,
                    "cpuPercent": self.call.cpu_percent, "linesPerSecond": self.call.lines_per_second,
-                   "streams": streams, "captures": captures, "goodWindowsAtTheEnd": f"{good} of {windows}"}
+                   "streams": streams, "captures": captures, "end": end.summary(), "goodWindowsAtTheEnd": f"{good} of {windows}"}
         print(f"  {measured}", flush=True)
         storm_figures.add("fault", **measured)
         self.assertIsNotNone(microphone_s, "the packets did not return to a steady flow")

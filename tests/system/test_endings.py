@@ -112,14 +112,14 @@ class TracedProcess(unittest.TestCase):
 
     def end(self, **more):
         code = self.process.wait(30)
-        is_traced, self.cpu_s, records = self.trace.finish()
-        return ending.Ending(0, code, has_last_words=True, is_traced=is_traced, records=records, **more)
+        return ending.Ending(0, code, more.get("killed_as", ""), "", True, *self.trace.finish())
 
     def test_trace_of_good_end_has_processor_time_and_no_fault(self):
         self.run_code("end = time.process_time() + 0.5\nwhile time.process_time() < end: pass")
         found = self.end()
         self.assertTrue(found.is_good and found.is_traced, found.describe())
-        self.assertGreater(self.cpu_s, 0.4)
+        self.assertGreater(found.cpu_s, 0.4)
+        self.assertGreaterEqual(found.life_s, found.cpu_s - 0.2)
 
     def test_fault_is_found_in_library(self):
         self.run_code("ctypes.CDLL('libc.so.6').strlen(None)")

@@ -9,6 +9,7 @@ from rig.wine_prefix import PULSE_KEY
 INVALIDATED = "Capture audio frame failed! err=0x88890004"  # AUDCLNT_E_DEVICE_INVALIDATED
 POLLS_PER_SECOND = 100
 NOTHING_RECORDED = 5
+SOURCES = {"micB": "micB", "Monitor of micA": "micA.monitor"}  # PulseAudio's names of Windows' endpoints
 
 
 class MicrophoneChange(session.SystemTest):
@@ -50,8 +51,25 @@ class MicrophoneChange(session.SystemTest):
         self.assertGreater(host.log.count("OnAudioStateChanged"), 3)
         result = self.compare_recorded(host.recording, spoken, search_s=10)
         last = [w for w in result.windows if w.start_s >= 13]
-        self.assert_sound(sum(w.state == compare.GOOD for w in last) >= 12,
-                          "less than 12 windows of the last three seconds were recorded")
+        self.assertGreaterEqual(sum(w.state == compare.GOOD for w in last), 12, "good windows in the last three seconds")
+
+    def test_recording_continues_after_each_of_four_changes(self):
+        spoken = media.glides(24, seed=6)
+        host = self.session.record_microphone()
+        self.session.wait_for_capture()
+        voice = self.session.speak(spoken)
+        changes = []
+        for name in 2 * ("micB", "Monitor of micA"):
+            time.sleep(4)
+            self.session.prefix.make_default_input(self.identity[name])
+            self.session.wait_for_capture(SOURCES[name])
+            changes.append(time.time())
+        voice.wait()
+        self.end_recording(host)
+        result, read_time = self.compare_recorded(host.recording, spoken, search_s=10), session.read_times(host.summary)
+        for number, (begin, end) in enumerate(zip(changes, changes[1:] + [float("inf")]), 1):
+            good = [w for w in result.good if begin < read_time(result.bounds(w)[0]) < end]
+            self.assertGreaterEqual(len(good), 5, f"good windows after change {number}")
 
     def test_recording_resumes_on_next_default_after_device_is_removed(self):
         spoken = media.glides(16)
@@ -81,25 +99,20 @@ class MicrophoneChange(session.SystemTest):
         self.end_recording(host)
         self.assertEqual(media.file_warnings(host.recording), [])
         result = self.compare_recorded(host.recording, spoken)
-        self.assert_sound(len(result.good) > 15, "less than 16 windows were recorded")
+        self.assertGreater(len(result.good), 15, "good windows")
         front = [w for w in result.windows if w.start_s < result.good[-1].start_s]
-        damaged = sum(w.state == compare.DAMAGED for w in front)
-        self.assert_sound(damaged <= compare.TOLERATED_WINDOWS, f"{damaged} windows before the end are damaged")
+        self.assert_intact(result, session.read_times(host.summary), front)
 
     def assert_one_gap(self, host, spoken, most_s):
         """The recording lacks one piece of the sound, at most `most_s` seconds long."""
         result = self.compare_recorded(host.recording, spoken, search_s=most_s + 1)
-        before, after = result.good[0].offset, result.good[-1].offset
+        frames, gap = self.assert_intact_around_gap(result, session.read_times(host.summary))
         # The file also contains the priming of the second encoder.
-        missing = (before - after + 1024) / session.RECORDING_RATE
-        lost = len(result.damaged) * compare.WINDOW_S
+        missing = (frames + 1024) / session.RECORDING_RATE
+        lost = len(gap) * compare.WINDOW_S
         print(f"  {missing:.3f} s of sound are missing; {host.summary['longestGapMs']:.0f} ms without a packet", flush=True)
-        self.assert_sound(0 <= missing <= most_s, f"{missing:.3f} s are missing; at most {most_s} s are tolerated")
-        self.assert_sound(lost <= missing + (compare.TOLERATED_WINDOWS + 2) * compare.WINDOW_S,
-                          f"{lost:.1f} s are damaged, {missing:.3f} s are missing")
-        for label, place in (("before", before), ("after", after)):
-            same = [w for w in result.good if abs(w.offset - place) <= compare.NEAR_FRAMES]
-            self.assert_sound(len(same) > 12, f"less than 13 windows were recorded {label} the gap")
+        self.assertTrue(0 <= missing <= most_s, f"{missing:.3f} s are missing; at most {most_s} s are tolerated")
+        self.assertLessEqual(lost, missing + 2 * compare.WINDOW_S, f"{missing:.3f} s are missing")
 
     def assert_no_busy_wait(self, host):
         """Each failing poll writes about one log line, and the host uses little processor time."""

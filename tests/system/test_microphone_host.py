@@ -17,18 +17,14 @@ class SlowReader(session.SystemTest):
         self.session.speak(spoken).wait()
         self.end_recording(host)
         result = self.compare_recorded(host.recording, spoken, search_s=pause_for - QUEUED_S + 2)
-        before, after = result.good[0].offset, result.good[-1].offset
-        lost = (before - after) / session.RECORDING_RATE
-        whole = [w for w in result.good if abs(w.offset - before) <= compare.NEAR_FRAMES]
-        end = whole[-1].start_s + compare.WINDOW_S + before / session.RECORDING_RATE
+        frames, gap = self.assert_intact_around_gap(result, session.read_times(host.summary))
+        lost = frames / session.RECORDING_RATE
+        end = gap[0].start_s + result.good[0].offset / session.RECORDING_RATE
         print(f"  complete up to {end - pause_at:.2f} s into the pause, then {lost:.2f} s are missing", flush=True)
         # The endpoint's own buffer adds to the queue.
-        self.assert_sound(QUEUED_S - 0.3 <= end - pause_at <= QUEUED_S + 1.5, f"complete up to {end:.2f} s")
-        self.assert_sound(abs(lost - (pause_for - QUEUED_S)) <= 1.5, f"{lost:.2f} s are missing")
-        self.assert_sound(result.slips <= 3, f"{result.slips} slips")
-        self.assert_sound(len(result.damaged) <= lost / compare.WINDOW_S + compare.TOLERATED_WINDOWS + 2,
-                          f"{len(result.damaged)} windows are damaged")
-        self.assert_sound(len(result.good) - len(whole) > 12, "less than 13 windows were recorded after the pause")
+        self.assertTrue(QUEUED_S - 0.3 <= end - pause_at <= QUEUED_S + 1.5, f"complete up to {end:.2f} s")
+        self.assertLessEqual(abs(lost - (pause_for - QUEUED_S)), 1.5, f"{lost:.2f} s are missing")
+        self.assertLessEqual(len(gap), lost / compare.WINDOW_S + 2)
         self.assertEqual(host.log.count("Error code: "), 0)
 
 

@@ -25,16 +25,13 @@ GOOD_MATCH_DB = 20.0
 CODED_MATCH_DB = 12.0
 BEST_MATCH_DB = 120.0     # the largest match that is reported: no difference
 QUIET_RMS = 1e-3          # -60 dBFS
-# Damage to 11 s of speech (57 windows) that a busy machine causes even if the module makes no mistake.
-TOLERATED_WINDOWS = 4
-TOLERATED_SLIPS = 4
 NEAR_FRAMES = 3           # a larger move from window to window is a slip
 WIDE_SEARCH_S = 1.5
 FRACTIONS = tuple(numpy.arange(-0.5, 0.51, 0.125))  # sub-sample delays that the alignment tries
 ALIGNED_AT_ONCE = 48000   # frames; longer sound is aligned in two steps
 COARSE = 8                # frames that the first step averages into one
 MAX_DRIFT_FRAMES = 6      # in the whole recording, without slips
-GAIN_RANGE = (0.5, 2.0)   # of the whole recording; SoundCheck applies it to each window
+GAIN_RANGE = (0.5, 2.0)   # of the whole recording
 GAIN_SPREAD = 1.2         # largest factor between the gain of a window and that of the whole recording
 
 GOOD, DAMAGED, QUIET = "good", "damaged", "quiet"
@@ -54,8 +51,17 @@ class Comparison:
     rate: int
     windows: list = field(default_factory=list)
     offset: int = 0
-    slips: int = 0
+    slips_at: list = field(default_factory=list)  # (first window after the slip, frames that were inserted; < 0: missing)
     drift: int = 0          # total change of the offset in frames, without slips
+
+    @property
+    def slips(self):
+        return len(self.slips_at)
+
+    def bounds(self, window):
+        """The frames of the recording between which a window is."""
+        begin = int(window.start_s * self.rate) + window.offset
+        return begin, begin + int(WINDOW_S * self.rate)
 
     @property
     def audible(self):
@@ -87,7 +93,7 @@ class Comparison:
             if window.state == DAMAGED:
                 runs += last_state != DAMAGED
             elif window.state == GOOD:
-                if last_offset is not None and abs(window.offset - last_offset) > NEAR_FRAMES:
+                if last_offset is not None and is_slip(window.offset - last_offset):
                     slips += last_state != DAMAGED
                 last_offset = window.offset
             last_state = window.state
@@ -98,23 +104,39 @@ class Comparison:
         """Seconds of the reference that were heard undamaged."""
         return WINDOW_S * len([w for w in self.windows if w.state != DAMAGED])
 
-    def verdict(self, tolerated_windows=TOLERATED_WINDOWS, tolerated_slips=TOLERATED_SLIPS):
+    def verdict(self):
         """Returns an empty text if the sound is intact, otherwise the reason."""
+        wrong = self.wrong_as_a_whole()
+        if wrong:
+            return wrong
+        if self.damaged:
+            places = ", ".join(f"{w.start_s:.1f}" for w in self.damaged[:12])
+            return f"{len(self.damaged)} of {len(self.windows)} windows are damaged, at {places} s"
+        if self.slips:
+            return f"the sound slipped {self.slips} times"
+        return ""
+
+    def wrong_as_a_whole(self):
+        """Returns a reason that no stall of the machine explains: the sound is missing, or its speed or volume is wrong."""
         if not self.audible:
             return "the reference contains no sound to compare"
         if not self.good:
             return "none of the sound was heard"
-        if len(self.damaged) > tolerated_windows:
-            places = ", ".join(f"{w.start_s:.1f}" for w in self.damaged[:12])
-            return (f"{len(self.damaged)} of {len(self.windows)} windows are damaged "
-                    f"(tolerated: {tolerated_windows}), at {places} s")
-        if self.slips > tolerated_slips:
-            return f"the sound slipped {self.slips} times (tolerated: {tolerated_slips})"
         if abs(self.drift) > MAX_DRIFT_FRAMES:
             return f"the speed is wrong: the sound drifted by {self.drift} frames"
         if not GAIN_RANGE[0] <= self.gain <= GAIN_RANGE[1]:
             return f"the volume is {self.gain:.2f} times the original"
         return ""
+
+
+def is_slip(frames):
+    """Whether a move of the sound from window to window is a slip."""
+    return abs(frames) > NEAR_FRAMES
+
+
+def has_same_gain(gain, common):
+    """Whether a window is as loud as the recording it belongs to."""
+    return common / GAIN_SPREAD <= gain <= common * GAIN_SPREAD
 
 
 def compare(heard, reference, rate, good_match_db=GOOD_MATCH_DB, search_s=WIDE_SEARCH_S):
@@ -129,10 +151,9 @@ def compare(heard, reference, rate, good_match_db=GOOD_MATCH_DB, search_s=WIDE_S
         window, place = _compare_window(heard, reference, start, length, place, rate, good_match_db, search_s)
         result.windows.append(window)
     _check_gains(result)
-    offsets = [w.offset for w in result.good]
-    moves = [b - a for a, b in zip(offsets, offsets[1:])]
-    result.slips = sum(abs(move) > NEAR_FRAMES for move in moves)
-    result.drift = sum(move for move in moves if abs(move) <= NEAR_FRAMES)
+    moves = [(b, b.offset - a.offset) for a, b in zip(result.good, result.good[1:])]
+    result.slips_at = [(window, move) for window, move in moves if is_slip(move)]
+    result.drift = sum(move for _, move in moves if not is_slip(move))
     return result
 
 
@@ -223,7 +244,7 @@ def _check_gains(result):
     """Marks good windows as damaged if their volume differs from that of the whole recording."""
     common = result.gain
     for window in result.good:
-        if not common / GAIN_SPREAD <= window.gain <= common * GAIN_SPREAD:
+        if not has_same_gain(window.gain, common):
             window.state = DAMAGED
 
 

@@ -40,6 +40,7 @@ class Ending:
     has_last_words: bool = False  # whether the host had printed the text that it prints last
     is_traced: bool = False
     cpu_s: float = 0.0
+    life_s: float = 0.0
     records: list = field(default_factory=list)  # of the tracer
 
     @property
@@ -94,6 +95,10 @@ class Ending:
         ends the process, it depends on the tracer's speed which of the two is first."""
         return not self.is_good and self.kind != HUNG and self.has_last_words and self.blame == WINE
 
+    def summary(self):
+        """The kind, and the cause of any but a good end."""
+        return self.kind if self.is_good else f"{self.kind}; cause: {self.blame}"
+
     def describe(self):
         words = "after its last words" if self.has_last_words else "before its last words"
         known = "" if self.is_traced else " (the process was not traced)"
@@ -121,7 +126,7 @@ class Trace:
         self._report = report
         report.unlink(missing_ok=True)
         self._tracer = processes.start(
-            [sys.executable, "-S", "-B", "-m", "rig.tracer", process.pid, report], with_sound=True,
+            [sys.executable, "-S", "-B", "-m", "rig.tracer", process.pid, report],
             stderr=subprocess.DEVNULL, cwd=pathlib.Path(__file__).resolve().parent.parent)
 
     def report_threads(self):
@@ -133,14 +138,16 @@ class Trace:
             time.sleep(0.05)
 
     def finish(self):
-        """Waits for the end of the report. Returns (whether the process was traced, processor time in s, records)."""
+        """Waits for the end of the report. Returns the last fields of an Ending: whether the process was traced, processor
+        time and length of its life in s, and the records."""
         try:
             self._tracer.wait(_STUCK_REPORT_S)
         except subprocess.TimeoutExpired:
             pass
         processes.end(self._tracer)
         lines = self._lines()
-        return (any(line.get("traced") for line in lines), max((line.get("cpuSeconds", 0.0) for line in lines), default=0.0),
+        last = next((line for line in lines if "cpuSeconds" in line), {"cpuSeconds": 0.0, "lifeSeconds": 0.0})
+        return (any(line.get("traced") for line in lines), last["cpuSeconds"], last["lifeSeconds"],
                 [line for line in lines if "kind" in line])
 
     def module_faults(self):
@@ -164,4 +171,4 @@ def assertion_in(errors):
 
 def counted(endings):
     """{kind and cause: number} of endings."""
-    return dict(Counter(each.kind if each.is_good else f"{each.kind}; cause: {each.blame}" for each in endings))
+    return dict(Counter(each.summary() for each in endings))

@@ -11,6 +11,7 @@ from . import paths, processes
 SPEECH_FOLDER = pathlib.Path("/usr/share/sounds/alsa")
 SPEECH = ("Front_Center", "Front_Left", "Front_Right", "Rear_Center", "Rear_Left", "Rear_Right",
           "Side_Left", "Side_Right")
+UNIT = 1024  # samples per channel of an AAC unit
 
 
 def _raw(rate, channels):

@@ -38,11 +38,17 @@ class ModuleLog:
 
     def time_of(self, containing):
         """Wall time (as in time.time()) of the first line with this text, or None."""
+        return next(iter(self._times(containing)), None)
+
+    def times_of(self, containing):
+        """Wall times of the messages that count() counts."""
+        return list(self._times(containing, lambda message: message.endswith(")") and "(" in message))
+
+    def _times(self, containing, is_wanted=lambda message: True):
         for line in self.text().splitlines():
             match = _LINE.match(line)
-            if match and containing in match.group(5):
-                return datetime.datetime.strptime(match.group(1), "%Y-%m-%d %H:%M:%S.%f").timestamp()
-        return None
+            if match and containing in match.group(5) and is_wanted(match.group(5)):
+                yield datetime.datetime.strptime(match.group(1), "%Y-%m-%d %H:%M:%S.%f").timestamp()
 
     def wait_for(self, containing, timeout_s=30, times=1):
         waiting.until(lambda: self.count(containing) >= times, f'"{containing}" in {self.path.name}', timeout_s)

@@ -21,18 +21,32 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-def give_sound_priority(thread):
+SOUND_PRIORITY, MONITOR_PRIORITY = 5, 50
+
+
+def give_sound_priority(thread, priority=SOUND_PRIORITY):
     """Gives a thread real-time priority, which threads for sound usually have. Has no effect without root rights."""
     try:
-        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(5))
+        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(priority))
     except OSError:
         pass
 
 
+def give_monitor_priority(thread):
+    """Gives a thread priority over all sound, so that a thread for sound that never waits cannot delay it."""
+    give_sound_priority(thread, MONITOR_PRIORITY)
+
+
 def give_all_threads_sound_priority(child):
     """Gives real-time priority to all threads of a child that has dropped its own real-time priority."""
-    for thread in os.listdir(f"/proc/{child.pid}/task"):
-        give_sound_priority(int(thread))
+    known = set()
+    try:
+        while new := set(os.listdir(f"/proc/{child.pid}/task")) - known:
+            known |= new
+            for thread in new:
+                give_sound_priority(int(thread))
+    except OSError:
+        pass  # the child has ended
 
 
 def mapped_file(pid, address):

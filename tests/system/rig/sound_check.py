@@ -15,7 +15,8 @@ class Slip:
 
 
 class SoundCheck:
-    """`reference` is one period of the sound, in one channel. The recording is fed in pieces.
+    """`reference` is one period of the sound, in one channel. The recording is fed in pieces. Windows, slips and volumes are
+    judged as in compare.py; the volume of the recording is that of its first good window.
 
     Windows count from the first good one to the last good one, so silence before and after the sound does not.
     The caller has to check how many windows were counted.
@@ -29,6 +30,7 @@ class SoundCheck:
         self.slips = []
         self.places = []  # (frame of the recording, frame of the reference) of each good window
         self._offset = None
+        self._gain = None
         self._pending = 0  # damaged windows since the last good one
         self._rest = numpy.zeros(0, "f4")
         self._at = 0
@@ -61,7 +63,7 @@ class SoundCheck:
         self._pending = 0
         offset = (place - self._at) % len(self.reference)
         jump = 0 if self._offset is None else shortest_way(offset - self._offset, len(self.reference))
-        if abs(jump) > compare.NEAR_FRAMES:
+        if compare.is_slip(jump):
             self.slips.append(Slip(self._at, jump))
         self._offset = offset
         self.places.append((self._at, place))
@@ -73,17 +75,25 @@ class SoundCheck:
         if self.found:
             expected = self._at + self._offset
             for near in sorted(range(-compare.NEAR_FRAMES, compare.NEAR_FRAMES + 1), key=abs):
-                if self._match_db(window, expected + near) >= self.good_db:
+                if self._is_at(window, expected + near):
                     return (expected + near) % len(self.reference)
         spectrum = numpy.conj(numpy.fft.rfft(window, len(self.reference)))
         likeness = numpy.fft.irfft(self._spectrum * spectrum, len(self.reference)) / numpy.sqrt(self._energy)
         place = int(numpy.argmax(likeness))
-        return place if self._match_db(window, place) >= self.good_db else None
+        return place if self._is_at(window, place) else None
 
-    def _match_db(self, window, place):
+    def _is_at(self, window, place):
+        """Whether a window is good if it begins at this frame of the reference."""
         expected = self.reference.take(numpy.arange(place, place + self.width), mode="wrap").astype("f8")
         match_db, gain = compare.match(window, expected)
-        return match_db if compare.GAIN_RANGE[0] <= gain <= compare.GAIN_RANGE[1] else 0.0
+        if match_db < self.good_db:
+            return False
+        if self._gain is not None:
+            return compare.has_same_gain(gain, self._gain)
+        if not compare.GAIN_RANGE[0] <= gain <= compare.GAIN_RANGE[1]:
+            return False
+        self._gain = gain
+        return True
 
 
 def shortest_way(frames, period):

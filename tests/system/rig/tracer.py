@@ -6,8 +6,8 @@ stops only for signals and when a thread starts or ends. Both are rare, so its s
     python3 -m rig.tracer PID REPORT
 
 Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
-caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time that
-the program used. ending.py reads the report.
+caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time and the
+length of the program's life. ending.py reads the report.
 """
 
 import array
@@ -18,6 +18,7 @@ import os
 import signal
 import struct
 import sys
+import time
 
 MODULE = "LibVeltoAudioHandler.dll"
 
@@ -112,12 +113,14 @@ def _is_call(before):
 class Tracer:
     def __init__(self, pid, report):
         self._pid, self._report = pid, report
+        self._begin = time.monotonic()
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
         signal.signal(signal.SIGUSR1, self._on_request)
 
     def run(self):
         self._seize()
+        _give_sound_priority()
         self._write(traced=True)
         while self._threads:
             try:
@@ -171,7 +174,8 @@ class Tracer:
         if thread == self._pid:
             with open(f"/proc/{self._pid}/stat", encoding="ascii", errors="replace") as stat:
                 fields = stat.read().rpartition(")")[2].split()
-            self._write(cpuSeconds=(int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK"))
+            self._write(cpuSeconds=(int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK"),
+                        lifeSeconds=time.monotonic() - self._begin)
 
     @staticmethod
     def _fault_address(thread):
@@ -208,6 +212,14 @@ class Tracer:
     def _write(self, **record):
         self._report.write(json.dumps(record) + "\n")
         self._report.flush()
+
+
+def _give_sound_priority():
+    """Gives this process the priority of the program that it traces, so that a stop of the program is short."""
+    try:
+        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(5))
+    except OSError:
+        pass
 
 
 def _without_repeats(files):

@@ -5,10 +5,12 @@ import os
 import pathlib
 import signal
 import subprocess
+import threading
 import time
 
 from . import ending, module_log, paths, processes, waiting
 
+START_S = 5   # hosts print something earlier
 STUCK_S = 10  # a process counts as stuck after looking stuck for so long
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
@@ -26,9 +28,21 @@ class VeltoHost:
         env = dict(prefix.environment, VELTO_LOG_FILE=paths.to_windows(self.log.path))
         with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
             self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
-                                           stdout=out, stderr=err, cwd=folder, with_sound=True)
+                                           stdout=out, stderr=err, cwd=folder)
+        threading.Thread(target=self._raise_priority, daemon=True).start()
         self._trace = ending.Trace(self.process, folder / f"{name}.trace")
         self._killed_as = ""
+
+    def _raise_priority(self):
+        """Gives the process real-time priority when it has started. The start uses a processor for some tenths of a second,
+        in which it would delay the sound of hosts that already play."""
+        deadline = time.monotonic() + START_S
+        while self.running and time.monotonic() < deadline and not self._has_started():
+            time.sleep(0.01)
+        processes.give_all_threads_sound_priority(self.process)
+
+    def _has_started(self):
+        return any(path.exists() and path.stat().st_size for path in (self.error_path, self.output_path, self.log.path))
 
     @property
     def running(self):
@@ -86,9 +100,8 @@ class VeltoHost:
         """Waits for the end of the process, and returns all that is known about it. last_words: the text that the program
         prints last; if None, a JSON summary with the exit code."""
         code = self.wait(timeout_s)
-        is_traced, cpu_s, records = self._trace.finish()
         return ending.Ending(expected_code, code, self._killed_as, ending.assertion_in(self.errors()),
-                             self._has_printed(last_words, expected_code), is_traced, cpu_s, records)
+                             self._has_printed(last_words, expected_code), *self._trace.finish())
 
     def _has_printed(self, last_words, code):
         if last_words is not None:

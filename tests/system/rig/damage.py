@@ -1,0 +1,66 @@
+"""Decides whether the machine damaged a recording.
+
+Without a stall, no window may be damaged, and the sound may not slip. If the stall monitor saw a stall at each damaged
+place, a few places are accepted, and more of them call for a repeated recording. Damage at any other place is a failure.
+"""
+
+from dataclasses import dataclass
+
+from . import compare
+
+# Sound that was written or read during a stall is heard up to a second later: the module queues 0.43 s, and the endpoint
+# 0.3 s of the speaker's or 0.5 s of the microphone's sound. The microphone's sound can also be lost before a stall is noticed.
+BEFORE_S = 0.5
+AFTER_S = 1.0
+ACCEPTED_PER_MINUTE = 4
+
+
+class DamagedWithoutStall(AssertionError):
+    """The sound is damaged at a place at which the machine did not stall."""
+
+
+class SoundDamaged(AssertionError):
+    """The sound is damaged at more places than are accepted, and the machine stalled at each of them."""
+
+
+@dataclass
+class Stall:
+    """A period in which the machine kept a thread waiting that has priority over all sound."""
+    begin: float  # wall time, as in time.time()
+    end: float
+
+    def reaches(self, begin, end):
+        return self.begin - BEFORE_S <= end and begin <= self.end + AFTER_S
+
+
+def check(places, stalls, accepted=ACCEPTED_PER_MINUTE):
+    """Raises DamagedWithoutStall for damage outside of stalls, and SoundDamaged for more than `accepted` places within stalls.
+
+    places: (wall time of the begin, of the end, description) of each damaged place. Returns a note about accepted places,
+    or ""."""
+    outside = [what for begin, end, what in places if not any(stall.reaches(begin, end) for stall in stalls)]
+    if outside:
+        raise DamagedWithoutStall(f"damaged without a stall of the machine: {_listed(outside)}")
+    if not places:
+        return ""
+    longest = max(stall.end - stall.begin for stall in stalls)
+    note = f"damaged while the machine stalled, for {longest:.2f} s at most: {_listed([what for *_, what in places])}"
+    if len(places) > accepted:
+        raise SoundDamaged(note)
+    return note
+
+
+def places_in(result, time_of, windows=None):
+    """The damaged windows and the slips of a comparison, for check(). time_of(frame): the wall time at which a frame of the
+    recording was heard or read. windows: only these, without the slips of the others."""
+    chosen = result.windows if windows is None else windows
+    found = [(*result.bounds(window), f"{window.start_s:.1f} s") for window in chosen if window.state == compare.DAMAGED]
+    for window, frames in result.slips_at:
+        if any(window is each for each in chosen):
+            found.append((*result.bounds(window), f"a slip of {frames} frames at {window.start_s:.1f} s"))
+    return [(time_of(begin), time_of(end), what) for begin, end, what in found]
+
+
+def _listed(descriptions):
+    more = f", and {len(descriptions) - 8} more" if len(descriptions) > 8 else ""
+    return ", ".join(descriptions[:8]) + more

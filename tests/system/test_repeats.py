@@ -1,0 +1,170 @@
+#!/usr/bin/python3
+"""A recording repeats only if the machine stalled at each damaged place, and a limited number of times in a whole run."""
+
+import contextlib
+import io
+import pathlib
+import signal
+import tempfile
+import time
+import unittest
+from unittest import mock
+
+import numpy
+
+from rig import compare, damage, media, repeats, session, stall_monitor, waiting
+
+RATE = 48000
+BEGIN = 1000.0  # wall time of the recording's first frame
+STALL = damage.Stall(BEGIN + 4.0, BEGIN + 4.2)
+
+
+def time_of(frame):
+    return BEGIN + frame / RATE
+
+
+class Damage(unittest.TestCase):
+    """Recordings with damage at 4.4 s, during a stall, or elsewhere."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.sent = media.glides(8, seed=11)
+
+    def places(self, *bounds_s, windows=None):
+        heard = self.sent.copy()
+        for begin, end in bounds_s:
+            heard[int(begin * RATE):int(end * RATE)] = 0
+        self.result = compare.compare(heard, self.sent, RATE)
+        return damage.places_in(self.result, time_of, windows)
+
+    def test_intact_sound_is_accepted_with_and_without_stall(self):
+        self.assertEqual(damage.check(self.places(), []), "")
+        self.assertEqual(damage.check(self.places(), [STALL]), "")
+
+    def test_single_damaged_window_without_stall_is_refused(self):
+        with self.assertRaisesRegex(damage.DamagedWithoutStall, "4.4 s"):
+            damage.check(self.places((4.45, 4.5)), [])
+
+    def test_few_damaged_windows_within_stall_are_accepted_and_described(self):
+        self.assertEqual(damage.check(self.places((4.45, 4.5)), [STALL]),
+                         "damaged while the machine stalled, for 0.20 s at most: 4.4 s")
+
+    def test_stall_at_another_place_excuses_nothing(self):
+        for far in (damage.Stall(BEGIN + 2.0, BEGIN + 2.5), damage.Stall(BEGIN + 6.0, BEGIN + 7.0)):
+            with self.assertRaises(damage.DamagedWithoutStall):
+                damage.check(self.places((4.45, 4.5)), [far])
+
+    def test_damage_outside_of_stall_is_refused_when_other_damage_is_within(self):
+        with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 1.2 s$"):
+            damage.check(self.places((1.25, 1.3), (4.45, 4.5)), [STALL])
+
+    def test_much_damage_within_stall_calls_for_repeat(self):
+        with self.assertRaises(damage.SoundDamaged):
+            damage.check(self.places((3.9, 5.0)), [STALL])
+
+    def test_slip_counts_as_damaged_place(self):
+        heard = numpy.delete(self.sent, slice(3 * RATE, 3 * RATE + 4800), axis=0)
+        places = damage.places_in(compare.compare(heard, self.sent, RATE), time_of)
+        self.assertEqual([what for *_, what in places if "slip" in what], ["a slip of -4800 frames at 3.2 s"])
+        with self.assertRaises(damage.DamagedWithoutStall):
+            damage.check(places, [])
+        self.assertNotEqual(damage.check(places, [damage.Stall(BEGIN + 2.9, BEGIN + 3.0)]), "")
+
+    def test_only_chosen_windows_count(self):
+        self.places((4.45, 4.5))
+        early = [w for w in self.result.windows if w.start_s < 4]
+        self.assertEqual(damage.places_in(self.result, time_of, early), [])
+
+
+class ScriptedTest(session.SystemTest):
+    """A system test whose attempts have the given outcomes: None to pass, or an exception to raise."""
+
+    def __init__(self, outcomes):
+        super().__init__("attempt")
+        self.outcomes, self.attempts, self.cleanups = outcomes, 0, 0
+
+    def setUp(self):
+        self.addCleanup(self.clean_up)
+
+    def clean_up(self):
+        self.cleanups += 1
+
+    def attempt(self):
+        self.attempts += 1
+        if outcome := self.outcomes[self.attempts - 1]:
+            raise outcome
+
+
+class Repeats(unittest.TestCase):
+    DAMAGE = damage.SoundDamaged("5 windows")
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.list = pathlib.Path(folder.name) / "repeats"
+        variables = mock.patch.dict("os.environ", VELTO_REPEATS=str(self.list))
+        variables.start()
+        self.addCleanup(variables.stop)
+
+    def run_test(self, *outcomes):
+        """Returns (whether the test passed, number of attempts). Every attempt must be cleaned up."""
+        test, result = ScriptedTest(outcomes), unittest.TestResult()
+        with contextlib.redirect_stdout(io.StringIO()) as self.printed:
+            test.run(result)
+        self.assertEqual(test.cleanups, test.attempts)
+        return result.wasSuccessful(), test.attempts
+
+    def test_undamaged_sound_needs_one_attempt(self):
+        self.assertEqual(self.run_test(None), (True, 1))
+        self.assertEqual(self.printed.getvalue(), "")
+        self.assertFalse(self.list.exists())
+
+    def test_damage_within_stalls_is_repeated_printed_and_listed(self):
+        self.assertEqual(self.run_test(self.DAMAGE, self.DAMAGE, None), (True, 3))
+        self.assertEqual(self.printed.getvalue().splitlines(),
+                         [f"  attempt {attempt} of 3: 5 windows; repeating" for attempt in (1, 2)])
+        self.assertEqual(self.list.read_text().splitlines(), ["repeated: __main__.ScriptedTest.attempt: 5 windows"] * 2)
+
+    def test_sound_damaged_in_every_attempt_fails(self):
+        self.assertEqual(self.run_test(*[self.DAMAGE] * 4), (False, 3))
+
+    def test_other_failures_are_not_repeated(self):
+        self.assertEqual(self.run_test(AssertionError(), None), (False, 1))
+        self.assertEqual(self.run_test(damage.DamagedWithoutStall(), None), (False, 1))
+        self.assertEqual(self.run_test(self.DAMAGE, OSError(), None), (False, 2))
+
+    def test_whole_run_repeats_limited_number_of_times(self):
+        repeated = 0
+        while self.run_test(self.DAMAGE, None) == (True, 2):
+            repeated += 1
+        self.assertEqual(repeated, repeats.MOST)
+        self.assertEqual(self.run_test(self.DAMAGE, None), (False, 1))
+        self.assertTrue(self.list.read_text().splitlines()[-1].startswith(repeats.REFUSED))
+
+    def test_accepted_damage_is_listed_and_does_not_count(self):
+        for _ in range(2 * repeats.MOST):
+            repeats.note_accepted("one window")
+        self.assertTrue(repeats.may_repeat("many windows"))
+        self.assertEqual(self.list.read_text().splitlines()[-2:], ["accepted: one window", "repeated: many windows"])
+
+
+class StallMonitor(unittest.TestCase):
+    def test_stall_monitor_reports_time_and_length_of_stall(self):
+        with tempfile.TemporaryDirectory() as folder:
+            monitor = stall_monitor.StallMonitor(pathlib.Path(folder))
+            self.addCleanup(monitor.stop)
+            time.sleep(1)
+            # A stopped monitor cannot tell its own stop from a stall of the machine.
+            monitor.process.send_signal(signal.SIGSTOP)
+            begin = time.time()
+            time.sleep(0.5)
+            end = time.time()
+            monitor.process.send_signal(signal.SIGCONT)
+            longest = waiting.until(lambda: max((s for s in monitor.stalls() if s.end > end), default=None,
+                                                key=lambda stall: stall.end - stall.begin), "the stall", 10)
+            self.assertLess(longest.begin, begin + 0.1)
+            self.assertGreater(longest.end - longest.begin, 0.4)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
