@@ -77,6 +77,7 @@ int main(int argc, char **argv)
     if (argc != 3) {
         return 2;
     }
+    std::fputs("starting\n", stderr);
     std::thread(RunStreams, eRender, INFINITE).detach();
     std::thread(RunStreams, eRender, INFINITE).detach();
     std::thread(RunStreams, eCapture, recordingMs).detach();

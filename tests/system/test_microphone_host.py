@@ -24,7 +24,8 @@ class SlowReader(session.SystemTest):
         # The endpoint's own buffer adds to the queue.
         self.assertTrue(QUEUED_S - 0.3 <= end - pause_at <= QUEUED_S + 1.5, f"complete up to {end:.2f} s")
         self.assertLessEqual(abs(lost - (pause_for - QUEUED_S)), 1.5, f"{lost:.2f} s are missing")
-        self.assertLessEqual(len(gap), lost / compare.WINDOW_S + 2)
+        # Pieces of the endpoint's buffer of 0.5 s can be recorded within the gap.
+        self.assertLessEqual(len(gap), lost / compare.WINDOW_S + 4)
         self.assertEqual(host.log.count("Error code: "), 0)
 
 

@@ -66,9 +66,9 @@ class PrivateAudioServer:
         command += ["-L", "module-native-protocol-unix"]
         processes.at_end(self.stop)
         with open(self.folder / "pulseaudio.log", "ab") as log:
-            self.process = processes.start(command, stdout=log, stderr=log, env=self.environment, with_sound=True)
+            self.process = processes.start(command, stdout=log, stderr=log, env=self.environment)
         waiting.until(self._answers, "the private audio server to answer", 20)
-        processes.give_all_threads_sound_priority(self.process)
+        processes.give_all_threads_priority(self.process)
         if self.sinks:
             self.pactl("set-default-sink", self.sinks[0][0])
         if self.microphones:

@@ -120,13 +120,14 @@ def _is_wines(record):
 
 
 class Trace:
-    """The tracer of a process."""
+    """The tracer of a process. signs: files of which one is no longer empty when the process has started; the tracer then
+    gives it the priority of sound."""
 
-    def __init__(self, process, report):
+    def __init__(self, process, report, signs=()):
         self._report = report
         report.unlink(missing_ok=True)
         self._tracer = processes.start(
-            [sys.executable, "-S", "-B", "-m", "rig.tracer", process.pid, report],
+            [sys.executable, "-S", "-B", "-m", "rig.tracer", process.pid, report, *signs],
             stderr=subprocess.DEVNULL, cwd=pathlib.Path(__file__).resolve().parent.parent)
 
     def report_threads(self):

@@ -21,7 +21,8 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-SOUND_PRIORITY, MONITOR_PRIORITY = 5, 50
+# Servers run only briefly at a time, so they come before the hosts.
+SOUND_PRIORITY, SERVER_PRIORITY, MONITOR_PRIORITY = 5, 7, 50
 
 
 def give_sound_priority(thread, priority=SOUND_PRIORITY):
@@ -37,14 +38,14 @@ def give_monitor_priority(thread):
     give_sound_priority(thread, MONITOR_PRIORITY)
 
 
-def give_all_threads_sound_priority(child):
-    """Gives real-time priority to all threads of a child that has dropped its own real-time priority."""
+def give_all_threads_priority(child, priority=SERVER_PRIORITY):
+    """Gives real-time priority to all threads of a child that has started. Its start would delay the sound of other tests."""
     known = set()
     try:
         while new := set(os.listdir(f"/proc/{child.pid}/task")) - known:
             known |= new
             for thread in new:
-                give_sound_priority(int(thread))
+                give_sound_priority(int(thread), priority)
     except OSError:
         pass  # the child has ended
 
@@ -76,7 +77,7 @@ def code_file(child):
 def start(command, **options):
     """Starts a command as a child that cannot outlive the run.
 
-    with_sound: the child moves sound, so it gets real-time priority.
+    with_sound: the child gets real-time priority before it starts.
     death_signal: the signal that the kernel sends to the child if the run is killed.
     """
     with_sound, death_signal = options.pop("with_sound", False), options.pop("death_signal", signal.SIGKILL)

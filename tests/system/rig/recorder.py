@@ -22,11 +22,11 @@ class Recorder:
         self._process = processes.start(
             ["parec", "--raw", "-d", f"{sink}.monitor", "--latency-msec=20", "--format=float32le",
              f"--rate={rate}", f"--channels={channels}", *audio_server.channel_map("--channel-map", channels)],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=server.environment,
-            with_sound=True)
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=server.environment)
         self._thread = threading.Thread(target=self._read, daemon=True)
         self._thread.start()
         waiting.until(lambda: self._frames > 0 or self._process.poll() is not None, f"sound from {sink}.monitor", 20)
+        processes.give_all_threads_priority(self._process)
 
     def _read(self):
         stream, width, rest = self._process.stdout, 4 * self.channels, b""

@@ -3,7 +3,10 @@
 The tracer is a separate process, because ptrace lets only one thread of a process control a traced program. The program
 stops only for signals and when a thread starts or ends. Both are rare, so its sound does not suffer.
 
-    python3 -m rig.tracer PID REPORT
+    python3 -m rig.tracer PID REPORT [SIGN ...]
+
+The tracer also gives the program real-time priority, as soon as one of the files SIGN is not empty. The start of a program
+uses a processor for some tenths of a second, in which it would delay the sound of programs that already play.
 
 Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
 caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time and the
@@ -25,8 +28,9 @@ MODULE = "LibVeltoAudioHandler.dll"
 _SEIZE, _INTERRUPT, _LISTEN, _CONTINUE = 0x4206, 0x4207, 0x4208, 7
 _GETREGS, _GETEVENTMSG, _GETSIGINFO = 12, 0x4201, 0x4202
 _TRACE_CLONE, _TRACE_EXEC, _TRACE_EXIT = 1 << 3, 1 << 4, 1 << 6
-_EVENT_EXIT, _EVENT_STOP = 6, 128
+_EVENT_CLONE, _EVENT_EXIT, _EVENT_STOP = 3, 6, 128
 _WALL = 0x40000000
+_SOUND_PRIORITY = 5  # as in processes.py, which would take longer to import
 _REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
 _FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
 _JOB_CONTROL = {signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU}
@@ -111,8 +115,9 @@ def _is_call(before):
 
 
 class Tracer:
-    def __init__(self, pid, report):
-        self._pid, self._report = pid, report
+    def __init__(self, pid, report, signs):
+        self._pid, self._report, self._signs = pid, report, signs
+        self._has_priority = not signs
         self._begin = time.monotonic()
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
@@ -120,7 +125,7 @@ class Tracer:
 
     def run(self):
         self._seize()
-        _give_sound_priority()
+        _give_sound_priority(0)
         self._write(traced=True)
         while self._threads:
             try:
@@ -157,6 +162,8 @@ class Tracer:
             passed_on = number
             if number in _FAULTS:
                 self._record("fault", thread, signal=number, address=self._fault_address(thread))
+        elif event == _EVENT_CLONE:
+            self._raise_priority()
         elif event == _EVENT_EXIT:
             self._on_exit(thread)
         elif event == _EVENT_STOP and number in _JOB_CONTROL:
@@ -165,6 +172,13 @@ class Tracer:
         elif event == _EVENT_STOP and number == signal.SIGTRAP and self._wants_threads:
             self._record("thread", thread)
         _ptrace(_CONTINUE, thread, None, passed_on)
+
+    def _raise_priority(self):
+        """Threads inherit the priority, and those for sound start after the program has written to a sign."""
+        if not self._has_priority and any(os.path.exists(sign) and os.path.getsize(sign) for sign in self._signs):
+            self._has_priority = True
+            for thread in os.listdir(f"/proc/{self._pid}/task"):
+                _give_sound_priority(int(thread))
 
     def _on_exit(self, thread):
         status = ctypes.c_ulong()
@@ -214,10 +228,10 @@ class Tracer:
         self._report.flush()
 
 
-def _give_sound_priority():
-    """Gives this process the priority of the program that it traces, so that a stop of the program is short."""
+def _give_sound_priority(thread):
+    """The tracer itself also gets it, so that a stop of the program is short."""
     try:
-        os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(5))
+        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(_SOUND_PRIORITY))
     except OSError:
         pass
 
@@ -228,4 +242,4 @@ def _without_repeats(files):
 
 if __name__ == "__main__":
     with open(sys.argv[2], "w", encoding="utf-8") as out:
-        Tracer(int(sys.argv[1]), out).run()
+        Tracer(int(sys.argv[1]), out, sys.argv[3:]).run()

@@ -5,12 +5,10 @@ import os
 import pathlib
 import signal
 import subprocess
-import threading
 import time
 
 from . import ending, module_log, paths, processes, waiting
 
-START_S = 5   # hosts print something earlier
 STUCK_S = 10  # a process counts as stuck after looking stuck for so long
 FUTEX, FUTEX_WAIT_PRIVATE, FUTEX_LOCK_PI_PRIVATE = 202, 128, 134
 
@@ -29,20 +27,9 @@ class VeltoHost:
         with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
             self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
                                            stdout=out, stderr=err, cwd=folder)
-        threading.Thread(target=self._raise_priority, daemon=True).start()
-        self._trace = ending.Trace(self.process, folder / f"{name}.trace")
+        self._trace = ending.Trace(self.process, folder / f"{name}.trace",
+                                   (self.output_path, self.error_path, self.log.path))
         self._killed_as = ""
-
-    def _raise_priority(self):
-        """Gives the process real-time priority when it has started. The start uses a processor for some tenths of a second,
-        in which it would delay the sound of hosts that already play."""
-        deadline = time.monotonic() + START_S
-        while self.running and time.monotonic() < deadline and not self._has_started():
-            time.sleep(0.01)
-        processes.give_all_threads_sound_priority(self.process)
-
-    def _has_started(self):
-        return any(path.exists() and path.stat().st_size for path in (self.error_path, self.output_path, self.log.path))
 
     @property
     def running(self):

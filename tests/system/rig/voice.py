@@ -13,7 +13,7 @@ def _start_player(server, microphone, rate, channels, source):
     return processes.start(
         ["pacat", "--playback", "--raw", "-d", microphone, "--latency-msec=2000", "--format=float32le",
          f"--rate={rate}", f"--channels={channels}"],
-        stdin=source, env=server.environment, with_sound=True)
+        stdin=source, env=server.environment)
 
 
 class Voice:

@@ -65,9 +65,10 @@ class WinePrefix:
                 shutil.copy2(template / name, self.root / name)
         processes.at_end(self.stop)
         # A Wine server that gets SIGINT ends all programs of its prefix before it ends.
-        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment, with_sound=True,
+        self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment,
                                        death_signal=signal.SIGINT)
         self.run(["cmd", "/c", "ver"])
+        processes.give_all_threads_priority(self._server)
         return self
 
     def stop(self):
