@@ -20,6 +20,7 @@ _WINES_FILES = re.compile(r"/wine/|/(wine64?|wine64-preloader|libpulse(common-[\
                           r"ld-linux-x86-64\.so\.2|libgcc_s\.so\.1|libpthread\.so\.0)$")
 _ASSERTION = re.compile(r"Assertion [`'].*' failed.*\s*\Z")
 _STUCK_REPORT_S = 5
+_BEGIN_S = 20  # on a busy machine
 
 # The kinds of endings. Every one that a run had is counted.
 EXPECTED, FAULTY, OTHER_CODE, SIGNAL, KILLED, STUCK, HUNG, ASSERTION = (
@@ -129,6 +130,12 @@ class Trace:
         self._tracer = processes.start(
             [sys.executable, "-S", "-B", "-m", "rig.tracer", process.pid, report, *signs],
             stderr=subprocess.DEVNULL, cwd=pathlib.Path(__file__).resolve().parent.parent)
+
+    def wait_for_begin(self):
+        """Waits until the process is traced, or cannot be."""
+        deadline = time.monotonic() + _BEGIN_S
+        while time.monotonic() < deadline and self._tracer.poll() is None and not self._lines():
+            time.sleep(0.01)
 
     def report_threads(self):
         """Records where each thread of a stuck process is."""

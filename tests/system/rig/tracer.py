@@ -30,6 +30,7 @@ _GETREGS, _GETEVENTMSG, _GETSIGINFO = 12, 0x4201, 0x4202
 _TRACE_CLONE, _TRACE_EXEC, _TRACE_EXIT = 1 << 3, 1 << 4, 1 << 6
 _EVENT_CLONE, _EVENT_EXIT, _EVENT_STOP = 3, 6, 128
 _WALL = 0x40000000
+_POLL_S = 0.02
 _SOUND_PRIORITY = 5  # as in processes.py, which would take longer to import
 _REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
 _FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
@@ -122,10 +123,12 @@ class Tracer:
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
         signal.signal(signal.SIGUSR1, self._on_request)
+        signal.signal(signal.SIGALRM, lambda *_: self._raise_priority())
 
     def run(self):
         self._seize()
         _give_sound_priority(0)
+        signal.setitimer(signal.ITIMER_REAL, _POLL_S, _POLL_S)
         self._write(traced=True)
         while self._threads:
             try:
@@ -142,10 +145,18 @@ class Tracer:
 
     def _seize(self):
         options = _TRACE_CLONE | _TRACE_EXEC | _TRACE_EXIT
-        while new := {int(each) for each in os.listdir(f"/proc/{self._pid}/task")} - self._threads:
+        while new := self._own_threads() - self._threads:
             for thread in new:
-                _ptrace(_SEIZE, thread, None, options)
+                try:
+                    _ptrace(_SEIZE, thread, None, options)
+                except OSError:
+                    if thread in self._own_threads():
+                        raise
+                    continue  # the thread has ended
                 self._threads.add(thread)
+
+    def _own_threads(self):
+        return {int(each) for each in os.listdir(f"/proc/{self._pid}/task")}
 
     def _on_request(self, *_):
         self._wants_threads = True
@@ -174,11 +185,13 @@ class Tracer:
         _ptrace(_CONTINUE, thread, None, passed_on)
 
     def _raise_priority(self):
-        """Threads inherit the priority, and those for sound start after the program has written to a sign."""
+        """Gives the program real-time priority if it has written to a sign. New threads inherit it."""
         if not self._has_priority and any(os.path.exists(sign) and os.path.getsize(sign) for sign in self._signs):
             self._has_priority = True
-            for thread in os.listdir(f"/proc/{self._pid}/task"):
-                _give_sound_priority(int(thread))
+            for thread in self._threads:
+                _give_sound_priority(thread)
+        if self._has_priority:
+            signal.setitimer(signal.ITIMER_REAL, 0)
 
     def _on_exit(self, thread):
         status = ctypes.c_ulong()
@@ -242,4 +255,7 @@ def _without_repeats(files):
 
 if __name__ == "__main__":
     with open(sys.argv[2], "w", encoding="utf-8") as out:
-        Tracer(int(sys.argv[1]), out, sys.argv[3:]).run()
+        try:
+            Tracer(int(sys.argv[1]), out, sys.argv[3:]).run()
+        except OSError as problem:
+            out.write(json.dumps({"problem": str(problem)}) + "\n")

@@ -25,10 +25,16 @@ class VeltoHost:
             path.unlink(missing_ok=True)
         env = dict(prefix.environment, VELTO_LOG_FILE=paths.to_windows(self.log.path))
         with open(self.output_path, "wb") as out, open(self.error_path, "wb") as err:
-            self.process = processes.start(["wine", program or paths.HOST, *arguments], env=env,
-                                           stdout=out, stderr=err, cwd=folder)
+            # The shell waits until the tracer is there, so that even a short program is traced.
+            gate, opened = os.pipe()
+            self.process = processes.start(["sh", "-c", f'read _ <&{gate}; exec "$@" {gate}<&-', "sh", "wine",
+                                            program or paths.HOST, *arguments],
+                                           env=env, stdout=out, stderr=err, cwd=folder, pass_fds=(gate,))
+            os.close(gate)
         self._trace = ending.Trace(self.process, folder / f"{name}.trace",
                                    (self.output_path, self.error_path, self.log.path))
+        self._trace.wait_for_begin()
+        os.close(opened)
         self._killed_as = ""
 
     @property
