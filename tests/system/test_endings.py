@@ -149,6 +149,7 @@ class TracedProcess(unittest.TestCase):
         self.process.kill()
         found = self.end(killed_as=ending.STUCK)
         self.assertEqual((found.kind, found.blame), (ending.STUCK, ending.WINE), found.describe())
+        self.assertEqual(found.causes[0]["kind"], "thread", "where it was before it was killed")
 
 
 if __name__ == "__main__":

@@ -117,7 +117,7 @@ def _module_faults(records):
 def _is_wines(record):
     """An address without code, to which a damaged return address leads, counts as the place that led to it."""
     file = record["file"] or (record["frames"] or [""])[0]
-    return bool(_WINES_FILES.search(file)) and not record["module"]
+    return bool(_WINES_FILES.search(file))
 
 
 class Trace:
