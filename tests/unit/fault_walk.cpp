@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <set>
 #include <thread>
 
@@ -43,14 +44,17 @@ std::vector<Uses> CountUsesWithoutFaults(MakeScenario makeScenario)
     return uses;
 }
 
-std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses)
+std::vector<FaultCase> CasesOf(const FaultyCall &call, const Uses &uses, const FailingUses &failing)
 {
     std::vector<FaultCase> cases;
-    std::set<int> positions{uses.count};
-    for (const int position : {1, 2, 3, 4, 10}) {
-        if (position < uses.count) {
+    std::set<int> positions;
+    for (const int position : failing.positions) {
+        if (position <= uses.count) {
             positions.insert(position);
         }
+    }
+    if (failing.last) {
+        positions.insert(uses.count);
     }
     const auto add = [&](const Fault &fault) {
         for (const int nth : positions) {
@@ -181,8 +185,17 @@ int FailuresSoFar()
 
 } // namespace
 
-WalkTally WalkEveryFault(MakeScenario makeScenario)
+int WalkStride()
 {
+    const char *value = std::getenv("VELTO_FAULT_WALK_STRIDE");
+    const int stride = value == nullptr ? 1 : std::atoi(value);
+    return std::max(stride, 1);
+}
+
+WalkTally WalkEveryFault(MakeScenario makeScenario, const FailingUses &failing)
+{
+    const int stride = WalkStride();
+    int number = 0;
     const std::vector<Uses> uses = CountUsesWithoutFaults(makeScenario);
     const uint64_t callsWithoutFaults = MostCallsOfAnyThread();
     WalkTally tally;
@@ -196,7 +209,10 @@ WalkTally WalkEveryFault(MakeScenario makeScenario)
         for (const Fault &fault : call.faults) {
             ++tally.faults[fault.kind];
         }
-        for (const FaultCase &faulty : CasesOf(call, uses[i])) {
+        for (const FaultCase &faulty : CasesOf(call, uses[i], failing)) {
+            if (number++ % stride != 0) {
+                continue;
+            }
             const int failures = FailuresSoFar();
             Walk(faulty, makeScenario, callsWithoutFaults);
             ++tally.cases;

@@ -90,9 +90,19 @@ struct WalkTally {
     int findings = 0; // cases with an unexpected outcome
 };
 
-// For every call that the scenario makes, injects each of its faults and a hang at the first four, the tenth
-// and the last use. A fault that may last is also injected into all uses in one run. Fails the test for each
-// unexpected outcome.
-WalkTally WalkEveryFault(MakeScenario makeScenario);
+// The uses of each call that fail, one in each case. Positions count from 1; those beyond the last use are
+// left out.
+struct FailingUses {
+    std::vector<int> positions;
+    bool last = true; // the last use fails, too
+};
+
+// For every call that the scenario makes, injects each of its faults and a hang at the failing uses. A fault
+// that may last is also injected into all uses in one run. Fails the test for each unexpected outcome. Runs
+// only each WalkStride()th case.
+WalkTally WalkEveryFault(MakeScenario makeScenario, const FailingUses &failing);
+
+// 1, or the number in the environment variable VELTO_FAULT_WALK_STRIDE.
+int WalkStride();
 
 } // namespace velto_test

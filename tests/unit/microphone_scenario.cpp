@@ -15,7 +15,7 @@
 namespace velto_test {
 namespace {
 
-constexpr int rounds = 5;
+constexpr int rounds = 3;
 constexpr int stepsPerRound = 4;
 const char *const stepNames[stepsPerRound] = {"opening", "capturing", "restarting", "closing"};
 // The calls that the capture thread makes for each packet.

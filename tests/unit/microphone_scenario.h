@@ -1,4 +1,4 @@
-// The microphone's scenario for the fault walk: five rounds of opening, reading, moving to another default
+// The microphone's scenario for the fault walk: three rounds of opening, reading, moving to another default
 // device and closing, on the module's own threads.
 #pragma once
 

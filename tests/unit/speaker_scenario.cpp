@@ -19,7 +19,7 @@ extern "C" {
 namespace velto_test {
 namespace {
 
-constexpr int rounds = 10;
+constexpr int rounds = 4;
 constexpr int stepsPerRound = 6;
 constexpr uint32_t blockFrames = 1024;
 constexpr double blockRateHz = 48000;

@@ -1,4 +1,4 @@
-// The renderer's scenario for the fault walk: ten rounds of opening, playing, switching the endpoint,
+// The renderer's scenario for the fault walk: four rounds of opening, playing, switching the endpoint,
 // replacing an invalidated client and closing. The test's thread makes the play thread's calls.
 #pragma once
 

@@ -6,7 +6,9 @@ stops only for signals and when a thread starts or ends. Both are rare, so its s
     python3 -m rig.tracer PID REPORT [SIGN ...]
 
 The tracer also gives the program real-time priority, as soon as one of the files SIGN is not empty. The start of a program
-uses a processor for some tenths of a second, in which it would delay the sound of programs that already play.
+uses a processor for some tenths of a second, in which it would delay the sound of programs that already play. The threads of
+Wine's sound driver get more priority than the program's others: they have only some tens of milliseconds of sound in advance,
+and opening a device in another program takes longer.
 
 Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
 caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time and the
@@ -32,6 +34,9 @@ _EVENT_CLONE, _EVENT_EXIT, _EVENT_STOP = 3, 6, 128
 _WALL = 0x40000000
 _POLL_S = 0.02
 _SOUND_PRIORITY = 5  # as in processes.py, which would take longer to import
+_DRIVER_PRIORITY = 6
+_DRIVER_THREADS = "winepulse_"
+_NAMING_S = 1  # a new thread gets its name within this time
 _REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
 _FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
 _JOB_CONTROL = {signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU}
@@ -119,15 +124,17 @@ class Tracer:
     def __init__(self, pid, report, signs):
         self._pid, self._report, self._signs = pid, report, signs
         self._has_priority = not signs
+        self._named_at = 0.0  # time.monotonic() at which the newest thread has its name
+        self._driver_threads = set()
         self._begin = time.monotonic()
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
         signal.signal(signal.SIGUSR1, self._on_request)
-        signal.signal(signal.SIGALRM, lambda *_: self._raise_priority())
+        signal.signal(signal.SIGALRM, lambda *_: self._raise_priorities())
 
     def run(self):
         self._seize()
-        _give_sound_priority(0)
+        _give_priority(0, _DRIVER_PRIORITY)  # so that a stop of the program is short
         signal.setitimer(signal.ITIMER_REAL, _POLL_S, _POLL_S)
         self._write(traced=True)
         while self._threads:
@@ -137,6 +144,7 @@ class Tracer:
                 return
             if not os.WIFSTOPPED(status):
                 self._threads.discard(thread)
+                self._driver_threads.discard(thread)
                 continue
             try:
                 self._on_stop(thread, os.WSTOPSIG(status), status >> 16)
@@ -174,7 +182,9 @@ class Tracer:
             if number in _FAULTS:
                 self._record("fault", thread, signal=number, address=self._fault_address(thread))
         elif event == _EVENT_CLONE:
-            self._raise_priority()
+            self._named_at = time.monotonic() + _NAMING_S
+            self._raise_priorities()
+            signal.setitimer(signal.ITIMER_REAL, _POLL_S, _POLL_S)
         elif event == _EVENT_EXIT:
             self._on_exit(thread)
         elif event == _EVENT_STOP and number in _JOB_CONTROL:
@@ -184,14 +194,27 @@ class Tracer:
             self._record("thread", thread)
         _ptrace(_CONTINUE, thread, None, passed_on)
 
-    def _raise_priority(self):
-        """Gives the program real-time priority if it has written to a sign. New threads inherit it."""
+    def _raise_priorities(self):
+        """Gives the program real-time priority if it has written to a sign. New threads inherit it. Gives the driver's threads,
+        which are known by their names, theirs."""
         if not self._has_priority and any(os.path.exists(sign) and os.path.getsize(sign) for sign in self._signs):
             self._has_priority = True
             for thread in self._threads:
-                _give_sound_priority(thread)
+                _give_priority(thread, _SOUND_PRIORITY)
         if self._has_priority:
-            signal.setitimer(signal.ITIMER_REAL, 0)
+            for thread in self._threads - self._driver_threads:
+                if self._name(thread).startswith(_DRIVER_THREADS):
+                    self._driver_threads.add(thread)
+                    _give_priority(thread, _DRIVER_PRIORITY)
+            if time.monotonic() > self._named_at:
+                signal.setitimer(signal.ITIMER_REAL, 0)
+
+    def _name(self, thread):
+        try:
+            with open(f"/proc/{self._pid}/task/{thread}/comm", encoding="utf-8", errors="replace") as name:
+                return name.read()
+        except OSError:
+            return ""  # the thread has ended
 
     def _on_exit(self, thread):
         status = ctypes.c_ulong()
@@ -241,10 +264,9 @@ class Tracer:
         self._report.flush()
 
 
-def _give_sound_priority(thread):
-    """The tracer itself also gets it, so that a stop of the program is short."""
+def _give_priority(thread, priority):
     try:
-        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(_SOUND_PRIORITY))
+        os.sched_setscheduler(thread, os.SCHED_RR, os.sched_param(priority))
     except OSError:
         pass
 
