@@ -64,7 +64,7 @@ def differences(folder):
             yield f"docs/reliability.md, counts of {SCENARIOS[name]}"
     faults = (measuring.DOCS / "faults.md").read_text("utf-8")
     for name, section in FAULT_TABLES.items():
-        if f"<!-- Measured by {section}; do not edit by hand. -->\n{fault_table(folder, name)}<!-- End" not in faults:
+        if f"\n{fault_table(folder, name)}<!-- End of what {section} measured. -->" not in faults:
             yield f"docs/faults.md, {section}"
 
 
