@@ -163,7 +163,7 @@ def run(folder, speech, answer):
             f"speaking {len(answer) / RATE:.1f} s into ModemMic1")
         recorder, host = call(world, speech, answer)
         say("comparing the output with the input")
-        stalls = monitor.stalls()
+        stalls = monitor.stalls() + world.waits()
         speaker, speaker_report = measure_speaker(recorder, host, speech, stalls)
         microphone, microphone_report = measure_microphone(world, host, answer, stalls)
         report = {"passed": speaker_report["passed"] and microphone_report["passed"],

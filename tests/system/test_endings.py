@@ -10,7 +10,7 @@ import tempfile
 import time
 import unittest
 
-from rig import ending, tracer, waiting
+from rig import ending, processes, tracer, waiting
 
 MODULE, WINE_FILE, HOST = f"/bin/{tracer.MODULE}", "/usr/lib/wine/x86_64-unix/ntdll.so", "/bin/velto-host.exe"
 PULSE, LIBC = "/usr/lib/x86_64-linux-gnu/libpulse.so.0.24.2", "/usr/lib/x86_64-linux-gnu/libc.so.6"
@@ -135,6 +135,18 @@ class TracedProcess(unittest.TestCase):
         found = self.end()
         self.assertEqual((found.kind, found.blame), (ending.SIGNAL, ending.THE_MODULE), found.describe())
         self.assertEqual(len(found.module_faults), 1)
+
+    def test_wait_for_busy_processor_is_reported(self):
+        self.run_code("import os\nos.sched_setaffinity(0, {0})\nend = time.time() + 1.5\nwhile time.time() < end: pass")
+        time.sleep(0.5)
+        begin = time.time()
+        processes.run([sys.executable, "-c", "import os, time\nos.sched_setaffinity(0, {0})\n"
+                       "os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))\n"
+                       "end = time.time() + 0.3\nwhile time.time() < end: pass"])
+        self.end()
+        longest = max(self.trace.waits(), key=lambda wait: wait.end - wait.begin)
+        self.assertGreater(longest.end - longest.begin, 0.2)
+        self.assertTrue(longest.reaches(begin, begin + 0.3))
 
     def test_place_of_killed_process_is_found(self):
         self.run_code("time.sleep(60)")

@@ -3,6 +3,7 @@
 
 import contextlib
 import io
+import os
 import pathlib
 import signal
 import tempfile
@@ -164,6 +165,25 @@ class StallMonitor(unittest.TestCase):
                                                 key=lambda stall: stall.end - stall.begin), "the stall", 10)
             self.assertLess(longest.begin, begin + 0.1)
             self.assertGreater(longest.end - longest.begin, 0.4)
+
+    def test_short_delay_is_stall_only_with_stolen_time(self):
+        short, long = 0.02, 0.07
+        self.assertFalse(stall_monitor.is_stall(short, 0, 0))
+        self.assertTrue(stall_monitor.is_stall(short, 0.01, 0.01))
+        self.assertTrue(stall_monitor.is_stall(long, 0, 0))
+        self.assertFalse(stall_monitor.is_stall(0.001, 0.01, 0.01))
+
+    def test_many_short_interruptions_are_stall(self):
+        self.assertTrue(stall_monitor.is_stall(0, 0.01, stall_monitor.MIN_STOLEN_S))
+        self.assertFalse(stall_monitor.is_stall(0, 0.01, stall_monitor.MIN_STOLEN_S / 2))
+        self.assertFalse(stall_monitor.is_stall(0, 0, stall_monitor.MIN_STOLEN_S), "reported before")
+
+    def test_stolen_time_is_that_of_its_processor(self):
+        with open("/proc/stat", encoding="ascii") as stat:
+            fields = next(line.split() for line in stat if line.startswith("cpu0 "))
+        seconds = stall_monitor.StolenTime(0).seconds()
+        self.assertGreaterEqual(seconds, int(fields[8]) / os.sysconf("SC_CLK_TCK"))
+        self.assertLess(seconds, int(fields[8]) / os.sysconf("SC_CLK_TCK") + 1)
 
 
 if __name__ == "__main__":

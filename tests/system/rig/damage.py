@@ -1,7 +1,7 @@
 """Decides whether the machine damaged a recording.
 
-Without a stall, no window may be damaged, and the sound may not slip. If the stall monitor saw a stall at each damaged
-place, a few places are accepted, and more of them call for a repeated recording. Damage at any other place is a failure.
+Without a stall, no window may be damaged, and the sound may not slip. A stall is one that the stall monitor saw, or a time in
+which a host's thread waited for a processor. If there was a stall at each damaged place, a few places are accepted, and more of them call for a repeated recording. Damage at any other place is a failure.
 """
 
 from dataclasses import dataclass
@@ -25,7 +25,7 @@ class SoundDamaged(AssertionError):
 
 @dataclass
 class Stall:
-    """A period in which the machine kept a thread waiting that has priority over all sound."""
+    """A period in which the machine kept a thread waiting that needed to run."""
     begin: float  # wall time, as in time.time()
     end: float
 

@@ -11,7 +11,7 @@ import time
 from collections import Counter
 from dataclasses import dataclass, field
 
-from . import processes, tracer
+from . import damage, processes, tracer
 
 # Under Wine, some processes with an open stream crash or get stuck at their end, also without the module: Wine kills the
 # thread of its sound driver, possibly inside PulseAudio's library, before the driver closes that library. Only code in
@@ -160,6 +160,10 @@ class Trace:
 
     def module_faults(self):
         return _module_faults(self._lines())
+
+    def waits(self):
+        """The times in which a thread of the program waited for a processor, as stalls."""
+        return [damage.Stall(line["waitBegin"], line["waitEnd"]) for line in self._lines() if "waitEnd" in line]
 
     def _lines(self):
         found = []

@@ -55,6 +55,10 @@ class Session:
         self.hosts.append(host)
         return host
 
+    def waits(self):
+        """The times so far in which a thread of a host waited for a processor, as stalls."""
+        return [wait for host in self.hosts for wait in host.waits]
+
     def test_host(self, command, *arguments, name="host"):
         """Runs velto-test-host, which makes calls that no correct host makes."""
         return self.host(command, "--module", paths.to_windows(paths.MODULE), *arguments, name=name,
@@ -152,9 +156,13 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(result.wrong_as_a_whole(), "")
         self.assert_undamaged(damage.places_in(result, time_of, windows), minutes)
 
+    def stalls(self):
+        """The stalls of the machine so far, and the times in which it was too busy for a host."""
+        return self.stall_monitor.stalls() + self.session.waits()
+
     def assert_undamaged(self, places, minutes=1):
         """There are no damaged places, but for a few at which the machine stalled. places: as for damage.check."""
-        note = damage.check(places, self.stall_monitor.stalls(), damage.ACCEPTED_PER_MINUTE * minutes)
+        note = damage.check(places, self.stalls(), damage.ACCEPTED_PER_MINUTE * minutes)
         if note:
             repeats.note_accepted(f"{self.id()}: {note}")
             print(f"  (accepted: {note})", flush=True)

@@ -10,9 +10,12 @@ uses a processor for some tenths of a second, in which it would delay the sound 
 Wine's sound driver get more priority than the program's others: they have only some tens of milliseconds of sound in advance,
 and opening a device in another program takes longer.
 
+While sound plays, the tracer also reports when a thread of the program was ready to run but waited for a processor: the machine
+was too busy with other programs.
+
 Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
-caused, of each thread that a signal ended, and, after SIGUSR1, of each thread. The last line has the processor time and the
-length of the program's life. ending.py reads the report.
+caused, of each thread that a signal ended, of each long wait for a processor, and, after SIGUSR1, of each thread. The last
+line has the processor time and the length of the program's life. ending.py reads the report.
 """
 
 import array
@@ -36,6 +39,8 @@ _POLL_S = 0.02
 _SOUND_PRIORITY = 5  # as in processes.py, which would take longer to import
 _DRIVER_PRIORITY = 6
 _DRIVER_THREADS = "winepulse_"
+_WAITS_POLL_S = 0.05
+_MIN_WAIT_S = 0.01  # the module has about 60 ms of sound in advance
 _NAMING_S = 1  # a new thread gets its name within this time
 _REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
 _FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
@@ -126,11 +131,12 @@ class Tracer:
         self._has_priority = not signs
         self._named_at = 0.0  # time.monotonic() at which the newest thread has its name
         self._driver_threads = set()
+        self._waited_s, self._waits_seen_at = {}, time.time()  # by thread, until the time
         self._begin = time.monotonic()
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
         signal.signal(signal.SIGUSR1, self._on_request)
-        signal.signal(signal.SIGALRM, lambda *_: self._raise_priorities())
+        signal.signal(signal.SIGALRM, lambda *_: self._on_timer())
 
     def run(self):
         self._seize()
@@ -194,6 +200,25 @@ class Tracer:
             self._record("thread", thread)
         _ptrace(_CONTINUE, thread, None, passed_on)
 
+    def _on_timer(self):
+        self._raise_priorities()
+        self._report_waits()
+
+    def _report_waits(self):
+        """Reports the longest time that a thread has waited for a processor since the last call."""
+        before, now, longest = self._waits_seen_at, time.time(), 0
+        for thread in tuple(self._threads):
+            try:
+                with open(f"/proc/{self._pid}/task/{thread}/schedstat", "rb", buffering=0) as counts:
+                    waited_s = int(counts.read().split()[1]) / 1e9
+            except (OSError, IndexError):
+                continue  # the thread has ended
+            longest = max(longest, waited_s - self._waited_s.get(thread, waited_s))
+            self._waited_s[thread] = waited_s
+        self._waits_seen_at = now
+        if longest >= _MIN_WAIT_S:
+            self._write(waitBegin=before - longest, waitEnd=now)
+
     def _raise_priorities(self):
         """Gives the program real-time priority if it has written to a sign. New threads inherit it. Gives the driver's threads,
         which are known by their names, theirs."""
@@ -207,7 +232,7 @@ class Tracer:
                     self._driver_threads.add(thread)
                     _give_priority(thread, _DRIVER_PRIORITY)
             if time.monotonic() > self._named_at:
-                signal.setitimer(signal.ITIMER_REAL, 0)
+                signal.setitimer(signal.ITIMER_REAL, _WAITS_POLL_S, _WAITS_POLL_S)
 
     def _name(self, thread):
         try:
@@ -260,8 +285,8 @@ class Tracer:
         return memory.return_addresses(begin if limit <= begin < base else limit, base)
 
     def _write(self, **record):
-        self._report.write(json.dumps(record) + "\n")
-        self._report.flush()
+        # One system call, because the timer's handler can interrupt another record.
+        os.write(self._report, (json.dumps(record) + "\n").encode())
 
 
 def _give_priority(thread, priority):
@@ -276,8 +301,8 @@ def _without_repeats(files):
 
 
 if __name__ == "__main__":
-    with open(sys.argv[2], "w", encoding="utf-8") as out:
+    with open(sys.argv[2], "wb", buffering=0) as out:
         try:
-            Tracer(int(sys.argv[1]), out, sys.argv[3:]).run()
+            Tracer(int(sys.argv[1]), out.fileno(), sys.argv[3:]).run()
         except OSError as problem:
-            out.write(json.dumps({"problem": str(problem)}) + "\n")
+            out.write(json.dumps({"problem": str(problem)}).encode() + b"\n")

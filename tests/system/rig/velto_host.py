@@ -109,6 +109,11 @@ class VeltoHost:
         """The faults in the module's code so far, as ending.Ending.module_faults."""
         return self._trace.module_faults()
 
+    @property
+    def waits(self):
+        """The times so far in which a thread of the host waited for a processor, as stalls."""
+        return self._trace.waits()
+
     def _looks_stuck(self):
         """Whether the main thread waits for a lock of malloc or of PulseAudio's library, or is the only thread left
         and waits, or runs, in that library. Windows code under Wine waits in another way."""

@@ -5,7 +5,7 @@ import pathlib
 import shutil
 import signal
 
-from . import paths, processes
+from . import paths, processes, waiting
 
 DRIVERS_KEY = r"HKCU\Software\Wine\Drivers"
 PULSE_KEY = DRIVERS_KEY + r"\winepulse.drv"
@@ -67,9 +67,20 @@ class WinePrefix:
         # A Wine server that gets SIGINT ends all programs of its prefix before it ends.
         self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment,
                                        death_signal=signal.SIGINT)
-        self.run(["cmd", "/c", "ver"])
+        waiting.until(self._answers, "the private Wine server to answer", 60)
         processes.give_all_threads_priority(self._server)
         return self
+
+    def _answers(self):
+        if self._server.poll() is not None:
+            raise RuntimeError(f"wineserver ended with {self._server.returncode}")
+        try:
+            self.run(["cmd", "/c", "ver"])
+        except RuntimeError as reason:
+            if "No such file or directory" in str(reason):
+                return False  # the server has not created its folder yet
+            raise
+        return True
 
     def stop(self):
         """Ends every Windows program of this prefix, and removes the prefix."""
