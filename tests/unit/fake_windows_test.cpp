@@ -77,6 +77,11 @@ TEST_F(FakeWindows, RunsCallHookBeforeCounting)
 class ThreadStarter : public IMMNotificationClient {
 public:
     explicit ThreadStarter(bool awaitsCall) : m_awaitsCall(awaitsCall) {}
+    // The threads that it has started use it.
+    ~ThreadStarter()
+    {
+        EXPECT_TRUE(fakes::Eventually([] { return fakewin::LiveThreads() == 0; }));
+    }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **) override { return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
@@ -131,7 +136,6 @@ protected:
     {
         m_enumerator->Release();
         fakewin::CoUninitialize();
-        EXPECT_TRUE(fakes::Eventually([] { return fakewin::LiveThreads() == 0; }));
     }
 
     // Makes another microphone the default while `client` is registered.
