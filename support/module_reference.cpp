@@ -1,5 +1,6 @@
 #include "support/module_reference.h"
 
+#include <memory>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -24,9 +25,7 @@ struct ThreadStart {
 
 DWORD WINAPI RunThread(void *argument)
 {
-    auto *start = static_cast<ThreadStart *>(argument);
-    const ThreadStart thread = *start;
-    delete start;
+    const ThreadStart thread = *std::unique_ptr<ThreadStart>(static_cast<ThreadStart *>(argument));
     const DWORD result = thread.routine(thread.argument);
     // FreeLibrary could unmap this code and then return to it. FreeLibraryAndExitThread never returns.
     if (thread.module != nullptr) {
@@ -73,17 +72,20 @@ void KeepModuleMapped(const void *address)
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument)
 {
     const HMODULE module = AcquireModuleOf(reinterpret_cast<const void *>(&RunThread));
-    auto *start = new (std::nothrow) ThreadStart{routine, argument, module};
-    const HANDLE thread = start == nullptr ? nullptr : CreateThread(nullptr, 0, RunThread, start, 0, nullptr);
-    if (thread == nullptr) {
-        const DWORD error = start == nullptr ? ERROR_NOT_ENOUGH_MEMORY : GetLastError();
-        delete start;
-        if (module != nullptr) {
-            FreeLibrary(module);
-        }
-        SetLastError(error);
+    std::unique_ptr<ThreadStart> start(new (std::nothrow) ThreadStart{routine, argument, module});
+    const HANDLE thread =
+        start == nullptr ? nullptr : CreateThread(nullptr, 0, RunThread, start.get(), 0, nullptr);
+    if (thread != nullptr) {
+        static_cast<void>(start.release()); // the thread deletes it
+        return thread;
     }
-    return thread;
+    const DWORD error = start == nullptr ? ERROR_NOT_ENOUGH_MEMORY : GetLastError();
+    start.reset(); // before SetLastError, because freeing memory may change the last error
+    if (module != nullptr) {
+        FreeLibrary(module);
+    }
+    SetLastError(error);
+    return nullptr;
 }
 
 void AwaitSignal(HANDLE handle)

@@ -11,7 +11,7 @@ template <typename Object>
 Object *NewOrNull()
 {
     try {
-        return new (std::nothrow) Object;
+        return new Object;
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
