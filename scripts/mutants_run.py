@@ -74,8 +74,10 @@ class Run:
     def __init__(self, options):
         # These modules need python3-clang, which scripts/setup installs.
         import mutants_build
+        import mutants_page
         import mutants_tests
-        self.build, self.tests = mutants_build, mutants_tests
+        self.build, self.page, self.tests = mutants_build, mutants_page, mutants_tests
+        self.accepted = mutants_page.read_accepted()
         self.options = options
         self.jobs = options.jobs or mutants_build.jobs_default()
         SCRIPT.folder()
@@ -143,8 +145,11 @@ class Run:
             numbers.setdefault(mutant.file, set()).add(mutant.number)
         self.runner = self.tests.Runner(tests, outside, numbers, self.state.hints)
 
+    def is_explained(self, mutant):
+        return any(self.page.explains(entry, mutant) for entry in self.accepted)
+
     def run_one(self, mutant):
-        result = self.runner.run(mutant)
+        result = self.runner.run(mutant, is_explained=self.is_explained(mutant))
         if result.outcome == "not reached" and mutant.constexpr:
             return None  # the compiler has evaluated the place
         return result
@@ -190,7 +195,7 @@ class Run:
         try:
             for mutant in mutants:
                 if self.copies.build_separately(mutant):
-                    result = self.runner.run(mutant, is_separate=True)
+                    result = self.runner.run(mutant, is_separate=True, is_explained=self.is_explained(mutant))
                 else:
                     result = self.tests.Result("unbuildable")
                 self.report_one(mutant, result, count)
@@ -200,9 +205,8 @@ class Run:
     # --- Results ----------------------------------------------------------------------------------
 
     def report(self, mutants):
-        import mutants_page
         results = {key: self.tests.Result(**entry) for key, entry in self.state.results.items()}
-        report = mutants_page.Report(mutants, results)
+        report = self.page.Report(mutants, results)
         if report.survivors:
             print("\nSurvivors:\n")
             print("\n".join(report.survivor_lines()))
@@ -217,7 +221,8 @@ class Run:
         lines = self.build.windows_only_lines()
         return [f"Not tried: {sum(lines.values())} lines that only the Windows build compiles, in "
                 + ", ".join(f"`{name}` ({count})" for name, count in lines.items())
-                + "; static assertions; operands of `sizeof`."]
+                + "; static assertions; operands of `sizeof`. Survivors with a reason were not run against the tests that take "
+                  "a second or more; such a test can only lower their number."]
 
 
 def measure(options):

@@ -189,8 +189,8 @@ class Verdicts(unittest.TestCase):
     def compile(*arguments):
         subprocess.run(["g++", "-std=c++20", "-g0", "-I", places.REPOSITORY, *arguments], check=True)
 
-    def outcomes(self, tests):
-        """{change: outcome} of the module's mutants under these tests."""
+    def outcomes(self, tests, slow="", is_explained=False):
+        """{change: outcome} of the module's mutants under these tests. slow: the name of a test that counts as slow."""
         program = self.folder / "tests"
         source = self.folder / "tests.cpp"
         source.write_text(tests)
@@ -198,8 +198,10 @@ class Verdicts(unittest.TestCase):
         group = mutants_tests.Group("group", str(program), "*", {})
         found, outside = mutants_tests.record([group], self.folder, lambda text: None)
         numbers = {"module.cpp": {mutant.number for mutant in self.scanner.mutants}}
+        for test in found:
+            test.milliseconds = mutants_tests.SLOW_MS if test.name == slow else 1
         runner = mutants_tests.Runner(found, outside, numbers, {})
-        return {mutant.change: runner.run(mutant).outcome for mutant in self.scanner.mutants}
+        return {mutant.change: runner.run(mutant, is_explained=is_explained).outcome for mutant in self.scanner.mutants}
 
     def test_strong_test_catches_all_that_it_reaches(self):
         outcomes = self.outcomes(STRONG)
@@ -214,6 +216,11 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(outcomes["blocks >= 5 → blocks > 5"], "survived")
         self.assertEqual(outcomes["5 → 6"], "survived")
         self.assertEqual(outcomes["blocks >= 5 → !(blocks >= 5)"], "caught")
+
+    def test_only_explained_survivors_are_spared_slow_tests(self):
+        change, slow = "blocks >= 5 → blocks > 5", "Queue.IsFullWithFiveBlocks"
+        self.assertEqual(self.outcomes(STRONG, slow)[change], "caught")
+        self.assertEqual(self.outcomes(STRONG, slow, is_explained=True)[change], "survived")
 
     def test_endless_loop_is_caught_by_the_limit_of_its_test(self):
         with unittest.mock.patch.object(mutants_tests, "LIMIT_S", 1):
