@@ -167,6 +167,28 @@ TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
     EXPECT_EQ(audio.RegisteredCallbacks(), 0);
 }
 
+TEST_F(CaptureRestart, DestructionWaitsForRunningRestart)
+{
+    Open();
+    ASSERT_TRUE(AwaitLoop());
+    std::atomic<bool> restartRuns{false};
+    std::atomic<bool> restartMayEnd{false};
+    audio.Before(Method::RegisterCallback, [&] {
+        restartRuns = true;
+        Eventually([&] { return restartMayEnd.load(); });
+    });
+    NotifyChange();
+    ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
+    auto destroying = std::async(std::launch::async, [&] {
+        capture->Stop();
+        capture.reset();
+    });
+    EXPECT_EQ(destroying.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    restartMayEnd = true;
+    destroying.get();
+    EXPECT_EQ(audio.RegisteredCallbacks(), 0);
+}
+
 TEST_F(CaptureRestart, WaitingRestartDoesNothingOnceClosingBegan)
 {
     Open();
