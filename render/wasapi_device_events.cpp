@@ -31,28 +31,31 @@ HRESULT WasapiDeviceEvents::QueryInterface(REFIID iid, void **object)
 
 HRESULT WasapiDeviceEvents::OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR)
 {
-    IAudioPlayer *player = m_player;
-    if (PlayerPresent("WasapiDeviceEvents::OnDefaultDeviceChanged", player) && flow == eRender &&
+    const std::lock_guard lock(m_mutex);
+    if (PlayerPresent("WasapiDeviceEvents::OnDefaultDeviceChanged", m_player) && flow == eRender &&
         role == eMultimedia) {
-        player->SetDeviceChanged(true);
+        m_player->SetDeviceChanged(true);
     }
     return S_OK;
 }
 
 HRESULT WasapiDeviceEvents::OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY)
 {
-    IAudioPlayer *player = m_player;
-    if (PlayerPresent("WasapiDeviceEvents::OnPropertyValueChanged", player)) {
-        player->SetPropertyChanged(true);
+    const std::lock_guard lock(m_mutex);
+    if (PlayerPresent("WasapiDeviceEvents::OnPropertyValueChanged", m_player)) {
+        m_player->SetPropertyChanged(true);
     }
     return S_OK;
 }
 
 void WasapiDeviceEvents::Abandon()
 {
-    m_player = nullptr;
-    IMMNotificationClient *self = this;
-    KeepModuleMapped((*reinterpret_cast<void ***>(self))[0]); // the first function of the table
+    {
+        const std::lock_guard lock(m_mutex);
+        m_player = nullptr;
+    }
+    static constexpr char inThisModule = 0;
+    KeepModuleMapped(&inThisModule);
 }
 
 } // namespace velto

@@ -3,7 +3,7 @@
 
 #include <mmdeviceapi.h>
 
-#include <atomic>
+#include <mutex>
 
 #include "render/i_audio_player.h"
 
@@ -29,14 +29,15 @@ public:
     HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role, LPCWSTR deviceId) override;
     HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR deviceId, const PROPERTYKEY key) override;
 
-    // Detaches the renderer, which is about to go, from an object that the system may still call. The object
-    // and this module then stay until the process ends.
+    // Detaches the renderer, which is about to go, from an object that the system may still call, and waits
+    // for a notification that has begun. The object and this module then stay until the process ends.
     void Abandon();
 
 private:
     friend class WasapiDeviceEventsProbe; // the unit tests' view of the members
 
-    std::atomic<IAudioPlayer *> m_player; // not owned; null once abandoned
+    std::mutex m_mutex;     // guards m_player; locked only while a notification sets a flag
+    IAudioPlayer *m_player; // not owned; null once abandoned
 };
 
 } // namespace velto

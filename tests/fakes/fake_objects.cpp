@@ -497,8 +497,9 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
     if (!m_initialized) {
         return AUDCLNT_E_NOT_INITIALIZED;
     }
+    const bool isLoopback = (m_record->flags & AUDCLNT_STREAMFLAGS_LOOPBACK) != 0;
     if (IsEqualIID(iid, IID_IAudioCaptureClient)) {
-        if (m_flow != eCapture) {
+        if (m_flow != eCapture && !isLoopback) {
             return wrongEndpointType;
         }
         *service = static_cast<IAudioCaptureClient *>(m_system.Create<FakeCaptureClient>(*this));
@@ -507,7 +508,7 @@ HRESULT FakeAudioClient::GetService(REFIID iid, void **service)
     if (!IsEqualIID(iid, IID_IAudioRenderClient)) {
         return E_NOINTERFACE;
     }
-    if (m_flow != eRender) {
+    if (m_flow != eRender || isLoopback) {
         return wrongEndpointType;
     }
     *service = static_cast<IAudioRenderClient *>(m_system.Create<FakeRenderClient>(*this));

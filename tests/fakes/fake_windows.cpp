@@ -189,7 +189,7 @@ fakes::FaultScript<Call> &Script()
 
 std::optional<int64_t> Enter(Call call)
 {
-    // Inside a notification the module may only start a thread, which takes these calls.
+    // Inside a notification the module may only start a thread. The start needs these calls.
     const bool startsThread = call == Call::CreateThread || call == Call::GetModuleHandleExW ||
                               call == Call::CloseHandle || call == Call::FreeLibrary;
     if (InNotification() && !startsThread) {

@@ -89,8 +89,9 @@ int Count(Call call); // since the last Reset
 void ClearFaults();
 // Counts all calls of the enumeration since the last Reset.
 int TotalCalls();
-// Runs `hook` at the start of each call, on the calling thread and before the call is counted, until the next
-// Reset. The hook may block, so a test can order the calls of different threads.
+// Runs `hook` at the start of each call of the enumeration, but not of the endpoints' methods, on the calling
+// thread and before the call is counted, until the next Reset. The hook may block, so a test can order the
+// calls of different threads.
 void SetCallHook(std::function<void(Call)> hook);
 
 // Clears faults, counts, records, violations and the registry's content. Waits up to ten seconds for running

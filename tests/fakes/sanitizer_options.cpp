@@ -21,6 +21,6 @@ VELTO_CALLED_BY_SANITIZER const char *__lsan_default_suppressions()
 {
     return "leak:velto::FFmpegDecode::InitFFmpeg\n"
            "leak:velto::BlockConverter::AllocateContext\n"
-           "leak:NewBlock\n"
+           "leak:velto::*::NewBlock\n"
            "leak:velto::AVPktBufQueue::NewRecord\n";
 }

@@ -85,8 +85,8 @@ void ReleaseIdle()
     idleReleases.Add();
 }
 
-// Waits until both play threads have had time to play all queued blocks: each plays one block and sleeps once
-// in each pass.
+// Waits for 80 sleeps of the play threads together. Each plays one block between two sleeps, so usually both
+// have then played all queued blocks.
 void AwaitPasses()
 {
     constexpr int bothThreadsPasses = 2 * 40;

@@ -20,7 +20,7 @@ using Microsoft::WRL::ComPtr;
 constexpr REFERENCE_TIME bufferTicks = 3000000; // 300 ms
 constexpr DWORD recordingMs = 200;
 
-// Leaves the samples as they are in new buffers: silent.
+// Plays the samples of new buffers as they are.
 void MoveSound(IAudioClient &client, EDataFlow flow, UINT32 bufferFrames)
 {
     ComPtr<IAudioRenderClient> render;

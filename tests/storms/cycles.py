@@ -55,7 +55,7 @@ class Cycles(session.SystemTest):
         storm_figures.add("loads", loads=LOADS, threadsBefore=before["threads"], threadsAfter=after["threads"],
                           goneAfterS=summary["unload"]["seconds"], different=summary["notAsDocumented"])
 
-    def test_processes_that_end_during_storm_die_of_nothing_but_wine(self):
+    def test_processes_that_end_during_storm_fail_only_in_wine(self):
         delays = random.Random(self.seed)
         self.end_processes("with the module", None, lambda number, code, name: self.storm(
             "--seconds", "60", "--exit-after", f"{delays.uniform(0, 2.5):.3f}", "--exit-code", code, name=name))

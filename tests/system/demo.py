@@ -38,7 +38,7 @@ class Direction:
     result: compare.Comparison
     read_time: callable  # the wall time at which a frame of `heard` was heard or read
 
-    def judge(self, stalls):
+    def check(self, stalls):
         """Returns (whether the sound passes, verdict). Raises damage.SoundDamaged if stalls of the machine damaged it."""
         wrong = self.result.wrong_as_a_whole()
         if wrong:
@@ -50,7 +50,7 @@ class Direction:
         return True, note or "intact"
 
     def report(self, stalls, **more):
-        passed, verdict = self.judge(stalls)
+        passed, verdict = self.check(stalls)
         return {
             "verdict": verdict,
             "passed": passed,
@@ -157,8 +157,9 @@ def run(folder, speech, answer):
     """Makes the call, compares both directions, and saves the results. Returns the report."""
     say("starting a private audio server and a private Wine prefix")
     world = session.Session("demo", microphones=(session.MICROPHONE_48K,))
-    monitor = StallMonitor(world.folder)
+    monitor = None
     try:
+        monitor = StallMonitor(world.folder)
         say(f"playing {media.unit_count(speech) * media.UNIT / RATE:.1f} s of speech through ModemSpeaker1, "
             f"speaking {len(answer) / RATE:.1f} s into ModemMic1")
         recorder, host = call(world, speech, answer)
@@ -171,7 +172,8 @@ def run(folder, speech, answer):
         save(folder, world, host, speaker, microphone, report)
         return report
     finally:
-        monitor.stop()
+        if monitor:
+            monitor.stop()
         world.close()
 
 

@@ -58,6 +58,9 @@ class Causes(unittest.TestCase):
         self.assert_cause(end(-11, record("fault", HOST)), ending.SIGNAL, ending.UNKNOWN, False)
         self.assert_cause(end(-11, record("fault", "/bin/avcodec-59.dll")), ending.SIGNAL, ending.UNKNOWN, False)
 
+    def test_fault_outside_wine_counts_when_later_fault_is_wines(self):
+        self.assertEqual(end(-11, record("fault", HOST), record("fault", LIBC)).blame, ending.UNKNOWN)
+
     def test_fault_counts_when_exit_code_is_expected(self):
         self.assert_cause(end(0, record("fault", LIBC)), ending.FAULTY, ending.WINE, True)
         self.assert_cause(end(0, record("fault", MODULE)), ending.FAULTY, ending.THE_MODULE, False)
@@ -65,7 +68,7 @@ class Causes(unittest.TestCase):
     def test_fault_of_module_counts_when_later_fault_is_wines(self):
         self.assert_cause(end(-11, record("fault", MODULE), record("fault", LIBC)), ending.SIGNAL, ending.THE_MODULE, False)
 
-    def test_killed_and_stuck_processes_are_judged_by_main_thread(self):
+    def test_cause_of_killed_or_stuck_process_is_place_of_main_thread(self):
         other = record("killed", WINE_FILE, MODULE, is_main=False)
         self.assert_cause(end(-9, other, record("killed", PULSE)), ending.KILLED, ending.WINE, True)
         self.assert_cause(end(-9, record("killed", PULSE, MODULE)), ending.KILLED, ending.THE_MODULE, False)

@@ -32,7 +32,7 @@ class Streams(session.SystemTest):
         self.assertGreater(match_db, 0.0, f"{label} was not heard")
         if match_db < EXACT_DB:
             bounds = (recorder.time_of(place), recorder.time_of(place + len(expected)))
-            damage.check([(*bounds, f"{label}: match {match_db:.1f} dB")], self.stalls(), accepted=0)
+            damage.check([damage.Place(*bounds, f"{label}: match {match_db:.1f} dB")], self.stalls(), accepted=0)
         return place
 
     def assert_silent(self, heard, begin, end, label):

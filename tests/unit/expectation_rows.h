@@ -104,7 +104,7 @@ private:
     static std::string UseText(int use) { return use == 0 ? "" : ", call " + std::to_string(use); }
     static std::string ResultText(const Row &row)
     {
-        static const char *const kinds[] = {"any error", "no object", "an unusual size", "another success",
+        static const char *const kinds[] = {"any error", "no object", "an unusual value", "another success",
                                             "nothing for a while"};
         const std::string text = row.result.empty() ? kinds[static_cast<int>(row.kind)] : row.result;
         return row.lasting == Lasting::Always ? text + ", each time"

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <vector>
 
 #include "reset.h"
 #include "tests/fakes/fake_endpoint.h"

@@ -341,7 +341,11 @@ bool MicrophoneScenario::HasSound()
         sound.Add(m_buffer.data(), size);
     }
     const std::vector<float> &samples = sound.Samples();
-    const std::vector<double> end(samples.end() - std::ptrdiff_t{2} * 2 * aacFrameLength, samples.end());
+    constexpr auto endSamples = std::ptrdiff_t{2} * 2 * aacFrameLength;
+    if (std::ssize(samples) < endSamples) {
+        return false; // a packet did not decode
+    }
+    const std::vector<double> end(samples.end() - endSamples, samples.end());
     return AreTones(end, 2, 48000);
 }
 

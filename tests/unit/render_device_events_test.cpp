@@ -1,5 +1,10 @@
 #include "render/wasapi_device_events.h"
 
+#include <atomic>
+#include <future>
+
+#include "polling.h"
+#include "recording_player.h"
 #include "render_fixture.h"
 
 namespace {
@@ -98,6 +103,39 @@ TEST_F(RenderDeviceEvents, RaisesFlagsWithoutSystemOrEndpointCalls)
     EXPECT_TRUE(probe.PropertyChanged());
     EXPECT_EQ(fakewin::TotalCalls(), systemCalls);
     EXPECT_EQ(audio.TotalCalls(), endpointCalls);
+}
+
+// Stays inside the notification until the test ends it.
+class BlockingPlayer : public RecordingPlayer {
+public:
+    using RecordingPlayer::RecordingPlayer;
+    void SetDeviceChanged(bool) override
+    {
+        isNotified = true;
+        fakes::Eventually([this] { return mayEnd.load(); });
+    }
+
+    std::atomic<bool> isNotified{false};
+    std::atomic<bool> mayEnd{false};
+};
+
+TEST_F(RenderDeviceEvents, AbandonWaitsForRunningNotification)
+{
+    RecordingPlayer::Record record;
+    BlockingPlayer notified(record);
+    velto::WasapiDeviceEvents events(&notified);
+    const auto notify = [&events] { events.OnDefaultDeviceChanged(eRender, eMultimedia, L"speakers"); };
+    auto notifying = std::async(std::launch::async, notify);
+    EXPECT_TRUE(fakes::Eventually([&] { return notified.isNotified.load(); }));
+    auto abandoning = std::async(std::launch::async, [&] { events.Abandon(); });
+    EXPECT_EQ(abandoning.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    notified.mayEnd = true;
+    notifying.get();
+    abandoning.get();
+    notified.isNotified = false;
+    notify();
+    EXPECT_FALSE(notified.isNotified);
+    fakewin::FreeLibrary(fakewin::ThisModule()); // stands for the end of the process
 }
 
 } // namespace

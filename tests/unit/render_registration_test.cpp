@@ -68,7 +68,7 @@ TEST_F(RenderRegistration, SurvivesFailedUndoOfSecondRegistration)
     EndProcess();
 }
 
-TEST_F(RenderRegistration, IgnoresThatItWasNotRegistered)
+TEST_F(RenderRegistration, ReleasesClientWhenSystemReportsNotRegistered)
 {
     const int references = References();
     EXPECT_TRUE(Open());

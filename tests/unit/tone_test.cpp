@@ -1,5 +1,5 @@
-// The check for tones must refuse sound that is not the source's. Otherwise the fault walk would take any
-// bytes for sound.
+// The check for tones must refuse sound that is not the source's. Otherwise the fault walk would accept any
+// bytes as sound.
 #include "tone.h"
 
 #include <gtest/gtest.h>

@@ -1,10 +1,14 @@
 """Decides whether the machine damaged a recording.
 
-Without a stall, no window may be damaged, and the sound may not slip. A stall is one that the stall monitor saw, or a time in
-which a host's thread waited for a processor. If there was a stall at each damaged place, a few places are accepted, and more of them call for a repeated recording. Damage at any other place is a failure.
+A stall is one that the stall monitor saw, or a time in which a host's thread waited for a processor. If there was a stall at
+each damaged place, a few places are accepted. With more of them, the recording is repeated.
+
+Not each delay of a program is seen as a stall: a few short pauses are also accepted without one, and listed. Sound that is
+missing without a stall is a failure, and so are more or longer pauses.
 """
 
 from dataclasses import dataclass
+from typing import NamedTuple
 
 from . import compare
 
@@ -13,14 +17,23 @@ from . import compare
 BEFORE_S = 0.5
 AFTER_S = 1.0
 ACCEPTED_PER_MINUTE = 4
+LONGEST_PAUSE_S = 1.0  # with the windows that it damages
 
 
 class DamagedWithoutStall(AssertionError):
-    """The sound is damaged at a place at which the machine did not stall."""
+    """The machine did not stall, and sound is missing or there are more pauses than are accepted."""
 
 
 class SoundDamaged(AssertionError):
     """The sound is damaged at more places than are accepted, and the machine stalled at each of them."""
+
+
+class Place(NamedTuple):
+    """Damaged sound, between two wall times."""
+    begin: float
+    end: float
+    what: str
+    is_loss: bool = False  # sound is missing: a pause only delays it
 
 
 @dataclass
@@ -34,33 +47,46 @@ class Stall:
 
 
 def check(places, stalls, accepted=ACCEPTED_PER_MINUTE):
-    """Raises DamagedWithoutStall for damage outside of stalls, and SoundDamaged for more than `accepted` places within stalls.
-
-    places: (wall time of the begin, of the end, description) of each damaged place. Returns a note about accepted places,
-    or ""."""
-    outside = [what for begin, end, what in places if not any(stall.reaches(begin, end) for stall in stalls)]
-    if outside:
+    """Raises DamagedWithoutStall for damage outside of stalls that is more than `accepted` short pauses, and SoundDamaged for
+    more than `accepted` places within stalls. Returns a note about accepted places, or ""."""
+    outside = [place for place in places if not any(stall.reaches(place.begin, place.end) for stall in stalls)]
+    pauses = _pauses(outside)
+    is_refused = len(pauses) > accepted or any(place.is_loss for place in outside)
+    if is_refused or any(end - begin > LONGEST_PAUSE_S for begin, end in pauses):
         raise DamagedWithoutStall(f"damaged without a stall of the machine: {_listed(outside)}")
-    if not places:
-        return ""
-    longest = max(stall.end - stall.begin for stall in stalls)
-    note = f"damaged while the machine stalled, for {longest:.2f} s at most: {_listed([what for *_, what in places])}"
-    if len(places) > accepted:
-        raise SoundDamaged(note)
-    return note
+    notes = [f"paused without a known stall: {_listed(outside)}"] if outside else []
+    within = [place for place in places if place not in outside]
+    if within:
+        longest = max(stall.end - stall.begin for stall in stalls)
+        notes.append(f"damaged while the machine stalled, for {longest:.2f} s at most: {_listed(within)}")
+    if len(within) > accepted:
+        raise SoundDamaged(notes[-1])
+    return "; ".join(notes)
+
+
+def _pauses(places):
+    """(begin, end) of each pause. Places that follow each other closely belong to one pause."""
+    pauses = []
+    for place in sorted(places):
+        if pauses and place.begin <= pauses[-1][1] + compare.WINDOW_S:
+            pauses[-1] = (pauses[-1][0], max(place.end, pauses[-1][1]))
+        else:
+            pauses.append((place.begin, place.end))
+    return pauses
 
 
 def places_in(result, time_of, windows=None):
     """The damaged windows and the slips of a comparison, for check(). time_of(frame): the wall time at which a frame of the
     recording was heard or read. windows: only these, without the slips of the others."""
     chosen = result.windows if windows is None else windows
-    found = [(*result.bounds(window), f"{window.start_s:.1f} s") for window in chosen if window.state == compare.DAMAGED]
+    found = [(window, f"{window.start_s:.1f} s", False) for window in chosen if window.state == compare.DAMAGED]
     for window, frames in result.slips_at:
         if any(window is each for each in chosen):
-            found.append((*result.bounds(window), f"a slip of {frames} frames at {window.start_s:.1f} s"))
-    return [(time_of(begin), time_of(end), what) for begin, end, what in found]
+            found.append((window, f"a slip of {frames} frames at {window.start_s:.1f} s", frames < 0))
+    return [Place(*map(time_of, result.bounds(window)), what, is_loss) for window, what, is_loss in found]
 
 
-def _listed(descriptions):
+def _listed(places):
+    descriptions = [place.what for place in places]
     more = f", and {len(descriptions) - 8} more" if len(descriptions) > 8 else ""
     return ", ".join(descriptions[:8]) + more

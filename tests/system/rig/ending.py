@@ -70,11 +70,11 @@ class Ending:
 
     @property
     def causes(self):
-        """The records that explain a death: where the last fault was, or where the main thread was when it was killed."""
+        """The records that explain a death: where the faults were, or where the main thread was when it was killed."""
         places = [each for each in self.records if each["isMain"] and each["kind"] in ("killed", "thread")]
         if self.kind in (KILLED, STUCK, HUNG):
             return places[:1]
-        return self._faults[-1:]
+        return self._faults
 
     @property
     def blame(self):
@@ -136,6 +136,8 @@ class Trace:
         deadline = time.monotonic() + _BEGIN_S
         while time.monotonic() < deadline and self._tracer.poll() is None and not self._lines():
             time.sleep(0.01)
+        if not self._lines():
+            raise RuntimeError("the tracer did not start")
 
     def report_threads(self):
         """Records where each thread of a stuck process is."""

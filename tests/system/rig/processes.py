@@ -77,15 +77,12 @@ def code_file(child):
 def start(command, **options):
     """Starts a command as a child that cannot outlive the run.
 
-    with_sound: the child gets real-time priority before it starts.
     death_signal: the signal that the kernel sends to the child if the run is killed.
     """
-    with_sound, death_signal = options.pop("with_sound", False), options.pop("death_signal", signal.SIGKILL)
+    death_signal = options.pop("death_signal", signal.SIGKILL)
 
     def prepare():
         _libc.prctl(_PR_SET_PDEATHSIG, death_signal)
-        if with_sound:
-            give_sound_priority(0)
 
     child = subprocess.Popen(
         [str(part) for part in command],

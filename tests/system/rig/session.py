@@ -145,13 +145,13 @@ class SystemTest(unittest.TestCase):
             self.fail(f"velto-host.exe or the DLL is missing in {paths.WINDOWS_BIN}: run scripts/build windows")
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
+        self.addCleanup(self.assert_no_module_faults)  # runs after the next one, which ends all hosts
         self.addCleanup(self.session.close)
-        self.addCleanup(self.assert_no_module_faults)
         self.stall_monitor = StallMonitor(self.session.folder)
         self.addCleanup(self.stall_monitor.stop)
 
     def assert_intact(self, result, time_of, windows=None, minutes=1):
-        """The compared sound is intact, but for a few places at which the machine stalled. time_of(frame): the wall time at which
+        """The compared sound is intact but for what damage.check accepts. time_of(frame): the wall time at which
         a frame of the recording was heard or read. windows: compares only these."""
         self.assertEqual(result.wrong_as_a_whole(), "")
         self.assert_undamaged(damage.places_in(result, time_of, windows), minutes)
@@ -161,7 +161,7 @@ class SystemTest(unittest.TestCase):
         return self.stall_monitor.stalls() + self.session.waits()
 
     def assert_undamaged(self, places, minutes=1):
-        """There are no damaged places, but for a few at which the machine stalled. places: as for damage.check."""
+        """There are no damaged places but those that damage.check accepts."""
         note = damage.check(places, self.stalls(), damage.ACCEPTED_PER_MINUTE * minutes)
         if note:
             repeats.note_accepted(f"{self.id()}: {note}")
@@ -234,6 +234,7 @@ class SystemTest(unittest.TestCase):
         """The process ended with the exit code. A process that died otherwise passes only if it did so after its last words,
         and if the cause is known to be Wine's. Returns its Ending."""
         end = host.end(code, timeout_s, last_words)
+        self.assertTrue(end.is_traced and end.life_s > 0, f"{host.output_path.stem}: the process was not traced to its end")
         if end.is_wines:
             print(f"  (accepted: {end.describe()})", flush=True)
         elif not end.is_good:

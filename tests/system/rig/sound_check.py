@@ -16,7 +16,7 @@ class Slip:
 
 class SoundCheck:
     """`reference` is one period of the sound, in one channel. The recording is fed in pieces. Windows, slips and volumes are
-    judged as in compare.py; the volume of the recording is that of its first good window.
+    compared as in compare.py; the volume of the recording is that of its first good window.
 
     Windows count from the first good one to the last good one, so silence before and after the sound does not.
     The caller has to check how many windows were counted.
@@ -83,7 +83,7 @@ class SoundCheck:
         return place if self._is_at(window, place) else None
 
     def _is_at(self, window, place):
-        """Whether a window is good if it begins at this frame of the reference."""
+        """Whether a window is good if it begins at this frame of the reference. The first good window sets the volume."""
         expected = self.reference.take(numpy.arange(place, place + self.width), mode="wrap").astype("f8")
         match_db, gain = compare.match(window, expected)
         if match_db < self.good_db:

@@ -10,8 +10,8 @@ uses a processor for some tenths of a second, in which it would delay the sound 
 Wine's sound driver get more priority than the program's others: they have only some tens of milliseconds of sound in advance,
 and opening a device in another program takes longer.
 
-While sound plays, the tracer also reports when a thread of the program was ready to run but waited for a processor: the machine
-was too busy with other programs.
+Once the program has the priority of sound, the tracer also reports when one of its threads was ready to run but waited for a
+processor, because the machine was too busy with other programs. A wait for the program's own threads does not count.
 
 Each line of the report is a JSON object: {"traced": true} at the beginning, then a record of each signal that the program
 caused, of each thread that a signal ended, of each long wait for a processor, and, after SIGUSR1, of each thread. The last
@@ -41,6 +41,7 @@ _DRIVER_PRIORITY = 6
 _DRIVER_THREADS = "winepulse_"
 _WAITS_POLL_S = 0.05
 _MIN_WAIT_S = 0.01  # the module has about 60 ms of sound in advance
+_BUSY_PART = 0.8    # of one processor: a program that uses more can be the reason for its own waits
 _NAMING_S = 1  # a new thread gets its name within this time
 _REGISTERS, _RIP, _RSP, _GS_BASE = 27, 16, 19, 22  # struct user_regs_struct: number of fields, numbers of some
 _FAULTS = {signal.SIGSEGV, signal.SIGBUS, signal.SIGILL, signal.SIGFPE, signal.SIGABRT}
@@ -131,7 +132,7 @@ class Tracer:
         self._has_priority = not signs
         self._named_at = 0.0  # time.monotonic() at which the newest thread has its name
         self._driver_threads = set()
-        self._waited_s, self._waits_seen_at = {}, time.time()  # by thread, until the time
+        self._times, self._times_at = {}, time.time()  # of each thread: run and waited, in s, at a wall time
         self._begin = time.monotonic()
         self._threads = set()
         self._wants_threads = False  # set by SIGUSR1
@@ -206,18 +207,20 @@ class Tracer:
 
     def _report_waits(self):
         """Reports the longest time that a thread has waited for a processor since the last call."""
-        before, now, longest = self._waits_seen_at, time.time(), 0
+        before, now, ran_s, longest_s = self._times_at, time.time(), 0, 0
         for thread in tuple(self._threads):
             try:
                 with open(f"/proc/{self._pid}/task/{thread}/schedstat", "rb", buffering=0) as counts:
-                    waited_s = int(counts.read().split()[1]) / 1e9
-            except (OSError, IndexError):
+                    times = [int(count) / 1e9 for count in counts.read().split()[:2]]
+            except OSError:
                 continue  # the thread has ended
-            longest = max(longest, waited_s - self._waited_s.get(thread, waited_s))
-            self._waited_s[thread] = waited_s
-        self._waits_seen_at = now
-        if longest >= _MIN_WAIT_S:
-            self._write(waitBegin=before - longest, waitEnd=now)
+            earlier = self._times.get(thread, times)
+            self._times[thread] = times
+            ran_s += times[0] - earlier[0]
+            longest_s = max(longest_s, times[1] - earlier[1])
+        self._times_at = now
+        if self._has_priority and longest_s >= _MIN_WAIT_S and ran_s < _BUSY_PART * (now - before):
+            self._write(waitBegin=before - longest_s, waitEnd=now)
 
     def _raise_priorities(self):
         """Gives the program real-time priority if it has written to a sign. New threads inherit it. Gives the driver's threads,
