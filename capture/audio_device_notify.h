@@ -45,8 +45,8 @@ public:
     HRESULT Initialize();
     // Ends the registration, if there is one, and drops the reference to this module. The module stays mapped
     // during the call: host threads have a reference from LoadLibrary, the module's threads have one from
-    // StartModuleThread. Any thread, inside an apartment or not. If the system refuses to end the registration,
-    // the object stays until the process ends.
+    // StartModuleThread. Any thread, inside an apartment or not. If the system refuses to end the
+    // registration, the object stays until the process ends.
     void UnInitialize();
 
     // Listeners are not owned. A listener that is added twice is called once. Without memory, AddListener
