@@ -24,6 +24,21 @@ protected:
         return count;
     }
     void NotifyChange() { audio.NotifyDefaultChanged(eCapture, eConsole, L"headset"); }
+    // The restart waits in Start, where it holds no lock, until restartMayEnd.
+    void OpenAndBlockRestart()
+    {
+        Open();
+        ASSERT_TRUE(AwaitLoop());
+        audio.Before(Method::RegisterCallback, [this] {
+            restartRuns = true;
+            Eventually([this] { return restartMayEnd.load(); });
+        });
+        NotifyChange();
+        ASSERT_TRUE(Eventually([this] { return restartRuns.load(); }));
+    }
+
+    std::atomic<bool> restartRuns{false};
+    std::atomic<bool> restartMayEnd{false};
 };
 
 TEST_F(CaptureRestart, IgnoresOtherFlowsAndRoles)
@@ -143,19 +158,9 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 
-// The restart blocks in Start, where it holds no lock that Close needs.
 TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
 {
-    Open();
-    ASSERT_TRUE(AwaitLoop());
-    std::atomic<bool> restartRuns{false};
-    std::atomic<bool> restartMayEnd{false};
-    audio.Before(Method::RegisterCallback, [&] {
-        restartRuns = true;
-        Eventually([&] { return restartMayEnd.load(); });
-    });
-    NotifyChange();
-    ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
+    ASSERT_NO_FATAL_FAILURE(OpenAndBlockRestart());
     auto closing = std::async(std::launch::async, [&] { Close(); });
     EXPECT_TRUE(Eventually([&] { return probe.RestartsOver(); }));
     EXPECT_EQ(closing.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
@@ -169,16 +174,7 @@ TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
 
 TEST_F(CaptureRestart, DestructionWaitsForRunningRestart)
 {
-    Open();
-    ASSERT_TRUE(AwaitLoop());
-    std::atomic<bool> restartRuns{false};
-    std::atomic<bool> restartMayEnd{false};
-    audio.Before(Method::RegisterCallback, [&] {
-        restartRuns = true;
-        Eventually([&] { return restartMayEnd.load(); });
-    });
-    NotifyChange();
-    ASSERT_TRUE(Eventually([&] { return restartRuns.load(); }));
+    ASSERT_NO_FATAL_FAILURE(OpenAndBlockRestart());
     auto destroying = std::async(std::launch::async, [&] {
         capture->Stop();
         capture.reset();

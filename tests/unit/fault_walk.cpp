@@ -147,8 +147,8 @@ uint64_t MostCallsOfAnyThread()
     return most;
 }
 
-// Detects a thread that waits busily: allows each at most ten calls per simulated millisecond of its own
-// waiting, in addition to the calls that the busiest thread makes without a fault.
+// Detects a thread that waits busily: allows each at most ten calls per simulated millisecond that it waits,
+// in addition to the calls that the busiest thread makes without a fault.
 void ExpectNoBusyWaiting(uint64_t callsWithoutFaults)
 {
     for (const fakewin::ThreadTally &tally : fakewin::ThreadTallies()) {
