@@ -14,13 +14,15 @@ VELTO_CALLED_BY_SANITIZER const char *__asan_default_options()
 //   decoder directly free them.
 // - AllocateContext: the renderers' converters, when the speakers start again. Tests that use a renderer
 //   directly free them.
-// - NewBlock: the blocks that are still queued when the module is unloaded.
+// - NewBlock: the blocks that are still queued when the module is unloaded. A report of a GCC build has the
+//   name without its namespaces, a report of a clang build has it with them.
 // - NewRecord: the records of encoded packets, which outlive their queue because a reader may still access
 //   one. Their buffers are freed.
 VELTO_CALLED_BY_SANITIZER const char *__lsan_default_suppressions()
 {
     return "leak:velto::FFmpegDecode::InitFFmpeg\n"
            "leak:velto::BlockConverter::AllocateContext\n"
+           "leak:^NewBlock$\n"
            "leak:velto::*::NewBlock\n"
            "leak:velto::AVPktBufQueue::NewRecord\n";
 }
