@@ -353,8 +353,9 @@ private:
         refusedCalls.Add(!isRead);
         Expect(isRead || header.size == requested, "a refused read stores no size");
         uint32_t unitBytes = 0;
-        if (isRead && m_isRecording) {
-            unitBytes = header.size == requested ? VELTO_MAX_PACKET_BYTES : header.size;
+        const bool isTooLargeForUnit = header.size == requested && requested > VELTO_MAX_PACKET_BYTES;
+        if (isRead && m_isRecording && !isTooLargeForUnit) { // a size too large for a unit: no unit came
+            unitBytes = header.size;
         }
         Expect(m_isRecording || !isRead || header.size == 0, "no unit while no microphone is open");
         emptyReads.Add(isRead && !m_isRecording);
