@@ -20,7 +20,7 @@ FOLDERS = ("capture", "handler", "platform", "playback", "render", "support")
 LEFT_OUT = "platform/windows-subset"
 FOLDER = measuring.BUILD / "mutants"
 TREE = FOLDER / "tree"
-BINARIES = TREE / "build" / "asan"
+SANITIZERS = ("asan", "tsan")  # presets
 TARGETS = ("velto-unit-tests", "velto-platform-tests")
 TOOLS = [pathlib.Path(places.__file__), pathlib.Path(__file__), measuring.REPOSITORY / "tests" / "mutants" / "mutant.h"]
 NUMBERS_PER_FILE = 1000
@@ -168,23 +168,26 @@ class Copies:
                 if copy.suffix in (".h", ".cpp") and name not in known and not (measuring.REPOSITORY / name).exists():
                     copy.unlink()
 
-    def compile(self, log_name="build.log"):
+    def compile(self, sanitizers, log_name="build.log"):
         """The compiler's output if it fails, else None."""
-        if not (BINARIES / "build.ninja").exists():
-            measuring.run_logged(FOLDER / "configure.log", "configuring the copies",
-                                 ["cmake", "--preset", "asan", "-DVELTO_MUTANTS=ON"], TREE)
-        log = FOLDER / log_name
-        with open(log, "w", encoding="utf-8") as out:
-            code = subprocess.run(["cmake", "--build", BINARIES, "-j", str(self.jobs), "--target", *TARGETS, "--", "-k", "0"],
-                                  stdout=out, stderr=out, check=False).returncode
-        return None if code == 0 else log.read_text("utf-8", "replace")
+        for sanitizer in sanitizers:
+            if not (binaries(sanitizer) / "build.ninja").exists():
+                measuring.run_logged(FOLDER / f"configure-copies-{sanitizer}.log", "configuring the copies",
+                                     ["cmake", "--preset", sanitizer, "-DVELTO_MUTANTS=ON"], TREE)
+            log = FOLDER / log_name
+            command = ["cmake", "--build", binaries(sanitizer), "-j", str(self.jobs), "--target", *TARGETS, "--", "-k", "0"]
+            with open(log, "w", encoding="utf-8") as out:
+                code = subprocess.run(command, stdout=out, stderr=out, check=False).returncode
+            if code != 0:
+                return log.read_text("utf-8", "replace")
+        return None
 
     def build(self):
         """Builds the copies. Places that do not compile with a switch become separate."""
         for number in range(MAX_ROUNDS):
             self.write()
             self.say("building the copies" if number == 0 else f"building the copies without {len(self.excluded)} switches")
-            output = self.compile()
+            output = self.compile(SANITIZERS)
             if output is None:
                 return
             blamed = self.blamed(output, whole_lines=number >= MAX_ROUNDS // 2)
@@ -231,10 +234,21 @@ class Copies:
         scanner = places.scan(places.parse(unit.path, unit.arguments), unit.files)[mutant.file]
         forced = next(one for one in scanner.mutants if one.key == mutant.key)
         self.write({mutant.file: places.render(scanner.text, scanner.edits, keys_of(self.excluded), forced)})
-        output = self.compile("separate.log")
+        output = self.compile(sanitizers_for(mutant), "separate.log")
         if output is not None and ": error: " not in output:
             raise RuntimeError(f"a compilation was interrupted, see {FOLDER}/separate.log")
         return output is None
+
+
+def binaries(sanitizer):
+    """The build folder of the copies."""
+    return TREE / "build" / sanitizer
+
+
+def sanitizers_for(mutant):
+    """The presets whose programs run a mutant, in this order. Without a lock, a data race is likely to remain unnoticed
+    unless ThreadSanitizer reports it."""
+    return ("tsan", "asan") if mutant.kind == "lock" else ("asan",)
 
 
 def fingerprint():

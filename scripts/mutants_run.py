@@ -2,7 +2,8 @@
 
 Places are relations, logic, conditions, constants, arithmetic, returned values, calls, assignments, jumps and locks in
 capture, handler, platform, playback, render and support. All mutants are compiled at once, each behind a switch, under
-AddressSanitizer. Where no switch is possible, as in a case label, mutants are compiled one by one, after the others.
+AddressSanitizer. Mutants of locks run under ThreadSanitizer first. Where no switch is possible, as in a case label, mutants
+are compiled one by one, after the others.
 
 A mutant is caught if a test fails, the program crashes, a sanitizer reports an error or the time limit passes. Survivors
 that have a reason are in tests/mutants/survivors.toml.
@@ -130,20 +131,21 @@ class Run:
         file, mark = self.build.FOLDER / "reached.json", self.build.FOLDER / "reached.fingerprint"
         wanted = f"{self.fingerprint} {len(self.copies.excluded)}"
         if not file.exists() or not mark.exists() or mark.read_text("utf-8") != wanted:
-            groups = self.tests.groups_of(self.build.BINARIES, self.build.TARGETS)
+            groups = self.tests.groups_of(self.build.binaries("asan"), self.build.TARGETS)
             self.tests.save(file, *self.tests.record(groups, self.build.FOLDER, SCRIPT.warn))
             mark.write_text(wanted, "utf-8")
         self.read_tests()
 
     def read_tests(self):
-        groups = self.tests.groups_of(self.build.BINARIES, self.build.TARGETS)
+        groups = self.tests.groups_of(self.build.binaries("asan"), self.build.TARGETS)
         tests, outside = self.tests.load(self.build.FOLDER / "reached.json", groups)
         if self.options.without_walk:
             tests = [test for test in tests if test.milliseconds < self.tests.SLOW_MS]
         numbers = {}
         for mutant in self.copies.mutants:
             numbers.setdefault(mutant.file, set()).add(mutant.number)
-        self.runner = self.tests.Runner(tests, outside, numbers, self.state.hints)
+        threads = self.tests.groups_of(self.build.binaries("tsan"), self.build.TARGETS)
+        self.runner = self.tests.Runner(tests, outside, numbers, self.state.hints, threads)
 
     def is_explained(self, mutant):
         return any(self.page.explains(entry, mutant) for entry in self.accepted)

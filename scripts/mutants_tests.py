@@ -24,6 +24,9 @@ OUTPUT_LINES = 400
 FROM_OUTSIDE = (-signal.SIGINT, -signal.SIGTERM, -signal.SIGKILL, -signal.SIGHUP)
 START, END = "the start of the program", "a check at the end of the program"
 SANITIZER = "hard_rss_limit_mb=4000"  # a mutant may allocate without end
+# Exact stacks of allocations, which the suppressed leaks need, take most of a test's time. The first run of a batch does
+# without both.
+WITHOUT_LEAKS, WITH_LEAKS = "detect_leaks=0:fast_unwind_on_malloc=1", ""
 
 
 @dataclasses.dataclass
@@ -99,11 +102,18 @@ def groups_of(build, programs):
     return found
 
 
-def start(group, tests, mutant, limit_of, record=None):
+def build_and_name(group):
+    """The two parts of a name of ctest: asan.unit."""
+    build, _, name = group.name.partition(".")
+    return build, name
+
+
+def start(group, tests, mutant, limit_of, record=None, sanitizer=WITH_LEAKS):
     """Runs tests of a group in a separate process, until the first fails. `limit_of(test)`: seconds."""
     environment = {**os.environ, **group.environment, "GTEST_FILTER": tests, "GTEST_FAIL_FAST": "1", "GTEST_COLOR": "no",
                    "VELTO_MUTANT": str(mutant)}
-    environment["ASAN_OPTIONS"] = ":".join(filter(None, (environment.get("ASAN_OPTIONS"), SANITIZER)))
+    environment["ASAN_OPTIONS"] = ":".join(filter(None, (environment.get("ASAN_OPTIONS"), SANITIZER, sanitizer)))
+    environment["TSAN_OPTIONS"] = ":".join(filter(None, (environment.get("TSAN_OPTIONS"), "halt_on_error=1")))
     if record is not None:
         environment["VELTO_MUTANTS_REACHED"] = str(record)
     with tempfile.NamedTemporaryFile() as output, open(output.name, "rb") as reader:
@@ -173,10 +183,11 @@ def load(file, groups):
 
 
 class Runner:
-    """Runs mutants. `hints`: {key: test} that caught a mutant earlier."""
+    """Runs mutants. `hints`: {key: test} that caught a mutant earlier. `threads`: the groups that run under ThreadSanitizer."""
 
-    def __init__(self, tests, outside, numbers_of_file, hints):
+    def __init__(self, tests, outside, numbers_of_file, hints, threads=()):
         self.tests = sorted(tests, key=lambda test: test.milliseconds)
+        self.threads = {build_and_name(group)[1]: group for group in threads}
         self.outside = outside
         self.numbers_of_file = numbers_of_file
         self.hints = hints
@@ -213,24 +224,40 @@ class Runner:
             tests = [test for test in tests if test.milliseconds < SLOW_MS] or tests
         if not tests:
             return Result("not reached")
-        for batch in self.batches(mutant, tests):
+        batches = list(self.batches(mutant, tests))
+        if mutant.kind == "lock":
+            batches = self.under_thread_sanitizer(batches) + batches
+        for batch in batches:
             found = self.run_batch(batch, 0 if is_separate else mutant.number, is_separate)
             if found is not None:
                 outcome, by = found
                 return Result(outcome, by, time.monotonic() - begun, len(tests))
         return Result("survived", "", time.monotonic() - begun, len(tests))
 
+    def under_thread_sanitizer(self, batches):
+        """The same tests in the programs with ThreadSanitizer."""
+        groups = [self.threads.get(build_and_name(batch[0].group)[1]) for batch in batches]
+        return [[dataclasses.replace(test, group=group) for test in batch] for batch, group in zip(batches, groups) if group]
+
     def run_batch(self, batch, number, is_separate):
         """(outcome, test) if the mutant is caught."""
+        if batch[0].group in self.threads.values():
+            return self.run_once(batch, number, is_separate, "")
+        return self.run_once(batch, number, is_separate, WITHOUT_LEAKS) or self.run_once(batch, number, is_separate, WITH_LEAKS)
+
+    def run_once(self, batch, number, is_separate, sanitizer):
         usual = {test.name: test.milliseconds / 1000 for test in batch}
         tests = ":".join(usual)
 
         def limit_of(test):
             return LIMIT_S + LIMIT_FACTOR * usual.get(test, 0)
 
-        ended = start(batch[0].group, tests, number, limit_of)
+        def attempt():
+            return start(batch[0].group, tests, number, limit_of, sanitizer=sanitizer)
+
+        ended = attempt()
         if ended.code is None or ended.code in FROM_OUTSIDE or ended.code != 0 and ended.last_test_s > SLOW_FAILURE_S:
-            ended = start(batch[0].group, tests, number, limit_of)
+            ended = attempt()
         if ended.code == 0:
             return None
         failed, last = named(ended.lines, "FAILED"), named(ended.lines, "RUN")
@@ -251,9 +278,9 @@ class Runner:
         """Runs the failed test without the mutant. If it fails then, too, the mutant was not the reason, and the run ends."""
         single = [test for test in batch if test.name == by] or batch
         tests = ":".join(test.name for test in single)
-        if tests in self.verified:
+        if (single[0].group.name, tests) in self.verified:
             return
         ended = start(single[0].group, tests, 0, limit_of)
         if ended.code != 0:
             raise RuntimeError(f"{by} fails without a mutant when only these tests run: {tests}: " + " / ".join(ended.lines[-5:]))
-        self.verified.add(tests)
+        self.verified.add((single[0].group.name, tests))

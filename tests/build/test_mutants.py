@@ -233,6 +233,34 @@ class Verdicts(unittest.TestCase):
             self.outcomes(FAILING)
 
 
+COUNTER = "#include <mutex>\nstd::mutex mutex;\nint total = 0;\n"
+COUNTER += "void Add() { const std::lock_guard<std::mutex> lock(mutex); ++total; }\n"
+ADDING = "#include <gtest/gtest.h>\n#include <thread>\nvoid Add();\n"
+ADDING += "TEST(Counter, AddsOnTwoThreads) { std::thread other(Add); Add(); other.join(); }\n"
+
+
+class LockVerdicts(unittest.TestCase):
+    def test_dropped_lock_is_caught_by_thread_sanitizer(self):
+        with tempfile.TemporaryDirectory(prefix="velto-mutants-") as name:
+            folder = pathlib.Path(name)
+            scanner = scanned(COUNTER, folder)
+            (folder / "copy.cpp").write_text(mutants_places.render(scanner.text, scanner.edits), "latin-1")
+            (folder / "tests.cpp").write_text(ADDING)
+            groups = []
+            for build, sanitizer in (("asan", "address"), ("tsan", "thread")):
+                program = folder / build
+                Verdicts.compile(f"-fsanitize={sanitizer}", folder / "copy.cpp", folder / "tests.cpp", RUNTIME, "-o", program,
+                                 "-lgtest", "-lgtest_main", "-pthread")
+                groups.append(mutants_tests.Group(f"{build}.unit", str(program), "*", {}))
+            found, outside = mutants_tests.record(groups[:1], folder, lambda text: None)
+            dropped = next(mutant for mutant in scanner.mutants if mutant.change.endswith("not locked"))
+            numbers = {"module.cpp": {mutant.number for mutant in scanner.mutants}}
+            with_threads = mutants_tests.Runner(found, outside, numbers, {}, groups[1:]).run(dropped)
+            without = mutants_tests.Runner(found, outside, numbers, {}).run(dropped)
+        self.assertEqual((with_threads.outcome, with_threads.by), ("crashed", "Counter.AddsOnTwoThreads"))
+        self.assertEqual(without.outcome, "survived")
+
+
 class Reports(unittest.TestCase):
     def report(self, outcomes, accepted):
         mutants = [mutants_places.Mutant("capture/x.cpp", number, "call", f"f{number}(); → deleted", f"f{number}();", False,

@@ -79,9 +79,9 @@ thread_local int tallyResets = -1; // State::resets when this thread got its ind
 ThreadTally &OwnTally(State &state)
 {
     if (tallyResets != state.resets) {
-        tallyIndex = state.tallies.size();
+        state.tallies.emplace_back(); // first, because a test can make it throw
+        tallyIndex = state.tallies.size() - 1;
         tallyResets = state.resets;
-        state.tallies.emplace_back();
     }
     return state.tallies[tallyIndex];
 }
