@@ -179,8 +179,8 @@ void AudioCapture::OnAudioStateChanged(EDataFlow flow, ERole role, LPCWSTR)
         return;
     }
     LogError(changedTag, "OnAudioStateChanged");
-    if (!m_restarts.Begin()) {
-        LogError(changedTag, "Create restart thread failed, err=", GetLastError());
+    if (const std::optional<DWORD> error = m_restarts.Begin()) {
+        LogError(changedTag, "Create restart thread failed, err=", *error);
     }
 }
 

@@ -52,25 +52,21 @@ IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, I
         if (!Obtained(micTag, "Get audio mix format failed, err=", result, *mixFormat)) {
             *mixFormat = nullptr;
             SafeRelease(client);
-            SafeRelease(microphone);
-            return nullptr;
         }
     }
-    if (device != nullptr) {
-        *device = microphone;
-    } else {
+    if (client == nullptr || device == nullptr) {
         SafeRelease(microphone);
+    } else {
+        *device = microphone;
     }
     return client;
 }
 
 // Opens the default microphone, not a loopback of the loudspeaker. The function has this name because its log
-// lines have it as their tag.
+// lines have it as their tag. Callers initialise the outputs with null.
 bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
                                            IAudioEndpointVolume *&volume)
 {
-    client = nullptr;
-    captureClient = nullptr;
     WAVEFORMATEX *mixFormat = nullptr;
     IMMDevice *device = nullptr;
     client = GetDefaultMicAudioClient(&mixFormat, &device);
@@ -78,7 +74,6 @@ bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureC
         LogError(openTag, "Get default speaker device failed");
         return false;
     }
-    volume = nullptr;
     const HRESULT result = device->Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr,
                                             reinterpret_cast<void **>(&volume));
     SafeRelease(device);

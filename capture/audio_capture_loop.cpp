@@ -3,7 +3,8 @@
 #include "capture/audio_capture.h"
 
 #include <algorithm>
-#include <limits>
+#include <span>
+#include <utility>
 
 #include "codec/audio_utils.h"
 #include "handler/log.h"
@@ -23,7 +24,6 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 constexpr char encodeTag[] = "AudioCapture::EncodeAudioFrame";
 constexpr char errorTag[] = "AudioCapture::OnError";
 constexpr DWORD pollMs = 10;
-constexpr int64_t maxFrames = std::numeric_limits<int32_t>::max(); // the converter's counts are int32_t
 
 void FreePlanes(uint8_t **planes)
 {
@@ -99,10 +99,7 @@ bool AudioCapture::CapturePacket(IAudioCaptureClient &captureClient, IAudioEndpo
     }
     BOOL muted = FALSE;
     volume.GetMute(&muted);
-    if (muted) {
-        flags |= AUDCLNT_BUFFERFLAGS_SILENT;
-    }
-    if ((flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0) {
+    if (muted != FALSE || (flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0) {
         LogErrorToChannel("Audio device is disabled");
     } else {
         uint32_t converted = 0;
@@ -137,14 +134,16 @@ void AudioCapture::EncodeSamples(uint8_t **planes, uint32_t frames)
     const size_t available = size_t{frames} * m_target.channels * sampleBytes / sizeof(float);
 
     size_t next = 0;
-    uint32_t consumed = 0;
-    while (consumed < frames && m_frame.fillCount < m_frameLength) {
-        const uint32_t count = std::min(frames - consumed, m_frameLength - m_frame.fillCount);
+    uint32_t left = frames;
+    while (left != 0) {
+        // Not 0, because a full frame is encoded at once.
+        const uint32_t count = std::min(left, m_frameLength - m_frame.fillCount);
         int16_t *target = m_frame.samples + size_t{m_frame.fillCount} * channels;
-        for (size_t value = 0; value < size_t{count} * channels; ++value, ++next) {
-            target[value] = next < available ? FloatToPcm16(source[next]) : int16_t{0};
+        for (int16_t &sample : std::span(target, size_t{count} * channels)) {
+            sample = next < available ? FloatToPcm16(source[next]) : int16_t{0};
+            ++next;
         }
-        consumed += count;
+        left -= count;
         m_frame.fillCount += count;
         if (m_frame.fillCount == m_frameLength) {
             EncodeAudioFrame(&m_frame);
@@ -161,7 +160,8 @@ uint8_t **AudioCapture::AudioFormatConvert(const uint8_t *data, uint32_t frames,
     const AVSampleFormat format = m_captured.sampleFormat;
     const auto channels = static_cast<int>(m_target.channels);
     uint8_t **planes = nullptr;
-    if (capacity > maxFrames || frames > maxFrames ||
+    // The converter's counts are int32_t.
+    if (!std::in_range<int32_t>(capacity) || !std::in_range<int32_t>(frames) ||
         av_samples_alloc_array_and_samples(&planes, nullptr, channels, static_cast<int>(capacity), format,
                                            0) < 0) {
         LogError(convertTag, "Could not allocate destination samples");

@@ -133,7 +133,6 @@ private:
     private:
         void Grow()
         {
-            m_places.reserve(m_places.size() + 1);
             std::rotate(m_places.begin(), m_places.begin() + static_cast<std::ptrdiff_t>(m_first),
                         m_places.end());
             m_first = 0;
@@ -154,7 +153,7 @@ private:
         } catch (const std::bad_alloc &) {
             return false;
         }
-        while (m_pool.size() < count) {
+        while (m_pool.size() != count) {
             T element = CreateElement();
             if (element == nullptr) {
                 return false;

@@ -10,17 +10,15 @@ namespace velto {
 
 bool CaptureConverter::Open(const StreamFormat &from, const StreamFormat &to)
 {
-    AVChannelLayout output{};
+    AVChannelLayout output{}; // default layouts own no memory
     AVChannelLayout input{};
     av_channel_layout_default(&output, static_cast<int>(to.channels));
     av_channel_layout_default(&input, static_cast<int>(from.channels));
-    Close();
+    // Reuses the context of an open converter, without its sound.
     const bool ready = swr_alloc_set_opts2(&m_resampler, &output, from.sampleFormat,
                                            static_cast<int>(to.sampleRateHz), &input, from.sampleFormat,
                                            static_cast<int>(from.sampleRateHz), 0, nullptr) >= 0 &&
                        swr_init(m_resampler) >= 0;
-    av_channel_layout_uninit(&output);
-    av_channel_layout_uninit(&input);
     m_fromRateHz = from.sampleRateHz;
     m_toRateHz = to.sampleRateHz;
     return ready;

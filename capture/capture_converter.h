@@ -1,6 +1,7 @@
 // Conversion of captured samples: to the target's rate and channels, and from floats to 16 bits.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "capture/capture_format.h"
@@ -41,16 +42,10 @@ private:
 // clipped, others are truncated toward zero. NaN becomes silence.
 constexpr int16_t FloatToPcm16(float sample)
 {
-    if (sample >= 1.0F) {
-        return 32767;
-    }
-    if (sample <= -1.0F) {
-        return -32767;
-    }
     if (sample != sample) {
         return 0;
     }
-    return static_cast<int16_t>(sample * 32767.0F);
+    return static_cast<int16_t>(std::clamp(sample, -1.0F, 1.0F) * 32767.0F);
 }
 
 } // namespace velto

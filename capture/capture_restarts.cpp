@@ -14,24 +14,21 @@ struct CaptureRestarts::Start {
 
 CaptureRestarts::CaptureRestarts(std::function<void()> restart) : m_restart(std::move(restart)) {}
 
-bool CaptureRestarts::Begin()
+std::optional<DWORD> CaptureRestarts::Begin()
 {
     std::unique_lock lock(m_mutex);
     if (m_ended) {
-        return true;
+        return std::nullopt;
     }
     Start start{this, false};
     const HANDLE thread = StartModuleThread(Thread, &start);
     if (thread == nullptr) {
-        const DWORD error = GetLastError();
-        lock.unlock(); // before SetLastError, because unlocking may change the last error
-        SetLastError(error);
-        return false;
+        return GetLastError();
     }
     CloseHandle(thread);
     ++m_threads;
     m_changed.wait(lock, [&start] { return start.begun; });
-    return true;
+    return std::nullopt;
 }
 
 void CaptureRestarts::End()

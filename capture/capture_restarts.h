@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 namespace velto {
 
@@ -19,9 +20,9 @@ public:
     CaptureRestarts(const CaptureRestarts &) = delete;
     CaptureRestarts &operator=(const CaptureRestarts &) = delete;
 
-    // Starts a restart thread and waits only until it has begun. False, with the last error set, if no thread
-    // can be created. After End, does nothing and returns true.
-    bool Begin();
+    // Starts a restart thread and waits only until it has begun. Returns Windows' error code if no thread can
+    // be created. Does nothing after End.
+    std::optional<DWORD> Begin();
     // Prevents further restarts and waits for the restart threads that have begun.
     void End();
 

@@ -16,8 +16,9 @@ namespace velto {
 // result in an arbitrary wait of up to 9 minutes, or in a negative one, which ends at once.
 constexpr std::chrono::milliseconds ReadWait(uint32_t requestedBytes)
 {
-    const uint32_t bytes = requestedBytes < 1 ? 3840 : requestedBytes;
-    return std::chrono::milliseconds(static_cast<int32_t>(bytes * 20U) / 3840 + 2);
+    constexpr uint32_t bytesIn20Ms = 3840;
+    const uint32_t bytes = requestedBytes < 1 ? bytesIn20Ms : requestedBytes;
+    return std::chrono::milliseconds(static_cast<int32_t>(bytes * 20U) / int32_t{bytesIn20Ms} + 2);
 }
 
 // Any thread may call any operation.

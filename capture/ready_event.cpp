@@ -19,12 +19,7 @@ bool ReadyEvent::Create()
 
 void ReadyEvent::Await()
 {
-    HANDLE event = nullptr;
-    {
-        const std::lock_guard lock(m_mutex);
-        event = m_event;
-    }
-    AwaitSignal(event);
+    AwaitSignal(m_event); // without the lock: only the thread in Prepare changes the handle
 }
 
 void ReadyEvent::Close()
