@@ -124,6 +124,9 @@ HRESULT CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFII
         state.instantiations.push_back({classId, iid, context, outer != nullptr});
         factory = state.factory;
     }
+    if (fault && fakes::HasBadPointer(*fault)) {
+        fakes::StoreBadPointer(object);
+    }
     if (fault && (FAILED(*fault) || *fault == fakes::nullResult)) {
         return static_cast<HRESULT>(*fault);
     }

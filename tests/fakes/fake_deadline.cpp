@@ -1,6 +1,9 @@
 #include "tests/fakes/fake_deadline.h"
 
 #include <mutex>
+#include <utility>
+
+#include "tests/fakes/deadline_hook.h"
 
 namespace fakes {
 namespace {
@@ -12,6 +15,7 @@ constexpr size_t maxRecords = 10000;
 struct State {
     std::mutex mutex;
     std::vector<std::chrono::milliseconds> timeouts;
+    std::function<void()> before;
 };
 
 State &TheState()
@@ -25,7 +29,12 @@ State &TheState()
 std::chrono::steady_clock::time_point DeadlineAfter(std::chrono::milliseconds timeout)
 {
     State &state = TheState();
-    const std::lock_guard lock(state.mutex);
+    std::unique_lock lock(state.mutex);
+    if (const auto before = std::exchange(state.before, nullptr)) {
+        lock.unlock();
+        before();
+        lock.lock();
+    }
     if (state.timeouts.size() < maxRecords) {
         state.timeouts.push_back(timeout);
     }
@@ -51,6 +60,14 @@ void ResetTimeouts()
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     state.timeouts.clear();
+    state.before = nullptr;
+}
+
+void BeforeNextDeadline(std::function<void()> action)
+{
+    State &state = TheState();
+    const std::lock_guard lock(state.mutex);
+    state.before = std::move(action);
 }
 
 } // namespace fakes

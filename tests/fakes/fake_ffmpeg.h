@@ -19,9 +19,9 @@ namespace fakeffmpeg {
 
 enum class Call {
     swr_alloc,
-    swr_init,
+    swr_init, // a positive result is no error; the call does its work
     swr_convert,
-    swr_alloc_set_opts2,
+    swr_alloc_set_opts2, // a positive result is no error; the call does its work
     av_samples_alloc_array_and_samples,
     av_samples_alloc,
     av_samples_get_buffer_size,
@@ -40,6 +40,14 @@ constexpr int64_t withoutConfiguration = INT64_C(1) << 40;
 
 // A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();
+
+// The arguments `align` of the calls that allocate or measure samples, and `logOffset` of
+// swr_alloc_set_opts2, since the last Reset.
+std::vector<int> Alignments();
+std::vector<int> LogOffsets();
+
+// Removes all scripted results, counts and records.
+void Reset();
 
 // Returns the first channel of the last frame that was sent to an encoder.
 std::vector<float> SentSamples();

@@ -179,7 +179,10 @@ Scripted FakeObject::Enter(Method method)
     if (!result) {
         return scripted;
     }
-    if (*result == nullResult) {
+    if (HasBadPointer(*result)) {
+        scripted.failure = static_cast<HRESULT>(static_cast<uint32_t>(*result));
+        scripted.badPointer = true;
+    } else if (*result == nullResult) {
         scripted.null = true;
     } else if (*result >= SizeResult(0)) {
         scripted.size = static_cast<UINT32>(*result);
@@ -268,6 +271,9 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::Activate);
     *object = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(object);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }
@@ -422,6 +428,9 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::GetMixFormat);
     *format = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(format);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }

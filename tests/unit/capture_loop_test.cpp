@@ -168,9 +168,11 @@ TEST_F(CaptureLoop, LogsFailedReleaseBufferAndContinues)
     audio.Fail(Method::CaptureReleaseBuffer, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.Deliver(QuietPacket(480));
     audio.Deliver(QuietPacket(480));
-    Open();
-    EXPECT_TRUE(AwaitLine(L"ReleaseBuffer Capture audio data failed! err=0x88890010", loopTag));
-    EXPECT_TRUE(Eventually([&] { return ReleasedPackets() == 2; }));
+    RunLoopOnThisThread();
+    ExpectLine(errorLevel, L"ReleaseBuffer Capture audio data failed! err=0x88890010", loopTag);
+    EXPECT_EQ(ReleasedPackets(), 2U);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep), 3) << "also one after the failure";
+    probe.Teardown();
 }
 
 TEST_F(CaptureLoop, LogsFailedPacketSizeAndContinues)
@@ -178,9 +180,11 @@ TEST_F(CaptureLoop, LogsFailedPacketSizeAndContinues)
     audio.Fail(Method::GetNextPacketSize, AUDCLNT_E_SERVICE_NOT_RUNNING);
     audio.Deliver(QuietPacket(480));
     audio.Deliver(QuietPacket(480));
-    Open();
-    EXPECT_TRUE(AwaitLine(L"Get next audio packet size failed! err=0x88890010", loopTag));
-    EXPECT_TRUE(Eventually([&] { return ReleasedPackets() == 2; }));
+    RunLoopOnThisThread();
+    ExpectLine(errorLevel, L"Get next audio packet size failed! err=0x88890010", loopTag);
+    EXPECT_EQ(ReleasedPackets(), 2U);
+    EXPECT_EQ(fakewin::Count(fakewin::Call::Sleep), 3) << "also one after the failure";
+    probe.Teardown();
 }
 
 TEST_F(CaptureLoop, DropsAndLogsEachPacketOfMutedMicrophone)
@@ -238,13 +242,14 @@ TEST_F(CaptureLoop, LogsAndDropsPacketWithoutData)
 
 struct ConvertFault {
     fakeffmpeg::Call call;
+    int64_t result;
     const wchar_t *line;
 };
 class CaptureConversionFault : public CaptureLoop, public ::testing::WithParamInterface<ConvertFault> {};
 
 TEST_P(CaptureConversionFault, IsLoggedAndDropsOnlyItsPacket)
 {
-    fakeffmpeg::Script().Fail(GetParam().call, -12);
+    fakeffmpeg::Script().Fail(GetParam().call, GetParam().result);
     audio.Deliver(QuietPacket(100));
     audio.Deliver(QuietPacket(30));
     RunLoopOnThisThread();
@@ -254,13 +259,24 @@ TEST_P(CaptureConversionFault, IsLoggedAndDropsOnlyItsPacket)
     probe.Teardown();
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, CaptureConversionFault,
-                         ::testing::Values(ConvertFault{fakeffmpeg::Call::av_samples_alloc_array_and_samples,
-                                                        L"Could not allocate destination samples"},
-                                           ConvertFault{fakeffmpeg::Call::swr_convert,
-                                                        L"Error while converting"},
-                                           ConvertFault{fakeffmpeg::Call::av_samples_get_buffer_size,
-                                                        L"Could not get sample buffer size"}));
+// FFmpeg calculates no size for zero frames.
+INSTANTIATE_TEST_SUITE_P(
+    Faults, CaptureConversionFault,
+    ::testing::Values(ConvertFault{fakeffmpeg::Call::av_samples_alloc_array_and_samples, -12,
+                                   L"Could not allocate destination samples"},
+                      ConvertFault{fakeffmpeg::Call::swr_convert, -12, L"Error while converting"},
+                      ConvertFault{fakeffmpeg::Call::swr_convert, 0, L"Could not get sample buffer size"},
+                      ConvertFault{fakeffmpeg::Call::av_samples_get_buffer_size, -12,
+                                   L"Could not get sample buffer size"}));
+
+TEST_F(CaptureLoop, AllocatesAlignedSamplesAndMeasuresThemUnaligned)
+{
+    audio.Deliver(QuietPacket(100));
+    RunLoopOnThisThread();
+    EXPECT_EQ(fakeffmpeg::Alignments(), (std::vector{0, 1}));
+    EXPECT_EQ(fakeffmpeg::LogOffsets(), std::vector{0});
+    probe.Teardown();
+}
 
 TEST_F(CaptureLoop, LogsFailedAllocationForEmptyPacket)
 {

@@ -226,6 +226,18 @@ TEST_F(CaptureNotifier, InitializeLeavesComWhenEnumeratorFails)
     EXPECT_EQ(fakewin::OpenApartments(), 0);
 }
 
+TEST_F(CaptureNotifier, HasNoEnumeratorToReleaseWhenItsCreationFails)
+{
+    for (const int64_t result : {fakes::nullResult, fakes::BadPointerResult(REGDB_E_CLASSNOTREG)}) {
+        ClearLog();
+        fakewin::Fail(fakewin::Call::CoCreateInstance, result);
+        EXPECT_EQ(notifier->Initialize(), E_FAIL);
+        ExpectLine(errorLevel, L"GetDeviceCount pEnum is null", initializeTag);
+        notifier->UnInitialize();
+        EXPECT_EQ(LogOf(unInitializeTag).size(), 1U) << "nothing to unregister";
+    }
+}
+
 TEST_F(CaptureNotifier, InitializeReturnsFailedRegistrationAndKeepsEnumerator)
 {
     audio.Fail(Method::RegisterCallback, E_OUTOFMEMORY);
@@ -298,30 +310,41 @@ TEST_F(CaptureNotifier, DoesNotRegisterWithoutBothModuleReferences)
     }
 }
 
-// Stays inside OnAudioStateChanged for up to 200 ms, until the test has removed the listener.
+// Stays inside OnAudioStateChanged for up to 200 ms, until the test has changed the listeners.
 class SlowListener : public velto::IAudioDeviceNotifyListener {
 public:
     void OnAudioStateChanged(EDataFlow, ERole, LPCWSTR) override
     {
         isNotified = true;
-        for (int i = 0; i < 100 && !isRemoved; ++i) {
+        for (int i = 0; i < 100 && !hasChanged; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
-        wasRemovedDuringCall = isRemoved.load();
+        hasChangedDuringCall = hasChanged.load();
     }
-    std::atomic<bool> isNotified{false}, isRemoved{false}, wasRemovedDuringCall{false};
+    std::atomic<bool> isNotified{false}, hasChanged{false}, hasChangedDuringCall{false};
 };
 
-TEST_F(CaptureNotifier, RemoveListenerWaitsForRunningNotification)
+// The owner may delete a listener once it is removed. The others change the list of listeners, too.
+TEST_F(CaptureNotifier, ChangesOfListenersWaitForRunningNotification)
 {
-    SlowListener listener;
-    notifier->AddListener(&listener);
-    std::thread system([this] { notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"microphone"); });
-    EXPECT_TRUE(Eventually([&] { return listener.isNotified.load(); }));
-    notifier->RemoveListener(&listener);
-    listener.isRemoved = true;
-    system.join();
-    EXPECT_FALSE(listener.wasRemovedDuringCall) << "the owner may delete a listener once it is removed";
+    RecordingListener other;
+    const std::function<void(SlowListener &)> changes[] = {
+        [this](SlowListener &listener) { notifier->RemoveListener(&listener); },
+        [this, &other](SlowListener &) { notifier->AddListener(&other); },
+        [this](SlowListener &) { EXPECT_EQ(notifier->Initialize(), S_OK); },
+    };
+    for (const auto &change : changes) {
+        SlowListener listener;
+        notifier->AddListener(&listener);
+        std::thread system([this] { notifier->OnDefaultDeviceChanged(eCapture, eConsole, L"microphone"); });
+        EXPECT_TRUE(Eventually([&] { return listener.isNotified.load(); }));
+        change(listener);
+        listener.hasChanged = true;
+        system.join();
+        EXPECT_FALSE(listener.hasChangedDuringCall);
+        notifier->RemoveListener(&listener);
+    }
+    notifier->UnInitialize();
 }
 
 TEST_F(CaptureNotifier, KeepsEnumeratorDllLoadedPastLastApartment)

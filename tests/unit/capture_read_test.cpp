@@ -9,6 +9,7 @@
 #include <numeric>
 #include <thread>
 
+#include "tests/fakes/deadline_hook.h"
 #include "tests/fakes/fake_deadline.h"
 
 namespace {
@@ -101,6 +102,38 @@ TEST_F(CaptureRead, DoesNotWaitWhenCaptureStopsJustBefore)
     capture->Stop();
     probe.WaitForData(3840);
     EXPECT_TRUE(fakes::Timeouts().empty());
+}
+
+// Otherwise the wait would miss a notification between its look at the queue and its begin.
+TEST_F(CaptureRead, NotificationsWaitUntilReadWaits)
+{
+    AVPktBufQueue packets;
+    PacketReader reader(packets);
+    const std::atomic<bool> stop{false};
+    for (const auto notify : {&PacketReader::NotifyPacket, &PacketReader::NotifyStop}) {
+        std::future<void> notification;
+        auto duringDecision = std::future_status::ready;
+        fakes::BeforeNextDeadline([&] {
+            notification = std::async(std::launch::async, [&] { (reader.*notify)(); });
+            duringDecision = notification.wait_for(milliseconds(30));
+        });
+        reader.Wait(milliseconds(22), stop);
+        notification.get();
+        EXPECT_EQ(duringDecision, std::future_status::timeout);
+    }
+}
+
+TEST_F(CaptureRead, ClearingWaitsForReadThatCopies)
+{
+    InitQueue(1);
+    Queue({1});
+    auto reading = probe.HoldReads();
+    auto clearing = std::async(std::launch::async, [this] { probe.Teardown(); });
+    EXPECT_EQ(clearing.wait_for(milliseconds(30)), std::future_status::timeout);
+    EXPECT_EQ(probe.Packets().DataCount(), 1);
+    reading.unlock();
+    clearing.get();
+    EXPECT_EQ(probe.Packets().DataCount(), 0);
 }
 
 TEST_F(CaptureRead, ReturnsOneWholePacketPerReadInOrder)
@@ -275,6 +308,32 @@ TEST_F(CaptureRead, DeletionWaitsForReadThatStopEnds)
     reader.join();
     EXPECT_EQ(size, 1U);
     EXPECT_EQ(buffer[0], 7);
+}
+
+// The capture thread, for which the deletion waits, does not end before the test allows it.
+TEST_F(CaptureRead, DoesNotWaitForRunningDeletion)
+{
+    auto *other = new AudioCapture;
+    other->SetTarget(48000, 2, 1);
+    std::atomic<bool> mayEnd{false};
+    audio.Before(Method::Stop, [&] { Eventually([&] { return mayEnd.load(); }); });
+    ASSERT_EQ(other->Prepare(), 0);
+    ASSERT_TRUE(AwaitLoop());
+    const fakewin::WaitRecord wait{fakewin::Call::WaitForSingleObject,
+                                   AudioCaptureProbe(*other).InitThreadHandle(), INFINITE};
+    other->Stop();
+    auto deletion = std::async(std::launch::async, [other] { AudioCapture::DeleteTaken(other); });
+    EXPECT_TRUE(Eventually([&] {
+        const auto waits = fakewin::Waits();
+        return std::find(waits.begin(), waits.end(), wait) != waits.end();
+    }));
+    uint32_t size = 77;
+    auto read = std::async(std::launch::async, [&] { AudioCapture::GetAudioData(buffer.data(), size); });
+    EXPECT_EQ(read.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    mayEnd = true;
+    read.get();
+    deletion.get();
+    EXPECT_EQ(size, 0U) << "no capture is open";
 }
 
 } // namespace

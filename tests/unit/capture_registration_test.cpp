@@ -48,6 +48,28 @@ TEST_F(CaptureRegistration, NotifierSurvivesNotificationAfterFailedUnregistratio
     notifier->Release();
 }
 
+// The result says that the system does not know the callback, so it cannot call it any more.
+TEST_F(CaptureRegistration, NotifierReleasesModulesWhenSystemDoesNotKnowIt)
+{
+    const int references = References();
+    audio.Fail(Method::UnregisterCallback, E_NOTFOUND);
+    ASSERT_EQ(notifier->Initialize(), S_OK);
+    notifier->UnInitialize();
+    EXPECT_EQ(References(), references);
+    EXPECT_EQ(notifier->Release(), 0U);
+}
+
+TEST_F(CaptureRegistration, UnregisteredNotifierReleasesModulesWhateverUnregistrationReturns)
+{
+    const int references = fakewin::ModuleReferences(fakewin::ImplementationModule());
+    audio.Fail(Method::RegisterCallback, E_OUTOFMEMORY);
+    audio.Fail(Method::UnregisterCallback, E_POINTER);
+    EXPECT_EQ(notifier->Initialize(), E_OUTOFMEMORY);
+    notifier->UnInitialize();
+    EXPECT_EQ(fakewin::ModuleReferences(fakewin::ImplementationModule()), references);
+    EXPECT_EQ(notifier->Release(), 0U);
+}
+
 TEST_F(CaptureRegistration, NotifierIsFreedOnceWithoutReferenceOfSystem)
 {
     audio.SetRegistrationRules({false, true});

@@ -65,6 +65,7 @@ TEST_F(CaptureRestart, MovesToNewDefaultMicrophone)
     audio.SetDefaultMicrophone(L"headset");
     NotifyChange();
     ExpectLine(errorLevel, L"OnAudioStateChanged", changedTag);
+    EXPECT_EQ(LogOf(changedTag).size(), 1U) << "no error";
     EXPECT_GT(ReadPacket(), 0U);
     EXPECT_EQ(ClientsOf(L"headset"), 1);
     EXPECT_EQ(probe.State(), 0);

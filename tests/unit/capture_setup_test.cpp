@@ -71,8 +71,16 @@ TEST_F(CaptureSetup, StartsFromNotPreparedState)
     EXPECT_EQ(probe.Notifier(), nullptr);
     EXPECT_EQ(probe.SampleFormat(), -1);
     EXPECT_FALSE(capture->WaitInitThread());
-    const AudioCapture untouched;
-    EXPECT_EQ(AudioCaptureProbe(const_cast<AudioCapture &>(untouched)).TargetSampleFormat(), -1);
+    EXPECT_EQ(probe.CaptureSampleRate(), 0U);
+    EXPECT_EQ(probe.CaptureChannels(), 0U);
+    EXPECT_EQ(probe.FrameLength(), 0U);
+    EXPECT_EQ(probe.ChannelCode(), 0U);
+    EXPECT_TRUE(probe.DecoderConfig().empty());
+    AudioCapture untouched;
+    const AudioCaptureProbe untouchedProbe(untouched);
+    EXPECT_EQ(untouchedProbe.TargetSampleRate(), 0U);
+    EXPECT_EQ(untouchedProbe.TargetChannels(), 0U);
+    EXPECT_EQ(untouchedProbe.TargetSampleFormat(), -1);
 }
 
 TEST_F(CaptureSetup, PrepareReturnsZeroOnceCaptureThreadExists)
@@ -117,6 +125,39 @@ TEST_F(CaptureSetup, PrepareWaitsOnManualResetEventWithoutTimeout)
     const auto waits = fakewin::Waits();
     const fakewin::WaitRecord expected{fakewin::Call::WaitForSingleObject, events[0].handle, INFINITE};
     EXPECT_NE(std::find(waits.begin(), waits.end(), expected), waits.end());
+}
+
+// ThreadSanitizer checks the locks.
+TEST_F(CaptureSetup, InitThreadCanBeAwaitedDuringPrepare)
+{
+    std::thread preparing([this] {
+        EXPECT_EQ(capture->Prepare(), 0);
+        capture->Stop();
+    });
+    while (!capture->WaitInitThread()) {
+        std::this_thread::yield();
+    }
+    preparing.join();
+    EXPECT_EQ(probe.State(), -10000);
+}
+
+// ThreadSanitizer checks the locks.
+TEST_F(CaptureSetup, ReadyEventCanBeSetAtAnyTime)
+{
+    ReadyEvent ready;
+    std::atomic<bool> done{false};
+    std::thread setting([&] {
+        while (!done) {
+            ready.CountAndSet();
+        }
+    });
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_TRUE(ready.Create());
+        ready.Await();
+        ready.Close();
+    }
+    done = true;
+    setting.join();
 }
 
 TEST_F(CaptureSetup, SecondPrepareReturnsStateAndCreatesNothing)
@@ -326,6 +367,9 @@ TEST_F(CaptureSetup, OpensDefaultConsoleMicrophoneForEncoderAndForCapture)
     EXPECT_EQ(flows, (std::vector<EDataFlow>{eCapture, eCapture}));
     ASSERT_EQ(audio.Clients().size(), 2U);
     EXPECT_FALSE(audio.Clients()[0].alive);
+    for (const fakewin::Instantiation &made : fakewin::Instantiations()) {
+        EXPECT_EQ(made.context, static_cast<DWORD>(CLSCTX_ALL));
+    }
 }
 
 TEST_F(CaptureSetup, OpensSharedPolledStreamWithHalfSecondBuffer)
@@ -606,6 +650,8 @@ TEST_F(CaptureSetup, EndsOnlyCaptureThreadWhenItCannotEnterCom)
     fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY, 2);
     EXPECT_EQ(capture->Prepare(), 0);
     EXPECT_TRUE(AwaitLine(L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed", threadTag));
+    EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 1; })) << "the init thread";
+    EXPECT_TRUE(LogOf(micTag).empty());
     EXPECT_EQ(probe.State(), 0);
     EXPECT_FALSE(probe.Stopped());
     uint32_t size = 3840;
@@ -668,6 +714,21 @@ TEST_F(CaptureSetup, DerivesEncoderParametersFromTarget)
     EXPECT_EQ(probe.GetEncodeParam(param), 0);
     EXPECT_EQ(param.channelCode, 3U);
     fakewin::CoUninitialize();
+}
+
+TEST_F(CaptureSetup, EncoderParametersFailWithCodeOfTheirCause)
+{
+    EncodeParam param{};
+    fakewin::Fail(fakewin::Call::CoInitializeEx, E_OUTOFMEMORY);
+    EXPECT_EQ(probe.GetEncodeParam(param), -101);
+    audio.Fail(Method::GetDefaultAudioEndpoint, E_NOTFOUND);
+    EXPECT_EQ(probe.GetEncodeParam(param), -101);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 0);
+    Microphone().mixFormat.extensible = false;
+    EXPECT_EQ(probe.GetEncodeParam(param), -105);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1) << "known leak";
+    fakewin::CoUninitialize();
+    objectsLeft = 1; // the client, a known leak
 }
 
 TEST_F(CaptureSetup, PrepareFailsWhenEncoderRefusesParameters)

@@ -10,14 +10,18 @@ constexpr char convertTag[] = "AudioCapture::AudioFormatConvert";
 
 class Capture : public CaptureTest {};
 
-// The frames of the packet exceed a signed 32-bit count. Converted from 44100 Hz they still do, converted
-// from 768000 Hz they do not.
+// The packet's frames exceed a signed 32-bit count before the conversion, after it, or both.
 TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
 {
-    for (const uint32_t rateHz : {44100U, 768000U}) {
+    struct Row {
+        uint32_t rateHz;
+        uint32_t frames;
+    };
+    for (const auto &[rateHz, frames] :
+         {Row{44100, 0x80000001}, Row{768000, 0x80000001}, Row{8000, 0x2AAAAAAB}}) {
         ClearLog();
         Microphone().mixFormat.rateHz = rateHz;
-        audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(0x80000001));
+        audio.Fail(Method::CaptureGetBuffer, fakes::SizeResult(frames));
         for (int packet = 0; packet < 6; ++packet) {
             audio.Deliver(QuietPacket(16 * 1024));
         }
@@ -28,6 +32,43 @@ TEST_F(Capture, DropsPacketOfMoreFramesThanConverterCanCount)
         capture->Stop();
         capture->WaitInitThread();
     }
+}
+
+TEST_F(Capture, IgnoresPointerThatFailedCallsStore)
+{
+    struct Row {
+        std::function<void()> inject;
+        const wchar_t *line;
+    };
+    const std::vector<Row> rows = {
+        {[] { fakewin::Fail(Call::CoCreateInstance, fakes::BadPointerResult(E_FAIL)); },
+         L"Create IMMDeviceEnumerator failed, err=0x80004005"},
+        {[this] { audio.Fail(Method::Activate, fakes::BadPointerResult(E_FAIL)); },
+         L"Activate AudioClient failed, err=0x80004005"},
+        {[this] { audio.Fail(Method::GetMixFormat, fakes::BadPointerResult(E_FAIL)); },
+         L"Get audio mix format failed, err=0x80004005"},
+    };
+    fakewin::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    for (const Row &row : rows) {
+        row.inject();
+        WAVEFORMATEX *format = nullptr;
+        IMMDevice *device = nullptr;
+        EXPECT_EQ(probe.GetDefaultMicAudioClient(&format, &device), nullptr);
+        EXPECT_EQ(format, nullptr);
+        EXPECT_EQ(device, nullptr);
+        EXPECT_EQ(audio.LiveObjects(), 0);
+        ExpectLine(errorLevel, row.line, "AudioCapture::GetDefaultMicAudioClient");
+    }
+    fakewin::CoUninitialize();
+}
+
+TEST_F(Capture, AcceptsPositiveResultsOfConverter)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc_set_opts2, 1);
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, 1);
+    Microphone().source = [] { return QuietPacket(1024); };
+    Open();
+    EXPECT_GT(ReadPacket(), 0U);
 }
 
 TEST_F(Capture, DoesNotFollowDefaultWithoutReferenceToEndpointDll)

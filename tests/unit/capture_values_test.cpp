@@ -32,6 +32,7 @@ TEST(PcmConversion, TruncatesTowardZero)
 TEST(PcmConversion, LimitsValuesBeyondFullScale)
 {
     EXPECT_EQ(FloatToPcm16(1.5F), 32767);
+    EXPECT_EQ(FloatToPcm16(-1.5F), -32767);
     EXPECT_EQ(FloatToPcm16(-1e30F), -32767);
     EXPECT_EQ(FloatToPcm16(std::numeric_limits<float>::infinity()), 32767);
     EXPECT_EQ(FloatToPcm16(-std::numeric_limits<float>::infinity()), -32767);
@@ -81,6 +82,23 @@ TEST(CaptureConversion, RoomForOutputIncludesBufferedInput)
     ASSERT_EQ(converter.Convert(&plane, 10, reinterpret_cast<const uint8_t *>(input.data()), 160), 10);
     EXPECT_GE(converter.OutputFrames(0), 3 * 160 - 10) << "three frames for each one that is buffered";
     EXPECT_EQ(converter.OutputFrames(100), converter.OutputFrames(0) + 300);
+}
+
+TEST(CaptureConversion, ReopenedConverterForgetsOldFormatAndSound)
+{
+    CaptureConverter converter;
+    ASSERT_TRUE(converter.Open({44100, 6, AV_SAMPLE_FMT_FLT}, {48000, 2, AV_SAMPLE_FMT_FLT}));
+    const std::vector<float> loud(size_t{6} * 1000, 1.0F);
+    std::vector<float> output(size_t{2} * 2000);
+    auto *plane = reinterpret_cast<uint8_t *>(output.data());
+    ASSERT_GT(converter.Convert(&plane, 2000, reinterpret_cast<const uint8_t *>(loud.data()), 1000), 0);
+    ASSERT_TRUE(converter.Open({48000, 2, AV_SAMPLE_FMT_S16}, {48000, 2, AV_SAMPLE_FMT_S16}));
+    EXPECT_EQ(converter.OutputFrames(0), 0);
+    const std::vector<int16_t> input{100, -200, 300, -400};
+    std::vector<int16_t> copied(4);
+    plane = reinterpret_cast<uint8_t *>(copied.data());
+    ASSERT_EQ(converter.Convert(&plane, 2, reinterpret_cast<const uint8_t *>(input.data()), 2), 2);
+    EXPECT_EQ(copied, input);
 }
 
 TEST(CaptureValues, SampleFormatFollowsSampleSize)

@@ -55,6 +55,14 @@ TEST_F(EncodedPacketQueue, GivesPacketNoBufferWithoutConfiguredSize)
     EXPECT_EQ(packets[0]->data, nullptr);
 }
 
+TEST_F(EncodedPacketQueue, GivesPacketBufferOfOneByte)
+{
+    AVPktBufQueue queue;
+    queue.SetPacketBufferSize(1);
+    InitAndRemember(queue, 1);
+    EXPECT_EQ(packets[0]->Capacity(), 1U);
+}
+
 TEST_F(EncodedPacketQueue, FreesBuffersButKeepsRecordsOnDestruction)
 {
     {

@@ -1,4 +1,4 @@
-// Clearing the packet queue, and its allocations.
+// Clearing the packet queue, its locks and its allocations.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -99,6 +99,34 @@ TEST_F(PacketQueue, ClearingLocksBothQueues)
     EXPECT_EQ(queue.taking.get(), nullptr);
 }
 
+// CreateElement starts two operations that must block until Init is complete.
+class QueueUsedDuringInit : public BufferQueue<Element *> {
+public:
+    ~QueueUsedDuringInit() override { StopAndClear(); }
+
+    std::future<int32_t> counting;
+    std::future<Element *> taking;
+    bool wereBlocked = false;
+
+protected:
+    Element *CreateElement() override
+    {
+        counting = std::async(std::launch::async, [this] { return DataCount(); });
+        taking = std::async(std::launch::async, [this] { return PopFree(); });
+        wereBlocked = IsBlocked(counting) && IsBlocked(taking);
+        return new Element;
+    }
+};
+
+TEST_F(PacketQueue, InitLocksBothQueues)
+{
+    QueueUsedDuringInit queue;
+    ASSERT_TRUE(queue.Init(1));
+    EXPECT_TRUE(queue.wereBlocked);
+    EXPECT_EQ(queue.counting.get(), 0);
+    EXPECT_NE(queue.taking.get(), nullptr);
+}
+
 // --- The default release -------------------------------------------------------------------------
 
 struct CountedElement {
@@ -113,21 +141,35 @@ private:
 
 class DefaultReleaseQueue : public BufferQueue<CountedElement *> {
 public:
+    explicit DefaultReleaseQueue(int &deletions) : m_deletions(deletions) {}
     using BufferQueue::ReleaseElement;
-    int deletions = 0;
 
 protected:
-    CountedElement *CreateElement() override { return new CountedElement(deletions); }
+    CountedElement *CreateElement() override { return new CountedElement(m_deletions); }
+
+private:
+    int &m_deletions;
 };
 
 TEST_F(PacketQueue, DeletesElementsUnlessReleaseIsOverridden)
 {
-    DefaultReleaseQueue queue;
+    int deletions = 0;
+    DefaultReleaseQueue queue(deletions);
     ASSERT_TRUE(queue.Init(3));
     queue.StopAndClear();
-    EXPECT_EQ(queue.deletions, 3);
+    EXPECT_EQ(deletions, 3);
     queue.ReleaseElement(nullptr);
-    EXPECT_EQ(queue.deletions, 3);
+    EXPECT_EQ(deletions, 3);
+}
+
+TEST_F(PacketQueue, DestructionDeletesElementsUnlessReleaseIsOverridden)
+{
+    int deletions = 0;
+    {
+        DefaultReleaseQueue queue(deletions);
+        ASSERT_TRUE(queue.Init(3));
+    }
+    EXPECT_EQ(deletions, 3);
 }
 
 // --- Memory --------------------------------------------------------------------------------------

@@ -63,6 +63,31 @@ TEST_F(PacketQueue, InitFailsAfterStopWhilePoolHasElements)
     EXPECT_TRUE(record.released.empty());
 }
 
+TEST_F(PacketQueue, InitFailsAfterStopWhileCallerHasAllElements)
+{
+    ASSERT_TRUE(queue.Init(1));
+    EXPECT_NE(queue.PopFree(), nullptr);
+    queue.Stop();
+    EXPECT_FALSE(queue.Init(1));
+    EXPECT_EQ(record.created, 1U);
+}
+
+TEST_F(PacketQueue, InitFailsAfterStopWhileQueuesHaveElementsFromOutsidePool)
+{
+    Element other;
+    ASSERT_TRUE(queue.Init(0));
+    queue.PushFree(&other);
+    queue.Stop();
+    EXPECT_FALSE(queue.Init(1)) << "in the free queue";
+    queue.StopAndClear();
+    ASSERT_TRUE(queue.Init(0));
+    queue.PushData(&other);
+    queue.Stop();
+    EXPECT_FALSE(queue.Init(1)) << "in the data queue";
+    EXPECT_EQ(queue.PopData(), &other);
+    EXPECT_EQ(record.created, 0U);
+}
+
 TEST_F(PacketQueue, InitCreatesNewElementsAfterStopAndClear)
 {
     ASSERT_TRUE(queue.Init(2));
@@ -138,6 +163,26 @@ TEST_F(PacketQueue, QueuesElementsFromOutsidePool)
     queue.PushData(&others[3]);
     EXPECT_EQ(queue.DataCount(), 3);
     for (const size_t next : {1U, 2U, 3U}) {
+        EXPECT_EQ(queue.PopData(), &others[next]);
+    }
+}
+
+TEST_F(PacketQueue, KeepsElementsInOrderWithoutMemoryForOneFromOutsidePool)
+{
+    ASSERT_TRUE(queue.Init(3));
+    std::array<Element, 5> others;
+    for (const size_t next : {0U, 1U, 2U}) {
+        queue.PushData(&others[next]);
+    }
+    EXPECT_EQ(queue.PopData(), &others[0]);
+    queue.PushData(&others[3]); // full, and the oldest element is not at the buffer's start
+    {
+        const FailingThrowingNew noMemory(1);
+        EXPECT_THROW(queue.PushData(&others[4]), std::bad_alloc);
+    }
+    EXPECT_EQ(queue.DataCount(), 3);
+    queue.PushData(&others[4]);
+    for (const size_t next : {1U, 2U, 3U, 4U}) {
         EXPECT_EQ(queue.PopData(), &others[next]);
     }
 }
