@@ -6,15 +6,16 @@ namespace fakeffmpeg {
 namespace {
 
 // Never destroyed: the module's static objects make calls when the process ends.
-struct Sent {
+struct Recorded {
     std::mutex mutex;
     std::vector<float> samples;
+    OpenedCodec opened;
 };
 
-Sent &TheSent()
+Recorded &TheRecorded()
 {
-    static auto *sent = new Sent;
-    return *sent;
+    static auto *recorded = new Recorded{};
+    return *recorded;
 }
 
 // Returns the scripted result; without one, makes the real call.
@@ -94,6 +95,11 @@ const AVCodec *avcodec_find_decoder(AVCodecID id)
     return Script().Next(Call::avcodec_find_decoder) ? nullptr : ::avcodec_find_decoder(id);
 }
 
+const AVCodec *avcodec_find_encoder(AVCodecID id)
+{
+    return Script().Next(Call::avcodec_find_encoder) ? nullptr : ::avcodec_find_encoder(id);
+}
+
 AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
 {
     return Script().Next(Call::avcodec_alloc_context3) ? nullptr : ::avcodec_alloc_context3(codec);
@@ -101,6 +107,12 @@ AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
 
 int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options)
 {
+    {
+        const std::lock_guard lock(TheRecorded().mutex);
+        TheRecorded().opened = {context->sample_rate, context->ch_layout.nb_channels,
+                                context->bit_rate,    context->profile,
+                                context->time_base,   context->log_level_offset};
+    }
     const auto scripted = Script().Next(Call::avcodec_open2);
     if (scripted && *scripted <= 0) {
         return static_cast<int>(*scripted);
@@ -120,6 +132,11 @@ AVFrame *av_frame_alloc()
     return Script().Next(Call::av_frame_alloc) ? nullptr : ::av_frame_alloc();
 }
 
+int av_frame_make_writable(AVFrame *frame)
+{
+    return Scripted(Call::av_frame_make_writable, [&] { return ::av_frame_make_writable(frame); });
+}
+
 AVPacket *av_packet_alloc()
 {
     return Script().Next(Call::av_packet_alloc) ? nullptr : ::av_packet_alloc();
@@ -127,16 +144,22 @@ AVPacket *av_packet_alloc()
 
 std::vector<float> SentSamples()
 {
-    const std::lock_guard lock(TheSent().mutex);
-    return TheSent().samples;
+    const std::lock_guard lock(TheRecorded().mutex);
+    return TheRecorded().samples;
+}
+
+OpenedCodec LastOpenedCodec()
+{
+    const std::lock_guard lock(TheRecorded().mutex);
+    return TheRecorded().opened;
 }
 
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)
 {
     if (frame != nullptr) {
         const auto *samples = reinterpret_cast<const float *>(frame->data[0]);
-        const std::lock_guard lock(TheSent().mutex);
-        TheSent().samples.assign(samples, samples + frame->nb_samples);
+        const std::lock_guard lock(TheRecorded().mutex);
+        TheRecorded().samples.assign(samples, samples + frame->nb_samples);
     }
     return Scripted(Call::avcodec_send_frame, [&] { return ::avcodec_send_frame(context, frame); });
 }
