@@ -32,7 +32,7 @@ char32_t TakeCodePoint(std::wstring_view &text)
         const char32_t next = FirstUnit(text);
         if (IsLowSurrogate(next)) {
             text.remove_prefix(1);
-            return 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+            return 0x10000 + ((unit & 0x3FF) << 10) + (next & 0x3FF);
         }
     }
     const bool isCharacter = unit <= 0x10FFFF && !IsHighSurrogate(unit) && !IsLowSurrogate(unit);
