@@ -252,8 +252,9 @@ void ExitWithDescriptorsOfLog()
     _exit(static_cast<int>(DescriptorsOf(GetEnvironment("VELTO_LOG_FILE"))));
 }
 
-void LogAndExit(Logger &logger)
+void LogAndExit()
 {
+    static Logger logger("Exit");
     logger.Log(LOG_LEVEL_INFO, Text(L"before exit"));
     LogsAfterAllDestructors::logger = &logger;
     LogsAfterAllDestructors::afterLast = ExitWithDescriptorsOfLog;
@@ -263,7 +264,7 @@ void LogAndExit(Logger &logger)
 TEST(LoggerDeathTest, ClosesFileAfterEachLineOnceDestroyed)
 {
     const StartNewProcesses startNewProcesses;
-    EXPECT_EXIT(LogAndExit(StaticLogger()), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(LogAndExit(), testing::ExitedWithCode(0), "");
 }
 
 // The system closes the file. The sinks may be inconsistent, because a thread was killed while it used them.
@@ -272,9 +273,9 @@ TEST(LoggerDeathTest, LeavesFileOpenAtProcessEnd)
     const StartNewProcesses startNewProcesses;
     EXPECT_EXIT(
         {
-            StaticLogger().Log(LOG_LEVEL_INFO, Text(L"opens the file"));
+            Logger("Exit").Log(LOG_LEVEL_INFO, Text(L"opens the file"));
             PretendThatProcessEnds();
-            LogAndExit(StaticLogger());
+            LogAndExit();
         },
         testing::ExitedWithCode(1), "");
 }
