@@ -50,6 +50,22 @@ TEST_F(SpeakerTrack, FirstWriteStartsBothTracksAndWatchdog)
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 1);
 }
 
+TEST_F(SpeakerTrack, OpensBothDecodersAt48000HzInStereo)
+{
+    std::vector<int> rates;
+    std::vector<int> channels;
+    for (const int decoder : {1, 2}) {
+        const auto record = [&] {
+            rates.push_back(fakeffmpeg::LastOpenedCodec().sampleRateHz);
+            channels.push_back(fakeffmpeg::LastOpenedCodec().channels);
+        };
+        fakeffmpeg::Script().Before(fakeffmpeg::Call::avcodec_open2, record, decoder);
+    }
+    Start();
+    EXPECT_EQ(rates, (std::vector<int>{48000, 48000}));
+    EXPECT_EQ(channels, (std::vector<int>{2, 2}));
+}
+
 TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
 {
     const auto counters = [] {
