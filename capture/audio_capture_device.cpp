@@ -63,10 +63,12 @@ IAudioClient *AudioCapture::GetDefaultMicAudioClient(WAVEFORMATEX **mixFormat, I
 }
 
 // Opens the default microphone, not a loopback of the loudspeaker. The function has this name because its log
-// lines have it as their tag. Callers initialise the outputs with null.
+// lines have it as their tag.
 bool AudioCapture::GetLoopBackAudioCapture(IAudioClient *&client, IAudioCaptureClient *&captureClient,
                                            IAudioEndpointVolume *&volume)
 {
+    client = nullptr;
+    captureClient = nullptr;
     WAVEFORMATEX *mixFormat = nullptr;
     IMMDevice *device = nullptr;
     client = GetDefaultMicAudioClient(&mixFormat, &device);

@@ -34,8 +34,8 @@ void PacketReader::Copy(uint8_t *buffer, uint32_t &size)
         size = 0;
         return;
     }
-    AVEncodePacket *packet = m_packets.PopData(); // not null: no other operation pops or clears meanwhile
-    if (packet->data == nullptr) {
+    AVEncodePacket *packet = m_packets.PopData();
+    if (packet == nullptr || packet->data == nullptr) {
         return;
     }
     size = packet->size;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include "handler/device_ids.h"
@@ -46,48 +47,43 @@ void FreeAndClear(Block *&block)
 
 void FreeCapabilities(void *block, uint32_t count)
 {
-    auto *items = static_cast<AudioCapabilityItem *>(block);
-    for (uint32_t i = 0; i < count; ++i) {
-        FreeAndClear(items[i].name);
-        FreeAndClear(items[i].profiles);
-        FreeAndClear(items[i].codecs);
+    for (AudioCapabilityItem &item : std::span(static_cast<AudioCapabilityItem *>(block), count)) {
+        FreeAndClear(item.name);
+        FreeAndClear(item.profiles);
+        FreeAndClear(item.codecs);
     }
     free(block);
 }
 
-void ApplyChannel(uint32_t code, uint32_t &channels)
+// The number of channels of a channel code; `otherwise` for an unknown code.
+uint32_t ChannelsOf(uint32_t code, uint32_t otherwise)
 {
     switch (code) {
     case VELTO_CHANNEL_MONO:
     case VELTO_CHANNEL_MONO_IN:
-        channels = 1;
-        break;
+        return 1;
     case VELTO_CHANNEL_STEREO:
     case VELTO_CHANNEL_STEREO_IN:
-        channels = 2;
-        break;
+        return 2;
     default:
-        break;
+        return otherwise;
     }
 }
 
-void ApplyFormat(uint32_t code, uint32_t &bitsPerSample)
+// The bits per sample of a format code; `otherwise` for an unknown code.
+uint32_t BitsOf(uint32_t code, uint32_t otherwise)
 {
     switch (code) {
     case VELTO_FORMAT_S16:
-        bitsPerSample = 16;
-        break;
+        return 16;
     case VELTO_FORMAT_U8:
-        bitsPerSample = 8;
-        break;
+        return 8;
     case VELTO_FORMAT_S32:
-        bitsPerSample = 32;
-        break;
+        return 32;
     case VELTO_FORMAT_S24:
-        bitsPerSample = 24;
-        break;
+        return 24;
     default:
-        break;
+        return otherwise;
     }
 }
 
@@ -105,8 +101,9 @@ int32_t VeltoGetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
     if (items == nullptr) {
         return VELTO_ERROR_NULL_POINTER;
     }
-    for (size_t i = 0; i < devices.size(); ++i) {
-        if (GetAudioCapabilityItem(devices[i].id, devices[i].type, items[i]) != VELTO_OK) {
+    auto *item = items;
+    for (const Device &device : devices) {
+        if (GetAudioCapabilityItem(device.id, device.type, *item++) != VELTO_OK) {
             // Not *count, which another host thread may have changed meanwhile.
             FreeCapabilities(items, static_cast<uint32_t>(devices.size()));
             return VELTO_ERROR_NULL_POINTER;
@@ -167,15 +164,17 @@ void GetAudioParameter(const AudioProfileList *profiles, AudioParameters &parame
         LogError(parameterTag, "audio profiles is null");
         return;
     }
-    for (uint32_t i = 0; i < profiles->count; ++i) {
-        const AudioProfileEntry &entry = profiles->entries[i];
-        const std::string key = entry.key != nullptr ? entry.key : "";
+    for (const AudioProfileEntry &entry : std::span(profiles->entries, profiles->count)) {
+        if (entry.key == nullptr) {
+            continue; // like an unknown key
+        }
+        const std::string key = entry.key;
         if (key == sampleRateKey) {
             parameters.sampleRate = entry.value;
         } else if (key == channelKey) {
-            ApplyChannel(entry.value, parameters.channels);
+            parameters.channels = ChannelsOf(entry.value, parameters.channels);
         } else if (key == formatKey) {
-            ApplyFormat(entry.value, parameters.bitsPerSample);
+            parameters.bitsPerSample = BitsOf(entry.value, parameters.bitsPerSample);
         }
     }
 }

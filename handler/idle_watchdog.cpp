@@ -15,14 +15,16 @@ constexpr char watchdogTag[] = "`anonymous-namespace'::InitDefaultAudioDevice::<
 // Waits until four minutes have passed without a write. Each write signals the event and restarts the wait.
 void WaitUntilIdle()
 {
-    DWORD result = WAIT_OBJECT_0;
-    while (result != WAIT_TIMEOUT) {
+    for (;;) {
         if (IdleEvent == nullptr) {
             IdleEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
         }
         const HANDLE event = IdleEvent;
         ResetEvent(event);
-        result = WaitForSingleObject(event, idleMs);
+        const DWORD result = WaitForSingleObject(event, idleMs);
+        if (result == WAIT_TIMEOUT) {
+            return;
+        }
         if (result == WAIT_FAILED) {
             Sleep(1); // without an event each wait fails at once
         }

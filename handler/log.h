@@ -49,7 +49,7 @@ void WriteMessage(Write write, const Values &...values) noexcept
             write(stream);
         }
     } catch (...) {
-        return; // no memory for the line
+        // No memory for the line.
     }
 }
 

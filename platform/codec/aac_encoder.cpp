@@ -80,10 +80,9 @@ struct AACEncoder::State {
     AVCodecContext *context = nullptr;
     AVFrame *planar = nullptr; // input of FFmpeg's encoder: one plane of floats per channel
     AVPacket *encoded = nullptr;
-    int64_t position = 0; // samples per channel sent so far
-    uint32_t maxPacketSize = 0;
-    bool ended = false;    // no more frames: a short frame was sent, or draining began
-    bool draining = false; // FFmpeg was sent the end of the stream
+    int64_t position = 0;  // samples per channel sent so far
+    bool ended = false;    // a short frame was sent, so it was the last one
+    bool draining = false; // FFmpeg was sent the end of the stream, and refuses frames
 
     State() = default;
     State(const State &) = delete;
@@ -97,6 +96,7 @@ struct AACEncoder::State {
 
     int Open(const AVCodec &codec, const EncodeParam &param);
     int AllocatePlanes();
+    uint32_t MaxPacketSize() const;
     bool Fits(const AudioFrame &frame) const;
     int Send(const AudioFrame &frame);
     int Drain();
@@ -112,37 +112,35 @@ int AACEncoder::State::Open(const AVCodec &codec, const EncodeParam &param)
     if (context == nullptr || planar == nullptr || encoded == nullptr) {
         return AVERROR(ENOMEM);
     }
-    const uint32_t channels = ChannelCountOf(param.channelCode);
     av_channel_layout_from_mask(&context->ch_layout, param.channelCode);
     context->sample_rate = static_cast<int>(param.sampleRateHz);
     context->sample_fmt = AV_SAMPLE_FMT_FLTP;
     context->bit_rate = param.bitRate;
     context->profile = FF_PROFILE_AAC_LOW;
     context->time_base = {1, context->sample_rate};
-    context->log_level_offset = AV_LOG_INFO;       // keeps FFmpeg's messages off the host's console
-    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER; // configuration in extradata, not in packets
+    context->log_level_offset = AV_LOG_INFO; // keeps FFmpeg's messages off the host's console
     // Takes half the processor time of the default coder, at the same noise-to-mask ratio.
     av_opt_set(context->priv_data, "aac_coder", "fast", 0);
     const int result = avcodec_open2(context, &codec, nullptr);
-    if (result < 0) {
-        return result;
-    }
-    maxPacketSize = maxBytesPerChannel * channels;
-    return AllocatePlanes();
+    return result != 0 ? result : AllocatePlanes();
 }
 
 int AACEncoder::State::AllocatePlanes()
 {
     planar->format = context->sample_fmt;
     planar->nb_samples = context->frame_size;
-    planar->sample_rate = context->sample_rate;
     const int result = av_channel_layout_copy(&planar->ch_layout, &context->ch_layout);
-    return result < 0 ? result : av_frame_get_buffer(planar, 0);
+    return result != 0 ? result : av_frame_get_buffer(planar, 0);
+}
+
+uint32_t AACEncoder::State::MaxPacketSize() const
+{
+    return maxBytesPerChannel * static_cast<uint32_t>(context->ch_layout.nb_channels);
 }
 
 bool AACEncoder::State::Fits(const AudioFrame &frame) const
 {
-    return frame.samples != nullptr && frame.fillCount > 0 && frame.fillCount <= frame.FrameLength() &&
+    return frame.fillCount != 0 && frame.fillCount <= frame.FrameLength() &&
            frame.fillCount <= static_cast<uint32_t>(context->frame_size) &&
            frame.channelCount == static_cast<uint32_t>(context->ch_layout.nb_channels);
 }
@@ -157,13 +155,13 @@ int AACEncoder::State::Send(const AudioFrame &frame)
     }
     // Copies nothing unless the encoder still has a reference to the previous frame.
     const int result = av_frame_make_writable(planar);
-    if (result < 0) {
+    if (result != 0) {
         return result;
     }
-    for (uint32_t channel = 0; channel < frame.channelCount; ++channel) {
+    for (uint32_t channel = 0; channel != frame.channelCount; ++channel) {
         auto *plane = reinterpret_cast<float *>(planar->data[channel]);
         const int16_t *sample = frame.samples + channel;
-        for (uint32_t i = 0; i < frame.fillCount; ++i, sample += frame.channelCount) {
+        for (uint32_t i = 0; i != frame.fillCount; ++i, sample += frame.channelCount) {
             plane[i] = static_cast<float>(*sample) / fullScale;
         }
     }
@@ -172,7 +170,7 @@ int AACEncoder::State::Send(const AudioFrame &frame)
     const int sent = avcodec_send_frame(context, planar);
     if (sent == 0) {
         position += frame.fillCount;
-        ended = planar->nb_samples < context->frame_size;
+        ended = planar->nb_samples != context->frame_size;
     }
     return sent;
 }
@@ -182,30 +180,28 @@ int AACEncoder::State::Drain()
     if (draining) {
         return 0;
     }
-    ended = true;
     draining = true;
     return avcodec_send_frame(context, nullptr);
 }
 
 int32_t AACEncoder::State::Receive(AVEncodePacket &packet)
 {
+    // Releases the previous packet first.
     const int result = avcodec_receive_packet(context, encoded);
-    if (result == AVERROR(EAGAIN) || (result == AVERROR_EOF && draining)) {
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
         return 0;
     }
-    if (result < 0) {
+    if (result != 0) {
         return result;
     }
     const auto bytes = static_cast<uint32_t>(encoded->size);
-    if (bytes > maxPacketSize) {
-        av_packet_unref(encoded);
-        LogError("Encode: a packet of ", bytes, " bytes exceeds ", maxPacketSize);
+    if (bytes > MaxPacketSize()) {
+        LogError("Encode: a packet of ", bytes, " bytes exceeds ", MaxPacketSize());
         return AVERROR(ERANGE);
     }
     std::memcpy(packet.data, encoded->data, bytes);
     packet.size = bytes;
     packet.timeStamp = encoded->pts;
-    av_packet_unref(encoded);
     return static_cast<int>(bytes);
 }
 
@@ -227,13 +223,13 @@ bool AACEncoder::Initialize(const EncodeParam &param, uint32_t &frameLength, uin
     }
     std::unique_ptr<State> state(new (std::nothrow) State);
     const int result = state ? state->Open(*codec, param) : AVERROR(ENOMEM);
-    if (result < 0) {
+    if (result != 0) {
         LogError("Initialize: the encoder does not open, error ", result);
         return false;
     }
     m_state = std::move(state);
     frameLength = static_cast<uint32_t>(m_state->context->frame_size);
-    maxPacketSize = m_state->maxPacketSize;
+    maxPacketSize = m_state->MaxPacketSize();
     return true;
 }
 
@@ -243,11 +239,11 @@ int32_t AACEncoder::Encode(const AudioFrame *frame, AVEncodePacket *packet)
         return AVERROR(EINVAL);
     }
     packet->size = 0;
-    if (packet->data == nullptr || packet->Capacity() < m_state->maxPacketSize) {
+    if (packet->Capacity() < m_state->MaxPacketSize()) {
         return AVERROR(EINVAL);
     }
     const int result = frame != nullptr ? m_state->Send(*frame) : m_state->Drain();
-    return result < 0 ? result : m_state->Receive(*packet);
+    return result != 0 ? result : m_state->Receive(*packet);
 }
 
 bool AACEncoder::GetDecoderSpecificInfo(uint8_t *config, uint32_t capacity, uint32_t &length) const

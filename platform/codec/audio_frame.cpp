@@ -29,8 +29,7 @@ bool AudioFrame::AllocBuffer(uint32_t, uint32_t frameLength, uint32_t channelCod
 
 void AudioFrame::ReleaseBuffer()
 {
-    m_buffer.clear();
-    m_buffer.shrink_to_fit();
+    m_buffer = std::vector<int16_t>(); // clear() would keep the memory
     samples = nullptr;
     fillCount = 0;
     channelCount = 0;

@@ -71,6 +71,14 @@ void CloseFile(int file)
     close(file);
 }
 
+// All fields are 0 if the system cannot report them.
+struct stat StatusOf(int file)
+{
+    struct stat status {};
+    fstat(file, &status);
+    return status;
+}
+
 } // namespace
 
 bool AppendFile::Append(std::string_view bytes)
@@ -80,14 +88,12 @@ bool AppendFile::Append(std::string_view bytes)
 
 std::uint64_t AppendFile::Size() const
 {
-    struct stat info {};
-    return fstat(m_handle, &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+    return static_cast<std::uint64_t>(StatusOf(m_handle).st_size);
 }
 
 bool AppendFile::HasName() const
 {
-    struct stat info {};
-    return fstat(m_handle, &info) == 0 && info.st_nlink != 0;
+    return StatusOf(m_handle).st_nlink != 0;
 }
 
 #endif

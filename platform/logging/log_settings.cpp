@@ -1,10 +1,13 @@
 #include "logging/log_settings.h"
 
-#include <cstdint>
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "logging/logger.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -45,19 +48,23 @@ std::filesystem::path LocalApplicationData()
 #endif
 }
 
+// Small letters of `name` also match their capitals.
+bool Matches(const NativeString &text, std::string_view name)
+{
+    return std::equal(text.begin(), text.end(), name.begin(), name.end(), [](auto unit, char letter) {
+        return unit == letter || (letter >= 'a' && unit == letter - 'a' + 'A');
+    });
+}
+
 std::optional<int> ParseLevel(const NativeString &text)
 {
-    std::string name;
-    for (const auto unit : text) {
-        if (static_cast<uint32_t>(unit) > 0x7F) {
-            return std::nullopt; // cut to 8 bits, some letters would look like digits
-        }
-        const bool isCapital = unit >= 'A' && unit <= 'Z';
-        name += static_cast<char>(isCapital ? unit - 'A' + 'a' : unit);
-    }
-    constexpr std::string_view names[] = {"trace", "debug", "info", "error", "off"};
-    for (int level = 1; level <= levelOff; ++level) {
-        if (name == names[level - 1] || (level < levelOff && name == std::to_string(level))) {
+    const std::pair<std::string_view, int> levels[] = {
+        {"1", LOG_LEVEL_TRACE},   {"2", LOG_LEVEL_DEBUG},     {"3", LOG_LEVEL_INFO},
+        {"4", LOG_LEVEL_ERROR},   {"trace", LOG_LEVEL_TRACE}, {"debug", LOG_LEVEL_DEBUG},
+        {"info", LOG_LEVEL_INFO}, {"error", LOG_LEVEL_ERROR}, {"off", levelOff},
+    };
+    for (const auto &[name, level] : levels) {
+        if (Matches(text, name)) {
             return level;
         }
     }

@@ -92,7 +92,6 @@ void WriteLine(LOG_MESSAGE_LEVEL level, const char *channel, std::wstring_view m
         }
     } catch (...) {
         // Out of memory, or the lock failed. There is nowhere to report it.
-        return;
     }
 }
 

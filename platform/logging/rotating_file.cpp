@@ -18,7 +18,7 @@ RotatingFile::RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, i
 bool RotatingFile::Append(std::string_view line)
 {
     const auto now = m_clock();
-    if (m_path.empty() || now < m_notBefore) {
+    if (now < m_notBefore) {
         return false;
     }
     if (TryAppend(line)) {
@@ -70,7 +70,7 @@ bool RotatingFile::MakeRoomFor(std::uint64_t bytes)
 void RotatingFile::Rotate()
 {
     std::error_code error;
-    for (int age = m_oldFiles; age > 0; --age) {
+    for (int age = m_oldFiles; age != 0; --age) {
         std::filesystem::rename(OldPath(age - 1), OldPath(age), error);
     }
     // The last rename was that of the current file.

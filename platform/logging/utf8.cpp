@@ -16,22 +16,23 @@ bool IsLowSurrogate(char32_t unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-char32_t UnitAt(std::wstring_view text, std::size_t position)
+char32_t FirstUnit(std::wstring_view text)
 {
     // wchar_t is signed on some platforms; a negative value becomes one above U+10FFFF.
     using Unit = std::conditional_t<sizeof(wchar_t) == 2, std::uint16_t, std::uint32_t>;
-    return static_cast<Unit>(text[position]);
+    return static_cast<Unit>(text.front());
 }
 
-// Returns the code point at `position` and advances past it.
-char32_t NextCodePoint(std::wstring_view text, std::size_t &position)
+// Removes the first code point of `text` and returns it.
+char32_t TakeCodePoint(std::wstring_view &text)
 {
-    const char32_t unit = UnitAt(text, position++);
-    if (sizeof(wchar_t) == 2 && IsHighSurrogate(unit) && position < text.size()) {
-        const char32_t next = UnitAt(text, position);
+    const char32_t unit = FirstUnit(text);
+    text.remove_prefix(1);
+    if (IsHighSurrogate(unit) && !text.empty()) {
+        const char32_t next = FirstUnit(text);
         if (IsLowSurrogate(next)) {
-            ++position;
-            return 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+            text.remove_prefix(1);
+            return 0x10000 + ((unit & 0x3FF) << 10) + (next & 0x3FF);
         }
     }
     const bool isCharacter = unit <= 0x10FFFF && !IsHighSurrogate(unit) && !IsLowSurrogate(unit);
@@ -99,11 +100,9 @@ void AppendUtf8(std::string &out, char32_t code)
 std::string ToLogText(std::wstring_view message, std::size_t maxBytes)
 {
     std::string text;
-    text.reserve(message.size() < maxBytes ? message.size() : maxBytes);
-    std::size_t position = 0;
-    while (position < message.size()) {
+    while (!message.empty()) {
         const std::size_t before = text.size();
-        const char32_t code = NextCodePoint(message, position);
+        const char32_t code = TakeCodePoint(message);
         if (!AppendEscape(text, code)) {
             AppendUtf8(text, code);
         }

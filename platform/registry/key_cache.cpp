@@ -1,5 +1,7 @@
 #include "registry/key_cache.h"
 
+#include <algorithm>
+
 namespace DE {
 
 KeyCache::~KeyCache()
@@ -19,11 +21,9 @@ bool KeyCache::IsStale(LSTATUS status)
 LSTATUS KeyCache::Open(Entry &entry, OpenKey open)
 {
     // The system calls refuse a sub-key that starts with a backslash.
-    const std::size_t start = entry.subKey.find_first_not_of(L'\\');
-    const std::size_t end = entry.subKey.size();
+    const std::size_t start = std::min(entry.subKey.find_first_not_of(L'\\'), entry.subKey.size());
     HKEY key = nullptr;
-    const LSTATUS status =
-        open(entry.root, entry.subKey.c_str() + (start < end ? start : end), entry.access, key);
+    const LSTATUS status = open(entry.root, entry.subKey.c_str() + start, entry.access, key);
     if (status == ERROR_SUCCESS) {
         entry.key = key;
     }

@@ -53,9 +53,9 @@ bool UseKey(HKEY root, const std::wstring &subKey, REGSAM access, KeyCache::Open
 bool Registry::GetValue(HKEY root, const std::wstring &subKey, const std::wstring &name, DWORD &value,
                         REGSAM access)
 {
-    DWORD stored = 0;
-    DWORD type = REG_NONE;
-    DWORD bytes = 0;
+    DWORD stored{};
+    DWORD type{};
+    DWORD bytes{};
     const auto query = [&](HKEY key) {
         bytes = sizeof(stored);
         return RegQueryValueExW(key, name.c_str(), nullptr, &type, reinterpret_cast<BYTE *>(&stored), &bytes);

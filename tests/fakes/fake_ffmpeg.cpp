@@ -11,6 +11,7 @@ struct Record {
     std::vector<float> sentSamples;
     std::vector<int> alignments;
     std::vector<int> logOffsets;
+    OpenedCodec opened;
 };
 
 Record &TheRecord()
@@ -145,6 +146,11 @@ const AVCodec *avcodec_find_decoder(AVCodecID id)
     return Script().Next(Call::avcodec_find_decoder) ? nullptr : ::avcodec_find_decoder(id);
 }
 
+const AVCodec *avcodec_find_encoder(AVCodecID id)
+{
+    return Script().Next(Call::avcodec_find_encoder) ? nullptr : ::avcodec_find_encoder(id);
+}
+
 AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
 {
     return Script().Next(Call::avcodec_alloc_context3) ? nullptr : ::avcodec_alloc_context3(codec);
@@ -152,6 +158,12 @@ AVCodecContext *avcodec_alloc_context3(const AVCodec *codec)
 
 int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options)
 {
+    {
+        const std::lock_guard lock(TheRecord().mutex);
+        TheRecord().opened = {context->sample_rate, context->ch_layout.nb_channels,
+                              context->bit_rate,    context->profile,
+                              context->time_base,   context->log_level_offset};
+    }
     const auto scripted = Script().Next(Call::avcodec_open2);
     if (scripted && *scripted <= 0) {
         return static_cast<int>(*scripted);
@@ -171,6 +183,11 @@ AVFrame *av_frame_alloc()
     return Script().Next(Call::av_frame_alloc) ? nullptr : ::av_frame_alloc();
 }
 
+int av_frame_make_writable(AVFrame *frame)
+{
+    return Scripted(Call::av_frame_make_writable, [&] { return ::av_frame_make_writable(frame); });
+}
+
 AVPacket *av_packet_alloc()
 {
     return Script().Next(Call::av_packet_alloc) ? nullptr : ::av_packet_alloc();
@@ -179,6 +196,11 @@ AVPacket *av_packet_alloc()
 std::vector<float> SentSamples()
 {
     return Copy(&Record::sentSamples);
+}
+
+OpenedCodec LastOpenedCodec()
+{
+    return Copy(&Record::opened);
 }
 
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)

@@ -27,9 +27,11 @@ enum class Call {
     av_samples_get_buffer_size,
     avformat_alloc_context,
     avcodec_find_decoder,
+    avcodec_find_encoder,
     avcodec_alloc_context3,
     avcodec_open2, // a positive result is no error but the frame length of the opened codec
     av_frame_alloc,
+    av_frame_make_writable,
     av_packet_alloc,
     avcodec_send_frame,
     avcodec_receive_packet, // a positive result is no error but the size of the packet
@@ -52,6 +54,18 @@ void Reset();
 // Returns the first channel of the last frame that was sent to an encoder.
 std::vector<float> SentSamples();
 
+// The settings with which a codec was opened.
+struct OpenedCodec {
+    int sampleRateHz;
+    int channels;
+    int64_t bitRate;
+    int profile;
+    AVRational timeBase;
+    int logLevelOffset;
+};
+// The last codec opened, whether or not opening it failed.
+OpenedCodec LastOpenedCodec();
+
 SwrContext *swr_alloc();
 int swr_init(SwrContext *context);
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount);
@@ -65,9 +79,11 @@ int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples,
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align);
 AVFormatContext *avformat_alloc_context();
 const AVCodec *avcodec_find_decoder(AVCodecID id);
+const AVCodec *avcodec_find_encoder(AVCodecID id);
 AVCodecContext *avcodec_alloc_context3(const AVCodec *codec);
 int avcodec_open2(AVCodecContext *context, const AVCodec *codec, AVDictionary **options);
 AVFrame *av_frame_alloc();
+int av_frame_make_writable(AVFrame *frame);
 AVPacket *av_packet_alloc();
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame);
 int avcodec_receive_packet(AVCodecContext *context, AVPacket *packet);

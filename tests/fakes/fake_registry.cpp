@@ -191,8 +191,11 @@ void ResetRegistry()
     }
 }
 
-LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY result)
+LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, PHKEY result)
 {
+    if (options != 0) {
+        AddViolation("RegOpenKeyExW with options");
+    }
     return AccessKey(Call::RegOpenKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
         state.requestedAccess.push_back(access);
         if (!Exists(state, path)) {
@@ -203,9 +206,12 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM access, PHKEY resu
     });
 }
 
-LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD, LPWSTR, DWORD options, REGSAM access,
+LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD reserved, LPWSTR, DWORD options, REGSAM access,
                         const SECURITY_ATTRIBUTES *, PHKEY result, LPDWORD disposition)
 {
+    if (reserved != 0) {
+        AddViolation("RegCreateKeyExW with a reserved argument that is not 0");
+    }
     return AccessKey(Call::RegCreateKeyExW, key, subKey, [&](State &state, const Path &path) -> LSTATUS {
         state.requestedAccess.push_back(access);
         constexpr DWORD createdNew = 1;
@@ -232,8 +238,11 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD, LPDWORD type, LPBYTE d
     });
 }
 
-LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE *data, DWORD dataBytes)
+LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE *data, DWORD dataBytes)
 {
+    if (reserved != 0) {
+        AddViolation("RegSetValueExW with a reserved argument that is not 0");
+    }
     return AccessKey(Call::RegSetValueExW, key, nullptr, [&](State &state, const Path &path) -> LSTATUS {
         if (!HasAccess(state, key, KEY_SET_VALUE)) {
             return ERROR_ACCESS_DENIED;
@@ -264,6 +273,12 @@ void SetRegistryString(HKEY root, const std::wstring &path, const std::wstring &
                        const std::wstring &value)
 {
     StoreValue(root, path, name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
+}
+
+void SetRegistryBytes(HKEY root, const std::wstring &path, const std::wstring &name, DWORD type,
+                      const std::vector<BYTE> &bytes)
+{
+    StoreValue(root, path, name, type, bytes.data(), bytes.size());
 }
 
 std::optional<DWORD> RegistryDword(HKEY root, const std::wstring &path, const std::wstring &name)

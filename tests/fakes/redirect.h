@@ -50,9 +50,11 @@
 
 #define avformat_alloc_context fakeffmpeg::avformat_alloc_context
 #define avcodec_find_decoder fakeffmpeg::avcodec_find_decoder
+#define avcodec_find_encoder fakeffmpeg::avcodec_find_encoder
 #define avcodec_alloc_context3 fakeffmpeg::avcodec_alloc_context3
 #define avcodec_open2 fakeffmpeg::avcodec_open2
 #define av_frame_alloc fakeffmpeg::av_frame_alloc
+#define av_frame_make_writable fakeffmpeg::av_frame_make_writable
 #define av_packet_alloc fakeffmpeg::av_packet_alloc
 #define avcodec_send_frame fakeffmpeg::avcodec_send_frame
 #define avcodec_receive_packet fakeffmpeg::avcodec_receive_packet

@@ -25,7 +25,7 @@ TEST(LogSettings, AcceptsLevelsAsNumbersOrNamesInAnyCase)
 {
     const std::pair<const char *, int> levels[] = {
         {"", 1},      {"1", 1},     {"2", 2},    {"3", 3},     {"4", 4},   {"trace", 1},
-        {"debug", 2}, {"Debug", 2}, {"info", 3}, {"ERROR", 4}, {"off", 5},
+        {"debug", 2}, {"Debug", 2}, {"info", 3}, {"ERROR", 4}, {"off", 5}, {"TRACE", 1},
     };
     for (const auto &[text, level] : levels) {
         EXPECT_EQ(LevelOf(text), level) << text;
@@ -34,7 +34,8 @@ TEST(LogSettings, AcceptsLevelsAsNumbersOrNamesInAnyCase)
 
 TEST(LogSettings, MarksOtherLevelsInvalidAndFiltersNothing)
 {
-    for (const char *text : {"0", "5", "33", "-1", " 3", "warn", "infos", "3x", "\xC3\xA4"}) {
+    for (const char *text :
+         {"0", "5", "33", "-1", " 3", "warn", "infos", "3x", "\xC3\xA4", "\x11", "eRROr!", "DEBU"}) {
         EXPECT_EQ(LevelOf(text), -1) << text;
     }
     for (const char8_t *text : {u8"\u0131", u8"\u0134"}) { // their last 8 bits are those of "1" and "4"

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "logging/log_line.h"
+#include "tests/platform/debugger_fake.h"
 #include "tests/platform/fake_clock.h"
 #include "tests/platform/process.h"
 #include "tests/platform/test_folder.h"
@@ -168,6 +169,44 @@ TEST(LogSinks, KeepsTwoOldFiles)
 }
 
 #ifndef _WIN32
+TEST(LogSinks, ShowsEachLineInDebugger)
+{
+    const fs::path path = FreshPath("shown.log");
+    LogSinks sinks(SettingsFor(path, LOG_LEVEL_INFO));
+    TakeDebuggerLines();
+    sinks.Write(LOG_LEVEL_DEBUG, "NR", "filtered");
+    sinks.Write(LOG_LEVEL_INFO, "NR", "first");
+    sinks.Write(LOG_LEVEL_ERROR, "NR", "second");
+    const std::vector<std::string> shown = TakeDebuggerLines();
+    ASSERT_EQ(shown.size(), 2U);
+    EXPECT_EQ(shown[0] + shown[1], ReadBytes(path));
+}
+
+TEST(LogSinks, ReportsEachFailureOfFileOnceInDebugger)
+{
+    const std::string report =
+        "LibVeltoAudioHandler: the log file cannot be written; lines go to the debugger only\r\n";
+    const fs::path path = FreshPath("reported.log");
+    LogSettings settings = SettingsFor(path);
+    settings.retryAfter = {};
+    LogSinks sinks(settings);
+    for (int failure = 0; failure < 2; ++failure) {
+        fs::remove(path);
+        fs::create_directories(path); // a folder has the file's name
+        TakeDebuggerLines();
+        sinks.Write(LOG_LEVEL_ERROR, "NR", "first");
+        sinks.Write(LOG_LEVEL_ERROR, "NR", "second");
+        fs::remove(path);
+        sinks.Write(LOG_LEVEL_ERROR, "NR", "third");
+        const std::vector<std::string> shown = TakeDebuggerLines();
+        ASSERT_EQ(shown.size(), 4U);
+        EXPECT_EQ(shown[0], report);
+        EXPECT_EQ(AfterTimeAndThread(shown[1]), "[error] [NR] first\n");
+        EXPECT_EQ(AfterTimeAndThread(shown[2]), "[error] [NR] second\n");
+        EXPECT_EQ(AfterTimeAndThread(shown[3]), "[error] [NR] third\n");
+    }
+}
+
 TEST(LogSinks, IgnoresFullDisk)
 {
     LogSinks sinks(SettingsFor("/dev/full"));

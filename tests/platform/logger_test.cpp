@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "logging/last_error.h"
 #include "tests/platform/process.h"
 #include "tests/platform/process_end_fake.h"
 #include "tests/platform/test_folder.h"
@@ -35,7 +36,7 @@ std::wstringstream Text(const wchar_t *text)
     return stream;
 }
 
-// Logs from a destructor that runs after those of all other static objects.
+// Logs from a destructor that runs after those of all other static objects, and then calls `afterLast`.
 class LogsAfterAllDestructors {
 public:
     ~LogsAfterAllDestructors()
@@ -45,8 +46,12 @@ public:
             auto stream = Text(L"after all destructors");
             NrLogger::GetInstance().Log(LOG_LEVEL_INFO, stream);
         }
+        if (afterLast != nullptr) {
+            afterLast();
+        }
     }
     static inline Logger *logger = nullptr;
+    static inline void (*afterLast)() = nullptr;
 };
 __attribute__((init_priority(101))) LogsAfterAllDestructors last; // constructed first, destroyed last
 
@@ -107,6 +112,25 @@ TEST(Logger, PreservesErrorCodeOfThread)
     SetLastError(1168);
 #endif
     logger.Log(LOG_LEVEL_ERROR, Text(L"err="));
+#ifdef _WIN32
+    EXPECT_EQ(GetLastError(), 1168U);
+#endif
+    EXPECT_EQ(errno, 4711);
+}
+
+TEST(KeepLastError, RestoresErrorCodesAtEndOfScope)
+{
+    errno = 4711;
+#ifdef _WIN32
+    SetLastError(1168);
+#endif
+    {
+        const logging::KeepLastError keepLastError;
+        errno = 5;
+#ifdef _WIN32
+        SetLastError(5);
+#endif
+    }
 #ifdef _WIN32
     EXPECT_EQ(GetLastError(), 1168U);
 #endif
@@ -220,6 +244,40 @@ std::size_t DescriptorsOf(const std::filesystem::path &path)
         count += std::filesystem::read_symlink(entry.path(), ignored) == path ? 1 : 0;
     }
     return count;
+}
+
+// Ends the process with the number of descriptors that refer to the log file.
+void ExitWithDescriptorsOfLog()
+{
+    _exit(static_cast<int>(DescriptorsOf(GetEnvironment("VELTO_LOG_FILE"))));
+}
+
+void LogAndExit()
+{
+    static Logger logger("Exit");
+    logger.Log(LOG_LEVEL_INFO, Text(L"before exit"));
+    LogsAfterAllDestructors::logger = &logger;
+    LogsAfterAllDestructors::afterLast = ExitWithDescriptorsOfLog;
+    std::exit(99);
+}
+
+TEST(LoggerDeathTest, ClosesFileAfterEachLineOnceDestroyed)
+{
+    const StartNewProcesses startNewProcesses;
+    EXPECT_EXIT(LogAndExit(), testing::ExitedWithCode(0), "");
+}
+
+// The system closes the file. The sinks may be inconsistent, because a thread was killed while it used them.
+TEST(LoggerDeathTest, LeavesFileOpenAtProcessEnd)
+{
+    const StartNewProcesses startNewProcesses;
+    EXPECT_EXIT(
+        {
+            Logger("Exit").Log(LOG_LEVEL_INFO, Text(L"opens the file"));
+            PretendThatProcessEnds();
+            LogAndExit();
+        },
+        testing::ExitedWithCode(1), "");
 }
 
 // Starts a thread that owns the log's lock until this process ends, because it writes to a full pipe. False

@@ -26,6 +26,7 @@ class RegistryLibrary : public testing::Test {
 protected:
     // Reset also marks the keys that an earlier test left open as deleted. The library reopens such keys.
     RegistryLibrary() { fakewin::Reset(); }
+    ~RegistryLibrary() override { EXPECT_EQ(fakewin::Violations(), std::vector<std::string>()); }
 
     static bool Get(DWORD &value)
     {
@@ -179,6 +180,41 @@ TEST_F(RegistryLibrary, FailsReadWithoutMemoryAndReadsWithIt)
     EXPECT_GT(failures, 0);
 }
 
+TEST_F(RegistryLibrary, FailsWriteWithoutMemoryAndWritesWithIt)
+{
+    int failures = 0;
+    for (bool hasFailed = true; hasFailed; failures += hasFailed ? 1 : 0) {
+        const std::wstring newPath = path + L"\\NoMemory" + std::to_wstring(failures);
+        DWORD value = 5;
+        const auto write = [&] {
+            return Registry::SetValue(HKEY_CURRENT_USER, newPath, name, value, allAccess);
+        };
+        {
+            const velto_test::FailingThrowingNew noMemory(failures + 1);
+            bool isWritten = false;
+            EXPECT_NO_THROW(isWritten = write());
+            hasFailed = noMemory.HasFailed();
+            EXPECT_EQ(isWritten, !hasFailed) << "allocation " << failures + 1;
+        }
+        EXPECT_TRUE(write());
+        EXPECT_EQ(fakewin::RegistryDword(HKEY_CURRENT_USER, newPath.substr(1), name), 5U);
+    }
+    EXPECT_GT(failures, 0);
+}
+
+TEST_F(RegistryLibrary, RefusesToReadNumberOfOtherSize)
+{
+    DWORD value = 4711;
+    fakewin::SetRegistryBytes(HKEY_CURRENT_USER, plainPath, name, REG_DWORD, {1, 0});
+    EXPECT_FALSE(Get(value));
+    fakewin::SetRegistryBytes(HKEY_CURRENT_USER, plainPath, name, REG_DWORD, {1, 0, 0, 0, 0});
+    EXPECT_FALSE(Get(value));
+    EXPECT_EQ(value, 4711U);
+    fakewin::SetRegistryBytes(HKEY_CURRENT_USER, plainPath, name, REG_DWORD, {1, 0, 0, 0});
+    EXPECT_TRUE(Get(value));
+    EXPECT_EQ(value, 1U);
+}
+
 TEST_F(RegistryLibrary, RefusesToReadValueOfOtherType)
 {
     fakewin::SetRegistryString(HKEY_CURRENT_USER, plainPath, name, L"");
@@ -225,7 +261,6 @@ TEST_F(RegistryLibrary, ServesSeveralThreadsWhileKeyIsReportedDeleted)
     DWORD value = 0;
     EXPECT_TRUE(Get(value));
     EXPECT_EQ(value, 499U);
-    EXPECT_EQ(fakewin::Violations(), std::vector<std::string>());
 }
 
 } // namespace

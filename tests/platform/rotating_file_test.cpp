@@ -13,6 +13,10 @@
 
 #ifdef _WIN32
 #include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -71,6 +75,94 @@ TEST(RotatingFile, LeaksNoHandlesOverManyRotations)
         ASSERT_TRUE(file.Append(Line(number)));
     }
     EXPECT_LT(OpenHandles(), before + 10);
+}
+
+TEST(RotatingFile, ClosesFileWhenDestroyed)
+{
+    const fs::path path = FreshPath("destroyed.log");
+    EXPECT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1)));
+    const std::size_t before = OpenHandles();
+    EXPECT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(2)));
+    EXPECT_EQ(OpenHandles(), before);
+}
+
+TEST(RotatingFile, KeepsFileOpenBetweenLines)
+{
+    const fs::path path = FreshPath("kept.log");
+    RotatingFile file(path, 1000, 2, noPause);
+    ASSERT_TRUE(file.Append(Line(1)));
+    fs::rename(path, OldPath(path, 1)); // as another process that rotates the file
+    ASSERT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(OldPath(path, 1)), (std::vector<std::string>{"line 00001", "line 00002"}));
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST(RotatingFile, WritesLineAboveLimitOnlyIntoEmptyFile)
+{
+    const fs::path path = FreshPath("long.log");
+    RotatingFile file(path, 5, 2, noPause);
+    ASSERT_TRUE(file.Append(Line(1)));
+    ASSERT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00002"});
+    EXPECT_EQ(ReadLines(OldPath(path, 1)), std::vector<std::string>{"line 00001"});
+    fs::resize_file(path, 1);
+    ASSERT_TRUE(file.Append(Line(3)));
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00003"});
+}
+
+TEST(RotatingFile, EmptiesFullFileThatCannotBeRenamed)
+{
+    const fs::path path = FreshPath("fixed.log");
+    fs::create_directories(OldPath(path, 1)); // a folder has the old file's name
+    RotatingFile file(path, 22, 1, noPause);
+    for (int number = 0; number < 5; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+    }
+    EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00004"});
+}
+
+TEST(RotatingFile, FailsWhenPathOfFullFileBecameFolder)
+{
+    const fs::path path = FreshPath("full.log");
+    RotatingFile file(path, 11, 2, noPause);
+    ASSERT_TRUE(file.Append(Line(1)));
+    fs::rename(path, OldPath(path, 1));
+    fs::create_directories(path);
+    EXPECT_FALSE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(OldPath(path, 1)), std::vector<std::string>{"line 00001"});
+}
+
+#ifndef _WIN32
+TEST(RotatingFile, ClosesFileThatCannotBeWritten)
+{
+    RotatingFile file("/dev/full", 1000, 2, noPause);
+    const std::size_t before = OpenHandles();
+    EXPECT_FALSE(file.Append(Line(1)));
+    EXPECT_EQ(OpenHandles(), before);
+}
+
+// A file in memory that can neither be renamed nor shortened.
+TEST(RotatingFile, WritesNothingIntoFullFileThatCannotBeEmptied)
+{
+    const int memory = memfd_create("full", MFD_ALLOW_SEALING | MFD_CLOEXEC);
+    ASSERT_EQ(write(memory, "0123456789", 10), 10);
+    ASSERT_EQ(fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK), 0);
+    const fs::path path = fs::path("/proc/self/fd") / std::to_string(memory);
+    EXPECT_FALSE(RotatingFile(path, 20, 1, noPause).Append(Line(1)));
+    EXPECT_EQ(fs::file_size(path), 10U);
+    close(memory);
+}
+#endif
+
+TEST(AppendFile, IsNotOpenAfterClose)
+{
+    logging::AppendFile file;
+    EXPECT_FALSE(file.IsOpen());
+    ASSERT_TRUE(file.Open(FreshPath("closed.log")));
+    EXPECT_TRUE(file.IsOpen());
+    file.Close();
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_FALSE(file.Append(Line(1)));
 }
 
 TEST(RotatingFile, EmptiesFullFileWhenNoOldFilesAreKept)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 
 #include "aac_encoder_fixture.h"
 
@@ -11,15 +12,17 @@ namespace {
 
 using namespace velto_test;
 
+constexpr int32_t invalid = AVERROR(EINVAL);
+
 TEST_F(AacEncoder, RefusesMissingOrTooSmallPacketAndContinues)
 {
     ASSERT_TRUE(Open());
-    EXPECT_LT(encoder.Encode(&frame, nullptr), 0);
+    EXPECT_EQ(encoder.Encode(&frame, nullptr), invalid);
     AVEncodePacket other;
-    EXPECT_LT(encoder.Encode(&frame, &other), 0);
+    EXPECT_EQ(encoder.Encode(&frame, &other), invalid);
     ASSERT_TRUE(other.AllocBuffer(1535, false));
-    EXPECT_LT(encoder.Encode(&frame, &other), 0);
-    EXPECT_LT(encoder.Encode(nullptr, &other), 0); // refused, so draining does not start
+    EXPECT_EQ(encoder.Encode(&frame, &other), invalid);
+    EXPECT_EQ(encoder.Encode(nullptr, &other), invalid); // refused, so draining does not start
     ExpectWorks();
 }
 
@@ -27,15 +30,15 @@ TEST_F(AacEncoder, RefusesFramesOfWrongSizeOrChannelsAndContinues)
 {
     ASSERT_TRUE(Open());
     frame.fillCount = 0;
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
     frame.fillCount = 1025;
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
     frame.fillCount = 0xFFFFFFFF;
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
     frame.fillCount = aacFrameLength;
     for (const uint32_t channels : {0U, 1U, 3U}) {
         frame.channelCount = channels;
-        EXPECT_LT(Encode(), 0);
+        EXPECT_EQ(Encode(), invalid);
     }
     frame.channelCount = 2;
     ExpectWorks();
@@ -46,7 +49,7 @@ TEST_F(AacEncoder, DropsPacketAboveMaximumSizeAndContinues)
     ASSERT_TRUE(Open());
     ExpectWorks();
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::avcodec_receive_packet, 1537);
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), AVERROR(ERANGE));
     EXPECT_EQ(packet.size, 0U);
     ExpectLine(errorLevel, L"Encode: a packet of 1537 bytes exceeds 1536", "?");
     EXPECT_GT(Encode(), 0);
@@ -68,6 +71,9 @@ TEST_F(AacEncoder, ReturnsFFmpegErrorAndContinues)
     fakeffmpeg::Script().Fail(Call::avcodec_send_frame, -77);
     EXPECT_EQ(Encode(), -77);
     ExpectWorks();
+    fakeffmpeg::Script().Fail(Call::av_frame_make_writable, -76);
+    EXPECT_EQ(Encode(), -76);
+    EXPECT_GT(Encode(), 0);
     fakeffmpeg::Script().Fail(Call::avcodec_receive_packet, -78);
     EXPECT_EQ(Encode(), -78);
     EXPECT_EQ(packet.size, 0U);
@@ -80,9 +86,9 @@ TEST_F(AacEncoder, RefusesFrameWithoutBuffer)
     frame.ReleaseBuffer();
     frame.channelCount = 2;
     frame.fillCount = 1;
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
     AudioFrame untouched;
-    EXPECT_LT(encoder.Encode(&untouched, &packet), 0);
+    EXPECT_EQ(encoder.Encode(&untouched, &packet), invalid);
 }
 
 TEST_F(AacEncoder, RefusesFillCountAboveFrameOrBufferLength)
@@ -90,25 +96,25 @@ TEST_F(AacEncoder, RefusesFillCountAboveFrameOrBufferLength)
     ASSERT_TRUE(Open());
     ASSERT_TRUE(frame.AllocBuffer(48000, 2048, 3, PCMFormat::S16));
     frame.fillCount = 2048; // fits the frame's buffer, but exceeds the encoder's frame length
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
     frame.fillCount = 1024;
     EXPECT_EQ(Encode(), 0);
     ASSERT_TRUE(frame.AllocBuffer(48000, 512, 3, PCMFormat::S16));
     frame.fillCount = 513; // below the encoder's frame length, but exceeds the frame's buffer
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), invalid);
 }
 
 TEST_F(AacEncoder, FailsToEncodeOrDrainWhileNotOpen)
 {
-    EXPECT_LT(Encode(), 0);
-    EXPECT_LT(Drain(), 0);
-    EXPECT_LT(encoder.Encode(nullptr, nullptr), 0);
+    EXPECT_EQ(Encode(), invalid);
+    EXPECT_EQ(Drain(), invalid);
+    EXPECT_EQ(encoder.Encode(nullptr, nullptr), invalid);
     ASSERT_TRUE(Open());
     ExpectWorks();
     encoder.Close();
     encoder.Close();
-    EXPECT_LT(Encode(), 0);
-    EXPECT_LT(Drain(), 0);
+    EXPECT_EQ(Encode(), invalid);
+    EXPECT_EQ(Drain(), invalid);
 }
 
 // --- The decoder info --------------------------------------------------------------------------

@@ -25,7 +25,6 @@ CodecContextPointer OpenStereoEncoder(const char *coder)
     context->bit_rate = 128000;
     context->profile = FF_PROFILE_AAC_LOW;
     context->log_level_offset = AV_LOG_INFO; // keeps messages off the console
-    context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     EXPECT_EQ(av_opt_set(context->priv_data, "aac_coder", coder, 0), 0);
     EXPECT_EQ(avcodec_open2(context.get(), codec, nullptr), 0);
     return context;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "aac_encoder_fixture.h"
+#include "failing_throwing_new.h"
 
 namespace {
 
@@ -77,7 +78,38 @@ TEST_F(AacEncoder, FailsToOpenWhenFFmpegCallFails)
     }
     fakeffmpeg::Script().Fail(Call::avcodec_open2, -77);
     ExpectRefused(StereoParam(), L"Initialize: the encoder does not open, error -77");
+    fakeffmpeg::Script().Fail(Call::avcodec_find_encoder, 0);
+    ExpectRefused(StereoParam(), L"Initialize: this FFmpeg has no AAC encoder");
     EXPECT_TRUE(Open());
+}
+
+TEST_F(AacEncoder, FailsToOpenWithoutMemory)
+{
+    ASSERT_TRUE(Open()); // includes the first allocations of the fakes
+    ClearLog();
+    {
+        const FailingThrowingNew noMemory(1);
+        EXPECT_FALSE(Open());
+        EXPECT_TRUE(noMemory.HasFailed());
+    }
+    ExpectLine(errorLevel,
+               L"Initialize: the encoder does not open, error " + std::to_wstring(AVERROR(ENOMEM)), "?");
+    EXPECT_TRUE(Open());
+}
+
+TEST_F(AacEncoder, OpensFFmpegWithRateProfileAndSilentLog)
+{
+    for (const EncodeParam &param : {StereoParam(), MonoParam()}) {
+        ASSERT_TRUE(Open(param));
+        const fakeffmpeg::OpenedCodec opened = fakeffmpeg::LastOpenedCodec();
+        EXPECT_EQ(opened.sampleRateHz, 48000);
+        EXPECT_EQ(opened.channels, static_cast<int>(ChannelCountOf(param.channelCode)));
+        EXPECT_EQ(opened.bitRate, param.bitRate);
+        EXPECT_EQ(opened.profile, FF_PROFILE_AAC_LOW);
+        EXPECT_EQ(opened.timeBase.num, 1);
+        EXPECT_EQ(opened.timeBase.den, 48000);
+        EXPECT_EQ(opened.logLevelOffset, AV_LOG_INFO) << "no message reaches the console";
+    }
 }
 
 TEST_F(AacEncoder, ReopensWithOtherChannelCount)
@@ -151,11 +183,11 @@ TEST_F(AacEncoder, RefusesFramesOnceDrainingBegan)
     ASSERT_TRUE(Open());
     EXPECT_EQ(Encode(), 0);
     EXPECT_GT(Drain(), 0);
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), AVERROR_EOF);
     EXPECT_EQ(packet.size, 0U);
     while (Drain() > 0) {
     }
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), AVERROR_EOF);
     ASSERT_TRUE(Open());
     ExpectWorks();
 }
@@ -166,9 +198,9 @@ TEST_F(AacEncoder, RefusesFramesAfterShortFrame)
     EXPECT_EQ(Encode(), 0);
     frame.fillCount = 1023;
     EXPECT_GT(Encode(), 0);
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), AVERROR_EOF);
     frame.fillCount = 1024;
-    EXPECT_LT(Encode(), 0);
+    EXPECT_EQ(Encode(), AVERROR_EOF);
     EXPECT_GE(Drain(), 0);
 }
 

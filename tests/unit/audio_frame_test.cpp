@@ -5,6 +5,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "failing_throwing_new.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace {
 
 TEST(AudioFrame, HasNoBufferAfterConstruction)
@@ -39,6 +45,38 @@ TEST(AudioFrame, IsSilentAndEmptyAfterEachAllocation)
         frame.fillCount = length;
     }
 }
+
+TEST(AudioFrame, AllocatesUpTo1048576SamplesPerChannel)
+{
+    AudioFrame frame;
+    EXPECT_TRUE(frame.AllocBuffer(48000, 1048576, 4, PCMFormat::S16));
+    EXPECT_FALSE(frame.AllocBuffer(48000, 1048577, 4, PCMFormat::S16));
+}
+
+TEST(AudioFrame, HasNoBufferWithoutMemory)
+{
+    AudioFrame frame;
+    {
+        const velto_test::FailingThrowingNew noMemory(1);
+        EXPECT_FALSE(frame.AllocBuffer(48000, 1024, 3, PCMFormat::S16));
+    }
+    EXPECT_EQ(frame.samples, nullptr);
+    EXPECT_EQ(frame.FrameLength(), 0U);
+    EXPECT_EQ(frame.channelCount, 0U);
+    EXPECT_TRUE(frame.AllocBuffer(48000, 1024, 3, PCMFormat::S16));
+}
+
+#ifdef __SANITIZE_ADDRESS__
+TEST(AudioFrame, FreesSamplesWhenReleased)
+{
+    AudioFrame frame;
+    ASSERT_TRUE(frame.AllocBuffer(48000, 1024, 3, PCMFormat::S16));
+    const int16_t *samples = frame.samples;
+    EXPECT_FALSE(__asan_address_is_poisoned(samples));
+    frame.ReleaseBuffer();
+    EXPECT_TRUE(__asan_address_is_poisoned(samples));
+}
+#endif
 
 TEST(AudioFrame, HasNoBufferAfterRefusedAllocation)
 {

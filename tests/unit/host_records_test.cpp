@@ -143,6 +143,23 @@ TEST_F(HostRecords, ItemStoresIdOf64BytesWithoutTerminator)
     std::free(item.codecs);
 }
 
+// The name, the profile and the codec take one block each.
+TEST_F(HostRecords, ItemFailsWithoutMemoryAndKeepsEarlierBlocks)
+{
+    for (int block = 1; block <= 3; ++block) {
+        AudioCapabilityItem item{};
+        {
+            const fakes::FailingCalloc noMemory(block);
+            EXPECT_EQ(GetAudioCapabilityItem("mic1", 1, item), -3) << "block " << block;
+        }
+        EXPECT_EQ(item.name != nullptr, block > 1);
+        EXPECT_EQ(item.profiles != nullptr, block > 2);
+        EXPECT_EQ(item.codecs, nullptr);
+        std::free(item.name);
+        std::free(item.profiles);
+    }
+}
+
 TEST_F(HostRecords, ReleaseLogsOtherTypeAndFreesNothing)
 {
     auto *block = static_cast<char *>(std::malloc(16));

@@ -190,6 +190,19 @@ TEST_F(MicrophoneRecord, CloseEndsThreadsAndNotifications)
     EXPECT_EQ(header.size, 0U);
 }
 
+TEST_F(MicrophoneRecord, CloseWaitsForInitThreadBeforeItDestroysCapture)
+{
+    EXPECT_EQ(OpenRecord("mic1"), 0);
+    ASSERT_TRUE(AwaitLoop());
+    const HANDLE initThread = AudioCaptureProbe(*AudioCapture::Current()).InitThreadHandle();
+    EXPECT_EQ(CloseRecord("mic1"), 0);
+    int waits = 0;
+    for (const fakewin::WaitRecord &wait : fakewin::Waits()) {
+        waits += wait.handle == initThread && wait.waitMs == INFINITE ? 1 : 0;
+    }
+    EXPECT_EQ(waits, 2) << "one by the call, one by the destructor";
+}
+
 TEST_F(MicrophoneRecord, CloseFreesCaptureFormatEvenWhenNull)
 {
     EXPECT_EQ(OpenRecord("mic1"), 0);

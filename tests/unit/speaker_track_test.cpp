@@ -50,6 +50,22 @@ TEST_F(SpeakerTrack, FirstWriteStartsBothTracksAndWatchdog)
     EXPECT_EQ(fakewin::Count(Call::CreateThread), 1);
 }
 
+TEST_F(SpeakerTrack, OpensBothDecodersAt48000HzInStereo)
+{
+    std::vector<int> rates;
+    std::vector<int> channels;
+    for (const int decoder : {1, 2}) {
+        const auto record = [&] {
+            rates.push_back(fakeffmpeg::LastOpenedCodec().sampleRateHz);
+            channels.push_back(fakeffmpeg::LastOpenedCodec().channels);
+        };
+        fakeffmpeg::Script().Before(fakeffmpeg::Call::avcodec_open2, record, decoder);
+    }
+    Start();
+    EXPECT_EQ(rates, (std::vector<int>{48000, 48000}));
+    EXPECT_EQ(channels, (std::vector<int>{2, 2}));
+}
+
 TEST_F(SpeakerTrack, LogsEveryFiftiethWriteToSingletonOnly)
 {
     const auto counters = [] {
@@ -335,6 +351,11 @@ TEST_F(SpeakerTrack, WatchdogRecreatesMissingEventAndSleepsAfterEachFailure)
     ASSERT_TRUE(fakewin::AwaitClockWaiters(1));
     EXPECT_NE(velto::IdleEvent, nullptr);
     EXPECT_EQ(fakewin::Count(Call::CreateEventW), 1 + failures + 1) << "the first by the fixture";
+    const fakewin::EventRecord created = fakewin::CreatedEvents().back();
+    EXPECT_EQ(created.handle, velto::IdleEvent);
+    EXPECT_FALSE(created.manualReset);
+    EXPECT_FALSE(created.initialState);
+    EXPECT_TRUE(created.plain);
     const std::vector<fakewin::WaitRecord> sleeps(failures - 1, {Call::Sleep, nullptr, 1});
     std::vector<fakewin::WaitRecord> slept = fakewin::Waits();
     std::erase_if(slept, [](const fakewin::WaitRecord &wait) { return wait.call != Call::Sleep; });
@@ -464,6 +485,20 @@ TEST_F(SpeakerTrack, SetsUpDecoderOnlyAfterUnitOfEarlierRunWasDecoded)
     other.join();
     EXPECT_FALSE(setUpWhileDecoding);
     EXPECT_EQ(velto::DeviceState, 0);
+}
+
+// ThreadSanitizer reports a race of the open flags.
+TEST_F(SpeakerTrack, AcceptsClosesDuringWritesOnBothSpeakers)
+{
+    Start();
+    ForgetEndpoints();
+    const AacUnit unit = EncodeTone(1)[0];
+    RunOnThreads(4, [&](int thread) {
+        const char *id = thread < 2 ? "speaker1" : "ModemSpeaker1";
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_EQ(thread % 2 == 0 ? Write(id, unit) : Close(id), 0);
+        }
+    });
 }
 
 TEST_F(SpeakerTrack, AcceptsConcurrentWritesOnBothSpeakers)
