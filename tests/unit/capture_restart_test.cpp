@@ -159,6 +159,19 @@ TEST_F(CaptureRestart, StartsNoThreadAfterEndRestarts)
     EXPECT_EQ(fakewin::Count(fakewin::Call::CreateThread), 2);
 }
 
+// ThreadSanitizer checks the locks.
+TEST_F(CaptureRestart, ClosingCanBeginWhileRestartBegins)
+{
+    for (int round = 0; round < 10; ++round) {
+        AudioCapture closing;
+        closing.OnAudioStateChanged(eCapture, eConsole, L"headset");
+        closing.EndRestarts();
+        closing.Stop();
+        closing.WaitInitThread();
+        EXPECT_EQ(AudioCaptureProbe(closing).State(), -10000);
+    }
+}
+
 TEST_F(CaptureRestart, CloseWaitsForRunningRestart)
 {
     ASSERT_NO_FATAL_FAILURE(OpenAndBlockRestart());
