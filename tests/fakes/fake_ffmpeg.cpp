@@ -6,15 +6,30 @@ namespace fakeffmpeg {
 namespace {
 
 // Never destroyed: the module's static objects make calls when the process ends.
-struct Sent {
+struct Record {
     std::mutex mutex;
-    std::vector<float> samples;
+    std::vector<float> sentSamples;
+    std::vector<int> alignments;
+    std::vector<int> logOffsets;
 };
 
-Sent &TheSent()
+Record &TheRecord()
 {
-    static auto *sent = new Sent;
-    return *sent;
+    static auto *record = new Record;
+    return *record;
+}
+
+template <typename Value>
+Value Copy(Value Record::*member)
+{
+    const std::lock_guard lock(TheRecord().mutex);
+    return TheRecord().*member;
+}
+
+void RecordAlignment(int align)
+{
+    const std::lock_guard lock(TheRecord().mutex);
+    TheRecord().alignments.push_back(align);
 }
 
 // Returns the scripted result; without one, makes the real call.
@@ -25,12 +40,42 @@ int Scripted(Call call, Real real)
     return fault ? static_cast<int>(*fault) : real();
 }
 
+// As Scripted, but makes the real call before it returns a result of 0 or more.
+template <typename Real>
+int ScriptedOrDone(Call call, Real real)
+{
+    const auto fault = Script().Next(call);
+    if (fault && *fault < 0) {
+        return static_cast<int>(*fault);
+    }
+    const int result = real();
+    return fault && result >= 0 ? static_cast<int>(*fault) : result;
+}
+
 } // namespace
 
 fakes::FaultScript<Call> &Script()
 {
     static auto *script = new fakes::FaultScript<Call>; // outlives the module's static objects
     return *script;
+}
+
+void Reset()
+{
+    Script().Reset();
+    const std::lock_guard lock(TheRecord().mutex);
+    TheRecord().alignments.clear();
+    TheRecord().logOffsets.clear();
+}
+
+std::vector<int> Alignments()
+{
+    return Copy(&Record::alignments);
+}
+
+std::vector<int> LogOffsets()
+{
+    return Copy(&Record::logOffsets);
 }
 
 SwrContext *swr_alloc()
@@ -40,12 +85,11 @@ SwrContext *swr_alloc()
 
 int swr_init(SwrContext *context)
 {
-    const auto fault = Script().Next(Call::swr_init);
-    if (!fault) {
-        return ::swr_init(context);
+    const int result = ScriptedOrDone(Call::swr_init, [&] { return ::swr_init(context); });
+    if (result < 0) {
+        ::swr_close(context); // a failing swr_init leaves the context uninitialised
     }
-    ::swr_close(context); // a failing swr_init leaves the context uninitialised
-    return static_cast<int>(*fault);
+    return result;
 }
 
 int swr_convert(SwrContext *context, uint8_t **out, int outCount, const uint8_t **in, int inCount)
@@ -57,16 +101,26 @@ int swr_alloc_set_opts2(SwrContext **context, AVChannelLayout *outLayout, AVSamp
                         int outRate, AVChannelLayout *inLayout, AVSampleFormat inFormat, int inRate,
                         int logOffset, void *logContext)
 {
-    return Scripted(Call::swr_alloc_set_opts2, [&] {
+    {
+        const std::lock_guard lock(TheRecord().mutex);
+        TheRecord().logOffsets.push_back(logOffset);
+    }
+    const int result = ScriptedOrDone(Call::swr_alloc_set_opts2, [&] {
         return ::swr_alloc_set_opts2(context, outLayout, outFormat, outRate, inLayout, inFormat, inRate,
                                      logOffset, logContext);
     });
+    if (result < 0) {
+        ::swr_free(context); // as the real call does when it fails
+    }
+    return result;
 }
 
 int av_samples_alloc_array_and_samples(uint8_t ***planes, int *lineSize, int channels, int samples,
                                        AVSampleFormat format, int align)
 {
-    return Scripted(Call::av_samples_alloc_array_and_samples, [&] {
+    RecordAlignment(align);
+    fakes::StoreBadPointer(planes); // no documentation promises null after a failure
+    return ScriptedOrDone(Call::av_samples_alloc_array_and_samples, [&] {
         return ::av_samples_alloc_array_and_samples(planes, lineSize, channels, samples, format, align);
     });
 }
@@ -74,12 +128,15 @@ int av_samples_alloc_array_and_samples(uint8_t ***planes, int *lineSize, int cha
 int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples, AVSampleFormat format,
                      int align)
 {
-    return Scripted(Call::av_samples_alloc,
-                    [&] { return ::av_samples_alloc(planes, lineSize, channels, samples, format, align); });
+    RecordAlignment(align);
+    return ScriptedOrDone(Call::av_samples_alloc, [&] {
+        return ::av_samples_alloc(planes, lineSize, channels, samples, format, align);
+    });
 }
 
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align)
 {
+    RecordAlignment(align);
     return Scripted(Call::av_samples_get_buffer_size,
                     [&] { return ::av_samples_get_buffer_size(lineSize, channels, samples, format, align); });
 }
@@ -127,16 +184,15 @@ AVPacket *av_packet_alloc()
 
 std::vector<float> SentSamples()
 {
-    const std::lock_guard lock(TheSent().mutex);
-    return TheSent().samples;
+    return Copy(&Record::sentSamples);
 }
 
 int avcodec_send_frame(AVCodecContext *context, const AVFrame *frame)
 {
     if (frame != nullptr) {
         const auto *samples = reinterpret_cast<const float *>(frame->data[0]);
-        const std::lock_guard lock(TheSent().mutex);
-        TheSent().samples.assign(samples, samples + frame->nb_samples);
+        const std::lock_guard lock(TheRecord().mutex);
+        TheRecord().sentSamples.assign(samples, samples + frame->nb_samples);
     }
     return Scripted(Call::avcodec_send_frame, [&] { return ::avcodec_send_frame(context, frame); });
 }

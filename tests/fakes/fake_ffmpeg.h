@@ -19,11 +19,11 @@ namespace fakeffmpeg {
 
 enum class Call {
     swr_alloc,
-    swr_init,
+    swr_init, // a result of 0 or more is no error; the call does its work
     swr_convert,
-    swr_alloc_set_opts2,
-    av_samples_alloc_array_and_samples,
-    av_samples_alloc,
+    swr_alloc_set_opts2,                // likewise
+    av_samples_alloc_array_and_samples, // likewise
+    av_samples_alloc,                   // likewise
     av_samples_get_buffer_size,
     avformat_alloc_context,
     avcodec_find_decoder,
@@ -40,6 +40,14 @@ constexpr int64_t withoutConfiguration = INT64_C(1) << 40;
 
 // A failing call returns `result`, or null where it returns a pointer.
 fakes::FaultScript<Call> &Script();
+
+// The arguments `align` of the calls that allocate or measure samples, and `logOffset` of
+// swr_alloc_set_opts2, since the last Reset.
+std::vector<int> Alignments();
+std::vector<int> LogOffsets();
+
+// Removes all scripted results, counts and records.
+void Reset();
 
 // Returns the first channel of the last frame that was sent to an encoder.
 std::vector<float> SentSamples();

@@ -28,7 +28,8 @@ LPWSTR CopyText(const std::wstring &text)
 
 WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
 {
-    const size_t bytes = mix.extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX);
+    const size_t bytes =
+        (mix.extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX)) + mix.furtherBytes;
     auto *format = static_cast<WAVEFORMATEX *>(fakewin::CoTaskMemAlloc(bytes));
     if (format == nullptr) {
         return nullptr;
@@ -179,7 +180,10 @@ Scripted FakeObject::Enter(Method method)
     if (!result) {
         return scripted;
     }
-    if (*result == nullResult) {
+    if (HasBadPointer(*result)) {
+        scripted.failure = static_cast<HRESULT>(static_cast<uint32_t>(*result));
+        scripted.badPointer = true;
+    } else if (*result == nullResult) {
         scripted.null = true;
     } else if (*result >= SizeResult(0)) {
         scripted.size = static_cast<UINT32>(*result);
@@ -207,6 +211,9 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
     m_system.m_requestedFlows.push_back(flow);
     const Scripted scripted = Enter(Method::GetDefaultAudioEndpoint);
     *device = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(device);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }
@@ -268,6 +275,9 @@ HRESULT FakeDevice::Activate(REFIID iid, DWORD context, PROPVARIANT *parameters,
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::Activate);
     *object = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(object);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }
@@ -301,8 +311,8 @@ HRESULT FakeDevice::GetState(DWORD *state)
 {
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::GetState);
-    if (scripted.failure) {
-        return *scripted.failure;
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     *state = scripted.size.value_or(m_endpoint->state);
     return scripted.success;
@@ -422,6 +432,9 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::GetMixFormat);
     *format = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(format);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }

@@ -16,6 +16,7 @@ struct Scripted {
     std::optional<HRESULT> failure; // returned at once
     HRESULT success = S_OK;         // returned once the method has done its work
     bool null = false;              // return a null pointer instead of an object
+    bool badPointer = false;        // store a pointer that must not be used
     std::optional<UINT32> size;     // store this size
     bool acceptsAnyFormat = false;  // make Initialize of this client accept any format
 };

@@ -1,6 +1,8 @@
 // Scripted results of the calls to a fake. All fakes use it.
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -24,6 +26,25 @@ constexpr int64_t SizeResult(uint32_t size)
 constexpr int64_t AcceptedFormatResult(uint32_t size)
 {
     return (INT64_C(1) << 42) | SizeResult(size);
+}
+
+// Scripted for calls that return an object or a mix format: the call fails with `error`, but stores a pointer
+// that must not be used, where Windows documents null.
+constexpr int64_t BadPointerResult(HRESULT error)
+{
+    return (INT64_C(1) << 43) | static_cast<uint32_t>(error);
+}
+
+constexpr bool HasBadPointer(int64_t result)
+{
+    return result >= INT64_C(1) << 43;
+}
+
+// Using this pointer crashes.
+template <typename Object>
+void StoreBadPointer(Object **object)
+{
+    *object = reinterpret_cast<Object *>(uintptr_t{16});
 }
 
 // `Call`: the enumeration of the fake's functions. Thread-safe.

@@ -13,7 +13,7 @@ void ResetAll()
 {
     fakewin::Reset();
     AudioSystem::Instance().Reset(); // installs its class factory, which fakewin::Reset removes
-    fakeffmpeg::Script().Reset();
+    fakeffmpeg::Reset();
     ClearJournal();
     LogRecorder::Instance().Clear();
     ResetTimeouts();
