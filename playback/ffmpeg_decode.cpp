@@ -1,5 +1,6 @@
 #include "playback/ffmpeg_decode.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -10,7 +11,6 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
-#include <libavutil/mathematics.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
 }
@@ -150,11 +150,11 @@ bool FFmpegDecode::PostDecodedFrame()
     if (ResampleFrame() != 0) {
         return false;
     }
-    for (int32_t i = 0; i < channels; ++i) {
-        if (decoderFrame->data[i] == nullptr) {
-            LogError(decodeTag, "frame->data ", i, " is null");
-            return false;
-        }
+    const uint8_t *const *const planes = decoderFrame->data;
+    const auto missing = std::find(planes, planes + channels, nullptr) - planes;
+    if (missing != channels) {
+        LogError(decodeTag, "frame->data ", missing, " is null");
+        return false;
     }
     const int converted =
         swr_convert(swrContext, &outBuffer, dstNbSamples, const_cast<const uint8_t **>(decoderFrame->data),
@@ -180,14 +180,12 @@ int32_t FFmpegDecode::ResampleFrame()
     if (swrContext == nullptr) {
         return Failed(resampleTag, "swrContext is nullptr");
     }
-    const int rate = decoderFrame->sample_rate;
-    dstNbSamples = static_cast<int32_t>(
-        av_rescale_rnd(swr_get_delay(swrContext, rate) + decoderFrame->nb_samples, rate, rate, AV_ROUND_UP));
+    // The converter does not change the rate.
+    dstNbSamples =
+        static_cast<int32_t>(swr_get_delay(swrContext, decoderFrame->sample_rate) + decoderFrame->nb_samples);
     if (dstNbSamples > maxDstNbSamples || outBuffer == nullptr) {
         av_free(outBuffer);
-        outBuffer = nullptr;
-        int lineSize = 0;
-        if (av_samples_alloc(&outBuffer, &lineSize, outChannels, dstNbSamples,
+        if (av_samples_alloc(&outBuffer, nullptr, outChannels, dstNbSamples,
                              static_cast<AVSampleFormat>(outSampleFmt), 1) < 0) {
             outBuffer = nullptr;
             return Failed(resampleTag, "av_samples_alloc failed");
@@ -214,13 +212,13 @@ void FFmpegDecode::PostAudioData(const uint8_t *pcm, int32_t size)
         LogError(postTag, "new buf->buf failed");
         return;
     }
-    if (CheckedCopy(buf.get(), bytes, pcm, bytes) != 0) {
+    if (CheckedCopy(buf.get(), bytes, pcm, bytes) == 0) {
+        block->buf = buf.release();
+        block->len = size;
+        audioPlayThread->PushBuffer(block.release());
+    } else {
         LogError(postTag, "memcpy_s failed");
-        return;
     }
-    block->buf = buf.release();
-    block->len = size;
-    audioPlayThread->PushBuffer(block.release());
 }
 
 void FFmpegDecode::ReleaseFFmpeg()
@@ -238,11 +236,7 @@ void FFmpegDecode::FreeFFmpegObjects()
         codecContext = nullptr;
     }
     avformat_close_input(&formatContext);
-    if (packetToPlay != nullptr) {
-        packetToPlay->data = nullptr;
-        av_packet_unref(packetToPlay);
-        av_packet_free(&packetToPlay);
-    }
+    av_packet_free(&packetToPlay);
 }
 
 } // namespace velto
