@@ -18,17 +18,16 @@ constexpr uint32_t maxFullBufferRetries = 8;
 void AudioPlayerWas::PlayAudio(const uint8_t *data, int64_t size)
 {
     // A released client keeps its buffer size for the log line, so the render client is checked, too.
-    if (CheckDeviceChanged() != 0 || m_device == nullptr || m_client.BufferFrames() == 0 ||
-        !m_client.HasRenderClient()) {
+    if (CheckDeviceChanged() != 0 || m_client.BufferFrames() == 0 || !m_client.HasRenderClient()) {
         LogPlayerError(playTag, "CheckDeviceChanged failed audioBufferSize=", m_client.BufferFrames());
         return;
     }
     ConvertedBlock block = Resample(data, static_cast<uint64_t>(size));
     if (block.frames < 0) {
         LogPlayerError(playTag, "dstFrames < 0");
-        return;
+    } else {
+        AudioWriteToWasClient(std::move(block));
     }
-    AudioWriteToWasClient(std::move(block));
 }
 
 void AudioPlayerWas::AudioWriteToWasClient(ConvertedBlock block)
