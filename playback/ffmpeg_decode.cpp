@@ -1,5 +1,6 @@
 #include "playback/ffmpeg_decode.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -150,11 +151,11 @@ bool FFmpegDecode::PostDecodedFrame()
     if (ResampleFrame() != 0) {
         return false;
     }
-    for (int32_t i = 0; i < channels; ++i) {
-        if (decoderFrame->data[i] == nullptr) {
-            LogError(decodeTag, "frame->data ", i, " is null");
-            return false;
-        }
+    const uint8_t *const *const planes = decoderFrame->data;
+    const auto missing = std::find(planes, planes + channels, nullptr) - planes;
+    if (missing != channels) {
+        LogError(decodeTag, "frame->data ", missing, " is null");
+        return false;
     }
     const int converted =
         swr_convert(swrContext, &outBuffer, dstNbSamples, const_cast<const uint8_t **>(decoderFrame->data),
@@ -185,9 +186,7 @@ int32_t FFmpegDecode::ResampleFrame()
         av_rescale_rnd(swr_get_delay(swrContext, rate) + decoderFrame->nb_samples, rate, rate, AV_ROUND_UP));
     if (dstNbSamples > maxDstNbSamples || outBuffer == nullptr) {
         av_free(outBuffer);
-        outBuffer = nullptr;
-        int lineSize = 0;
-        if (av_samples_alloc(&outBuffer, &lineSize, outChannels, dstNbSamples,
+        if (av_samples_alloc(&outBuffer, nullptr, outChannels, dstNbSamples,
                              static_cast<AVSampleFormat>(outSampleFmt), 1) < 0) {
             outBuffer = nullptr;
             return Failed(resampleTag, "av_samples_alloc failed");
@@ -214,13 +213,13 @@ void FFmpegDecode::PostAudioData(const uint8_t *pcm, int32_t size)
         LogError(postTag, "new buf->buf failed");
         return;
     }
-    if (CheckedCopy(buf.get(), bytes, pcm, bytes) != 0) {
+    if (CheckedCopy(buf.get(), bytes, pcm, bytes) == 0) {
+        block->buf = buf.release();
+        block->len = size;
+        audioPlayThread->PushBuffer(block.release());
+    } else {
         LogError(postTag, "memcpy_s failed");
-        return;
     }
-    block->buf = buf.release();
-    block->len = size;
-    audioPlayThread->PushBuffer(block.release());
 }
 
 void FFmpegDecode::ReleaseFFmpeg()
@@ -239,7 +238,6 @@ void FFmpegDecode::FreeFFmpegObjects()
     }
     avformat_close_input(&formatContext);
     if (packetToPlay != nullptr) {
-        packetToPlay->data = nullptr;
         av_packet_unref(packetToPlay);
         av_packet_free(&packetToPlay);
     }

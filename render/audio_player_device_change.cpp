@@ -55,7 +55,6 @@ int32_t AudioPlayerWas::OnAudioDeviceChanged()
     if (result < 0 || device == nullptr) {
         LogError(deviceTag, "AudioPlayer GetDefaultAudioEndpoint fail with ", result, ". Just return");
         SafeCoTaskMemFree(m_deviceId);
-        SafeRelease(device);
         return 1;
     }
     const int32_t switched = SwitchTo(device);

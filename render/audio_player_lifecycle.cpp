@@ -18,13 +18,11 @@ constexpr char activateTag[] = "AudioPlayerWas::ActivateWasClient";
 
 AudioPlayerWas::~AudioPlayerWas()
 {
-    m_isOpen = false;
     EndNotifications();
     ReleaseResources();
     SafeRelease(m_device);
     SafeRelease(m_enumerator);
     m_client.ReleaseAudioClient();
-    m_implementation.Drop();
 }
 
 bool AudioPlayerWas::Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate)
@@ -73,19 +71,14 @@ bool AudioPlayerWas::RegisterForNotifications()
     return CallSucceeded(
         openTag, 276,
         [this] { return m_enumerator->RegisterEndpointNotificationCallback(m_notificationClient); },
-        [this] {
-            m_notificationRegistered = true;
-            EndNotifications();
-        });
+        [this] { m_notificationRegistered = true; }); // Open ends the registration
 }
 
 // Close keeps the enumerator, the device and the notification client; the next Open replaces them.
 void AudioPlayerWas::ReleaseEarlierOpening()
 {
-    EndNotifications();
     delete m_notificationClient;
     m_notificationClient = nullptr;
-    ReleaseClient();
     SafeRelease(m_device);
     SafeRelease(m_enumerator);
     SafeCoTaskMemFree(m_deviceId);
@@ -97,7 +90,7 @@ void AudioPlayerWas::ReleaseEarlierOpening()
 // then.
 void AudioPlayerWas::EndNotifications()
 {
-    if (m_enumerator == nullptr || m_notificationClient == nullptr || !m_notificationRegistered) {
+    if (!m_notificationRegistered) {
         return;
     }
     const HRESULT result = m_enumerator->UnregisterEndpointNotificationCallback(m_notificationClient);
@@ -110,7 +103,7 @@ void AudioPlayerWas::EndNotifications()
 
 void AudioPlayerWas::InitDefaultAudioDevice()
 {
-    if (m_enumerator == nullptr || !FindDefaultEndpoint() || !StartOnEndpoint()) {
+    if (!FindDefaultEndpoint() || !StartOnEndpoint()) {
         SafeRelease(m_device);
         ReleaseClient();
     }

@@ -45,7 +45,7 @@ ConvertedBlock AudioPlayerWas::Resample(const uint8_t *data, uint64_t size)
         return {};
     }
     ConvertedBlock block = m_converter.Convert(data, size);
-    if (block.frames < 0) {
+    if (block.failure != nullptr) {
         LogPlayerError(resampleTag, block.failure);
     }
     return block;

@@ -26,9 +26,9 @@ void AudioPlayerWas::PlayAudio(const uint8_t *data, int64_t size)
     ConvertedBlock block = Resample(data, static_cast<uint64_t>(size));
     if (block.frames < 0) {
         LogPlayerError(playTag, "dstFrames < 0");
-        return;
+    } else {
+        AudioWriteToWasClient(std::move(block));
     }
-    AudioWriteToWasClient(std::move(block));
 }
 
 void AudioPlayerWas::AudioWriteToWasClient(ConvertedBlock block)

@@ -21,6 +21,7 @@ constexpr int32_t inputBlockFrames = 1024;
 constexpr int32_t inputSampleRateHz = 48000;
 constexpr int64_t inputChannelLayout = 3; // front left + front right
 constexpr AVSampleFormat inputSampleFormat = AV_SAMPLE_FMT_S16;
+constexpr int onlyThisObject = 0; // none of AV_OPT_SEARCH_*
 
 int ChannelsOf(int64_t layoutMask)
 {
@@ -59,12 +60,12 @@ int32_t BlockConverter::SetUp()
         return AVERROR(ENOMEM);
     }
     const auto outputSampleFormat = static_cast<AVSampleFormat>(m_format.sampleFormat);
-    av_opt_set_int(m_context, "in_channel_layout", inputChannelLayout, 0);
-    av_opt_set_int(m_context, "in_sample_rate", inputSampleRateHz, 0);
-    av_opt_set_sample_fmt(m_context, "in_sample_fmt", inputSampleFormat, 0);
-    av_opt_set_int(m_context, "out_channel_layout", m_format.channelLayout, 0);
-    av_opt_set_int(m_context, "out_sample_rate", m_format.sampleRateHz, 0);
-    av_opt_set_sample_fmt(m_context, "out_sample_fmt", outputSampleFormat, 0);
+    av_opt_set_int(m_context, "in_channel_layout", inputChannelLayout, onlyThisObject);
+    av_opt_set_int(m_context, "in_sample_rate", inputSampleRateHz, onlyThisObject);
+    av_opt_set_sample_fmt(m_context, "in_sample_fmt", inputSampleFormat, onlyThisObject);
+    av_opt_set_int(m_context, "out_channel_layout", m_format.channelLayout, onlyThisObject);
+    av_opt_set_int(m_context, "out_sample_rate", m_format.sampleRateHz, onlyThisObject);
+    av_opt_set_sample_fmt(m_context, "out_sample_fmt", outputSampleFormat, onlyThisObject);
     const int result = swr_init(m_context);
     if (result < 0) {
         return result;

@@ -23,10 +23,10 @@ struct IAudioPlayer {
     // Releases the system objects that Close keeps. An open renderer must be closed first.
     virtual ~IAudioPlayer() = default;
 
-    // Starts rendering. Returns true once the notifications are registered, even if the device could not be
-    // initialised. Returns false, with nothing logged or created, when an argument is below 1, and false with
-    // a log line when COM or the notifications are not available. The arguments are only validated: a
-    // renderer's input format is fixed.
+    // Starts rendering. An open renderer must be closed first. Returns true once the notifications are
+    // registered, even if the device could not be initialised. Returns false, with nothing logged or created,
+    // when an argument is below 1, and false with a log line when COM or the notifications are not available.
+    // The arguments are only validated: a renderer's input format is fixed.
     virtual bool Open(int32_t bitsPerSample, int32_t channels, int32_t sampleRate) = 0;
     // Stops the stream, ends the notifications, releases the clients and leaves COM.
     virtual void Close() = 0;

@@ -18,10 +18,12 @@ SampleBuffer &SampleBuffer::operator=(SampleBuffer &&other) noexcept
 void SampleBuffer::Allocate(int32_t channels, int32_t frames, AVSampleFormat format)
 {
     Free();
-    if (av_samples_alloc_array_and_samples(&m_planes, nullptr, channels, frames, format, 0) >= 0) {
-        m_capacityFrames = frames;
-        m_frameBytes = channels * av_get_bytes_per_sample(format);
+    if (av_samples_alloc_array_and_samples(&m_planes, nullptr, channels, frames, format, 0) < 0) {
+        m_planes = nullptr;
+        return;
     }
+    m_capacityFrames = frames;
+    m_frameBytes = channels * av_get_bytes_per_sample(format);
 }
 
 bool SampleBuffer::Reserve(int32_t channels, int32_t frames, AVSampleFormat format)
@@ -50,7 +52,6 @@ void SampleBuffer::Free()
         av_freep(static_cast<void *>(&m_planes));
     }
     m_capacityFrames = 0;
-    m_frameBytes = 0;
 }
 
 void SampleBuffer::Swap(SampleBuffer &other) noexcept

@@ -37,7 +37,7 @@ private:
 
     uint8_t **m_planes = nullptr; // owned; av_freep, after the first plane
     int32_t m_capacityFrames = 0; // in frames of m_frameBytes
-    int32_t m_frameBytes = 0;     // of the format that the samples were allocated for
+    int32_t m_frameBytes = 0;     // of the format of the last allocation
 };
 
 } // namespace velto

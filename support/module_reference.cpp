@@ -10,10 +10,8 @@ namespace {
 
 HMODULE AcquireModuleOf(const void *address)
 {
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, static_cast<LPCWSTR>(address), &module)) {
-        return nullptr;
-    }
+    HMODULE module = nullptr; // a failed call leaves it null
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, static_cast<LPCWSTR>(address), &module);
     return module;
 }
 
@@ -72,15 +70,15 @@ void KeepModuleMapped(const void *address)
 HANDLE StartModuleThread(LPTHREAD_START_ROUTINE routine, void *argument)
 {
     const HMODULE module = AcquireModuleOf(reinterpret_cast<const void *>(&RunThread));
-    std::unique_ptr<ThreadStart> start(new (std::nothrow) ThreadStart{routine, argument, module});
-    const HANDLE thread =
-        start == nullptr ? nullptr : CreateThread(nullptr, 0, RunThread, start.get(), 0, nullptr);
-    if (thread != nullptr) {
-        static_cast<void>(start.release()); // the thread deletes it
-        return thread;
+    auto *start = new (std::nothrow) ThreadStart{routine, argument, module};
+    DWORD error = ERROR_NOT_ENOUGH_MEMORY;
+    if (start != nullptr) {
+        if (const HANDLE thread = CreateThread(nullptr, 0, RunThread, start, 0, nullptr)) {
+            return thread; // RunThread deletes `start`
+        }
+        error = GetLastError(); // freeing memory may change it
+        delete start;
     }
-    const DWORD error = start == nullptr ? ERROR_NOT_ENOUGH_MEMORY : GetLastError();
-    start.reset(); // before SetLastError, because freeing memory may change the last error
     if (module != nullptr) {
         FreeLibrary(module);
     }

@@ -231,6 +231,9 @@ BOOL GetModuleHandleExW(DWORD flags, LPCWSTR nameOrAddress, HMODULE *module)
         fakewin::SetLastError(ERROR_FILE_NOT_FOUND);
         return FALSE;
     }
+    if ((flags & 1) != 0) { // GET_MODULE_HANDLE_EX_FLAG_PIN
+        AddViolation("a module was pinned");
+    }
     State &state = TheState();
     const std::lock_guard lock(state.mutex);
     *module = state.implementationAddresses.count(nameOrAddress) != 0 ? ImplementationModule() : ThisModule();

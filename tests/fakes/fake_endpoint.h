@@ -59,6 +59,7 @@ struct MixFormat {
     // If set, returned instead of the value computed from the other fields.
     std::optional<uint16_t> blockAlign = std::nullopt;
     std::optional<uint32_t> bytesPerSecond = std::nullopt;
+    uint16_t furtherBytes = 0; // after the known fields
 
     bool IsFloat() const { return isFloat.value_or(bits == 32); }
     uint16_t FrameBytes() const

@@ -41,7 +41,7 @@ int Scripted(Call call, Real real)
     return fault ? static_cast<int>(*fault) : real();
 }
 
-// As Scripted, but makes the real call before it returns a positive result.
+// As Scripted, but makes the real call before it returns a result of 0 or more.
 template <typename Real>
 int ScriptedOrDone(Call call, Real real)
 {
@@ -106,17 +106,22 @@ int swr_alloc_set_opts2(SwrContext **context, AVChannelLayout *outLayout, AVSamp
         const std::lock_guard lock(TheRecord().mutex);
         TheRecord().logOffsets.push_back(logOffset);
     }
-    return ScriptedOrDone(Call::swr_alloc_set_opts2, [&] {
+    const int result = ScriptedOrDone(Call::swr_alloc_set_opts2, [&] {
         return ::swr_alloc_set_opts2(context, outLayout, outFormat, outRate, inLayout, inFormat, inRate,
                                      logOffset, logContext);
     });
+    if (result < 0) {
+        ::swr_free(context); // as the real call does when it fails
+    }
+    return result;
 }
 
 int av_samples_alloc_array_and_samples(uint8_t ***planes, int *lineSize, int channels, int samples,
                                        AVSampleFormat format, int align)
 {
     RecordAlignment(align);
-    return Scripted(Call::av_samples_alloc_array_and_samples, [&] {
+    fakes::StoreBadPointer(planes); // no documentation promises null after a failure
+    return ScriptedOrDone(Call::av_samples_alloc_array_and_samples, [&] {
         return ::av_samples_alloc_array_and_samples(planes, lineSize, channels, samples, format, align);
     });
 }
@@ -125,8 +130,9 @@ int av_samples_alloc(uint8_t **planes, int *lineSize, int channels, int samples,
                      int align)
 {
     RecordAlignment(align);
-    return Scripted(Call::av_samples_alloc,
-                    [&] { return ::av_samples_alloc(planes, lineSize, channels, samples, format, align); });
+    return ScriptedOrDone(Call::av_samples_alloc, [&] {
+        return ::av_samples_alloc(planes, lineSize, channels, samples, format, align);
+    });
 }
 
 int av_samples_get_buffer_size(int *lineSize, int channels, int samples, AVSampleFormat format, int align)

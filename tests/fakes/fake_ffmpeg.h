@@ -19,11 +19,11 @@ namespace fakeffmpeg {
 
 enum class Call {
     swr_alloc,
-    swr_init, // a positive result is no error; the call does its work
+    swr_init, // a result of 0 or more is no error; the call does its work
     swr_convert,
-    swr_alloc_set_opts2, // a positive result is no error; the call does its work
-    av_samples_alloc_array_and_samples,
-    av_samples_alloc,
+    swr_alloc_set_opts2,                // likewise
+    av_samples_alloc_array_and_samples, // likewise
+    av_samples_alloc,                   // likewise
     av_samples_get_buffer_size,
     avformat_alloc_context,
     avcodec_find_decoder,

@@ -28,7 +28,8 @@ LPWSTR CopyText(const std::wstring &text)
 
 WAVEFORMATEX *MakeWaveFormat(const MixFormat &mix)
 {
-    const size_t bytes = mix.extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX);
+    const size_t bytes =
+        (mix.extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX)) + mix.furtherBytes;
     auto *format = static_cast<WAVEFORMATEX *>(fakewin::CoTaskMemAlloc(bytes));
     if (format == nullptr) {
         return nullptr;
@@ -210,6 +211,9 @@ HRESULT FakeEnumerator::GetDefaultAudioEndpoint(EDataFlow flow, ERole role, IMMD
     m_system.m_requestedFlows.push_back(flow);
     const Scripted scripted = Enter(Method::GetDefaultAudioEndpoint);
     *device = nullptr;
+    if (scripted.badPointer) {
+        StoreBadPointer(device);
+    }
     if (scripted.failure || scripted.null) {
         return scripted.failure.value_or(S_OK);
     }
@@ -307,8 +311,8 @@ HRESULT FakeDevice::GetState(DWORD *state)
 {
     const std::lock_guard lock(m_system.m_mutex);
     const Scripted scripted = Enter(Method::GetState);
-    if (scripted.failure) {
-        return *scripted.failure;
+    if (scripted.failure || scripted.null) {
+        return scripted.failure.value_or(S_OK);
     }
     *state = scripted.size.value_or(m_endpoint->state);
     return scripted.success;

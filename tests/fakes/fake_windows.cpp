@@ -440,9 +440,12 @@ ULONGLONG GetTickCount64()
 
 // --- Threads and errors ----------------------------------------------------------------------
 
-HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE start, LPVOID parameter, DWORD,
-                    LPDWORD threadId)
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackBytes, LPTHREAD_START_ROUTINE start, LPVOID parameter,
+                    DWORD flags, LPDWORD threadId)
 {
+    if (stackBytes != 0 || flags != 0) {
+        AddViolation("CreateThread with a stack size or flags");
+    }
     if (const auto fault = Enter(Call::CreateThread)) {
         lastError = static_cast<DWORD>(*fault);
         return nullptr;

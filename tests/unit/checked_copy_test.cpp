@@ -21,6 +21,13 @@ TEST(CheckedCopy, CopiesAsManyBytesAsFit)
     EXPECT_EQ(copy, original);
 }
 
+TEST(CheckedCopy, LeavesRestOfLargerDestination)
+{
+    Bytes copy = untouched;
+    EXPECT_EQ(velto::CheckedCopy(copy.data(), copy.size(), original.data(), 2), 0);
+    EXPECT_EQ(copy, (Bytes{1, 2, 9, 9}));
+}
+
 TEST(CheckedCopy, CopiesNothingWhenTheDestinationIsTooSmall)
 {
     Bytes copy = untouched;

@@ -41,6 +41,8 @@ public:
     int32_t &Capacity() { return d.maxDstNbSamples; }
     int32_t &Needed() { return d.dstNbSamples; }
     int32_t &OutChannels() { return d.outChannels; }
+    int32_t OutSampleFormat() const { return d.outSampleFmt; }
+    const char *MimeType() const { return d.mimeType; }
     bool PostDecodedFrame() { return d.PostDecodedFrame(); }
     void PostAudioData(const uint8_t *pcm, int32_t size) { d.PostAudioData(pcm, size); }
 
@@ -92,6 +94,23 @@ protected:
     AudioPlayThreadProbe queue{*playThread};
 };
 
+TEST_F(AacDecoder, ConstructionSetsDefaults)
+{
+    EXPECT_STREQ(members.MimeType(), "audio/mp4a-latm");
+    EXPECT_EQ(members.Capacity(), 0);
+    EXPECT_EQ(members.Needed(), 0);
+    EXPECT_EQ(members.OutChannels(), 0);
+    EXPECT_EQ(members.OutSampleFormat(), AV_SAMPLE_FMT_NONE);
+    EXPECT_EQ(members.OutBuffer(), nullptr);
+}
+
+TEST(AudioPlayBuffer, HasNoBytesWhenCreated)
+{
+    const AudioPlayBuffer block;
+    EXPECT_EQ(block.buf, nullptr);
+    EXPECT_EQ(block.len, 0);
+}
+
 TEST_F(AacDecoder, OpensAsStereoAt48000HzWithoutExtradata)
 {
     ASSERT_EQ(decoder.InitFFmpeg(), 0);
@@ -109,6 +128,14 @@ TEST_F(AacDecoder, OpensAsStereoAt48000HzWithoutExtradata)
     EXPECT_EQ(members.Capacity(), 0) << "the placeholder does not count as capacity";
     EXPECT_EQ(members.OutChannels(), 2);
     EXPECT_TRUE(swr_is_initialized(members.Converter()));
+    EXPECT_EQ(fakeffmpeg::LogOffsets(), std::vector<int>{0});
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(AacDecoder, AcceptsConverterSetupWithPositiveResult)
+{
+    fakeffmpeg::Script().Fail(Call::swr_init, 1);
+    EXPECT_EQ(decoder.InitFFmpeg(), 0);
     EXPECT_TRUE(Log().empty());
 }
 
@@ -117,6 +144,17 @@ TEST_F(AacDecoder, RefusesRateThatOverflowsWhenDoubledAndLogsNothing)
     FFmpegDecode fast(playThread, 1073741824);
     EXPECT_EQ(fast.InitFFmpeg(), -1);
     EXPECT_TRUE(Log().empty());
+    AVCodecContext *context = FFmpegDecodeProbe(fast).Codec();
+    fast.ReleaseFFmpeg();
+    av_free(context);
+}
+
+TEST_F(AacDecoder, OpensCodecAtHighestRateThatDoesNotOverflowWhenDoubled)
+{
+    FFmpegDecode fast(playThread, 1073741823);
+    fakeffmpeg::Script().Fail(Call::avcodec_open2, AVERROR(EINVAL)); // nothing of this rate is allocated
+    EXPECT_EQ(fast.InitFFmpeg(), -1);
+    ExpectLine(errorLevel, L"open codec fail", "velto::FFmpegDecode::InitFFmpeg");
     AVCodecContext *context = FFmpegDecodeProbe(fast).Codec();
     fast.ReleaseFFmpeg();
     av_free(context);
@@ -133,6 +171,62 @@ TEST_F(AacDecoder, TurnsUnitOf1024SamplesIntoBlockOf4096Bytes)
         EXPECT_EQ(block->len, 4096);
     }
     EXPECT_TRUE(Log().empty()) << "needing more input is no error";
+}
+
+// A call with two units. The decoder does not know that hosts send one.
+AacUnit TwoUnits()
+{
+    const std::vector<AacUnit> units = EncodeTone(2);
+    AacUnit both = units[0];
+    both.insert(both.end(), units[1].begin(), units[1].end());
+    return both;
+}
+
+TEST_F(AacDecoder, PostsBlockForEachFrameOfCall)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    Write(TwoUnits());
+    EXPECT_EQ(queue.PlayQueue().size(), 2u);
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(AacDecoder, AbandonsRestOfCallAfterFailure)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    for (const Call call : {Call::av_samples_alloc, Call::swr_convert, Call::av_samples_get_buffer_size}) {
+        ClearLog();
+        fakeffmpeg::Script().Fail(call, AVERROR(ENOMEM));
+        Write(TwoUnits());
+        EXPECT_TRUE(queue.PlayQueue().empty()) << "failing call " << static_cast<int>(call);
+        EXPECT_EQ(Log().size(), 1u);
+        avcodec_flush_buffers(members.Codec()); // drops the second frame
+    }
+}
+
+TEST_F(AacDecoder, PostsBlockWhenConverterReturnsNoFrames)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    fakeffmpeg::Script().Fail(Call::swr_convert, 0);
+    Write(EncodeTone(1)[0]);
+    ASSERT_EQ(queue.PlayQueue().size(), 1u) << "the size follows from the decoded frame";
+    EXPECT_EQ(queue.PlayQueue()[0]->len, 4096);
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(AacDecoder, AcceptsBufferAllocationThatReturnsZero)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    fakeffmpeg::Script().Fail(Call::av_samples_alloc, 0);
+    Write(EncodeTone(1)[0]);
+    EXPECT_EQ(queue.PlayQueue().size(), 1u);
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(AacDecoder, AllocatesAndMeasuresSamplesUnaligned)
+{
+    ASSERT_EQ(decoder.InitFFmpeg(), 0);
+    Write(EncodeTone(1)[0]);
+    EXPECT_EQ(fakeffmpeg::Alignments(), (std::vector<int>{1, 1}));
 }
 
 TEST_F(AacDecoder, DecodesEncodedTone)
@@ -424,7 +518,7 @@ TEST_F(AacDecoder, LogsFailedBufferAllocationAndRetriesOnNextFrame)
 TEST_F(AacDecoder, LogsMissingOutputBuffer)
 {
     members.PostAudioData(nullptr, 16);
-    ExpectLine(errorLevel, L"outBuffer is nullptr", postTag);
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"outBuffer is nullptr", postTag}}));
 }
 
 TEST_F(AacDecoder, ReleaseClearsEveryPointerAndCanBeRepeated)
@@ -438,7 +532,18 @@ TEST_F(AacDecoder, ReleaseClearsEveryPointerAndCanBeRepeated)
     EXPECT_EQ(members.Codec(), nullptr);
     EXPECT_EQ(members.Format(), nullptr);
     EXPECT_EQ(members.Packet(), nullptr);
+    EXPECT_FALSE(avcodec_is_open(context)) << "closed, although leaked";
     decoder.ReleaseFFmpeg();
+    av_free(context);
+}
+
+TEST_F(AacDecoder, DestructorReleasesFFmpegObjects)
+{
+    auto other = std::make_unique<FFmpegDecode>(playThread, 48000);
+    ASSERT_EQ(other->InitFFmpeg(), 0);
+    AVCodecContext *context = FFmpegDecodeProbe(*other).Codec();
+    other.reset();
+    EXPECT_FALSE(avcodec_is_open(context));
     av_free(context);
 }
 
@@ -489,6 +594,7 @@ INSTANTIATE_TEST_SUITE_P(
                       SetupFault{"Frame", Call::av_frame_alloc, L"av_frame_alloc fail", initTag},
                       SetupFault{"Converter", Call::swr_alloc, L"swr_alloc failed", swrTag},
                       SetupFault{"Packet", Call::av_packet_alloc, L"av_packet_alloc failed", swrTag},
+                      SetupFault{"ConverterOptions", Call::swr_alloc_set_opts2, L"swr_init failed", swrTag},
                       SetupFault{"ConverterSetUp", Call::swr_init, L"swr_init failed", swrTag}),
     [](const auto &instance) { return instance.param.name; });
 
@@ -538,7 +644,7 @@ TEST_F(AacDecoder, DropsBlockWithoutMemoryForItsBytes)
         const fakes::FailingNew noMemory(4096);
         Write(unit);
     }
-    ExpectLine(errorLevel, L"new buf->buf failed", postTag);
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, L"new buf->buf failed", postTag}}));
     Write(unit);
     EXPECT_EQ(queue.PlayQueue().size(), 1u);
 }

@@ -73,6 +73,7 @@ TEST_F(ModuleThread, ThrowsErrorOfFailedDetachedStart)
         ADD_FAILURE() << "no exception";
     } catch (const std::system_error &failure) {
         EXPECT_EQ(failure.code().value(), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(std::string(failure.what()).find("cannot start a thread"), 0u) << failure.what();
     }
     EXPECT_EQ(fakewin::Count(Call::CloseHandle), 0);
 }
@@ -104,6 +105,7 @@ TEST(AwaitSignal, RetriesFailedWait)
     velto::AwaitSignal(event);
     EXPECT_EQ(fakewin::Count(Call::WaitForSingleObject), 4);
     EXPECT_EQ(fakewin::Count(Call::Sleep), 3) << "no busy-waiting";
+    EXPECT_EQ(fakewin::WaitedMs(), 3u);
     fakewin::CloseHandle(event);
 }
 

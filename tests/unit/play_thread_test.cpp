@@ -168,6 +168,14 @@ TEST_F(PlayThread, EndsAfterOneMillisecondOnNullArgument)
     EXPECT_EQ(fakewin::Waits(), (std::vector<fakewin::WaitRecord>{{Call::Sleep, nullptr, 1}}));
 }
 
+TEST_F(PlayThread, ReturnsZeroWhenStopped)
+{
+    UseRecordingPlayer();
+    thread->isRunning = 0;
+    EXPECT_EQ(AudioPlayThread::ThreadFun(thread.get()), 0u);
+    EXPECT_EQ(record.Calls().back(), "Close");
+}
+
 TEST_F(PlayThread, OpensRendererWithConfiguredFormat)
 {
     UseRecordingPlayer();

@@ -122,6 +122,17 @@ TEST_F(RenderActivation, RelabelsMixFormatAsPcmAndKeepsOtherFields)
     EXPECT_EQ(probe.FrameBytes(), 24u);
 }
 
+TEST_F(RenderActivation, RelabelsMixFormatWithUnknownFurtherFieldsAsPcm)
+{
+    Speakers().mixFormat.furtherBytes = 8;
+    EXPECT_TRUE(Open());
+    WAVEFORMATEXTENSIBLE format{};
+    const std::vector<uint8_t> bytes = audio.Clients().at(0).format;
+    ASSERT_EQ(bytes.size(), sizeof format + 8);
+    std::memcpy(&format, bytes.data(), sizeof format);
+    EXPECT_TRUE(IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
+}
+
 TEST_F(RenderActivation, DoesNotWritePastMixFormatWithoutExtension)
 {
     Speakers().mixFormat = {2, 16, 48000, false};
@@ -211,6 +222,13 @@ TEST_F(RenderActivation, TriesConverterSetupTwice)
                                             {errorLevel, resamplerFailed, resampleInitTag},
                                             {errorLevel, FunctionFail(-5, 319), initTag}}));
     ExpectOpenWithoutClient();
+}
+
+TEST_F(RenderActivation, AcceptsConverterSetupWithPositiveResult)
+{
+    fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, 1);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}}));
 }
 
 TEST_F(RenderActivation, LogsConverterSetupThatSucceedsOnRetry)
@@ -435,7 +453,7 @@ TEST_F(RenderReactivation, IgnoresMissingMemoryForConverter)
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_alloc, 0, 1, 3);
     EXPECT_TRUE(Open()) << "without a client, device or converter";
     ClearLog();
-    EXPECT_LT(probe.ResampleInit(), 0);
+    EXPECT_EQ(probe.ResampleInit(), AVERROR(ENOMEM));
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, resamplerFailed, resampleInitTag}}));
     audio.Add(L"headset");
     audio.ChangeDefaultSpeaker(L"headset");

@@ -121,6 +121,16 @@ TEST_F(RenderDeviceChange, SwitchesToMultimediaDefaultEndpoint)
     EXPECT_EQ(audio.Written(L"headset"), Widened(block));
 }
 
+TEST_F(RenderDeviceChange, SwitchesWhenCallsReturnOtherSuccessCodes)
+{
+    audio.Fail(Method::GetDefaultAudioEndpoint, S_FALSE);
+    audio.Fail(Method::GetId, S_FALSE);
+    SwitchToHeadset();
+    Play(block);
+    EXPECT_EQ(Log(), (Lines{{errorLevel, changed, deviceTag}, {infoLevel, needToChange, deviceTag}}));
+    EXPECT_EQ(audio.Written(L"headset"), Widened(block));
+}
+
 TEST_F(RenderDeviceChange, KeepsClientOnChangesOfOtherRolesAndFlows)
 {
     audio.SetDefaultForAllRoles(L"headset");

@@ -114,17 +114,50 @@ public:
         isNotified = true;
         fakes::Eventually([this] { return mayEnd.load(); });
     }
+    void SetPropertyChanged(bool changed) override { SetDeviceChanged(changed); }
 
     std::atomic<bool> isNotified{false};
     std::atomic<bool> mayEnd{false};
 };
 
-TEST_F(RenderDeviceEvents, AbandonWaitsForRunningNotification)
+// True: a changed property. False: a changed default endpoint.
+class RenderNotification : public RenderDeviceEvents, public ::testing::WithParamInterface<bool> {
+protected:
+    static void Notify(velto::WasapiDeviceEvents &events)
+    {
+        if (GetParam()) {
+            events.OnPropertyValueChanged(L"speakers", PROPERTYKEY{});
+        } else {
+            events.OnDefaultDeviceChanged(eRender, eMultimedia, L"speakers");
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, RenderNotification, ::testing::Bool(), [](const auto &isProperty) {
+    return isProperty.param ? "OfPropertyChange" : "OfDefaultChange";
+});
+
+// The call to the loader may wait for a thread that waits for the end of its notification.
+TEST_P(RenderNotification, EndsWhileAbandonReferencesModule)
+{
+    velto::WasapiDeviceEvents events(player.get());
+    std::future<void> notifying;
+    auto status = std::future_status::deferred;
+    fakewin::Before(fakewin::Call::GetModuleHandleExW, [&] {
+        notifying = std::async(std::launch::async, [&] { Notify(events); });
+        status = notifying.wait_for(std::chrono::seconds(20));
+    });
+    events.Abandon();
+    EXPECT_EQ(status, std::future_status::ready);
+    fakewin::FreeLibrary(fakewin::ThisModule()); // stands for the end of the process
+}
+
+TEST_P(RenderNotification, IsAwaitedByAbandon)
 {
     RecordingPlayer::Record record;
     BlockingPlayer notified(record);
     velto::WasapiDeviceEvents events(&notified);
-    const auto notify = [&events] { events.OnDefaultDeviceChanged(eRender, eMultimedia, L"speakers"); };
+    const auto notify = [&events] { Notify(events); };
     auto notifying = std::async(std::launch::async, notify);
     EXPECT_TRUE(fakes::Eventually([&] { return notified.isNotified.load(); }));
     auto abandoning = std::async(std::launch::async, [&] { events.Abandon(); });

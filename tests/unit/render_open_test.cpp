@@ -61,6 +61,11 @@ TEST_F(RenderOpen, RefusesArgumentsBelowOneSilently)
     EXPECT_EQ(fakewin::TotalCalls(), 0);
 }
 
+TEST_F(RenderOpen, AcceptsArgumentsOfOne)
+{
+    EXPECT_TRUE(player->Open(1, 1, 1));
+}
+
 TEST_F(RenderOpen, UsesDefaultEndpointAndRegistersForNotifications)
 {
     EXPECT_TRUE(Open());
@@ -116,6 +121,16 @@ TEST_F(RenderOpen, LeavesComEnteredBySecondCall)
     fakewin::Fail(Call::CoInitializeEx, firstError);
     ExpectOpenFails(FunctionFail(S_OK, 270));
     EXPECT_EQ(fakewin::Count(Call::CoUninitialize), 1);
+}
+
+TEST_F(RenderOpen, LeavesComEnteredBySecondCallOnThreadInApartment)
+{
+    ASSERT_EQ(fakewin::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    fakewin::Fail(Call::CoInitializeEx, firstError);
+    EXPECT_FALSE(Open());
+    ExpectLine(errorLevel, FunctionFail(S_FALSE, 270), openTag);
+    EXPECT_EQ(fakewin::ApartmentDepth(), 1) << "the apartment that the thread had entered before";
+    fakewin::CoUninitialize();
 }
 
 TEST_F(RenderOpen, FailsOnThreadInMultithreadedApartment)
@@ -322,6 +337,22 @@ TEST_F(RenderOpen, LeaksOnlyConverterOnReopening)
     }
     swr_free(&lost);
     EXPECT_EQ(Speakers().writtenFrames.size(), 20u);
+}
+
+TEST_F(RenderOpen, FailedReopeningReleasesEarlierOpening)
+{
+    EXPECT_TRUE(Open());
+    player->Close();
+    ClearLog();
+    SwrContext *lost = probe.TakeResampler();
+    swr_free(&lost);
+    fakewin::Fail(Call::CoCreateInstance, firstError, 1, 2);
+    ExpectOpenFails(FunctionFail(firstError, 272));
+    EXPECT_EQ(audio.LiveObjects(), 0);
+    EXPECT_EQ(probe.InputBuffer(), nullptr);
+    EXPECT_EQ(probe.OutputBuffer(), nullptr);
+    EXPECT_EQ(fakewin::LiveHandles(), openBefore.handles);
+    EXPECT_EQ(fakewin::LiveTaskBlocks(), openBefore.taskBlocks);
 }
 
 // --- Destruction -----------------------------------------------------------------------------

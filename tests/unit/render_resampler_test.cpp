@@ -255,12 +255,15 @@ TEST_F(RenderResampler, GrowsOutputBufferAtMostThreeTimes)
     OpenWith({6, 32, 44100});
     int32_t capacity = probe.OutputCapacityFrames();
     EXPECT_EQ(capacity, 941);
+    int32_t longest = 0;
     for (int i = 0; i < 50; ++i) {
         Resample(MakeBlock());
         EXPECT_GE(probe.OutputCapacityFrames(), capacity);
         EXPECT_GE(probe.OutputCapacityFrames(), probe.OutputFrames());
         capacity = probe.OutputCapacityFrames();
+        longest = std::max(longest, probe.OutputFrames());
     }
+    EXPECT_EQ(longest, capacity);
     EXPECT_GE(Reallocations(), 1) << "samples delayed by the filter make later blocks longer";
     EXPECT_LE(Reallocations(), 3);
 }
@@ -273,6 +276,16 @@ TEST_F(RenderResampler, AllocatesNothingPerBlockAtEqualRates)
     }
     EXPECT_EQ(Reallocations(), 0);
     EXPECT_EQ(probe.OutputFrames(), 1024);
+}
+
+TEST_F(RenderResampler, PlaysNothingWithoutLogLineWhenConverterReturnsNoFrames)
+{
+    OpenWith({2, 32, 48000});
+    fakeffmpeg::Script().Fail(Call::swr_convert, 0);
+    fakeffmpeg::Script().Fail(Call::av_samples_get_buffer_size, 0);
+    Play(MakeBlock());
+    EXPECT_TRUE(Log().empty());
+    EXPECT_TRUE(Speakers().writtenFrames.empty());
 }
 
 // --- Failures --------------------------------------------------------------------------------

@@ -51,6 +51,37 @@ TEST_F(Renderer, KeepsOldEndpointWhenNewEndpointIsNull)
     EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
 }
 
+TEST_F(Renderer, KeepsOldEndpointWhenFailedCallStoresBadPointer)
+{
+    ASSERT_TRUE(Open());
+    audio.Fail(Method::GetDefaultAudioEndpoint, fakes::BadPointerResult(E_FAIL));
+    ChangeDefault(L"headset");
+    ExpectLine(errorLevel,
+               L"AudioPlayer GetDefaultAudioEndpoint fail with " + std::to_wstring(E_FAIL) + L". Just return",
+               deviceTag);
+    Play(MakeBlock());
+    EXPECT_EQ(BlocksWritten(L"speakers"), 1U);
+}
+
+TEST_F(Renderer, TreatsEndpointThatStoresNoStateAsInactive)
+{
+    audio.Fail(Method::GetState, fakes::nullResult);
+    EXPECT_TRUE(Open());
+    EXPECT_EQ(Log(),
+              (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas endpointDevice is not active", initTag}}));
+    EXPECT_EQ(probe.Device(), nullptr);
+}
+
+TEST_F(Renderer, DropsBlocksWhenBufferHasNoFrames)
+{
+    Speakers().bufferFrames = 0;
+    ASSERT_TRUE(Open());
+    ASSERT_NE(probe.RenderClient(), nullptr);
+    ClearLog();
+    Play(MakeBlock());
+    EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(0), playTag}}));
+}
+
 TEST_F(Renderer, HasNoClientUntilNotificationWhenNewClientIsNull)
 {
     ASSERT_TRUE(Open());

@@ -170,6 +170,7 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenLaterReactivationStepFails)
 // The stale padding differs from the new buffer size, so the buffer does not look full.
 TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterBufferSizeChange)
 {
+    std::vector<WaitRecord> bufferWaits;
     for (const UINT32 frames : {UINT32{100}, bufferFrames + 100}) {
         Speakers().written.clear();
         InvalidateAfter400Frames();
@@ -178,6 +179,8 @@ TEST_F(RenderWriteLoopInvalidated, DropsRestWhenReactivationFailsAfterBufferSize
         Play(block);
         EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 1600));
         ExpectLine(errorLevel, RetryLine(0), writeTag, 0);
+        bufferWaits.push_back(BufferWait());
+        EXPECT_EQ(Waits(), bufferWaits) << "one wait after the 400 frames";
         ClearLog();
         Play(block);
         EXPECT_EQ(Log(), (std::vector<LogEntry>{{errorLevel, DroppedBlock(frames), playTag}}));

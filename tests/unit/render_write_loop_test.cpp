@@ -288,6 +288,24 @@ TEST_F(RenderWriteLoop, LogsSecondResultAndDropsBlockWhenGetBufferFails)
     EXPECT_EQ(audio.Count(Method::ReleaseBuffer), 0);
 }
 
+TEST_F(RenderWriteLoop, DropsRestWhenLaterGetBufferFails)
+{
+    Speakers().paddingScript.assign(100, bufferFrames - 100);
+    audio.Fail(Method::GetBuffer, firstError, 2, 2);
+    Play(block);
+    EXPECT_EQ(Log(), Lines(RenderFailure(firstError, 458)));
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 400));
+}
+
+TEST_F(RenderWriteLoop, DropsRestWhenLaterBufferIsNull)
+{
+    Speakers().paddingScript.assign(100, bufferFrames - 100);
+    audio.Fail(Method::GetBuffer, fakes::nullResult, 2);
+    Play(block);
+    EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(audio.Written(L"speakers"), FirstBytes(block, 400));
+}
+
 TEST_F(RenderWriteLoop, ReleasesUnusedBufferFromSecondGetBuffer)
 {
     audio.Fail(Method::GetBuffer, firstError);
