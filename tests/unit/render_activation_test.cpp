@@ -229,6 +229,8 @@ TEST_F(RenderActivation, AcceptsConverterSetupWithPositiveResult)
     fakeffmpeg::Script().Fail(fakeffmpeg::Call::swr_init, 1);
     EXPECT_TRUE(Open());
     EXPECT_EQ(Log(), (std::vector<LogEntry>{{infoLevel, initializeEnd, initTag}}));
+    Play(MakeBlock());
+    EXPECT_EQ(Speakers().writtenFrames, std::vector<UINT32>{1024});
 }
 
 TEST_F(RenderActivation, LogsConverterSetupThatSucceedsOnRetry)
