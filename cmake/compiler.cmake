@@ -14,4 +14,10 @@ if(WIN32)
     add_compile_definitions(_WIN32_WINNT=0x0A00 WINVER=0x0A00 UNICODE _UNICODE NOMINMAX)
     # The C++ runtime and winpthread are linked statically: programs and the DLL need only FFmpeg's DLLs.
     add_link_options(-static -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+    # Two builds of the same sources are identical: no time, and no path of this machine. The last matching map applies.
+    add_link_options(-Wl,--no-insert-timestamp)
+    set(velto_source_name "/velto-audio-handler-${PROJECT_VERSION}")
+    add_compile_options(
+        "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=${velto_source_name}"
+        "-ffile-prefix-map=${PROJECT_BINARY_DIR}=${velto_source_name}-build")
 endif()
