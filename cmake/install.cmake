@@ -17,7 +17,9 @@ install(TARGETS velto_interface LibVeltoAudioHandler EXPORT VeltoAudioHandlerTar
     RUNTIME DESTINATION bin COMPONENT runtime
     ARCHIVE DESTINATION lib COMPONENT development)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" DESTINATION include COMPONENT development)
-install(FILES "${velto_msvc_import_library}" DESTINATION lib COMPONENT development)
+if(velto_msvc_import_library) # else it is the import library of the target
+    install(FILES "${velto_msvc_import_library}" DESTINATION lib COMPONENT development)
+endif()
 install(FILES "${PROJECT_SOURCE_DIR}/packaging/exports.def" DESTINATION lib COMPONENT development
     RENAME LibVeltoAudioHandler.def)
 
