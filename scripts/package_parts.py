@@ -157,11 +157,12 @@ def sbom(root, version, commit, seconds, ffmpeg):
     product = {"SPDXID": "SPDXRef-Product", "name": PRODUCT, "versionInfo": version, "downloadLocation": "NOASSERTION",
                "filesAnalyzed": True, "licenseConcluded": "Apache-2.0", "licenseDeclared": "Apache-2.0",
                "licenseInfoFromFiles": ["NOASSERTION"], "copyrightText": "NOASSERTION", "primaryPackagePurpose": "LIBRARY",
-               "sourceInfo": f"built from commit {commit}", "hasFiles": [file["SPDXID"] for file in files],
+               "sourceInfo": f"built from commit {commit}",
                "packageVerificationCode": {
                    "packageVerificationCodeValue": hashlib.sha1("".join(hashes).encode()).hexdigest(),
                    "packageVerificationCodeExcludedFiles": ["./sbom.spdx.json", "./SHA256SUMS"]}}
     relations = [relation("SPDXRef-DOCUMENT", "DESCRIBES", "SPDXRef-Product")]
+    relations += [relation("SPDXRef-Product", "CONTAINS", file["SPDXID"]) for file in files]
     for part in parts:
         for name in part.files:
             relations.append(relation(binaries[name], "GENERATED_FROM", part_id(part)))

@@ -156,6 +156,9 @@ class BillOfMaterials(packages.Unpacked):
         listed = {item["fileName"].removeprefix("./"): item for item in self.bill["files"]}
         present = {path.relative_to(self.package).as_posix() for path in self.package.rglob("*") if path.is_file()}
         self.assertEqual(set(listed), present - {"sbom.spdx.json", "SHA256SUMS"})
+        contained = [item["relatedSpdxElement"] for item in self.bill["relationships"]
+                     if (item["spdxElementId"], item["relationshipType"]) == ("SPDXRef-Product", "CONTAINS")]
+        self.assertEqual(sorted(contained), sorted(item["SPDXID"] for item in self.bill["files"]))
         for name, item in listed.items():
             for checksum in item["checksums"]:
                 digest = hashlib.new(checksum["algorithm"].lower(), (self.package / name).read_bytes()).hexdigest()
