@@ -2,16 +2,21 @@
 # Sourced by scripts/setup after lib.sh.
 #
 # A finished build is the folder ffmpeg-VERSION-HASH, where HASH is that of the configure line. It contains bin/,
-# include/, lib/ and a stamp with the checksum of every file. The folder is created under a temporary name and
-# then renamed: if it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link
-# ffmpeg-windows next to it by default.
+# include/, lib/ and a stamp with the checksum of every file; symbols/ with the debug information and the linker's map
+# of each DLL; source/ with Debian's source package. The folder is created under a temporary name and then renamed: if
+# it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link ffmpeg-windows next to it by
+# default.
+#
+# The DLLs depend on the source package, the configure line and the compiler only: the paths of the build are replaced,
+# and the linker writes no time.
 
 # Only the parts that the module and velto-host need: AAC in its usual containers, and the resampler. Win32
 # threads, and a static winpthread for two clock functions, keep libwinpthread-1.dll out of the import tables.
 ffmpeg_options=(
+    --prefix=/ffmpeg
     --target-os=mingw32 --arch=x86_64 --enable-cross-compile
     --cross-prefix=x86_64-w64-mingw32- --cc=x86_64-w64-mingw32-gcc-posix
-    --enable-shared --disable-static --disable-debug
+    --enable-shared --disable-static --disable-stripping
     --disable-programs --disable-doc --disable-network --disable-autodetect
     --disable-pthreads --enable-w32threads
     --disable-everything --disable-avdevice --disable-avfilter --disable-swscale
@@ -19,7 +24,7 @@ ffmpeg_options=(
     --enable-decoder=aac --enable-encoder=aac --enable-parser=aac
     --enable-demuxer=aac,mov --enable-muxer=adts,ipod,mp4
     --enable-bsf=aac_adtstoasc --enable-protocol=file
-    --extra-ldflags=-static-libgcc --extra-libs=-Wl,-Bstatic,-lwinpthread,-Bdynamic
+    --extra-ldflags='-static-libgcc -Wl,--no-insert-timestamp' --extra-libs=-Wl,-Bstatic,-lwinpthread,-Bdynamic
 )
 
 ffmpeg_dlls=(avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
@@ -96,6 +101,21 @@ fetch_source() {
         dpkg-source --no-check -x "$folder/download"/"$package"_*.dsc "$folder/tree"
 }
 
+# split_ffmpeg_symbols FOLDER: moves the debug information of the DLLs in FOLDER/out/bin to FOLDER/out/symbols.
+split_ffmpeg_symbols() {
+    local dll tool=x86_64-w64-mingw32
+    for dll in "${ffmpeg_dlls[@]}"; do
+        cp "$1"/build/lib"${dll%-*}/$dll.map" "$1/out/symbols/"
+        (
+            cd "$1/out/symbols"
+            # Without --preserve-dates, these tools write the time into the DLL.
+            $tool-objcopy --preserve-dates --only-keep-debug "../bin/$dll" "$dll.debug"
+            $tool-strip --preserve-dates --strip-unneeded "../bin/$dll"
+            $tool-objcopy --preserve-dates --add-gnu-debuglink="$dll.debug" "../bin/$dll"
+        )
+    done
+}
+
 build_ffmpeg() {
     local work version target
     mkdir -p "$cache"
@@ -126,15 +146,20 @@ build_ffmpeg() {
     say "configuring FFmpeg $version for Windows (about half a minute)"
     mkdir "$work/build"
     cd "$work/build"
+    # CFLAGS is not a part of the configure line, which the DLLs contain.
     run_logged "$work/log" "configuring FFmpeg" \
-        ../tree/configure --prefix="$work/out" "${ffmpeg_options[@]}"
+        env CFLAGS="-ffile-prefix-map=$work=/ffmpeg-$version" ../tree/configure "${ffmpeg_options[@]}"
     say "compiling FFmpeg (about a minute)"
-    run_logged "$work/log" "compiling FFmpeg" make -j"$(nproc)"
-    run_logged "$work/log" "installing FFmpeg" make install
+    # shellcheck disable=SC2016  # make expands the names
+    run_logged "$work/log" "compiling FFmpeg" make -j"$(nproc)" 'LDSOFLAGS=-Wl,-Map=$(SUBDIR)$(SLIBNAME_WITH_MAJOR).map'
+    run_logged "$work/log" "installing FFmpeg" make install DESTDIR="$work/root"
     cd "$repo"
+    mv "$work/root/ffmpeg" "$work/out"
 
-    mkdir -p "$work/out/licenses"
-    cp "$work/tree"/COPYING.LGPLv2.1 "$work/tree"/LICENSE.md "$work/out/licenses/"
+    mkdir -p "$work/out/licenses" "$work/out/source" "$work/out/symbols"
+    cp "$work/tree"/COPYING.LGPLv2.1 "$work/tree"/LICENSE.md "$work/tree"/debian/copyright "$work/out/licenses/"
+    cp "$work/download"/* "$work/out/source/"
+    split_ffmpeg_symbols "$work"
     printf '%s\n' "${ffmpeg_options[@]}" >"$work/out/configure-options"
     (cd "$work/out" && find . -type f ! -name stamp -print0 | sort -z | xargs -0 sha256sum >"$work/stamp")
     mv "$work/stamp" "$work/out/stamp"

@@ -1,0 +1,12 @@
+"""Makes the package and the symbols of the build under test for the other tests, as scripts/package does from a clean build."""
+
+import os
+import shutil
+
+import packages
+import package_run
+
+if __name__ == "__main__":
+    shutil.rmtree(packages.PACKAGES, ignore_errors=True)
+    package_run.write_binaries(packages.BUILD, packages.PACKAGES, os.environ["VELTO_VERSION"], "0" * 40,
+                               1_700_000_000)

@@ -1,0 +1,55 @@
+"""The archives under test, and the tools that the tests run on them."""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+import zipfile
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("VELTO_BUILD", REPOSITORY / "build" / "windows"))
+PACKAGES = pathlib.Path(os.environ.get("VELTO_PACKAGES", BUILD / "package"))
+FFMPEG = pathlib.Path(os.environ.get("VELTO_FFMPEG_ROOT", BUILD))
+GCC, GXX = "x86_64-w64-mingw32-gcc-posix", "x86_64-w64-mingw32-g++-posix"
+
+sys.path.insert(0, str(REPOSITORY / "scripts"))
+
+
+def archive(kind):
+    """The path of the archive velto-audio-handler-VERSION-<kind>."""
+    found = list(PACKAGES.glob(f"velto-audio-handler-*-{kind}"))
+    if len(found) != 1:
+        raise AssertionError(f"{PACKAGES} has {len(found)} archives of the kind {kind}")
+    return found[0]
+
+
+def run(*command, expect=0, **options):
+    """Runs a command and returns its output, by default of both streams. Fails if its exit code is another."""
+    streams = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT} | options
+    result = subprocess.run([str(part) for part in command], text=True, errors="replace", timeout=120, **streams)
+    if result.returncode != expect:
+        raise AssertionError(f"{' '.join(map(str, command))} ended with {result.returncode}:\n{result.stdout[-3000:]}")
+    return result.stdout
+
+
+def run_windows(program, *arguments, expect=0):
+    """Runs a program under Wine, in the prefix of the build's tests and without a sound driver."""
+    environment = dict(os.environ, WINEPREFIX=str(BUILD / "wine"), WINEDEBUG="-all", DISPLAY="",
+                       WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winepulse.drv,winealsa.drv,wineoss.drv=",
+                       VELTO_LOG_FILE="Z:" + str(program.parent / "module.log").replace("/", "\\"))
+    return run("wine", program, *arguments, expect=expect, env=environment, cwd="/", stderr=subprocess.DEVNULL)
+
+
+class Unpacked(unittest.TestCase):
+    """A test with the package unpacked in a folder that has a space in its name: self.package."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory(prefix="velto package ")
+        cls.addClassCleanup(folder.cleanup)
+        cls.root = pathlib.Path(folder.name)
+        cls.package = cls.root / "un packed"
+        with zipfile.ZipFile(archive("windows-x64.zip")) as packed:
+            packed.extractall(cls.package)
