@@ -51,7 +51,8 @@ std::filesystem::path LocalApplicationData()
 // Small letters of `name` also match their capitals.
 bool Matches(const NativeString &text, std::string_view name)
 {
-    return std::equal(text.begin(), text.end(), name.begin(), name.end(), [](auto unit, char letter) {
+    const NativeString letters(name.begin(), name.end());
+    return std::equal(text.begin(), text.end(), letters.begin(), letters.end(), [](auto unit, auto letter) {
         return unit == letter || (letter >= 'a' && unit == letter - 'a' + 'A');
     });
 }
