@@ -118,12 +118,12 @@ std::vector<std::string> CaptureTest::LastReleased(size_t count) const
 uint32_t CaptureTest::ReadPacket()
 {
     uint32_t size = 0;
-    Eventually([&] {
+    const bool hasPacket = Eventually([&] {
         size = 3840; // more than any packet; a stopped capture leaves it unchanged
         probe.Read(buffer.data(), size);
         return size != 0 && size != 3840;
     });
-    return size;
+    return hasPacket ? size : 0;
 }
 
 } // namespace velto_test

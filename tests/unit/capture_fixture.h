@@ -44,8 +44,7 @@ protected:
     // Closes the capture as the host's closing call does, without deleting it.
     void Close();
     void Destroy();
-    // Reads until a packet arrives, and returns its size. After ten seconds without one returns 0, or 3840 if
-    // the capture has stopped.
+    // Reads until a packet arrives, and returns its size, or 0 after ten seconds without one.
     uint32_t ReadPacket();
 
     // Expects that `call`, which waits for the end of a long read, returns. After ten seconds without a
