@@ -73,9 +73,8 @@ void RotatingFile::Rotate()
     for (int age = m_oldFiles; age != 0; --age) {
         std::filesystem::rename(OldPath(age - 1), OldPath(age), error);
     }
-    // The last rename was that of the current file. A missing file has just been moved by another process,
-    // which writes to a new one.
-    if (m_oldFiles == 0 || (error && error != std::errc::no_such_file_or_directory)) {
+    // The last rename was that of the current file.
+    if (m_oldFiles == 0 || error) {
         std::filesystem::resize_file(m_path, 0, error);
     }
 }
