@@ -350,6 +350,8 @@ TEST_F(RenderReactivation, FailsSilentlyOnNullMixFormatAndKeepsClient)
     Play(MakeBlock());
     EXPECT_TRUE(LogOf(activateTag).empty());
     EXPECT_NE(probe.AudioClient(), nullptr) << "the new client stays without a format";
+    ExpectLine(errorLevel, L"AudioPlayerWas OnAudioPropertyValueChanged failed",
+               "AudioPlayerWas::CheckDeviceChanged");
     ExpectLine(errorLevel, DroppedBlock(14400), playTag);
 }
 

@@ -286,6 +286,19 @@ TEST_F(RenderOpen, SecondCloseDoesNotLeaveComAgain)
     EXPECT_EQ(audio.Count(Method::UnregisterCallback), 1);
 }
 
+// Without a reference to the endpoints' DLL, Close releases the enumerator.
+TEST_F(RenderOpen, SecondCloseOnlyLogsWhenFirstReleasedEnumerator)
+{
+    fakewin::Fail(Call::GetModuleHandleExW, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_TRUE(Open());
+    player->Close();
+    EXPECT_EQ(probe.Enumerator(), nullptr);
+    ClearLog();
+    player->Close();
+    EXPECT_EQ(Log(),
+              (std::vector<LogEntry>{{errorLevel, L"AudioPlayerWas there is no need to close", closeTag}}));
+}
+
 TEST_F(RenderOpen, CloseWithoutClientUnregistersAndLeavesCom)
 {
     audio.SetDefaultForAllRoles(L"");
