@@ -1,5 +1,8 @@
-# Builds FFmpeg 5.1 for Windows from Debian's source package into the cache.
+# Builds FFmpeg 5.1 for Windows from Debian 12's source package into the cache, also on Debian 13.
 # Sourced by scripts/setup after lib.sh.
+#
+# The package manager verifies the source package by the key of Debian's archive. Its checksums are also compared with
+# ffmpeg-source.sha256: Debian publishes a new package for each security update of FFmpeg.
 #
 # A finished build is the folder ffmpeg-VERSION-HASH, where HASH is that of the configure line. It contains bin/,
 # include/, lib/ and a stamp with the checksum of every file; symbols/ with the debug information and the linker's map
@@ -55,25 +58,25 @@ ffmpeg_cached() {
 
 ffmpeg_link() { ln -sfnT "$1" "$cache/ffmpeg-windows"; }
 
-# private_source_list FOLDER [APT]: writes the machine's package sources into FOLDER, changed to deb-src. Leaves
-# out suites other than Debian 12's, and discs, which have no source packages.
+# private_source_list FOLDER [APT]: writes the machine's package sources into FOLDER, changed to Debian 12's sources
+# (bookworm). Leaves out suites other than those of Debian 12 and 13 (trixie), and discs, which have no source packages.
 private_source_list() {
     local file out=$1 apt=${2:-/etc/apt}
     mkdir -p "$out"
     for file in "$apt"/sources.list.d/*.sources; do
         [ -f "$file" ] || continue
         # An empty RS makes awk read one stanza at a time.
-        awk -v RS= -v ORS='\n\n' '/(^|\n)Suites:[^\n]*bookworm/ && !/(^|\n)URIs: *cdrom/' "$file" |
-            sed -E 's/^Types:.*/Types: deb-src/' >"$out/$(basename "$file")"
+        awk -v RS= -v ORS='\n\n' '/(^|\n)Suites:[^\n]*(bookworm|trixie)/ && !/(^|\n)URIs: *cdrom/' "$file" |
+            sed -E 's/^Types:.*/Types: deb-src/; /^Suites:/s/\<trixie\>/bookworm/g' >"$out/$(basename "$file")"
     done
     for file in "$apt"/sources.list "$apt"/sources.list.d/*.list; do
         [ -f "$file" ] || continue
-        sed -nE '/[[:space:]]cdrom:/d; s/^[[:space:]]*deb(-src)?([[:space:]].*\<bookworm.*)$/deb-src\2/p' "$file" |
-            sort -u >"$out/$(basename "$file" .list)-lines.list"
+        sed -nE '/[[:space:]]cdrom:/d; s/\<trixie\>/bookworm/; s/^[[:space:]]*deb(-src)?([[:space:]].*\<bookworm.*)$/deb-src\2/p' \
+            "$file" | sort -u >"$out/$(basename "$file" .list)-lines.list"
     done
     find "$out" -size 0 -delete
     if [ -z "$(ls "$out")" ]; then
-        die "no Debian 12 package source was found under $apt" \
+        die "no package source of Debian 12 or 13 was found under $apt" \
             "Add a line for your Debian mirror to $apt/sources.list and run scripts/setup again:
 deb MIRROR bookworm main"
     fi
@@ -99,6 +102,24 @@ fetch_source() {
     fi
     run_logged "$folder/log" "unpacking $package" \
         dpkg-source --no-check -x "$folder/download"/"$package"_*.dsc "$folder/tree"
+}
+
+ffmpeg_pin=$repo/scripts/ffmpeg-source.sha256
+
+# ffmpeg_source_pinned FOLDER: succeeds if FOLDER has the source package with the pinned checksums.
+ffmpeg_source_pinned() { (cd "$1" && sha256sum --quiet --strict --check "$ffmpeg_pin") >/dev/null 2>&1; }
+
+# fetch_ffmpeg_source FOLDER: as fetch_source. Another package than the pinned one is used, too, because the archive keeps
+# the newest only; scripts/package refuses it.
+fetch_ffmpeg_source() {
+    say "fetching the source of FFmpeg"
+    fetch_source ffmpeg "$1"
+    if ! ffmpeg_source_pinned "$1/download"; then
+        say "warning: the archive's source package of FFmpeg is not the one that this commit was tested with:" >&2
+        printf '    tested:  %s\n    fetched: %s\n' "$(sed -n 's/.*  \(.*\)\.dsc$/\1/p' "$ffmpeg_pin")" \
+            "$(basename "$1"/download/*.dsc .dsc)" >&2
+        printf '    After the tests have passed with it, write its checksums into scripts/ffmpeg-source.sha256.\n' >&2
+    fi
 }
 
 # split_ffmpeg_symbols FOLDER: moves the debug information of the DLLs in FOLDER/out/bin to FOLDER/out/symbols.
@@ -130,13 +151,12 @@ build_ffmpeg() {
     # shellcheck disable=SC2064  # expands the folder's name now
     trap "rm -rf '$work'" EXIT
 
-    say "fetching the source of FFmpeg"
-    fetch_source ffmpeg "$work"
+    fetch_ffmpeg_source "$work"
     version=$(cat "$work/tree/RELEASE")
     case $version in
         5.1*) ;;
-        *) die "Debian's FFmpeg is $version here; the module needs 5.1" \
-            "Use Debian 12, or another build: scripts/build -DVELTO_FFMPEG_ROOT=<folder>" ;;
+        *) die "the source package has FFmpeg $version; the module needs 5.1" \
+            "Use another build: scripts/build -DVELTO_FFMPEG_ROOT=<folder>" ;;
     esac
 
     target=$cache/ffmpeg-$version-$(ffmpeg_hash)

@@ -62,7 +62,7 @@ FFMPEG_README = """The source of the FFmpeg {version} DLLs in LibVeltoAudioHandl
 
 This is Debian's source package, unchanged. The DLLs are under the GNU Lesser General Public License, version 2.1 or later.
 configure-options has the options of FFmpeg's configure script, one in each line. ffmpeg-for-windows.sh has the commands, for
-Debian 12 with g++-mingw-w64-x86-64-posix, nasm and make. To use another build, replace the DLLs of the package.
+Debian 12 or 13 with g++-mingw-w64-x86-64-posix, nasm and make. To use another build, replace the DLLs of the package.
 """
 
 
@@ -213,11 +213,21 @@ def write_own_source(sources, out):
     return path
 
 
+def check_ffmpeg_source(ffmpeg, pin=REPOSITORY / "scripts" / "ffmpeg-source.sha256"):
+    """Refuses DLLs without their source package, or of another source package than the tested one."""
+    source = ffmpeg / "source"
+    if not any(source.glob("*")):
+        raise RuntimeError(f"{ffmpeg} has no source package in source/. The LGPL asks for it: build FFmpeg with scripts/setup")
+    check = subprocess.run(["sha256sum", "--quiet", "--strict", "--check", pin], cwd=source, capture_output=True, text=True)
+    if check.returncode != 0:
+        raise RuntimeError("FFmpeg's DLLs were built from another source package than the one that this commit was tested "
+                           f"with:\n{check.stdout}{check.stderr}"
+                           f"Run scripts/test, then write the checksums of the files in {source} into {pin}.")
+
+
 def write_ffmpeg_source(ffmpeg, out, seconds):
     top = f"velto-ffmpeg-{package_parts.ffmpeg_version(ffmpeg)}-source"
     files = sorted((ffmpeg / "source").glob("*"))
-    if not files:
-        raise RuntimeError(f"{ffmpeg} has no source package in source/. The LGPL asks for it: build FFmpeg with scripts/setup")
     contents = {f"{top}/{path.name}": path.read_bytes() for path in files}
     contents[f"{top}/configure-options"] = (ffmpeg / "configure-options").read_bytes()
     contents[f"{top}/ffmpeg-for-windows.sh"] = (REPOSITORY / "scripts" / "ffmpeg-for-windows.sh").read_bytes()
@@ -230,6 +240,7 @@ def write_ffmpeg_source(ffmpeg, out, seconds):
 def make(sources, work, out, sign_command=None):
     """Builds in work, writes the four archives to out and returns their paths, and the build folder."""
     build = compile_product(sources, work)
+    check_ffmpeg_source(pathlib.Path(cached(build, "VELTO_FFMPEG_USED")))
     archives = write_binaries(build, out, sources.version, sources.about, sources.seconds, sign_command)
     ffmpeg = pathlib.Path(cached(build, "VELTO_FFMPEG_USED"))
     return [*archives, write_own_source(sources, out), write_ffmpeg_source(ffmpeg, out, sources.seconds)], build

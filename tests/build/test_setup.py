@@ -86,11 +86,56 @@ class PackageSources(unittest.TestCase):
         self.assertEqual(text.strip(), "Types: deb-src\nURIs: http://mirror.example.org/debian\n"
                                        "Suites: bookworm bookworm-updates\nComponents: main")
 
+    def test_sources_of_debian_13_become_those_of_debian_12(self):
+        (self.apt / "sources.list").write_text("deb http://mirror.example.org/debian trixie-updates main\n")
+        (self.apt / "sources.list.d" / "debian.sources").write_text(
+            "Types: deb\nURIs: http://mirror.example.org/debian\nSuites: trixie trixie-updates\nComponents: main\n")
+        result, text = self.source_list()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(text, "Types: deb-src\nURIs: http://mirror.example.org/debian\n"
+                               "Suites: bookworm bookworm-updates\nComponents: main\n\n"
+                               "deb-src http://mirror.example.org/debian bookworm-updates main\n")
+
     def test_missing_debian_source_is_reported_with_remedy(self):
         (self.apt / "sources.list").write_text(FOREIGN)
         result, _ = self.source_list()
         self.assertEqual(result.returncode, 1)
         self.assertIn("deb MIRROR bookworm main", result.stderr)
+
+
+class PinnedSource(unittest.TestCase):
+    """The archive is replaced by a function that copies files."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.archive = pathlib.Path(folder.name) / "archive"
+        self.archive.mkdir()
+        for name in ("ffmpeg_5.1.8.dsc", "ffmpeg_5.1.8.orig.tar.xz"):
+            (self.archive / name).write_text(f"the text of {name}")
+        self.pin = pathlib.Path(folder.name) / "pin.sha256"
+        self.pin.write_text(subprocess.run("sha256sum *", shell=True, cwd=self.archive, check=True, capture_output=True,
+                                           text=True).stdout)
+        self.work = pathlib.Path(folder.name) / "work"
+
+    def fetch(self):
+        return shell(f'fetch_source() {{ mkdir -p "$2/download"; cp "{self.archive}"/* "$2/download/"; }}; '
+                     f'ffmpeg_pin="{self.pin}"; fetch_ffmpeg_source "{self.work}"')
+
+    def test_tested_source_package_is_accepted_silently(self):
+        result = self.fetch()
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    def test_newer_source_package_is_reported_with_both_names(self):
+        (self.archive / "ffmpeg_5.1.8.dsc").rename(self.archive / "ffmpeg_5.1.9.dsc")
+        result = self.fetch()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("tested:  ffmpeg_5.1.8\n", result.stderr)
+        self.assertIn("fetched: ffmpeg_5.1.9\n", result.stderr)
+
+    def test_changed_source_package_is_reported(self):
+        (self.archive / "ffmpeg_5.1.8.orig.tar.xz").write_text("another text")
+        self.assertIn("not the one that this commit was tested with", self.fetch().stderr)
 
 
 class Commands(unittest.TestCase):

@@ -63,13 +63,31 @@ class Sources(unittest.TestCase):
 
 
 class FFmpegSource(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.ffmpeg = pathlib.Path(folder.name)
+        self.pin = self.ffmpeg / "pin.sha256"
+
+    def write_source(self):
+        (self.ffmpeg / "source").mkdir()
+        (self.ffmpeg / "source" / "ffmpeg.dsc").write_text("the source")
+        self.pin.write_text(subprocess.run(["sha256sum", "ffmpeg.dsc"], cwd=self.ffmpeg / "source", check=True,
+                                           capture_output=True, text=True).stdout)
+
     def test_missing_source_package_is_an_error(self):
-        with tempfile.TemporaryDirectory() as name:
-            folder = pathlib.Path(name)
-            (folder / "include" / "libavutil").mkdir(parents=True)
-            (folder / "include" / "libavutil" / "ffversion.h").write_text('#define FFMPEG_VERSION "5.1"\n')
-            with self.assertRaisesRegex(RuntimeError, "no source package"):
-                package_run.write_ffmpeg_source(folder, folder, 0)
+        with self.assertRaisesRegex(RuntimeError, "no source package"):
+            package_run.check_ffmpeg_source(self.ffmpeg, self.pin)
+
+    def test_tested_source_package_is_accepted(self):
+        self.write_source()
+        package_run.check_ffmpeg_source(self.ffmpeg, self.pin)
+
+    def test_another_source_package_is_an_error_that_names_the_file(self):
+        self.write_source()
+        (self.ffmpeg / "source" / "ffmpeg.dsc").write_text("another source")
+        with self.assertRaisesRegex(RuntimeError, "ffmpeg.dsc: FAILED"):
+            package_run.check_ffmpeg_source(self.ffmpeg, self.pin)
 
 
 class Archives(unittest.TestCase):
