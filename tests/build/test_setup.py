@@ -140,12 +140,19 @@ class PinnedSource(unittest.TestCase):
 
 class Commands(unittest.TestCase):
     def test_unknown_option_is_refused_with_usage(self):
-        for script in ("setup", "build"):
+        for script in ("setup", "build", "fresh"):
             with self.subTest(script):
                 result = subprocess.run([places.REPOSITORY / "scripts" / script, "--no-such-option"],
                                         capture_output=True, text=True)
                 self.assertEqual(result.returncode, 1)
                 self.assertIn(f"usage: scripts/{script}", result.stderr)
+
+    def test_fresh_refuses_unknown_suite_and_missing_command(self):
+        for arguments, reason in ((["buster", "true"], "unknown suite buster"), (["trixie"], "no command"), ([], "no suite")):
+            with self.subTest(reason):
+                result = subprocess.run([places.REPOSITORY / "scripts" / "fresh", *arguments], capture_output=True, text=True)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn(reason, result.stderr)
 
 
 if __name__ == "__main__":
