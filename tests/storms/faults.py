@@ -11,6 +11,8 @@ import storm_figures
 from rig import session, storms
 
 MAX_CPU_PERCENT = 50
+# Rows of the troubleshooting table when both endpoints are lost and others become the default.
+REMOVED = {"speaker-removed", "speaker-lost", "microphone-removed", "speaker-changed", "microphone-changed"}
 MAX_LINES_PER_SECOND = 600  # more than three for each of 47 blocks and of 100 polls of the microphone
 
 
@@ -27,7 +29,8 @@ class Faults(session.SystemTest):
         self.prefix.make_default_input(self.microphones["Monitor of micA"])
         self.call = disturbed_call.DisturbedCall(self.session, 90)
 
-    def finish(self, fault, remedy, speaker_s, sink, source):
+    def finish(self, fault, remedy, speaker_s, sink, source, rows):
+        """Ends the call, and expects that velto-host log finds `rows` in the module's log."""
         self.call.wait_for_streams(sink, source)
         places = [place for _, place in self.server.streams()]
         streams, captures = places.count(sink), len(self.server.captures())
@@ -45,6 +48,7 @@ class Faults(session.SystemTest):
         self.assertEqual(captures, 1)
         self.assertLess(self.call.cpu_percent, MAX_CPU_PERCENT)
         self.assertLess(self.call.lines_per_second, MAX_LINES_PER_SECOND)
+        self.assertLessEqual(rows, self.session.rows_of(self.call.host), "rows that velto-host log names")
         for part in ("play", "record"):
             self.assertEqual(summary[part]["nonzeroResults"], 0)
 
@@ -66,7 +70,8 @@ class Faults(session.SystemTest):
         self.call.end_fault()
         self.change_defaults("spkA", "Monitor of micA")
         speaker_s = self.call.seconds_until_sound("spkA")
-        self.finish("both endpoints removed for 5 s", "another default device", speaker_s, "spkA", "micA.monitor")
+        self.finish("both endpoints removed for 5 s", "another default device", speaker_s, "spkA", "micA.monitor",
+                    REMOVED)
 
     def test_call_recovers_after_server_stalls(self):
         self.server.freeze()
@@ -74,7 +79,8 @@ class Faults(session.SystemTest):
         self.server.thaw()
         self.call.end_fault()
         speaker_s = self.call.seconds_until_sound("spkA")
-        self.finish("server stopped for 2 s", "nothing: the sound continues", speaker_s, "spkA", "micA.monitor")
+        self.finish("server stopped for 2 s", "nothing: the sound continues", speaker_s, "spkA", "micA.monitor",
+                    {"speaker-stuck"})
 
     def test_call_recovers_after_flapping_defaults(self):
         with storms.FlappingDefaults(self.session) as flapping:
@@ -83,7 +89,8 @@ class Faults(session.SystemTest):
         self.call.end_fault()
         self.change_defaults("spkB", "micB")
         speaker_s = self.call.seconds_until_sound("spkB")
-        self.finish(f"{changes} changes of a default device in 30 s", "the last default device", speaker_s, "spkB", "micB")
+        self.finish(f"{changes} changes of a default device in 30 s", "the last default device", speaker_s, "spkB", "micB",
+                    {"speaker-changed", "microphone-changed"})
 
     def test_call_recovers_after_server_restarts(self):
         self.server.kill()
@@ -95,7 +102,8 @@ class Faults(session.SystemTest):
         self.change_defaults("spkA", "Monitor of micA")
         self.call.voice = self.session.speak(self.call.spoken)
         speaker_s = self.call.seconds_until_sound("spkA")
-        self.finish("server killed, restarted after 5 s", "a change of the default devices", speaker_s, "spkA", "micA.monitor")
+        self.finish("server killed, restarted after 5 s", "a change of the default devices", speaker_s, "spkA", "micA.monitor",
+                    REMOVED)
 
     def test_call_recovers_after_sample_rate_changes(self):
         self.move_call_and_remove_endpoints()
@@ -106,7 +114,8 @@ class Faults(session.SystemTest):
         self.change_defaults("spkA", "Monitor of micA")
         self.change_defaults("spkB", "micB")
         speaker_s = self.call.seconds_until_sound("spkB")
-        self.finish("endpoints removed, restored at 44100 Hz", "the default device, set again", speaker_s, "spkB", "micB")
+        self.finish("endpoints removed, restored at 44100 Hz", "the default device, set again", speaker_s, "spkB", "micB",
+                    REMOVED)
 
 
 if __name__ == "__main__":

@@ -252,6 +252,21 @@ void AddDuplex(CLI::App &command, DuplexOptions &duplex)
         ->group(diagnostics);
 }
 
+void AddLog(CLI::App &command, LogOptions &log)
+{
+    command
+        .add_option(
+            "FILE", log.files,
+            "Log files of the module, read in this order (default: the module's log on this PC, with its "
+            "older files)")
+        ->type_name("");
+    command.add_option("--html", log.htmlFile, "Also write a page with a plot to this file")
+        ->type_name("FILE");
+    command.add_flag("--all", log.showAll, "Print the whole time line, not only its first 200 entries");
+    command.add_flag("--progress", log.showProgress,
+                     "Show the progress line even if stderr is not a console");
+}
+
 void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
 {
     command.add_flag("--json", line.json,
@@ -282,7 +297,7 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     const auto addCommand = [&](const char *name, Command command, const char *description) {
         CLI::App *added = app.add_subcommand(name, description);
         added->preparse_callback([&line, command](size_t) { line.command = command; });
-        AddCommon(*added, line, command != Command::DEVICES);
+        AddCommon(*added, line, command != Command::DEVICES && command != Command::LOG);
         return added;
     };
     addCommand("capabilities", Command::CAPABILITIES,
@@ -292,6 +307,9 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
               line.record);
     AddDuplex(*addCommand("duplex", Command::DUPLEX, "Play and record at once, as in a call"), line.duplex);
     addCommand("devices", Command::DEVICES, "List the sound endpoints of Windows, and which are default");
+    AddLog(
+        *addCommand("log", Command::LOG, "Explain the module's log: a time line, counts, and their meaning"),
+        line.log);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {

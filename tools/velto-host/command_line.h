@@ -9,7 +9,7 @@
 namespace velto::host {
 
 struct CommandLine {
-    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES };
+    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, LOG };
 
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
     int exitCode = 0;
@@ -18,6 +18,7 @@ struct CommandLine {
     PlayOptions play;
     RecordOptions record;
     DuplexOptions duplex;
+    LogOptions log;
 };
 
 // Prints help, the version and errors of the command line; the command is then NONE.

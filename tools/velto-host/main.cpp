@@ -4,6 +4,7 @@
 #include "velto-host/command_line.h"
 #include "velto-host/device_commands.h"
 #include "velto-host/duplex_command.h"
+#include "velto-host/log_command.h"
 #include "velto-host/module.h"
 #include "velto-host/output.h"
 #include "velto-host/play_command.h"
@@ -44,6 +45,8 @@ int Run(const CommandLine &line, const Output &output)
         Module module(line.modulePath);
         return duplex.Run(module);
     }
+    case CommandLine::Command::LOG:
+        return ExplainLog(line.log, output);
     case CommandLine::Command::NONE:
         break;
     }

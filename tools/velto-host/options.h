@@ -1,6 +1,7 @@
 // The options of the commands. Times are in seconds; a negative time means that the option was not given.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -79,6 +80,14 @@ struct DuplexOptions {
     PlayOptions play;
     RecordOptions record;
     double usageEvery = 0; // period of reports of the process's resource use; 0: none
+};
+
+struct LogOptions {
+    std::vector<std::string> files; // none: the module's log
+    std::string htmlFile;           // none: no page
+    size_t mostEntries = 200;       // of the time line in the text
+    bool showAll = false;           // the whole time line
+    bool showProgress = false;
 };
 
 } // namespace velto::host

@@ -41,6 +41,8 @@ ExitCode Output::FailWithCaught() const
         return Fail(EXIT_MODULE, error.what());
     } catch (const AacFileError &error) {
         return Fail(EXIT_FILE, error.what());
+    } catch (const FileError &error) {
+        return Fail(EXIT_FILE, error.what());
     } catch (const std::exception &error) {
         return Fail(EXIT_FAILED, error.what());
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -17,7 +18,7 @@ enum ExitCode : int {
     EXIT_FAILED = 1,           // nothing was played, or a call to the module or the system failed
     EXIT_USAGE = 2,            // the command line is wrong
     EXIT_MODULE = 3,           // the module cannot be loaded or lacks its entry point
-    EXIT_FILE = 4,             // the file cannot be read or written, or is not AAC
+    EXIT_FILE = 4,             // the file cannot be read or written, or has the wrong format
     EXIT_NOTHING_RECORDED = 5, // no packet came from the microphone
     EXIT_INTERRUPTED = 130,    // Ctrl-C
 };
@@ -28,9 +29,14 @@ inline constexpr char exitCodeHelp[] =
     "  1    nothing was played, or a call to the module or the system failed\n"
     "  2    wrong command line\n"
     "  3    the module cannot be loaded\n"
-    "  4    the file cannot be read or written, or is not AAC\n"
+    "  4    the file cannot be read or written, or has the wrong format\n"
     "  5    nothing came from the microphone\n"
     "  130  interrupted with Ctrl-C";
+
+// A file cannot be read or written, or has another format than the command needs.
+class FileError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
 
 // fmt::format, compiled once, in output.cpp.
 std::string FormatArguments(fmt::string_view text, fmt::format_args arguments);

@@ -1,6 +1,7 @@
 """Session: the sound server, Wine prefix and folder of one test. SystemTest: the test case that uses a session."""
 
 import functools
+import json
 import os
 import pathlib
 import shutil
@@ -96,6 +97,11 @@ class Session:
         listed = host.records()[-1]
         listed = listed.get("endpoints", listed.get("devices", [])) if isinstance(listed, dict) else listed
         return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == flow}
+
+    def rows_of(self, host):
+        """Returns the names of the rows of the troubleshooting table that "velto-host log" finds in a host's log."""
+        explained = json.loads(self.prefix.run([paths.HOST, "log", paths.to_windows(host.log.path), "--json"]))
+        return {finding["row"] for finding in explained["findings"]}
 
     def restart_server(self):
         """Starts the sound server again if it was killed."""
