@@ -3,6 +3,8 @@
 #  - a separate file with its debug information, symbols/<name>.debug next to bin/. The binary refers to this file;
 #    with the information inside, it would be several times as large.
 #  - the linker's map, symbols/<name>.map, from which a test reads the libraries in the binary.
+#  - a PDB file with its public symbols, symbols/<target>.pdb, for Microsoft's debuggers. It, the file with the debug
+#    information and the binary have the same build id.
 # Visual C++ and clang-cl write the debug information to symbols/<name>.pdb.
 enable_language(RC)
 
@@ -22,7 +24,9 @@ function(velto_shipped target description file_type)
         set_target_properties(${target} PROPERTIES PDB_OUTPUT_DIRECTORY "${symbols}" PDB_NAME "${file_name}")
         return()
     endif()
-    target_link_options(${target} PRIVATE "-Wl,-Map=${symbols}/${file_name}.map")
+    target_link_options(${target} PRIVATE
+        "-Wl,-Map=${symbols}/${file_name}.map" "-Wl,--build-id,--pdb=${symbols}/${target}.pdb")
+    set_property(TARGET ${target} APPEND PROPERTY ADDITIONAL_CLEAN_FILES "${symbols}/${target}.pdb")
     set(debug "${symbols}/$<TARGET_FILE_NAME:${target}>.debug")
     add_custom_command(TARGET ${target} POST_BUILD
         # Without --preserve-dates, these tools write the time into the binary.

@@ -13,7 +13,7 @@ def to_windows(path):
     return "Z:" + str(path).replace("/", "\\")
 
 
-def run(program, *arguments, timeout=60, **variables):
+def run(program, *arguments, timeout=240, **variables):
     environment = dict(os.environ, WINEPREFIX=str(places.BUILD / "wine"), WINEDEBUG="-all", DISPLAY="",
                        WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=", PULSE_SERVER="unix:/nonexistent")
     environment.pop("VELTO_LOG_FILE", None)

@@ -276,6 +276,11 @@ void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
             .add_option("--module", line.modulePath,
                         "DLL to load (default: LibVeltoAudioHandler.dll in this program's folder)")
             ->type_name("FILE");
+        command
+            .add_option("--crash-dump", line.crash.dumpFile,
+                        "If this program crashes, write a minidump to this file")
+            ->type_name("FILE")
+            ->group(diagnostics);
     }
     command.footer(exitCodeHelp);
 }
@@ -302,7 +307,11 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     };
     addCommand("capabilities", Command::CAPABILITIES,
                "List the devices that the module offers, with profiles and codecs");
-    AddPlay(*addCommand("play", Command::PLAY, "Play an AAC file through the module"), line.play);
+    CLI::App *play = addCommand("play", Command::PLAY, "Play an AAC file through the module");
+    AddPlay(*play, line.play);
+    play->add_flag("--crash-in-listener", line.crash.crashInListener,
+                   "Crash in the first event of the module, to try crash dumps")
+        ->group(diagnostics);
     AddRecord(*addCommand("record", Command::RECORD, "Record the microphone through the module"),
               line.record);
     AddDuplex(*addCommand("duplex", Command::DUPLEX, "Play and record at once, as in a call"), line.duplex);

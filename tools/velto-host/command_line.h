@@ -15,6 +15,7 @@ struct CommandLine {
     int exitCode = 0;
     bool json = false;
     std::string modulePath; // empty: in the program's folder
+    CrashOptions crash;
     PlayOptions play;
     RecordOptions record;
     DuplexOptions duplex;

@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include "velto-host/command_line.h"
+#include "velto-host/crash_dump.h"
 #include "velto-host/device_commands.h"
 #include "velto-host/duplex_command.h"
 #include "velto-host/log_command.h"
@@ -62,6 +63,10 @@ int main()
     av_log_set_level(AV_LOG_QUIET);
     const CommandLine line = ReadCommandLine(CommandLineArguments());
     const Output output("velto-host", line.json);
+    if (!line.crash.dumpFile.empty()) {
+        WriteDumpOnCrash(line.crash.dumpFile);
+    }
+    ListenerLog::CrashInNextEvent(line.crash.crashInListener);
     try {
         return Run(line, output);
     } catch (...) {

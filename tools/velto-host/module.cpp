@@ -12,6 +12,14 @@ constexpr wchar_t moduleName[] = L"LibVeltoAudioHandler.dll";
 constexpr size_t longestPath = 32768; // the longest path of Windows, with its terminator
 
 std::atomic<ListenerLog *> currentLog{nullptr};
+std::atomic<bool> crashInNextEvent{false};
+
+// Not inlined, so that the crash has a frame with this name.
+[[gnu::noinline]] void CrashOnPurpose()
+{
+    volatile int *volatile nowhere = nullptr;
+    *nowhere = 1; // NOLINT(clang-analyzer-core.NullDereference): it is the purpose
+}
 
 std::filesystem::path PathInThisProgramsFolder()
 {
@@ -98,8 +106,16 @@ std::vector<ListenerEvent> ListenerLog::Events() const
     return m_events;
 }
 
+void ListenerLog::CrashInNextEvent(bool crash)
+{
+    crashInNextEvent = crash;
+}
+
 void ListenerLog::OnEvent(const char *deviceId, uint32_t idLength, int32_t eventCode)
 {
+    if (crashInNextEvent) {
+        CrashOnPurpose();
+    }
     ListenerLog *log = currentLog;
     if (log == nullptr) {
         return;

@@ -64,6 +64,10 @@ public:
 
     std::vector<ListenerEvent> Events() const;
 
+    // For a try of crash dumps: the next event ends this process with an access violation, in a function that
+    // the module calls.
+    static void CrashInNextEvent(bool crash);
+
 private:
     static void OnEvent(const char *deviceId, uint32_t idLength, int32_t eventCode);
 

@@ -26,6 +26,12 @@ struct EndOptions {
     uint32_t exitCode = 0;   // ... and its exit code
 };
 
+// Diagnostics: what to do when this process crashes.
+struct CrashOptions {
+    std::string dumpFile;         // none: Windows' own handling
+    bool crashInListener = false; // crash in the first call of the listener
+};
+
 struct Parameter {
     std::string key; // VELTO_KEY_...
     uint32_t value = 0;
