@@ -11,7 +11,7 @@ import places
 
 # DLLs that every Windows 10 has.
 WINDOWS = {"advapi32.dll", "bcrypt.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll",
-           "shell32.dll", "user32.dll"}
+           "shell32.dll", "user32.dll", "version.dll"}
 
 # DLLs of Windows that the module imports.
 MODULE_IMPORTS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll"}

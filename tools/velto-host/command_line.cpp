@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "velto-host/output.h"
+#include "velto-host/version_info.h"
 
 namespace velto::host {
 namespace {
@@ -267,6 +268,12 @@ void AddLog(CLI::App &command, LogOptions &log)
                      "Show the progress line even if stderr is not a console");
 }
 
+void AddReport(CLI::App &command, ReportOptions &report)
+{
+    command.add_option("FILE", report.file, "ZIP file to write")->required()->type_name("");
+    command.add_flag("--with-names", report.withNames, "Include the names and ids of the endpoints");
+}
+
 void AddCommon(CLI::App &command, CommandLine &line, bool usesModule)
 {
     command.add_flag("--json", line.json,
@@ -294,7 +301,7 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does.",
                  "velto-host"};
     app.formatter(std::make_shared<Help>());
-    app.set_version_flag("--version", "velto-host " VELTO_VERSION);
+    app.set_version_flag("--version", [] { return VersionText(); });
     app.set_help_all_flag("--help-all", "Print help with all commands, and with the diagnostic options");
     app.require_subcommand(1);
     app.allow_windows_style_options(false); // "/name" is a path, not an option; the commands inherit this
@@ -319,6 +326,8 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     AddLog(
         *addCommand("log", Command::LOG, "Explain the module's log: a time line, counts, and their meaning"),
         line.log);
+    AddReport(*addCommand("report", Command::REPORT, "Write a report for support: versions, endpoints, logs"),
+              line.report);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {

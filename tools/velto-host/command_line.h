@@ -9,7 +9,7 @@
 namespace velto::host {
 
 struct CommandLine {
-    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, LOG };
+    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, LOG, REPORT };
 
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
     int exitCode = 0;
@@ -20,6 +20,7 @@ struct CommandLine {
     RecordOptions record;
     DuplexOptions duplex;
     LogOptions log;
+    ReportOptions report;
 };
 
 // Prints help, the version and errors of the command line; the command is then NONE.

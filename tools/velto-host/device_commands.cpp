@@ -11,8 +11,10 @@
 
 #include <array>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "velto-host/windows_text.h"
 
@@ -252,14 +254,91 @@ void Print(const Endpoint &endpoint, const Output &output)
     }
 }
 
-ExitCode Refused(const char *call, HRESULT result, const Output &output)
+// A failed call, and its result.
+class CallError : public std::runtime_error {
+public:
+    CallError(const char *call, HRESULT result) : std::runtime_error(call), m_result(result) {}
+    HRESULT Result() const { return m_result; }
+
+private:
+    HRESULT m_result;
+};
+
+// Throws CallError.
+std::vector<Endpoint> ListEndpoints()
 {
-    output.Complain("{}: {}", call, SystemErrorText(static_cast<uint32_t>(result)));
-    output.Result({{"error", call}, {"result", int32_t{result}}, {"exitCode", int{EXIT_FAILED}}});
-    return EXIT_FAILED;
+    ComPtr<IMMDeviceEnumerator> enumerator;
+    HRESULT result = CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
+                                      __uuidof(IMMDeviceEnumerator), &enumerator);
+    if (FAILED(result)) {
+        throw CallError("cannot create the device enumerator", result);
+    }
+    std::vector<Endpoint> endpoints;
+    for (const EDataFlow flow : {eRender, eCapture}) {
+        ComPtr<IMMDeviceCollection> collection;
+        UINT count = 0;
+        result = enumerator->EnumAudioEndpoints(flow, DEVICE_STATEMASK_ALL, &collection);
+        if (FAILED(result) || FAILED(result = collection->GetCount(&count))) {
+            throw CallError("cannot list the endpoints", result);
+        }
+        for (UINT i = 0; i < count; ++i) {
+            ComPtr<IMMDevice> device;
+            if (SUCCEEDED(collection->Item(i, &device))) {
+                endpoints.push_back(Examine(*enumerator.Get(), flow, *device.Get()));
+            }
+        }
+    }
+    return endpoints;
+}
+
+// Equal for equal ids, so that two reports of one PC can be compared.
+std::string ShortChecksum(const std::string &text)
+{
+    uint32_t hash = 2166136261U; // FNV-1a
+    for (const char c : text) {
+        hash = (hash ^ static_cast<uint8_t>(c)) * 16777619U;
+    }
+    return Format("{:08x}", hash);
 }
 
 } // namespace
+
+Json DescribeCapabilities(Module &module)
+{
+    AudioCapabilityItem *list = nullptr;
+    uint32_t count = 0;
+    const int32_t result = module->GetAudioCapability(&list, &count);
+    if (result != VELTO_OK) {
+        return {{"error", Format("GetAudioCapability returned {}", result)}};
+    }
+    Json devices = Json::Array();
+    for (const AudioCapabilityItem &item : std::span(list, count)) {
+        devices.Append(Describe(item));
+    }
+    module->Release(VELTO_RELEASE_CAPABILITIES, list, count);
+    return devices;
+}
+
+Json DescribeEndpoints(bool withNames)
+{
+    const ComApartment apartment;
+    try {
+        Json endpoints = Json::Array();
+        uint32_t number = 0;
+        for (Endpoint &endpoint : ListEndpoints()) {
+            ++number;
+            if (!withNames) {
+                endpoint.name = Format("endpoint {}", number);
+                endpoint.id = "checksum " + ShortChecksum(endpoint.id);
+            }
+            endpoints.Append(Describe(endpoint));
+        }
+        return endpoints;
+    } catch (const CallError &error) {
+        return {{"error",
+                 std::string(error.what()) + ": " + SystemErrorText(static_cast<uint32_t>(error.Result()))}};
+    }
+}
 
 ExitCode ShowCapabilities(Module &module, const Output &output)
 {
@@ -285,36 +364,24 @@ ExitCode ShowCapabilities(Module &module, const Output &output)
 ExitCode ShowDevices(const Output &output)
 {
     const ComApartment apartment;
-    ComPtr<IMMDeviceEnumerator> enumerator;
-    HRESULT result = CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                                      __uuidof(IMMDeviceEnumerator), &enumerator);
-    if (FAILED(result)) {
-        return Refused("cannot create the device enumerator", result, output);
-    }
-    Json devices = Json::Array();
-    uint32_t found = 0;
-    for (const EDataFlow flow : {eRender, eCapture}) {
-        ComPtr<IMMDeviceCollection> collection;
-        UINT count = 0;
-        result = enumerator->EnumAudioEndpoints(flow, DEVICE_STATEMASK_ALL, &collection);
-        if (FAILED(result) || FAILED(result = collection->GetCount(&count))) {
-            return Refused("cannot list the endpoints", result, output);
+    try {
+        Json devices = Json::Array();
+        const std::vector<Endpoint> endpoints = ListEndpoints();
+        for (const Endpoint &endpoint : endpoints) {
+            devices.Append(Describe(endpoint));
+            Print(endpoint, output);
         }
-        for (UINT i = 0; i < count; ++i) {
-            ComPtr<IMMDevice> device;
-            if (SUCCEEDED(collection->Item(i, &device))) {
-                const Endpoint endpoint = Examine(*enumerator.Get(), flow, *device.Get());
-                devices.Append(Describe(endpoint));
-                Print(endpoint, output);
-                ++found;
-            }
+        if (endpoints.empty()) {
+            output.Say("There is no sound endpoint.");
         }
+        output.Result({{"devices", devices}, {"exitCode", int{EXIT_OK}}});
+        return EXIT_OK;
+    } catch (const CallError &error) {
+        output.Complain("{}: {}", error.what(), SystemErrorText(static_cast<uint32_t>(error.Result())));
+        output.Result(
+            {{"error", error.what()}, {"result", int32_t{error.Result()}}, {"exitCode", int{EXIT_FAILED}}});
+        return EXIT_FAILED;
     }
-    if (found == 0) {
-        output.Say("There is no sound endpoint.");
-    }
-    output.Result({{"devices", devices}, {"exitCode", int{EXIT_OK}}});
-    return EXIT_OK;
 }
 
 } // namespace velto::host

@@ -11,6 +11,7 @@
 #include "velto-host/play_command.h"
 #include "velto-host/portable/ffmpeg.h"
 #include "velto-host/record_command.h"
+#include "velto-host/report_command.h"
 #include "velto-host/stream_control.h"
 #include "velto-host/windows_text.h"
 
@@ -48,6 +49,8 @@ int Run(const CommandLine &line, const Output &output)
     }
     case CommandLine::Command::LOG:
         return ExplainLog(line.log, output);
+    case CommandLine::Command::REPORT:
+        return WriteReport(line.report, line.modulePath, output);
     case CommandLine::Command::NONE:
         break;
     }

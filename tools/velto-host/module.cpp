@@ -42,12 +42,17 @@ std::string EventName(int32_t code)
 
 } // namespace
 
+// LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR, which finds the FFmpeg DLLs next to the module, needs a full path with
+// backslashes.
+std::filesystem::path Module::FullPath(const std::string &path)
+{
+    return path.empty() ? PathInThisProgramsFolder()
+                        : std::filesystem::absolute(ToWide(path)).make_preferred();
+}
+
 Module::Module(const std::string &path)
 {
-    // LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR, which finds the FFmpeg DLLs next to the module, needs a full path
-    // with backslashes.
-    const std::filesystem::path full =
-        path.empty() ? PathInThisProgramsFolder() : std::filesystem::absolute(ToWide(path)).make_preferred();
+    const std::filesystem::path full = FullPath(path);
     m_path = ToUtf8(full.wstring());
     m_handle = LoadLibraryExW(full.c_str(), nullptr,
                               LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);

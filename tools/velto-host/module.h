@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -29,6 +30,9 @@ public:
     ~Module();
     Module(const Module &) = delete;
     Module &operator=(const Module &) = delete;
+
+    // The DLL that the constructor would load.
+    static std::filesystem::path FullPath(const std::string &path);
 
     const AudioHandlerTable *operator->() const { return &m_table; }
     const AudioHandlerTable &Table() const { return m_table; }

@@ -96,4 +96,9 @@ struct LogOptions {
     bool showProgress = false;
 };
 
+struct ReportOptions {
+    std::string file;
+    bool withNames = false; // of the endpoints
+};
+
 } // namespace velto::host
