@@ -20,7 +20,7 @@ import minidump  # noqa: E402
 SYMBOLS = places.BUILD / "symbols"
 OWN = (places.MODULE, "velto-host.exe")
 ENTRY = "VELTOGetAudioHandler"
-ACCESS_VIOLATION = 0xC0000005
+ILLEGAL_INSTRUCTION = 0xC000001D
 
 
 def script(name, *arguments):
@@ -125,9 +125,9 @@ class Crash(unittest.TestCase):
         return file
 
     def test_dump_has_stack_through_module(self):
-        self.assertEqual(self.result.returncode, ACCESS_VIOLATION & 0xFF, self.result.stderr)
+        self.assertEqual(self.result.returncode, ILLEGAL_INSTRUCTION & 0xFF, self.result.stderr)
         text = self.symbolise(self.dump).stdout
-        self.assertIn("exception 0xC0000005 at velto-host.exe+0x", text)
+        self.assertIn("exception 0xC000001D at velto-host.exe+0x", text)
         functions = re.findall(r"= (?:velto::)?(?:\(anonymous namespace\)::)?([\w:]+)[^\n]*[/\\]([\w.]+:\d+)\)", text)
         order = [function for function, _ in functions]
         for earlier, later in (("CrashOnPurpose", "host::ListenerLog::OnEvent"), ("host::ListenerLog::OnEvent",
@@ -157,7 +157,7 @@ class Crash(unittest.TestCase):
     def test_line_that_host_prints_is_symbolised(self):
         self.assertIn("the minidump was written", self.result.stderr)
         text = self.symbolise(self.text_file(self.result.stderr)).stdout
-        self.assertRegex(text, r"crashed with 0xC0000005 at velto-host\.exe\+0x[0-9A-F]+\n +=.*CrashOnPurpose.*module\.cpp:\d+")
+        self.assertRegex(text, r"crashed with 0xC000001D at velto-host\.exe\+0x[0-9A-F]+\n +=.*CrashOnPurpose.*module\.cpp:\d+")
 
     def test_offsets_of_each_form_are_symbolised(self):
         rva = export_rva(ENTRY)

@@ -70,11 +70,10 @@ LONG WINAPI OnCrash(EXCEPTION_POINTERS *exception)
 void WriteDumpOnCrash(const std::string &file)
 {
     dumpFile = ToWide(file);
-    // Loaded at run time, because only a crash needs it.
-    if (const HMODULE library = LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
-        writeDump = reinterpret_cast<WriteDumpFunction>(
-            reinterpret_cast<void *>(GetProcAddress(library, "MiniDumpWriteDump")));
-    }
+    // Loaded at run time, because only a crash needs it, and never freed.
+    LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    writeDump = reinterpret_cast<WriteDumpFunction>(
+        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"dbghelp.dll"), "MiniDumpWriteDump")));
     SetUnhandledExceptionFilter(OnCrash);
 }
 

@@ -68,8 +68,8 @@ public:
 
     std::vector<ListenerEvent> Events() const;
 
-    // For a try of crash dumps: the next event ends this process with an access violation, in a function that
-    // the module calls.
+    // For a try of crash dumps: the next event ends this process with an illegal instruction, in a function
+    // that the module calls.
     static void CrashInNextEvent(bool crash);
 
 private:

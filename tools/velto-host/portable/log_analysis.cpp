@@ -205,6 +205,20 @@ void LogAnalysis::AddRow(RowId row, const ModuleLogLine &line)
     case RowId::UNDERRUN:
         AddUnderrun(line);
         return;
+    default:
+        break;
+    }
+    if (row == RowId::SPEAKER_CHANGED && line.message.ends_with("same deviceId")) {
+        return; // the line before it was counted
+    }
+    CountRow(row, line);
+    Find(row, line.timeMs);
+    AddEvent(row, DetailOf(row, line.message), line.timeMs);
+}
+
+void LogAnalysis::CountRow(RowId row, const ModuleLogLine &line)
+{
+    switch (row) {
     case RowId::DAMAGED_UNIT:
         Count(&LogCounts::decodeErrors, line);
         if (m_streamIsOpen) {
@@ -219,14 +233,10 @@ void LogAnalysis::AddRow(RowId row, const ModuleLogLine &line)
     case RowId::SPEAKER_LOST:
         Count(&LogCounts::lostUnits, line);
         break;
-    case RowId::SPEAKER_CHANGED:
-        if (line.message.ends_with("same deviceId")) {
-            return; // the line before it was counted
-        }
-        Count(&LogCounts::deviceChanges, line);
-        break;
     case RowId::SPEAKER_REOPENED:
         m_played.erase(line.thread);
+        [[fallthrough]];
+    case RowId::SPEAKER_CHANGED:
         Count(&LogCounts::deviceChanges, line);
         break;
     case RowId::MICROPHONE_CHANGED:
@@ -237,8 +247,6 @@ void LogAnalysis::AddRow(RowId row, const ModuleLogLine &line)
     default:
         break;
     }
-    Find(row, line.timeMs);
-    AddEvent(row, DetailOf(row, line.message), line.timeMs);
 }
 
 // The module counts the calls since it was loaded, in the first line with 1, then with 51, 101 and so on.

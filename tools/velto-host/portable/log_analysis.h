@@ -120,6 +120,7 @@ private:
     void AddMessage(const ModuleLogLine &line);
     bool IsRepeated(const ModuleLogLine &line);
     void AddRow(RowId row, const ModuleLogLine &line);
+    void CountRow(RowId row, const ModuleLogLine &line);
     void AddUnits(const ModuleLogLine &line);
     void AddCushion(const ModuleLogLine &line);
     void AddUnderrun(const ModuleLogLine &line);

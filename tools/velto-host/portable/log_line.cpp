@@ -45,8 +45,8 @@ std::optional<int64_t> TakeTime(std::string_view &text)
     if (millisecond < 0 || !date.ok() || hour > 23 || minute > 59 || second > 60) {
         return std::nullopt;
     }
-    const int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-    return days * dayMs + ((int64_t{hour} * 60 + minute) * 60 + second) * 1000 + millisecond;
+    const std::chrono::milliseconds midnight = std::chrono::sys_days(date).time_since_epoch();
+    return midnight.count() + ((int64_t{hour} * 60 + minute) * 60 + second) * 1000 + millisecond;
 }
 
 // Takes "[text] " from the front.
