@@ -26,6 +26,9 @@ if(WIN32)
             message(FATAL_ERROR "${velto_ffmpeg_root}/bin has no ${dll}: this is not a shared build of FFmpeg 5.1.")
         endif()
     endforeach()
+    # Another build of FFmpeg may have no symbols.
+    file(GLOB symbols "${velto_ffmpeg_root}/symbols/*.debug" "${velto_ffmpeg_root}/symbols/*.pdb")
+    file(COPY ${symbols} DESTINATION "${CMAKE_BINARY_DIR}/symbols")
     # velto_copy_ffmpeg(<target> <folder>): the target copies the DLLs next to the programs that need them.
     function(velto_copy_ffmpeg target folder)
         file(MAKE_DIRECTORY "${folder}")

@@ -5,10 +5,10 @@
 # ffmpeg-source.sha256: Debian publishes a new package for each security update of FFmpeg.
 #
 # A finished build is the folder ffmpeg-VERSION-HASH, where HASH is that of the configure line. It contains bin/,
-# include/, lib/ and a stamp with the checksum of every file; symbols/ with the debug information and the linker's map
-# of each DLL; source/ with Debian's source package. The folder is created under a temporary name and then renamed: if
-# it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link ffmpeg-windows next to it by
-# default.
+# include/, lib/ and a stamp with the checksum of every file; symbols/ with the debug information, the PDB file and the
+# linker's map of each DLL; source/ with Debian's source package. The folder is created under a temporary name and then
+# renamed: if it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link ffmpeg-windows next
+# to it by default.
 #
 # The DLLs depend on the source package, the configure line and the compiler only: the paths of the build are replaced,
 # and the linker writes no time.
@@ -27,7 +27,7 @@ ffmpeg_options=(
     --enable-decoder=aac --enable-encoder=aac --enable-parser=aac
     --enable-demuxer=aac,mov --enable-muxer=adts,ipod,mp4
     --enable-bsf=aac_adtstoasc --enable-protocol=file
-    --extra-ldflags='-static-libgcc -Wl,--no-insert-timestamp' --extra-libs=-Wl,-Bstatic,-lwinpthread,-Bdynamic
+    --extra-ldflags='-static-libgcc -Wl,--no-insert-timestamp,--build-id,--pdb=' --extra-libs=-Wl,-Bstatic,-lwinpthread,-Bdynamic
 )
 
 ffmpeg_dlls=(avcodec-59.dll avformat-59.dll avutil-57.dll swresample-4.dll)
@@ -127,6 +127,7 @@ split_ffmpeg_symbols() {
     local dll tool=x86_64-w64-mingw32
     for dll in "${ffmpeg_dlls[@]}"; do
         cp "$1"/build/lib"${dll%-*}/$dll.map" "$1/out/symbols/"
+        cp "$1/build/${dll%.dll}.pdb" "$1/out/symbols/" # the linker writes it into the current folder
         (
             cd "$1/out/symbols"
             # Without --preserve-dates, these tools write the time into the DLL.

@@ -26,6 +26,7 @@ import zipfile
 
 import package_archives
 import package_parts
+import symbols_run
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OUT = REPOSITORY / "build" / "package"
@@ -187,11 +188,11 @@ def stage_product(build, folder, version, commit, seconds, sign_command=None):
 
 
 def stage_symbols(build, folder):
-    """Fills a folder with the symbols of all shipped binaries. Every kind of symbol file belongs here."""
-    found = [*(build / "symbols").glob("*.debug"),
-             *(pathlib.Path(cached(build, "VELTO_FFMPEG_USED")) / "symbols").glob("*.debug")]
-    for path in found:
-        shutil.copy(path, make_folder(folder) / path.name)
+    """Fills a folder with the symbols of all shipped binaries."""
+    try:
+        symbols_run.collect(build, folder)
+    except symbols_run.Failure as problem:
+        raise RuntimeError(str(problem)) from problem
 
 
 def write_binaries(build, out, version, commit, seconds, sign_command=None):

@@ -9,6 +9,7 @@ import binaries
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OWN = ("LibVeltoAudioHandler.dll", "velto-host.exe")
+FFMPEG = ("avcodec-59.dll", "avformat-59.dll", "avutil-57.dll", "swresample-4.dll")
 
 
 class Failure(Exception):
@@ -27,7 +28,7 @@ def checked(binary, path, build_id):
 def collect(build, output):
     output.mkdir(parents=True, exist_ok=True)
     symbols, index = build / "symbols", []
-    for name in OWN:
+    for name in (*OWN, *FFMPEG):
         path = build / "bin" / name
         if not path.is_file():
             raise Failure(f"{path} is missing: run scripts/build windows")

@@ -19,6 +19,7 @@ import minidump  # noqa: E402
 
 SYMBOLS = places.BUILD / "symbols"
 OWN = (places.MODULE, "velto-host.exe")
+ALL = (*OWN, *places.FFMPEG)
 ENTRY = "VELTOGetAudioHandler"
 ILLEGAL_INSTRUCTION = 0xC000001D
 
@@ -46,7 +47,7 @@ class SymbolFiles(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
 
     def test_pdb_and_debug_file_have_build_id_of_binary(self):
-        for name in OWN:
+        for name in ALL:
             with self.subTest(name):
                 binary = binaries.Binary(places.BIN / name)
                 self.assertEqual(binary.pdb_name, f"{pathlib.Path(name).stem}.pdb")
@@ -82,8 +83,8 @@ class SymbolFiles(unittest.TestCase):
         result = script("symbols", second, "--build", build)
         self.assertEqual(result.returncode, 0, result.stderr)
         names = sorted(file.name for file in first.iterdir())
-        expected = [f"{name}.debug" for name in OWN] + [
-            f"{pathlib.Path(name).stem}.pdb" for name in OWN] + ["index"]
+        expected = [f"{name}.debug" for name in ALL] + [
+            f"{pathlib.Path(name).stem}.pdb" for name in ALL] + ["index"]
         self.assertEqual(names, sorted(expected))
         self.assertEqual(filecmp.cmpfiles(first, second, names, shallow=False), (names, [], []))
         self.assertIn(f"{places.MODULE} {binaries.Binary(places.BIN / places.MODULE).build_id}\n",
@@ -168,6 +169,12 @@ class Crash(unittest.TestCase):
                 encoding = "utf-16" if form.startswith("Faulting") else "utf-8"
                 text = self.symbolise(self.text_file(form.format(rva) + "\n", encoding)).stdout
                 self.assertRegex(text, rf"= {ENTRY} \(.*audio_handler\.cpp:\d+\)")
+
+    def test_ffmpeg_offsets_are_symbolised(self):
+        publics = pdbutil("-publics", SYMBOLS / "avcodec-59.pdb")
+        offset = int(re.search(r"`avcodec_open2`\n.*addr = 0001:(\d+)", publics)[1]) + 0x1000
+        text = self.symbolise(self.text_file(f"avcodec-59.dll+0x{offset:x}\n")).stdout
+        self.assertRegex(text, r"= avcodec_open2 \(.*avcodec\.c:\d+\)")
 
     def test_symbols_of_another_build_are_not_used(self):
         other = self.folder / "other"
