@@ -32,17 +32,25 @@ code { font-family: ui-monospace, monospace; font-size: .92em; }
 svg { width: 100%; height: auto; } svg text { fill: currentColor; font: 12px system-ui, sans-serif; }
 )";
 
+// The number of bytes of a UTF-8 character with this first byte; 0 if no character begins with it.
+size_t LengthOf(unsigned first)
+{
+    struct Range {
+        unsigned below;
+        size_t length;
+    };
+    constexpr std::array<Range, 5> ranges{{{0x80, 1}, {0xC2, 0}, {0xE0, 2}, {0xF0, 3}, {0xF5, 4}}};
+    const auto range =
+        std::find_if(ranges.begin(), ranges.end(), [first](const Range &each) { return first < each.below; });
+    return range == ranges.end() ? 0 : range->length;
+}
+
 // The number of bytes of the UTF-8 character at the beginning of `text`; 0 if there is none.
 size_t CharacterLength(std::string_view text)
 {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned first = byte(0);
-    const size_t length = first < 0x80   ? 1
-                          : first < 0xC2 ? 0
-                          : first < 0xE0 ? 2
-                          : first < 0xF0 ? 3
-                          : first < 0xF5 ? 4
-                                         : 0;
+    const size_t length = LengthOf(first);
     if (length > text.size()) {
         return 0;
     }
