@@ -113,13 +113,13 @@ std::string VersionString(std::vector<uint8_t> &resource, const wchar_t *name)
         WORD language, codePage;
     } *translation = nullptr;
     if (resource.empty() ||
-        VerQueryValueW(resource.data(), L"\\VarFileInfo\\Translation",
+        VerQueryValueW(resource.data(), LR"(\VarFileInfo\Translation)",
                        reinterpret_cast<void **>(&translation), &length) == FALSE ||
         length < sizeof(Translation)) {
         return {};
     }
     const std::wstring path =
-        ToWide(Format("\\StringFileInfo\\{:04x}{:04x}\\", translation->language, translation->codePage)) +
+        ToWide(Format(R"(\StringFileInfo\{:04x}{:04x}\)", translation->language, translation->codePage)) +
         name;
     if (VerQueryValueW(resource.data(), path.c_str(), &text, &length) == FALSE || length == 0) {
         return {};

@@ -54,10 +54,9 @@ std::string DetailOf(RowId row, std::string_view message)
 std::string WithoutNumbers(std::string_view message)
 {
     std::string text;
-    for (size_t i = 0; i < message.size(); ++i) {
-        const bool isDigit = message[i] >= '0' && message[i] <= '9';
-        if (!isDigit) {
-            text += message[i];
+    for (const char c : message) {
+        if (c < '0' || c > '9') {
+            text += c;
         } else if (text.empty() || text.back() != '#') {
             text += '#';
         }

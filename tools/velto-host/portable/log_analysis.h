@@ -102,8 +102,8 @@ struct LogResult {
     std::map<std::string, LogFinding> otherErrors; // by message, with "#" for each number
     std::map<int64_t, LogCounts> seconds;          // by second since 1970
 
-    // Counts for each period of so many seconds that has any. Periods begin at multiples of their length.
-    std::map<int64_t, LogCounts> Per(int64_t seconds) const;
+    // Counts for each period of `length` seconds that has any. Periods begin at multiples of their length.
+    std::map<int64_t, LogCounts> Per(int64_t length) const;
 };
 
 class LogAnalysis {

@@ -40,7 +40,7 @@ size_t LengthOf(unsigned first)
         size_t length;
     };
     constexpr std::array<Range, 5> ranges{{{0x80, 1}, {0xC2, 0}, {0xE0, 2}, {0xF0, 3}, {0xF5, 4}}};
-    const auto range =
+    const auto *const range =
         std::find_if(ranges.begin(), ranges.end(), [first](const Range &each) { return first < each.below; });
     return range == ranges.end() ? 0 : range->length;
 }
@@ -107,8 +107,8 @@ std::string_view ClassOf(RowKind kind)
 int64_t BarSeconds(int64_t seconds)
 {
     constexpr std::array<int64_t, 12> lengths{1, 2, 5, 10, 30, 60, 300, 600, 1800, 3600, 21600, 86400};
-    const auto length = std::find_if(lengths.begin(), lengths.end(),
-                                     [seconds](int64_t each) { return seconds / each < mostBars; });
+    const auto *const length = std::find_if(lengths.begin(), lengths.end(),
+                                            [seconds](int64_t each) { return seconds / each < mostBars; });
     return length != lengths.end() ? *length : seconds / mostBars + 1;
 }
 

@@ -221,10 +221,11 @@ const Row &RowOf(RowId id)
 
 std::optional<RowId> RowOfMessage(std::string_view message)
 {
-    const auto found = std::find_if(std::begin(patterns), std::end(patterns), [&](const Pattern &pattern) {
-        return pattern.isWhole ? message == pattern.text
-                               : message.find(pattern.text) != std::string_view::npos;
-    });
+    const auto *const found =
+        std::find_if(std::begin(patterns), std::end(patterns), [&](const Pattern &pattern) {
+            return pattern.isWhole ? message == pattern.text
+                                   : message.find(pattern.text) != std::string_view::npos;
+        });
     return found == std::end(patterns) ? std::nullopt : std::optional(found->row);
 }
 
@@ -244,15 +245,16 @@ std::string PlainText(std::string_view markdown)
 
 std::string_view StepName(int number)
 {
-    const auto step = std::find_if(std::begin(steps), std::end(steps),
-                                   [number](const Step &each) { return each.number == number; });
+    const auto *const step = std::find_if(std::begin(steps), std::end(steps),
+                                          [number](const Step &each) { return each.number == number; });
     return step == std::end(steps) ? std::string_view() : step->name;
 }
 
 std::string ResultText(uint32_t result)
 {
-    const auto named = std::find_if(std::begin(results), std::end(results),
-                                    [result](const NamedResult &each) { return each.result == result; });
+    const auto *const named =
+        std::find_if(std::begin(results), std::end(results),
+                     [result](const NamedResult &each) { return each.result == result; });
     return named == std::end(results) ? fmt::format("0x{:08X}", result)
                                       : fmt::format("0x{:08X} ({})", result, named->name);
 }
