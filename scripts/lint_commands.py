@@ -26,6 +26,11 @@ def headers_of(compiler):
     return [folder for folder in listed if not re.search(r"/gcc/[^/]+/[^/]+/include(-fixed)?$", folder)]
 
 
+def without_launcher(command):
+    """The command of the compiler that a compiler cache would start."""
+    return re.sub(r"^\S*ccache ", "", command)
+
+
 def for_clang(command):
     # clang cannot read g++'s precompiled headers. Of the tests' precompiled header, only the redirection matters.
     redirection = f"-include {REDIRECT}" if "velto_module_under_test.dir" in command else ""
@@ -53,6 +58,7 @@ def main():
     build, out = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     chosen, msvc = {}, {}
     for entry in json.loads((build / "compile_commands.json").read_text("utf-8")):
+        entry["command"] = without_launcher(entry["command"])
         source = pathlib.Path(entry["file"])
         # Prefers the product's command to the tests'. On Linux, only the tests compile some of the sources.
         if source.suffix == ".cpp" and any(folder in source.parents for folder in OWN):
