@@ -126,6 +126,11 @@ class Sources:
         return self.commit + ("-dirty" if self.is_dirty else "")
 
     @property
+    def short_commit(self):
+        """The commit as velto-host --version prints it."""
+        return self.commit[:12] + ("+" if self.is_dirty else "")
+
+    @property
     def folder(self):
         """The folder in the archive."""
         return f"velto-audio-handler-{self.version}"
@@ -145,7 +150,7 @@ def compile_product(sources, work):
     environment = dict(os.environ, CCACHE_DISABLE="1", SOURCE_DATE_EPOCH=str(sources.seconds))
     say(f"building in {work}")
     run("cmake", "-G", "Ninja", "-S", source, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-        f"-DCMAKE_TOOLCHAIN_FILE={source}/cmake/mingw.cmake", "-DBUILD_TESTING=OFF",
+        f"-DCMAKE_TOOLCHAIN_FILE={source}/cmake/mingw.cmake", "-DBUILD_TESTING=OFF", f"-DVELTO_COMMIT={sources.short_commit}",
         env=environment, log=work / "configure.log")
     run("cmake", "--build", build, "--target", "velto-product", env=environment, log=work / "build.log")
     return build

@@ -25,11 +25,11 @@ constexpr char contents[] =
     "report.json      versions, checksums and build ids of the DLLs; the system's version; the sound\r\n"
     "                 endpoints with state, roles and mix format; the module's capabilities; settings\r\n"
     "log/             the module's log files\r\n"
-    "explanation.txt  what velto-host log prints about them\r\n"
+    "explanation.txt  the text that velto-host log prints about them\r\n"
     "\r\n"
     "Left out: the names and ids of the sound endpoints, unless --with-names was given; in all files, the\r\n"
-    "path of the user's folder, and the names of user and computer in other paths. The report has no "
-    "sound.\r\n";
+    "path of the user's folder, and the names of user and computer in other paths. Other folders keep\r\n"
+    "their names. The report has no sound.\r\n";
 
 std::string Environment(const wchar_t *name)
 {

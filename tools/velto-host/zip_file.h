@@ -11,7 +11,7 @@ namespace velto::host {
 
 class ZipFile {
 public:
-    // `name` is UTF-8 with "/" between folders. Throws FileError for more than 4 GiB.
+    // `name` is UTF-8 with "/" between folders. Throws FileError for more than 2 GiB.
     void Add(std::string_view name, std::string_view content);
 
     // Throws FileError.
