@@ -1,4 +1,4 @@
-"""Reads Windows binaries and PDB files: build ids, sections, unwind information. Finds functions and lines."""
+"""Reads Windows binaries: build ids, sections, unwind information. Finds functions and lines."""
 
 import bisect
 import dataclasses
@@ -9,20 +9,10 @@ import uuid
 
 import pefile
 
+from pdb_file import BuildId
+
 ADDR2LINE = "x86_64-w64-mingw32-addr2line"
 CHAINED = 4  # flag in UNWIND_INFO
-PDB_MAGIC = b"Microsoft C/C++ MSF 7.00\r\n\x1aDS\0\0\0"
-PDB_INFO_STREAM = 1
-
-
-@dataclasses.dataclass(frozen=True)
-class BuildId:
-    guid: uuid.UUID
-    age: int
-
-    def __str__(self):
-        """As Microsoft's symbol servers write it."""
-        return f"{self.guid.hex.upper()}{self.age:X}"
 
 
 def parse_codeview(record):
@@ -34,15 +24,22 @@ def parse_codeview(record):
     return BuildId(guid, age), record[24:].split(b"\0")[0].decode("utf-8", "replace")
 
 
+class BadBinary(ValueError):
+    """The file is no binary of Windows, or is incomplete."""
+
+
 class Binary:
     """A DLL, a program, or a file with the debug information of one."""
 
     def __init__(self, path):
         self.path = pathlib.Path(path)
-        self._pe = pefile.PE(str(path), fast_load=True)
+        try:
+            self._pe = pefile.PE(str(path), fast_load=True)
+        except pefile.PEFormatError as error:
+            raise BadBinary(f"{path} is no binary of Windows: {error}") from error
         self.image_base = self._pe.OPTIONAL_HEADER.ImageBase
         self.image_size = self._pe.OPTIONAL_HEADER.SizeOfImage
-        self.time_stamp = self._pe.FILE_HEADER.TimeDateStamp
+        self.checksum = self._pe.OPTIONAL_HEADER.CheckSum
         self.build_id, self.pdb_name = self._codeview()
         self._functions = None
 
@@ -81,36 +78,6 @@ class Binary:
                 break
             info = struct.unpack_from("<III", slots, (head[2] + 1) // 2 * 4)[2]
         return begin, parts
-
-
-def pdb_stream(data, number):
-    """Returns (offset in the file of the stream's first block, the stream's first block)."""
-    if not data.startswith(PDB_MAGIC):
-        raise ValueError("this is no PDB file")
-    block, _, _, directory_bytes, _, map_block = struct.unpack_from("<6I", data, 32)
-    places = struct.unpack_from(f"<{-(-directory_bytes // block)}I", data, map_block * block)
-    directory = b"".join(data[place * block:(place + 1) * block] for place in places)
-    streams = struct.unpack_from("<I", directory)[0]
-    sizes = struct.unpack_from(f"<{streams}I", directory, 4)
-    position = 4 + 4 * streams
-    for size in sizes[:number]:
-        position += 4 * (0 if size == 0xFFFFFFFF else -(-size // block))
-    offset = struct.unpack_from("<I", directory, position)[0] * block
-    return offset, data[offset:offset + min(block, sizes[number])]
-
-
-def pdb_build_id(path):
-    """The age in the PDB's header counts its own changes; a linker sets it to that of the binary."""
-    _, info = pdb_stream(pathlib.Path(path).read_bytes(), PDB_INFO_STREAM)
-    age = struct.unpack_from("<I", info, 8)[0]
-    return BuildId(uuid.UUID(bytes_le=bytes(info[12:28])), age)
-
-
-def without_time(data):
-    """Returns a PDB file without the time at which it was linked, so that equal links give equal files. Debuggers compare
-    the GUID and the age instead."""
-    offset, _ = pdb_stream(data, PDB_INFO_STREAM)
-    return data[:offset + 4] + bytes(4) + data[offset + 8:]
 
 
 @dataclasses.dataclass(frozen=True)

@@ -9,6 +9,7 @@ import pathlib
 import struct
 
 import binaries
+import pdb_file
 
 MAGIC = b"MDMP"
 THREADS, MODULES, MEMORY, EXCEPTION, SYSTEM, MEMORY64 = 3, 4, 5, 6, 7, 9
@@ -28,14 +29,14 @@ class Module:
     base: int
     size: int
     path: str
-    time_stamp: int
-    build_id: binaries.BuildId | None  # Wine's dumps have none
+    checksum: int  # of the file, as the linker wrote it
+    build_id: pdb_file.BuildId | None  # Wine's dumps have none
 
     def is_build_of(self, binary):
         """Whether this is the module's binary."""
         if self.build_id:
             return self.build_id == binary.build_id
-        return self.size == binary.image_size and self.time_stamp == binary.time_stamp
+        return self.size == binary.image_size and self.checksum == binary.checksum
 
     @property
     def name(self):
@@ -89,10 +90,10 @@ class Minidump:
         found = []
         for number in range(struct.unpack_from("<I", self._data, place)[0]):
             entry = place + 4 + 108 * number
-            base, size, _, time_stamp, name = struct.unpack_from("<QIIII", self._data, entry)
+            base, size, checksum, _, name = struct.unpack_from("<QIIII", self._data, entry)
             length = struct.unpack_from("<I", self._data, name)[0]
             path = self._data[name + 4:name + 4 + length].decode("utf-16-le", "replace")
-            found.append(Module(base, size, path, time_stamp, binaries.parse_codeview(self._location(entry + 24 + 52))[0]))
+            found.append(Module(base, size, path, checksum, binaries.parse_codeview(self._location(entry + 24 + 52))[0]))
         return found
 
     def _read_memory(self, streams):

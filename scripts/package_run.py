@@ -1,7 +1,7 @@
 """Makes the packages that others can ship, in build/package:
 
   velto-audio-handler-VERSION-windows-x64.zip   the DLLs, velto-host, header, import libraries, CMake package, licences
-  velto-audio-handler-VERSION-symbols.zip       debug information of the DLLs and of velto-host
+  velto-audio-handler-VERSION-symbols.zip       debug information and PDB files of the DLLs and of velto-host
   velto-audio-handler-VERSION-source.tar.xz     the sources of the commit
   velto-ffmpeg-VERSION-source.tar               the source of FFmpeg's DLLs, and how they were configured
   SHA256SUMS                                    the checksums of the four
@@ -196,7 +196,7 @@ def stage_symbols(build, folder):
     """Fills a folder with the symbols of all shipped binaries."""
     try:
         symbols_run.collect(build, folder)
-    except symbols_run.Failure as problem:
+    except symbols_run.FAILURES as problem:
         raise RuntimeError(str(problem)) from problem
 
 

@@ -1,16 +1,11 @@
 """Turns module offsets into functions and lines, in a minidump, a text log or a Wine backtrace.
 
-    scripts/symbolise DUMP-OR-LOG [--symbols FOLDER] [--binaries FOLDER] [--all-threads]
-
 In a text, an offset has one of the forms "NAME.dll+0x1234", "NAME (+0x1234)" and, as in Windows' event log, "Faulting
-module name: NAME.dll ... Fault offset: 0x1234". Each line with offsets is printed, followed by a line for each place.
-A minidump is recognised by its content: the exception and the stack of the thread that crashed are printed.
+module name: NAME.dll ... Fault offset: 0x1234". Each line with offsets is printed, followed by a line for each place. The
+symbols are those found first.
 
---symbols: folders with NAME.dll.debug, as scripts/symbols writes them. By default, those of build/package and of
-build/windows are searched. --binaries: a folder with the DLLs and programs of the same build; they have the unwind
-information that a minidump needs. Default: build/windows/bin. Files of another build than the dump's are not used.
-
-Exits with 0 if at least one place was found, else with 1.
+A minidump is recognised by its content. The exception and the stack of the thread that crashed are printed. Only symbols and
+binaries of the dump's build are used.
 """
 
 import argparse
@@ -22,27 +17,22 @@ import binaries
 import minidump
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-DEFAULT_BINARIES = REPOSITORY / "build" / "windows" / "bin"
+BUILDS = (REPOSITORY / "build" / "package" / "work" / "build", REPOSITORY / "build" / "windows")
 OFFSET = re.compile(r"\b([\w.-]+?)(\.dll|\.exe)?\s*\(?\+\s*0x([0-9a-fA-F]+)\b")
 EVENT_MODULE = re.compile(r"Faulting module name: *([\w.-]+)", re.I)
 EVENT_OFFSET = re.compile(r"Fault offset: *0x([0-9a-fA-F]+)", re.I)
 
 
-def default_symbols():
-    found = sorted((REPOSITORY / "build" / "package").glob("**/symbols")) if (REPOSITORY / "build" / "package").is_dir() else []
-    return [*found, REPOSITORY / "build" / "windows" / "symbols"]
-
-
 class Symbols:
-    """The debug files of some folders, by the lower-case name of their binary."""
+    """The debug files and the binaries of some folders, by the lower-case name of the binary."""
 
-    def __init__(self, folders, binaries_folder):
-        self._debug, self._opened = {}, {}
-        for folder in reversed(folders):  # the first folder counts
-            for file in folder.glob("**/*.debug") if folder.is_dir() else []:
-                self._debug[file.name.removesuffix(".debug").lower()] = file
-        self._binaries = {file.name.lower(): file for file in binaries_folder.glob("*")
-                          if file.suffix.lower() in (".dll", ".exe")} if binaries_folder.is_dir() else {}
+    def __init__(self, symbol_folders, binary_folders):
+        self._debug, self._binaries, self._opened = {}, {}, {}
+        for file in (file for folder in symbol_folders for file in sorted(folder.glob("**/*.debug"))):
+            self._debug.setdefault(file.name.removesuffix(".debug").lower(), []).append(file)
+        for file in (file for folder in binary_folders for file in sorted(folder.glob("*"))):
+            if file.suffix.lower() in (".dll", ".exe"):
+                self._binaries.setdefault(file.name.lower(), []).append(file)
 
     def _open(self, path):
         if path not in self._opened:
@@ -56,23 +46,25 @@ class Symbols:
 
     def binary_of(self, module):
         """The binary of a dump's module, if it is of the same build."""
-        path = self._binaries.get(module.name.lower())
-        binary = self._open(path) if path else None
-        return binary if binary and module.is_build_of(binary) else None
+        opened = (self._open(path) for path in self._binaries.get(module.name.lower(), []))
+        return next((binary for binary in opened if module.is_build_of(binary)), None)
 
     def request(self, file_name, offset):
         """(debug file, address) of an offset in a binary with symbols."""
-        debug = self._debug[file_name.lower()]
+        debug = self._debug[file_name][0]
         return debug, self._open(debug).image_base + offset
 
     def request_of_frame(self, frame):
         """The same for a frame, or None without symbols of the module's build. A return address belongs to the call before
         it."""
-        debug, binary = self._debug.get(frame.module.name.lower()), self.binary_of(frame.module)
+        binary = self.binary_of(frame.module)
         build_id = frame.module.build_id or (binary and binary.build_id)
-        if not debug or not build_id or self._open(debug).build_id != build_id:
-            return None
-        return self.request(frame.module.name, frame.address - frame.module.base - (1 if frame.is_return_address else 0))
+        offset = frame.address - frame.module.base - (1 if frame.is_return_address else 0)
+        for debug in self._debug.get(frame.module.name.lower(), []):
+            opened = self._open(debug)
+            if build_id and opened.build_id == build_id:
+                return debug, opened.image_base + offset
+        return None
 
 
 class Report:
@@ -136,16 +128,23 @@ def read_dump(dump, symbols, all_threads, report):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="symbolise", description=__doc__.split("\n\n")[0])
+    parser = argparse.ArgumentParser(prog="scripts/symbolise", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter,
+                                     epilog="Exit code: 0 if a place was found, 1 if not, 2 for wrong arguments.")
     parser.add_argument("file", type=pathlib.Path, metavar="DUMP-OR-LOG")
-    parser.add_argument("--symbols", type=pathlib.Path, action="append", metavar="FOLDER")
-    parser.add_argument("--binaries", type=pathlib.Path, default=DEFAULT_BINARIES, metavar="FOLDER")
+    parser.add_argument("--symbols", type=pathlib.Path, action="append", metavar="FOLDER",
+                        help="folder with NAME.dll.debug, as scripts/symbols writes it; can be given several times (default: "
+                             "the builds of scripts/package and scripts/build)")
+    parser.add_argument("--binaries", type=pathlib.Path, action="append", metavar="FOLDER",
+                        help="folder with the DLLs and programs, whose unwind information a minidump needs; can be given "
+                             "several times (default: as for --symbols)")
     parser.add_argument("--all-threads", action="store_true", help="print the stacks of all threads of a dump")
     options = parser.parse_args()
-    for folder in [*(options.symbols or []), options.binaries]:
-        if folder != DEFAULT_BINARIES and not folder.is_dir():
+    for folder in [*(options.symbols or []), *(options.binaries or [])]:
+        if not folder.is_dir():
             sys.exit(f"symbolise: error: there is no folder {folder}")
-    symbols = Symbols(options.symbols or default_symbols(), options.binaries)
+    symbols = Symbols(options.symbols or [build / "symbols" for build in BUILDS],
+                      options.binaries or [build / "bin" for build in BUILDS])
     report = Report()
     try:
         content = options.file.read_bytes()
@@ -154,7 +153,7 @@ def main():
         else:
             encoding = "utf-16" if content[:2] in (b"\xff\xfe", b"\xfe\xff") else "utf-8"
             read_text(content.decode(encoding, "replace"), symbols, report)
-    except (OSError, minidump.BadDump) as error:
+    except (OSError, minidump.BadDump, binaries.BadBinary) as error:
         sys.exit(f"symbolise: error: {error}")
     found = report.print()
     if not found:

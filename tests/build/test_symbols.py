@@ -16,6 +16,7 @@ import wine
 sys.path.insert(0, str(places.REPOSITORY / "scripts"))
 import binaries  # noqa: E402  (after the path)
 import minidump  # noqa: E402
+import pdb_file  # noqa: E402
 
 SYMBOLS = places.BUILD / "symbols"
 OWN = (places.MODULE, "velto-host.exe")
@@ -55,7 +56,7 @@ class SymbolFiles(unittest.TestCase):
                 guid = re.search(r"GUID: \{([0-9A-F-]+)\}", summary)[1].replace("-", "")
                 age = int(re.search(r"Age: (\d+)", summary)[1])
                 self.assertEqual((guid, age), (binary.build_id.guid.hex.upper(), binary.build_id.age))
-                self.assertEqual(binaries.pdb_build_id(SYMBOLS / binary.pdb_name), binary.build_id)
+                self.assertEqual(pdb_file.PdbFile((SYMBOLS / binary.pdb_name).read_bytes()).build_id, binary.build_id)
                 self.assertEqual(binaries.Binary(SYMBOLS / f"{name}.debug").build_id, binary.build_id)
 
     def test_pdb_has_functions_of_module_at_their_addresses(self):
@@ -68,28 +69,58 @@ class SymbolFiles(unittest.TestCase):
         text_begin = 0x1000  # of section 1
         self.assertEqual(text_begin + int(found[ENTRY]), export_rva(ENTRY))
 
-    def test_symbols_of_one_build_are_equal_and_complete(self):
-        first, second = self.folder / "first", self.folder / "second"
-        self.assertEqual(script("symbols", first).returncode, 0)
-        # Another link of the same binary differs in the time that its PDB file has.
-        build = self.folder / "build"
-        shutil.copytree(places.BIN, build / "bin")
-        shutil.copytree(SYMBOLS, build / "symbols")
-        pdb = build / "symbols" / "LibVeltoAudioHandler.pdb"
-        content = bytearray(pdb.read_bytes())
-        offset, _ = binaries.pdb_stream(bytes(content), 1)
-        struct.pack_into("<I", content, offset + 4, 1)
-        pdb.write_bytes(content)
-        result = script("symbols", second, "--build", build)
+    def test_script_writes_complete_symbols(self):
+        result = script("symbols", self.folder / "out")
         self.assertEqual(result.returncode, 0, result.stderr)
-        names = sorted(file.name for file in first.iterdir())
-        expected = [f"{name}.debug" for name in ALL] + [
-            f"{pathlib.Path(name).stem}.pdb" for name in ALL] + ["index"]
-        self.assertEqual(names, sorted(expected))
-        self.assertEqual(filecmp.cmpfiles(first, second, names, shallow=False), (names, [], []))
-        self.assertIn(f"{places.MODULE} {binaries.Binary(places.BIN / places.MODULE).build_id}\n",
-                      (first / "index").read_text("utf-8"))
-        self.assertIn("Has Publics: true", pdbutil("-summary", first / "velto-host.pdb"))
+        expected = [f"{name}.debug" for name in ALL] + [f"{pathlib.Path(name).stem}.pdb" for name in ALL] + ["index"]
+        self.assertEqual(sorted(file.name for file in (self.folder / "out").iterdir()), sorted(expected))
+        index = (self.folder / "out" / "index").read_text("utf-8").splitlines()
+        self.assertEqual(index, [f"{name} {binaries.Binary(places.BIN / name).build_id}" for name in ALL])
+        for name in ALL:
+            self.assertTrue(filecmp.cmp(self.folder / "out" / f"{name}.debug", SYMBOLS / f"{name}.debug", shallow=False))
+
+    def test_written_pdb_has_names_and_addresses_of_linked_one(self):
+        self.assertEqual(script("symbols", self.folder / "out").returncode, 0)
+        for name in ALL:
+            pdb = f"{pathlib.Path(name).stem}.pdb"
+            for option in ("-publics", "-section-headers", "-section-contribs", "-id-extras"):
+                with self.subTest(pdb, option=option):
+                    written = pdbutil(option, self.folder / "out" / pdb)
+                    self.assertGreater(len(written.splitlines()), 5, written)
+                    self.assertEqual(written, pdbutil(option, SYMBOLS / pdb))
+
+    def test_links_in_two_folders_give_equal_pdb_files(self):
+        written = []
+        for name in ("a", "another folder"):
+            folder = self.folder / name
+            folder.mkdir()
+            (folder / "one.c").write_text("int Twice(int number) { return 2 * number; }\n")
+            for command in (("-c", "one.c"), ("-shared", "-o", "one.dll", "one.o", "-nostdlib", "-Wl,-e,0,--no-insert-timestamp",
+                                             "-Wl,--build-id,--pdb=one.pdb")):
+                subprocess.run(["x86_64-w64-mingw32-gcc-posix", *command], cwd=folder, check=True)
+            content = bytearray((folder / "one.pdb").read_bytes())
+            self.assertIn(bytes(folder), content)
+            time = content.index(struct.pack("<I", 20000404)) + 4  # behind the version of the format
+            struct.pack_into("<I", content, time, len(written))
+            written.append(pdb_file.PdbFile(bytes(content)).reproducible())
+        self.assertEqual(written[0], written[1])
+        self.assertNotIn(bytes(self.folder), written[0])
+
+    def test_pdb_of_more_than_one_map_block_keeps_its_streams(self):
+        streams = [bytes([number]) * 5000 for number in range(220)] + [None, b""]
+        streams[1], streams[3] = bytes(28), bytes(64)
+        content = pdb_file.packed(streams)
+        self.assertEqual(pdb_file.PdbFile(content).reproducible(), content)
+        self.assertGreater(len(content), 1024 * 1024)
+        (self.folder / "large.pdb").write_bytes(content)
+        listed = pdbutil("-streams", self.folder / "large.pdb")
+        self.assertRegex(listed, r"Stream 219 \( *5000 bytes\)")
+
+    def test_broken_pdb_files_are_refused(self):
+        content = (SYMBOLS / "LibVeltoAudioHandler.pdb").read_bytes()
+        for broken in (b"", content[:40], content[:2000], b"x" + content):
+            with self.assertRaises(pdb_file.BadPdb):
+                pdb_file.PdbFile(broken)
 
     def test_symbols_of_another_build_are_refused(self):
         build = self.folder / "build"
@@ -101,6 +132,10 @@ class SymbolFiles(unittest.TestCase):
         self.assertIn("LibVeltoAudioHandler.dll.debug is of another build than", result.stderr)
         (build / "symbols" / "LibVeltoAudioHandler.dll.debug").unlink()
         self.assertIn("LibVeltoAudioHandler.dll.debug is missing", script("symbols", self.folder, "--build", build).stderr)
+        (build / "bin" / "LibVeltoAudioHandler.dll").write_bytes(b"")
+        result = script("symbols", self.folder, "--build", build)
+        self.assertIn("LibVeltoAudioHandler.dll is no binary of Windows", result.stderr)
+        self.assertNotIn("Traceback", result.stderr)
 
 
 class Crash(unittest.TestCase):
@@ -176,19 +211,35 @@ class Crash(unittest.TestCase):
         text = self.symbolise(self.text_file(f"avcodec-59.dll+0x{offset:x}\n")).stdout
         self.assertRegex(text, r"= avcodec_open2 \(.*avcodec\.c:\d+\)")
 
-    def test_symbols_of_another_build_are_not_used(self):
+    def other_build(self):
+        """A folder with copies of the binaries and symbols that have another build id and checksum."""
         other = self.folder / "other"
-        other.mkdir()
+        other.mkdir(exist_ok=True)
         for name in OWN:
-            binary = binaries.Binary(places.BIN / name)
+            guid = binaries.Binary(places.BIN / name).build_id.guid.bytes_le
             for folder, file in ((places.BIN, name), (SYMBOLS, f"{name}.debug")):
                 content = (folder / file).read_bytes()
-                guid = binary.build_id.guid.bytes_le
                 self.assertEqual(content.count(guid), 1)
-                (other / file).write_bytes(content.replace(guid, bytes(16)))
-        result = script("symbolise", self.dump, "--symbols", other, "--binaries", places.BIN)
+                content = bytearray(content.replace(guid, bytes(16)))
+                checksum = struct.unpack_from("<I", content, 0x3C)[0] + 0x58
+                struct.pack_into("<I", content, checksum, struct.unpack_from("<I", content, checksum)[0] ^ 1)
+                (other / file).write_bytes(content)
+        return other
+
+    def test_symbols_of_another_build_are_not_used(self):
+        result = script("symbolise", self.dump, "--symbols", self.other_build(), "--binaries", places.BIN)
         self.assertEqual(result.returncode, 1, result.stdout)
         self.assertIn("no place was found", result.stderr)
+
+    def test_binaries_of_another_build_are_not_used(self):
+        result = script("symbolise", self.dump, "--symbols", SYMBOLS, "--binaries", self.other_build())
+        self.assertEqual(result.returncode, 1, result.stdout)
+
+    def test_files_of_dump_are_found_among_several_builds(self):
+        other = self.other_build()
+        result = script("symbolise", self.dump, "--symbols", other, "--symbols", SYMBOLS, "--binaries", other,
+                        "--binaries", places.BIN)
+        self.assertEqual(result.stdout, self.symbolise(self.dump).stdout)
 
     def test_damaged_dumps_are_refused_without_traceback(self):
         content = self.dump.read_bytes()

@@ -12,9 +12,11 @@ import zipfile
 import zlib
 
 import packages
+import binaries
 import package_archives
 import package_parts
 import package_run
+import pdb_file
 
 OWN = ["LibVeltoAudioHandler.dll", "velto-host.exe"]
 FFMPEG = ["avcodec-59.dll", "avformat-59.dll", "avutil-57.dll", "swresample-4.dll"]
@@ -70,6 +72,22 @@ class Layout(packages.Unpacked):
             symbols = packages.run("llvm-nm", self.package / "lib" / library)
             self.assertIn("T VELTOGetAudioHandler", symbols, library)
             self.assertIn(b"LibVeltoAudioHandler.dll\0", (self.package / "lib" / library).read_bytes(), library)
+
+    def test_symbols_have_exactly_the_listed_files(self):
+        stems = [pathlib.PurePath(name).stem for name in OWN + FFMPEG]
+        with zipfile.ZipFile(packages.archive("symbols.zip")) as symbols:
+            self.assertEqual(sorted(symbols.namelist()), sorted(
+                [*(f"{name}.debug" for name in OWN + FFMPEG), *(f"{stem}.pdb" for stem in stems), "index"]))
+
+    def test_index_and_pdb_files_have_build_ids_of_shipped_binaries(self):
+        with zipfile.ZipFile(packages.archive("symbols.zip")) as symbols:
+            index = dict(line.split() for line in symbols.read("index").decode().splitlines())
+            self.assertEqual(sorted(index), sorted(OWN + FFMPEG))
+            for name, build_id in index.items():
+                with self.subTest(name):
+                    binary = binaries.Binary(self.package / "bin" / name)
+                    self.assertEqual(str(binary.build_id), build_id)
+                    self.assertEqual(pdb_file.PdbFile(symbols.read(binary.pdb_name)).build_id, binary.build_id)
 
     def test_symbols_cover_every_shipped_binary_and_match_it(self):
         with zipfile.ZipFile(packages.archive("symbols.zip")) as symbols:

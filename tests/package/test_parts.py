@@ -109,7 +109,7 @@ class Table(packages.Unpacked):
         openings = {"LGPL-2.1-or-later": "GNU LESSER GENERAL PUBLIC LICENSE", "MIT": "Permission is hereby granted",
                     "BSD-3-Clause": "Redistribution and use in source and binary forms",
                     "GPL-3.0-or-later": "GNU GENERAL PUBLIC LICENSE", "GCC-exception-3.1": "GCC RUNTIME LIBRARY EXCEPTION",
-                    "ZPL-2.1": "ZPL"}
+                    "ZPL-2.1": "ZPL", "Zlib": "This software is provided 'as-is'"}
         for part in self.parts:
             with self.subTest(part.id):
                 text = (self.package / "licenses" / f"{part.id}.txt").read_text("utf-8")
