@@ -40,8 +40,8 @@ class PdbFile:
         if not data.startswith(MAGIC):
             raise BadPdb("this is no PDB file")
         try:
-            self._streams = list(self._read(data))
-            info = self._streams[INFO]
+            self.streams = list(self._read(data))
+            info = self.streams[INFO]
             # The age in the header of the debug information counts changes of the PDB file. This one is the binary's.
             self.build_id = BuildId(uuid.UUID(bytes_le=info[12:28]), struct.unpack_from("<I", info, 8)[0])
         except (struct.error, IndexError, ValueError) as error:
@@ -69,7 +69,7 @@ class PdbFile:
 
     def _modules(self):
         """Yields the header and the two names of each linked file."""
-        stream = self._streams[DEBUG_INFO]
+        stream = self.streams[DEBUG_INFO]
         position = DEBUG_INFO_HEADER
         end = position + struct.unpack_from("<I", stream, MODULES_SIZE)[0]
         while position < end:
@@ -79,7 +79,7 @@ class PdbFile:
 
     def reproducible(self):
         """The file without the time and the folders of the link. Debuggers compare the build id instead of the time."""
-        streams = list(self._streams)
+        streams = list(self.streams)
         streams[INFO] = streams[INFO][:4] + bytes(4) + streams[INFO][8:]
         modules = b""
         for header, names in self._modules():

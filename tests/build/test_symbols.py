@@ -110,7 +110,7 @@ class SymbolFiles(unittest.TestCase):
         streams = [bytes([number]) * 5000 for number in range(220)] + [None, b""]
         streams[1], streams[3] = bytes(28), bytes(64)
         content = pdb_file.packed(streams)
-        self.assertEqual(pdb_file.PdbFile(content).reproducible(), content)
+        self.assertEqual(pdb_file.PdbFile(content).streams, streams)
         self.assertGreater(len(content), 1024 * 1024)
         (self.folder / "large.pdb").write_bytes(content)
         listed = pdbutil("-streams", self.folder / "large.pdb")
@@ -172,6 +172,7 @@ class Crash(unittest.TestCase):
             self.assertIn(earlier, order, text)
             self.assertIn(later, order, text)
             self.assertLess(order.index(earlier), order.index(later), text)
+        self.assertNotIn("may be wrong", text[:text.index("= main (")], "these frames are walked, not searched for")
         # The line of a frame is that of the call, not of the return address behind it.
         file, _, line = dict(functions)["VeltoSetAudioParameter"].partition(":")
         self.assertEqual(file, "speaker_track.cpp")
@@ -232,7 +233,8 @@ class Crash(unittest.TestCase):
         self.assertIn("no place was found", result.stderr)
 
     def test_binaries_of_another_build_are_not_used(self):
-        result = script("symbolise", self.dump, "--symbols", SYMBOLS, "--binaries", self.other_build())
+        other = self.other_build()
+        result = script("symbolise", self.dump, "--symbols", other, "--binaries", other)
         self.assertEqual(result.returncode, 1, result.stdout)
 
     def test_files_of_dump_are_found_among_several_builds(self):
