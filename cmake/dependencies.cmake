@@ -72,6 +72,15 @@ else()
     target_link_libraries(velto_ffmpeg INTERFACE PkgConfig::FFMPEG)
 endif()
 
+# velto_ffmpeg_version: that of the build, for the log.
+find_file(ffversion libavutil/ffversion.h HINTS "${velto_ffmpeg_root}/include" ${FFMPEG_INCLUDE_DIRS} NO_CACHE
+    NO_CMAKE_FIND_ROOT_PATH)
+set(velto_ffmpeg_version unknown)
+if(ffversion)
+    file(STRINGS "${ffversion}" line REGEX "FFMPEG_VERSION")
+    string(REGEX REPLACE ".*\"(.*)\".*" "\\1" velto_ffmpeg_version "${line}")
+endif()
+
 add_library(velto_header_libs INTERFACE)
 add_library(velto::header_libs ALIAS velto_header_libs)
 target_compile_definitions(velto_header_libs INTERFACE FMT_HEADER_ONLY)

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <string>
 
 namespace logging {
 
@@ -13,6 +14,7 @@ constexpr int levelOff = 5;
 struct LogSettings {
     std::filesystem::path file; // empty: no file
     int lowestLevel = 1;        // LOG_MESSAGE_LEVEL, or levelOff
+    std::string firstLine;      // message at the beginning of each file; empty: none
     bool levelIsInvalid = false;
     std::uint64_t maxFileBytes = std::uint64_t{5} * 1024 * 1024;
     int oldFiles = 2; // rotated files, in addition to the current one

@@ -1,6 +1,7 @@
 #include "logging/log_sinks.h"
 
 #include <string>
+#include <utility>
 
 #include "logging/debugger.h"
 #include "logging/log_line.h"
@@ -9,8 +10,18 @@ namespace logging {
 
 LogSinks::LogSinks(const LogSettings &settings, RotatingFile::Clock now)
     : m_lowestLevel(settings.lowestLevel),
+      m_firstLine(settings.lowestLevel <= LOG_LEVEL_INFO ? settings.firstLine : ""),
       m_file(settings.file, settings.maxFileBytes, settings.oldFiles, settings.retryAfter, now)
 {
+    if (!m_firstLine.empty()) {
+        m_file.BeginWith([this] { return FirstLine(); });
+    }
+}
+
+std::string LogSinks::FirstLine() const
+{
+    return FormatLine(
+        {std::chrono::system_clock::now(), CurrentThreadId(), LOG_LEVEL_INFO, "Logging", m_firstLine});
 }
 
 void LogSinks::Write(LOG_MESSAGE_LEVEL level, std::string_view channel, std::string_view message)
@@ -26,6 +37,9 @@ void LogSinks::Write(LOG_MESSAGE_LEVEL level, std::string_view channel, std::str
             "LibVeltoAudioHandler: the log file cannot be written; lines go to the debugger only\r\n");
     }
     m_fileFailureReported = !isWritten;
+    if (!m_firstLine.empty() && !std::exchange(m_firstLineIsShown, true)) {
+        ShowInDebugger(FirstLine());
+    }
     ShowInDebugger(line);
 }
 

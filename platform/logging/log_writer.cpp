@@ -1,10 +1,13 @@
 #include "logging/log_writer.h"
 
 #include <atomic>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
+#include "logging/first_line.h"
 #include "logging/last_error.h"
 #include "logging/log_settings.h"
 #include "logging/log_sinks.h"
@@ -17,9 +20,10 @@ namespace {
 // Longer messages are truncated, so that a line always fits into a log file of limited size.
 constexpr std::size_t maxMessageBytes = 8192;
 
-std::unique_ptr<LogSinks> OpenSinks()
+std::unique_ptr<LogSinks> OpenSinks(std::string firstLine)
 {
-    const LogSettings settings = ReadLogSettings();
+    LogSettings settings = ReadLogSettings();
+    settings.firstLine = std::move(firstLine);
     auto sinks = std::make_unique<LogSinks>(settings);
     if (settings.levelIsInvalid) {
         sinks->Write(
@@ -40,6 +44,7 @@ public:
     void Write(LOG_MESSAGE_LEVEL level, const char *channel, const std::string &text);
 
 private:
+    std::string m_firstLine; // made while the module loads: later it would need the loader's lock
     std::mutex m_mutex;
     std::unique_ptr<LogSinks> m_sinks; // guarded by m_mutex
 };
@@ -50,6 +55,11 @@ constinit std::atomic<LogWriter *> currentWriter = nullptr;
 
 LogWriter::LogWriter()
 {
+    try {
+        m_firstLine = FirstLine();
+    } catch (const std::exception &) {
+        // Without memory, the log has no such line.
+    }
     currentWriter = this;
 }
 
@@ -71,7 +81,7 @@ void LogWriter::Write(LOG_MESSAGE_LEVEL level, const char *channel, const std::s
         return; // a killed thread owned the lock
     }
     if (m_sinks == nullptr) {
-        m_sinks = OpenSinks();
+        m_sinks = OpenSinks(m_firstLine);
     }
     m_sinks->Write(level, channel, text);
 }
@@ -88,7 +98,7 @@ void WriteLine(LOG_MESSAGE_LEVEL level, const char *channel, std::wstring_view m
         if (LogWriter *shared = currentWriter; shared != nullptr) {
             shared->Write(level, channel, text);
         } else {
-            OpenSinks()->Write(level, channel, text);
+            OpenSinks({})->Write(level, channel, text);
         }
     } catch (...) {
         // Out of memory, or the lock failed. There is nowhere to report it.

@@ -36,7 +36,16 @@ bool RotatingFile::TryAppend(std::string_view line)
             return false;
         }
     }
-    return (HasRoomFor(line.size()) || MakeRoomFor(line.size())) && m_file.Append(line);
+    if (m_firstLine && (!m_hasBegun || m_file.Size() == 0 || !HasRoomFor(line.size()))) {
+        m_hasBegun = AppendText(m_firstLine() + std::string(line));
+        return m_hasBegun;
+    }
+    return AppendText(line);
+}
+
+bool RotatingFile::AppendText(std::string_view text)
+{
+    return (HasRoomFor(text.size()) || MakeRoomFor(text.size())) && m_file.Append(text);
 }
 
 bool RotatingFile::Open()

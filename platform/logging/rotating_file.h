@@ -9,7 +9,10 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "logging/append_file.h"
 
@@ -25,11 +28,16 @@ public:
     RotatingFile(std::filesystem::path path, std::uint64_t maxBytes, int oldFiles,
                  std::chrono::milliseconds retryAfter, Clock now = std::chrono::steady_clock::now);
 
+    // Makes `line` the first line of this object and of each file that it begins. It is called for each of
+    // them, and returns the line with its ending.
+    void BeginWith(std::function<std::string()> line) { m_firstLine = std::move(line); }
+
     // Passes a line, including its line ending, to the system. Returns false if it could not be written.
     bool Append(std::string_view line);
 
 private:
     bool TryAppend(std::string_view line);
+    bool AppendText(std::string_view text);
     bool Open();
     bool MakeRoomFor(std::uint64_t bytes);
     bool HasRoomFor(std::uint64_t bytes) const;
@@ -41,7 +49,9 @@ private:
     const int m_oldFiles;
     const std::chrono::milliseconds m_retryAfter;
     const Clock m_clock;
+    std::function<std::string()> m_firstLine; // null: none
     AppendFile m_file;
+    bool m_hasBegun = false; // the first line was written
     std::chrono::steady_clock::time_point m_notBefore{};
 };
 

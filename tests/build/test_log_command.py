@@ -56,6 +56,11 @@ class LogCommand(unittest.TestCase):
         self.assertEqual(result.returncode, code, result.stderr)
         return json.loads(result.stdout), result
 
+    def symbols_index(self):
+        subprocess.run([places.REPOSITORY / "scripts" / "symbols", self.folder / "symbols", "--build", places.BUILD],
+                       check=True)
+        return (self.folder / "symbols" / "index").read_text("utf-8").splitlines()
+
     @staticmethod
     def rows(explained):
         return {finding["row"]: finding["count"] for finding in explained["findings"]}
@@ -141,6 +146,12 @@ class LogCommand(unittest.TestCase):
         self.assertTrue({"no-audio-service", "no-microphone"} & set(rows), rows)
         for row in ("not-aac", "speaker-removed", "underrun", "no-cushion"):
             self.assertNotIn(row, rows)
+        index = dict(line.split() for line in self.symbols_index())
+        self.assertEqual(len(explained["builds"]), 1, "both hosts use one build")
+        self.assertRegex(explained["builds"][0]["text"],
+                         rf"^LibVeltoAudioHandler \d+\.\d+\.\d+, commit ([0-9a-f]{{12}}\+?|unknown), build id "
+                         rf"{index[places.MODULE]}, FFmpeg 5\.1\S*, Wine \S+$")
+        self.assertEqual(log.read_text("utf-8").count("[info] [Logging] LibVeltoAudioHandler"), 2)
         self.assertEqual(len(explained["streams"]), 1)
         self.assertEqual(explained["total"]["decodeErrors"], log.read_text("utf-8").count("[NR] AUDIO decode error:"))
 

@@ -28,6 +28,7 @@ public:
 
     Log &Error(const std::string &message, uint32_t thread = 7) { return Write("error", message, thread); }
     Log &Info(const std::string &message, uint32_t thread = 7) { return Write("info", message, thread); }
+    Log &Build(const std::string &text) { return Line("info", "Logging", "LibVeltoAudioHandler " + text, 7); }
     Log &Cushion() { return Info("needDelay. push all delay buffer queue"); }
     Log &Padding(uint32_t thread = 20) { return Error("AudioPlayerWas padding = 0 ", thread); }
     Log &Raw(const std::string &line)
@@ -155,6 +156,28 @@ TEST(LogAnalysis, CountsLineThatOnlyTheChannelHas)
     Log log(Loggers::CHANNEL_ONLY);
     log.Error("Audio device is disabled").Error("Audio device is disabled");
     EXPECT_EQ(Found(log.Result(), RowId::MICROPHONE_MUTED), 2U);
+}
+
+TEST(LogAnalysis, ListsEachBuildOnce)
+{
+    const LogResult result =
+        Log().Build("1.0.0").After(1000).Build("1.0.0").After(1000).Build("1.0.1").Result();
+    ASSERT_EQ(result.builds.size(), 2U);
+    EXPECT_EQ(result.builds[0].text, "LibVeltoAudioHandler 1.0.0");
+    EXPECT_EQ(result.builds[0].firstMs, result.beginMs);
+    EXPECT_EQ(result.builds[1].text, "LibVeltoAudioHandler 1.0.1");
+    EXPECT_EQ(result.builds[1].firstMs, result.endMs);
+    EXPECT_EQ(result.messages, 3U);
+    EXPECT_THAT(LogReport(result, 10), Contains(HasSubstr("LibVeltoAudioHandler 1.0.1 from ")));
+    EXPECT_THAT(LogPage(result, "log"), HasSubstr("<p>LibVeltoAudioHandler 1.0.1 from "));
+}
+
+TEST(LogAnalysis, BuildBetweenTwoLinesOfMessageDoesNotSplitIt)
+{
+    Log log(Loggers::CHANNEL_ONLY);
+    log.Error("AUDIO decode error:-1").Build("1.0.0");
+    log.Raw(DateAndTimeText(1000) + " [7] [error] [NR] AUDIO decode error:-1(X::Y)");
+    EXPECT_EQ(log.Result().findings.at(RowId::DAMAGED_UNIT).count, 1U);
 }
 
 TEST(LogAnalysis, DividesUnitsIntoStreamsAtPauses)

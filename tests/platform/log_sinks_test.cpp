@@ -168,7 +168,51 @@ TEST(LogSinks, KeepsTwoOldFiles)
     EXPECT_FALSE(fs::exists(OldPath(path, 3)));
 }
 
+TEST(LogSinks, BeginsEachFileWithFirstLine)
+{
+    const fs::path path = FreshPath("first.log");
+    LogSettings settings = SettingsFor(path);
+    settings.firstLine = "the build";
+    settings.maxFileBytes = 200; // the first line and one other
+    LogSinks sinks(settings);
+    for (int number = 0; number < 4; ++number) {
+        sinks.Write(LOG_LEVEL_ERROR, "NR", "line " + std::to_string(number) + std::string(20, '.'));
+        ASSERT_LE(fs::file_size(path), settings.maxFileBytes);
+    }
+    ASSERT_TRUE(fs::exists(OldPath(path, 1)));
+    for (const fs::path &file : {path, OldPath(path, 1)}) {
+        const std::vector<std::string> lines = ReadLines(file);
+        ASSERT_GE(lines.size(), 2U) << file;
+        EXPECT_EQ(AfterTimeAndThread(lines[0]), "[info] [Logging] the build") << file;
+        EXPECT_EQ(CountLinesWith(file, "the build"), 1) << file;
+    }
+}
+
+TEST(LogSinks, WritesNoFirstLineWhereInformationIsFiltered)
+{
+    const fs::path path = FreshPath("errors.log");
+    LogSettings settings = SettingsFor(path, LOG_LEVEL_ERROR);
+    settings.firstLine = "the build";
+    LogSinks(settings).Write(LOG_LEVEL_ERROR, "NR", "an error");
+    EXPECT_EQ(ReadLines(path).size(), 1U);
+    EXPECT_EQ(CountLinesWith(path, "an error"), 1);
+}
+
 #ifndef _WIN32
+TEST(LogSinks, ShowsFirstLineInDebuggerOnceAlsoWithoutFile)
+{
+    LogSettings settings;
+    settings.firstLine = "the build";
+    LogSinks sinks(settings);
+    TakeDebuggerLines();
+    sinks.Write(LOG_LEVEL_INFO, "NR", "first");
+    sinks.Write(LOG_LEVEL_INFO, "NR", "second");
+    const std::vector<std::string> shown = TakeDebuggerLines();
+    ASSERT_EQ(shown.size(), 4U) << "one of them reports the missing file";
+    EXPECT_EQ(AfterTimeAndThread(shown[1]), "[info] [Logging] the build\n");
+    EXPECT_EQ(AfterTimeAndThread(shown[2]), "[info] [NR] first\n");
+}
+
 TEST(LogSinks, ShowsEachLineInDebugger)
 {
     const fs::path path = FreshPath("shown.log");

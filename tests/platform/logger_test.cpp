@@ -9,10 +9,13 @@
 #include <future>
 #include <memory>
 #include <set>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "logging/first_line.h"
 #include "logging/last_error.h"
 #include "tests/platform/process.h"
 #include "tests/platform/process_end_fake.h"
@@ -78,6 +81,7 @@ TEST(Logger, WritesItsChannelAndLeavesStreamUnchanged)
 
 TEST(Logger, WritesMessageWithLineBreaksAsOneLine)
 {
+    Logger("OceloMirror").Log(LOG_LEVEL_INFO, Text(L"not the first line"));
     const std::size_t before = ReadLines(SharedLogFile()).size();
     Logger("OceloMirror")
         .Log(LOG_LEVEL_INFO, Text(L"first\r\n2024-01-01 00:00:00.000 [1] [error] [NR] second"));
@@ -198,6 +202,29 @@ TEST(LoggerDeathTest, ReportsInvalidLevelAndLogsEverything)
     EXPECT_EQ(CountLinesWith(SharedLogFile(), "[trace] [Loud] all of it"), 1);
 }
 
+TEST(LoggerDeathTest, BeginsWithVersionsOncePerProcess)
+{
+    const StartNewProcesses startNewProcesses;
+    const std::filesystem::path path = TestFolder() / "versions.log"; // the same in all processes
+    for (int process = 0; process < 2; ++process) {
+        EXPECT_EXIT(
+            {
+                SetEnvironment("VELTO_LOG_FILE", path);
+                Logger("First").Log(LOG_LEVEL_ERROR, Text(L"one"));
+                Logger("Second").Log(LOG_LEVEL_INFO, Text(L"two"));
+                std::exit(7);
+            },
+            testing::ExitedWithCode(7), "");
+    }
+    const std::vector<std::string> lines = ReadLines(path);
+    ASSERT_EQ(lines.size(), 6U);
+    for (const std::size_t first : {0U, 3U}) {
+        EXPECT_EQ(AfterTimeAndThread(lines[first]), "[info] [Logging] " + logging::FirstLine());
+        EXPECT_EQ(AfterTimeAndThread(lines[first + 1]), "[error] [First] one");
+        EXPECT_EQ(AfterTimeAndThread(lines[first + 2]), "[info] [Second] two");
+    }
+}
+
 TEST(LoggerDeathTest, RotatesFileAtFiveMebibytes)
 {
     const StartNewProcesses startNewProcesses;
@@ -216,8 +243,10 @@ TEST(LoggerDeathTest, RotatesFileAtFiveMebibytes)
         testing::ExitedWithCode(7), "");
     EXPECT_EQ(std::filesystem::file_size(OldPath(path, 1)), 5242880U - 1);
     EXPECT_EQ(CountLinesWith(OldPath(path, 1), "[Running] room for this"), 1);
-    EXPECT_EQ(CountLinesWith(path, ""), 1);
-    EXPECT_EQ(CountLinesWith(path, "[Running] no room for this"), 1);
+    const std::vector<std::string> lines = ReadLines(path);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(AfterTimeAndThread(lines[0]), "[info] [Logging] " + logging::FirstLine());
+    EXPECT_EQ(AfterTimeAndThread(lines[1]), "[info] [Running] no room for this");
 }
 
 TEST(LoggerDeathTest, WritesLinesAfterStaticDestruction)

@@ -66,6 +66,47 @@ TEST(RotatingFile, KeepsNewestLinesWithinSizeLimit)
     EXPECT_FALSE(fs::exists(OldPath(path, 3)));
 }
 
+TEST(RotatingFile, BeginsEachFileWithFirstLineWithinSizeLimit)
+{
+    const fs::path path = FreshPath("begun.log");
+    RotatingFile file(path, 55, 2, noPause); // five lines
+    file.BeginWith([] { return std::string("the first\n"); });
+    for (int number = 0; number < 10; ++number) {
+        ASSERT_TRUE(file.Append(Line(number)));
+        ASSERT_LE(fs::file_size(path), 55U);
+    }
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"the first", "line 00008", "line 00009"}));
+    EXPECT_EQ(ReadLines(OldPath(path, 1)).front(), "the first");
+    EXPECT_EQ(ReadLines(OldPath(path, 2)), (std::vector<std::string>{"the first", "line 00000", "line 00001",
+                                                                     "line 00002", "line 00003"}));
+}
+
+TEST(RotatingFile, WritesFirstLineIntoExistingFileOnce)
+{
+    const fs::path path = FreshPath("continued.log");
+    for (int process = 0; process < 2; ++process) {
+        RotatingFile file(path, 1000, 2, noPause);
+        file.BeginWith([] { return std::string("the first\n"); });
+        ASSERT_TRUE(file.Append(Line(2 * process)));
+        ASSERT_TRUE(file.Append(Line(2 * process + 1)));
+    }
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"the first", "line 00000", "line 00001", "the first",
+                                                         "line 00002", "line 00003"}));
+}
+
+TEST(RotatingFile, WritesFirstLineOnceFileCanBeOpened)
+{
+    const fs::path path = FreshPath("later.log");
+    fs::create_directories(path); // a folder has the file's name
+    RotatingFile file(path, 1000, 2, noPause);
+    file.BeginWith([] { return std::string("the first\n"); });
+    EXPECT_FALSE(file.Append(Line(0)));
+    fs::remove(path);
+    ASSERT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1))); // as another process
+    EXPECT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "the first", "line 00002"}));
+}
+
 TEST(RotatingFile, LeaksNoHandlesOverManyRotations)
 {
     RotatingFile file(FreshPath("handles.log"), 11, 2, noPause); // one line
@@ -139,6 +180,19 @@ TEST(RotatingFile, ClosesFileThatCannotBeWritten)
     const std::size_t before = OpenHandles();
     EXPECT_FALSE(file.Append(Line(1)));
     EXPECT_EQ(OpenHandles(), before);
+}
+
+TEST(RotatingFile, RetriesFirstLineAfterFullDisk)
+{
+    const fs::path path = FreshPath("disk.log");
+    fs::create_symlink("/dev/full", path);
+    RotatingFile file(path, 1000, 2, noPause);
+    file.BeginWith([] { return std::string("the first\n"); });
+    EXPECT_FALSE(file.Append(Line(0)));
+    fs::remove(path);
+    ASSERT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1))); // as another process
+    EXPECT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "the first", "line 00002"}));
 }
 
 // A file in memory that can neither be renamed nor shortened.

@@ -105,6 +105,15 @@ Json MinutesOf(const LogResult &result)
     return minutes;
 }
 
+Json BuildsOf(const LogResult &result)
+{
+    Json builds = Json::Array();
+    for (const LogBuild &build : result.builds) {
+        builds.Append({{"text", build.text}, {"first", DateAndTimeText(build.firstMs)}});
+    }
+    return builds;
+}
+
 Json StreamsOf(const LogResult &result)
 {
     Json streams = Json::Array();
@@ -193,6 +202,7 @@ Json JsonOf(const LogResult &result, const std::vector<std::filesystem::path> &f
             {"brokenLines", result.brokenLines},
             {"firstBrokenLines", result.firstBrokenLines},
             {"messages", result.messages},
+            {"builds", BuildsOf(result)},
             {"total", CountsOf(total)},
             {"streams", StreamsOf(result)},
             {"recordings", RecordingsOf(result)},

@@ -118,7 +118,10 @@ void LogAnalysis::Add(std::string_view text)
     const bool isFirst = m_result.lines - m_result.brokenLines == 1;
     m_result.beginMs = isFirst ? line->timeMs : std::min(m_result.beginMs, line->timeMs);
     m_result.endMs = isFirst ? line->timeMs : std::max(m_result.endMs, line->timeMs);
-    if (!IsRepeated(*line)) {
+    // After a rotation, this line may come between the two lines of a message.
+    if (line->channel == "Logging" && line->message.starts_with("LibVeltoAudioHandler ")) {
+        AddBuild(*line);
+    } else if (!IsRepeated(*line)) {
         AddMessage(*line);
     }
 }
@@ -306,6 +309,17 @@ void LogAnalysis::AddUnderrun(const ModuleLogLine &line)
     }
     Find(RowId::UNDERRUN, line.timeMs);
     AddEvent(RowId::UNDERRUN, "", line.timeMs);
+}
+
+void LogAnalysis::AddBuild(const ModuleLogLine &line)
+{
+    ++m_result.messages;
+    auto &builds = m_result.builds;
+    const bool isKnown = std::any_of(builds.begin(), builds.end(),
+                                     [&](const LogBuild &each) { return each.text == line.message; });
+    if (!isKnown && builds.size() < mostBuilds) {
+        builds.push_back({std::string(line.message), line.timeMs});
+    }
 }
 
 void LogAnalysis::AddOtherError(const ModuleLogLine &line)

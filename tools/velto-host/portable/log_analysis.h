@@ -87,6 +87,12 @@ struct LogFinding {
     int64_t lastMs = 0;
 };
 
+// A build of the module, as its lines of the channel "Logging" name it.
+struct LogBuild {
+    std::string text;
+    int64_t firstMs = 0;
+};
+
 struct LogResult {
     uint64_t lines = 0;
     uint64_t brokenLines = 0;               // that are no lines of the module
@@ -94,6 +100,7 @@ struct LogResult {
     uint64_t messages = 0;
     int64_t beginMs = 0; // the earliest and the latest line
     int64_t endMs = 0;
+    std::vector<LogBuild> builds; // different ones
     std::vector<LogStream> streams;
     std::vector<LogRecording> recordings;
     std::vector<LogEvent> events; // by their begin
@@ -109,6 +116,7 @@ struct LogResult {
 class LogAnalysis {
 public:
     static constexpr size_t mostEvents = 100000;
+    static constexpr size_t mostBuilds = 100;
     static constexpr size_t mostOtherErrors = 200; // kinds; the last one collects the others
 
     // A line without its ending.
@@ -124,6 +132,7 @@ private:
     void AddUnits(const ModuleLogLine &line);
     void AddCushion(const ModuleLogLine &line);
     void AddUnderrun(const ModuleLogLine &line);
+    void AddBuild(const ModuleLogLine &line);
     void AddOtherError(const ModuleLogLine &line);
     void Count(uint64_t LogCounts::*what, const ModuleLogLine &line, uint64_t number = 1);
     void Find(RowId row, int64_t timeMs, uint64_t number = 1);

@@ -236,6 +236,15 @@ std::string Html(std::string_view markdown)
     return html;
 }
 
+std::string Builds(const LogResult &result)
+{
+    std::string html;
+    for (const LogBuild &build : result.builds) {
+        html += fmt::format("<p>{} from {}.</p>\n", Escape(build.text), TimeText(build.firstMs));
+    }
+    return html;
+}
+
 std::string FindingsTable(const LogResult &result)
 {
     std::string html = "<table>\n<tr><th>Found</th><th class=\"n\">Count</th><th>First</th><th>Last</th>"
@@ -301,11 +310,11 @@ std::string LogPage(const LogResult &result, std::string_view title)
     return fmt::format(
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n<title>{}</title>\n"
         "<style>{}</style>\n</head>\n<body>\n<h1>{}</h1>\n<p>{} to {}: {} lines, {} messages, {} "
-        "broken lines.</p>\n<h2>Counts over time</h2>\n{}<h2>Findings</h2>\n{}<h2>Time line</h2>\n{}"
+        "broken lines.</p>\n{}<h2>Counts over time</h2>\n{}<h2>Findings</h2>\n{}<h2>Time line</h2>\n{}"
         "<h2>Counts per minute</h2>\n{}</body>\n</html>\n",
         name, style, name, DateAndTimeText(result.beginMs), DateAndTimeText(result.endMs), result.lines,
-        result.messages, result.brokenLines, PlotOf(result), FindingsTable(result), TimeLineTable(result),
-        MinutesTable(result));
+        result.messages, result.brokenLines, Builds(result), PlotOf(result), FindingsTable(result),
+        TimeLineTable(result), MinutesTable(result));
 }
 
 } // namespace velto::host

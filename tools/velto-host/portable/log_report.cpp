@@ -146,6 +146,9 @@ std::vector<std::string> LogReport(const LogResult &result, size_t mostEntries)
     std::vector<std::string> lines;
     lines.push_back(fmt::format("{} to {}, {} lines, {} messages", DateAndTimeText(result.beginMs),
                                 DateAndTimeText(result.endMs), result.lines, result.messages));
+    for (const LogBuild &build : result.builds) {
+        lines.push_back(fmt::format("{} from {}", build.text, TimeText(build.firstMs)));
+    }
     if (result.brokenLines > 0) {
         std::string numbers;
         for (const uint64_t number : result.firstBrokenLines) {
