@@ -71,9 +71,9 @@ void WriteDumpOnCrash(const std::string &file)
 {
     dumpFile = ToWide(file);
     // Loaded at run time, because only a crash needs it, and never freed.
-    LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    writeDump = reinterpret_cast<WriteDumpFunction>(
-        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"dbghelp.dll"), "MiniDumpWriteDump")));
+    const HMODULE library = LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    writeDump = reinterpret_cast<WriteDumpFunction>(reinterpret_cast<void *>(
+        library != nullptr ? GetProcAddress(library, "MiniDumpWriteDump") : nullptr));
     SetUnhandledExceptionFilter(OnCrash);
 }
 
