@@ -7,13 +7,13 @@
  * loads the DLL, calls VELTOGetAudioHandler() once to fill its own AudioHandlerTable, and makes
  * every later call through this table. The header compiles as C99 or later and C++11 or later.
  *
- * Terms
- *   unit    one AAC-LC access unit: 1024 samples per channel, 21.3 ms at 48000 Hz
- *   packet  one unit from the microphone
- *   frame   a StreamFrame record, which carries one unit across the table
- *   block   one decoded unit: 4096 bytes of PCM on the way to the loudspeaker
- *   buffer  the host's memory at StreamFrame.data
- *   stream  the units of one sound, from the first to the last
+ * Terms.
+ * - unit: one AAC-LC access unit: 1024 samples per channel, 21.3 ms at 48000 Hz
+ * - packet: one unit from the microphone
+ * - frame: a StreamFrame record, which carries one unit across the table
+ * - block: one decoded unit: 4096 bytes of PCM on the way to the loudspeaker
+ * - buffer: the host's memory at StreamFrame.data
+ * - stream: the units of one sound, from the first to the last
  *
  * Speaker life cycle. The first write starts both speakers, and both are released together.
  *
@@ -31,9 +31,10 @@
  *     ReadStreamBuffer     at most one unit for each call; 46.9 units arrive in a second
  *
  * Threads. The comment of each function has one of these tags:
- *   [any thread, overlapping]  any host thread, also while other calls run on other threads
- *   [one at a time]            any host thread, but no two calls with this tag at once
- *   [before streaming]         before the first call of WriteStreamBuffer or OpenAudioRecord
+ * - [any thread, overlapping]: any host thread, also while other calls run on other threads
+ * - [one at a time]: any host thread, but no two calls with this tag at once
+ * - [before streaming]: before the first call of WriteStreamBuffer or OpenAudioRecord
+ *
  * Host threads need not initialise COM. No function throws an exception.
  *
  * Ownership. Every record that a host passes remains the host's; the module reads it during the call only.
@@ -249,7 +250,8 @@ typedef struct StreamFrame {
  * module holds no lock meanwhile: the callback may call the table. There is no context pointer: a host
  * keeps its context in a global.
  *
- * @param deviceId  the id that the host passed; it ends at idLength and is valid during the call
+ * @param deviceId  the id that the host passed, valid during the call
+ * @param idLength  the length of deviceId in bytes; the id ends there
  * @param eventCode VELTO_EVENT_...
  */
 typedef void (*VeltoAudioStateCallback)(const char *deviceId, uint32_t idLength, int32_t eventCode);
@@ -297,6 +299,7 @@ typedef struct AudioHandlerTable {
      *
      * Sends VELTO_EVENT_PARAMETERS_SET for every accepted call, also for an id that is no speaker.
      *
+     * @param id,idLength     a device id
      * @param unused1,unused2 not read
      * @param parameters      one entry or more, for example {VELTO_KEY_SAMPLE_RATE, 10, 48000}
      * @retval VELTO_OK            accepted
@@ -319,8 +322,9 @@ typedef struct AudioHandlerTable {
      * the fifth. End each stream with VELTO_CUSHION_UNITS silent units at its pace, which also clear
      * the decoder of the sound before them.
      *
-     * @param unused not read
-     * @param frame  data: one unit; header: streamType and size
+     * @param id,idLength a device id
+     * @param unused      not read
+     * @param frame       data: one unit; header: streamType and size
      * @retval VELTO_OK            queued, or dropped: another thread was at the start of a write, the
      *                             bytes do not decode, the id names no speaker, no memory for the block, no
      *                             loudspeaker
@@ -337,6 +341,7 @@ typedef struct AudioHandlerTable {
      * It stops nothing and drains nothing: queued blocks are still played, and the loudspeaker is
      * released after four minutes without a write. Both effects happen for every accepted id.
      *
+     * @param id,idLength a device id
      * @retval VELTO_OK            accepted
      * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id)
      */
@@ -352,6 +357,7 @@ typedef struct AudioHandlerTable {
      * Close an open recording first: a second opening replaces it without closing it, and the first
      * then captures until the process ends.
      *
+     * @param id,idLength     a device id
      * @param unused1,unused2 not read
      * @param parameters      required; may be an empty list
      * @retval VELTO_OK            opened, also without a microphone or without memory for the
@@ -370,12 +376,13 @@ typedef struct AudioHandlerTable {
      * buffer, which has room for VELTO_MAX_PACKET_BYTES or more in any case.
      *
      * header->size after the call:
-     *   1 to VELTO_MAX_PACKET_BYTES  the bytes of one unit at data
-     *   0                            no unit came in time, or nothing is open
-     *   unchanged                    capture has stopped: the default microphone changes, there was
-     *                                none, or it failed
+     * - 1 to VELTO_MAX_PACKET_BYTES: the bytes of one unit at data
+     * - 0: no unit came in time, or nothing is open
+     * - unchanged: capture has stopped: the default microphone changes, there was none, or it failed
      *
-     * @param unused not read
+     * @param id,idLength a device id
+     * @param unused      not read
+     * @param frame       data: the buffer; header: size
      * @retval VELTO_OK                 see header->size
      * @retval VELTO_ERROR_NULL_POINTER frame, header or data is null
      * @retval VELTO_ERROR_INVALID      id is null or idLength is not strlen(id)
@@ -389,6 +396,7 @@ typedef struct AudioHandlerTable {
      * another microphone, and for a call to a device that has not returned. A read that waits on another
      * thread returns. Units that were not read are lost.
      *
+     * @param id,idLength a device id
      * @retval VELTO_OK            closed, or nothing was open
      * @retval VELTO_ERROR_INVALID id is null or idLength is not strlen(id)
      */
@@ -408,6 +416,7 @@ typedef struct AudioHandlerTable {
      *
      * Register a record of null fields before the code of the callback is unloaded.
      *
+     * @param listener the record to copy; its fields may be null
      * @retval VELTO_OK            replaced
      * @retval VELTO_ERROR_INVALID listener is null; the registered one stays
      */
