@@ -13,6 +13,10 @@
 namespace velto::host {
 namespace {
 
+// The version of all JSON outputs. It grows when an output loses a member, or a member gets another type or
+// meaning; the files in docs/schemas are then changed, too.
+constexpr int jsonVersion = 1;
+
 constexpr char diagnostics[] = "Diagnostics"; // the group of the options that only --help-all shows
 
 // Help without the diagnostic options.
@@ -332,6 +336,8 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {
         app.parse(std::move(arguments));
+        line.schema =
+            Format("urn:velto:velto-host-{}:{}", app.get_subcommands().front()->get_name(), jsonVersion);
     } catch (const CLI::ParseError &error) {
         line.exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
         line.command = Command::NONE;

@@ -14,6 +14,7 @@ struct CommandLine {
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
     int exitCode = 0;
     bool json = false;
+    std::string schema;     // the $id of the schema of the command's JSON output
     std::string modulePath; // empty: in the program's folder
     CrashOptions crash;
     PlayOptions play;

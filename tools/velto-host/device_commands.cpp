@@ -347,7 +347,10 @@ ExitCode ShowCapabilities(Module &module, const Output &output)
     const int32_t result = module->GetAudioCapability(&list, &count);
     if (result != VELTO_OK) {
         output.Complain("GetAudioCapability returned {}", result);
-        output.Result({{"module", module.Path()}, {"result", result}, {"exitCode", int{EXIT_FAILED}}});
+        output.Result({{"error", "GetAudioCapability failed"},
+                       {"module", module.Path()},
+                       {"result", result},
+                       {"exitCode", int{EXIT_FAILED}}});
         return EXIT_FAILED;
     }
     Json devices = Json::Array();

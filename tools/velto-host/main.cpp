@@ -65,7 +65,7 @@ int main()
     // The module uses the same library, which would print a line about every damaged unit.
     av_log_set_level(AV_LOG_QUIET);
     const CommandLine line = ReadCommandLine(CommandLineArguments());
-    const Output output("velto-host", line.json);
+    const Output output("velto-host", line.json, line.schema);
     if (!line.crash.dumpFile.empty()) {
         WriteDumpOnCrash(line.crash.dumpFile);
     }

@@ -14,16 +14,28 @@ std::string FormatArguments(fmt::string_view text, fmt::format_args arguments)
     return fmt::vformat(text, arguments);
 }
 
-Output::Output(std::string program, bool json)
-    : m_program(std::move(program)), m_json(json), m_people(json ? stderr : stdout)
+Output::Output(std::string program, bool json, std::string schema)
+    : m_program(std::move(program)),
+      m_json(json),
+      m_schema(std::move(schema)),
+      m_people(json ? stderr : stdout)
 {
 }
 
 void Output::Result(const Json &result) const
 {
-    if (m_json) {
-        Line(stdout, result.IndentedText());
+    if (!m_json) {
+        return;
     }
+    if (m_schema.empty()) {
+        Line(stdout, result.IndentedText());
+        return;
+    }
+    Json named{{"schema", m_schema}};
+    for (const Json::Member &member : std::get<Json::Members>(result.Get())) {
+        named[member.key] = member.value;
+    }
+    Line(stdout, named.IndentedText());
 }
 
 ExitCode Output::Fail(ExitCode exitCode, const std::string &reason) const

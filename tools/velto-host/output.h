@@ -49,8 +49,9 @@ std::string Format(fmt::format_string<Arguments...> text, Arguments &&...argumen
 
 class Output {
 public:
-    // `program` is printed in front of each line of Complain.
-    Output(std::string program, bool json);
+    // `program` is printed in front of each line of Complain. `schema` names the form of the results, in
+    // docs/schemas; if empty, they do not name it.
+    Output(std::string program, bool json, std::string schema = {});
 
     // Prints a line for people.
     template <typename... Arguments>
@@ -84,6 +85,7 @@ private:
 
     std::string m_program;
     bool m_json;
+    std::string m_schema;
     std::FILE *m_people;
 };
 

@@ -151,10 +151,19 @@ class SystemTest(unittest.TestCase):
             self.fail(f"velto-host.exe or the DLL is missing in {paths.WINDOWS_BIN}: run scripts/build windows")
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
-        self.addCleanup(self.assert_no_module_faults)  # runs after the next one, which ends all hosts
+        # These two run after the next one, which ends all hosts.
+        self.addCleanup(self.assert_outputs_match_schemas)
+        self.addCleanup(self.assert_no_module_faults)
         self.addCleanup(self.session.close)
         self.stall_monitor = StallMonitor(self.session.folder)
         self.addCleanup(self.stall_monitor.stop)
+
+    def assert_outputs_match_schemas(self):
+        """The JSON outputs of velto-host have the documented form."""
+        from . import schemas  # the demo runs without a validator
+        for host in self.session.hosts:
+            for output in host.outputs():
+                schemas.check(output)
 
     def assert_intact(self, result, time_of, windows=None, minutes=1):
         """The compared sound is intact but for what damage.check accepts. time_of(frame): the wall time at which

@@ -62,6 +62,13 @@ class VeltoHost:
                     pass
         return found or ([json.loads(text)] if text.strip().startswith(("{", "[")) else [])
 
+    def outputs(self):
+        """Returns the complete JSON outputs of velto-host that name their schema; none if the host is another program."""
+        try:
+            return [each for each in self.records() if isinstance(each, dict) and "schema" in each]
+        except ValueError:
+            return []  # the process ended while it printed
+
     @property
     def summary(self):
         """The last record printed."""
