@@ -3,6 +3,7 @@
 #   development    include/, lib/: the header, import libraries, the CMake package VeltoAudioHandler, a pkg-config file
 #   examples       share/velto-audio-handler/examples/: the example hosts, with a project that uses the CMake package
 #   licences       licenses/: the texts and copyright lines of packaging/parts.toml
+#   documentation  doc/: the site that scripts/site makes; nothing if it has not been made
 # The folders are fixed, because the package may be moved: each file finds the others by their relative place.
 include(CMakePackageConfigHelpers)
 
@@ -41,10 +42,13 @@ install(FILES "${config}/velto-audio-handler.pc" DESTINATION lib/pkgconfig COMPO
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/" DESTINATION share/velto-audio-handler/examples COMPONENT examples)
 
+set(VELTO_SITE "${PROJECT_SOURCE_DIR}/build/site" CACHE PATH "The site that scripts/site makes, to be installed")
+install(DIRECTORY "${VELTO_SITE}/" DESTINATION doc COMPONENT documentation OPTIONAL)
+
 find_program(VELTO_PYTHON NAMES python3 HINTS /usr/bin DOC "Python 3.11 or later, which writes the licences")
 install(CODE "
     execute_process(
         COMMAND \"${VELTO_PYTHON}\" -B \"${PROJECT_SOURCE_DIR}/scripts/package_parts.py\" licences
-            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/licenses\" \"${velto_ffmpeg_root}\"
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/licenses\" \"${velto_ffmpeg_root}\" \"${VELTO_SITE}\"
         COMMAND_ERROR_IS_FATAL ANY)"
     COMPONENT licences)

@@ -1,7 +1,9 @@
 """Reads packaging/parts.toml, the table of the other projects' parts in the shipped files.
 
 package_parts.py notice [--write]         prints NOTICE, or writes it
-package_parts.py licences FOLDER FFMPEG   writes the texts to FOLDER; FFMPEG is the folder of the FFmpeg build
+package_parts.py licences FOLDER FFMPEG SITE
+    writes the texts to FOLDER. FFMPEG is the folder of the FFmpeg build; SITE is that of the documents' site, which need not
+    exist.
 """
 
 import datetime
@@ -20,7 +22,7 @@ TABLE = REPOSITORY / "packaging" / "parts.toml"
 NOTICE = REPOSITORY / "NOTICE"
 PRODUCT = "LibVeltoAudioHandler"
 LINKAGES = {"dynamic": "shared libraries, shipped as separate DLLs", "static": "linked statically",
-            "headers": "header-only, compiled into the files"}
+            "headers": "header-only, compiled into the files", "site": "in the pages of doc/"}
 NAMESPACE = "https://spdx.org/spdxdocs/velto-audio-handler"
 
 
@@ -36,12 +38,25 @@ class Part:
         self.debian = row.get("debian")
         self.linkage = row.get("linkage")
         self.files = row.get("files", [])
+        self.site = row.get("site", [])
         self.inside = row.get("in", [])
         self.libraries = row.get("libraries", [])
         self.headers = row.get("headers", [])
         self.texts = row.get("texts", [])
         self.copyright = row.get("copyright", [])
         self.notice = row.get("notice", "").strip()
+
+    def is_in(self, name):
+        """Whether a file of the package, by its path there, is this part, its licence, or a page made with it."""
+        path = pathlib.PurePosixPath(name)
+        match path.parts[0]:
+            case "bin":
+                return path.name in self.files
+            case "licenses":
+                return path.stem == self.id
+            case "doc":
+                return any(path.match(f"doc/{pattern}") for pattern in self.site)
+        return False
 
     def version(self, ffmpeg):
         if self.version_from == "ffmpeg":
@@ -79,8 +94,11 @@ def table():
     return [Part(row) for row in tomllib.loads(TABLE.read_text("utf-8"))["part"]]
 
 
-def shipped_parts():
-    return [part for part in table() if not part.tests_only]
+def shipped_parts(site):
+    """The parts in a package with the documents' site of this folder, which need not exist. Another version of Debian may have
+    a theme without some of the parts."""
+    return [part for part in table() if not part.tests_only
+            and (part.linkage != "site" or any(any(site.glob(pattern)) for pattern in part.site))]
 
 
 def notice():
@@ -94,6 +112,8 @@ def notice():
         about = ["Used by the tests only."] if part.tests_only else []
         if part.linkage in ("static", "headers"):
             about.append(f"{LINKAGES[part.linkage].capitalize()}: {', '.join(part.inside)}.")
+        if part.linkage == "site":
+            about.append("Used by the documents in doc/.")
         about += [part.notice] if part.notice else []
         for text in about:
             lines += textwrap.wrap(text, 112, initial_indent="  ", subsequent_indent="  ", break_on_hyphens=False)
@@ -101,11 +121,11 @@ def notice():
     return "\n".join(lines).rstrip() + "\n"
 
 
-def write_licences(folder, ffmpeg):
+def write_licences(folder, ffmpeg, site):
     folder.mkdir(parents=True, exist_ok=True)
     for name in ("LICENSE", "NOTICE"):
         shutil.copy(REPOSITORY / name, folder / name)
-    for part in shipped_parts():
+    for part in shipped_parts(site):
         (folder / f"{part.id}.txt").write_text(part.full_text(ffmpeg), "utf-8")
 
 
@@ -139,8 +159,10 @@ def described_part(part, ffmpeg):
 
 def described_file(root, path, parts):
     name = path.relative_to(root).as_posix()
-    licenses = {part.license for part in parts if path.name in part.files or path.stem == part.id} or {"Apache-2.0"}
-    kind = "BINARY" if path.suffix in (".dll", ".exe", ".lib", ".a") else "TEXT"
+    licenses = {part.license for part in parts if part.is_in(name)} or {"Apache-2.0"}
+    if path.suffix == ".html":
+        licenses.add("Apache-2.0")  # the text of the page
+    kind = "BINARY" if path.suffix in (".dll", ".exe", ".lib", ".a") else "IMAGE" if path.suffix in (".png", ".svg") else "TEXT"
     return {"SPDXID": file_id(name), "fileName": f"./{name}", "fileTypes": [kind],
             "checksums": [{"algorithm": algorithm.upper(), "checksumValue": digest(path, algorithm)}
                           for algorithm in ("sha1", "sha256")],
@@ -149,7 +171,7 @@ def described_file(root, path, parts):
 
 def sbom(root, version, commit, seconds, ffmpeg):
     """The bill of materials of the files under root: SPDX 2.3, as a structure for JSON."""
-    parts = shipped_parts()
+    parts = shipped_parts(root / "doc")
     files = [described_file(root, path, parts) for path in sorted(root.rglob("*")) if path.is_file()]
     binaries = {pathlib.PurePosixPath(file["fileName"]).name: file["SPDXID"] for file in files
                 if file["fileName"].startswith("./bin/")}
@@ -166,6 +188,9 @@ def sbom(root, version, commit, seconds, ffmpeg):
     for part in parts:
         for name in part.files:
             relations.append(relation(binaries[name], "GENERATED_FROM", part_id(part)))
+        if part.linkage == "site":
+            relations += [relation(file["SPDXID"], "GENERATED_FROM", part_id(part)) for file in files
+                          if file["fileName"].startswith("./doc/") and part.is_in(file["fileName"].removeprefix("./"))]
         if part.linkage == "dynamic":
             relations.append(relation("SPDXRef-Product", "DYNAMIC_LINK", part_id(part)))
         for name in part.inside:
@@ -189,8 +214,8 @@ def main():
                 sys.stdout.write(notice())
             case ["notice", "--write"]:
                 NOTICE.write_text(notice(), "utf-8")
-            case ["licences", folder, ffmpeg]:
-                write_licences(pathlib.Path(folder), ffmpeg)
+            case ["licences", folder, ffmpeg, site]:
+                write_licences(pathlib.Path(folder), ffmpeg, pathlib.Path(site))
             case _:
                 print(__doc__, file=sys.stderr)
                 return 2

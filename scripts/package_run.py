@@ -1,6 +1,7 @@
 """Makes the packages that others can ship, in build/package:
 
-  velto-audio-handler-VERSION-windows-x64.zip   the DLLs, velto-host, header, import libraries, CMake package, licences
+  velto-audio-handler-VERSION-windows-x64.zip   the DLLs, velto-host, header, import libraries, CMake package, licences,
+                                                documents
   velto-audio-handler-VERSION-symbols.zip       debug information and PDB files of the DLLs and of velto-host
   velto-audio-handler-VERSION-source.tar.xz     the sources of the commit
   velto-ffmpeg-VERSION-source.tar               the source of FFmpeg's DLLs, and how they were configured
@@ -26,6 +27,7 @@ import zipfile
 
 import package_archives
 import package_parts
+import site_run
 import symbols_run
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
@@ -42,6 +44,7 @@ include/     the C interface, velto/audio_handler.h
 lib/         import libraries for Visual C++ (.lib) and MinGW-w64 (.dll.a), the list of exports (.def), the CMake package
              VeltoAudioHandler, the pkg-config file velto-audio-handler
 share/       example hosts in C, with a CMake project
+doc/         the documents as pages for a browser, which need no network: index.html
 licenses/    LICENSE and NOTICE of the package; the texts and copyright lines of the parts of others
 sbom.spdx.json   the bill of materials, in SPDX 2.3
 SHA256SUMS   the checksums of all other files
@@ -150,9 +153,13 @@ def compile_product(sources, work):
     environment = dict(os.environ, CCACHE_DISABLE="1", SOURCE_DATE_EPOCH=str(sources.seconds))
     say(f"building in {work}")
     run("cmake", "-G", "Ninja", "-S", source, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-        f"-DCMAKE_TOOLCHAIN_FILE={source}/cmake/mingw.cmake", "-DBUILD_TESTING=OFF", f"-DVELTO_COMMIT={sources.short_commit}",
+        f"-DCMAKE_TOOLCHAIN_FILE={source}/cmake/mingw.cmake", "-DBUILD_TESTING=OFF", f"-DVELTO_SITE={work}/site",
+        f"-DVELTO_COMMIT={sources.short_commit}",
         env=environment, log=work / "configure.log")
     run("cmake", "--build", build, "--target", "velto-product", env=environment, log=work / "build.log")
+    say("making the documents")
+    site_run.prepare_wine(build / "wine")
+    site_run.make(source, build / "bin" / "velto-host.exe", build / "wine", work / "site", sources.seconds)
     return build
 
 
@@ -298,7 +305,7 @@ def main():
     options = arguments()
     try:
         sources = Sources(REPOSITORY, options.allow_dirty)
-        run(REPOSITORY / "scripts" / "setup", *([] if options.no_tests else ["--test"]))
+        run(REPOSITORY / "scripts" / "setup", "--site" if options.no_tests else "--test")
         shutil.rmtree(OUT, ignore_errors=True)
         archives, build = make(sources, OUT / "work", OUT, options.sign)
         if options.twice:

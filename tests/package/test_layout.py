@@ -22,14 +22,18 @@ OWN = ["LibVeltoAudioHandler.dll", "velto-host.exe"]
 FFMPEG = ["avcodec-59.dll", "avformat-59.dll", "avutil-57.dll", "swresample-4.dll"]
 CMAKE = "lib/cmake/VeltoAudioHandler/VeltoAudioHandler"
 EXAMPLES = "share/velto-audio-handler/examples"
+SITE = pathlib.Path(package_run.cached(packages.BUILD, "VELTO_SITE"))
 EXPECTED = [
     *(f"bin/{name}" for name in OWN + FFMPEG), "include/velto/audio_handler.h",
     "lib/libVeltoAudioHandler.dll.a", "lib/LibVeltoAudioHandler.lib", "lib/LibVeltoAudioHandler.def",
     f"{CMAKE}Config.cmake", f"{CMAKE}ConfigVersion.cmake", f"{CMAKE}Targets.cmake", f"{CMAKE}Targets-relwithdebinfo.cmake",
     "lib/cmake/VeltoAudioHandler/VeltoCopyRuntime.cmake", "lib/pkgconfig/velto-audio-handler.pc",
     *(f"{EXAMPLES}/{name}" for name in ("CMakeLists.txt", "example_host.c", "example_recorder.c")),
-    "licenses/LICENSE", "licenses/NOTICE", *(f"licenses/{part.id}.txt" for part in package_parts.shipped_parts()),
+    "licenses/LICENSE", "licenses/NOTICE", *(f"licenses/{part.id}.txt" for part in package_parts.shipped_parts(SITE)),
     "README.txt", "sbom.spdx.json", "SHA256SUMS"]
+# The pages that a reader of the package looks for; the site's own tests check the others.
+PAGES = [f"doc/{name}.html" for name in ("index", "integration", "contract", "interface", "command-line", "json", "faults",
+                                         "shipping", "changelog", "search")]
 
 
 def link_time(data):
@@ -51,7 +55,9 @@ class Layout(packages.Unpacked):
         return {path.relative_to(self.package).as_posix() for path in package_archives.files_of(self.package)}
 
     def test_package_has_exactly_the_listed_files(self):
-        self.assertEqual(sorted(self.files()), sorted(EXPECTED))
+        pages = [f"doc/{path.relative_to(SITE).as_posix()}" for path in package_archives.files_of(SITE)]
+        self.assertEqual(set(PAGES) - set(pages), set())
+        self.assertEqual(sorted(self.files()), sorted(EXPECTED + pages))
 
     def test_checksums_cover_every_other_file(self):
         lines = (self.package / "SHA256SUMS").read_text("utf-8").splitlines()
@@ -62,7 +68,7 @@ class Layout(packages.Unpacked):
 
     def test_readme_names_every_folder(self):
         readme = (self.package / "README.txt").read_text("utf-8")
-        for folder in {name.partition("/")[0] + "/" for name in EXPECTED if "/" in name}:
+        for folder in {name.partition("/")[0] + "/" for name in EXPECTED + PAGES if "/" in name}:
             self.assertRegex(readme, rf"(?m)^{re.escape(folder)} ")
 
     def test_def_file_and_both_import_libraries_have_the_entry(self):

@@ -61,7 +61,7 @@ def header_patterns(part):
 
 class Table(packages.Unpacked):
     def setUp(self):
-        self.parts = package_parts.shipped_parts()
+        self.parts = package_parts.shipped_parts(self.package / "doc")
 
     def binaries(self):
         return sorted(path.name for path in (self.package / "bin").iterdir())
@@ -78,6 +78,19 @@ class Table(packages.Unpacked):
                 for library in sorted(libraries):
                     self.assertTrue(any(library in part.libraries and binary in part.inside for part in self.parts),
                                     f"parts.toml has no part with {library} in {binary}")
+
+    def test_every_style_and_script_of_the_pages_is_in_the_table(self):
+        own = {"doc/searchindex.js", "doc/_static/velto.css"}
+        site = [path.relative_to(self.package).as_posix() for path in (self.package / "doc").rglob("*")
+                if path.is_file() and (path.suffix in (".css", ".js") or path.is_relative_to(self.package / "doc" / "_static"))]
+        self.assertGreater(len(site), 5)
+        for name in set(site) - own:
+            self.assertEqual(len([part for part in self.parts if part.is_in(name)]), 1, f"parts of {name}")
+
+    def test_every_pattern_of_the_pages_finds_a_file(self):
+        for part in self.parts:
+            for pattern in part.site:
+                self.assertTrue(list((self.package / "doc").glob(pattern)), f"{part.id}: {pattern}")
 
     def test_table_names_no_binary_without_its_library(self):
         for part in self.parts:
@@ -108,6 +121,7 @@ class Table(packages.Unpacked):
     def test_licence_file_of_each_part_has_its_full_text_and_copyright_lines(self):
         openings = {"LGPL-2.1-or-later": "GNU LESSER GENERAL PUBLIC LICENSE", "MIT": "Permission is hereby granted",
                     "BSD-3-Clause": "Redistribution and use in source and binary forms",
+                    "BSD-2-Clause": "Redistribution and use in source and binary forms",
                     "GPL-3.0-or-later": "GNU GENERAL PUBLIC LICENSE", "GCC-exception-3.1": "GCC RUNTIME LIBRARY EXCEPTION",
                     "ZPL-2.1": "ZPL", "Zlib": "This software is provided 'as-is'"}
         for part in self.parts:
@@ -148,7 +162,7 @@ class BillOfMaterials(packages.Unpacked):
 
     def test_every_part_is_related_to_a_shipped_file(self):
         files = {item["SPDXID"] for item in self.bill["files"]}
-        for part in package_parts.shipped_parts():
+        for part in package_parts.shipped_parts(self.package / "doc"):
             self.assertTrue(any(relation["relatedSpdxElement"] == f"SPDXRef-Part-{part.id}"
                                 and relation["spdxElementId"] in files for relation in self.bill["relationships"]), part.id)
 
