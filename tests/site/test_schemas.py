@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -89,6 +90,14 @@ class Outputs(unittest.TestCase):
 
     def test_devices_without_sound_driver_match(self):
         self.assertIn("error", self.matches("devices", expect=1))
+
+    def test_log_matches(self):
+        for name in ("storm.log", "no-service.log"):
+            shutil.copy(places.REPOSITORY / "tests" / "host" / "logs" / name, self.folder)
+            self.assertTrue(self.matches("log", name)["findings"])
+
+    def test_report_matches(self):
+        self.assertIn("report.json", self.matches("report", "report.zip")["entries"])
 
     def test_missing_file_matches(self):
         self.assertIn("missing.aac", self.matches("play", "missing.aac", expect=4)["error"])
