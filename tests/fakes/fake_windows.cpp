@@ -44,6 +44,7 @@ struct State {
     uint64_t clockMs = 0;
     std::list<ClockWaiter> clockWaiters;
     int liveThreads = 0;
+    std::vector<std::thread> threads; // created and not joined
     std::vector<EventRecord> events;
     std::vector<WaitRecord> waits;
     uint64_t waitedMs = 0;
@@ -264,6 +265,9 @@ void Reset()
     State &state = TheState();
     std::unique_lock lock(state.mutex);
     const bool ended = state.changed.wait_for(lock, 10s, [&] { return state.liveThreads == 0; });
+    lock.unlock();
+    LiveThreads(); // joins them
+    lock.lock();
     state.events.clear();
     state.waits.clear();
     state.waitedMs = 0;
@@ -458,8 +462,8 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackBytes, LPTHREAD_START_ROU
         *threadId = static_cast<DWORD>(reinterpret_cast<uintptr_t>(handle));
     }
     const bool byNotification = startedByNotification || deliveredNotification != 0;
-    std::thread([start, parameter, handle, notification = deliveredNotification, byNotification,
-                 depth = threadDepth + 1] {
+    state.threads.emplace_back([start, parameter, handle, notification = deliveredNotification,
+                                byNotification, depth = threadDepth + 1] {
         startingNotification = notification;
         startedByNotification = byNotification;
         threadDepth = depth;
@@ -471,7 +475,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackBytes, LPTHREAD_START_ROU
             found->second.signalled = true;
         }
         atEnd.changed.notify_all();
-    }).detach();
+    });
     return handle;
 }
 
@@ -487,8 +491,18 @@ bool StartedByNotification()
 int LiveThreads()
 {
     State &state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.liveThreads;
+    std::vector<std::thread> ended;
+    {
+        const std::lock_guard lock(state.mutex);
+        if (state.liveThreads > 0) {
+            return state.liveThreads;
+        }
+        ended.swap(state.threads);
+    }
+    for (std::thread &thread : ended) {
+        thread.join();
+    }
+    return 0;
 }
 
 DWORD GetLastError()

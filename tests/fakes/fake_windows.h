@@ -127,7 +127,9 @@ void AdvanceClock(uint64_t milliseconds);
 void SkipShortWaits();
 // Blocks until exactly `count` threads wait on the simulated clock. False after ten seconds.
 bool AwaitClockWaiters(int count);
-int LiveThreads(); // created by CreateThread and not ended
+// Threads created by CreateThread and not ended. Before it returns 0, it joins them: the destructors of their
+// thread-local objects have run, too. Do not call it on one of them.
+int LiveThreads();
 // How many CreateThread calls led to the calling thread: 0 for a thread of the test, 1 for one that it
 // started, and so on.
 int ThreadDepth();

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <thread>
 #include <vector>
 
 #include "reset.h"
@@ -14,6 +15,7 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using fakewin::Call;
 using Texts = std::vector<std::string>;
 
@@ -74,6 +76,28 @@ TEST_F(FakeWindows, RunsCallHookBeforeCounting)
     fakewin::Sleep(1);
     EXPECT_EQ(counts.size(), 2U);
 }
+
+#ifndef _WIN32 // MinGW runs these destructors after freeing the storage
+std::atomic<bool> hasDestroyedThreadLocal{false};
+
+TEST_F(FakeWindows, HasLiveThreadUntilThreadLocalDestructorsHaveRun)
+{
+    struct SlowObject {
+        ~SlowObject()
+        {
+            std::this_thread::sleep_for(50ms);
+            hasDestroyedThreadLocal = true;
+        }
+    };
+    const LPTHREAD_START_ROUTINE run = [](LPVOID) -> DWORD {
+        thread_local SlowObject object;
+        return 0;
+    };
+    fakewin::CloseHandle(fakewin::CreateThread(nullptr, 0, run, nullptr, 0, nullptr));
+    EXPECT_TRUE(fakes::Eventually([] { return fakewin::LiveThreads() == 0; }));
+    EXPECT_TRUE(hasDestroyedThreadLocal);
+}
+#endif
 
 // A client that starts a thread in a notification, as the module does.
 class ThreadStarter : public IMMNotificationClient {
