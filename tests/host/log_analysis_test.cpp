@@ -16,7 +16,10 @@ namespace velto::host {
 namespace {
 
 using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::Not;
 
 enum class Loggers { BOTH, CHANNEL_ONLY, PROCESS_WIDE_ONLY };
@@ -504,6 +507,18 @@ TEST(LogPage, EscapesTextOfLog)
     EXPECT_THAT(page, Not(HasSubstr("<b>")));
 }
 
+// The texts below the time axis.
+std::vector<std::string> MarksOf(const std::string &page)
+{
+    static constexpr std::string_view begin = "text-anchor=\"middle\">";
+    std::vector<std::string> marks;
+    for (size_t at = page.find(begin); at != std::string::npos; at = page.find(begin, at + 1)) {
+        const size_t text = at + begin.size();
+        marks.push_back(page.substr(text, page.find('<', text) - text));
+    }
+    return marks;
+}
+
 TEST(LogPage, UsesLongerPeriodsForLongLogs)
 {
     Log log;
@@ -512,6 +527,14 @@ TEST(LogPage, UsesLongerPeriodsForLongLogs)
     }
     const std::string page = LogPage(log.Result(), "long");
     EXPECT_THAT(page, HasSubstr("Each bar is a period of 30 min."));
+    EXPECT_THAT(MarksOf(page), Each(MatchesRegex("[0-9]+-[0-9]+ 00:00"))) << "one mark a day";
+    EXPECT_GE(MarksOf(page).size(), 4U);
+}
+
+TEST(LogPage, MarksRoundTimes)
+{
+    const std::string page = LogPage(ReadRecorded("microphone-flapping.log"), "microphone-flapping.log");
+    EXPECT_THAT(MarksOf(page), ElementsAre("02:46:45", "02:46:50", "02:46:55", "02:47:00"));
 }
 
 } // namespace

@@ -103,13 +103,13 @@ std::string_view ClassOf(RowKind kind)
     return "note";
 }
 
-// The shortest usual period with which the plot has no more than mostBars bars.
-int64_t BarSeconds(int64_t seconds)
+// The shortest usual period of which fewer than `most` whole ones are in the time.
+int64_t UsualPeriod(int64_t seconds, int64_t most)
 {
     constexpr std::array<int64_t, 12> lengths{1, 2, 5, 10, 30, 60, 300, 600, 1800, 3600, 21600, 86400};
-    const auto *const length = std::find_if(lengths.begin(), lengths.end(),
-                                            [seconds](int64_t each) { return seconds / each < mostBars; });
-    return length != lengths.end() ? *length : seconds / mostBars + 1;
+    const auto *const length =
+        std::find_if(lengths.begin(), lengths.end(), [=](int64_t each) { return seconds / each < most; });
+    return length != lengths.end() ? *length : seconds / most + 1;
 }
 
 std::string PeriodText(int64_t seconds)
@@ -184,14 +184,19 @@ std::string Bands(const Plot &plot, const LogResult &result, int top)
 
 std::string TimeAxis(const Plot &plot, int bottom)
 {
-    constexpr int marks = 8;
+    constexpr int64_t mostMarks = 10;
+    const int64_t end = plot.begin + plot.step * plot.bars;
+    const int64_t step = UsualPeriod(end - plot.begin, mostMarks);
+    // The marks of a long log can be on several days.
+    const bool hasDate = step >= 6 * 3600;
     std::string svg;
-    for (int i = 0; i <= marks; ++i) {
-        const int64_t second = plot.begin + plot.step * plot.bars * i / marks;
+    for (int64_t second = (plot.begin + step - 1) / step * step; second <= end; second += step) {
         const double x = plot.XOf(static_cast<double>(second));
+        const std::string text = DateAndTimeText(second * 1000);
         svg += fmt::format("<line x1=\"{:.1f}\" x2=\"{:.1f}\" y1=\"{}\" y2=\"{}\" stroke=\"#8884\"/>\n"
                            "<text x=\"{:.1f}\" y=\"{}\" text-anchor=\"middle\">{}</text>\n",
-                           x, x, plotTop, bottom, x, bottom + 16, TimeText(second * 1000).substr(0, 8));
+                           x, x, plotTop, bottom, x, bottom + 16,
+                           hasDate ? text.substr(5, 11) : text.substr(11, 8));
     }
     return svg;
 }
@@ -201,7 +206,7 @@ std::string PlotOf(const LogResult &result)
     Plot plot;
     const int64_t first = result.beginMs / 1000;
     const int64_t last = result.endMs / 1000;
-    plot.step = BarSeconds(last - first + 1);
+    plot.step = UsualPeriod(last - first + 1, mostBars);
     plot.begin = first / plot.step * plot.step;
     plot.bars = (last - plot.begin) / plot.step + 1;
     const std::map<int64_t, LogCounts> periods = result.Per(plot.step);
