@@ -6,6 +6,7 @@ import io
 import os
 import pathlib
 import signal
+import sys
 import tempfile
 import time
 import unittest
@@ -13,7 +14,7 @@ from unittest import mock
 
 import numpy
 
-from rig import compare, damage, media, repeats, session, stall_monitor, waiting
+from rig import compare, damage, media, processes, repeats, session, stall_monitor, waiting
 
 RATE = 48000
 BEGIN = 1000.0  # wall time of the recording's first frame
@@ -165,17 +166,29 @@ class StallMonitor(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             monitor = stall_monitor.StallMonitor(pathlib.Path(folder))
             self.addCleanup(monitor.stop)
-            time.sleep(1)
+            waiting.until((pathlib.Path(folder) / "stalls.disk").exists, "the monitor to watch", 20)
             # A stopped monitor cannot tell its own stop from a stall of the machine.
             monitor.process.send_signal(signal.SIGSTOP)
             begin = time.time()
             time.sleep(0.5)
             end = time.time()
             monitor.process.send_signal(signal.SIGCONT)
-            longest = waiting.until(lambda: max((s for s in monitor.stalls() if s.end > end), default=None,
+            longest = waiting.until(lambda: max((s for s in monitor.stalls() if s.end > end - 0.001), default=None,
                                                 key=lambda stall: stall.end - stall.begin), "the stall", 10)
             self.assertLess(longest.begin, begin + 0.1)
             self.assertGreater(longest.end - longest.begin, 0.4)
+
+    def test_wait_of_server_is_reported(self):
+        """A server shares a processor with two other programs that never wait."""
+        spin = "import os; os.sched_setaffinity(0, {0}); open('/proc/self/comm', 'w').write('%s')\nwhile True: pass"
+        for name in ("wineserver64", "other", "other"):
+            self.addCleanup(processes.end, processes.start([sys.executable, "-c", spin % name]))
+        with tempfile.TemporaryDirectory() as folder:
+            monitor = stall_monitor.StallMonitor(pathlib.Path(folder))
+            self.addCleanup(monitor.stop)
+            listed = waiting.until(lambda: (pathlib.Path(folder) / "stalls").read_text(), "the wait of the server", 10)
+            self.assertRegex(listed.splitlines()[0], r"wineserver64 waited 0\.\d+ s$")
+            self.assertNotIn("other", listed)
 
     def test_short_delay_is_stall_only_with_stolen_time(self):
         short, long = 0.02, 0.07

@@ -1,11 +1,14 @@
-"""Detects stalls of the machine: periods in which a thread could not run, although it has priority over all sound, or in
-which it could not write to the disk.
+"""Detects stalls of the machine: periods in which a thread could not run, although it has priority over all sound, in which it
+could not write to the disk, or in which a server of the test, which has priority over the programs that play, had to wait for a
+processor.
 
 In a virtual machine, the kernel counts the time in which a processor had work, but the host of the machine ran something
 else. Shorter delays count as stalls if they come with such stolen time, because the sound that is watched does not explain them.
 """
 
 import collections
+import contextlib
+import itertools
 import os
 import pathlib
 import subprocess
@@ -23,6 +26,9 @@ MIN_STALL_S = 0.06
 MIN_DELAY_WITH_STOLEN_TIME_S = 0.006
 # Many short interruptions delay sound, too.
 STOLEN_SPAN_S, MIN_STOLEN_S = 0.2, 0.02
+# The servers and the tools of the rig, without which no sound is heard or recorded.
+SERVERS = ("pulseaudio", "wineserver", "parec", "pacat")
+MIN_WAIT_S = 0.005
 
 
 class StallMonitor:
@@ -31,8 +37,8 @@ class StallMonitor:
     def __init__(self, folder):
         self._stalls = folder / "stalls"
         with open(self._stalls, "wb") as out:
-            self.process = processes.start([sys.executable, "-B", "-m", "rig.stall_monitor", folder / "stalls.disk"], stdout=out,
-                                           stderr=subprocess.DEVNULL,
+            self.process = processes.start([sys.executable, "-B", "-m", "rig.stall_monitor", folder / "stalls.disk", os.getpid()],
+                                           stdout=out, stderr=subprocess.DEVNULL,
                                            cwd=pathlib.Path(__file__).resolve().parent.parent)
 
     def stalls(self):
@@ -71,12 +77,13 @@ def is_stall(delay_s, stolen_s, stolen_in_span_s):
             or stolen_s > 0 and stolen_in_span_s >= MIN_STOLEN_S)
 
 
-def watch_processor(processor):
-    """Sleeps repeatedly on one processor."""
+def watch_processor(processor, prepared):
+    """Sleeps repeatedly on one processor. prepared: an Event, set when it begins."""
     os.sched_setaffinity(0, {processor})
     processes.give_monitor_priority(0)
     stolen = StolenTime(processor)
     span = collections.deque([(time.time(), stolen.seconds())], maxlen=round(STOLEN_SPAN_S / PERIOD_S))
+    prepared.set()
     while True:
         begin, before = time.time(), span[-1][1]
         time.sleep(PERIOD_S)
@@ -103,7 +110,67 @@ def watch_disk(path):
             time.sleep(PERIOD_S)
 
 
-if __name__ == "__main__":
+class Waits:
+    """The time that the threads of a process have waited for a processor, although they were ready to run."""
+
+    def __init__(self, process):
+        self._tasks = pathlib.Path(f"/proc/{process}/task")
+        self._waited_s = {}
+
+    def longest(self):
+        """The longest time that a thread has waited since the last call."""
+        longest_s = 0.0
+        for thread in os.listdir(self._tasks):
+            waited_s = int((self._tasks / thread / "schedstat").read_bytes().split()[1]) / 1e9
+            longest_s = max(longest_s, waited_s - self._waited_s.get(thread, waited_s))
+            self._waited_s[thread] = waited_s
+        return longest_s
+
+
+def servers_of(test):
+    """The SERVERS that a process has started."""
+    for process in pathlib.Path(f"/proc/{test}/task/{test}/children").read_text("ascii").split():
+        name = pathlib.Path(f"/proc/{process}/comm").read_text("utf-8").strip()
+        if name.startswith(SERVERS):
+            yield process, name
+
+
+def watch_servers(test):
+    """Reads repeatedly how long the test's servers waited."""
+    processes.give_monitor_priority(0)
+    watched, before = {}, time.time()
+    for period in itertools.count():
+        for process, (name, waits) in list(watched.items()):
+            try:
+                waited_s = waits.longest()
+            except OSError:
+                del watched[process]  # it has ended
+                continue
+            if waited_s >= MIN_WAIT_S:
+                _print_stall(before - waited_s, time.time(), f"{name} waited {waited_s:.3f} s")
+        before = time.time()
+        if period % 10 == 0:
+            with contextlib.suppress(OSError):
+                for process, name in servers_of(test):
+                    watched.setdefault(process, (name, Waits(process)))
+        time.sleep(PERIOD_S)
+
+
+def _start(watch, *arguments):
+    threading.Thread(target=watch, args=arguments).start()
+
+
+def main(disk_path, test):
+    """Begins with the disk after the others, so that the file shows that all of them watch."""
+    prepared = []
     for each in os.sched_getaffinity(0):
-        threading.Thread(target=watch_processor, args=(each,)).start()
-    threading.Thread(target=watch_disk, args=(sys.argv[1],)).start()
+        prepared.append(threading.Event())
+        _start(watch_processor, each, prepared[-1])
+    _start(watch_servers, test)
+    for event in prepared:
+        event.wait()
+    _start(watch_disk, disk_path)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
