@@ -505,6 +505,22 @@ int LiveThreads()
     return 0;
 }
 
+// A thread can still run when the process ends. ThreadSanitizer reports every thread that was neither joined
+// nor detached.
+const struct ThreadsAtEnd {
+    ~ThreadsAtEnd()
+    {
+        if (LiveThreads() > 0) {
+            State &state = TheState();
+            const std::lock_guard lock(state.mutex);
+            for (std::thread &thread : state.threads) {
+                thread.detach();
+            }
+            state.threads.clear();
+        }
+    }
+} threadsAtEnd;
+
 DWORD GetLastError()
 {
     return lastError;
