@@ -31,7 +31,7 @@ PAGE = "reliability.md"
 MAX_INPUT_BYTES = {"speaker_path": 8192, "host_records": 2048, "encoder": 16384, "packet_queue": 1024, "file_reader": 16384}
 FUZZER_INTERRUPTED = 72  # libFuzzer's exit code
 COLUMNS = ["target", "executions", "seconds", "edges reached", "findings"]
-EFFECT_COLUMNS = ["target", "effects of the latest run"]
+EFFECT_COLUMNS = ["target", "latest run", "its effects"]
 
 
 class Run(typing.NamedTuple):
@@ -116,9 +116,9 @@ def earlier(target, page):
 
 
 def effects_on(page):
-    """Returns the effects of each target's latest run from the page, as text."""
+    """Returns date and commit of each target's latest run, and its effects, from the page, as text."""
     section = page.partition(f"| {' | '.join(EFFECT_COLUMNS)} |")[2].partition("<!-- End")[0]
-    return dict(re.findall(r"^\| (\w+) \| (\d.*) \|$", section, re.MULTILINE))
+    return {target: cells for target, *cells in re.findall(r"^\| (\w+) \| (.*) \| (\d.*) \|$", section, re.MULTILINE)}
 
 
 def add_to_page(target, result):
@@ -128,13 +128,13 @@ def add_to_page(target, result):
         sums = {name: earlier(name, page) for name in MAX_INPUT_BYTES}
         effects = effects_on(page)
         if result.effects:
-            effects[target] = ", ".join(f"{count} {name}" for name, count in result.effects.items())
+            effects[target] = [measuring.when(), ", ".join(f"{count} {name}" for name, count in result.effects.items())]
         before = sums[target] or Run()
         sums[target] = result._replace(executions=before.executions + result.executions,
                                        seconds=before.seconds + result.seconds, findings=before.findings + result.findings)
         rows = [[name, str(each.executions), str(each.seconds), f"{each.edges} of {each.all_edges}", str(each.findings)]
                 for name, each in sums.items() if each]
-        effect_rows = [[name, effects[name]] for name in MAX_INPUT_BYTES if name in effects]
+        effect_rows = [[name, *effects[name]] for name in MAX_INPUT_BYTES if name in effects]
         measuring.write_section(PAGE, "scripts/fuzz", "\n".join(
             [*measuring.table(COLUMNS, rows), "", *measuring.table(EFFECT_COLUMNS, effect_rows)]) + "\n")
 
