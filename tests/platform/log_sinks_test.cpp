@@ -171,7 +171,7 @@ TEST(LogSinks, KeepsTwoOldFiles)
 TEST(LogSinks, BeginsEachFileWithFirstLine)
 {
     const fs::path path = FreshPath("first.log");
-    LogSettings settings = SettingsFor(path);
+    LogSettings settings = SettingsFor(path, LOG_LEVEL_INFO);
     settings.firstLine = "the build";
     settings.maxFileBytes = 200; // the first line and one other
     LogSinks sinks(settings);

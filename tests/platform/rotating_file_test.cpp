@@ -286,6 +286,17 @@ TEST(RotatingFile, RecreatesFileRemovedWhileOpen)
     EXPECT_TRUE(file.Append(Line(2)));
     EXPECT_EQ(ReadLines(path), std::vector<std::string>{"line 00002"});
 }
+
+TEST(RotatingFile, BeginsFileRecreatedAfterRemovalWithFirstLine)
+{
+    const fs::path path = FreshPath("removed.log");
+    RotatingFile file(path, 1000, 2, noPause);
+    file.BeginWith([] { return std::string("the first\n"); });
+    EXPECT_TRUE(file.Append(Line(1)));
+    EXPECT_TRUE(fs::remove(path));
+    EXPECT_TRUE(file.Append(Line(2)));
+    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"the first", "line 00002"}));
+}
 #endif
 
 TEST(RotatingFile, WritesNothingToEmptyPath)
