@@ -74,6 +74,16 @@ TEST_F(SampleBufferTest, RetriesFailedGrowthForFramesThatFittedBefore)
     EXPECT_NE(buffer.Samples(), nullptr);
 }
 
+TEST_F(SampleBufferTest, IsEmptyAfterFailedAllocation)
+{
+    fakeffmpeg::Script().Fail(Call::av_samples_alloc_array_and_samples, AVERROR(ENOMEM));
+    buffer.Allocate(stereo, frames, AV_SAMPLE_FMT_S16);
+    EXPECT_FALSE(buffer.HasPlanes());
+    EXPECT_EQ(buffer.CapacityFrames(), 0);
+    EXPECT_TRUE(buffer.Reserve(stereo, frames, AV_SAMPLE_FMT_S16)) << "allocates again";
+    EXPECT_EQ(buffer.CapacityFrames(), frames);
+}
+
 TEST_F(SampleBufferTest, AcceptsAllocationsThatReturnZero)
 {
     fakeffmpeg::Script().Fail(Call::av_samples_alloc_array_and_samples, 0);
