@@ -272,6 +272,23 @@ TEST(LogAnalysis, StreamWhoseUnitsAllFailIsNotAac)
     EXPECT_THAT(Text(result), HasSubstr("no unit can be decoded: error -1094995529, 150 times"));
 }
 
+TEST(LogAnalysis, TimesOfDamagedUnitsLeaveOutStreamThatIsNotAac)
+{
+    Log log;
+    log.Cushion().Stream(1, 2).Error("AUDIO decode error:-1094995529").Stream(101, 2).After(10000);
+    for (int i = 0; i < 150; ++i) {
+        if (i % 50 == 0) {
+            log.Units(static_cast<uint64_t>(i) + 201);
+        }
+        log.Error("AUDIO decode error:-1094995529").After(21);
+    }
+    const LogResult result = log.Result();
+    EXPECT_EQ(Found(result, RowId::NOT_AAC), 150U);
+    const LogFinding damaged = result.findings.at(RowId::DAMAGED_UNIT);
+    EXPECT_EQ(damaged.count, 1U);
+    EXPECT_EQ(damaged.lastMs, damaged.firstMs);
+}
+
 TEST(LogAnalysis, FewDecodeErrorsAreDamagedUnits)
 {
     Log log;
@@ -345,6 +362,16 @@ TEST(LogAnalysis, CollectsErrorsWithoutRow)
     EXPECT_EQ(result.otherErrors.at("new fault # of #").count, 2U);
     EXPECT_EQ(Total(result).otherErrors, 3U);
     EXPECT_THAT(Text(result), HasSubstr("! new fault # of #: 2, from"));
+}
+
+TEST(LogAnalysis, ShortensErrorsAtBeginningOfCharacter)
+{
+    Log log;
+    log.Error("a" + std::string(99, 'b') + "\u00E4" + std::string(97, 'c') + "\u00E4" + std::string(50, 'd'));
+    const LogResult result = log.Result();
+    ASSERT_EQ(result.otherErrors.size(), 1U);
+    EXPECT_EQ(result.otherErrors.begin()->first,
+              "a" + std::string(99, 'b') + "\u00E4" + std::string(97, 'c') + "...");
 }
 
 TEST(LogAnalysis, BoundsKindsOfOtherErrorsAndCountsAll)
@@ -495,6 +522,18 @@ TEST(LogPage, NeedsNoOtherFile)
     for (const char *reference : {"http", "src=", "href=", "url(", "@import", "<script"}) {
         EXPECT_THAT(page, Not(HasSubstr(reference)));
     }
+}
+
+TEST(LogReport, ReplacesControlCharactersAndInvalidUtf8)
+{
+    Log log;
+    log.Error("a\x1B[2J\x7F\xC2\x9B\xC3(\xC3\xA4");
+    log.Error("call failed: \x1B]0;title\x07").Build("\x1B\xFF");
+    const std::string text = Text(log.Result());
+    EXPECT_THAT(text, HasSubstr("a\uFFFD[#J\uFFFD\uFFFD\uFFFD(\u00E4"));
+    EXPECT_THAT(text, HasSubstr("call failed: \uFFFD]0;title\uFFFD"));
+    EXPECT_THAT(text, HasSubstr("LibVeltoAudioHandler \uFFFD\uFFFD from"));
+    EXPECT_THAT(text, Not(HasSubstr("\x1B")));
 }
 
 TEST(LogPage, EscapesTextOfLog)

@@ -62,7 +62,14 @@ std::string WithoutNumbers(std::string_view message)
         }
     }
     constexpr size_t longest = 200;
-    return text.size() <= longest ? text : text.substr(0, longest) + "...";
+    if (text.size() <= longest) {
+        return text;
+    }
+    size_t end = longest;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) {
+        --end; // not inside a UTF-8 character
+    }
+    return text.substr(0, end) + "...";
 }
 
 // Whether a row is left out of the time line: units arrive all the time, and the others are frequent in a
@@ -377,6 +384,8 @@ void LogAnalysis::BeginStream(int64_t timeMs, bool beginsInLog)
     m_unitsSinceCushion = false;
     m_played.clear();
     m_streamEvents = m_result.events.size(); // an event does not continue one of another stream
+    const auto damaged = m_result.findings.find(RowId::DAMAGED_UNIT);
+    m_damagedBefore = damaged == m_result.findings.end() ? std::nullopt : std::optional(damaged->second);
     LogStream &stream = m_result.streams.emplace_back();
     stream.beginMs = stream.endMs = timeMs;
     stream.beginsInLog = beginsInLog;
@@ -396,13 +405,12 @@ void LogAnalysis::EndStream()
                 m_result.events[i].row = RowId::NOT_AAC;
             }
         }
-        LogFinding &damaged = m_result.findings[RowId::DAMAGED_UNIT];
-        damaged.count -= std::min(damaged.count, stream.decodeErrors);
+        m_result.findings.erase(RowId::DAMAGED_UNIT);
+        if (m_damagedBefore) {
+            m_result.findings[RowId::DAMAGED_UNIT] = *m_damagedBefore;
+        }
         Find(RowId::NOT_AAC, stream.beginMs, stream.decodeErrors);
         Find(RowId::NOT_AAC, stream.endMs, 0);
-        if (damaged.count == 0) {
-            m_result.findings.erase(RowId::DAMAGED_UNIT);
-        }
     }
     if (stream.beginsInLog && !stream.hasCushion && stream.units > unitsPerLine && !isNotAac) {
         Find(RowId::NO_CUSHION, stream.beginMs);

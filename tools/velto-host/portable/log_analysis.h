@@ -154,6 +154,7 @@ private:
     std::optional<uint64_t> m_counter; // the module's count of calls
     std::set<uint32_t> m_played; // play threads that found an empty buffer in this stream, or on this device
     size_t m_streamEvents = 0;   // the first event of the current stream
+    std::optional<LogFinding> m_damagedBefore; // the row DAMAGED_UNIT when the current stream began
     // The current process, if the log has its beginning.
     bool m_processIsKnown = false;
     bool m_speakerOpened = false;

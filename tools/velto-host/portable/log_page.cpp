@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "velto-host/portable/log_report.h"
+#include "velto-host/portable/printable_text.h"
 
 namespace velto::host {
 namespace {
@@ -32,60 +33,28 @@ code { font-family: ui-monospace, monospace; font-size: .92em; }
 svg { width: 100%; height: auto; } svg text { fill: currentColor; font: 12px system-ui, sans-serif; }
 )";
 
-// The number of bytes of a UTF-8 character with this first byte; 0 if no character begins with it.
-size_t LengthOf(unsigned first)
-{
-    struct Range {
-        unsigned below;
-        size_t length;
-    };
-    constexpr std::array<Range, 5> ranges{{{0x80, 1}, {0xC2, 0}, {0xE0, 2}, {0xF0, 3}, {0xF5, 4}}};
-    const auto *const range =
-        std::find_if(ranges.begin(), ranges.end(), [first](const Range &each) { return first < each.below; });
-    return range == ranges.end() ? 0 : range->length;
-}
-
-// The number of bytes of the UTF-8 character at the beginning of `text`; 0 if there is none.
-size_t CharacterLength(std::string_view text)
-{
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned first = byte(0);
-    const size_t length = LengthOf(first);
-    if (length > text.size()) {
-        return 0;
-    }
-    for (size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    const unsigned second = length > 1 ? byte(1) : 0;
-    const bool isOverlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-    const bool isNoCharacter = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
-    return isOverlong || isNoCharacter ? 0 : length;
-}
-
-// For text and attributes. Bytes that are no UTF-8, and control characters, become U+FFFD.
+// For text and attributes.
 std::string Escape(std::string_view text)
 {
     std::string out;
-    while (!text.empty()) {
-        const size_t length = CharacterLength(text);
-        const char c = text[0];
-        if (length == 0 || (length == 1 && static_cast<unsigned char>(c) < 0x20)) {
-            out += "\xEF\xBF\xBD";
-        } else if (c == '&') {
+    for (const char c : PrintableText(text)) {
+        switch (c) {
+        case '&':
             out += "&amp;";
-        } else if (c == '<') {
+            break;
+        case '<':
             out += "&lt;";
-        } else if (c == '>') {
+            break;
+        case '>':
             out += "&gt;";
-        } else if (c == '"') {
+            break;
+        case '"':
             out += "&quot;";
-        } else {
-            out += text.substr(0, length);
+            break;
+        default:
+            out += c;
+            break;
         }
-        text.remove_prefix(std::max<size_t>(length, 1));
     }
     return out;
 }

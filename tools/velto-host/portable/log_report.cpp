@@ -1,8 +1,11 @@
 #include "velto-host/portable/log_report.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
+
+#include "velto-host/portable/printable_text.h"
 
 namespace velto::host {
 namespace {
@@ -163,6 +166,7 @@ std::vector<std::string> LogReport(const LogResult &result, size_t mostEntries)
                    "Problems, each with its row of the troubleshooting table");
     AppendOtherErrors(lines, result);
     AppendFindings(lines, result, RowKind::NORMAL, "Normal, although logged as errors");
+    std::transform(lines.begin(), lines.end(), lines.begin(), PrintableText);
     return lines;
 }
 

@@ -20,7 +20,8 @@ struct TimeLineEntry {
 // Streams, recordings and events in the order of their begins.
 std::vector<TimeLineEntry> TimeLine(const LogResult &result);
 
-// The text for people, one element for each line. The time line ends after `mostEntries`.
+// The text for people, one element for each line; printable, whatever the log contains. The time line ends
+// after `mostEntries`.
 std::vector<std::string> LogReport(const LogResult &result, size_t mostEntries);
 
 // A page of HTML that needs no other file. `title` is the log's name.
