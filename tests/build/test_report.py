@@ -69,17 +69,25 @@ class Report(unittest.TestCase):
         self.assertTrue(report["system"].startswith(f"Wine {version.removeprefix('wine-')} as Windows "), report["system"])
         self.assertEqual(report["logs"], [])
 
-    def test_logs_are_complete_without_user_and_computer(self):
-        home, older, newer = self.log_in_home()
-        file, batch = home / "report.zip", self.folder / "report.bat"
+    def report_of_user(self, log):
+        """Runs the command as another user on another computer. Returns (report.json, the open ZIP file)."""
+        file, batch = log.parent / "report.zip", self.folder / "report.bat"
         # Wine sets the names of user and computer itself when it starts a program from outside.
         batch.write_text(f"@set USERNAME={USER}\r\n@set COMPUTERNAME={COMPUTER}\r\n@set VELTO_LOG_LEVEL=info\r\n"
-                         f"@set VELTO_LOG_FILE={wine.to_windows(home / 'module.log')}\r\n"
+                         f"@set VELTO_LOG_FILE={wine.to_windows(log)}\r\n"
                          f'@"{wine.to_windows(wine.HOST)}" report "{wine.to_windows(file)}"\r\n')
         result = wine.run("cmd", "/c", wine.to_windows(batch))
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         archive = zipfile.ZipFile(file)
-        report = json.loads(archive.read("report.json"))
+        for name in archive.namelist():
+            for personal in (USER, COMPUTER):
+                self.assertNotIn(personal, name)
+                self.assertNotIn(personal.encode(), archive.read(name), name)
+        return json.loads(archive.read("report.json")), archive
+
+    def test_logs_are_complete_without_user_and_computer(self):
+        home, older, newer = self.log_in_home()
+        report, archive = self.report_of_user(home / "module.log")
         self.assertEqual([each["name"] for each in report["logs"]], ["module.1.log", "module.log"])
         self.assertEqual(archive.read("log/module.1.log"), older)
         user, computer = USER.encode(), COMPUTER.encode()
@@ -87,9 +95,13 @@ class Report(unittest.TestCase):
         self.assertIn("the loudspeaker was removed (0x88890004)", archive.read("explanation.txt").decode())
         self.assertTrue(report["settings"]["logFile"].endswith("\\<user>\\module.log"), report["settings"])
         self.assertEqual(report["settings"]["VELTO_LOG_LEVEL"], "info")
-        for name in archive.namelist():
-            self.assertNotIn(user, archive.read(name), name)
-            self.assertNotIn(computer, archive.read(name), name)
+
+    def test_log_with_name_of_user_gets_another_name(self):
+        shutil.copy(LOGS / "no-service.log", self.folder / f"{USER}.log")
+        report, archive = self.report_of_user(self.folder / f"{USER}.log")
+        self.assertEqual([each["name"] for each in report["logs"]], ["user.log"])
+        self.assertIn("log/user.log", archive.namelist())
+        self.assertTrue(report["settings"]["logFile"].endswith("\\<user>.log"), report["settings"])
 
     def test_report_without_module_has_reason(self):
         alone = self.folder / "alone"

@@ -28,8 +28,8 @@ constexpr char contents[] =
     "explanation.txt  the text that velto-host log prints about them\r\n"
     "\r\n"
     "Left out: the names and ids of the sound endpoints, unless --with-names was given; in all files, the\r\n"
-    "path of the user's folder, and the names of user and computer in other paths. Other folders keep\r\n"
-    "their names. The report has no sound.\r\n";
+    "path of the user's folder, and the names of this folder, of the user and of the computer in other\r\n"
+    "paths. Other folders keep their names. The report has no sound.\r\n";
 
 std::string Environment(const wchar_t *name)
 {
@@ -37,6 +37,16 @@ std::string Environment(const wchar_t *name)
     const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
     value.resize(length < value.size() ? length : 0);
     return ToUtf8(value);
+}
+
+// The path with short names, as it is in TEMP of users with long names; empty if there is none.
+std::string ShortPath(const std::string &path)
+{
+    const std::wstring wide = ToWide(path);
+    std::wstring shorter(GetShortPathNameW(wide.c_str(), nullptr, 0), L'\0');
+    const DWORD length = GetShortPathNameW(wide.c_str(), shorter.data(), static_cast<DWORD>(shorter.size()));
+    shorter.resize(length < shorter.size() ? length : 0);
+    return ToUtf8(shorter);
 }
 
 Json RegistryText(HKEY root, const wchar_t *key, const wchar_t *name)
@@ -61,12 +71,12 @@ Json Settings(const Privacy &privacy)
 {
     const auto variable = [&](const wchar_t *name) {
         const std::string value = Environment(name);
-        return value.empty() ? Json() : Json(privacy.Without(value));
+        return value.empty() ? Json() : Json(privacy.PathWithout(value));
     };
     constexpr wchar_t consent[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\CapabilityAccessManager\\"
                                   L"ConsentStore\\microphone";
     constexpr wchar_t mirror[] = L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
-    return {{"logFile", privacy.Without(ToUtf8(ModuleLogFile().wstring()))},
+    return {{"logFile", privacy.PathWithout(ToUtf8(ModuleLogFile().wstring()))},
             {"VELTO_LOG_FILE", variable(L"VELTO_LOG_FILE")},
             {"VELTO_LOG_LEVEL", variable(L"VELTO_LOG_LEVEL")},
             {"streamType", RegistryNumber(HKEY_CURRENT_USER, mirror, L"StreamType")},
@@ -102,13 +112,21 @@ Json Capabilities(const std::string &modulePath, const Privacy &privacy)
     }
 }
 
+// The name of a file as a part of an entry's name, which has no angle brackets: Windows could not unpack it.
+std::string EntryName(const std::filesystem::path &file, const Privacy &privacy)
+{
+    std::string name = privacy.PathWithout(ToUtf8(file.filename().wstring()));
+    std::erase_if(name, [](char c) { return c == '<' || c == '>'; });
+    return name;
+}
+
 // Adds the log files and their explanation. The list of the files is for report.json.
 Json AddLogs(ZipFile &zip, const Privacy &privacy)
 {
     Json listed = Json::Array();
     LogAnalysis analysis;
     for (const std::filesystem::path &file : ModuleLogFiles()) {
-        const std::string name = ToUtf8(file.filename().wstring());
+        const std::string name = EntryName(file, privacy);
         try {
             std::string content;
             ReadBlocks(file, [&](std::string_view block) { content += block; });
@@ -136,7 +154,8 @@ Json AddLogs(ZipFile &zip, const Privacy &privacy)
 
 ExitCode WriteReport(const ReportOptions &options, const std::string &modulePath, const Output &output)
 {
-    const Privacy privacy(Environment(L"USERPROFILE"), Environment(L"USERNAME"),
+    const std::string profile = Environment(L"USERPROFILE");
+    const Privacy privacy({profile, ShortPath(profile)}, Environment(L"USERNAME"),
                           Environment(L"COMPUTERNAME"));
     ZipFile zip;
     zip.Add("README.txt", contents);

@@ -25,20 +25,34 @@ bool IsSlash(char c)
     return Folded(c) == '\\';
 }
 
-// Whether a path or a part of one ends here.
-bool EndsPart(std::string_view rest)
+// Whether a name ends here: no letter, digit, hyphen or underscore follows, and no character outside ASCII.
+bool EndsName(std::string_view rest)
 {
-    constexpr std::string_view ends = "\\/:\"'<>|,;)]\r\n\t ";
-    return rest.empty() || ends.find(rest[0]) != std::string_view::npos;
+    if (rest.empty()) {
+        return true;
+    }
+    const char c = Folded(rest[0]);
+    const bool continues = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+                           static_cast<unsigned char>(c) >= 0x80;
+    return !continues;
+}
+
+bool IsName(std::string_view text, std::string_view name)
+{
+    return !name.empty() && StartsWith(text, name) && EndsName(text.substr(name.size()));
 }
 
 } // namespace
 
-Privacy::Privacy(std::string profile, std::string user, std::string computer)
-    : m_profile(std::move(profile)), m_user(std::move(user)), m_computer(std::move(computer))
+Privacy::Privacy(std::vector<std::string> profiles, std::string user, std::string computer)
+    : m_profiles(std::move(profiles)),
+      m_names{{std::move(user), "<user>"}, {std::move(computer), "<computer>"}}
 {
-    while (!m_profile.empty() && IsSlash(m_profile.back())) {
-        m_profile.pop_back();
+    for (std::string &profile : m_profiles) {
+        while (!profile.empty() && IsSlash(profile.back())) {
+            profile.pop_back();
+        }
+        m_names.push_back({profile.substr(profile.find_last_of("\\/") + 1), "<user>"});
     }
 }
 
@@ -47,21 +61,29 @@ std::string Privacy::Without(std::string_view text) const
     std::string out;
     for (size_t i = 0; i < text.size();) {
         const std::string_view rest = text.substr(i);
-        const auto replace = [&](std::string_view what, std::string_view by) {
-            if (what.empty() || !StartsWith(rest, what) || !EndsPart(rest.substr(what.size()))) {
-                return false;
-            }
-            out += by;
-            i += what.size();
-            return true;
-        };
-        const bool isPart = i > 0 && IsSlash(text[i - 1]);
-        if (!replace(m_profile, "<profile>") &&
-            !(isPart && (replace(m_user, "<user>") || replace(m_computer, "<computer>")))) {
-            out += text[i++];
+        const auto profile = std::find_if(m_profiles.begin(), m_profiles.end(),
+                                          [&](const std::string &each) { return IsName(rest, each); });
+        if (profile != m_profiles.end()) {
+            out += "<profile>";
+            i += profile->size();
+            continue;
         }
+        const bool isPart = i > 0 && IsSlash(text[i - 1]);
+        const auto name = std::find_if(m_names.begin(), m_names.end(),
+                                       [&](const Name &each) { return isPart && IsName(rest, each.text); });
+        if (name != m_names.end()) {
+            out += name->replacement;
+            i += name->text.size();
+            continue;
+        }
+        out += text[i++];
     }
     return out;
+}
+
+std::string Privacy::PathWithout(std::string_view path) const
+{
+    return Without("\\" + std::string(path)).substr(1);
 }
 
 } // namespace velto::host

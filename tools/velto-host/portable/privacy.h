@@ -3,23 +3,33 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace velto::host {
 
 class Privacy {
 public:
-    // `profile` is the user's folder, such as C:\Users\Anna. Empty arguments are ignored.
-    Privacy(std::string profile, std::string user, std::string computer);
+    // `profiles` are the paths of the user's folder, such as C:\Users\Anna and its short form. Empty
+    // arguments are ignored.
+    Privacy(std::vector<std::string> profiles, std::string user, std::string computer);
 
-    // Replaces the profile's path by "<profile>". Replaces the name of the user or computer by "<user>" or
-    // "<computer>" where it is a part of a path. Elsewhere a name may be an ordinary word, and stays. Ignores
-    // the case of ASCII letters, and does not distinguish the two slashes.
+    // Replaces a profile's path by "<profile>". Replaces the name of the user or computer by "<user>" or
+    // "<computer>" where it begins a part of a path; the name of the user's folder counts as the user's.
+    // Elsewhere a name may be an ordinary word, and stays, as do longer names that begin with it. Ignores the
+    // case of ASCII letters, and does not distinguish the two slashes.
     std::string Without(std::string_view text) const;
 
+    // The same for a path, which can begin with a name.
+    std::string PathWithout(std::string_view path) const;
+
 private:
-    std::string m_profile;
-    std::string m_user;
-    std::string m_computer;
+    struct Name {
+        std::string text;
+        std::string_view replacement;
+    };
+
+    std::vector<std::string> m_profiles;
+    std::vector<Name> m_names;
 };
 
 } // namespace velto::host
