@@ -16,6 +16,7 @@ import wine
 
 LOGS = places.REPOSITORY / "tests" / "host" / "logs"
 BAD_FILE = 4
+CONSENT = r"SOFTWARE\Microsoft\Windows\CurrentVersion\CapabilityAccessManager\ConsentStore\microphone"
 USER, COMPUTER = "anna-test-user", "annas-computer"
 
 
@@ -69,13 +70,16 @@ class Report(unittest.TestCase):
         self.assertTrue(report["system"].startswith(f"Wine {version.removeprefix('wine-')} as Windows "), report["system"])
         self.assertEqual(report["logs"], [])
 
-    def report_of_user(self, log):
-        """Runs the command as another user on another computer. Returns (report.json, the open ZIP file)."""
+    def report_of_user(self, log, before=(), after=()):
+        """Runs the command as another user on another computer, between other commands. Returns (report.json, the open ZIP
+        file)."""
         file, batch = log.parent / "report.zip", self.folder / "report.bat"
         # Wine sets the names of user and computer itself when it starts a program from outside.
-        batch.write_text(f"@set USERNAME={USER}\r\n@set COMPUTERNAME={COMPUTER}\r\n@set VELTO_LOG_LEVEL=info\r\n"
-                         f"@set VELTO_LOG_FILE={wine.to_windows(log)}\r\n"
-                         f'@"{wine.to_windows(wine.HOST)}" report "{wine.to_windows(file)}"\r\n')
+        lines = [f"@set USERNAME={USER}", f"@set COMPUTERNAME={COMPUTER}", "@set VELTO_LOG_LEVEL=info",
+                 f"@set VELTO_LOG_FILE={wine.to_windows(log)}", *before,
+                 f'@"{wine.to_windows(wine.HOST)}" report "{wine.to_windows(file)}"', "@set result=%ERRORLEVEL%", *after,
+                 "@exit %result%"]
+        batch.write_text("".join(f"{line}\r\n" for line in lines))
         result = wine.run("cmd", "/c", wine.to_windows(batch))
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         archive = zipfile.ZipFile(file)
@@ -102,6 +106,14 @@ class Report(unittest.TestCase):
         self.assertEqual([each["name"] for each in report["logs"]], ["user.log"])
         self.assertIn("log/user.log", archive.namelist())
         self.assertTrue(report["settings"]["logFile"].endswith("\\<user>.log"), report["settings"])
+
+    def test_report_has_consents_to_use_the_microphone(self):
+        consents = {rf"HKCU\{CONSENT}": "Allow", rf"HKCU\{CONSENT}\NonPackaged": "Deny", rf"HKLM\{CONSENT}": "Ask"}
+        settings = self.report_of_user(
+            self.folder / "none.log", [f"@reg add {key} /v Value /d {value} /f" for key, value in consents.items()],
+            [f"@reg delete {key} /v Value /f" for key in consents])[0]["settings"]
+        self.assertEqual([settings[name] for name in ("microphoneConsent", "microphoneConsentOfPrograms",
+                                                      "microphoneConsentOfPc")], list(consents.values()))
 
     def test_report_without_module_has_reason(self):
         alone = self.folder / "alone"

@@ -75,12 +75,15 @@ Json Settings(const Privacy &privacy)
     };
     constexpr wchar_t consent[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\CapabilityAccessManager\\"
                                   L"ConsentStore\\microphone";
+    constexpr wchar_t programs[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\CapabilityAccessManager\\"
+                                   L"ConsentStore\\microphone\\NonPackaged";
     constexpr wchar_t mirror[] = L"SOFTWARE\\NORVEL\\NRAudio\\NrMirror";
     return {{"logFile", privacy.PathWithout(ToUtf8(ModuleLogFile().wstring()))},
             {"VELTO_LOG_FILE", variable(L"VELTO_LOG_FILE")},
             {"VELTO_LOG_LEVEL", variable(L"VELTO_LOG_LEVEL")},
             {"streamType", RegistryNumber(HKEY_CURRENT_USER, mirror, L"StreamType")},
             {"microphoneConsent", RegistryText(HKEY_CURRENT_USER, consent, L"Value")},
+            {"microphoneConsentOfPrograms", RegistryText(HKEY_CURRENT_USER, programs, L"Value")},
             {"microphoneConsentOfPc", RegistryText(HKEY_LOCAL_MACHINE, consent, L"Value")}};
 }
 
