@@ -103,6 +103,18 @@ else()
     target_include_directories(velto_header_libs SYSTEM INTERFACE "${header_libs}")
 endif()
 
+# velto::zlib, for velto-host on Windows.
+if(WIN32)
+    add_library(velto_zlib INTERFACE)
+    add_library(velto::zlib ALIAS velto_zlib)
+    if(MSVC)
+        find_package(ZLIB REQUIRED)
+        target_link_libraries(velto_zlib INTERFACE ZLIB::ZLIB)
+    else()
+        target_link_libraries(velto_zlib INTERFACE -l:libz.a)
+    endif()
+endif()
+
 find_package(Threads REQUIRED)
 
 if(BUILD_TESTING AND NOT WIN32)

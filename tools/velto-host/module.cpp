@@ -3,6 +3,10 @@
 #include <atomic>
 #include <filesystem>
 
+#ifdef _MSC_VER
+#include <intrin.h>
+#endif
+
 #include "velto-host/windows_text.h"
 
 namespace velto::host {
@@ -15,9 +19,14 @@ std::atomic<ListenerLog *> currentLog{nullptr};
 std::atomic<bool> crashInNextEvent{false};
 
 // Not inlined, so that the crash has a frame with this name.
-[[gnu::noinline]] void CrashOnPurpose()
+__declspec(noinline) void CrashOnPurpose()
 {
-    __builtin_trap(); // an illegal instruction
+    // An illegal instruction.
+#ifdef _MSC_VER
+    __ud2();
+#else
+    __builtin_trap();
+#endif
 }
 
 std::filesystem::path PathInThisProgramsFolder()
