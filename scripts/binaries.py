@@ -3,6 +3,7 @@
 import bisect
 import dataclasses
 import pathlib
+import re
 import struct
 import subprocess
 import uuid
@@ -12,6 +13,7 @@ import pefile
 from pdb_file import BuildId
 
 ADDR2LINE = "x86_64-w64-mingw32-addr2line"
+SOURCE_LINE = re.compile(r"(.*):(\d+|\?)(?: \(discriminator \d+\))?$")
 CHAINED = 4  # flag in UNWIND_INFO
 
 
@@ -95,14 +97,17 @@ def places_of(debug_file, addresses):
     """Returns for each address the list of its places: the inlined functions first, the real one last. Empty if unknown."""
     if not addresses:
         return []
-    text = subprocess.run([ADDR2LINE, "-e", str(debug_file), "-a", "-f", "-i", "-C", *(hex(each) for each in addresses)],
-                          check=True, capture_output=True, text=True).stdout
-    found, lines = [], iter(text.splitlines())
+    # On its input, because a command line cannot have the addresses of a long text.
+    result = subprocess.run([ADDR2LINE, "-e", str(debug_file), "-a", "-f", "-i", "-C"], capture_output=True, text=True,
+                            input="".join(f"{each:#x}\n" for each in addresses), check=False)
+    if result.returncode != 0:
+        raise BadBinary(f"{ADDR2LINE} cannot read {debug_file}: {result.stderr.strip()}")
+    found, lines = [], iter(result.stdout.splitlines())
     for line in lines:
         if line.startswith("0x") and "(" not in line and " " not in line:
             found.append([])
             continue
-        file, _, number = next(lines).partition(" ")[0].rpartition(":")
+        place = SOURCE_LINE.match(next(lines))
         if line != "??":
-            found[-1].append(Place(line, file, int(number) if number.isdigit() else 0))
+            found[-1].append(Place(line, place[1], int(place[2]) if place[2].isdigit() else 0))
     return found

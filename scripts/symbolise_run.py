@@ -18,7 +18,8 @@ import minidump
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = (REPOSITORY / "build" / "package" / "work" / "build", REPOSITORY / "build" / "windows")
-OFFSET = re.compile(r"\b([\w.-]+?)(\.dll|\.exe)?\s*\(?\+\s*0x([0-9a-fA-F]+)\b")
+# Of limited length, so that the time does not grow with the square of a line's length.
+OFFSET = re.compile(r"(?<![\w.-])[.-]*(\w[\w.-]{0,254})\s{0,3}\(?\+\s{0,3}0x([0-9a-fA-F]{1,16})\b")
 EVENT_MODULE = re.compile(r"Faulting module name: *([\w.-]+)", re.I)
 EVENT_OFFSET = re.compile(r"Fault offset: *0x([0-9a-fA-F]+)", re.I)
 
@@ -30,7 +31,7 @@ class Symbols:
         self._debug, self._binaries, self._opened = {}, {}, {}
         for file in (file for folder in symbol_folders for file in sorted(folder.glob("**/*.debug"))):
             self._debug.setdefault(file.name.removesuffix(".debug").lower(), []).append(file)
-        for file in (file for folder in binary_folders for file in sorted(folder.glob("*"))):
+        for file in (file for folder in binary_folders for file in sorted(folder.glob("**/*"))):
             if file.suffix.lower() in (".dll", ".exe"):
                 self._binaries.setdefault(file.name.lower(), []).append(file)
 
@@ -39,10 +40,9 @@ class Symbols:
             self._opened[path] = binaries.Binary(path)
         return self._opened[path]
 
-    def file_name(self, name, suffix=""):
+    def file_name(self, name):
         """The full name of a binary whose name may lack its suffix, as in Wine's backtraces. None if there are no symbols."""
-        candidates = [name + suffix] if suffix else [name, name + ".dll", name + ".exe"]
-        return next((each.lower() for each in candidates if each.lower() in self._debug), None)
+        return next((each.lower() for each in (name, name + ".dll", name + ".exe") if each.lower() in self._debug), None)
 
     def binary_of(self, module):
         """The binary of a dump's module, if it is of the same build."""
@@ -99,7 +99,7 @@ class Report:
 def read_text(text, symbols, report):
     faulting = None
     for line in text.splitlines():
-        offsets = [(symbols.file_name(match[1], match[2] or ""), int(match[3], 16)) for match in OFFSET.finditer(line)]
+        offsets = [(symbols.file_name(match[1]), int(match[2], 16)) for match in OFFSET.finditer(line)]
         if module := EVENT_MODULE.search(line):
             faulting = symbols.file_name(module[1])
         if offset := EVENT_OFFSET.search(line):
@@ -133,11 +133,11 @@ def main():
                                      epilog="Exit code: 0 if a place was found, 1 if not, 2 for wrong arguments.")
     parser.add_argument("file", type=pathlib.Path, metavar="DUMP-OR-LOG")
     parser.add_argument("--symbols", type=pathlib.Path, action="append", metavar="FOLDER",
-                        help="folder with NAME.dll.debug, as scripts/symbols writes it; can be given several times (default: "
-                             "the builds of scripts/package and scripts/build)")
+                        help="folder with NAME.dll.debug, as scripts/symbols writes it; also searches the folders in it; can be "
+                             "given several times (default: the builds of scripts/package and scripts/build)")
     parser.add_argument("--binaries", type=pathlib.Path, action="append", metavar="FOLDER",
-                        help="folder with the DLLs and programs, whose unwind information a minidump needs; can be given "
-                             "several times (default: as for --symbols)")
+                        help="folder with the DLLs and programs, whose unwind information a minidump needs; also searches the "
+                             "folders in it; can be given several times (default: as for --symbols)")
     parser.add_argument("--all-threads", action="store_true", help="print the stacks of all threads of a dump")
     options = parser.parse_args()
     for folder in [*(options.symbols or []), *(options.binaries or [])]:
@@ -153,9 +153,9 @@ def main():
         else:
             encoding = "utf-16" if content[:2] in (b"\xff\xfe", b"\xfe\xff") else "utf-8"
             read_text(content.decode(encoding, "replace"), symbols, report)
+        found = report.print()
     except (OSError, minidump.BadDump, binaries.BadBinary) as error:
         sys.exit(f"symbolise: error: {error}")
-    found = report.print()
     if not found:
         print("symbolise: no place was found: is this the log of another build, or are the symbols elsewhere?", file=sys.stderr)
     return 0 if found else 1

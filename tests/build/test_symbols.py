@@ -243,6 +243,12 @@ class Crash(unittest.TestCase):
                         "--binaries", places.BIN)
         self.assertEqual(result.stdout, self.symbolise(self.dump).stdout)
 
+    def test_files_of_dump_are_found_in_unpacked_archives(self):
+        for source, folder in ((SYMBOLS, "one/symbols"), (places.BIN, "one/package/bin")):
+            shutil.copytree(source, self.folder / folder)
+        result = script("symbolise", self.dump, "--symbols", self.folder / "one", "--binaries", self.folder / "one")
+        self.assertEqual(result.stdout, self.symbolise(self.dump).stdout)
+
     def test_damaged_dumps_are_refused_without_traceback(self):
         content = self.dump.read_bytes()
         short = self.folder / "short.dmp"
@@ -252,6 +258,25 @@ class Crash(unittest.TestCase):
                 result = self.symbolise(short, code=1)
                 self.assertIn("symbolise: error: ", result.stderr)
                 self.assertNotIn("Traceback", result.stderr)
+
+    def test_long_lines_and_many_offsets_are_read(self):
+        rva = export_rva(ENTRY)
+        # A search whose time grows with the square of the length would not end here. The addresses are more than a command
+        # line can have.
+        lines = ["a-" * 200000, *(f"swresample-4.dll+{offset:#x}" for offset in range(0x1000, 0x1000 + 120000)),
+                 f"LibVeltoAudioHandler.dll+{rva:#x}"]
+        text = self.symbolise(self.text_file("\n".join(lines) + "\n")).stdout
+        self.assertIn(f"= {ENTRY} (", text)
+
+    def test_places_in_folder_with_space_are_complete(self):
+        folder = self.folder / "with space"
+        folder.mkdir()
+        (folder / "one.c").write_text("int Twice(int number) { return 2 * number; }\n")
+        subprocess.run(["x86_64-w64-mingw32-gcc-posix", "-g", "-shared", "-nostdlib", "-Wl,-e,0", "-o", folder / "one.dll.debug",
+                        folder / "one.c"], check=True)
+        begin = binaries.Binary(folder / "one.dll.debug").image_base + 0x1000
+        self.assertEqual([str(place) for place in binaries.places_of(folder / "one.dll.debug", [begin])[0]],
+                         [f"Twice ({folder}/one.c:1)"])
 
     def test_text_without_offsets_is_reported(self):
         result = self.symbolise(self.text_file("nothing to see\nother.dll+0x10\n"), code=1)
