@@ -6,9 +6,10 @@
 #
 # A finished build is the folder ffmpeg-VERSION-HASH, where HASH is that of the configure line. It contains bin/,
 # include/, lib/ and a stamp with the checksum of every file; symbols/ with the debug information, the PDB file and the
-# linker's map of each DLL; source/ with Debian's source package. The folder is created under a temporary name and then
-# renamed: if it does not match its stamp, it was damaged later and is rebuilt. CMake uses the link ffmpeg-windows next
-# to it by default.
+# linker's map of each DLL; source/ with Debian's source package; a copy of ffmpeg-source.sha256. The folder is created under
+# a temporary name and then renamed: if it does not match its stamp, it was damaged later and is rebuilt. It is also rebuilt
+# from another source package when the checksums in ffmpeg-source.sha256 change. CMake uses the link ffmpeg-windows next to
+# it by default.
 #
 # The DLLs depend on the source package, the configure line and the compiler only: the paths of the build are replaced,
 # and the linker writes no time.
@@ -44,11 +45,18 @@ ffmpeg_complete() {
     (cd "$1" && sha256sum --quiet --strict --check stamp) >/dev/null 2>&1
 }
 
-# Prints the newest complete build with this configure line, or fails.
+ffmpeg_pin=$repo/scripts/ffmpeg-source.sha256
+
+# ffmpeg_source_pinned FOLDER: succeeds if FOLDER has the source package with the pinned checksums.
+ffmpeg_source_pinned() { (cd "$1" && sha256sum --quiet --strict --check "$ffmpeg_pin") >/dev/null 2>&1; }
+
+# Prints the newest complete build with this configure line, or fails. A build from another source package than the pinned
+# one counts if the archive had it while these checksums were pinned.
 ffmpeg_cached() {
     local folder
     while IFS= read -r folder; do
-        if ffmpeg_complete "$folder"; then
+        if ffmpeg_complete "$folder" &&
+            { ffmpeg_source_pinned "$folder/source" || cmp -s "$folder/ffmpeg-source.sha256" "$ffmpeg_pin"; }; then
             printf '%s\n' "$folder"
             return 0
         fi
@@ -104,11 +112,6 @@ fetch_source() {
         dpkg-source --no-check -x "$folder/download"/"$package"_*.dsc "$folder/tree"
 }
 
-ffmpeg_pin=$repo/scripts/ffmpeg-source.sha256
-
-# ffmpeg_source_pinned FOLDER: succeeds if FOLDER has the source package with the pinned checksums.
-ffmpeg_source_pinned() { (cd "$1" && sha256sum --quiet --strict --check "$ffmpeg_pin") >/dev/null 2>&1; }
-
 # fetch_ffmpeg_source FOLDER: as fetch_source. Another package than the pinned one is used, too, because the archive keeps
 # the newest only; scripts/package refuses it.
 fetch_ffmpeg_source() {
@@ -162,7 +165,7 @@ build_ffmpeg() {
 
     target=$cache/ffmpeg-$version-$(ffmpeg_hash)
     if [ -d "$target" ]; then
-        say "the cached FFmpeg is damaged; building it again"
+        say "the cached FFmpeg is damaged, or of another source package; building it again"
     fi
     say "configuring FFmpeg $version for Windows (about half a minute)"
     mkdir "$work/build"
@@ -180,6 +183,7 @@ build_ffmpeg() {
     mkdir -p "$work/out/licenses" "$work/out/source" "$work/out/symbols"
     cp "$work/tree"/COPYING.LGPLv2.1 "$work/tree"/LICENSE.md "$work/tree"/debian/copyright "$work/out/licenses/"
     cp "$work/download"/* "$work/out/source/"
+    cp "$ffmpeg_pin" "$work/out/ffmpeg-source.sha256"
     split_ffmpeg_symbols "$work"
     printf '%s\n' "${ffmpeg_options[@]}" >"$work/out/configure-options"
     (cd "$work/out" && find . -type f ! -name stamp -print0 | sort -z | xargs -0 sha256sum >"$work/stamp")

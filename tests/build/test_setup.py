@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -28,11 +29,20 @@ class FFmpegCache(unittest.TestCase):
         (self.build / "bin").mkdir(parents=True)
         for dll in places.FFMPEG:
             (self.build / "bin" / dll).write_text(f"the text of {dll}")
+        # The pinned source package.
+        (self.build / "source").mkdir()
+        (self.build / "source" / "ffmpeg.dsc").write_text("the source")
+        self.pin = cache / "pin.sha256"
+        self.pin.write_text(subprocess.run(["sha256sum", "ffmpeg.dsc"], cwd=self.build / "source", check=True,
+                                           capture_output=True, text=True).stdout)
+        self.write_stamp()
+
+    def write_stamp(self):
         subprocess.run("find . -type f ! -name stamp -print0 | xargs -0 sha256sum >../stamp && mv ../stamp .",
                        shell=True, cwd=self.build, check=True)
 
     def cached(self):
-        return shell("ffmpeg_cached", XDG_CACHE_HOME=self.home).stdout.strip()
+        return shell(f'ffmpeg_pin="{self.pin}"; ffmpeg_cached', XDG_CACHE_HOME=self.home).stdout.strip()
 
     def test_complete_ffmpeg_build_in_cache_is_found(self):
         self.assertEqual(self.cached(), str(self.build))
@@ -47,6 +57,14 @@ class FFmpegCache(unittest.TestCase):
 
     def test_cached_ffmpeg_build_without_stamp_is_not_used(self):
         (self.build / "stamp").unlink()
+        self.assertEqual(self.cached(), "")
+
+    def test_cached_ffmpeg_build_is_used_until_pinned_checksums_change(self):
+        (self.build / "source" / "ffmpeg.dsc").write_text("the source that the archive had")
+        shutil.copy(self.pin, self.build / "ffmpeg-source.sha256")
+        self.write_stamp()
+        self.assertEqual(self.cached(), str(self.build))
+        self.pin.write_text(f"{'0' * 64}  ffmpeg.dsc\n")
         self.assertEqual(self.cached(), "")
 
     def test_cached_ffmpeg_build_with_other_configure_line_is_not_used(self):
