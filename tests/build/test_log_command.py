@@ -124,6 +124,17 @@ class LogCommand(unittest.TestCase):
         log = wine.to_windows(LOGS / "no-service.log")
         self.explain(log, "--html", wine.to_windows(self.folder / "none" / "page.html"), code=BAD_FILE)
 
+    def test_log_is_not_replaced_by_page_or_report(self):
+        log = self.folder / "module.log"
+        content = (LOGS / "no-service.log").read_bytes()
+        log.write_bytes(content)
+        other = wine.to_windows(self.folder / "." / "MODULE.log")  # Windows finds the file by this name, too
+        explained, _ = self.explain(wine.to_windows(log), "--html", other, code=BAD_FILE)
+        self.assertIn("is a log that would be lost", explained["error"])
+        result = wine.run_host("report", other, VELTO_LOG_FILE=wine.to_windows(log))
+        self.assertEqual(result.returncode, BAD_FILE, result.stderr)
+        self.assertEqual(log.read_bytes(), content)
+
     def test_provoked_faults_are_named(self):
         """Plays a damaged file and records, both without a sound server."""
         speech = self.folder / "speech.aac"

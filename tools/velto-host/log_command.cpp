@@ -219,6 +219,7 @@ Json JsonOf(const LogResult &result, const std::vector<std::filesystem::path> &f
 ExitCode ExplainLog(const LogOptions &options, const Output &output)
 {
     const std::vector<std::filesystem::path> files = FilesOf(options);
+    RefuseToReplace(files, ToWide(options.htmlFile));
     const LogResult result = Analyse(files, options.showProgress);
     if (result.messages == 0) {
         throw FileError(ToUtf8(files.back().wstring()) + " has no line of the module's log" +

@@ -93,6 +93,16 @@ void ReadBlocks(const std::filesystem::path &path, const std::function<void(std:
     }
 }
 
+void RefuseToReplace(const std::vector<std::filesystem::path> &files, const std::filesystem::path &output)
+{
+    for (const std::filesystem::path &file : files) {
+        std::error_code error; // there is no output yet, or the file cannot be opened
+        if (std::filesystem::equivalent(file, output, error)) {
+            throw FileError(ToUtf8(output.wstring()) + " is a log that would be lost: choose another name");
+        }
+    }
+}
+
 void WriteWholeFile(const std::filesystem::path &path, std::string_view content)
 {
     DWORD failure = ERROR_SUCCESS;

@@ -22,6 +22,9 @@ std::filesystem::path ModuleLogFile();
 void ReadBlocks(const std::filesystem::path &path, const std::function<void(std::string_view)> &sink,
                 const std::function<void(uint64_t, uint64_t)> &progress = {});
 
+// Throws FileError if `output` is one of the files, by any of its names.
+void RefuseToReplace(const std::vector<std::filesystem::path> &files, const std::filesystem::path &output);
+
 // Creates or replaces a file. Throws FileError; an incomplete file is removed.
 void WriteWholeFile(const std::filesystem::path &path, std::string_view content);
 

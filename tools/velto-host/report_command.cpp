@@ -157,6 +157,7 @@ Json AddLogs(ZipFile &zip, const Privacy &privacy)
 
 ExitCode WriteReport(const ReportOptions &options, const std::string &modulePath, const Output &output)
 {
+    RefuseToReplace(ModuleLogFiles(), ToWide(options.file));
     const std::string profile = Environment(L"USERPROFILE");
     const Privacy privacy({profile, ShortPath(profile)}, Environment(L"USERNAME"),
                           Environment(L"COMPUTERNAME"));
