@@ -16,7 +16,11 @@ LINKERS_ENVIRONMENT = 0x113D  # a record with the linker's working folder and op
 
 
 class BadPdb(ValueError):
-    """The file is no PDB file, or is incomplete."""
+    """The file is no PDB file, or is incomplete or damaged."""
+
+
+# What reading a damaged file raises.
+DAMAGED = (struct.error, IndexError, OverflowError, TypeError, ValueError, ZeroDivisionError)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -44,8 +48,8 @@ class PdbFile:
             info = self.streams[INFO]
             # The age in the header of the debug information counts changes of the PDB file. This one is the binary's.
             self.build_id = BuildId(uuid.UUID(bytes_le=info[12:28]), struct.unpack_from("<I", info, 8)[0])
-        except (struct.error, IndexError, ValueError) as error:
-            raise BadPdb(f"this PDB file is incomplete: {error}") from error
+        except DAMAGED as error:
+            raise BadPdb(f"this PDB file is damaged: {error}") from error
 
     @staticmethod
     def _read(data):
@@ -79,6 +83,13 @@ class PdbFile:
 
     def reproducible(self):
         """The file without the time and the folders of the link. Debuggers compare the build id instead of the time."""
+        try:
+            streams = self._reproducible_streams()
+        except DAMAGED as error:
+            raise BadPdb(f"this PDB file is damaged: {error}") from error
+        return packed(streams)
+
+    def _reproducible_streams(self):
         streams = list(self.streams)
         streams[INFO] = streams[INFO][:4] + bytes(4) + streams[INFO][8:]
         modules = b""
@@ -93,7 +104,7 @@ class PdbFile:
         old_end = DEBUG_INFO_HEADER + struct.unpack_from("<I", old, MODULES_SIZE)[0]
         streams[DEBUG_INFO] = (old[:MODULES_SIZE] + struct.pack("<I", len(modules)) +
                                old[MODULES_SIZE + 4:DEBUG_INFO_HEADER] + modules + old[old_end:])
-        return packed(streams)
+        return streams
 
 
 def without_environment(symbols):

@@ -122,6 +122,19 @@ class SymbolFiles(unittest.TestCase):
             with self.assertRaises(pdb_file.BadPdb):
                 pdb_file.PdbFile(broken)
 
+    def test_damaged_pdb_files_are_refused(self):
+        content = bytearray((SYMBOLS / "LibVeltoAudioHandler.pdb").read_bytes())
+        struct.pack_into("<I", content, len(pdb_file.MAGIC), 0)  # the size of a block
+        with self.assertRaises(pdb_file.BadPdb):
+            pdb_file.PdbFile(bytes(content))
+        # A linked file whose symbols are in a stream that does not exist.
+        debug_info = bytearray(pdb_file.DEBUG_INFO_HEADER + pdb_file.MODULE_HEADER + 4)
+        struct.pack_into("<I", debug_info, pdb_file.MODULES_SIZE, pdb_file.MODULE_HEADER + 4)
+        struct.pack_into("<H", debug_info, pdb_file.DEBUG_INFO_HEADER + pdb_file.MODULE_STREAM, 9)
+        damaged = pdb_file.PdbFile(pdb_file.packed([b"", bytes(28), b"", bytes(debug_info)]))
+        with self.assertRaises(pdb_file.BadPdb):
+            damaged.reproducible()
+
     def test_symbols_of_another_build_are_refused(self):
         build = self.folder / "build"
         shutil.copytree(places.BIN, build / "bin")
