@@ -47,11 +47,12 @@ class Part:
         self.notice = row.get("notice", "").strip()
 
     def is_in(self, name):
-        """Whether a file of the package, by its path there, is this part, its licence, or a page made with it."""
+        """Whether a file of the package, by its path there, is or contains this part, is its licence, or a page made with
+        it."""
         path = pathlib.PurePosixPath(name)
         match path.parts[0]:
             case "bin":
-                return path.name in self.files
+                return path.name in self.files + self.inside
             case "licenses":
                 return path.stem == self.id
             case "doc":
@@ -159,9 +160,12 @@ def described_part(part, ffmpeg):
 
 def described_file(root, path, parts):
     name = path.relative_to(root).as_posix()
-    licenses = {part.license for part in parts if part.is_in(name)} or {"Apache-2.0"}
-    if path.suffix == ".html":
-        licenses.add("Apache-2.0")  # the text of the page
+    inside = [part for part in parts if part.is_in(name)]
+    licenses = {license_id for part in inside for license_id in part.license.split(" AND ")}
+    # Own work is in every file but the parts' own: FFmpeg's DLLs, licences, styles and scripts.
+    is_own_binary = name.startswith("bin/") and not any(path.name in part.files for part in parts)
+    if not inside or path.suffix == ".html" or is_own_binary:
+        licenses.add("Apache-2.0")
     kind = "BINARY" if path.suffix in (".dll", ".exe", ".lib", ".a") else "IMAGE" if path.suffix in (".png", ".svg") else "TEXT"
     return {"SPDXID": file_id(name), "fileName": f"./{name}", "fileTypes": [kind],
             "checksums": [{"algorithm": algorithm.upper(), "checksumValue": digest(path, algorithm)}
@@ -175,9 +179,10 @@ def sbom(root, version, commit, seconds, ffmpeg):
     files = [described_file(root, path, parts) for path in sorted(root.rglob("*")) if path.is_file()]
     binaries = {pathlib.PurePosixPath(file["fileName"]).name: file["SPDXID"] for file in files
                 if file["fileName"].startswith("./bin/")}
+    licenses = {license_id for file in files for license_id in file["licenseConcluded"].split(" AND ")}
     hashes = sorted(file["checksums"][0]["checksumValue"] for file in files)
     product = {"SPDXID": "SPDXRef-Product", "name": PRODUCT, "versionInfo": version, "downloadLocation": "NOASSERTION",
-               "filesAnalyzed": True, "licenseConcluded": "Apache-2.0", "licenseDeclared": "Apache-2.0",
+               "filesAnalyzed": True, "licenseConcluded": " AND ".join(sorted(licenses)), "licenseDeclared": "Apache-2.0",
                "licenseInfoFromFiles": ["NOASSERTION"], "copyrightText": "NOASSERTION", "primaryPackagePurpose": "LIBRARY",
                "sourceInfo": f"built from commit {commit}",
                "packageVerificationCode": {

@@ -178,6 +178,19 @@ class BillOfMaterials(packages.Unpacked):
                 digest = hashlib.new(checksum["algorithm"].lower(), (self.package / name).read_bytes()).hexdigest()
                 self.assertEqual(checksum["checksumValue"], digest, name)
 
+    def test_licence_of_each_binary_and_of_the_package_has_those_of_its_parts(self):
+        licenses = {item["fileName"].removeprefix("./"): set(item["licenseConcluded"].split(" AND "))
+                    for item in self.bill["files"]}
+        for part in package_parts.shipped_parts(self.package / "doc"):
+            for name in part.files + part.inside:
+                self.assertLessEqual(set(part.license.split(" AND ")), licenses[f"bin/{name}"], f"{part.id} in {name}")
+        for name in (MODULE, HOST):
+            self.assertIn("Apache-2.0", licenses[f"bin/{name}"])
+        self.assertNotIn("Apache-2.0", licenses["bin/avcodec-59.dll"])
+        self.assertEqual(licenses["include/velto/audio_handler.h"], {"Apache-2.0"})
+        product = set(self.bill["packages"][0]["licenseConcluded"].split(" AND "))
+        self.assertEqual(product, set().union(*licenses.values()))
+
     def test_own_licence_ids_are_explained(self):
         explained = {item["licenseId"] for item in self.bill["hasExtractedLicensingInfos"]}
         used = set(re.findall(r"LicenseRef-[\w.-]+", json.dumps([self.bill["packages"], self.bill["files"]])))
