@@ -19,6 +19,7 @@ import tomllib
 
 import site_header
 import site_links
+import wine_program
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OUT = REPOSITORY / "build" / "site"
@@ -153,22 +154,21 @@ class Site:
         return "\n".join(parts)
 
     def help_of_host(self, *command):
-        environment = dict(os.environ, WINEPREFIX=str(self.wine_prefix), WINEDEBUG="-all", DISPLAY="",
-                           WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winepulse.drv,winealsa.drv,wineoss.drv=")
         # Without a command, --help-all prints the help of all commands.
         option = "--help-all" if command else "--help"
-        return self.output_of("wine", str(self.host), *command, option, env=environment)
+        return self.checked(self.host.name, wine_program.run(self.wine_prefix, self.host, *command, option,
+                                                             timeout_s=HELP_SECONDS))
 
     def help_of_script(self, path):
-        return self.output_of(str(path), "--help", env=dict(os.environ, COLUMNS=COLUMNS))
+        return self.checked(path.name, subprocess.run([str(path), "--help"], stdin=subprocess.DEVNULL, capture_output=True,
+                                                      text=True, errors="replace", timeout=HELP_SECONDS, cwd=self.root,
+                                                      env=dict(os.environ, COLUMNS=COLUMNS)))
 
-    def output_of(self, *command, **options):
-        result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                timeout=HELP_SECONDS, cwd=self.root, **options)
-        text = result.stdout.decode("utf-8", "replace").replace("\r\n", "\n").rstrip()
-        name = pathlib.Path(command[1] if command[0] == "wine" else command[0]).name
+    def checked(self, name, result):
+        """Returns the help that a program has printed."""
+        text = result.stdout.rstrip()
         if result.returncode != 0 or not text:
-            raise RuntimeError(f"{name} does not print its help: {result.stderr.decode('utf-8', 'replace')[-500:]}")
+            raise RuntimeError(f"{name} does not print its help: {result.stderr[-500:]}")
         for path in (str(self.root), str(self.work), str(pathlib.Path.home())):
             if re.search(rf"(?<![\w.-]){re.escape(path)}\b", text):
                 raise RuntimeError(f"the help of {name} contains {path}, a path of this machine")

@@ -1,13 +1,12 @@
 """The shipped files run from any folder."""
 
-import os
 import pathlib
 import shutil
-import subprocess
 import tempfile
 import unittest
 
 import places
+import wine
 
 
 class CopiedFolder(unittest.TestCase):
@@ -19,11 +18,8 @@ class CopiedFolder(unittest.TestCase):
             shutil.copy(places.BIN / name, self.folder)
 
     def run_host(self, *arguments):
-        environment = dict(os.environ, WINEPREFIX=str(places.BUILD / "wine"), WINEDEBUG="-all", DISPLAY="",
-                           WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=",
-                           VELTO_LOG_FILE="Z:" + str(self.folder / "module.log").replace("/", "\\"))
-        return subprocess.run(["wine", str(self.folder / "velto-host.exe"), *arguments], cwd="/",
-                              env=environment, capture_output=True, text=True, timeout=60)
+        return wine.run(self.folder / "velto-host.exe", *arguments, timeout=60,
+                        VELTO_LOG_FILE=wine.to_windows(self.folder / "module.log"))
 
     def test_copied_host_starts(self):
         result = self.run_host("--help")

@@ -18,8 +18,8 @@ namespace {
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
 
 enum class Loggers { BOTH, CHANNEL_ONLY, PROCESS_WIDE_ONLY };
@@ -566,7 +566,7 @@ TEST(LogPage, UsesLongerPeriodsForLongLogs)
     }
     const std::string page = LogPage(log.Result(), "long");
     EXPECT_THAT(page, HasSubstr("Each bar is a period of 30 min."));
-    EXPECT_THAT(MarksOf(page), Each(MatchesRegex("[0-9]+-[0-9]+ 00:00"))) << "one mark a day";
+    EXPECT_THAT(MarksOf(page), Each(EndsWith(" 00:00"))) << "one mark a day";
     EXPECT_GE(MarksOf(page).size(), 4U);
 }
 

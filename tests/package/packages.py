@@ -16,6 +16,8 @@ GCC, GXX = "x86_64-w64-mingw32-gcc-posix", "x86_64-w64-mingw32-g++-posix"
 
 sys.path.insert(0, str(REPOSITORY / "scripts"))
 
+import wine_program
+
 
 def archive(kind):
     """The path of the archive velto-audio-handler-VERSION-<kind>."""
@@ -36,10 +38,11 @@ def run(*command, expect=0, **options):
 
 def run_windows(program, *arguments, expect=0):
     """Runs a program under Wine, in the prefix of the build's tests and without a sound driver."""
-    environment = dict(os.environ, WINEPREFIX=str(BUILD / "wine"), WINEDEBUG="-all", DISPLAY="",
-                       WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winepulse.drv,winealsa.drv,wineoss.drv=",
-                       VELTO_LOG_FILE="Z:" + str(program.parent / "module.log").replace("/", "\\"))
-    return run("wine", program, *arguments, expect=expect, env=environment, cwd="/", stderr=subprocess.DEVNULL)
+    result = wine_program.run(BUILD / "wine", program, *arguments, timeout_s=120,
+                              VELTO_LOG_FILE=wine_program.to_windows(program.parent / "module.log"))
+    if result.returncode != expect:
+        raise AssertionError(f"{program.name} {' '.join(arguments)} ended with {result.returncode}:\n{result.stdout[-3000:]}")
+    return result.stdout
 
 
 class Unpacked(unittest.TestCase):

@@ -2,7 +2,6 @@
 
 import copy
 import json
-import os
 import pathlib
 import re
 import shutil
@@ -13,6 +12,7 @@ import unittest
 import jsonschema
 import places
 import site_run
+import wine_program
 from rig import schemas
 
 
@@ -50,11 +50,8 @@ class Outputs(unittest.TestCase):
 
     def run_host(self, *arguments, expect=0):
         """Runs velto-host without a sound driver. Returns its output."""
-        environment = dict(os.environ, WINEPREFIX=str(places.WINE_PREFIX), WINEDEBUG="-all", DISPLAY="",
-                           WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winepulse.drv,winealsa.drv,wineoss.drv=",
-                           VELTO_LOG_FILE="Z:" + str(self.folder / "module.log").replace("/", "\\"))
-        result = subprocess.run(["wine", places.HOST, *arguments, "--json"], cwd=self.folder, env=environment,
-                                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=120)
+        result = wine_program.run(places.WINE_PREFIX, places.HOST, *arguments, "--json", cwd=self.folder,
+                                  VELTO_LOG_FILE=wine_program.to_windows(self.folder / "module.log"))
         self.assertEqual(result.returncode, expect, result.stdout)
         return json.loads(result.stdout)
 
