@@ -29,6 +29,7 @@ STOLEN_SPAN_S, MIN_STOLEN_S = 0.2, 0.02
 # The servers and the tools of the rig, without which no sound is heard or recorded.
 SERVERS = ("pulseaudio", "wineserver", "parec", "pacat")
 MIN_WAIT_S = 0.005
+NEW_SERVERS_PERIODS = 10
 
 
 class StallMonitor:
@@ -111,48 +112,58 @@ def watch_disk(path):
 
 
 class Waits:
-    """The time that the threads of a process have waited for a processor, although they were ready to run."""
+    """The time that the threads of a test's servers have waited for a processor, although they were ready to run."""
 
-    def __init__(self, process):
-        self._tasks = pathlib.Path(f"/proc/{process}/task")
-        self._waited_s = {}
+    def __init__(self):
+        self._counts = {}    # (process, thread): its open file of counts
+        self._waited_s = {}  # (process, thread): the sum at the last call
+
+    def watch(self, process):
+        """Adds the threads of a process that are not watched yet."""
+        for thread in os.listdir(f"/proc/{process}/task"):
+            if (process, thread) not in self._counts:
+                self._counts[process, thread] = os.open(f"/proc/{process}/task/{thread}/schedstat", os.O_RDONLY)
 
     def longest(self):
-        """The longest time that a thread has waited since the last call."""
-        longest_s = 0.0
-        for thread in os.listdir(self._tasks):
-            waited_s = int((self._tasks / thread / "schedstat").read_bytes().split()[1]) / 1e9
-            longest_s = max(longest_s, waited_s - self._waited_s.get(thread, waited_s))
-            self._waited_s[thread] = waited_s
-        return longest_s
+        """Returns the longest wait since the last call, in s, and the process whose thread waited."""
+        longest = (0.0, "")
+        for key, file in list(self._counts.items()):
+            try:
+                waited_s = int(os.pread(file, 64, 0).split()[1]) / 1e9
+            except OSError:  # the thread has ended
+                os.close(self._counts.pop(key))
+                self._waited_s.pop(key, None)
+                continue
+            longest = max(longest, (waited_s - self._waited_s.get(key, waited_s), key[0]))
+            self._waited_s[key] = waited_s
+        return longest
 
 
 def servers_of(test):
-    """The SERVERS that a process has started."""
+    """The SERVERS that a process has started: {process: name}."""
+    servers = {}
     for process in pathlib.Path(f"/proc/{test}/task/{test}/children").read_text("ascii").split():
         name = pathlib.Path(f"/proc/{process}/comm").read_text("utf-8").strip()
         if name.startswith(SERVERS):
-            yield process, name
+            servers[process] = name
+    return servers
 
 
 def watch_servers(test):
     """Reads repeatedly how long the test's servers waited."""
     processes.give_monitor_priority(0)
-    watched, before = {}, time.time()
+    waits, servers, before = Waits(), {}, time.time()
     for period in itertools.count():
-        for process, (name, waits) in list(watched.items()):
-            try:
-                waited_s = waits.longest()
-            except OSError:
-                del watched[process]  # it has ended
-                continue
-            if waited_s >= MIN_WAIT_S:
-                _print_stall(before - waited_s, time.time(), f"{name} waited {waited_s:.3f} s")
+        waited_s, process = waits.longest()
+        if waited_s >= MIN_WAIT_S:
+            _print_stall(before - waited_s, time.time(), f"{servers[process]} waited {waited_s:.3f} s")
         before = time.time()
-        if period % 10 == 0:
-            with contextlib.suppress(OSError):
-                for process, name in servers_of(test):
-                    watched.setdefault(process, (name, Waits(process)))
+        if period % NEW_SERVERS_PERIODS == 0:
+            with contextlib.suppress(OSError):  # one has ended
+                found = servers_of(test)
+                servers |= found
+                for process in found:
+                    waits.watch(process)
         time.sleep(PERIOD_S)
 
 
