@@ -157,7 +157,7 @@ std::string TimeAxis(const Plot &plot, int bottom)
     const int64_t end = plot.begin + plot.step * plot.bars;
     const int64_t step = UsualPeriod(end - plot.begin, mostMarks);
     // The marks of a long log can be on several days.
-    const bool hasDate = step >= 6 * 3600;
+    const bool hasDate = step >= int64_t{6} * 3600;
     std::string svg;
     for (int64_t second = (plot.begin + step - 1) / step * step; second <= end; second += step) {
         const double x = plot.XOf(static_cast<double>(second));
