@@ -1,13 +1,17 @@
 #!/usr/bin/python3
 """The registry value, the listener's events, the examples, and commands that play nothing."""
 
+import io
+import json
 import shutil
+import zipfile
 
 from rig import media, paths, session
 
 KEY = r"HKCU\SOFTWARE\NORVEL\NRAudio\NrMirror"
 CLOSED, PARAMETERS = 3, 4
 ALL_BITS = 4294967295
+ENDPOINT_ID = r"\{0\.0\.[01]\.0{8}\}\.\{[0-9A-Fa-f-]{36}\}"
 
 
 class RegistryValue(session.SystemTest):
@@ -62,6 +66,40 @@ class OtherCommands(session.SystemTest):
 
     def test_devices_command_lists_sinks(self):
         self.assertEqual(sorted(self.session.endpoints()), ["PulseAudio", "spkA"])
+
+    def test_report_has_endpoints_with_names_and_ids_only_if_asked(self):
+        devices = self.session.host("devices", "--json", name="devices")
+        self.assert_ended_well(devices)
+        names = [device["name"] for device in devices.summary["devices"]]
+        self.assertIn("spkA", names)
+
+        def facts(endpoints, *members):
+            """The endpoints' members, in an order that does not depend on their ids, which Wine may choose again."""
+            return sorted(json.dumps([endpoint[member] for member in members]) for endpoint in endpoints)
+
+        members = ("flow", "state", "mixFormat", "defaultFor")
+        named, _ = self.report("--with-names")
+        self.assertEqual(facts(named["endpoints"], "name", *members), facts(devices.summary["devices"], "name", *members))
+        for endpoint in named["endpoints"]:
+            self.assertRegex(endpoint["id"], ENDPOINT_ID)
+        nameless, archive = self.report()
+        self.assertEqual(facts(nameless["endpoints"], *members), facts(devices.summary["devices"], *members))
+        for number, endpoint in enumerate(nameless["endpoints"], 1):
+            self.assertEqual(endpoint["name"], f"endpoint {number}")
+            self.assertRegex(endpoint["id"], r"^checksum [0-9a-f]{8}$")
+        for entry in archive.namelist():
+            text = archive.read(entry).decode()
+            self.assertNotRegex(text, ENDPOINT_ID)
+            for name in names:
+                self.assertNotIn(name, text, entry)
+
+    def report(self, *arguments):
+        """Returns (report.json, the open ZIP file)."""
+        file = self.session.folder / "report.zip"
+        host = self.session.host("report", paths.to_windows(file), "--json", *arguments, name="report")
+        self.assert_ended_well(host)
+        archive = zipfile.ZipFile(io.BytesIO(file.read_bytes()))
+        return json.loads(archive.read("report.json")), archive
 
     def test_c_player_example_is_heard_completely(self):
         speech = media.speech("speech")
