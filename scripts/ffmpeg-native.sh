@@ -2,8 +2,9 @@
 # need it where the distribution has another version, as Debian 13 has.
 # Sourced by scripts/setup after ffmpeg-for-windows.sh.
 #
-# A finished build is the folder ffmpeg-native-VERSION-HASH, where HASH is that of the configure line. It is created under a
-# temporary name and then renamed, so it is complete if it exists. CMake uses the link ffmpeg-native next to it.
+# A finished build is the folder ffmpeg-native-VERSION-HASH, where VERSION is that of Debian's source package, and HASH that of
+# the configure line. It is created under a temporary name and then renamed, so it is complete if it exists. CMake uses the link
+# ffmpeg-native next to it.
 
 # The same parts as on Windows.
 ffmpeg_native_options=(
@@ -25,7 +26,8 @@ build_native_ffmpeg() {
     hash=$(printf '%s\n' "${ffmpeg_native_options[@]}" | sha256sum | cut -c1-12)
     exec 7>"$cache/native-lock"
     flock 7
-    version=$(sed -n 's/.*FFMPEG_VERSION "\(.*\)".*/\1/p' "$cache/ffmpeg-windows/include/libavutil/ffversion.h")
+    version=$(basename "$cache/ffmpeg-windows/source"/ffmpeg_*.dsc .dsc)
+    version=${version#ffmpeg_}
     target=$cache/ffmpeg-native-$version-$hash
     if [ ! -d "$target" ]; then
         work=$(mktemp -d "$cache/build.XXXXXX")

@@ -72,6 +72,36 @@ class FFmpegCache(unittest.TestCase):
         self.assertEqual(self.cached(), "")
 
 
+class NativeFFmpeg(unittest.TestCase):
+    """The commands that unpack, configure, compile and install are replaced."""
+
+    STEPS = """. "$repo/scripts/ffmpeg-native.sh"
+        run_logged() {
+            case $2 in
+                unpacking*) mkdir "$work/tree" ;;
+                installing*) mkdir -p "$work/root$target" ;;
+            esac
+        }
+        build_native_ffmpeg; readlink "$cache/ffmpeg-native"
+    """
+
+    def test_source_package_with_same_version_of_ffmpeg_is_built(self):
+        with tempfile.TemporaryDirectory() as name:
+            windows = pathlib.Path(name) / "velto-audio-handler" / "ffmpeg-windows"
+            header = windows / "include" / "libavutil" / "ffversion.h"
+            for folder in (windows / "source", header.parent):
+                folder.mkdir(parents=True)
+            header.write_text('#define FFMPEG_VERSION "5.1.9"\n')
+            (windows / "source" / "ffmpeg_5.1.9-1.dsc").touch()
+            first = shell(self.STEPS, XDG_CACHE_HOME=name).stdout
+            self.assertIn("building FFmpeg", first)
+            self.assertNotIn("building FFmpeg", shell(self.STEPS, XDG_CACHE_HOME=name).stdout)
+            (windows / "source" / "ffmpeg_5.1.9-1.dsc").rename(windows / "source" / "ffmpeg_5.1.9-2.dsc")
+            second = shell(self.STEPS, XDG_CACHE_HOME=name).stdout
+            self.assertIn("building FFmpeg", second)
+            self.assertIn("ffmpeg-native-5.1.9-2-", second.splitlines()[-1])
+
+
 class PackageSources(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
