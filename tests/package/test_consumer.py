@@ -45,6 +45,7 @@ class Consumer(packages.Unpacked):
         self.assert_prints_devices(self.build / "consumer-cpp.exe")
         self.assertEqual({path.name for path in self.build.glob("*.dll")},
                          {path.name for path in (self.package / "bin").glob("*.dll")})
+        self.assertEqual(list(self.build.glob("*.lock")), [], "only DLLs are added to the folder of the program")
 
     def test_pkg_config_hosts_in_c_and_cpp_link_the_package_and_run(self):
         self.build_with_pkg_config(self.package)
