@@ -156,8 +156,9 @@ std::string TimeAxis(const Plot &plot, int bottom)
     constexpr int64_t mostMarks = 10;
     const int64_t end = plot.begin + plot.step * plot.bars;
     const int64_t step = UsualPeriod(end - plot.begin, mostMarks);
+    constexpr int64_t sixHours = 21600; // in seconds, as in UsualPeriod
     // The marks of a long log can be on several days.
-    const bool hasDate = step >= int64_t{6} * 3600;
+    const bool hasDate = step >= sixHours;
     std::string svg;
     for (int64_t second = (plot.begin + step - 1) / step * step; second <= end; second += step) {
         const double x = plot.XOf(static_cast<double>(second));
