@@ -78,11 +78,11 @@ class OtherCommands(session.SystemTest):
             return sorted(json.dumps([endpoint[member] for member in members]) for endpoint in endpoints)
 
         members = ("flow", "state", "mixFormat", "defaultFor")
-        named, _ = self.report("--with-names")
+        named, _ = self.make_report("--with-names")
         self.assertEqual(facts(named["endpoints"], "name", *members), facts(devices.summary["devices"], "name", *members))
         for endpoint in named["endpoints"]:
             self.assertRegex(endpoint["id"], ENDPOINT_ID)
-        nameless, archive = self.report()
+        nameless, archive = self.make_report()
         self.assertEqual(facts(nameless["endpoints"], *members), facts(devices.summary["devices"], *members))
         for number, endpoint in enumerate(nameless["endpoints"], 1):
             self.assertEqual(endpoint["name"], f"endpoint {number}")
@@ -93,7 +93,7 @@ class OtherCommands(session.SystemTest):
             for name in names:
                 self.assertNotIn(name, text, entry)
 
-    def report(self, *arguments):
+    def make_report(self, *arguments):
         """Returns (report.json, the open ZIP file)."""
         file = self.session.folder / "report.zip"
         host = self.session.host("report", paths.to_windows(file), "--json", *arguments, name="report")

@@ -47,6 +47,8 @@ CaptureTest::~CaptureTest()
     // The thread of a restart may still have its reference when Close returns.
     EXPECT_TRUE(Eventually(
         [&] { return fakewin::ModuleReferences(fakewin::ThisModule()) == m_earlierModuleReferences; }));
+    // A thread that leaves no apartment is noticed only when it has ended.
+    EXPECT_TRUE(Eventually([] { return fakewin::LiveThreads() == 0; }));
     EXPECT_EQ(fakewin::LiveHandles(), m_earlierHandles);
     EXPECT_EQ(audio.LiveObjects(), objectsLeft);
 #ifndef _WIN32
