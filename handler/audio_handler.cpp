@@ -29,11 +29,24 @@ void LogFailedCall(const char *reason) noexcept
     LogError("`anonymous-namespace'::Guarded", "call failed: ", reason);
 }
 
-// Runs `body` and logs any exception. Exceptions come from a lack of memory or threads, or from the host's
-// listener.
+// Restores the calling thread's last error at the end of the scope: it belongs to the host's own calls.
+class KeepLastError {
+public:
+    KeepLastError() = default;
+    ~KeepLastError() { SetLastError(m_lastError); }
+    KeepLastError(const KeepLastError &) = delete;
+    KeepLastError &operator=(const KeepLastError &) = delete;
+
+private:
+    const DWORD m_lastError = GetLastError();
+};
+
+// Runs `body`, logs any exception and keeps the thread's last error. Exceptions come from a lack of memory or
+// threads, or from the host's listener.
 template <typename Body>
-void LogExceptions(Body body) noexcept
+void RunForHost(Body body) noexcept
 {
+    const KeepLastError keepLastError;
     try {
         body();
     } catch (const std::exception &failure) {
@@ -53,7 +66,7 @@ struct Guarded<function> {
     static int32_t Call(Arguments... arguments) noexcept
     {
         int32_t result = VELTO_ERROR_INVALID;
-        LogExceptions([&] { result = function(arguments...); });
+        RunForHost([&] { result = function(arguments...); });
         return result;
     }
 };
@@ -62,7 +75,7 @@ template <typename... Arguments, void (*function)(Arguments...)>
 struct Guarded<function> {
     static void Call(Arguments... arguments) noexcept
     {
-        LogExceptions([&] { function(arguments...); });
+        RunForHost([&] { function(arguments...); });
     }
 };
 
@@ -89,6 +102,7 @@ int32_t VELTOGetAudioHandler(AudioHandlerTable *table)
     if (table == nullptr) {
         return VELTO_ERROR_INVALID;
     }
+    const velto::KeepLastError keepLastError;
     *table = velto::handlerTable;
     velto::IdleEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     ResetEvent(velto::IdleEvent);

@@ -35,7 +35,8 @@
  * - [one at a time]: any host thread, but no two calls with this tag at once
  * - [before streaming]: before the first call of WriteStreamBuffer or OpenAudioRecord
  *
- * Host threads need not initialise COM. No function throws an exception.
+ * Host threads need not initialise COM. No function throws an exception. Each function leaves the COM
+ * apartment and the last error (GetLastError) of the calling thread as they were.
  *
  * Ownership. Every record that a host passes remains the host's; the module reads it during the call only.
  * The capability list is the only memory that the module hands out.
