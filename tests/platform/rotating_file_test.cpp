@@ -94,10 +94,9 @@ TEST(RotatingFile, WritesFirstLineIntoExistingFileOnce)
                                                          "line 00002", "line 00003"}));
 }
 
-TEST(RotatingFile, WritesFirstLineOnceFileCanBeOpened)
+// Nothing can be written to the path until it is removed. Then another process writes first.
+void ExpectFirstLineAfterObstacle(const fs::path &path)
 {
-    const fs::path path = FreshPath("later.log");
-    fs::create_directories(path); // a folder has the file's name
     RotatingFile file(path, 1000, 2, noPause);
     file.BeginWith([] { return std::string("the first\n"); });
     EXPECT_FALSE(file.Append(Line(0)));
@@ -105,6 +104,13 @@ TEST(RotatingFile, WritesFirstLineOnceFileCanBeOpened)
     ASSERT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1))); // as another process
     EXPECT_TRUE(file.Append(Line(2)));
     EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "the first", "line 00002"}));
+}
+
+TEST(RotatingFile, WritesFirstLineOnceFileCanBeOpened)
+{
+    const fs::path path = FreshPath("later.log");
+    fs::create_directories(path); // a folder has the file's name
+    ExpectFirstLineAfterObstacle(path);
 }
 
 TEST(RotatingFile, LeaksNoHandlesOverManyRotations)
@@ -186,13 +192,7 @@ TEST(RotatingFile, RetriesFirstLineAfterFullDisk)
 {
     const fs::path path = FreshPath("disk.log");
     fs::create_symlink("/dev/full", path);
-    RotatingFile file(path, 1000, 2, noPause);
-    file.BeginWith([] { return std::string("the first\n"); });
-    EXPECT_FALSE(file.Append(Line(0)));
-    fs::remove(path);
-    ASSERT_TRUE(RotatingFile(path, 1000, 2, noPause).Append(Line(1))); // as another process
-    EXPECT_TRUE(file.Append(Line(2)));
-    EXPECT_EQ(ReadLines(path), (std::vector<std::string>{"line 00001", "the first", "line 00002"}));
+    ExpectFirstLineAfterObstacle(path);
 }
 
 // A file in memory that can neither be renamed nor shortened.

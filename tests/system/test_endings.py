@@ -113,6 +113,11 @@ class TracedProcess(unittest.TestCase):
         self.process.stdin.flush()
         self.process.stdout.readline()
 
+    def wait_for_sleep(self):
+        """Until the process is in a system call: before, it can be anywhere in Python's code."""
+        stat = pathlib.Path(f"/proc/{self.process.pid}/stat")
+        waiting.until(lambda: stat.read_text().rpartition(")")[2].split()[0] == "S", "a sleeping process", 10)
+
     def end(self, **more):
         code = self.process.wait(30)
         return ending.Ending(0, code, more.get("killed_as", ""), "", True, *self.trace.finish())
@@ -153,13 +158,14 @@ class TracedProcess(unittest.TestCase):
 
     def test_place_of_killed_process_is_found(self):
         self.run_code("time.sleep(60)")
+        self.wait_for_sleep()
         self.process.kill()
         found = self.end()
         self.assertEqual((found.kind, found.blame), (ending.KILLED, ending.WINE), found.describe())
 
     def test_place_of_stuck_process_is_found(self):
         self.run_code("time.sleep(60)")
-        time.sleep(0.2)
+        self.wait_for_sleep()
         self.trace.report_threads()
         self.process.kill()
         found = self.end(killed_as=ending.STUCK)

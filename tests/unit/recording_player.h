@@ -71,7 +71,10 @@ public:
     }
     void SetCallback(velto::IAudioPlayerCallback *callback) override
     {
-        m_record.callback = callback;
+        {
+            const std::lock_guard lock(m_record.mutex);
+            m_record.callback = callback;
+        }
         RecordCall("SetCallback");
     }
     void SetBroadcastFlag(bool value) override
