@@ -28,6 +28,7 @@ import zipfile
 import package_archives
 import package_parts
 import site_run
+import wine_program
 import symbols_run
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
@@ -158,7 +159,7 @@ def compile_product(sources, work):
         env=environment, log=work / "configure.log")
     run("cmake", "--build", build, "--target", "velto-product", env=environment, log=work / "build.log")
     say("making the documents")
-    site_run.prepare_wine(build / "wine")
+    wine_program.prepare(build / "wine")
     site_run.make(source, build / "bin" / "velto-host.exe", build / "wine", work / "site", sources.seconds)
     return build
 

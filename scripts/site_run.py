@@ -303,14 +303,6 @@ def seconds_of_commit():
     return int(result.stdout) if result.returncode == 0 else 0
 
 
-def prepare_wine(prefix):
-    if not (prefix / "system.reg").exists():
-        environment = dict(os.environ, WINEPREFIX=str(prefix), WINEDEBUG="-all", DISPLAY="",
-                           WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe=")
-        subprocess.run(["wineboot", "-i"], env=environment, check=True, stdout=subprocess.DEVNULL,
-                       stderr=subprocess.DEVNULL)
-
-
 def main():
     parser = argparse.ArgumentParser(prog="scripts/site", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter,
@@ -320,7 +312,7 @@ def main():
         subprocess.run([REPOSITORY / "scripts" / "setup", "--site"], check=True)
         subprocess.run([REPOSITORY / "scripts" / "build", "windows"], check=True)
         build = REPOSITORY / "build" / "windows"
-        prepare_wine(build / "wine")
+        wine_program.prepare(build / "wine")
         make(REPOSITORY, build / "bin" / "velto-host.exe", build / "wine", OUT, seconds_of_commit())
     except FAILURES as problem:
         print(f"site: error: {problem}", file=sys.stderr)

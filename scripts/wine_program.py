@@ -13,14 +13,27 @@ def to_windows(path):
     return "Z:" + str(path).replace("/", "\\")
 
 
+def environment_of(prefix, has_sound_driver):
+    overrides = NOT_NEEDED if has_sound_driver else f"{NOT_NEEDED},{SOUND_DRIVERS}"
+    return {**os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "DISPLAY": "", "WINEDLLOVERRIDES": f"{overrides}="}
+
+
+def prepare(prefix):
+    """Creates the prefix, if it does not exist. Programs that create it at the same time disturb each other."""
+    if not (prefix / "system.reg").exists():
+        subprocess.run(["wineboot", "-i"], env=environment_of(prefix, has_sound_driver=True), check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
 def run(prefix, program, *arguments, has_sound_driver=False, timeout_s=240, cwd="/", **variables):
-    """Runs a program without a display and returns its CompletedProcess, with the output as text. variables: of its environment.
+    """Runs a program without a display and returns its CompletedProcess, with the output as text.
+
+    variables: of its environment, where None stands for a variable that it does not get from the caller's.
 
     The output goes into files: Wine's background processes inherit it, and would keep a pipe open after the program's end.
     """
-    overrides = NOT_NEEDED if has_sound_driver else f"{NOT_NEEDED},{SOUND_DRIVERS}"
-    environment = {**os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "DISPLAY": "",
-                   "WINEDLLOVERRIDES": f"{overrides}=", **variables}
+    environment = {name: value for name, value in {**environment_of(prefix, has_sound_driver), **variables}.items()
+                   if value is not None}
     command = ["wine", str(program), *(str(argument) for argument in arguments)]
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, timeout=timeout_s, cwd=cwd,

@@ -1,6 +1,5 @@
 """Runs built programs under Wine, without a display and without a sound server."""
 
-import os
 import sys
 
 import places
@@ -14,10 +13,9 @@ HOST = places.BIN / "velto-host.exe"
 
 
 def run(program, *arguments, timeout=240, **variables):
-    # Without a variable of the caller, the module logs to its usual file in the prefix.
-    os.environ.pop("VELTO_LOG_FILE", None)
+    # Without VELTO_LOG_FILE, the module logs to its usual file in the prefix.
     return wine_program.run(places.BUILD / "wine", program, *arguments, has_sound_driver=True, timeout_s=timeout,
-                            PULSE_SERVER="unix:/nonexistent", **variables)
+                            **{"PULSE_SERVER": "unix:/nonexistent", "VELTO_LOG_FILE": None, **variables})
 
 
 def run_host(*arguments, **options):
