@@ -70,22 +70,9 @@ LogResult Analyse(const std::vector<std::filesystem::path> &files, bool showProg
     return analysis.Finish();
 }
 
-const char *NameOf(RowKind kind)
+// Adds the counts to the members of `json`.
+Json WithCounts(Json json, const LogCounts &counts)
 {
-    switch (kind) {
-    case RowKind::PROBLEM:
-        return "problem";
-    case RowKind::NORMAL:
-        return "normal";
-    case RowKind::NOTE:
-        break;
-    }
-    return "note";
-}
-
-Json CountsOf(const LogCounts &counts)
-{
-    Json json;
     for (const LogColumn &column : logColumns) {
         json[column.name] = counts.*column.count;
     }
@@ -96,11 +83,7 @@ Json MinutesOf(const LogResult &result)
 {
     Json minutes = Json::Array();
     for (const auto &[begin, counts] : result.Per(60)) {
-        Json minute{{"begin", DateAndTimeText(begin * 1000).substr(0, 16)}};
-        for (const LogColumn &column : logColumns) {
-            minute[column.name] = counts.*column.count;
-        }
-        minutes.Append(std::move(minute));
+        minutes.Append(WithCounts({{"begin", DateAndTimeText(begin * 1000).substr(0, 16)}}, counts));
     }
     return minutes;
 }
@@ -148,7 +131,7 @@ Json EventsOf(const LogResult &result)
         events.Append({{"begin", DateAndTimeText(event.beginMs)},
                        {"end", DateAndTimeText(event.endMs)},
                        {"row", RowOf(event.row).name},
-                       {"kind", NameOf(RowOf(event.row).kind)},
+                       {"kind", std::string(NameOf(RowOf(event.row).kind))},
                        {"title", RowOf(event.row).title},
                        {"detail", event.detail},
                        {"count", event.count}});
@@ -162,7 +145,7 @@ Json FindingsOf(const LogResult &result)
     for (const auto &[id, finding] : result.findings) {
         const Row &row = RowOf(id);
         findings.Append({{"row", row.name},
-                         {"kind", NameOf(row.kind)},
+                         {"kind", std::string(NameOf(row.kind))},
                          {"title", row.title},
                          {"line", PlainText(row.line)},
                          {"meaning", PlainText(row.meaning)},
@@ -203,7 +186,7 @@ Json JsonOf(const LogResult &result, const std::vector<std::filesystem::path> &f
             {"firstBrokenLines", result.firstBrokenLines},
             {"messages", result.messages},
             {"builds", BuildsOf(result)},
-            {"total", CountsOf(total)},
+            {"total", WithCounts({}, total)},
             {"streams", StreamsOf(result)},
             {"recordings", RecordingsOf(result)},
             {"events", EventsOf(result)},

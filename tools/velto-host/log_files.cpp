@@ -29,14 +29,6 @@ File Open(const std::filesystem::path &path, DWORD access, DWORD share, DWORD di
     return File(file);
 }
 
-std::wstring EnvironmentVariable(const wchar_t *name)
-{
-    std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
-    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    value.resize(length < value.size() ? length : 0);
-    return value;
-}
-
 } // namespace
 
 std::filesystem::path ModuleLogFile()

@@ -31,14 +31,6 @@ constexpr char contents[] =
     "path of the user's folder, and the names of this folder, of the user and of the computer in other\r\n"
     "paths. Other folders keep their names. The report has no sound.\r\n";
 
-std::string Environment(const wchar_t *name)
-{
-    std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
-    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    value.resize(length < value.size() ? length : 0);
-    return ToUtf8(value);
-}
-
 // The path with short names, as it is in TEMP of users with long names; empty if there is none.
 std::string ShortPath(const std::string &path)
 {
@@ -70,7 +62,7 @@ Json RegistryNumber(HKEY root, const wchar_t *key, const wchar_t *name)
 Json Settings(const Privacy &privacy)
 {
     const auto variable = [&](const wchar_t *name) {
-        const std::string value = Environment(name);
+        const std::string value = ToUtf8(EnvironmentVariable(name));
         return value.empty() ? Json() : Json(privacy.PathWithout(value));
     };
     constexpr wchar_t consent[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\CapabilityAccessManager\\"
@@ -158,9 +150,9 @@ Json AddLogs(ZipFile &zip, const Privacy &privacy)
 ExitCode WriteReport(const ReportOptions &options, const std::string &modulePath, const Output &output)
 {
     RefuseToReplace(ModuleLogFiles(), ToWide(options.file));
-    const std::string profile = Environment(L"USERPROFILE");
-    const Privacy privacy({profile, ShortPath(profile)}, Environment(L"USERNAME"),
-                          Environment(L"COMPUTERNAME"));
+    const std::string profile = ToUtf8(EnvironmentVariable(L"USERPROFILE"));
+    const Privacy privacy({profile, ShortPath(profile)}, ToUtf8(EnvironmentVariable(L"USERNAME")),
+                          ToUtf8(EnvironmentVariable(L"COMPUTERNAME")));
     ZipFile zip;
     zip.Add("README.txt", contents);
     // Before the module is loaded, which may write to the log.

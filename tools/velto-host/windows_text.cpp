@@ -36,6 +36,14 @@ std::vector<std::string> CommandLineArguments()
     return arguments;
 }
 
+std::wstring EnvironmentVariable(const wchar_t *name)
+{
+    std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
+    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
+    value.resize(length < value.size() ? length : 0);
+    return value;
+}
+
 std::string SystemErrorText(uint32_t code)
 {
     wchar_t text[512] = {};

@@ -13,6 +13,9 @@ std::string ToUtf8(const std::wstring &text);
 // The process's arguments without the program's name. Independent of the code page.
 std::vector<std::string> CommandLineArguments();
 
+// A variable of the process's environment; empty without one.
+std::wstring EnvironmentVariable(const wchar_t *name);
+
 // The system's message for an error code or HRESULT, followed by the code.
 std::string SystemErrorText(uint32_t code);
 

@@ -59,19 +59,6 @@ std::string Escape(std::string_view text)
     return out;
 }
 
-std::string_view ClassOf(RowKind kind)
-{
-    switch (kind) {
-    case RowKind::PROBLEM:
-        return "problem";
-    case RowKind::NORMAL:
-        return "normal";
-    case RowKind::NOTE:
-        break;
-    }
-    return "note";
-}
-
 // The shortest usual period of which fewer than `most` whole ones are in the time.
 int64_t UsualPeriod(int64_t seconds, int64_t most)
 {
@@ -231,7 +218,7 @@ std::string FindingsTable(const LogResult &result)
                 html += fmt::format(
                     "<tr class=\"{}\" id=\"{}\"><td>{}</td><td class=\"n\">{}</td><td>{}</td><td>{}</td>"
                     "<td>{}</td><td>{}</td></tr>\n",
-                    ClassOf(kind), row.name, Escape(row.title), finding.count, TimeText(finding.firstMs),
+                    NameOf(kind), row.name, Escape(row.title), finding.count, TimeText(finding.firstMs),
                     TimeText(finding.lastMs), Html(row.line), Html(row.meaning));
             }
         }
@@ -252,7 +239,7 @@ std::string TimeLineTable(const LogResult &result)
     std::string html = "<table>\n<tr><th>From</th><th>To</th><th>Event</th></tr>\n";
     for (size_t i = 0; i < std::min(entries.size(), mostEntries); ++i) {
         const TimeLineEntry &entry = entries[i];
-        html += fmt::format("<tr class=\"{}\"><td>{}</td><td>{}</td><td>{}</td></tr>\n", ClassOf(entry.kind),
+        html += fmt::format("<tr class=\"{}\"><td>{}</td><td>{}</td><td>{}</td></tr>\n", NameOf(entry.kind),
                             DateAndTimeText(entry.beginMs), TimeText(entry.endMs), Escape(entry.text));
     }
     html += "</table>\n";

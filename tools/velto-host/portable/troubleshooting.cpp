@@ -219,6 +219,19 @@ const Row &RowOf(RowId id)
     return rows.at(static_cast<size_t>(id));
 }
 
+std::string_view NameOf(RowKind kind)
+{
+    switch (kind) {
+    case RowKind::PROBLEM:
+        return "problem";
+    case RowKind::NORMAL:
+        return "normal";
+    case RowKind::NOTE:
+        break;
+    }
+    return "note";
+}
+
 std::optional<RowId> RowOfMessage(std::string_view message)
 {
     const auto *const found =

@@ -59,6 +59,9 @@ enum class RowKind : uint8_t {
     NOTE,   // what the module does
 };
 
+// In JSON and in the classes of a page.
+std::string_view NameOf(RowKind kind);
+
 struct Row {
     RowId id;
     RowKind kind;
