@@ -140,7 +140,8 @@ class CheckTest(Folder):
     def run_checks(self, **exit_codes):
         """Runs scripts/check on scripts that only print their name. Returns the exit code and the lines of output."""
         (self.root / "scripts").mkdir()
-        shutil.copy(REPOSITORY / "scripts" / "check", self.root / "scripts")
+        for name in ("check", "lib.sh"):
+            shutil.copy(REPOSITORY / "scripts" / name, self.root / "scripts")
         for name in self.CHECKS:
             script = self.root / "scripts" / name
             script.write_text(f'#!/bin/sh\necho "{name} $*"\nexit {exit_codes.get(name, 0)}\n', "utf-8")
