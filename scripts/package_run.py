@@ -28,8 +28,8 @@ import zipfile
 import package_archives
 import package_parts
 import site_run
-import wine_program
 import symbols_run
+import wine_program
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OUT = REPOSITORY / "build" / "package"

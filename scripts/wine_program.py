@@ -14,6 +14,7 @@ def to_windows(path):
 
 
 def environment_of(prefix, has_sound_driver):
+    """The environment variables of this process, with those for Wine."""
     overrides = NOT_NEEDED if has_sound_driver else f"{NOT_NEEDED},{SOUND_DRIVERS}"
     return {**os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "DISPLAY": "", "WINEDLLOVERRIDES": f"{overrides}="}
 
@@ -28,7 +29,7 @@ def prepare(prefix):
 def run(prefix, program, *arguments, has_sound_driver=False, timeout_s=240, cwd="/", **variables):
     """Runs a program without a display and returns its CompletedProcess, with the output as text.
 
-    variables: of its environment, where None stands for a variable that it does not get from the caller's.
+    variables: environment variables that replace those of this process; None removes one.
 
     The output goes into files: Wine's background processes inherit it, and would keep a pipe open after the program's end.
     """
