@@ -13,6 +13,7 @@ class IdleRelease(session.SystemTest):
         recorder.wait_for_sound(60)
         self.assertEqual(len(self.session.server.streams()), 2, "one stream for each speaker")
         host.log.wait_for(IDLE_RELEASE, 300)
+        self.assertEqual(host.log.count(FIRST_FRAME), 1, "the line of the first unit")
         idle = host.log.time_of(IDLE_RELEASE) - host.log.time_of(FIRST_FRAME)
         self.assertGreater(idle, 240)
         self.session.wait_for_end_of_streams()
