@@ -44,18 +44,9 @@ class Damage(unittest.TestCase):
         self.assertEqual(damage.check(self.places(), []), "")
         self.assertEqual(damage.check(self.places(), [STALL]), "")
 
-    def test_few_pauses_without_stall_are_accepted_and_described(self):
-        self.assertEqual(damage.check(self.places((4.45, 4.5)), []), "paused without a known stall: 4.4 s")
-
-    def test_more_or_longer_pauses_without_stall_are_refused(self):
-        with self.assertRaisesRegex(damage.DamagedWithoutStall, "1.2 s, 2.4 s, 3.6 s, 4.4 s, 5.4 s"):
-            damage.check(self.places((1.25, 1.3), (2.45, 2.5), (3.65, 3.7), (4.45, 4.5), (5.45, 5.5)), [])
-        with self.assertRaises(damage.DamagedWithoutStall):
-            damage.check(self.places((3.9, 5.2)), [])
-
-    def test_no_pause_is_accepted_where_none_is_allowed(self):
-        with self.assertRaises(damage.DamagedWithoutStall):
-            damage.check(self.places((4.45, 4.5)), [], accepted=0)
+    def test_damage_without_stall_is_refused(self):
+        with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 4.4 s$"):
+            damage.check(self.places((4.45, 4.5)), [])
 
     def test_few_damaged_windows_within_stall_are_accepted_and_described(self):
         self.assertEqual(damage.check(self.places((4.45, 4.5)), [STALL]),
@@ -64,13 +55,11 @@ class Damage(unittest.TestCase):
     def test_stall_at_another_place_excuses_nothing(self):
         for far in (damage.Stall(BEGIN + 2.0, BEGIN + 2.5), damage.Stall(BEGIN + 6.0, BEGIN + 7.0)):
             with self.assertRaises(damage.DamagedWithoutStall):
-                damage.check(self.places((4.45, 4.5)), [far], accepted=0)
+                damage.check(self.places((4.45, 4.5)), [far])
 
     def test_damage_outside_of_stall_is_refused_when_other_damage_is_within(self):
         with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 1.2 s$"):
-            damage.check(self.places((1.25, 1.3), (4.45, 4.5)), [STALL], accepted=0)
-        self.assertEqual(damage.check(self.places((1.25, 1.3), (4.45, 4.5)), [STALL]),
-                         "paused without a known stall: 1.2 s; damaged while the machine stalled, for 0.20 s at most: 4.4 s")
+            damage.check(self.places((1.25, 1.3), (4.45, 4.5)), [STALL])
 
     def test_much_damage_within_stall_calls_for_repeat(self):
         with self.assertRaises(damage.SoundDamaged):
@@ -79,7 +68,7 @@ class Damage(unittest.TestCase):
     def test_missing_sound_without_stall_is_refused(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, 3 * RATE + 4800), axis=0)
         places = damage.places_in(compare.compare(heard, self.sent, RATE), time_of)
-        self.assertEqual([place.what for place in places if place.is_loss], ["a slip of -4800 frames at 3.2 s"])
+        self.assertIn("a slip of -4800 frames at 3.2 s", [place.what for place in places])
         with self.assertRaises(damage.DamagedWithoutStall):
             damage.check(places, [])
         self.assertNotEqual(damage.check(places, [damage.Stall(BEGIN + 2.9, BEGIN + 3.0)]), "")
