@@ -42,12 +42,12 @@ const wchar_t *const noReferenceToThisModule =
 const wchar_t *const noCapturingCom = L"AudioCaptureAndEncodeThreadProc GetCOMLoadedStatus failed";
 const wchar_t *const noNotifierEnumerator = L"GetDeviceCount pEnum is null";
 
-const char *const wholeOpening = "opening";
-const char *const whileSettingUp = "opening: encoder set-up";
-const char *const whileRegistering = "opening: registration for other default devices";
-const char *const whileUnregistered = "opening the device, before the registration";
-const char *const whileRegistered = "opening the device, after the registration";
-const char *const whileCapturing = "capturing";
+constexpr const char *wholeOpening = "opening";
+constexpr const char *whileSettingUp = "opening: encoder set-up";
+constexpr const char *whileRegistering = "opening: registration for other default devices";
+constexpr const char *whileUnregistered = "opening the device, before the registration";
+constexpr const char *whileRegistered = "opening the device, after the registration";
+constexpr const char *whileCapturing = "capturing";
 
 // A failing capture thread stops the capture and ends the registration, if it exists already.
 struct CaptureMoment {
