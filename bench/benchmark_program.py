@@ -5,8 +5,9 @@ import json
 from rig import paths, processes
 
 
-def run(world, name, *arguments, environment=None, **options):
-    """Returns the program's runs and aggregates, as Google Benchmark reports them. `arguments` contains Windows paths."""
+def run(world, name, *arguments, environment=None, with_sound=False):
+    """Returns the program's runs and aggregates, as Google Benchmark reports them. `arguments` contains Windows paths.
+    with_sound: the program gets the priority of sound."""
     output = world.folder / f"{name}.json"
     log = world.folder / f"{name}.out"
     with open(log, "wb") as out:
@@ -15,7 +16,9 @@ def run(world, name, *arguments, environment=None, **options):
              f"--benchmark_out={paths.to_windows(output)}", "--benchmark_out_format=json", *arguments],
             # Windows finds the DLL through WINEPATH: benchmarks are not in the product's folder.
             env={**world.prefix.environment, "WINEPATH": paths.to_windows(paths.WINDOWS_BIN), **(environment or {})},
-            stdout=out, stderr=out, **options)
+            stdout=out, stderr=out)
+        if with_sound:
+            processes.give_sound_priority(program.pid)
         code = program.wait(500)
     if code != 0:
         raise RuntimeError(f"velto-{name}-bench.exe ended with {code}; its output: {log}")

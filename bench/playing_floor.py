@@ -37,7 +37,8 @@ def play(world, player, file, number):
                    "VELTO_LOG_FILE": paths.to_windows(world.folder / "playing.log")}
     with open(log, "wb") as out:
         program = processes.start(["wine", paths.TEST_BIN / "velto-playing-bench.exe", player, paths.to_windows(file),
-                                   str(SETTLE_S + WINDOW_S + END_S)], env=environment, stdout=out, stderr=out, with_sound=True)
+                                   str(SETTLE_S + WINDOW_S + END_S)], env=environment, stdout=out, stderr=out)
+    processes.give_sound_priority(program.pid)
     time.sleep(SETTLE_S)
     streams = len(world.server.streams())
     begin, used = time.monotonic(), processor_seconds(program.pid)

@@ -40,7 +40,8 @@ class Page:
 def measure(options):
     if not options.minutes >= 1:
         SCRIPT.parser.error("--minutes must be at least 1")
-    measuring.prepare("windows", setup=["--bench"], options=[f"-DVELTO_BENCHMARK_SOURCE={measuring.CACHE / 'benchmark-source'}"])
+    source = measuring.CACHE / "benchmark-source"
+    measuring.prepare("--tests", "windows", setup=["--bench"], options=[f"-DVELTO_BENCHMARK_SOURCE={source}"])
     # These modules need the packages that the set-up installs.
     from rig import processes
     processes.install_handlers()
