@@ -68,7 +68,8 @@ class Damage(unittest.TestCase):
     def test_missing_sound_without_stall_is_refused(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, 3 * RATE + 4800), axis=0)
         places = damage.places_in(compare.compare(heard, self.sent, RATE), time_of)
-        self.assertIn("a slip of -4800 frames at 3.2 s", [place.what for place in places])
+        slips = [place.what for place in places if place.what.startswith("a slip")]
+        self.assertEqual(slips, ["a slip of -4800 frames at 3.2 s"])
         with self.assertRaises(damage.DamagedWithoutStall):
             damage.check(places, [])
         self.assertNotEqual(damage.check(places, [damage.Stall(BEGIN + 2.9, BEGIN + 3.0)]), "")
