@@ -16,11 +16,12 @@ class ModuleFileError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Loads the DLL as hosts are asked to: Windows searches for the DLLs that it needs in the module's own folder and in
-// the system's only. For one thread; other threads may call the table between CallEntry and Free.
+// Loads the DLL as hosts are asked to: Windows searches for the DLLs that it needs in the module's own folder
+// and in the system's only. For one thread; other threads may call the table between CallEntry and Free.
 class ModuleFile {
 public:
-    // Loads the DLL and calls nothing of it but its initialisation. `path`: UTF-8, full. Throws ModuleFileError.
+    // Loads the DLL and calls nothing of it but its initialisation. `path`: UTF-8, full. Throws
+    // ModuleFileError.
     explicit ModuleFile(const std::string &path);
     // Frees the DLL unless Free was called.
     ~ModuleFile();

@@ -19,8 +19,8 @@ using QueryThread = LONG(NTAPI *)(HANDLE thread, int kind, void *value, ULONG by
 constexpr int threadStartAddress = 9; // ThreadQuerySetWin32StartAddress
 
 // C runtimes whose function for starting threads is the first of a thread.
-constexpr std::array<std::string_view, 6> runtimeNames{"msvcrt",  "ucrtbase",        "vcruntime",
-                                                       "msvcp",   "libwinpthread-1", "libstdc++-6"};
+constexpr std::array<std::string_view, 6> runtimeNames{"msvcrt", "ucrtbase",        "vcruntime",
+                                                       "msvcp",  "libwinpthread-1", "libstdc++-6"};
 
 // The function is documented for drivers only, and ntdll.dll exports it.
 QueryThread FindQueryThread()
@@ -57,8 +57,9 @@ std::string FileNameOf(HMODULE module)
     const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
     std::string name = host::ToUtf8(std::wstring(path.data(), length));
     name.erase(0, name.find_last_of('\\') + 1);
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](char letter) { return letter >= 'A' && letter <= 'Z' ? char(letter - 'A' + 'a') : letter; });
+    std::transform(name.begin(), name.end(), name.begin(), [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? char(letter - 'A' + 'a') : letter;
+    });
     return name;
 }
 

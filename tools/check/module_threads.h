@@ -11,7 +11,7 @@ namespace velto::check {
 
 struct ThreadInfo {
     uint32_t id = 0;
-    uintptr_t startAddress = 0; // 0 if the system does not report it
+    uintptr_t startAddress = 0;    // 0 if the system does not report it
     HMODULE startModule = nullptr; // the DLL of `startAddress`; null if no DLL is mapped there
     std::string startFile;         // name of this DLL without its folder, in small letters; empty without one
 };
@@ -19,9 +19,9 @@ struct ThreadInfo {
 // All threads of this process, now. A thread that ends meanwhile may be missing.
 std::vector<ThreadInfo> ThreadsOfProcess();
 
-// The threads that a module has started since the list `before`: those that begin in its code, and those that begin in
-// a C runtime, which starts them for the code that calls it. Threads that the system starts do not count: they begin in
-// the system's own DLLs.
+// The threads that a module has started since the list `before`: those that begin in its code, and those that
+// begin in a C runtime, which starts them for the code that calls it. Threads that the system starts do not
+// count: they begin in the system's own DLLs.
 std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInfo> &before);
 
 // Of `threads`, those that still run.

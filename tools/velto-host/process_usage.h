@@ -12,8 +12,8 @@ struct ProcessUsage {
     uint64_t residentBytes = 0;
 };
 
-// The state now. Where the system does not count handles, as under Wine, `handles` is the number of the lowest
-// free handle: it grows with the handles that are lost, once they have filled the gaps between others.
+// The state now. Where the system does not count handles, as under Wine, `handles` is the number of the
+// lowest free handle: it grows with the handles that are lost, once they have filled the gaps between others.
 ProcessUsage MeasureUsage();
 
 } // namespace velto::host

@@ -14,7 +14,7 @@ const std::vector<Check> &List()
 {
     static const std::vector<Check> list{
         {"entry.exports", 1, {"ENT-1"}, 10s, nullptr},
-        {"entry.starts-nothing", 1, {"ENT-5", "LIF-6"}, 20s, nullptr},
+        {"lifecycle.starts-nothing-before-use", 1, {"ENT-5", "LIF-6"}, 20s, nullptr},
         {"entry.keeps-earlier-event", 1, {"ENT-6"}, 10s, nullptr},
         {"hygiene.files", 4, {"HYG-2"}, 30s, nullptr},
         {"lifecycle.first-write-starts-speakers", 5, {"SPK-1", "RES-2"}, 20s, nullptr},
@@ -22,9 +22,12 @@ const std::vector<Check> &List()
         {"lifecycle.recording-threads", 6, {"RES-2", "MIC-7"}, 30s, nullptr},
         {"lifecycle.path-with-spaces-and-letters", 7, {"LIF-5"}, 30s, nullptr},
         {"lifecycle.unload-while-playing", 7, {"LIF-1"}, 30s, nullptr},
+        {"lifecycle.load-again-while-mapped", 7, {"LIF-1", "LIF-7"}, 30s, nullptr},
         {"lifecycle.unload-while-recording", 7, {"LIF-1"}, 30s, nullptr},
         {"lifecycle.process-exit-while-playing", 7, {"LIF-3"}, 60s, nullptr},
         {"lifecycle.process-exit-while-recording", 7, {"LIF-3"}, 60s, nullptr},
+        {"lifecycle.process-exit-in-listener", 7, {"LIF-3"}, 60s, nullptr},
+        {"lifecycle.process-exit-while-busy", 7, {"LIF-3"}, 60s, nullptr},
         {"listen.watermark", 7, {"SPK-3", "SPK-16", "SPK-17", "SPK-18", "SPK-19", "SPK-20"}, 90s, nullptr},
         {"listen.both-speakers", 7, {"SPK-21"}, 60s, nullptr},
         {"listen.four-units-are-not-heard", 7, {"SPK-4", "PAR-6"}, 60s, nullptr},
@@ -35,10 +38,17 @@ const std::vector<Check> &List()
         {"lifecycle.calls-lose-nothing", 8, {"RES-1", "REL-4"}, 60s, nullptr},
         {"lifecycle.load-cycles", 8, {"LIF-6", "LIF-7", "RES-1"}, 90s, nullptr},
         {"idle.release", 9, {"SPK-1", "SPK-11"}, 330s, nullptr},
-        {"idle.unmaps-freed-module", 9, {"LIF-2"}, 330s, nullptr},
-        {"device.default-changes", 9, {"SPK-7", "SPK-8", "MIC-9"}, 120s, nullptr},
-        {"fuzz.calls", 10, {"THR-1", "THR-3"}, 60s, nullptr},
+        {"lifecycle.unmaps-after-idle-release", 9, {"LIF-2"}, 330s, nullptr},
+        {"device.default-loudspeaker-changes", 9, {"SPK-7", "SPK-8"}, 120s, nullptr},
+        {"device.default-microphone-changes", 9, {"MIC-3", "MIC-9"}, 120s, nullptr},
+        {"fuzz.calls",
+         10,
+         {"IDS-1", "CAP-1", "CAP-2", "CAP-3", "PAR-1", "PAR-8", "LSN-6", "SPK-15", "MIC-3", "MIC-6", "MIC-13",
+          "THR-3"},
+         60s,
+         nullptr},
         {"fuzz.units", 10, {"SPK-6", "THR-3"}, 60s, nullptr},
+        {"fuzz.concurrent-calls", 10, {"THR-1"}, 60s, nullptr},
     };
     return list;
 }

@@ -1,0 +1,100 @@
+#include "check/module_use.h"
+
+#include <windows.h>
+
+#include <string>
+
+#include "check/process_context.h"
+
+namespace velto::check {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t unitsOfSound = 141; // 3 s
+constexpr auto unitTime =
+    std::chrono::nanoseconds(1'000'000'000LL * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ);
+constexpr auto mostLate = 4 * unitTime; // units that may be written at once after a delay
+constexpr DWORD pollMs = 5;
+
+} // namespace
+
+std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause)
+{
+    try {
+        auto module = std::make_unique<ModuleFile>(CurrentProcess().modulePath);
+        module->CallEntry();
+        return module;
+    } catch (const ModuleFileError &error) {
+        context.Require(false, clause, error.what());
+        throw; // not reached: Require has ended the check
+    }
+}
+
+int32_t WriteUnit(const AudioHandlerTable &table, std::string_view id, std::span<const uint8_t> unit,
+                  int32_t streamType)
+{
+    // The module only reads the unit; the field has no const because reads share the record.
+    StreamFrameHeader header{streamType, static_cast<uint32_t>(unit.size()), 0};
+    StreamFrame frame{const_cast<uint8_t *>(unit.data()), {}, &header};
+    const std::string text(id);
+    return table.WriteStreamBuffer(text.c_str(), static_cast<uint32_t>(text.size()), nullptr, &frame);
+}
+
+int32_t StartStream(const AudioHandlerTable &table, std::string_view id)
+{
+    constexpr char key[] = VELTO_KEY_SAMPLE_RATE;
+    const AudioProfileEntry rate{key, sizeof key - 1, VELTO_SAMPLE_RATE_HZ};
+    const AudioProfileList parameters{1, 0, &rate};
+    const std::string text(id);
+    return table.SetAudioParameter(text.c_str(), static_cast<uint32_t>(text.size()), nullptr, nullptr,
+                                   &parameters);
+}
+
+SpeakerUse::SpeakerUse(const AudioHandlerTable &table, std::string_view id)
+    : m_table(table), m_id(id), m_units(SpeechLikeUnits(unitsOfSound))
+{
+}
+
+void SpeakerUse::Play(Seconds time)
+{
+    Note(StartStream(m_table, m_id));
+    m_due = {};
+    const auto begin = Clock::now();
+    while (Clock::now() - begin < time) {
+        WriteIfDue();
+        Sleep(pollMs);
+    }
+}
+
+void SpeakerUse::WriteIfDue()
+{
+    const auto now = Clock::now();
+    if (m_due + mostLate < now) {
+        m_due = now;
+    }
+    for (; m_due <= now; m_due += unitTime) {
+        Note(WriteUnit(m_table, m_id, m_units[m_next]));
+        m_next = (m_next + 1) % m_units.size();
+    }
+}
+
+void SpeakerUse::Note(int32_t result)
+{
+    ++m_calls;
+    m_refused += result != VELTO_OK ? 1 : 0;
+}
+
+bool ReadPacketWithin(host::Microphone &microphone, Seconds time)
+{
+    const auto begin = Clock::now();
+    while (Clock::now() - begin < time) {
+        if (microphone.Read() == host::Microphone::Outcome::PACKET) {
+            return true;
+        }
+        Sleep(pollMs); // a stopped recording is read without waiting
+    }
+    return false;
+}
+
+} // namespace velto::check
