@@ -7,16 +7,16 @@
 // Neighbouring frames have distant pitches.
 //
 //     Hz
-//     10734 |         \                 right: 32 pitches, falling
-//           | \           \
-//      6375 |     \
-//      5625 |     /
-//           | /                         left: 31 pitches, rising
-//      1031 |         /   /
-//       609 |-----------------          steady tone on the right
-//       469 |-----------------          steady tone on the left
-//           +---|---|---|---|
-//             0   1   2   3  frame
+//     10734 |  \            :  right: 32 pitches, falling
+//           |       \   \   :
+//      6375 |    \          :
+//      5625 |     /         :  left: 31 pitches, rising
+//           |  /        /   :
+//      1031 |        /      :
+//       609 |---------------:  steady tone on the right
+//       469 |---------------:  steady tone on the left
+//           +---+---+---+---+
+//             0   1   2   3    frame
 //
 // Glides survive the AAC encoder, which spreads errors over two frames, and show time exactly: a frame that is heard
 // 1 ms late has one pitch too low and the other too high. The steady tones show the speed. They have a whole number
