@@ -111,9 +111,13 @@ std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInf
 {
     std::vector<ThreadInfo> threads = ThreadsOfProcess();
     std::erase_if(threads, [&](const ThreadInfo &thread) {
-        const bool isOld = std::any_of(before.begin(), before.end(),
-                                       [&](const ThreadInfo &old) { return old.id == thread.id; });
-        return isOld || (thread.startModule != module && !BeginsInRuntime(thread));
+        return std::any_of(before.begin(), before.end(),
+                           [&](const ThreadInfo &old) { return old.id == thread.id; });
+    });
+    const bool inModule = std::any_of(threads.begin(), threads.end(),
+                                      [&](const ThreadInfo &thread) { return thread.startModule == module; });
+    std::erase_if(threads, [&](const ThreadInfo &thread) {
+        return inModule ? thread.startModule != module : !BeginsInRuntime(thread);
     });
     return threads;
 }

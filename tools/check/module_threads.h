@@ -19,9 +19,9 @@ struct ThreadInfo {
 // All threads of this process, now. A thread that ends meanwhile may be missing.
 std::vector<ThreadInfo> ThreadsOfProcess();
 
-// The threads that a module has started since the list `before`: those that begin in its code, and those that
-// begin in a C runtime, which starts them for the code that calls it. Threads that the system starts do not
-// count: they begin in the system's own DLLs.
+// The threads that a module has started since the list `before`: those that begin in its code. If there are
+// none, those that begin in a C runtime, which starts threads for the code that calls it. Threads that the
+// system starts do not count: they begin in the system's own DLLs.
 std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInfo> &before);
 
 // Of `threads`, those that still run.
