@@ -4,6 +4,7 @@
 
 namespace velto_test {
 
+using namespace velto::check;
 using namespace velto::host;
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "tests/tools/call_storm.h"
+#include "check/portable/call_storm.h"
 #include "velto-host/module.h"
 #include "velto-host/options.h"
 #include "velto-host/output.h"
@@ -31,15 +31,15 @@ public:
 
 private:
     void RunOnce(const velto::host::Module &module, uint32_t seed);
-    velto::host::Json Report(int exitCode, const StormFigures &figures) const;
+    velto::host::Json Report(int exitCode, const velto::check::StormFigures &figures) const;
 
     const StormOptions &m_options;
     const velto::host::Output &m_output;
     velto::host::StreamTimer m_timer;
     velto::host::StreamEnd m_end;
     velto::host::StreamTimer::Clock::time_point m_begin = velto::host::StreamTimer::Clock::now();
-    AacUnits m_units;
-    StormFigures m_figures; // of the storms that are over
+    velto::check::AacUnits m_units;
+    velto::check::StormFigures m_figures; // of the storms that are over
     uint32_t m_loads = 0;
     bool m_interrupted = false;
     // Before the first cycle, after the last one, after the unload.

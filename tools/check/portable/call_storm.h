@@ -11,17 +11,18 @@
 #include <thread>
 #include <vector>
 
-#include "tests/tools/storm_caller.h"
+#include "check/portable/storm_caller.h"
 #include "velto/audio_handler.h"
 
-namespace velto_test {
+namespace velto::check {
 
 struct StormPlan {
-    uint32_t seed = 1; // each thread makes the same random choices for the same seed
+    uint64_t seed = 1; // each thread makes the same random choices for the same seed
     double pace = 1;   // multiplies all pauses and the length of recordings; 1 suits real devices
     // Without a number, the storm lasts until Stop. In a round, each thread makes about 45 writes, 34 other
     // calls, or one recording.
     std::optional<uint32_t> rounds;
+    StormTime time{};
 };
 
 // For use by one thread.
@@ -35,7 +36,7 @@ public:
     CallStorm &operator=(const CallStorm &) = delete;
 
     // Adds a thread that disturbs the calls. The pace also applies to its pauses.
-    void Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(RandomChoices &)> step);
+    void Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(Random &)> step);
 
     // For a plan with rounds: waits until all of them are over, and closes the tracks.
     void Finish();
@@ -56,9 +57,9 @@ private:
     const StormPlan m_plan;
     std::atomic<bool> m_stopped{false};
     std::atomic<bool> m_recordingsOver{false};
-    uint32_t m_seed;
+    uint64_t m_seed;
     std::list<StormCaller> m_callers; // one for each thread, which uses it
     std::vector<std::thread> m_threads;
 };
 
-} // namespace velto_test
+} // namespace velto::check

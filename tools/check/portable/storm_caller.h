@@ -3,45 +3,40 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <mutex>
-#include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
-#include "tests/tools/storm_figures.h"
+#include "check/portable/built_in_sound.h"
+#include "check/portable/random.h"
+#include "check/portable/storm_figures.h"
 #include "velto/audio_handler.h"
 
-namespace velto_test {
+namespace velto::check {
 
-using AacUnits = std::vector<std::vector<uint8_t>>;
+// The time of a storm: by default the system's.
+struct StormTime {
+    using Clock = std::chrono::steady_clock;
 
-// The random choices of one thread.
-class RandomChoices {
-public:
-    explicit RandomChoices(uint32_t seed) : m_engine(seed) {}
-
-    uint32_t Below(uint32_t bound) { return std::uniform_int_distribution<uint32_t>(0, bound - 1)(m_engine); }
-    bool OneIn(uint32_t bound) { return Below(bound) == 0; }
-    template <typename Values>
-    const auto &AnyOf(const Values &values)
-    {
-        return values[Below(static_cast<uint32_t>(values.size()))];
-    }
-
-private:
-    std::mt19937 m_engine;
+    std::function<void(std::chrono::microseconds)> sleep = [](std::chrono::microseconds time) {
+        std::this_thread::sleep_for(time);
+    };
+    std::function<Clock::time_point()> now = Clock::now;
 };
 
 // One thread makes the calls; any thread may ask for the figures.
 class StormCaller {
 public:
-    // `pace` multiplies all times. The table, the units, of which there is at least one, and `stopped`
+    // `pace` multiplies all times. The table, the units, of which there is at least one, `time` and `stopped`
     // outlive this object. Once `stopped` is true, functions that make several calls end early.
-    StormCaller(const AudioHandlerTable &table, const AacUnits &units, double pace,
-                const std::atomic<bool> &stopped, uint32_t seed)
-        : random(seed), m_table(table), m_units(units), m_pace(pace), m_stopped(stopped)
+    StormCaller(const AudioHandlerTable &table, const AacUnits &units, double pace, const StormTime &time,
+                const std::atomic<bool> &stopped, uint64_t seed)
+        : random(seed), m_table(table), m_units(units), m_pace(pace), m_time(time), m_stopped(stopped)
     {
     }
 
@@ -61,7 +56,7 @@ public:
 
     StormFigures Figures() const;
 
-    RandomChoices random;
+    Random random;
 
 private:
     void WriteUnit(const std::string &id, std::vector<uint8_t> unit);
@@ -70,6 +65,7 @@ private:
     const AudioHandlerTable &m_table;
     const AacUnits &m_units;
     const double m_pace;
+    const StormTime &m_time;
     const std::atomic<bool> &m_stopped;
 
     // Each thread counts for itself. A lock that all threads share would put their calls in an order, and
@@ -78,4 +74,4 @@ private:
     StormFigures m_figures; // guarded by m_mutex
 };
 
-} // namespace velto_test
+} // namespace velto::check

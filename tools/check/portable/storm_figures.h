@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace velto_test {
+namespace velto::check {
 
 class StormFigures {
 public:
@@ -33,4 +33,4 @@ private:
     uint64_t m_packets = 0;
 };
 
-} // namespace velto_test
+} // namespace velto::check

@@ -1,6 +1,6 @@
-#include "tests/tools/storm_figures.h"
+#include "check/portable/storm_figures.h"
 
-namespace velto_test {
+namespace velto::check {
 
 void StormFigures::Note(std::string_view slot, int32_t result, bool isDocumented)
 {
@@ -32,4 +32,4 @@ uint64_t StormFigures::Different() const
     return calls;
 }
 
-} // namespace velto_test
+} // namespace velto::check

@@ -1,9 +1,9 @@
-#include "tests/tools/call_storm.h"
+#include "check/portable/call_storm.h"
 
 #include <string>
 #include <utility>
 
-namespace velto_test {
+namespace velto::check {
 
 CallStorm::CallStorm(const AudioHandlerTable &table, const AacUnits &units, const StormPlan &plan)
     : m_table(table), m_units(units), m_plan(plan), m_seed(plan.seed)
@@ -31,7 +31,7 @@ CallStorm::~CallStorm()
 }
 
 void CallStorm::Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs,
-                        std::function<void(RandomChoices &)> step)
+                        std::function<void(Random &)> step)
 {
     Start(ForRounds(stepsPerRound), longestPauseMs,
           [step = std::move(step)](StormCaller &caller) { step(caller.random); });
@@ -47,7 +47,7 @@ CallStorm::Condition CallStorm::ForRounds(uint32_t stepsPerRound) const
 // Starts a thread that repeats a step while the condition is true.
 void CallStorm::Start(Condition condition, uint32_t longestPauseMs, Step step)
 {
-    StormCaller &caller = m_callers.emplace_back(m_table, m_units, m_plan.pace, m_stopped, ++m_seed);
+    StormCaller &caller = m_callers.emplace_back(m_table, m_units, m_plan.pace, m_plan.time, m_stopped, ++m_seed);
     m_threads.emplace_back(
         [this, &caller, condition = std::move(condition), longestPauseMs, step = std::move(step)] {
             for (uint32_t made = 0; !m_stopped && condition(made); ++made) {
@@ -84,4 +84,4 @@ StormFigures CallStorm::Figures() const
     return all;
 }
 
-} // namespace velto_test
+} // namespace velto::check

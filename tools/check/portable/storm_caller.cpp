@@ -1,16 +1,14 @@
-#include "tests/tools/storm_caller.h"
+#include "check/portable/storm_caller.h"
 
 #include <array>
 #include <chrono>
-#include <thread>
 
-namespace velto_test {
+namespace velto::check {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t mostUnitsAtOnce = 30;
 constexpr uint32_t longestRecordMs = 3000; // real devices take up to a second to deliver the first packet
+constexpr uint32_t mostReads = 2000;       // of a recording: ends it also while the clock is not moving
 constexpr uint32_t faultInterval = 10;     // each kind of fault is in one call of ten, on average
 
 const std::array<std::string, 2> speakers{VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER};
@@ -45,7 +43,7 @@ StormFigures StormCaller::Figures() const
 void StormCaller::Pause(uint32_t longestMs)
 {
     const auto longest = static_cast<uint32_t>(Microseconds(longestMs, m_pace).count());
-    std::this_thread::sleep_for(std::chrono::microseconds(random.Below(longest + 1)));
+    m_time.sleep(std::chrono::microseconds(random.Below(longest + 1)));
 }
 
 void StormCaller::Write(const std::string &id)
@@ -83,19 +81,19 @@ void StormCaller::SetParameters()
     constexpr std::array channels{uint32_t{VELTO_CHANNEL_MONO}, uint32_t{VELTO_CHANNEL_STEREO}};
     constexpr std::array formats{uint32_t{VELTO_FORMAT_S16}, uint32_t{VELTO_FORMAT_S32}};
     const AudioProfileEntry entries[] = {
-        {VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1, random.AnyOf(rates)},
-        {VELTO_KEY_CHANNEL, sizeof(VELTO_KEY_CHANNEL) - 1, random.AnyOf(channels)},
-        {VELTO_KEY_FORMAT, sizeof(VELTO_KEY_FORMAT) - 1, random.AnyOf(formats)},
+        {VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1, random.AnyOf<uint32_t>(rates)},
+        {VELTO_KEY_CHANNEL, sizeof(VELTO_KEY_CHANNEL) - 1, random.AnyOf<uint32_t>(channels)},
+        {VELTO_KEY_FORMAT, sizeof(VELTO_KEY_FORMAT) - 1, random.AnyOf<uint32_t>(formats)},
     };
     const AudioProfileList list{random.Below(4), 0, entries};
-    const std::string &id = random.AnyOf(speakers);
+    const std::string &id = random.AnyOf<std::string>(speakers);
     const int32_t result = m_table.SetAudioParameter(id.c_str(), Length(id), nullptr, nullptr, &list);
     Note("SetAudioParameter", result, result == (list.count == 0 ? VELTO_ERROR_INVALID : VELTO_OK));
 }
 
 void StormCaller::CloseTrack()
 {
-    const std::string &id = random.AnyOf(speakers);
+    const std::string &id = random.AnyOf<std::string>(speakers);
     const bool isWrongLength = random.OneIn(faultInterval);
     const int32_t result = m_table.CloseAudioTrack(id.c_str(), Length(id) - (isWrongLength ? 1 : 0));
     Note("CloseAudioTrack", result, result == (isWrongLength ? VELTO_ERROR_INVALID : VELTO_OK));
@@ -120,12 +118,12 @@ void StormCaller::ChangeListener()
 
 void StormCaller::Record()
 {
-    const std::string &id = random.AnyOf(microphones);
+    const std::string &id = random.AnyOf<std::string>(microphones);
     const AudioProfileList profiles{};
     const int32_t opened = m_table.OpenAudioRecord(id.c_str(), Length(id), nullptr, nullptr, &profiles);
     Note("OpenAudioRecord", opened, opened == VELTO_OK);
-    const auto end = Clock::now() + Microseconds(random.Below(longestRecordMs), m_pace);
-    while (Clock::now() < end && !m_stopped) {
+    const auto end = m_time.now() + Microseconds(random.Below(longestRecordMs), m_pace);
+    for (uint32_t left = mostReads; left > 0 && m_time.now() < end && !m_stopped; --left) {
         Read();
         Pause(10);
     }
@@ -135,11 +133,11 @@ void StormCaller::Record()
 
 void StormCaller::Read()
 {
-    const std::string &id = random.AnyOf(microphones);
+    const std::string &id = random.AnyOf<std::string>(microphones);
     // As long as the longest packet. On the heap, where AddressSanitizer reports a write past the end.
-    std::vector<uint8_t> data(1536);
+    std::vector<uint8_t> data(VELTO_MAX_PACKET_BYTES);
     // The module only derives its waiting time from the size: 22 ms, or 3 ms.
-    const uint32_t requested = random.OneIn(2) ? 3840U : 200U;
+    const uint32_t requested = random.OneIn(2) ? uint32_t{VELTO_READ_SIZE} : 200U;
     const bool isWithoutData = random.OneIn(faultInterval);
     StreamFrameHeader header{0, requested, 0};
     StreamFrame frame{isWithoutData ? nullptr : data.data(), {}, &header};
@@ -166,4 +164,4 @@ void StormCaller::CloseAll()
     Note("RegisterListener", result, result == VELTO_OK);
 }
 
-} // namespace velto_test
+} // namespace velto::check
