@@ -1,0 +1,10 @@
+// Nothing is wrong: the control of all other modules.
+// breaks: none
+// level: 7
+
+#include "forwarding_module.h"
+
+void ChangeTable(AudioHandlerTable *table)
+{
+    (void)table;
+}
