@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <endpointvolume.h>
 #include <mmdeviceapi.h>
 #include <wrl/client.h>
 
@@ -17,6 +16,19 @@
 namespace velto::check {
 
 using Microsoft::WRL::ComPtr;
+
+namespace {
+
+// IAudioMeterInformation, which the headers of MinGW-w64 only name.
+struct PeakMeter : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE GetPeakValue(float *peak) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMeteringChannelCount(UINT *count) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetChannelsPeakValues(UINT32 count, float *peaks) = 0;
+    virtual HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD *support) = 0;
+};
+constexpr IID peakMeterId{0xC02216F6, 0x8C67, 0x4B5B, {0x9D, 0x00, 0xD0, 0x08, 0xE7, 0x3E, 0x00, 0x64}};
+
+} // namespace
 
 // The calling thread's apartment, and the enumerator.
 class DefaultDevices::Com {
@@ -112,10 +124,10 @@ uint32_t DefaultDevices::MicrophoneChanges() const
 std::optional<float> DefaultDevices::LoudspeakerLevel() const
 {
     ComPtr<IMMDevice> device;
-    ComPtr<IAudioMeterInformation> meter;
+    ComPtr<PeakMeter> meter;
     float level = 0;
     if (FAILED(m_com->enumerator->GetDefaultAudioEndpoint(eRender, eMultimedia, &device)) ||
-        FAILED(device->Activate(__uuidof(IAudioMeterInformation), CLSCTX_ALL, nullptr, &meter)) ||
+        FAILED(device->Activate(peakMeterId, CLSCTX_ALL, nullptr, &meter)) ||
         FAILED(meter->GetPeakValue(&level))) {
         return std::nullopt;
     }

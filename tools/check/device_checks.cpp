@@ -46,7 +46,6 @@ private:
 };
 
 // ---- Loudspeaker
-// ------------------------------------------------------------------------------------------------
 
 // Plays for this time. Returns whether sound was measured on the loudspeaker that is now the default; null if
 // the system has no meter.
@@ -105,7 +104,6 @@ void FollowsDefaultLoudspeaker(Context &context)
 }
 
 // ---- Microphone
-// -------------------------------------------------------------------------------------------------
 
 // Reads after a change. A recording that restarts ends its threads, says that it is stopped, or misses
 // packets; one of these is seen, and packets arrive again after it.

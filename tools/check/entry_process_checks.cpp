@@ -99,7 +99,7 @@ void StartsNothingBeforeUse(Context &context)
         context.Expect(module.WaitUntilUnmapped(unmapTime), "LIF-6",
                        "the module is still mapped after FreeLibrary, although it was not used");
     } catch (const ModuleFileError &error) {
-        context.Expect(false, "LIF-6", error.what());
+        context.Expect(false, error.Clause(), error.what());
     }
 }
 

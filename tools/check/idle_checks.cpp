@@ -78,7 +78,7 @@ void ReleasesIdleSpeakers(Context &context)
 void UnmapsAfterIdleRelease(Context &context)
 {
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
-    const auto module = LoadModule(context, "LIF-2");
+    const auto module = LoadModule(context);
     SpeakerUse(module->Table()).Play(1s);
     const TimePoint lastWrite = context.environment.Now();
     const std::vector<ThreadInfo> threads = NewThreadsOf(module->Handle(), before);

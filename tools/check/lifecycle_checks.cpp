@@ -23,15 +23,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Seconds longestFree =
-    2s; // the module's threads run for minutes, so a call that waits for them is longer
-constexpr Seconds packetTime =
-    5s; // a microphone that sleeps delivers its first packet after a second or more
-constexpr auto observedTime =
-    3000ms; // after FreeLibrary: longer than all sound in the queue and the endpoint
+// The module's threads run for minutes, so a call that waits for them takes longer.
+constexpr Seconds longestFree = 2s;
+// A microphone that sleeps delivers its first packet after a second or more.
+constexpr Seconds packetTime = 5s;
+// After FreeLibrary: longer than all sound in the queue and the endpoint.
+constexpr Seconds observedTime = 3s;
+// A thread that has ended is listed until the system has removed it.
+constexpr auto threadEndTime = 200ms;
 
 // ---- Threads
-// ----------------------------------------------------------------------------------------------------
 
 constexpr size_t mostSpeakerThreads = 3; // two that play, one that waits for the idle release
 constexpr size_t leastSpeakerThreads = 2;
@@ -55,7 +56,7 @@ std::vector<ThreadInfo> MostThreads(Context &context, HMODULE module, const std:
 
 void FirstWriteStartsSpeakers(Context &context)
 {
-    const auto module = LoadModule(context, "SPK-1");
+    const auto module = LoadModule(context);
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
     StreamFrameHeader header{};
     StreamFrame frame{};
@@ -78,7 +79,7 @@ void FirstWriteStartsSpeakers(Context &context)
 
 void EndsRecordingThreads(Context &context)
 {
-    const auto module = LoadModule(context, "RES-2");
+    const auto module = LoadModule(context);
     host::Microphone microphone(module->Table(), VELTO_ID_MIC);
     for (int round = 1; round <= 3; ++round) {
         const std::vector<ThreadInfo> before = ThreadsOfProcess();
@@ -97,7 +98,6 @@ void EndsRecordingThreads(Context &context)
 }
 
 // ---- Stream type
-// ------------------------------------------------------------------------------------------------
 
 std::atomic<int> trackClosedEvents{0};
 
@@ -125,7 +125,7 @@ bool StoresStreamType(Context &context, int32_t streamType, Call call)
 void StoresStreamTypes(Context &context)
 {
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
-    const auto module = LoadModule(context, "SPK-9");
+    const auto module = LoadModule(context);
     const AudioHandlerTable &table = module->Table();
     const AacUnits units = SpeechLikeUnits(2);
     const AudioListener listener{CountEvent, nullptr};
@@ -156,7 +156,6 @@ void StoresStreamTypes(Context &context)
 }
 
 // ---- Loading and unloading
-// --------------------------------------------------------------------------------------
 
 // A copy of the module's folder inside the check's folder for work, under a name with spaces and letters of
 // several scripts. Returns the copy of the module.
@@ -226,7 +225,7 @@ void ExpectPromptFree(Context &context, ModuleFile &module, std::string_view sit
 void UnloadsWhilePlaying(Context &context)
 {
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
-    const auto module = LoadModule(context, "LIF-1");
+    const auto module = LoadModule(context);
     SpeakerUse(module->Table()).Play(1s);
     const std::vector<ThreadInfo> threads = NewThreadsOf(module->Handle(), before);
     ExpectPromptFree(context, *module, "plays");
@@ -237,7 +236,7 @@ void UnloadsWhilePlaying(Context &context)
 void UnloadsWhileRecording(Context &context)
 {
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
-    const auto module = LoadModule(context, "LIF-1");
+    const auto module = LoadModule(context);
     host::Microphone microphone(module->Table(), VELTO_ID_MIC);
     microphone.Open();
     const bool records = ReadPacketWithin(microphone, packetTime);
@@ -252,7 +251,7 @@ void UnloadsWhileRecording(Context &context)
 
 void LoadsAgainWhileMapped(Context &context)
 {
-    const auto first = LoadModule(context, "LIF-7");
+    const auto first = LoadModule(context);
     SpeakerUse(first->Table()).Play(500ms);
     first->Free();
     if (!first->IsMapped()) {

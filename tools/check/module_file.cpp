@@ -17,14 +17,14 @@ ModuleFile::ModuleFile(const std::string &path)
                               LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32))
 {
     if (m_handle == nullptr) {
-        throw ModuleFileError("cannot load " + path + ": " + host::SystemErrorText(GetLastError()));
+        throw ModuleFileError("LIF-5", "cannot load " + path + ": " + host::SystemErrorText(GetLastError()));
     }
     // The cast through void * avoids a warning about the different function type of GetProcAddress.
     m_entry = reinterpret_cast<VeltoGetAudioHandlerFunction>(
         reinterpret_cast<void *>(GetProcAddress(m_handle, VELTO_ENTRY_NAME)));
     if (m_entry == nullptr) {
         FreeLibrary(m_handle);
-        throw ModuleFileError(path + " has no function " VELTO_ENTRY_NAME);
+        throw ModuleFileError("ENT-1", path + " has no function " VELTO_ENTRY_NAME);
     }
 }
 
@@ -39,7 +39,7 @@ void ModuleFile::CallEntry()
 {
     const int32_t result = m_entry(&m_table);
     if (result != VELTO_OK) {
-        throw ModuleFileError(VELTO_ENTRY_NAME " returned " + std::to_string(result));
+        throw ModuleFileError("ENT-3", VELTO_ENTRY_NAME " returned " + std::to_string(result));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "velto/audio_handler.h"
 
@@ -13,7 +14,16 @@ namespace velto::check {
 
 // The DLL, a DLL that it needs, or its entry is missing, or the entry returned an error.
 class ModuleFileError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
+public:
+    // `clause`: the one that the module breaks; a literal.
+    ModuleFileError(std::string_view clause, const std::string &text)
+        : std::runtime_error(text), m_clause(clause)
+    {
+    }
+    std::string_view Clause() const { return m_clause; }
+
+private:
+    std::string_view m_clause;
 };
 
 // Loads the DLL as hosts are asked to: Windows searches for the DLLs that it needs in the module's own folder

@@ -26,7 +26,7 @@ std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause
         module->CallEntry();
         return module;
     } catch (const ModuleFileError &error) {
-        context.Require(false, clause, error.what());
+        context.Require(false, clause.empty() ? error.Clause() : clause, error.what());
         throw; // not reached: Require has ended the check
     }
 }

@@ -19,9 +19,9 @@ namespace velto::check {
 
 using Seconds = std::chrono::duration<double>;
 
-// Loads the module of this process and has its table filled. If the module refuses, reports `clause` as
-// broken and ends the check.
-std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause);
+// Loads the module of this process and has its table filled. If the module refuses, reports the clause that
+// it breaks and ends the check. After an earlier load, `clause` names that clause instead.
+std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause = {});
 
 // Each returns the module's result.
 int32_t WriteUnit(const AudioHandlerTable &table, std::string_view id, std::span<const uint8_t> unit,

@@ -19,8 +19,6 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr int exitCodeUnknown = 2;
-constexpr int exitCodeRefused = 3;
 constexpr int callbackThreads = 4;
 constexpr auto busyTime = 1200ms; // long enough for sound in the endpoint and packets in the queue
 
@@ -79,7 +77,7 @@ int EndWhilePlaying(const AudioHandlerTable &table)
     SpeakerUse speaker(table);
     speaker.Play(busyTime);
     if (speaker.Refused() > 0) {
-        return exitCodeRefused;
+        return endRefused;
     }
     EndNow();
 }
@@ -89,7 +87,7 @@ int EndWhileRecording(const AudioHandlerTable &table)
 {
     host::Microphone microphone(table, VELTO_ID_MIC);
     if (microphone.Open() != VELTO_OK) {
-        return exitCodeRefused;
+        return endRefused;
     }
     ReadPacketWithin(microphone, busyTime);
     EndNow();
@@ -100,13 +98,13 @@ int EndInListener(const AudioHandlerTable &table)
     SpeakerUse(table).Play(busyTime);
     const AudioListener listener{EndInCallback, nullptr};
     if (table.RegisterListener(&listener) != VELTO_OK) {
-        return exitCodeRefused;
+        return endRefused;
     }
     for (int i = 0; i < callbackThreads; ++i) {
         StartRepeating([&table] { StartStream(table, VELTO_ID_SPEAKER); });
     }
     Sleep(2 * std::chrono::milliseconds(busyTime).count());
-    return exitCodeRefused; // the callback was not called
+    return endRefused; // the callback was not called
 }
 
 int EndWhileBusy(const AudioHandlerTable &table)
@@ -133,7 +131,7 @@ int EndWhileBusy(const AudioHandlerTable &table)
 int EndProcessWhile(const std::string &modulePath, const std::string &how, int exitCode)
 {
     if (std::ranges::find(endSituations, how) == endSituations.end()) {
-        return exitCodeUnknown;
+        return endUnknown;
     }
     chosenExitCode = exitCode;
     try {
@@ -146,7 +144,7 @@ int EndProcessWhile(const std::string &modulePath, const std::string &how, int e
                : how == "in-listener" ? EndInListener(table)
                                       : EndWhileBusy(table);
     } catch (const ModuleFileError &) {
-        return exitCodeRefused;
+        return endRefused;
     }
 }
 
