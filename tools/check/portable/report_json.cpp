@@ -86,7 +86,10 @@ Json DescribeHeard(const HeardSound &heard)
             {"speed", Number(heard.speed)},
             {"framesSent", heard.framesSent},
             {"framesHeard", heard.framesHeard},
+            {"framesMissing", heard.framesMissing},
+            {"framesRepeated", heard.framesRepeated},
             {"framesOutOfOrder", heard.framesOutOfOrder},
+            {"channelsSwapped", heard.channelsSwapped},
             {"gapsAtSeconds", ArrayOf(heard.gapsAtSeconds, Number)},
             {"envelope", DescribeEnvelope(heard.envelope)},
             {"framesInOrder", heard.framesInOrder}};
@@ -186,7 +189,10 @@ HeardSound ReadHeard(const Json &json)
     heard.speed = NumberOf(json.at("speed"));
     heard.framesSent = json.at("framesSent");
     heard.framesHeard = json.at("framesHeard");
+    heard.framesMissing = json.at("framesMissing");
+    heard.framesRepeated = json.at("framesRepeated");
     heard.framesOutOfOrder = json.at("framesOutOfOrder");
+    heard.channelsSwapped = json.at("channelsSwapped");
     heard.gapsAtSeconds = ListOf(json.at("gapsAtSeconds"), NumberOf);
     heard.envelope =
         ListOf(json.at("envelope"), [](const Json &value) { return static_cast<float>(NumberOf(value)); });

@@ -1,7 +1,6 @@
 #include "check/portable/report_junit.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <map>
 #include <string_view>
 #include <vector>
@@ -13,24 +12,7 @@
 namespace velto::check {
 namespace {
 
-// XML 1.0 also forbids U+FFFE and U+FFFF, which are valid UTF-8.
-void ReplaceNonCharacters(std::string &text)
-{
-    constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD
-    for (const std::string_view forbidden : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
-        for (size_t at = 0; (at = text.find(forbidden, at)) != std::string::npos;) {
-            text.replace(at, forbidden.size(), replacement);
-        }
-    }
-}
-
-// For text and attributes, on one line.
-std::string Escape(std::string_view text)
-{
-    std::string escaped = host::EscapeHtml(text);
-    ReplaceNonCharacters(escaped);
-    return escaped;
-}
+using host::EscapeXml;
 
 bool IsFailure(const CheckResult &result)
 {
@@ -54,11 +36,11 @@ std::string Details(const CheckResult &result)
     std::string text;
     const auto add = [&](std::string_view label, std::string_view value) {
         if (!value.empty()) {
-            text += fmt::format("{}: {}\n", label, Escape(value));
+            text += fmt::format("{}: {}\n", label, EscapeXml(value));
         }
     };
     for (const BrokenClause &broken : result.broken) {
-        add(Escape(broken.clause), broken.text);
+        add(EscapeXml(broken.clause), broken.text);
     }
     add("reason", result.reason);
     add("last step", result.lastStep);
@@ -83,21 +65,21 @@ std::string Summary(const CheckResult &result)
 std::string OutcomeElement(const CheckResult &result)
 {
     if (IsSkipped(result)) {
-        return fmt::format("      <skipped message=\"{}\"/>\n", Escape(result.reason));
+        return fmt::format("      <skipped message=\"{}\"/>\n", EscapeXml(result.reason));
     }
     if (!IsFailure(result) && !IsError(result)) {
         return {};
     }
     const std::string_view element = IsFailure(result) ? "failure" : "error";
     return fmt::format("      <{0} type=\"{1}\" message=\"{2}\">{3}</{0}>\n", element, NameOf(result.outcome),
-                       Escape(Summary(result)), Details(result));
+                       EscapeXml(Summary(result)), Details(result));
 }
 
 std::string Warnings(const CheckResult &result)
 {
     std::string text;
     for (const std::string &warning : result.warnings) {
-        text += "warning: " + Escape(warning) + "\n";
+        text += "warning: " + EscapeXml(warning) + "\n";
     }
     return text.empty() ? text : "      <system-out>" + text + "</system-out>\n";
 }
@@ -107,14 +89,14 @@ std::string TestCase(const CheckResult &result)
 {
     return fmt::format("    <testcase classname=\"velto-host.check.{}\" name=\"{}\" time=\"{:.3f}\">\n{}{}"
                        "    </testcase>\n",
-                       Escape(result.name.substr(0, result.name.find('.'))), Escape(result.name),
+                       EscapeXml(result.name.substr(0, result.name.find('.'))), EscapeXml(result.name),
                        result.seconds, OutcomeElement(result), Warnings(result));
 }
 
 std::string Properties(const Run &run)
 {
     const auto property = [](std::string_view name, std::string_view value) {
-        return fmt::format("      <property name=\"{}\" value=\"{}\"/>\n", name, Escape(value));
+        return fmt::format("      <property name=\"{}\" value=\"{}\"/>\n", name, EscapeXml(value));
     };
     std::string xml = "    <properties>\n";
     if (!run.files.empty()) {
@@ -146,7 +128,7 @@ std::string Suite(const Run &run, int level, const Results &results)
 {
     std::string xml =
         fmt::format("  <testsuite name=\"level {}\" {}{}>\n", level, Counts(results),
-                    run.beganAt.empty() ? "" : fmt::format(" timestamp=\"{}\"", Escape(run.beganAt)));
+                    run.beganAt.empty() ? "" : fmt::format(" timestamp=\"{}\"", EscapeXml(run.beganAt)));
     xml += Properties(run);
     for (const CheckResult *result : results) {
         xml += TestCase(*result);

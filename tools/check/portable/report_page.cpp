@@ -19,7 +19,7 @@
 namespace velto::check {
 namespace {
 
-using host::EscapeHtml;
+using host::EscapeXml;
 
 constexpr std::array<std::string_view, 10> levelTitles{"loads and fills its table",
                                                        "capabilities",
@@ -82,7 +82,7 @@ std::string Section(std::string_view id, std::string_view title, const std::stri
     return content.empty() ? std::string()
                            : fmt::format("<section aria-labelledby=\"{0}\">\n<h2 id=\"{0}\">{1}</h2>\n{2}"
                                          "</section>\n",
-                                         id, EscapeHtml(title), content);
+                                         id, EscapeXml(title), content);
 }
 
 // `head` and `rows` are HTML.
@@ -96,7 +96,7 @@ std::string Table(std::string_view head, const std::string &rows)
 
 std::string Command(std::string_view text)
 {
-    return fmt::format("<code class=\"command\">{}</code>\n", EscapeHtml(text));
+    return fmt::format("<code class=\"command\">{}</code>\n", EscapeXml(text));
 }
 
 std::string ModuleName(const Run &run)
@@ -144,17 +144,17 @@ std::string Head(const Run &run, const std::vector<ClauseResult> &clauses)
     const Outcome verdict = Verdict(run);
     std::string html = fmt::format("<header class=\"verdict {}\">\n<h1>Contract check of {} <span "
                                    "class=\"word\">{}</span></h1>\n<p>{}</p>\n",
-                                   NameOf(verdict), EscapeHtml(ModuleName(run)), VerdictWord(verdict),
-                                   EscapeHtml(VerdictSentence(run, clauses)));
+                                   NameOf(verdict), EscapeXml(ModuleName(run)), VerdictWord(verdict),
+                                   EscapeXml(VerdictSentence(run, clauses)));
     if (!run.files.empty()) {
         const FileIdentity &module = run.files[0];
         html += fmt::format("<p class=\"soft\">Version {}, commit {}<br/>SHA-256 <code>{}</code></p>\n",
-                            module.version.empty() ? "unknown" : EscapeHtml(module.version),
-                            run.moduleCommit.empty() ? "unknown" : EscapeHtml(run.moduleCommit),
-                            module.sha256.empty() ? "unknown" : EscapeHtml(module.sha256));
+                            module.version.empty() ? "unknown" : EscapeXml(module.version),
+                            run.moduleCommit.empty() ? "unknown" : EscapeXml(run.moduleCommit),
+                            module.sha256.empty() ? "unknown" : EscapeXml(module.sha256));
     }
     return html + fmt::format("<p class=\"soft\">{}, {:.0f} s, on {}</p>\n</header>\n",
-                              EscapeHtml(run.beganAt), run.seconds, EscapeHtml(run.system));
+                              EscapeXml(run.beganAt), run.seconds, EscapeXml(run.system));
 }
 
 // A box for each level: the checks that it has, and how they ended.
@@ -197,21 +197,20 @@ std::string FailedCheck(const CheckResult &result)
 {
     std::string html = fmt::format(
         "<article class=\"card{}\">\n<h3>{} <span class=\"{}\">{}</span></h3>\n",
-        result.outcome == Outcome::BROKEN ? " checker" : "", EscapeHtml(result.name), StyleOf(result.outcome),
+        result.outcome == Outcome::BROKEN ? " checker" : "", EscapeXml(result.name), StyleOf(result.outcome),
         result.outcome == Outcome::BROKEN ? "the checker failed" : NameOf(result.outcome));
     if (!result.broken.empty()) {
         html += "<ul>\n";
         for (const BrokenClause &broken : result.broken) {
-            html +=
-                fmt::format("<li><b>{}</b> {}</li>\n", EscapeHtml(broken.clause), EscapeHtml(broken.text));
+            html += fmt::format("<li><b>{}</b> {}</li>\n", EscapeXml(broken.clause), EscapeXml(broken.text));
         }
         html += "</ul>\n";
     }
     const auto code = [](const std::string &text) {
-        return text.empty() ? text : "<code>" + EscapeHtml(text) + "</code>";
+        return text.empty() ? text : "<code>" + EscapeXml(text) + "</code>";
     };
-    html += Fact("Fault", code(result.fault)) + Fact("Last step", EscapeHtml(result.lastStep)) +
-            Fact("Reason", EscapeHtml(result.reason)) + Fact("Minidump", code(result.dumpFile));
+    html += Fact("Fault", code(result.fault)) + Fact("Last step", EscapeXml(result.lastStep)) +
+            Fact("Reason", EscapeXml(result.reason)) + Fact("Minidump", code(result.dumpFile));
     if (!result.repeat.empty()) {
         html += "<p>Repeat with</p>\n" + Command(result.repeat);
     }
@@ -250,13 +249,17 @@ std::string Measured(double value, fmt::format_string<double> text)
 std::string HeardBy(const CheckResult &result)
 {
     const HeardSound &heard = *result.heard;
-    std::string html = fmt::format("<h3>{}: {}</h3>\n", EscapeHtml(result.name), EscapeHtml(heard.source));
+    std::string html = fmt::format("<h3>{}: {}</h3>\n", EscapeXml(result.name), EscapeXml(heard.source));
     if (heard.framesHeard == 0) {
         html += fmt::format("<p class=\"bad\">Nothing of the {} frames that were sent was heard.</p>\n",
                             heard.framesSent);
     }
+    if (heard.channelsSwapped) {
+        html += "<p class=\"bad\">Left was heard on the right, and right on the left.</p>\n";
+    }
     html += "<dl class=\"facts\">\n" +
             FactBox("Frames heard", fmt::format("{} of {}", heard.framesHeard, heard.framesSent)) +
+            FactBox("Repeated", fmt::to_string(heard.framesRepeated)) +
             FactBox("Out of order", fmt::to_string(heard.framesOutOfOrder)) +
             FactBox("Gaps", fmt::to_string(heard.gapsAtSeconds.size()));
     if (heard.framesHeard > 0) {
@@ -269,7 +272,7 @@ std::string HeardBy(const CheckResult &result)
                   EnvelopePicture(heard)) +
            Figure("The number of each frame, in the order in which the frames were heard. Sound in order is "
                   "a rising "
-                  "line; frames that came late are red.",
+                  "line; late and repeated frames are red.",
                   FrameOrderPicture(heard));
 }
 
@@ -293,18 +296,19 @@ std::optional<double> Microseconds(const Measurement &value)
     return unit == units.end() ? std::nullopt : std::optional(value.value * unit->second);
 }
 
-// Which value of CallTimes a measurement is; null for none.
-std::optional<double> CallTimes::*MemberOf(const Measurement &value, std::string &call)
+// Which value of SlotTimes a measurement is; null for none.
+std::optional<double> SlotTimes::*MemberOf(const Measurement &value, std::string &call)
 {
     struct Suffix {
         std::string_view text;
-        std::optional<double> CallTimes::*member;
+        std::optional<double> SlotTimes::*member;
     };
     constexpr std::array<Suffix, 3> suffixes{
-        {{" p50", &CallTimes::p50Us}, {" p99", &CallTimes::p99Us}, {" budget", &CallTimes::budgetUs}}};
+        {{" p50", &SlotTimes::p50Us}, {" p99", &SlotTimes::p99Us}, {" budget", &SlotTimes::budgetUs}}};
     for (const Suffix &suffix : suffixes) {
         if (value.name.ends_with(suffix.text) && Microseconds(value)) {
             call = value.name.substr(0, value.name.size() - suffix.text.size());
+            call.erase(call.find_last_not_of(',') + 1); // of "a long name, p50"
             return suffix.member;
         }
     }
@@ -312,24 +316,24 @@ std::optional<double> CallTimes::*MemberOf(const Measurement &value, std::string
 }
 
 // The same call of another check is another entry, with the check's name.
-std::vector<CallTimes> TimesOf(const Run &run)
+std::vector<SlotTimes> TimesOf(const Run &run)
 {
-    std::vector<CallTimes> all;
+    std::vector<SlotTimes> all;
     for (const CheckResult &result : run.results) {
-        std::vector<CallTimes> times;
+        std::vector<SlotTimes> times;
         for (const Measurement &value : result.measured) {
             std::string call;
             if (const auto member = MemberOf(value, call)) {
-                const auto isCall = [&](const CallTimes &each) { return each.name == call; };
+                const auto isCall = [&](const SlotTimes &each) { return each.name == call; };
                 auto entry = std::find_if(times.begin(), times.end(), isCall);
                 if (entry == times.end()) {
-                    entry = times.insert(times.end(), CallTimes{call, {}, {}, {}});
+                    entry = times.insert(times.end(), SlotTimes{call, {}, {}, {}});
                 }
                 (*entry).*member = Microseconds(value);
             }
         }
-        for (CallTimes &each : times) {
-            const auto isSame = [&](const CallTimes &other) { return other.name == each.name; };
+        for (SlotTimes &each : times) {
+            const auto isSame = [&](const SlotTimes &other) { return other.name == each.name; };
             if (std::any_of(all.begin(), all.end(), isSame)) {
                 each.name += " (" + result.name + ")";
             }
@@ -347,8 +351,8 @@ std::string OtherValues(const Run &run)
             std::string call;
             if (MemberOf(value, call) == nullptr) {
                 rows += fmt::format("<tr><td>{}</td><td>{}</td><td class=\"n\">{} {}</td></tr>\n",
-                                    EscapeHtml(result.name), EscapeHtml(value.name),
-                                    Measured(value.value, "{:.6g}"), EscapeHtml(value.unit));
+                                    EscapeXml(result.name), EscapeXml(value.name),
+                                    Measured(value.value, "{:.6g}"), EscapeXml(value.unit));
             }
         }
     }
@@ -362,7 +366,7 @@ std::string Times(const Run &run)
                   "(p99); the dashed line is the budget. A bar beyond its budget is red. The scale is "
                   "logarithmic. "
                   "Numbers: p50 · p99 · budget.",
-                  CallTimesPicture(TimesOf(run))) +
+                  SlotTimesPicture(TimesOf(run))) +
            OtherValues(run);
 }
 
@@ -371,8 +375,8 @@ std::string WarningRows(const Run &run)
     std::string rows;
     for (const CheckResult &result : run.results) {
         for (const std::string &warning : result.warnings) {
-            rows += fmt::format("<tr><td>{}</td><td>{}</td></tr>\n", EscapeHtml(result.name),
-                                EscapeHtml(warning));
+            rows +=
+                fmt::format("<tr><td>{}</td><td>{}</td></tr>\n", EscapeXml(result.name), EscapeXml(warning));
         }
     }
     return rows;
@@ -383,8 +387,8 @@ std::string SkippedRows(const Run &run)
     std::string rows;
     for (const CheckResult &result : run.results) {
         if (IsSkipped(result)) {
-            rows += fmt::format("<tr><td>{}</td><td>{}</td></tr>\n", EscapeHtml(result.name),
-                                EscapeHtml(result.reason));
+            rows += fmt::format("<tr><td>{}</td><td>{}</td></tr>\n", EscapeXml(result.name),
+                                EscapeXml(result.reason));
         }
     }
     return rows;
@@ -397,12 +401,12 @@ std::string CoveredBy(const ClauseResult &clause)
         return "binds the host";
     }
     if (clause.clause != nullptr && clause.clause->coverage == Coverage::TESTS) {
-        return "cannot be seen from outside: " + EscapeHtml(clause.clause->tests);
+        return "cannot be seen from outside: " + EscapeXml(clause.clause->tests);
     }
     std::string text;
     for (const CheckResult *check : clause.checks) {
         const bool isNotable = check->outcome != Outcome::PASSED && check->outcome != Outcome::WARNED;
-        text += fmt::format("{}{}{}", text.empty() ? "" : ", ", EscapeHtml(check->name),
+        text += fmt::format("{}{}{}", text.empty() ? "" : ", ", EscapeXml(check->name),
                             isNotable ? fmt::format(" ({})", NameOf(check->outcome)) : "");
     }
     return text.empty() ? "not in this run" : text;
@@ -412,7 +416,7 @@ std::string ClauseRow(const ClauseResult &clause)
 {
     return fmt::format("<tr><td class=\"id\">{}</td><td class=\"state {}\">{}</td><td>{}<br/>"
                        "<span class=\"soft\">{}</span></td></tr>\n",
-                       EscapeHtml(clause.id), StyleOf(clause.outcome), NameOf(clause.outcome),
+                       EscapeXml(clause.id), StyleOf(clause.outcome), NameOf(clause.outcome),
                        clause.clause != nullptr ? host::HtmlOfMarkdown(clause.clause->text)
                                                 : "a clause that this version of the program does not know",
                        CoveredBy(clause));
@@ -442,7 +446,7 @@ std::string Clauses(const std::vector<ClauseResult> &clauses)
         }
     };
     for (const ClauseGroupInfo &group : AllClauseGroups()) {
-        add(fmt::format("{}: {}", group.name, EscapeHtml(group.title)), [&](const ClauseResult &clause) {
+        add(fmt::format("{}: {}", group.name, EscapeXml(group.title)), [&](const ClauseResult &clause) {
             return clause.clause != nullptr && clause.clause->group == group.group;
         });
     }
@@ -457,7 +461,7 @@ std::string AllChecks(const Run &run)
         rows += fmt::format(
             "<tr><td class=\"n\">{}</td><td>{}</td><td class=\"state {}\">{}</td><td class=\"n\">{}"
             "</td></tr>\n",
-            result.level, EscapeHtml(result.name), StyleOf(result.outcome), NameOf(result.outcome),
+            result.level, EscapeXml(result.name), StyleOf(result.outcome), NameOf(result.outcome),
             Measured(result.seconds, "{:.2f} s"));
     }
     return Table("<th class=\"n\">Level</th><th>Check</th><th>Outcome</th><th class=\"n\">Time</th>", rows);
@@ -468,13 +472,13 @@ std::string Machine(const Run &run)
     std::string rows;
     for (const EndpointInfo &endpoint : run.endpoints) {
         rows += fmt::format("<tr><td>{}</td><td>{}</td><td>{}</td><td>{}</td></tr>\n",
-                            EscapeHtml(endpoint.direction),
-                            endpoint.name.empty() ? "not named" : EscapeHtml(endpoint.name),
-                            endpoint.roles.empty() ? "none" : EscapeHtml(endpoint.roles),
-                            endpoint.mixFormat.empty() ? "none" : EscapeHtml(endpoint.mixFormat));
+                            EscapeXml(endpoint.direction),
+                            endpoint.name.empty() ? "not named" : EscapeXml(endpoint.name),
+                            endpoint.roles.empty() ? "none" : EscapeXml(endpoint.roles),
+                            endpoint.mixFormat.empty() ? "none" : EscapeXml(endpoint.mixFormat));
     }
-    std::string html = Fact("System", EscapeHtml(run.system)) + Fact("Processor", EscapeHtml(run.processor)) +
-                       Fact("Checker", EscapeHtml("velto-host " + run.checkerVersion));
+    std::string html = Fact("System", EscapeXml(run.system)) + Fact("Processor", EscapeXml(run.processor)) +
+                       Fact("Checker", EscapeXml("velto-host " + run.checkerVersion));
     return html +
            (rows.empty()
                 ? "<p>No sound endpoint was found.</p>\n"
@@ -487,8 +491,8 @@ std::string Files(const Run &run)
     for (const FileIdentity &file : run.files) {
         rows +=
             fmt::format("<tr><td>{}</td><td>{}</td><td class=\"n\">{}</td><td><code>{}</code></td></tr>\n",
-                        EscapeHtml(file.name), EscapeHtml(file.version), file.bytes,
-                        file.sha256.empty() ? "cannot be read" : EscapeHtml(file.sha256));
+                        EscapeXml(file.name), EscapeXml(file.version), file.bytes,
+                        file.sha256.empty() ? "cannot be read" : EscapeXml(file.sha256));
     }
     return Table("<th>File</th><th>Version</th><th class=\"n\">Bytes</th><th>SHA-256</th>", rows);
 }
@@ -520,7 +524,7 @@ std::string HtmlReport(const Run &run)
         fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
                     "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
                     "<title>{}: {}, level {}</title>\n<style>{}</style>\n</head>\n<body>\n",
-                    EscapeHtml(ModuleName(run)), VerdictWord(Verdict(run)), LevelReached(run), reportStyle);
+                    EscapeXml(ModuleName(run)), VerdictWord(Verdict(run)), LevelReached(run), reportStyle);
     html += Head(run, clauses) + "<main>\n" + Levels(run) +
             Section("failed", "What failed", FailedChecks(run)) +
             Section("heard", "What was heard", Heard(run)) + Section("times", "Measured", Times(run)) +

@@ -12,7 +12,7 @@
 namespace velto::check {
 namespace {
 
-using host::EscapeHtml;
+using host::EscapeXml;
 
 // The plots, in units of their pictures.
 constexpr double width = 1000;
@@ -26,13 +26,13 @@ std::string Begin(double height, std::string_view title)
 {
     return fmt::format(
         "<svg viewBox=\"0 0 {:.0f} {:.0f}\" role=\"img\" aria-label=\"{}\">\n<title>{}</title>\n", width,
-        height, EscapeHtml(title), EscapeHtml(title));
+        height, EscapeXml(title), EscapeXml(title));
 }
 
 std::string Text(double x, double y, std::string_view anchor, std::string_view text)
 {
     return fmt::format("<text class=\"soft\" x=\"{:.1f}\" y=\"{:.1f}\" text-anchor=\"{}\">{}</text>\n", x, y,
-                       anchor, EscapeHtml(text));
+                       anchor, EscapeXml(text));
 }
 
 std::string Line(std::string_view style, double x1, double y1, double x2, double y2,
@@ -40,7 +40,7 @@ std::string Line(std::string_view style, double x1, double y1, double x2, double
 {
     return fmt::format(
         "<line class=\"{}\" x1=\"{:.1f}\" y1=\"{:.1f}\" x2=\"{:.1f}\" y2=\"{:.1f}\">{}</line>\n", style, x1,
-        y1, x2, y2, title.empty() ? "" : fmt::format("<title>{}</title>", EscapeHtml(title)));
+        y1, x2, y2, title.empty() ? "" : fmt::format("<title>{}</title>", EscapeXml(title)));
 }
 
 // A step of 1, 2 or 5 times a power of ten that divides the range into at most ten parts.
@@ -133,7 +133,7 @@ std::string FrameOrderPicture(const HeardSound &heard)
         Text(left - 8, top + 10, "end", fmt::format("{:.0f}", highest)) + Text(left - 8, bottom, "end", "0");
     uint32_t latest = 0;
     for (size_t i = 0; i < frames.size(); ++i) {
-        const bool isLate = frames[i] < latest;
+        const bool isLate = i > 0 && frames[i] <= latest;
         latest = std::max(latest, frames[i]);
         const double x =
             left + (static_cast<double>(i) + 0.5) / static_cast<double>(frames.size()) * plotWidth;
@@ -141,19 +141,19 @@ std::string FrameOrderPicture(const HeardSound &heard)
         svg += fmt::format(
             "<circle class=\"{}\" cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"{}\"><title>frame {}{}</title>"
             "</circle>\n",
-            isLate ? "wrong" : "frame", x, y, isLate ? 4 : 2, frames[i], isLate ? ", out of order" : "");
+            isLate ? "wrong" : "frame", x, y, isLate ? 4 : 2, frames[i], isLate ? ", late or repeated" : "");
     }
     return svg + HorizontalAxis(static_cast<double>(frames.size()), bottom, "") + "</svg>\n";
 }
 
-std::string CallTimesPicture(const std::vector<CallTimes> &times)
+std::string SlotTimesPicture(const std::vector<SlotTimes> &times)
 {
     constexpr double names = 260;
     constexpr double values = 240;
     constexpr double barsWidth = width - names - values;
     constexpr double rowHeight = 34;
     double longest = 1000;
-    for (const CallTimes &each : times) {
+    for (const SlotTimes &each : times) {
         for (const std::optional<double> &value : {each.p50Us, each.p99Us, each.budgetUs}) {
             longest = std::max(longest, value && std::isfinite(*value) ? *value : 0);
         }
@@ -174,7 +174,7 @@ std::string CallTimesPicture(const std::vector<CallTimes> &times)
                     marks[std::min<size_t>(static_cast<size_t>(decade), marks.size() - 1)]);
     }
     double y = top;
-    for (const CallTimes &each : times) {
+    for (const SlotTimes &each : times) {
         const auto bar = [&](const std::optional<double> &value, std::string_view style, double inset) {
             if (value && std::isfinite(*value)) {
                 svg += fmt::format(
@@ -188,9 +188,9 @@ std::string CallTimesPicture(const std::vector<CallTimes> &times)
         const bool isOver = each.p99Us && each.budgetUs && *each.p99Us > *each.budgetUs;
         const std::string title = fmt::format("{}: p50 {}, p99 {}, budget {}", each.name, text(each.p50Us),
                                               text(each.p99Us), text(each.budgetUs));
-        svg += fmt::format("<g><title>{}</title>\n", EscapeHtml(title));
+        svg += fmt::format("<g><title>{}</title>\n", EscapeXml(title));
         svg += fmt::format("<text x=\"{:.1f}\" y=\"{:.1f}\" text-anchor=\"end\">{}</text>\n", names - 10,
-                           y + rowHeight / 2 + 4, EscapeHtml(each.name));
+                           y + rowHeight / 2 + 4, EscapeXml(each.name));
         bar(each.p99Us, isOver ? "over" : "tail", 7);
         bar(each.p50Us, "median", 11);
         if (each.budgetUs && std::isfinite(*each.budgetUs)) {

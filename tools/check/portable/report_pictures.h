@@ -17,7 +17,7 @@ std::string EnvelopePicture(const HeardSound &heard);
 std::string FrameOrderPicture(const HeardSound &heard);
 
 // How long the calls of one slot took.
-struct CallTimes {
+struct SlotTimes {
     std::string name;
     std::optional<double> p50Us;
     std::optional<double> p99Us;
@@ -25,7 +25,7 @@ struct CallTimes {
 };
 
 // A bar for each slot, on a logarithmic scale; "" without one.
-std::string CallTimesPicture(const std::vector<CallTimes> &times);
+std::string SlotTimesPicture(const std::vector<SlotTimes> &times);
 
 // "850 ns", "12.3 µs", "4.56 ms", "1.20 s".
 std::string DurationText(double microseconds);

@@ -1,5 +1,7 @@
 #include "velto-host/portable/html_text.h"
 
+#include <cstddef>
+
 #include "velto-host/portable/printable_text.h"
 #include "velto-host/portable/troubleshooting.h"
 
@@ -28,6 +30,18 @@ std::string EscapeHtml(std::string_view text)
         }
     }
     return out;
+}
+
+std::string EscapeXml(std::string_view text)
+{
+    constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD
+    std::string escaped = EscapeHtml(text);
+    for (const std::string_view forbidden : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+        for (size_t at = 0; (at = escaped.find(forbidden, at)) != std::string::npos;) {
+            escaped.replace(at, forbidden.size(), replacement);
+        }
+    }
+    return escaped;
 }
 
 std::string HtmlOfMarkdown(std::string_view markdown)
