@@ -38,12 +38,12 @@ protected:
     }
 };
 
-TEST_P(Contract, HoldsOnModule)
+TEST_P(Contract, IsKeptByModule)
 {
     Run(*GetParam(), Endpoints::BOTH);
 }
 
-TEST_P(Contract, HoldsWithoutEndpoints)
+TEST_P(Contract, IsKeptWithoutEndpoints)
 {
     Run(*GetParam(), Endpoints::NONE);
 }

@@ -4,14 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <numbers>
 #include <vector>
 
 #include "caller_state_fakes.h"
-#include "capture_fixture.h"
 #include "reset.h"
+#include "tests/fakes/fake_windows.h"
 
 namespace velto_test {
 namespace {
@@ -80,14 +82,16 @@ private:
 // 10 ms of a tone in both channels, from a time on.
 fakes::CapturedPacket TonePacket(std::chrono::milliseconds begin)
 {
-    std::vector<float> samples;
+    std::array<float, size_t{packetFrames} * 2> samples;
     for (uint32_t frame = 0; frame < packetFrames; ++frame) {
         const double seconds =
             std::chrono::duration<double>(begin).count() + static_cast<double>(frame) / rateHz;
-        const auto sample = static_cast<float>(0.25 * std::sin(2 * std::numbers::pi * toneHz * seconds));
-        samples.insert(samples.end(), {sample, sample});
+        const double sample = 0.25 * std::sin(2 * std::numbers::pi * toneHz * seconds);
+        samples[2 * frame] = samples[2 * frame + 1] = static_cast<float>(sample);
     }
-    return FloatPacket(samples);
+    fakes::CapturedPacket packet{std::vector<uint8_t>(sizeof samples), packetFrames, 0};
+    std::memcpy(packet.data.data(), samples.data(), sizeof samples);
+    return packet;
 }
 
 } // namespace
