@@ -226,8 +226,8 @@ void FuzzCaller::Write()
     StreamFrame frame{data.As<uint8_t>(), {}, random.OneIn(10) ? nullptr : &header};
     const bool isAccepted = id.isAccepted && frame.header != nullptr;
     ExpectResult(m_context.table.WriteStreamBuffer(text.As<char>(), id.length, nullptr, &frame),
-                 isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, id.isAccepted ? "SPK-15" : "IDS-1",
-                 "WriteStreamBuffer");
+                 isAccepted ? VELTO_OK : VELTO_ERROR_INVALID,
+                 isAccepted ? "IDS-3" : (id.isAccepted ? "SPK-15" : "IDS-1"), "WriteStreamBuffer");
     Note(isAccepted ? "write" : "refused write");
 }
 
@@ -236,7 +236,8 @@ void FuzzCaller::CloseTrack()
     const Id id = RandomId();
     const GuardedCopy text = GuardedString(m_context.environment, id.text);
     ExpectResult(m_context.table.CloseAudioTrack(text.As<char>(), id.length),
-                 id.isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, "IDS-1", "CloseAudioTrack");
+                 id.isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, id.isAccepted ? "IDS-3" : "IDS-1",
+                 "CloseAudioTrack");
     ExpectEvents(id.isAccepted, VELTO_EVENT_TRACK_CLOSED);
 }
 
@@ -249,8 +250,8 @@ void FuzzCaller::Open()
     const bool isAccepted = id.isAccepted && hasList;
     const int32_t result = m_context.table.OpenAudioRecord(text.As<char>(), id.length, nullptr, nullptr,
                                                            hasList ? &list : nullptr);
-    ExpectResult(result, isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, id.isAccepted ? "MIC-13" : "IDS-1",
-                 "OpenAudioRecord");
+    ExpectResult(result, isAccepted ? VELTO_OK : VELTO_ERROR_INVALID,
+                 isAccepted ? "IDS-4" : (id.isAccepted ? "MIC-13" : "IDS-1"), "OpenAudioRecord");
     m_isOpen = isAccepted;
     Note(isAccepted ? "opening" : "refused opening");
 }
@@ -269,7 +270,7 @@ void FuzzCaller::Read()
     const int32_t result = m_context.table.ReadStreamBuffer(text.As<char>(), id.length, nullptr, &frame);
     ExpectResult(result,
                  !id.isAccepted ? VELTO_ERROR_INVALID : (isComplete ? VELTO_OK : VELTO_ERROR_NULL_POINTER),
-                 id.isAccepted ? "MIC-6" : "IDS-1", "ReadStreamBuffer");
+                 !id.isAccepted ? "IDS-1" : (isComplete ? "IDS-4" : "MIC-6"), "ReadStreamBuffer");
     if (result != VELTO_OK || frame.header == nullptr) {
         Note("refused read");
     } else if (header.size == asked || header.size == 0) {
@@ -289,7 +290,8 @@ void FuzzCaller::Close()
     const Id id = RandomId();
     const GuardedCopy text = GuardedString(m_context.environment, id.text);
     ExpectResult(m_context.table.CloseAudioRecord(text.As<char>(), id.length),
-                 id.isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, "IDS-1", "CloseAudioRecord");
+                 id.isAccepted ? VELTO_OK : VELTO_ERROR_INVALID, id.isAccepted ? "IDS-4" : "IDS-1",
+                 "CloseAudioRecord");
     m_isOpen = m_isOpen && !id.isAccepted;
 }
 
@@ -311,7 +313,7 @@ void FuzzCaller::Register()
     const bool hasCallback = !m_context.random.OneIn(4);
     const AudioListener listener{hasCallback ? CountEvent : nullptr, nullptr};
     const int32_t result = m_context.table.RegisterListener(hasRecord ? &listener : nullptr);
-    ExpectResult(result, hasRecord ? VELTO_OK : VELTO_ERROR_INVALID, "LSN-6", "RegisterListener");
+    ExpectResult(result, hasRecord ? VELTO_OK : VELTO_ERROR_INVALID, "LSN-1", "RegisterListener");
     if (hasRecord) {
         m_listens = hasCallback;
     }
@@ -320,7 +322,7 @@ void FuzzCaller::Register()
 void FuzzCaller::NoOperation()
 {
     const int32_t result = m_context.table.NoOperation1() | m_context.table.NoOperation10();
-    ExpectResult(result, VELTO_OK, "THR-3", "an empty slot");
+    ExpectResult(result, VELTO_OK, "ENT-4", "an empty slot");
 }
 
 } // namespace velto::check

