@@ -30,8 +30,7 @@ CallStorm::~CallStorm()
     Stop();
 }
 
-void CallStorm::Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs,
-                        std::function<void(Random &)> step)
+void CallStorm::Disturb(uint32_t stepsPerRound, uint32_t longestPauseMs, std::function<void(Random &)> step)
 {
     Start(ForRounds(stepsPerRound), longestPauseMs,
           [step = std::move(step)](StormCaller &caller) { step(caller.random); });
@@ -47,7 +46,8 @@ CallStorm::Condition CallStorm::ForRounds(uint32_t stepsPerRound) const
 // Starts a thread that repeats a step while the condition is true.
 void CallStorm::Start(Condition condition, uint32_t longestPauseMs, Step step)
 {
-    StormCaller &caller = m_callers.emplace_back(m_table, m_units, m_plan.pace, m_plan.time, m_stopped, ++m_seed);
+    StormCaller &caller =
+        m_callers.emplace_back(m_table, m_units, m_plan.pace, m_plan.time, m_stopped, ++m_seed);
     m_threads.emplace_back(
         [this, &caller, condition = std::move(condition), longestPauseMs, step = std::move(step)] {
             for (uint32_t made = 0; !m_stopped && condition(made); ++made) {

@@ -16,8 +16,8 @@
 
 namespace velto::check {
 
-// The time in which a call of a slot, for example "WriteStreamBuffer", should return: 10 ms, or more for writes and for
-// the microphone. A write that starts the speakers has no budget.
+// The time in which a call of a slot, for example "WriteStreamBuffer", should return: 10 ms, or more for
+// writes and for the microphone. A write that starts the speakers has no budget.
 std::chrono::microseconds BudgetOf(std::string_view slot);
 
 // Any thread.

@@ -23,8 +23,8 @@ public:
     PacketDecoder(const PacketDecoder &) = delete;
     PacketDecoder &operator=(const PacketDecoder &) = delete;
 
-    // Appends the samples of one unit, 1024 for each channel, between -1 and 1. False, with a reason and nothing
-    // appended, unless the unit is exactly one raw unit of AAC-LC at 48000 Hz in stereo.
+    // Appends the samples of one unit, 1024 for each channel, between -1 and 1. False, with a reason and
+    // nothing appended, unless the unit is exactly one raw unit of AAC-LC at 48000 Hz in stereo.
     bool Decode(std::span<const uint8_t> unit, std::vector<float> &interleaved);
 
     // Why the last unit was refused.

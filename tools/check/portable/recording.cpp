@@ -10,15 +10,15 @@ using namespace std::chrono_literals;
 
 constexpr int32_t ok = VELTO_OK; // with the type of a result
 
-// Larger than a packet may be, so that a module that writes too many bytes is reported and does not crash. The
-// inaccessible page behind it stops one that writes without bounds.
+// Larger than a packet may be, so that a module that writes too many bytes is reported and does not crash.
+// The inaccessible page behind it stops one that writes without bounds.
 constexpr size_t bufferBytes = 4096;
 constexpr uint8_t untouched = 0xA5;
 constexpr int32_t streamTypeOfHost = 0x13572468;
 constexpr uint32_t reservedOfHost = 0x24681357;
 
 constexpr auto longestWaitForPacket = 10s;
-constexpr int mostReadsForPacket = 20000; // also ends the wait while the clock is simulated
+constexpr int mostReadsForPacket = 20000; // ends the wait if the clock does not run
 
 } // namespace
 
@@ -60,7 +60,8 @@ Recording::Outcome Recording::Read(uint32_t requested)
     }
     const bool isFrameSame = frame.data == m_memory->Data() && frame.header == &header &&
                              header.streamType == streamTypeOfHost && header.reserved == reservedOfHost;
-    if (!m_context.Expect(isFrameSame, "OWN-3", "a read changed more of the frame than the size and the buffer")) {
+    if (!m_context.Expect(isFrameSame, "OWN-3",
+                          "a read changed more of the frame than the size and the buffer")) {
         return Outcome::WRONG;
     }
     return Classify(header.size, requested);
@@ -74,8 +75,9 @@ Recording::Outcome Recording::Classify(uint32_t size, uint32_t requested)
         const Outcome outcome = size == 0 ? Outcome::NOTHING : Outcome::STOPPED;
         return isUntouched ? outcome : Outcome::WRONG;
     }
-    if (!m_context.Expect(size <= VELTO_MAX_PACKET_BYTES, "MIC-2",
-                          fmt::format("a packet has {} bytes; {} is the most", size, VELTO_MAX_PACKET_BYTES))) {
+    if (!m_context.Expect(
+            size <= VELTO_MAX_PACKET_BYTES, "MIC-2",
+            fmt::format("a packet has {} bytes; {} is the most", size, VELTO_MAX_PACKET_BYTES))) {
         return Outcome::WRONG;
     }
     m_packetBytes = size;
@@ -102,9 +104,7 @@ bool Recording::ReadUntilPacket(uint32_t requested)
         if (outcome == Outcome::WRONG) {
             return false;
         }
-        if (outcome == Outcome::STOPPED) {
-            m_context.environment.Sleep(5ms); // this read did not wait
-        }
+        m_context.environment.Sleep(5ms); // not every read waits, and simulated time passes in sleeps only
     }
     return false;
 }

@@ -1,5 +1,5 @@
-// The speakers, with sound that is built in: results of all calls of a correct host and of a careless one, and
-// whether a call waits for the loudspeaker. What is heard needs a recording: see listen_checks.h.
+// The speakers, with sound that is built in: results of all calls of a correct host and of a careless one,
+// and whether a call waits for the loudspeaker. What is heard needs a recording: see listen_checks.h.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -23,7 +23,8 @@ using velto::host::Pacer;
 
 using Unit = std::span<const uint8_t>;
 
-constexpr std::chrono::nanoseconds unitTime = std::chrono::nanoseconds(1s) * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ;
+constexpr std::chrono::nanoseconds unitTime =
+    std::chrono::nanoseconds(1s) * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ;
 constexpr std::array<uint8_t, 6> silentUnit VELTO_SILENT_UNIT;
 constexpr size_t unitsOfStream = 70; // one and a half seconds
 
@@ -191,8 +192,8 @@ void CheckOtherIds(Context &context)
 {
     context.Step("writes units for ids that name no speaker", {"THR-3"});
     const AacUnits units = SpeechLikeUnits(10);
-    for (const char *const id : {VELTO_ID_MIC, VELTO_ID_MODEM_MIC, "", "speaker", "speaker2", "speaker11", "Speaker1",
-                                 "modemspeaker1", "ModemSpeaker", "loudspeaker in the kitchen"}) {
+    for (const char *const id : {VELTO_ID_MIC, VELTO_ID_MODEM_MIC, "", "speaker", "speaker2", "speaker11",
+                                 "Speaker1", "modemspeaker1", "ModemSpeaker", "loudspeaker in the kitchen"}) {
         Speaker other(context, id);
         for (const std::vector<uint8_t> &unit : units) {
             other.ExpectWrites(unit, "IDS-3", "a unit");
@@ -245,15 +246,17 @@ void CheckMissingLoudspeaker(Context &context)
     }
 }
 
-// One thread for each speaker. A write that meets the start of another one may lose its unit; its result stays 0.
+// One thread for each speaker. A write that meets the start of another one may lose its unit; its result
+// stays 0.
 void CheckTwoWriters(Context &context)
 {
     context.Step("writes to each speaker from another thread", {"THR-1"});
     const AacUnits units = SpeechLikeUnits(unitsOfStream);
     const auto play = [&](const std::string &id) {
         Speaker speaker(context, id);
-        SendAtPace(context.environment, units,
-                   [&](Unit unit) { speaker.ExpectWrites(unit, "THR-1", "a unit while another thread writes"); });
+        SendAtPace(context.environment, units, [&](Unit unit) {
+            speaker.ExpectWrites(unit, "THR-1", "a unit while another thread writes");
+        });
     };
     std::thread call(play, VELTO_ID_MODEM_SPEAKER);
     play(VELTO_ID_SPEAKER);
@@ -302,7 +305,8 @@ void MakeAllCalls(Context &context, const AacUnits &units, CallTimes &times)
         times.Of("CloseAudioTrack", [&] { return speaker.Close(); });
         AudioCapabilityItem *items = nullptr;
         uint32_t count = 0;
-        if (times.Of("GetAudioCapability", [&] { return table.GetAudioCapability(&items, &count); }) == VELTO_OK) {
+        if (times.Of("GetAudioCapability", [&] { return table.GetAudioCapability(&items, &count); }) ==
+            VELTO_OK) {
             times.Of("Release", [&] { table.Release(VELTO_RELEASE_CAPABILITIES, items, count); });
         }
         const AudioListener none{nullptr, nullptr};
@@ -312,8 +316,8 @@ void MakeAllCalls(Context &context, const AacUnits &units, CallTimes &times)
     }
 }
 
-// A module that waits for the loudspeaker takes the playing time of a unit for a write, or much longer for another
-// call. The median ignores the stalls of a busy machine.
+// A module that waits for the loudspeaker takes the playing time of a unit for a write, or much longer for
+// another call. The median ignores the stalls of a busy machine.
 void CheckNoCallWaits(Context &context)
 {
     constexpr std::chrono::duration<double, std::milli> mostForWrite = unitTime / 2;
@@ -335,9 +339,10 @@ void CheckNoCallWaits(Context &context)
 
     const std::chrono::duration<double, std::milli> write = *burst.Percentile("WriteStreamBuffer", 50);
     context.Expect(write <= mostForWrite, "THR-4",
-                   fmt::format("half of {} writes without a pause took more than {:.1f} ms", units.size(), write.count()));
-    for (const std::string_view slot : {"SetAudioParameter", "CloseAudioTrack", "GetAudioCapability", "Release",
-                                        "RegisterListener", "NoOperation1", "NoOperation10"}) {
+                   fmt::format("half of {} writes without a pause took more than {:.1f} ms", units.size(),
+                               write.count()));
+    for (const std::string_view slot : {"SetAudioParameter", "CloseAudioTrack", "GetAudioCapability",
+                                        "Release", "RegisterListener", "NoOperation1", "NoOperation10"}) {
         if (const auto time = mixed.Percentile(slot, 50)) {
             context.Expect(*time <= mostForOthers, "THR-4",
                            fmt::format("half of {} calls of {} took more than {:.1f} ms", units.size(), slot,
@@ -345,7 +350,9 @@ void CheckNoCallWaits(Context &context)
         }
     }
     CallTimes paced(context.environment);
-    SendAtPace(context.environment, units, [&](Unit unit) { MakeAllCalls(context, {{unit.begin(), unit.end()}}, paced); });
+    SendAtPace(context.environment, units, [&](Unit unit) {
+        MakeAllCalls(context, {{unit.begin(), unit.end()}}, paced);
+    });
     paced.Report(context);
 }
 

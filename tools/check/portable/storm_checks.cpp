@@ -1,5 +1,5 @@
-// Storms: all slots at random, from eleven threads at the same time. No correct host calls so, yet each result is
-// documented.
+// Storms: all slots at random, from eleven threads at the same time. No correct host calls so, yet each
+// result is documented.
 #include <chrono>
 
 #include "check/portable/built_in_sound.h"
@@ -36,8 +36,8 @@ void ReportCalls(Context &context, const StormFigures &figures)
     context.Measured("packets read in the storm", static_cast<double>(figures.Packets()), "packets");
     for (const auto &[difference, times] : figures.FromDocumentation()) {
         context.Expect(false, "THR-1",
-                       fmt::format("{} {} time(s) while other threads made calls, which is not documented", difference,
-                                   times));
+                       fmt::format("{} {} time(s) while other threads made calls, which is not documented",
+                                   difference, times));
     }
 }
 
@@ -66,8 +66,9 @@ void CheckStorm(Context &context)
 {
     const AacUnits units = SpeechLikeUnits(60);
     context.Step("calls all slots at random from eleven threads", {"THR-1"});
-    CallStorm storm(context.table, units,
-                    {.seed = context.random.Next(), .pace = pace, .rounds = 6, .time = TimeOf(context.environment)});
+    CallStorm storm(
+        context.table, units,
+        {.seed = context.random.Next(), .pace = pace, .rounds = 6, .time = TimeOf(context.environment)});
     storm.Finish();
     ReportCalls(context, storm.Figures());
     CheckCallsAfterStorm(context, units);
