@@ -1,4 +1,4 @@
-// Events are sent 100 ms after the call that raises them.
+// Events are sent 40 ms after the call that raises them.
 // breaks: LSN-2
 // level: 4
 
@@ -53,7 +53,7 @@ static DWORD WINAPI SendLater(void *argument)
 {
     Event *event = argument;
 
-    Sleep(100);
+    Sleep(40);
     if (host.AudioStateCallback != NULL) {
         host.AudioStateCallback(event->deviceId, event->idLength, event->eventCode);
     }

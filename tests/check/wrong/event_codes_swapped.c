@@ -1,5 +1,5 @@
 // The codes of the two events are swapped.
-// breaks: LSN-7 PAR-7 SPK-10
+// breaks: PAR-7 SPK-10
 // level: 4
 
 #include "forwarding_module.h"

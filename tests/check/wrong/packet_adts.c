@@ -1,4 +1,4 @@
-// Every 120th packet has an ADTS header.
+// Every 130th packet has an ADTS header.
 // breaks: MIC-2
 // level: 6
 

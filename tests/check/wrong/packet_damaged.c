@@ -1,4 +1,4 @@
-// Every 120th packet begins with a wrong bit.
+// Every 130th packet begins with a wrong bit.
 // breaks: MIC-2
 // level: 6
 

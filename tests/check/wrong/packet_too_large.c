@@ -1,4 +1,4 @@
-// Every 120th packet is reported with more bytes than a buffer has to hold.
+// Every 130th packet is reported with more bytes than a buffer has to hold.
 // breaks: MIC-2
 // level: 6
 

@@ -1,4 +1,4 @@
-// A write keeps the pointer to its buffer, which a thread reads 20 ms later.
+// From the 21st write on, a thread reads the unit 20 ms later: the pointer to the host's buffer is kept.
 // breaks: OWN-1
 // level: 4
 
@@ -15,9 +15,10 @@ static DWORD WINAPI ReadLater(void *data)
 
 static int32_t WriteStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame)
 {
+    static LONG writes;
     const int32_t result = real.WriteStreamBuffer(id, idLength, unused, frame);
 
-    if (result == VELTO_OK && frame->data != NULL && frame->header->size > 0) {
+    if (result == VELTO_OK && frame->data != NULL && frame->header->size > 0 && InterlockedIncrement(&writes) > 20) {
         CloseHandle(CreateThread(NULL, 0, ReadLater, frame->data, 0, NULL));
     }
     return result;

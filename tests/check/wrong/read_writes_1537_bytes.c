@@ -1,4 +1,4 @@
-// The read of every 120th packet writes a byte behind the 1536 of the buffer.
+// The read of every 130th packet writes a byte behind the 1536 of the buffer.
 // breaks: OWN-3
 // level: 6
 

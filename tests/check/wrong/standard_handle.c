@@ -8,5 +8,10 @@
 
 void Disturb(void)
 {
-    SetStdHandle(STD_ERROR_HANDLE, GetStdHandle(STD_INPUT_HANDLE));
+    static HANDLE nothing;
+
+    if (nothing == NULL) {
+        nothing = CreateFileW(L"NUL", GENERIC_WRITE, 0, NULL, OPEN_EXISTING, 0, NULL);
+        SetStdHandle(STD_ERROR_HANDLE, nothing);
+    }
 }

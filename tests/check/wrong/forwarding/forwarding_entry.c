@@ -1,5 +1,4 @@
-/* The entry of the modules that do not define their own: the linker takes this file from a static library only then.
-   */
+/* The entry of the modules that do not define their own. The linker takes it from a static library only for them. */
 #include "forwarding_module.h"
 
 int32_t VELTOGetAudioHandler(AudioHandlerTable *table)

@@ -20,13 +20,13 @@ static inline uint32_t ReadPacket(const char *id, uint32_t idLength, void *unuse
     return frame->header->size;
 }
 
-/* True for every 120th call. With each packet wrong, a module would break all clauses that need a packet. One wrong packet
-   in two and a half seconds of sound breaks only its own. */
+/* True for every 130th call. With each packet wrong, a module would break all clauses that need a packet. One wrong packet
+   in almost three seconds of sound breaks only its own. */
 static inline int IsRarePacket(void)
 {
     static int packets;
 
-    return ++packets % 120 == 0;
+    return ++packets % 130 == 0;
 }
 
 #endif

@@ -1,8 +1,6 @@
-// A call writes the length of a key into the host's entry.
+// The padding of the host's parameter list is set to 0.
 // breaks: OWN-10
 // level: 4
-
-#include <string.h>
 
 #include "forwarding_module.h"
 
@@ -11,9 +9,8 @@ static int32_t SetAudioParameter(const char *id, uint32_t idLength, void *unused
 {
     const int32_t result = real.SetAudioParameter(id, idLength, unused1, unused2, parameters);
 
-    if (result == VELTO_OK && parameters->entries[0].key != NULL) {
-        AudioProfileEntry *first = (AudioProfileEntry *)parameters->entries;
-        first->keyLength = (uint32_t)strlen(first->key);
+    if (result == VELTO_OK && parameters->padding0 != 0) {
+        ((AudioProfileList *)parameters)->padding0 = 0;
     }
     return result;
 }
