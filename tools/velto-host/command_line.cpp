@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "check/check_command_line.h"
 #include "velto-host/output.h"
 #include "velto-host/version_info.h"
 
@@ -302,7 +303,7 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
 {
     using Command = CommandLine::Command;
     CommandLine line;
-    CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does.",
+    CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does, and checks it.",
                  "velto-host"};
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", [] { return VersionText(); });
@@ -332,6 +333,15 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
         line.log);
     AddReport(*addCommand("report", Command::REPORT, "Write a report for support: versions, endpoints, logs"),
               line.report);
+    check::AddCheckCommand(*addCommand("check", Command::CHECK, "Check that the module obeys its contract"),
+                           line.checks);
+    const auto addHidden = [&](const char *name, Command command) {
+        CLI::App *added = app.add_subcommand(name);
+        added->preparse_callback([&line, command](size_t) { line.command = command; });
+        return added;
+    };
+    check::AddCheckProcessCommand(*addHidden("check-one", Command::CHECK_ONE), line.checkProcess);
+    check::AddEndProcessCommand(*addHidden("check-end", Command::CHECK_END), line.endProcess);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {

@@ -4,12 +4,25 @@
 #include <string>
 #include <vector>
 
+#include "check/check_options.h"
 #include "velto-host/options.h"
 
 namespace velto::host {
 
 struct CommandLine {
-    enum class Command { NONE, CAPABILITIES, PLAY, RECORD, DUPLEX, DEVICES, LOG, REPORT };
+    enum class Command {
+        NONE,
+        CAPABILITIES,
+        PLAY,
+        RECORD,
+        DUPLEX,
+        DEVICES,
+        LOG,
+        REPORT,
+        CHECK,
+        CHECK_ONE, // hidden: a child of CHECK
+        CHECK_END, // hidden: a child of CHECK_ONE
+    };
 
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
     int exitCode = 0;
@@ -22,6 +35,9 @@ struct CommandLine {
     DuplexOptions duplex;
     LogOptions log;
     ReportOptions report;
+    check::CheckOptions checks;
+    check::CheckProcessOptions checkProcess;
+    check::EndProcessOptions endProcess;
 };
 
 // Prints help, the version and errors of the command line; the command is then NONE.

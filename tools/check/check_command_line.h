@@ -1,0 +1,20 @@
+// The options of `velto-host check` on the command line.
+#pragma once
+
+#include "check/check_options.h"
+
+namespace CLI {
+class App;
+}
+
+namespace velto::check {
+
+// Adds the options to the command. The option --module is common to several commands and is not among them. All
+// objects outlive the parsing.
+void AddCheckCommand(CLI::App &command, CheckOptions &options);
+
+// Add the options of the hidden commands with which `check` starts its children, and hide them from the help.
+void AddCheckProcessCommand(CLI::App &command, CheckProcessOptions &options);
+void AddEndProcessCommand(CLI::App &command, EndProcessOptions &options);
+
+} // namespace velto::check

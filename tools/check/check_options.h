@@ -1,0 +1,50 @@
+// The options of `velto-host check`, and of the hidden commands with which it starts its children.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace velto::check {
+
+inline constexpr int defaultLevel = 5;
+inline constexpr int highestLevel = 10;
+
+struct CheckOptions {
+    std::optional<int> level; // none: defaultLevel for a run, all levels for --list
+    uint64_t seed = 1;
+    std::string only;
+    bool listen = false;
+    bool speak = false;
+    std::string jsonFile; // reports; empty: none
+    std::string junitFile;
+    std::string htmlFile;
+    int jobs = 1;
+    bool list = false;
+    double minutes = 1; // of each check of level 10
+    std::string dumpsFolder;  // empty: no minidumps
+    std::string verifyReport; // a report to compare with the module's files; empty: run checks
+    bool withNames = false;   // of the endpoints, in the reports
+};
+
+// One check, in a process of its own.
+struct CheckProcessOptions {
+    std::string name; // of the check
+    uint64_t seed = 1;
+    std::string modulePath; // UTF-8, full
+    std::string journal;
+    std::string workFolder;
+    double minutes = 1;
+    std::string dumpFile; // empty: none
+    std::string ending;   // name of the event to set when the verdict is written; empty: none
+};
+
+// A process that ends while it uses the module: a check of the lifecycle starts it.
+struct EndProcessOptions {
+    std::string modulePath; // UTF-8, full
+    std::string journal;
+    std::string how; // of endSituations
+    int exitCode = 0;
+};
+
+} // namespace velto::check
