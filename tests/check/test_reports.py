@@ -71,7 +71,7 @@ class Reports(unittest.TestCase):
         # Shows that the test above can fail.
         report = json.loads(self.read("failed.json"))
         for change in (lambda r: r.pop("seed"), lambda r: r.update(schema="urn:velto:velto-host-check:2"),
-                       lambda r: r.update(levelReached=11), lambda r: r.update(extra=1),
+                       lambda r: r.update(levelReached=11), lambda r: r["files"][0].update(extra=1),
                        lambda r: r["results"][0].update(outcome="warned"), lambda r: r["files"][0].update(sha256="ab"),
                        lambda r: r["measured"]["results"][0].pop("heard"),
                        lambda r: r["measured"]["results"][5]["heard"].update(framesHeard=-1)):
