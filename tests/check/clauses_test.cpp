@@ -178,6 +178,21 @@ TEST(CheckList, GivesFunctionsToChecksOfProcesses)
     EXPECT_THROW(ProcessCheck("no.such-check", run), std::logic_error);
 }
 
+// The functions of these checks exist in the Windows build only.
+TEST(CheckList, HasFunctionForEachCheckOfProcesses)
+{
+    std::string text;
+    for (const auto &entry : std::filesystem::directory_iterator(sources / "tools" / "check")) {
+        if (entry.path().extension() == ".cpp") {
+            text += TextOf(entry.path());
+        }
+    }
+    for (const Check &check : ProcessCheckList()) {
+        const std::string use = fmt::format("ProcessCheck(\"{}\", ", check.name);
+        EXPECT_NE(text.find(use), std::string::npos) << check.name;
+    }
+}
+
 TEST(ContractPage, NamesChecksOfClauseInTheirOrder)
 {
     const Check first{"b.first", 1, {"ENT-2", "ENT-3"}, std::chrono::seconds{1}, nullptr};

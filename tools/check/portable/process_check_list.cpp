@@ -16,6 +16,7 @@ const std::vector<Check> &List()
         {"entry.exports", 1, {"ENT-1"}, 10s, nullptr},
         {"lifecycle.starts-nothing-before-use", 1, {"ENT-5", "LIF-6"}, 20s, nullptr},
         {"entry.keeps-earlier-event", 1, {"ENT-6"}, 10s, nullptr},
+        {"log.lines", 4, {"LOG-1", "LOG-2", "LOG-3", "LOG-7"}, 30s, nullptr},
         {"hygiene.files", 4, {"HYG-2"}, 30s, nullptr},
         {"lifecycle.first-write-starts-speakers", 5, {"SPK-1", "RES-2"}, 20s, nullptr},
         {"lifecycle.stream-type", 5, {"SPK-9", "SPK-10"}, 20s, nullptr},
