@@ -18,7 +18,8 @@ static int32_t WriteStreamBuffer(const char *id, uint32_t idLength, void *unused
     static LONG writes;
     const int32_t result = real.WriteStreamBuffer(id, idLength, unused, frame);
 
-    if (result == VELTO_OK && frame->data != NULL && frame->header->size > 0 && InterlockedIncrement(&writes) > 20) {
+    if (result == VELTO_OK && frame->data != NULL && frame->header->size > 0 &&
+        InterlockedIncrement(&writes) > 20) {
         CloseHandle(CreateThread(NULL, 0, ReadLater, frame->data, 0, NULL));
     }
     return result;
