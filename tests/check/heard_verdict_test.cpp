@@ -88,7 +88,8 @@ TEST(HeardVerdict, NamesFaultsAndPlacesOfSequence)
     heard.sound.framesOutOfOrder = 2;
     heard.sound.gapsAtSeconds = {1, 2, 3, 4, 5.5, 6, 7};
     EXPECT_EQ(FaultsOfSequence(heard.sound),
-              "7 of 200 frames are missing; 1 were heard again; 2 were heard out of order; the sound has gaps in the "
+              "7 of 200 frames are missing; 1 were heard again; 2 were heard out of order; the sound has "
+              "gaps in the "
               "recording at 1.000 s, 2.000 s, 3.000 s, 4.000 s, 5.500 s and 2 more places");
 }
 
@@ -131,7 +132,8 @@ TEST(HeardVerdict, AcceptsLevelOfEachPossibleVolume)
     EXPECT_THAT(Broken(heard, volumes), IsEmpty());
     heard.sound.levelDb = -9;
     EXPECT_THAT(Broken(heard, volumes), ElementsAre("SPK-19"));
-    EXPECT_THAT(VerdictOn(heard, volumes).broken.front().text, HasSubstr("-9.0 dB instead of -3.0 or -15.0 dB"));
+    EXPECT_THAT(VerdictOn(heard, volumes).broken.front().text,
+                HasSubstr("-9.0 dB instead of -3.0 or -15.0 dB"));
 }
 
 TEST(HeardVerdict, ExaminesLevelOfSeparateChannelsOnly)

@@ -9,7 +9,7 @@ namespace {
 using testing::ElementsAre;
 using testing::SizeIs;
 
-constexpr uint32_t rate = 1000; // 1 ms a frame
+constexpr uint32_t rate = 1000;          // 1 ms a frame
 constexpr uint64_t millisecond = 10'000; // in units of 100 ns
 constexpr float sound[] = {1, 2, 3, 4};
 

@@ -1,4 +1,5 @@
-// The watermark after a real AAC encoder and decoder, with the defects that a module or a sound system may cause.
+// The watermark after a real AAC encoder and decoder, with the defects that a module or a sound system may
+// cause.
 #include "check/portable/heard_watermark.h"
 
 #include <algorithm>
@@ -87,7 +88,8 @@ Sound Faster(const Sound &sound, double ratio)
         double left = 0;
         double right = 0;
         const auto begin = std::max<int64_t>(static_cast<int64_t>(std::ceil(place - taps / cutoff)), 0);
-        const auto end = std::min<int64_t>(static_cast<int64_t>(std::floor(place + taps / cutoff)), count - 1);
+        const auto end =
+            std::min<int64_t>(static_cast<int64_t>(std::floor(place + taps / cutoff)), count - 1);
         for (int64_t i = begin; i <= end; ++i) {
             const double x = std::numbers::pi * (place - static_cast<double>(i)) * cutoff;
             const double sinc = std::abs(x) < 1e-9 ? 1 : std::sin(x) / x;
@@ -427,7 +429,8 @@ TEST(FindWatermark, HearsSoundInRoomWithMoreTolerance)
     const HeardSound heard = ExamineWatermark(room, rate, 2, frames, leastShareInRoom).sound;
     EXPECT_GT(heard.framesHeard, frames * 3 / 4);
     EXPECT_GT(heard.framesHeard, Hear(room).framesHeard);
-    EXPECT_EQ(ExamineWatermark(Noise(room.size(), 0.3F), rate, 2, frames, leastShareInRoom).sound.framesHeard, 0U);
+    EXPECT_EQ(ExamineWatermark(Noise(room.size(), 0.3F), rate, 2, frames, leastShareInRoom).sound.framesHeard,
+              0U);
 }
 
 } // namespace

@@ -67,7 +67,8 @@ TEST(WavFile, ReadsSixteenBits)
 
 TEST(WavFile, ReadsThirtyTwoBits)
 {
-    EXPECT_THAT(ParseWav(WavFile(1, 32, {0, 0, 0, 0x40, 0, 0, 0, 0x80})).interleaved, ElementsAre(0.5F, -1.0F));
+    EXPECT_THAT(ParseWav(WavFile(1, 32, {0, 0, 0, 0x40, 0, 0, 0, 0x80})).interleaved,
+                ElementsAre(0.5F, -1.0F));
 }
 
 TEST(WavFile, ReadsFloat)

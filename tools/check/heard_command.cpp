@@ -58,7 +58,8 @@ int CompareRecording(const std::string &wavFile, uint32_t frames)
         fmt::print(stderr, "{}: {}\n", wavFile, error.what());
         return exitUnreadable;
     }
-    HeardWatermark heard = ExamineWatermark(recording.interleaved, recording.rateHz, recording.channels, frames);
+    HeardWatermark heard =
+        ExamineWatermark(recording.interleaved, recording.rateHz, recording.channels, frames);
     heard.sound.source = "recording";
     const HeardVerdict verdict = VerdictOn(heard, {.firstWriteMs = {}, .levelsDb = {0}});
     const Json result{{"heard", Describe(heard.sound)}, {"broken", Describe(verdict.broken)}};

@@ -48,7 +48,8 @@ LoopbackRecording RecordWhile(Context &context, const std::function<void()> &pla
 
 HeardWatermark Examine(const LoopbackRecording &recording, uint32_t frames)
 {
-    HeardWatermark heard = ExamineWatermark(recording.interleaved, recording.rateHz, recording.channels, frames);
+    HeardWatermark heard =
+        ExamineWatermark(recording.interleaved, recording.rateHz, recording.channels, frames);
     heard.sound.source = "loopback of the default loudspeaker";
     return heard;
 }
@@ -66,7 +67,8 @@ void ExpectNothing(Context &context, const LoopbackRecording &recording, std::st
 {
     const HeardWatermark heard = Examine(recording, framesOfListening);
     context.Expect(heard.sound.framesHeard == 0, clause,
-                   fmt::format("{}: {} frames were heard, the first one is number {}", what, heard.sound.framesHeard,
+                   fmt::format("{}: {} frames were heard, the first one is number {}", what,
+                               heard.sound.framesHeard,
                                heard.sound.framesInOrder.empty() ? 0 : heard.sound.framesInOrder.front()));
 }
 
@@ -79,7 +81,8 @@ uint64_t PlayWatermark(SpeakerStream &speaker, const AacUnits &units)
     const uint64_t begin = PerformanceTime();
     speaker.WriteAtPace(units);
     speaker.WriteSilenceAtPace(VELTO_CUSHION_UNITS);
-    return begin + uint64_t{10'000'000} * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ; // the first unit is priming
+    return begin +
+           uint64_t{10'000'000} * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ; // the first unit is priming
 }
 
 HeardConditions ConditionsOf(const LoopbackRecording &recording, uint64_t firstWrite)
@@ -154,7 +157,7 @@ void CheckWatermark(Context &context)
 // Between the watermark's steady tones and its glides, which it does not disturb.
 constexpr double toneHz = 18 * watermarkStepHz;
 constexpr float toneAmplitude = 0.06F;
-constexpr double leastTone = 0.3;      // of its amplitude
+constexpr double leastTone = 0.3;       // of its amplitude
 constexpr size_t mostFramesWithout = 8; // at its begin and end, which the recording cuts somewhere
 
 std::vector<float> ToneSound(uint32_t frames)
@@ -186,7 +189,8 @@ size_t FramesWithTone(const LoopbackRecording &recording, double factor)
 {
     const size_t length = size_t{recording.rateHz} * watermarkFrameSamples / watermarkRateHz;
     size_t frames = 0;
-    for (size_t begin = 0; (begin + length) * recording.channels <= recording.interleaved.size(); begin += length) {
+    for (size_t begin = 0; (begin + length) * recording.channels <= recording.interleaved.size();
+         begin += length) {
         if (ToneAt(recording, begin, length) >= leastTone * factor * toneAmplitude) {
             ++frames;
         }
@@ -237,9 +241,10 @@ void ExpectHeldBackFrames(Context &context, const LoopbackRecording &recording)
     }
     std::vector<uint32_t> first = heard.framesInOrder;
     first.resize(std::min<size_t>(first.size(), VELTO_CUSHION_UNITS - 1));
-    context.Expect(first == std::vector<uint32_t>{0, 1, 2, 3}, "SPK-4",
-                   fmt::format("after the fifth unit, the first frames that were heard are {} instead of 0 to 3",
-                               fmt::join(first, ", ")));
+    context.Expect(
+        first == std::vector<uint32_t>{0, 1, 2, 3}, "SPK-4",
+        fmt::format("after the fifth unit, the first frames that were heard are {} instead of 0 to 3",
+                    fmt::join(first, ", ")));
 }
 
 void CheckFourUnits(Context &context)
@@ -341,7 +346,8 @@ void CheckOtherIds(Context &context)
         });
     };
     context.Step("writes units for ids that resemble a speaker's", {"IDS-2"});
-    const std::array<std::string, 5> similar{"Speaker1", "speaker", "speaker10", "modemSpeaker1", "ModemSpeaker"};
+    const std::array<std::string, 5> similar{"Speaker1", "speaker", "speaker10", "modemSpeaker1",
+                                             "ModemSpeaker"};
     ExpectNothing(context, play(similar), "IDS-2", "ids that resemble a speaker's");
     context.Step("writes units for other ids", {"SPK-22"});
     const std::array<std::string, 4> others{VELTO_ID_MIC, VELTO_ID_MODEM_MIC, "", "another"};

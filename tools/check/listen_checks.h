@@ -1,7 +1,7 @@
 // Checks of what is heard: they play the watermark through the module and record the default loudspeaker.
 //
-// Where the system has no loopback recording, they are skipped; "listen.watermark" still plays its sound before, so that
-// a recording from elsewhere can be compared: see heard_command.h.
+// Where the system has no loopback recording, they are skipped; "listen.watermark" still plays its sound
+// before, so that a recording from elsewhere can be compared: see heard_command.h.
 #pragma once
 
 #include <cstdint>

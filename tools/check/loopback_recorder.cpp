@@ -27,7 +27,7 @@ namespace {
 using Microsoft::WRL::ComPtr;
 
 constexpr REFERENCE_TIME bufferTime = 10'000'000; // 1 s in units of 100 ns: a busy PC delays this thread
-constexpr DWORD pollMs = 10; // before Windows 10 1703, a loopback client gets no events
+constexpr DWORD pollMs = 10;                      // before Windows 10 1703, a loopback client gets no events
 
 class ComApartment {
 public:
@@ -48,15 +48,16 @@ private:
 void ThrowIfFailed(HRESULT result, const char *step)
 {
     if (FAILED(result)) {
-        throw LoopbackError(fmt::format("{}: {}", step, host::SystemErrorText(static_cast<uint32_t>(result))));
+        throw LoopbackError(
+            fmt::format("{}: {}", step, host::SystemErrorText(static_cast<uint32_t>(result))));
     }
 }
 
 ComPtr<IMMDevice> DefaultLoudspeaker()
 {
     ComPtr<IMMDeviceEnumerator> enumerator;
-    ThrowIfFailed(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL, __uuidof(IMMDeviceEnumerator),
-                                   &enumerator),
+    ThrowIfFailed(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
+                                   __uuidof(IMMDeviceEnumerator), &enumerator),
                   "cannot create the device enumerator");
     ComPtr<IMMDevice> device;
     ThrowIfFailed(enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device), "there is no loudspeaker");
@@ -72,7 +73,8 @@ bool IsFloat(const WAVEFORMATEX &format)
 {
     if (format.wFormatTag == WAVE_FORMAT_EXTENSIBLE) {
         const auto &extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE &>(format);
-        return format.wBitsPerSample == 32 && IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT);
+        return format.wBitsPerSample == 32 &&
+               IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT);
     }
     return format.wBitsPerSample == 32 && format.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
 }
@@ -93,7 +95,8 @@ public:
         const HRESULT result = m_client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK,
                                                     bufferTime, 0, m_format.get(), nullptr);
         if (result == AUDCLNT_E_WRONG_ENDPOINT_TYPE) {
-            throw LoopbackError("this system cannot record what a loudspeaker plays: it has no loopback mode");
+            throw LoopbackError(
+                "this system cannot record what a loudspeaker plays: it has no loopback mode");
         }
         ThrowIfFailed(result, "cannot record what the loudspeaker plays");
         ThrowIfFailed(m_client->GetService(__uuidof(IAudioCaptureClient), &m_capture),
@@ -139,8 +142,8 @@ private:
     MixFormat m_format;
 };
 
-// The volume of this program at the loudspeaker, in dB; none if the system has no such volume. The module plays in the
-// process's default session, which has this volume.
+// The volume of this program at the loudspeaker, in dB; none if the system has no such volume. The module
+// plays in the process's default session, which has this volume.
 std::optional<double> ProgramVolumeDb(IMMDevice &device, bool &isMuted)
 {
     ComPtr<IAudioSessionManager> sessions;
@@ -215,7 +218,8 @@ LoopbackRecording LoopbackRecorder::Record(std::promise<void> begun)
         begun.set_exception(std::current_exception());
         return {};
     }
-    LoopbackRecording recording{loopback->Format().nSamplesPerSec, loopback->Format().nChannels, {}, 0, false, {}};
+    LoopbackRecording recording{
+        loopback->Format().nSamplesPerSec, loopback->Format().nChannels, {}, 0, false, {}};
     SoundTimeline timeline(recording.rateHz, recording.channels);
     begun.set_value();
     while (!m_stop) {

@@ -66,8 +66,8 @@ private:
         while (!m_stop) {
             StreamFrameHeader header{0, VELTO_READ_SIZE, 0};
             StreamFrame frame{packet.data(), {}, &header};
-            const int32_t result = m_context.table.ReadStreamBuffer(
-                VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, &frame);
+            const int32_t result =
+                m_context.table.ReadStreamBuffer(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, &frame);
             const bool isPacket = result == VELTO_OK && header.size > 0 && header.size <= packet.size();
             if (isPacket && !m_decoder.Decode(std::span(packet).first(header.size), m_sound)) {
                 ++m_undecoded;
@@ -91,7 +91,8 @@ public:
     explicit Microphone(Context &context) : m_context(context)
     {
         const AudioProfileList parameters{};
-        m_context.table.OpenAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, nullptr, &parameters);
+        m_context.table.OpenAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, nullptr,
+                                        &parameters);
     }
     ~Microphone() { m_context.table.CloseAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1); }
     Microphone(const Microphone &) = delete;
@@ -131,9 +132,10 @@ void CheckSpeaking(Context &context)
         *CurrentProcess().heard = heard;
     }
     if (heard.framesHeard < leastPartHeard * framesOfSpeaking) {
-        context.Skip(fmt::format("the microphone hears {} of {} frames: it is too far from the loudspeaker, too quiet, "
-                                 "or the system removes the loudspeaker's sound from it",
-                                 heard.framesHeard, framesOfSpeaking));
+        context.Skip(fmt::format(
+            "the microphone hears {} of {} frames: it is too far from the loudspeaker, too quiet, "
+            "or the system removes the loudspeaker's sound from it",
+            heard.framesHeard, framesOfSpeaking));
     }
     context.Measured("frames heard through the air", heard.framesHeard, "frames");
     context.Measured("sound in the microphone's packets before the watermark", heard.delayMs, "ms");

@@ -1,4 +1,5 @@
-// A check of loudspeaker and microphone together, through the air: only with --speak, because it is heard in the room.
+// A check of loudspeaker and microphone together, through the air: only with --speak, because it is heard in
+// the room.
 #pragma once
 
 #include <span>

@@ -20,8 +20,8 @@ FourierTransform::FourierTransform(size_t size)
       m_input(static_cast<std::complex<float> *>(av_calloc(size, sizeof(std::complex<float>)))),
       m_output(static_cast<std::complex<float> *>(av_calloc(size, sizeof(std::complex<float>))))
 {
-    const int result = av_tx_init(&m_context, &m_function->run, AV_TX_FLOAT_FFT, 0, static_cast<int>(size),
-                                  nullptr, 0);
+    const int result =
+        av_tx_init(&m_context, &m_function->run, AV_TX_FLOAT_FFT, 0, static_cast<int>(size), nullptr, 0);
     if (m_input == nullptr || m_output == nullptr || result < 0) {
         av_tx_uninit(&m_context);
         av_free(m_input);

@@ -50,8 +50,9 @@ private:
         if (peak < audiblePeak) {
             Break("SPK-16", fmt::format("nothing was heard in {:.1f} s", m_sound.seconds));
         } else {
-            Break("SPK-3", fmt::format("sound was heard (peak {:.1f} dB), but none of the {} frames that were sent",
-                                       20 * std::log10(peak), m_sound.framesSent));
+            Break("SPK-3",
+                  fmt::format("sound was heard (peak {:.1f} dB), but none of the {} frames that were sent",
+                              20 * std::log10(peak), m_sound.framesSent));
         }
     }
 
@@ -60,8 +61,9 @@ private:
         const std::string faults = FaultsOfSequence(m_sound);
         if (!faults.empty()) {
             Break("SPK-16", faults);
-            m_verdict.warnings.emplace_back("a busy PC loses sound, too: repeat the check on an idle one before "
-                                            "looking for a fault in the module");
+            m_verdict.warnings.emplace_back(
+                "a busy PC loses sound, too: repeat the check on an idle one before "
+                "looking for a fault in the module");
         }
     }
 
@@ -85,13 +87,17 @@ private:
     void ExamineLevel()
     {
         const bool separate = m_channels == HeardChannels::KEPT || m_channels == HeardChannels::SWAPPED;
-        const auto isNear = [&](double level) { return std::abs(m_sound.levelDb - level) <= mostLevelErrorDb; };
-        if (separate && !m_conditions.levelsDb.empty() && std::ranges::none_of(m_conditions.levelsDb, isNear)) {
+        const auto isNear = [&](double level) {
+            return std::abs(m_sound.levelDb - level) <= mostLevelErrorDb;
+        };
+        if (separate && !m_conditions.levelsDb.empty() &&
+            std::ranges::none_of(m_conditions.levelsDb, isNear)) {
             std::string expected;
             for (const double level : m_conditions.levelsDb) {
                 expected += fmt::format("{}{:.1f}", expected.empty() ? "" : " or ", level);
             }
-            Break("SPK-19", fmt::format("the sound was heard at {:.1f} dB instead of {} dB", m_sound.levelDb, expected));
+            Break("SPK-19", fmt::format("the sound was heard at {:.1f} dB instead of {} dB", m_sound.levelDb,
+                                        expected));
         }
     }
 
@@ -104,9 +110,9 @@ private:
         if (delay > longestDelayMs + soundSystemDelayMs) {
             Break("SPK-20", fmt::format("the sound was heard {:.0f} ms after it was written", delay));
         } else if (delay > usualDelayMs + soundSystemDelayMs) {
-            m_verdict.warnings.push_back(
-                fmt::format("the sound was heard {:.0f} ms after it was written; it should be {:.0f} ms at most",
-                            delay, usualDelayMs));
+            m_verdict.warnings.push_back(fmt::format(
+                "the sound was heard {:.0f} ms after it was written; it should be {:.0f} ms at most", delay,
+                usualDelayMs));
         }
     }
 

@@ -14,8 +14,8 @@ namespace velto::check {
 struct HeardConditions {
     // When the unit of frame 0 was written, in ms from the begin of the recording.
     std::optional<double> firstWriteMs;
-    // The levels at which the sound may arrive, in dB: the volumes of the program and of the endpoint, which some
-    // recordings contain and others do not. Empty: not known.
+    // The levels at which the sound may arrive, in dB: the volumes of the program and of the endpoint, which
+    // some recordings contain and others do not. Empty: not known.
     std::vector<double> levelsDb;
 };
 
@@ -24,11 +24,12 @@ struct HeardVerdict {
     std::vector<std::string> warnings;
 };
 
-// Of a whole watermark, sent at its pace to started speakers: SPK-3, SPK-16 to SPK-20. A sound that was not heard
-// breaks one clause alone, because nothing is known about the others.
+// Of a whole watermark, sent at its pace to started speakers: SPK-3, SPK-16 to SPK-20. A sound that was not
+// heard breaks one clause alone, because nothing is known about the others.
 HeardVerdict VerdictOn(const HeardWatermark &heard, const HeardConditions &conditions);
 
-// "3 of 220 frames are missing, ..., at 2.13 s, ...": what is wrong with the sequence of frames. Empty if nothing is.
+// "3 of 220 frames are missing, ..., at 2.13 s, ...": what is wrong with the sequence of frames. Empty if
+// nothing is.
 std::string FaultsOfSequence(const HeardSound &sound);
 
 // The loudest sample of the recording, 0 to 1.

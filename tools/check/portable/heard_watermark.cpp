@@ -11,12 +11,14 @@ namespace velto::check {
 namespace {
 
 constexpr size_t envelopeParts = 300;
-// How much later or earlier than expected a frame begins, in frames, if sound was inserted or cut before it: 1 ms.
+// How much later or earlier than expected a frame begins, in frames, if sound was inserted or cut before it:
+// 1 ms.
 constexpr double leastShift = 0.05;
-constexpr size_t framesOfExactSpeed = 8; // in a row; fewer would show the speed less exactly than the steady tones do
-constexpr size_t framesOfDelay = 9;      // at the begin
-constexpr size_t framesOfLevel = 64;     // spread over the sound
-constexpr double leastSeparation = 10;   // as a ratio of powers: 10 dB
+constexpr size_t framesOfExactSpeed =
+    8; // in a row; fewer would show the speed less exactly than the steady tones do
+constexpr size_t framesOfDelay = 9;    // at the begin
+constexpr size_t framesOfLevel = 64;   // spread over the sound
+constexpr double leastSeparation = 10; // as a ratio of powers: 10 dB
 
 struct Recording {
     std::span<const float> interleaved;
@@ -48,8 +50,8 @@ double FrameSamplesAt(const Recording &recording, double speed)
     return double{watermarkFrameSamples} * recording.rateHz / watermarkRateHz / speed;
 }
 
-// The numbers of frames repeat every watermarkNumbers frames: takes the one nearest to the expected number. Drops
-// frames with a number that was not sent.
+// The numbers of frames repeat every watermarkNumbers frames: takes the one nearest to the expected number.
+// Drops frames with a number that was not sent.
 void CompleteNumbers(std::vector<FoundFrame> &frames, uint32_t framesSent)
 {
     int64_t expected = 0;
@@ -92,8 +94,8 @@ double ExactFrameSamples(const Hearing &hearing)
             begin = i;
         } else if (i - begin > longest) {
             longest = i - begin;
-            samples = (hearing.frames[i].position - hearing.frames[begin].position) /
-                      static_cast<double>(longest);
+            samples =
+                (hearing.frames[i].position - hearing.frames[begin].position) / static_cast<double>(longest);
         }
     }
     return longest >= framesOfExactSpeed ? samples : hearing.frameSamples;
@@ -197,8 +199,8 @@ public:
 private:
     bool AnyMissing(uint32_t begin, uint32_t end) const
     {
-        return begin < end && std::find(m_missing.begin() + begin, m_missing.begin() + end, true) !=
-                                  m_missing.begin() + end;
+        return begin < end &&
+               std::find(m_missing.begin() + begin, m_missing.begin() + end, true) != m_missing.begin() + end;
     }
 
     const Hearing &m_hearing;
@@ -274,7 +276,8 @@ HeardChannels ChannelsOf(const std::vector<VoicePowers> &samples)
     if (leftOnLeft > leastSeparation * leftOnRight && rightOnRight > leastSeparation * rightOnLeft) {
         return HeardChannels::KEPT;
     }
-    const bool swapped = leftOnRight > leastSeparation * leftOnLeft && rightOnLeft > leastSeparation * rightOnRight;
+    const bool swapped =
+        leftOnRight > leastSeparation * leftOnLeft && rightOnLeft > leastSeparation * rightOnRight;
     return swapped ? HeardChannels::SWAPPED : HeardChannels::MIXED;
 }
 

@@ -1,4 +1,5 @@
-// Compares a recording with the watermark that was sent: delay, speed, level, gaps, order, repetitions, channels.
+// Compares a recording with the watermark that was sent: delay, speed, level, gaps, order, repetitions,
+// channels.
 #pragma once
 
 #include <cstdint>
@@ -22,10 +23,11 @@ struct HeardWatermark {
     HeardChannels channels = HeardChannels::UNKNOWN;
 };
 
-// Examines a recording, also a silent or empty one. A sample of it is between -1 and 1; `channels` and `rateHz` are
-// positive. For recordings from the air, `leastShare` is leastShareInRoom. Any thread.
+// Examines a recording, also a silent or empty one. A sample of it is between -1 and 1; `channels` and
+// `rateHz` are positive. For recordings from the air, `leastShare` is leastShareInRoom. Any thread.
 //
-// The level is the one of all channels together: that of a stereo sound that was mixed to one channel is -6 dB.
+// The level is the one of all channels together: that of a stereo sound that was mixed to one channel is -6
+// dB.
 HeardWatermark ExamineWatermark(std::span<const float> interleaved, uint32_t rateHz, uint32_t channels,
                                 uint32_t framesSent, double leastShare = leastShareInRecording);
 

@@ -11,8 +11,8 @@ constexpr uint64_t longestGapSeconds = 60;    // more is a wrong time or positio
 
 } // namespace
 
-// Devices count their frames on during silence, or do not: then only the time shows it. The time counts where the
-// device reports a discontinuity, because it is less exact than the position.
+// Devices count their frames on during silence, or do not: then only the time shows it. The time counts where
+// the device reports a discontinuity, because it is less exact than the position.
 uint64_t SoundTimeline::FramesBefore(const Packet &packet) const
 {
     uint64_t frames = packet.position > m_nextPosition ? packet.position - m_nextPosition : 0;

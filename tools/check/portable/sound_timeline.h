@@ -1,5 +1,5 @@
-// Puts the packets of a recording in their places. A sound system that has nothing to play delivers no packets: this
-// silence belongs to the recording, too.
+// Puts the packets of a recording in their places. A sound system that has nothing to play delivers no
+// packets: this silence belongs to the recording, too.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@ namespace velto::check {
 class SoundTimeline {
 public:
     struct Packet {
-        uint64_t position;    // of its first frame, counted by the device
-        uint64_t time100ns;   // when its first frame was recorded, in units of 100 ns
+        uint64_t position;  // of its first frame, counted by the device
+        uint64_t time100ns; // when its first frame was recorded, in units of 100 ns
         uint32_t frames;
         bool isDiscontinuous; // the device reports that it does not follow the packet before it
         const float *samples; // interleaved; null: silence

@@ -24,9 +24,9 @@ float Sample(const WatermarkVoice &voice, uint32_t frame, uint32_t sample)
     const int32_t begin = voice.BeginOf(voice.PitchOf(frame));
     const double glidePeriods = begin * part + voice.glideSteps * part * part / 2;
     const double steadyPeriods = voice.steadySteps * part;
-    return static_cast<float>(
-        glideAmplitude * EdgeFactor(sample) * std::cos(2 * std::numbers::pi * glidePeriods) +
-        steadyAmplitude * std::cos(2 * std::numbers::pi * steadyPeriods));
+    return static_cast<float>(glideAmplitude * EdgeFactor(sample) *
+                                  std::cos(2 * std::numbers::pi * glidePeriods) +
+                              steadyAmplitude * std::cos(2 * std::numbers::pi * steadyPeriods));
 }
 
 } // namespace

@@ -1,15 +1,15 @@
-// The sound that listening checks play: each frame of it carries its own number, so that a recording shows which
-// frames were heard, when, and in which order.
+// The sound that listening checks play: each frame of it carries its own number, so that a recording shows
+// which frames were heard, when, and in which order.
 //
-// A frame is 1024 samples at 48000 Hz, as long as one unit. The left channel contains a rising tone, the right
-// channel a falling one, in a higher band. The pitch of each tone is one of a few: 31 on the left, 32 on the right.
-// Both together are the frame's number, up to 992, which is 21 seconds of sound; then the numbers repeat.
-// Neighbouring frames have distant pitches.
+// A frame is 1024 samples at 48000 Hz, as long as one unit. The left channel contains a rising tone, the
+// right channel a falling one, in a higher band. The pitch of each tone is one of a few: 31 on the left, 32
+// on the right. Both together are the frame's number, up to 992, which is 21 seconds of sound; then the
+// numbers repeat. Neighbouring frames have distant pitches.
 //
 //     Hz
 //     10734 |  \            :  right: 32 pitches, falling
 //           |       \   \   :
-//      6375 |    \          :
+//      6000 |    \          :
 //      5625 |     /         :  left: 31 pitches, rising
 //           |  /        /   :
 //      1031 |        /      :
@@ -18,9 +18,9 @@
 //           +---+---+---+---+
 //             0   1   2   3    frame
 //
-// Glides survive the AAC encoder, which spreads errors over two frames, and show time exactly: a frame that is heard
-// 1 ms late has one pitch too low and the other too high. The steady tones show the speed. They have a whole number
-// of periods in a frame, so a lost frame does not break them.
+// Glides survive the AAC encoder, which spreads errors over two frames, and show time exactly: a frame that
+// is searched 1 ms too late has its left tone 18 Hz too high and its right tone 18 Hz too low. The steady tones
+// show the speed. They have a whole number of periods in a frame, so a lost frame does not break them.
 #pragma once
 
 #include <cstdint>
@@ -42,12 +42,12 @@ struct WatermarkVoice {
     int32_t glideSteps;   // by which the tone changes during a frame; negative: it falls
     int32_t steadySteps;  // the steady tone
 
-    uint32_t PitchOf(uint32_t frame) const { return static_cast<uint32_t>(uint64_t{frame} * stride % pitches); }
-    // In steps, where the glide of this pitch begins.
-    int32_t BeginOf(uint32_t pitch) const
+    uint32_t PitchOf(uint32_t frame) const
     {
-        return lowestSteps + spacingSteps * static_cast<int32_t>(pitch);
+        return static_cast<uint32_t>(uint64_t{frame} * stride % pitches);
     }
+    // In steps, where the glide of this pitch begins.
+    int32_t BeginOf(uint32_t pitch) const { return lowestSteps + spacingSteps * static_cast<int32_t>(pitch); }
 };
 
 // Twice the highest frequency is still below 22050 Hz, so that a sound of double speed is recognised, too.

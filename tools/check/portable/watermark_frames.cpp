@@ -15,10 +15,12 @@ namespace velto::check {
 namespace {
 
 constexpr double twoPi = 2 * std::numbers::pi;
-// Places in a frame at which frames are searched: a glide that is heard half a place late keeps 0.98 of its energy.
+// Places in a frame at which frames are searched: a glide that is heard half a place late keeps 0.98 of its
+// energy.
 constexpr int placesInFrame = 32;
-constexpr double leastDistance = 0.6;    // of two frames, in frames
-constexpr double leastAmplitude = 3e-5;  // one step of 16-bit sound: digital silence has no frames
+constexpr int32_t bandEdgeSteps = 2;    // a band reaches from below its lowest pitch to above its highest one
+constexpr double leastDistance = 0.6;   // of two frames, in frames
+constexpr double leastAmplitude = 3e-5; // one step of 16-bit sound: digital silence has no frames
 constexpr double taperedAverage = 0.9375; // of the loudness of a glide: WatermarkSound fades its ends
 
 // The frame number for each pair of pitches.
@@ -80,23 +82,25 @@ private:
     double m_frameSamples;
 };
 
-// Multiplying a frame with a falling glide of the right slope turns its rising glide into a steady tone, which one
-// transform finds whatever its pitch is. A real tone also has negative frequencies: there a falling glide rises and
-// becomes a steady tone as well. So one transform shows both voices: the left one at positive frequencies, the right
-// one at negative ones.
+// Multiplying a frame with a falling glide of the right slope turns its rising glide into a steady tone,
+// which one transform finds whatever its pitch is. A real tone also has negative frequencies: there a falling
+// glide rises and becomes a steady tone as well. So one transform shows both voices: the left one at positive
+// frequencies, the right one at negative ones.
 class FrameSearch {
 public:
     FrameSearch(std::span<const float> sound, double frameSamples)
         : m_sound(sound),
           m_frameSamples(frameSamples),
           m_window(static_cast<size_t>(std::lround(frameSamples))),
-          m_transform(std::bit_ceil(4 * m_window)), // four bins or more for a step: the nearest is near enough
+          m_transform(
+              std::bit_ceil(4 * m_window)), // four bins or more for a step: the nearest is near enough
           m_correlation(sound, 1, 0, frameSamples)
     {
         static_assert(leftVoice.glideSteps == -rightVoice.glideSteps);
         for (size_t i = 0; i < m_window; ++i) {
             const double part = static_cast<double>(i) / frameSamples;
-            m_falling.push_back(std::polar(1.0F, static_cast<float>(-twoPi * leftVoice.glideSteps * part * part / 2)));
+            m_falling.push_back(
+                std::polar(1.0F, static_cast<float>(-twoPi * leftVoice.glideSteps * part * part / 2)));
         }
     }
 
@@ -105,7 +109,8 @@ public:
     {
         std::vector<Place> places;
         const double hop = m_frameSamples / placesInFrame;
-        for (double position = 0; position + m_frameSamples <= static_cast<double>(m_sound.size()); position += hop) {
+        for (double position = 0; position + m_frameSamples <= static_cast<double>(m_sound.size());
+             position += hop) {
             const auto begin = static_cast<size_t>(std::lround(position));
             const Place place = PlaceAt(std::min(begin, m_sound.size() - m_window));
             if (place.share >= leastShare) {
@@ -153,30 +158,33 @@ private:
                 audible ? std::min(left.share, right.share) : 0};
     }
 
-    Glide StrongestGlide(std::span<const std::complex<float>> spectrum, const WatermarkVoice &voice, int sign) const
+    // `sign` is that of the frequencies at which the voice is in the spectrum.
+    Glide StrongestGlide(std::span<const std::complex<float>> spectrum, const WatermarkVoice &voice,
+                         int sign) const
     {
         const double binsOfStep = static_cast<double>(spectrum.size()) / m_frameSamples;
-        const auto power = [&](double steps) {
-            const auto bin = static_cast<size_t>(std::lround(steps * binsOfStep));
-            return double{std::norm(spectrum[(sign > 0 ? bin : spectrum.size() - bin) % spectrum.size()])};
+        const auto binOf = [&](int32_t steps) {
+            return static_cast<size_t>(std::lround(steps * binsOfStep));
+        };
+        const auto power = [&](size_t bin) {
+            return std::norm(spectrum[sign > 0 ? bin : spectrum.size() - bin]);
         };
         Glide strongest;
-        double peak = 0;
+        float peak = 0;
         for (uint32_t pitch = 0; pitch < voice.pitches; ++pitch) {
-            const double here = power(voice.BeginOf(pitch));
+            const float here = power(binOf(voice.BeginOf(pitch)));
             if (here > peak) {
                 peak = here;
                 strongest.pitch = pitch;
             }
         }
-        double band = 0;
-        const double lowest = (voice.lowestSteps - 2) * binsOfStep;
-        const double highest = (voice.BeginOf(voice.pitches - 1) + 2) * binsOfStep;
-        for (double bin = std::ceil(lowest); bin <= highest; ++bin) {
-            band += power(bin / binsOfStep);
+        float band = 0;
+        const size_t last = binOf(voice.BeginOf(voice.pitches - 1) + bandEdgeSteps);
+        for (size_t bin = binOf(voice.lowestSteps - bandEdgeSteps); bin <= last; ++bin) {
+            band += power(bin);
         }
         // A steady tone through the whole window has all of this energy in its peak.
-        const double window = static_cast<double>(m_window);
+        const auto window = static_cast<double>(m_window);
         strongest.share = band > 0 ? peak * static_cast<double>(spectrum.size()) / (window * band) : 0;
         strongest.amplitude = 2 * std::sqrt(peak) / window;
         return strongest;
@@ -204,7 +212,8 @@ std::vector<Place> BestPlaces(std::vector<Place> places, double frameSamples)
             best.push_back(place);
         }
     }
-    std::sort(best.begin(), best.end(), [](const Place &a, const Place &b) { return a.position < b.position; });
+    std::sort(best.begin(), best.end(),
+              [](const Place &a, const Place &b) { return a.position < b.position; });
     return best;
 }
 

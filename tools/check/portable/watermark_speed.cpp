@@ -53,7 +53,8 @@ double ExactBin(const std::vector<double> &power, size_t bin)
 
 std::vector<double> LikelySpeeds(std::span<const float> sound, uint32_t rateHz)
 {
-    const size_t size = std::min(std::bit_ceil(static_cast<size_t>(rateHz * windowSeconds)), largestTransform);
+    const size_t size =
+        std::min(std::bit_ceil(static_cast<size_t>(rateHz * windowSeconds)), largestTransform);
     const std::vector<double> power = PowerSpectrum(sound, size);
     const double binsOfLeftTone = leftVoice.steadySteps * watermarkStepHz * size / rateHz;
     constexpr double ratio = double{rightVoice.steadySteps} / leftVoice.steadySteps;

@@ -7,7 +7,8 @@
 
 namespace velto::check {
 
-// Speeds from 0.4 to 2.5, the likeliest first; 1 is one of them. Exact to about 0.01 %. `sound` has one channel.
+// Speeds from 0.4 to 2.5, the likeliest first; 1 is one of them. Exact to about 0.01 %. `sound` has one
+// channel.
 std::vector<double> LikelySpeeds(std::span<const float> sound, uint32_t rateHz);
 
 } // namespace velto::check

@@ -81,7 +81,8 @@ WavSound ParseWav(std::span<const uint8_t> bytes)
     }
     const bool isInteger = format.number == integerFormat && (format.bits == 16 || format.bits == 32);
     if (!isInteger && !(format.number == floatFormat && format.bits == 32)) {
-        throw std::runtime_error("the WAV file has another format than 16-bit or 32-bit integers or 32-bit float");
+        throw std::runtime_error(
+            "the WAV file has another format than 16-bit or 32-bit integers or 32-bit float");
     }
     WavSound sound{Number(header, 4, 4), Number(header, 2, 2), {}};
     if (sound.rateHz == 0 || sound.channels == 0) {
