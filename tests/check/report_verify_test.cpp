@@ -74,7 +74,9 @@ TEST(VerifyReport, UnreadableFilesNeverMatch)
     EXPECT_FALSE(VerifyReport(run, files).isOfTheseBytes);
     run.files[0].sha256.clear();
     EXPECT_FALSE(VerifyReport(run, files).isOfTheseBytes);
-    EXPECT_FALSE(VerifyReport(run, PassedRun().files).isOfTheseBytes);
+    const Verification unknown = VerifyReport(run, PassedRun().files);
+    EXPECT_FALSE(unknown.isOfTheseBytes);
+    EXPECT_THAT(unknown.lines[0], HasSubstr("the report has no SHA-256"));
 }
 
 TEST(VerifyReport, RefusesEmptyLists)
