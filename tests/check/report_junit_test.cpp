@@ -73,7 +73,10 @@ TEST(JunitReport, FailedCheckerIsError)
 TEST(JunitReport, HasOnlyCharactersOfXml)
 {
     check::Run run = FailedRun();
+    run.results[4].reason = "<no microphone>";
     run.results[2].broken[0].text = "<&\">\x01\xff\xEF\xBF\xBE\xEF\xBF\xBF]]>";
+    EXPECT_THAT(CaseOf(JunitReport(run), "microphone.packets"),
+                HasSubstr("message=\"&lt;no microphone&gt;\""));
     EXPECT_THAT(
         CaseOf(JunitReport(run), "arguments.wrong-ids"),
         HasSubstr("IDS-2: &lt;&amp;&quot;&gt;\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD]]&gt;\n"));
