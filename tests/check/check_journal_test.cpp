@@ -40,7 +40,11 @@ HeardSound SomeSound()
     heard.seconds = 2.5;
     heard.levelDb = -std::numeric_limits<double>::infinity();
     heard.framesSent = 100;
+    heard.framesHeard = 97;
+    heard.framesMissing = 3;
+    heard.framesRepeated = 2;
     heard.framesOutOfOrder = 1;
+    heard.channelsSwapped = true;
     heard.gapsAtSeconds = {0.5, 1.25};
     heard.envelope = {0.0F, 0.5F};
     heard.framesInOrder = {1, 3, 2};
@@ -75,6 +79,13 @@ TEST_F(CheckJournal, ReturnsWhatWasWritten)
     ASSERT_TRUE(journal.heard);
     EXPECT_EQ(journal.heard->source, "loopback of \"Speakers\"");
     EXPECT_TRUE(std::isnan(journal.heard->levelDb)); // JSON has no infinity
+    EXPECT_EQ(journal.heard->seconds, 2.5);
+    EXPECT_EQ(journal.heard->framesSent, 100u);
+    EXPECT_EQ(journal.heard->framesHeard, 97u);
+    EXPECT_EQ(journal.heard->framesMissing, 3u);
+    EXPECT_EQ(journal.heard->framesRepeated, 2u);
+    EXPECT_EQ(journal.heard->framesOutOfOrder, 1u);
+    EXPECT_TRUE(journal.heard->channelsSwapped);
     EXPECT_EQ(journal.heard->gapsAtSeconds, (std::vector<double>{0.5, 1.25}));
     EXPECT_EQ(journal.heard->envelope, (std::vector<float>{0.0F, 0.5F}));
     EXPECT_EQ(journal.heard->framesInOrder, (std::vector<uint32_t>{1, 3, 2}));

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "check/listen_checks.h"
+
 namespace velto::check {
 namespace {
 
@@ -85,6 +87,16 @@ void AddEndProcessCommand(CLI::App &command, EndProcessOptions &options)
     command.add_option("--journal", options.journal, "File for the events")->required();
     command.add_option("--how", options.how, "What runs when the process ends")->required();
     command.add_option("--exit-code", options.exitCode, "Exit code of the process")->required();
+}
+
+void AddHeardCommand(CLI::App &command, HeardOptions &options)
+{
+    options.frames = framesOfListening;
+    command.group(hidden);
+    command.add_option("FILE", options.wavFile, "Recording of the watermark")->required();
+    command.add_option("--frames", options.frames, "Number of frames that were played");
+    command.add_flag_callback(
+        "--json", [] {}, "The output is always JSON");
 }
 
 } // namespace velto::check

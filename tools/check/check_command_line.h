@@ -13,8 +13,9 @@ namespace velto::check {
 // objects outlive the parsing.
 void AddCheckCommand(CLI::App &command, CheckOptions &options);
 
-// Add the options of the hidden commands with which `check` starts its children, and hide them from the help.
+// Add the options of the hidden commands, for the children of `check` and for tests, and hide them from the help.
 void AddCheckProcessCommand(CLI::App &command, CheckProcessOptions &options);
 void AddEndProcessCommand(CLI::App &command, EndProcessOptions &options);
+void AddHeardCommand(CLI::App &command, HeardOptions &options);
 
 } // namespace velto::check

@@ -1,4 +1,4 @@
-// The options of `velto-host check`, and of the hidden commands with which it starts its children.
+// The options of `velto-host check`, and of the hidden commands for its children and for tests.
 #pragma once
 
 #include <cstdint>
@@ -45,6 +45,12 @@ struct EndProcessOptions {
     std::string journal;
     std::string how; // of endSituations
     int exitCode = 0;
+};
+
+// A recording from elsewhere, which is compared with what the check "listen.watermark" plays.
+struct HeardOptions {
+    std::string wavFile;
+    uint32_t frames = 0; // that were played
 };
 
 } // namespace velto::check

@@ -342,6 +342,7 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     };
     check::AddCheckProcessCommand(*addHidden("check-one", Command::CHECK_ONE), line.checkProcess);
     check::AddEndProcessCommand(*addHidden("check-end", Command::CHECK_END), line.endProcess);
+    check::AddHeardCommand(*addHidden("check-heard", Command::CHECK_HEARD), line.heard);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {

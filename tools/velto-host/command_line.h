@@ -20,8 +20,9 @@ struct CommandLine {
         LOG,
         REPORT,
         CHECK,
-        CHECK_ONE, // hidden: a child of CHECK
-        CHECK_END, // hidden: a child of CHECK_ONE
+        CHECK_ONE,   // hidden: a child of CHECK
+        CHECK_END,   // hidden: a child of CHECK_ONE
+        CHECK_HEARD, // hidden: for tests
     };
 
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
@@ -38,6 +39,7 @@ struct CommandLine {
     check::CheckOptions checks;
     check::CheckProcessOptions checkProcess;
     check::EndProcessOptions endProcess;
+    check::HeardOptions heard;
 };
 
 // Prints help, the version and errors of the command line; the command is then NONE.

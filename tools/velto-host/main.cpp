@@ -3,6 +3,7 @@
 
 #include "check/check_command.h"
 #include "check/check_process.h"
+#include "check/heard_command.h"
 #include "velto-host/command_line.h"
 #include "velto-host/crash_dump.h"
 #include "velto-host/device_commands.h"
@@ -60,6 +61,8 @@ int Run(const CommandLine &line, const Output &output)
         return check::RunCheckProcess(line.checkProcess);
     case CommandLine::Command::CHECK_END:
         return check::RunEndProcess(line.endProcess);
+    case CommandLine::Command::CHECK_HEARD:
+        return check::CompareRecording(line.heard.wavFile, line.heard.frames);
     case CommandLine::Command::NONE:
         break;
     }

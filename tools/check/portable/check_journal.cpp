@@ -39,7 +39,10 @@ HeardSound HeardOf(const Json &event)
     heard.speed = NumberOf(event.at("speed"));
     heard.framesSent = event.at("framesSent");
     heard.framesHeard = event.at("framesHeard");
+    heard.framesMissing = event.at("framesMissing");
+    heard.framesRepeated = event.at("framesRepeated");
     heard.framesOutOfOrder = event.at("framesOutOfOrder");
+    heard.channelsSwapped = event.at("channelsSwapped");
     for (const Json &gap : event.at("gapsAtSeconds")) {
         heard.gapsAtSeconds.push_back(NumberOf(gap));
     }
@@ -174,7 +177,10 @@ void JournalWriter::OnHeard(const HeardSound &heard)
                    {"speed", Number(heard.speed)},
                    {"framesSent", heard.framesSent},
                    {"framesHeard", heard.framesHeard},
+                   {"framesMissing", heard.framesMissing},
+                   {"framesRepeated", heard.framesRepeated},
                    {"framesOutOfOrder", heard.framesOutOfOrder},
+                   {"channelsSwapped", heard.channelsSwapped},
                    {"gapsAtSeconds", gaps},
                    {"envelope", envelope},
                    {"framesInOrder", heard.framesInOrder}}));
