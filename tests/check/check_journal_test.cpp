@@ -156,7 +156,8 @@ TEST_F(CheckJournal, ReadsFaultInMiddleOfAnotherLine)
 
 TEST_F(CheckJournal, DistinguishesSurvivedFault)
 {
-    constexpr char fault[] = "{\"event\":\"fault\",\"place\":\"a.dll+0x10\",\"ofModule\":true,\"ofWine\":false}\n";
+    constexpr char fault[] =
+        "{\"event\":\"fault\",\"place\":\"a.dll+0x10\",\"ofModule\":true,\"ofWine\":false}\n";
     EXPECT_FALSE(ParseJournal(std::string(fault) + "{\"event\":\"warning\",\"text\":\"\"}\n").endsWithFault);
     const Journal late = ParseJournal(std::string("{\"event\":\"verdict\"}\n") + fault);
     EXPECT_TRUE(late.endsWithFault);
@@ -165,8 +166,9 @@ TEST_F(CheckJournal, DistinguishesSurvivedFault)
 
 TEST_F(CheckJournal, ReportsDamagedLines)
 {
-    for (const char *line : {"text of a module\n", "{}\n", "{\"event\":\"other\"}\n", "[]\n",
-                             "{\"event\":\"failure\",\"clause\":\"ENT-1\"}\n", "{\"event\":\"step\",\"text\":1}\n"}) {
+    for (const char *line :
+         {"text of a module\n", "{}\n", "{\"event\":\"other\"}\n", "[]\n",
+          "{\"event\":\"failure\",\"clause\":\"ENT-1\"}\n", "{\"event\":\"step\",\"text\":1}\n"}) {
         EXPECT_TRUE(ParseJournal(line).isDamaged) << line;
     }
 }

@@ -41,8 +41,8 @@ using Names = std::vector<std::string>;
 
 TEST(Plan, HasAllChecksUpToLevelInOrderOfLevels)
 {
-    EXPECT_EQ(NamesIn({.level = 5}), (Names{"entry.fills", "entry.fills-twice", "arguments.ids", "speaker.order",
-                                            "lifecycle.stream-type"}));
+    EXPECT_EQ(NamesIn({.level = 5}), (Names{"entry.fills", "entry.fills-twice", "arguments.ids",
+                                            "speaker.order", "lifecycle.stream-type"}));
     EXPECT_EQ(NamesIn({.level = 1}), (Names{"entry.fills", "entry.fills-twice"}));
 }
 

@@ -150,7 +150,8 @@ TEST(ProcessResult, SurvivedFaultDoesNotFailCheck)
 TEST(ProcessResult, FailureOfCheckerIsBroken)
 {
     EXPECT_EQ(ResultOf(ordinary, {}, Ended(Kind::NOT_STARTED)).outcome, Outcome::BROKEN);
-    EXPECT_NE(ResultOf(ordinary, {}, Ended(Kind::NOT_STARTED)).reason.find("access denied"), std::string::npos);
+    EXPECT_NE(ResultOf(ordinary, {}, Ended(Kind::NOT_STARTED)).reason.find("access denied"),
+              std::string::npos);
     EXPECT_EQ(ResultOf(ordinary, Begun(), Ended(Kind::INTERRUPTED)).outcome, Outcome::BROKEN);
     EXPECT_EQ(ResultOf(ordinary, {}, Exited(accessViolation)).outcome, Outcome::BROKEN);
     Journal broken = Begun();
@@ -179,7 +180,8 @@ TEST(ProcessResult, EndAfterVerdictDoesNotFailOrdinaryCheck)
 
 TEST(ProcessResult, FaultOfModuleAfterVerdictFailsLifecycleCheck)
 {
-    const CheckResult result = ResultOf(lifecycle, WithFault(Completed(), true, false), Exited(accessViolation));
+    const CheckResult result =
+        ResultOf(lifecycle, WithFault(Completed(), true, false), Exited(accessViolation));
     EXPECT_EQ(result.outcome, Outcome::CRASHED);
     EXPECT_EQ(BrokenIn(result), Clauses{"SPK-4"});
 }
@@ -192,7 +194,8 @@ TEST(ProcessResult, FaultOfModuleThatProcessSurvivedFailsLifecycleCheck)
 
 TEST(ProcessResult, FaultOfWineAfterVerdictWarnsInLifecycleCheck)
 {
-    const CheckResult result = ResultOf(lifecycle, WithFault(Completed(), false, true), Exited(accessViolation));
+    const CheckResult result =
+        ResultOf(lifecycle, WithFault(Completed(), false, true), Exited(accessViolation));
     EXPECT_EQ(result.outcome, Outcome::WARNED);
     ASSERT_EQ(result.warnings.size(), 1u);
     EXPECT_NE(result.warnings[0].find("some.dll+0x10"), std::string::npos);

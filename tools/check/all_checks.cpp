@@ -19,8 +19,8 @@ std::vector<const Check *> AllChecks()
 {
     std::vector<const Check *> all = PortableChecks();
     for (const std::span<const Check> group :
-         {EntryProcessChecks(), LogChecks(), LifecycleChecks(), ListenChecks(), SpeakChecks(), LoadCycleChecks(),
-          IdleChecks(), DeviceChecks(), FuzzChecks()}) {
+         {EntryProcessChecks(), LogChecks(), LifecycleChecks(), ListenChecks(), SpeakChecks(),
+          LoadCycleChecks(), IdleChecks(), DeviceChecks(), FuzzChecks()}) {
         for (const Check &check : group) {
             all.push_back(&check);
         }

@@ -49,8 +49,8 @@ std::string NowInUtc()
 {
     SYSTEMTIME now{};
     GetSystemTime(&now);
-    return Format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute,
-                  now.wSecond);
+    return Format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", now.wYear, now.wMonth, now.wDay, now.wHour,
+                  now.wMinute, now.wSecond);
 }
 
 // ---- --list
@@ -200,7 +200,8 @@ void AnnounceSound(const CheckOptions &options, const std::vector<const Check *>
         return std::count_if(plan.begin(), plan.end(), [&](const Check *check) { return isIt(*check); });
     };
     if (options.listen) {
-        output.Complain("{} checks play through the loudspeaker and record what it plays", count(IsListening));
+        output.Complain("{} checks play through the loudspeaker and record what it plays",
+                        count(IsListening));
     }
     if (options.speak) {
         output.Complain("{} checks play through the loudspeaker and expect this sound from the microphone",
@@ -236,8 +237,8 @@ int ExitCodeOf(const Run &run, const host::Interruption &interruption)
     }
 }
 
-int RunChecks(const CheckOptions &options, const std::vector<const Check *> &plan, const std::string &modulePath,
-              int level, bool json)
+int RunChecks(const CheckOptions &options, const std::vector<const Check *> &plan,
+              const std::string &modulePath, int level, bool json)
 {
     const Output output(program, json);
     RunnerOptions runnerOptions;

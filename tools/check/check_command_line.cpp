@@ -35,24 +35,28 @@ void AddReports(CLI::App &command, CheckOptions &options)
 void AddCheckCommand(CLI::App &command, CheckOptions &options)
 {
     command
-        .add_option("--level", options.level,
-                    "Make all checks up to this level, 1 to 10 (default: 5). 1 entry, 2 capabilities, 3 arguments, "
-                    "4 parameters, listener, ownership and hygiene, 5 speaker, 6 microphone, 7 lifecycle and heard "
-                    "sound, 8 storms and load cycles, 9 idle release and device changes, 10 random calls")
+        .add_option(
+            "--level", options.level,
+            "Make all checks up to this level, 1 to 10 (default: 5). 1 entry, 2 capabilities, 3 arguments, "
+            "4 parameters, listener, ownership and hygiene, 5 speaker, 6 microphone, 7 lifecycle and heard "
+            "sound, 8 storms and load cycles, 9 idle release and device changes, 10 random calls")
         ->check(Silent(CLI::Range(1, highestLevel)))
         ->type_name("N");
-    command.add_option("--seed", options.seed, "Of the random inputs: a seed gives the same inputs in each run")
+    command
+        .add_option("--seed", options.seed, "Of the random inputs: a seed gives the same inputs in each run")
         ->type_name("N")
         ->capture_default_str();
     command
-        .add_option("--only", options.only,
-                    "Make only the checks of this clause (ENT-1), of this name or of this group (arguments.), "
-                    "of all levels")
+        .add_option(
+            "--only", options.only,
+            "Make only the checks of this clause (ENT-1), of this name or of this group (arguments.), "
+            "of all levels")
         ->type_name("CLAUSE|CHECK");
     command.add_flag("--listen", options.listen,
                      "At any level, also play a watermark and examine what the loudspeaker plays");
-    command.add_flag("--speak", options.speak,
-                     "Also play through the loudspeaker and expect this sound from the microphone: in a quiet room");
+    command.add_flag(
+        "--speak", options.speak,
+        "Also play through the loudspeaker and expect this sound from the microphone: in a quiet room");
     AddReports(command, options);
     command.add_option("--jobs", options.jobs, "Make so many checks without sound at the same time")
         ->check(Silent(CLI::Range(1, 64)))

@@ -9,11 +9,12 @@ class App;
 
 namespace velto::check {
 
-// Adds the options to the command. The option --module is common to several commands and is not among them. All
-// objects outlive the parsing.
+// Adds the options to the command. The option --module is common to several commands and is not among them.
+// All objects outlive the parsing.
 void AddCheckCommand(CLI::App &command, CheckOptions &options);
 
-// Add the options of the hidden commands, for the children of `check` and for tests, and hide them from the help.
+// Add the options of the hidden commands, for the children of `check` and for tests, and hide them from the
+// help.
 void AddCheckProcessCommand(CLI::App &command, CheckProcessOptions &options);
 void AddEndProcessCommand(CLI::App &command, EndProcessOptions &options);
 void AddHeardCommand(CLI::App &command, HeardOptions &options);

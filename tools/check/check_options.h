@@ -21,7 +21,7 @@ struct CheckOptions {
     std::string htmlFile;
     int jobs = 1;
     bool list = false;
-    double minutes = 1; // of each check of level 10
+    double minutes = 1;       // of each check of level 10
     std::string dumpsFolder;  // empty: no minidumps
     std::string verifyReport; // a report to compare with the module's files; empty: run checks
     bool withNames = false;   // of the endpoints, in the reports

@@ -61,7 +61,8 @@ std::wstring FileNameOf(const std::string &path)
     return std::filesystem::path(host::ToWide(path)).filename().wstring();
 }
 
-// The journal is never destroyed: threads that outlive the check may still report events while the process ends.
+// The journal is never destroyed: threads that outlive the check may still report events while the process
+// ends.
 JournalWriter &BeginJournal(const std::string &file)
 {
     auto &journal = *new JournalWriter(host::ToWide(file));
@@ -170,7 +171,8 @@ int RunCheckProcess(const CheckProcessOptions &options)
     JournalWriter &journal = BeginJournal(options.journal);
     try {
         const HANDLE ending = OpenEnding(options.ending);
-        WatchCrashes({host::ToWide(options.journal), FileNameOf(options.modulePath), options.dumpFile, ending});
+        WatchCrashes(
+            {host::ToWide(options.journal), FileNameOf(options.modulePath), options.dumpFile, ending});
         FillProcessContext(options, journal);
         return MakeCheck(options, journal, ending);
     } catch (const std::exception &error) {

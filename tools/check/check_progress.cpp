@@ -35,7 +35,8 @@ std::string ClausesOf(const CheckResult &result)
 
 std::string DetailOf(const CheckResult &result)
 {
-    return result.broken.empty() ? (result.reason.empty() ? "" : ": " + result.reason) : ":" + ClausesOf(result);
+    return result.broken.empty() ? (result.reason.empty() ? "" : ": " + result.reason)
+                                 : ":" + ClausesOf(result);
 }
 
 } // namespace

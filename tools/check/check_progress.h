@@ -10,8 +10,8 @@
 
 namespace velto::check {
 
-// A line for each check that has ended. On a console, the names of the running checks are below it, on a line that is
-// rewritten. One thread at a time.
+// A line for each check that has ended. On a console, the names of the running checks are below it, on a line
+// that is rewritten. One thread at a time.
 class CheckProgress {
 public:
     explicit CheckProgress(size_t checks);

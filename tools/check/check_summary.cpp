@@ -16,8 +16,9 @@ std::string CountsOf(const Run &run)
 {
     std::string text;
     for (const Outcome outcome : outcomes) {
-        const auto count = std::count_if(run.results.begin(), run.results.end(),
-                                         [&](const CheckResult &result) { return result.outcome == outcome; });
+        const auto count =
+            std::count_if(run.results.begin(), run.results.end(),
+                          [&](const CheckResult &result) { return result.outcome == outcome; });
         if (count > 0) {
             text += host::Format("{}{} {}", text.empty() ? "" : ", ", count, NameOf(outcome));
         }
@@ -25,7 +26,8 @@ std::string CountsOf(const Run &run)
     return text;
 }
 
-// A check that finds a clause broken many times, for example on several threads, prints its first observation.
+// A check that finds a clause broken many times, for example on several threads, prints its first
+// observation.
 void PrintClause(const ClauseResult &clause, const host::Output &output)
 {
     output.Say("{}  {}", clause.id, clause.clause != nullptr ? clause.clause->text : "unknown clause");

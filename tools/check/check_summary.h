@@ -6,8 +6,8 @@
 
 namespace velto::check {
 
-// The verdict, the broken clauses with their sentences and what was observed, the commands that repeat failures, and
-// what was skipped.
+// The verdict, the broken clauses with their sentences and what was observed, the commands that repeat
+// failures, and what was skipped.
 void PrintSummary(const Run &run, const host::Output &output);
 
 } // namespace velto::check

@@ -26,13 +26,13 @@ using Handle = std::unique_ptr<HANDLE, HandleCloser>;
 Handle OpenInheritable(const std::filesystem::path &file, DWORD access, DWORD creation)
 {
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    const HANDLE handle = CreateFileW(file.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, creation,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = CreateFileW(file.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
+                                      creation, FILE_ATTRIBUTE_NORMAL, nullptr);
     return Handle(handle != INVALID_HANDLE_VALUE ? handle : nullptr);
 }
 
-// A job without permission to leave it: all processes in it end when its handle is closed, also if this process
-// crashes. The system's report of a crash is not suppressed.
+// A job without permission to leave it: all processes in it end when its handle is closed, also if this
+// process crashes. The system's report of a crash is not suppressed.
 Handle CreateJob()
 {
     Handle job(CreateJobObjectW(nullptr, nullptr));
@@ -52,7 +52,8 @@ std::wstring CommandLineFor(const ChildOrder &order)
     return host::ToWide(CommandLineOf(arguments));
 }
 
-// One child at a time: handles that are inheritable for one must not get into another, which would keep files open.
+// One child at a time: handles that are inheritable for one must not get into another, which would keep files
+// open.
 std::mutex startMutex;
 
 // A suspended process with its main thread; null handles and a last error on failure.
@@ -76,7 +77,8 @@ Started StartSuspended(const ChildOrder &order)
     startup.hStdOutput = startup.hStdError = output.get();
     PROCESS_INFORMATION process{};
     std::wstring line = CommandLineFor(order);
-    // The own process group keeps Ctrl-C away from the child, which would end with any code. This process ends it.
+    // The own process group keeps Ctrl-C away from the child, which would end with any code. This process
+    // ends it.
     constexpr DWORD flags = CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP;
     if (!CreateProcessW(order.program.c_str(), line.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr,
                         &startup, &process)) {

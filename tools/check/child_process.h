@@ -1,4 +1,5 @@
-// Runs a child process in a job object, so that neither it nor its own children outlive the call or this process.
+// Runs a child process in a job object, so that neither it nor its own children outlive the call or this
+// process.
 #pragma once
 
 #include <windows.h>
@@ -22,8 +23,8 @@ struct ChildOrder {
     std::chrono::duration<double> endingLimit{};
 };
 
-// Returns when the child has ended, or was ended because of a time limit or because the event `interruption` was set.
-// What is left of the job then is ended, too. Several threads may run children at the same time.
+// Returns when the child has ended, or was ended because of a time limit or because the event `interruption`
+// was set. What is left of the job then is ended, too. Several threads may run children at the same time.
 ProcessEnd RunChild(const ChildOrder &order, HANDLE interruption);
 
 bool IsUnderWine();

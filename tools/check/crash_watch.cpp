@@ -17,8 +17,9 @@
 namespace velto::check {
 namespace {
 
-// The heap may be damaged and any lock may be taken when a handler runs, and a stack overflow leaves little stack. So
-// all that handlers use exists before, in these variables, and they ask the system only for what needs no lock.
+// The heap may be damaged and any lock may be taken when a handler runs, and a stack overflow leaves little
+// stack. So all that handlers use exists before, in these variables, and they ask the system only for what
+// needs no lock.
 HANDLE journal = INVALID_HANDLE_VALUE;
 HANDLE endingEvent = nullptr;
 bool writesDump = false;
@@ -36,7 +37,8 @@ struct Range {
     std::atomic<uintptr_t> end{0};
 };
 
-// Ranges stay here after the module is unloaded: a thread that runs on in an unloaded module is the module's fault.
+// Ranges stay here after the module is unloaded: a thread that runs on in an unloaded module is the module's
+// fault.
 std::array<Range, 32> moduleRanges;
 std::atomic<size_t> moduleRangeCount{0};
 
@@ -51,7 +53,8 @@ const Range *ModuleRangeOf(uintptr_t address)
     return nullptr;
 }
 
-// The loader lock is held, so there is one call at a time. A module that is loaded again mostly gets the same place.
+// The loader lock is held, so there is one call at a time. A module that is loaded again mostly gets the same
+// place.
 void NoteModule(uintptr_t base, size_t bytes)
 {
     const size_t count = moduleRangeCount;
@@ -97,13 +100,13 @@ void RegisterForDlls()
 
 // ---- The file of an address
 
-// The base of the program or DLL at an address; 0 without one. Asks the memory manager: the loader would need its lock.
+// The base of the program or DLL at an address; 0 without one. Asks the memory manager: the loader would need
+// its lock.
 uintptr_t ImageAt(uintptr_t address)
 {
     MEMORY_BASIC_INFORMATION memory{};
-    const bool isImage =
-        VirtualQuery(reinterpret_cast<const void *>(address), &memory, sizeof memory) != 0 &&
-        memory.State == MEM_COMMIT && memory.Type == MEM_IMAGE;
+    const bool isImage = VirtualQuery(reinterpret_cast<const void *>(address), &memory, sizeof memory) != 0 &&
+                         memory.State == MEM_COMMIT && memory.Type == MEM_IMAGE;
     return isImage ? reinterpret_cast<uintptr_t>(memory.AllocationBase) : 0;
 }
 
@@ -130,8 +133,8 @@ const char *NameInExports(uintptr_t base)
 bool IsOfWine(uintptr_t base)
 {
     constexpr std::string_view mark = "Wine builtin DLL";
-    return HasDosHeader(base) &&
-           std::memcmp(reinterpret_cast<const char *>(base) + sizeof(IMAGE_DOS_HEADER), mark.data(), mark.size()) == 0;
+    return HasDosHeader(base) && std::memcmp(reinterpret_cast<const char *>(base) + sizeof(IMAGE_DOS_HEADER),
+                                             mark.data(), mark.size()) == 0;
 }
 
 // ---- The line of a fault
@@ -278,7 +281,8 @@ bool WalkToCaller()
     } else {
         void *handlerData = nullptr;
         DWORD64 establisher = 0;
-        RtlVirtualUnwind(UNW_FLAG_NHANDLER, base, frame.Rip, function, &frame, &handlerData, &establisher, nullptr);
+        RtlVirtualUnwind(UNW_FLAG_NHANDLER, base, frame.Rip, function, &frame, &handlerData, &establisher,
+                         nullptr);
     }
     return frame.Rip != 0;
 }
@@ -297,14 +301,15 @@ bool IsModuleOnStack(const CONTEXT &fault)
 
 // ---- The handlers
 
-// Codes of errors that processors and the system raise. Not those of C++ exceptions, names of threads and debugger
-// output, which are part of a program's normal work.
+// Codes of errors that processors and the system raise. Not those of C++ exceptions, names of threads and
+// debugger output, which are part of a program's normal work.
 bool IsFault(DWORD code)
 {
     constexpr DWORD kindOfCode = 0xF0000000;
     constexpr DWORD systemError = 0xC0000000;
     constexpr DWORD missingFunctionOfWine = 0x80000100;
-    return (code & kindOfCode) == systemError || code == EXCEPTION_BREAKPOINT || code == missingFunctionOfWine;
+    return (code & kindOfCode) == systemError || code == EXCEPTION_BREAKPOINT ||
+           code == missingFunctionOfWine;
 }
 
 void Record(const EXCEPTION_POINTERS &exception)
@@ -349,10 +354,11 @@ LONG WINAPI OnUnhandledException(EXCEPTION_POINTERS *exception)
 
 void WatchCrashes(const CrashWatchOptions &options)
 {
-    journal = CreateFileW(options.journal.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    journal = CreateFileW(options.journal.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (journal == INVALID_HANDLE_VALUE) {
-        throw std::runtime_error("cannot open the journal for crashes: " + host::SystemErrorText(GetLastError()));
+        throw std::runtime_error("cannot open the journal for crashes: " +
+                                 host::SystemErrorText(GetLastError()));
     }
     endingEvent = options.ending;
     programBase = reinterpret_cast<uintptr_t>(GetModuleHandleW(nullptr));

@@ -6,8 +6,8 @@
 
 namespace velto::check {
 
-// Checks provoke errors, which would fill the log of this user. While this object exists, processes that this program
-// starts log to a separate file, unless the user has named a file in the variable VELTO_LOG_FILE.
+// Checks provoke errors, which would fill the log of this user. While this object exists, processes that this
+// program starts log to a separate file, unless the user has named a file in the variable VELTO_LOG_FILE.
 class ModuleLog {
 public:
     // `folder`: for the file.
@@ -16,8 +16,8 @@ public:
     ModuleLog(const ModuleLog &) = delete;
     ModuleLog &operator=(const ModuleLog &) = delete;
 
-    // The commit that the module named since the constructor; empty if it has not. A user's file may have the lines of
-    // another build, so it does not count unless it was empty.
+    // The commit that the module named since the constructor; empty if it has not. A user's file may have the
+    // lines of another build, so it does not count unless it was empty.
     std::string Commit() const;
 
 private:

@@ -31,7 +31,8 @@ constexpr std::chrono::seconds endingLimit(30);
 
 class EventHandle {
 public:
-    explicit EventHandle(const std::string &name) : m_event(CreateEventW(nullptr, TRUE, FALSE, ToWide(name).c_str()))
+    explicit EventHandle(const std::string &name)
+        : m_event(CreateEventW(nullptr, TRUE, FALSE, ToWide(name).c_str()))
     {
     }
     ~EventHandle()
@@ -60,8 +61,8 @@ std::string Text(const fs::path &path)
     return ToUtf8(path.wstring());
 }
 
-// Under Wine, the first process that needs a desktop starts the desktop's own process, and waits for it. Started here,
-// outside of all jobs, it survives the children, and none of them has to wait for a new one.
+// Under Wine, the first process that needs a desktop starts the desktop's own process, and waits for it.
+// Started here, outside of all jobs, it survives the children, and none of them has to wait for a new one.
 void StartDesktop()
 {
     GetDesktopWindow();
@@ -113,7 +114,9 @@ CheckResult Interrupted(const Check &check)
 } // namespace
 
 Runner::Runner(RunnerOptions options, Progress progress, HANDLE interruption)
-    : m_options(std::move(options)), m_progress(std::move(progress)), m_interruption(interruption),
+    : m_options(std::move(options)),
+      m_progress(std::move(progress)),
+      m_interruption(interruption),
       m_program(ThisProgram())
 {
 }
@@ -131,13 +134,21 @@ CheckResult Runner::RunCheck(const Check &check)
 
     ChildOrder order;
     order.program = m_program;
-    order.arguments = {"check-one",     "--name",    name,
-                       "--seed",        std::to_string(m_options.seed),
-                       "--module",      Text(m_options.module),
-                       "--journal",     Text(journal),
-                       "--work-folder", Text(work.Path()),
-                       "--minutes",     Format("{}", m_options.minutes),
-                       "--ending",      endingName};
+    order.arguments = {"check-one",
+                       "--name",
+                       name,
+                       "--seed",
+                       std::to_string(m_options.seed),
+                       "--module",
+                       Text(m_options.module),
+                       "--journal",
+                       Text(journal),
+                       "--work-folder",
+                       Text(work.Path()),
+                       "--minutes",
+                       Format("{}", m_options.minutes),
+                       "--ending",
+                       endingName};
     if (!dump.empty()) {
         order.arguments.insert(order.arguments.end(), {"--dump", Text(dump)});
     }

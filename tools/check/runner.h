@@ -35,9 +35,9 @@ public:
     // Once the event `interruption` is set, running checks are ended, and no more are started.
     Runner(RunnerOptions options, Progress progress, HANDLE interruption);
 
-    // Returns the results in the order of the plan, which is by level. Checks of a level below 5 run `jobs` at a time;
-    // the others, which play and record, run alone. Each check runs once. A check that was not run because of the
-    // interruption is broken.
+    // Returns the results in the order of the plan, which is by level. Checks of a level below 5 run `jobs`
+    // at a time; the others, which play and record, run alone. Each check runs once. A check that was not run
+    // because of the interruption is broken.
     std::vector<CheckResult> Run(const std::vector<const Check *> &plan);
 
 private:

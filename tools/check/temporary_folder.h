@@ -8,8 +8,8 @@ namespace velto::check {
 
 class TemporaryFolder {
 public:
-    // Creates the empty folder. Replaces one that a crash has left, because process ids, of which names are made, come
-    // again. Throws std::filesystem::filesystem_error.
+    // Creates the empty folder. Replaces one that a crash has left, because process ids, of which names are
+    // made, come again. Throws std::filesystem::filesystem_error.
     explicit TemporaryFolder(const std::filesystem::path &path) : m_path(path)
     {
         std::filesystem::remove_all(m_path);

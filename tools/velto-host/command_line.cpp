@@ -303,8 +303,9 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
 {
     using Command = CommandLine::Command;
     CommandLine line;
-    CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does, and checks it.",
-                 "velto-host"};
+    CLI::App app{
+        "Plays and records AAC files through LibVeltoAudioHandler, as a host process does, and checks it.",
+        "velto-host"};
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", [] { return VersionText(); });
     app.set_help_all_flag("--help-all", "Print help with all commands, and with the diagnostic options");

@@ -12,8 +12,9 @@ namespace velto::host {
 // code. Without this call, Windows handles a crash as for any other program.
 void WriteDumpOnCrash(const std::string &file);
 
-// The same in two steps, for a program with its own handling of crashes. PrepareDump loads what WriteDump needs;
-// WriteDump, in a handler of exceptions, writes the file. It returns false if the file could not be written.
+// The same in two steps, for a program with its own handling of crashes. PrepareDump loads what WriteDump
+// needs; WriteDump, in a handler of exceptions, writes the file. It returns false if the file could not be
+// written.
 void PrepareDump(const std::string &file);
 bool WriteDump(EXCEPTION_POINTERS *exception);
 

@@ -90,8 +90,7 @@ const std::map<std::string_view, Read> readers{
     {"began", [](Journal &journal, const Json &) { journal.hasBegun = true; }},
     {"step", ReadStep},
     {"failure", ReadFailure},
-    {"warning",
-     [](Journal &journal, const Json &event) { journal.warnings.push_back(event.at("text")); }},
+    {"warning", [](Journal &journal, const Json &event) { journal.warnings.push_back(event.at("text")); }},
     {"skipped", [](Journal &journal, const Json &event) { journal.skipped = event.at("reason"); }},
     {"broken", [](Journal &journal, const Json &event) { journal.broken = event.at("reason"); }},
     {"measured", ReadMeasured},
@@ -122,7 +121,8 @@ bool ReadLine(Journal &journal, std::string_view line)
 
 } // namespace
 
-JournalWriter::JournalWriter(const std::filesystem::path &file) : m_file(file, std::ios::app | std::ios::binary)
+JournalWriter::JournalWriter(const std::filesystem::path &file)
+    : m_file(file, std::ios::app | std::ios::binary)
 {
     if (!m_file) {
         throw std::runtime_error("cannot open the journal");

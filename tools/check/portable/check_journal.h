@@ -1,5 +1,6 @@
-// The journal of a check's process: a file with one JSON object a line, which survives the process. The process
-// appends a line for each event; velto-host reads the file after the process has ended, in whatever way.
+// The journal of a check's process: a file with one JSON object a line, which survives the process. The
+// process appends a line for each event; velto-host reads the file after the process has ended, in whatever
+// way.
 #pragma once
 
 #include <filesystem>
@@ -15,8 +16,9 @@
 
 namespace velto::check {
 
-// Writes the events. Each line is given to the system before the call returns, so that a crash of this process loses
-// none. Any thread. An event that cannot be written is lost; the reader then misses the verdict.
+// Writes the events. Each line is given to the system before the call returns, so that a crash of this
+// process loses none. Any thread. An event that cannot be written is lost; the reader then misses the
+// verdict.
 class JournalWriter final : public EventSink {
 public:
     // Appends to the file. Throws std::runtime_error if it cannot be opened.
@@ -52,8 +54,9 @@ struct FaultRecord {
     bool isAfterVerdict = false;
 };
 
-// The line of a fault, and the line that is added once the module was found on the stack. A process that crashes
-// builds its lines without this library, so the reader defines their form here. `place` needs no escapes in JSON.
+// The line of a fault, and the line that is added once the module was found on the stack. A process that
+// crashes builds its lines without this library, so the reader defines their form here. `place` needs no
+// escapes in JSON.
 //   {"event":"fault","place":"...","ofModule":false,"ofWine":true}
 //   {"event":"fault stack","ofModule":true}
 inline constexpr std::string_view faultEvent = "fault";
@@ -76,8 +79,8 @@ struct Journal {
     bool endsWithFault = false; // no event of the check came after the last fault
 };
 
-// Reads a journal. An unfinished last line is left out. The file of a process that never began may be missing: the
-// journal is then empty.
+// Reads a journal. An unfinished last line is left out. The file of a process that never began may be
+// missing: the journal is then empty.
 Journal ReadJournal(const std::filesystem::path &file);
 Journal ParseJournal(std::string_view text);
 

@@ -43,7 +43,8 @@ bool IsSelected(const Check &check, const PlanOptions &options)
 std::string NothingToCheck(const std::string &only)
 {
     if (FindClause(only) != nullptr) {
-        return fmt::format("no check of this plan covers the clause {}: docs/contract.md says what does", only);
+        return fmt::format("no check of this plan covers the clause {}: docs/contract.md says what does",
+                           only);
     }
     return fmt::format("\"{}\" is no clause, no check and no group of checks: --list names them", only);
 }

@@ -86,9 +86,8 @@ void EndLifecycle(CheckResult &result, const Journal &journal, const ProcessEnd 
 {
     const FaultRecord *ofModule =
         FindFault(journal, [](const FaultRecord &fault) { return fault.isOfModule; });
-    const FaultRecord *last = !journal.faults.empty() && journal.faults.back().isAfterVerdict
-                                  ? &journal.faults.back()
-                                  : nullptr;
+    const FaultRecord *last =
+        !journal.faults.empty() && journal.faults.back().isAfterVerdict ? &journal.faults.back() : nullptr;
     if (ofModule != nullptr) {
         Crash(result, journal, ofModule->place);
     } else if (end.kind == ProcessEnd::Kind::TIMED_OUT) {
@@ -105,15 +104,14 @@ void EndLifecycle(CheckResult &result, const Journal &journal, const ProcessEnd 
 
 void WarnOfEnd(CheckResult &result, const Journal &journal, const ProcessEnd &end)
 {
-    const FaultRecord *ofModule = FindFault(
-        journal, [](const FaultRecord &fault) { return fault.isOfModule && fault.isAfterVerdict; });
+    const FaultRecord *ofModule =
+        FindFault(journal, [](const FaultRecord &fault) { return fault.isOfModule && fault.isAfterVerdict; });
     if (ofModule != nullptr) {
-        result.warnings.push_back(
-            fmt::format("after the check, the module crashed {}: {}; the checks of the group lifecycle examine this",
-                        WhereItEnded(journal), ofModule->place));
+        result.warnings.push_back(fmt::format(
+            "after the check, the module crashed {}: {}; the checks of the group lifecycle examine this",
+            WhereItEnded(journal), ofModule->place));
     } else if (end.kind == ProcessEnd::Kind::TIMED_OUT) {
-        result.warnings.push_back(
-            fmt::format("after the check, the process hung {}", WhereItEnded(journal)));
+        result.warnings.push_back(fmt::format("after the check, the process hung {}", WhereItEnded(journal)));
     }
 }
 
