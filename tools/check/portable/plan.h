@@ -17,9 +17,6 @@ struct PlanOptions {
     std::string only{};
     bool listen = false; // also the checks that record the loudspeaker, at any level
     bool speak = false;  // also the checks that play through the loudspeaker for the microphone, at any level
-};                   // a clause's id, a check's name or a group such as "arguments."; empty: no restriction
-bool listen = false; // also the checks that record the loudspeaker, at any level
-bool speak = false;  // also the checks that play through the loudspeaker for the microphone, at any level
 };
 
 // Checks that listen are part of level 7 without `listen`, too. Checks that speak are left out unless they
