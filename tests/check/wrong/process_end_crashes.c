@@ -10,7 +10,8 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID ending)
 {
     (void)instance;
     if (reason == DLL_PROCESS_DETACH && ending != NULL) {
-        *(volatile int *)16 = 0;
+        volatile int *volatile nowhere = NULL;
+        *nowhere = 0;
     }
     return TRUE;
 }

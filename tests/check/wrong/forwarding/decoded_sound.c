@@ -12,7 +12,7 @@ static int ReceiveAndChange(AVCodecContext *decoder, AVFrame *frame)
 {
     const int result = receiveFrame(decoder, frame);
 
-    if (result == 0 && frame->format == AV_SAMPLE_FMT_FLTP && frame->channels == 2) {
+    if (result == 0 && frame->format == AV_SAMPLE_FMT_FLTP && frame->ch_layout.nb_channels == 2) {
         ChangeSound((float *)frame->data[0], (float *)frame->data[1], frame->nb_samples);
     }
     return result;
