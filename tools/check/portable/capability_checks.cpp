@@ -225,6 +225,9 @@ void CheckOtherTypes(Context &context)
     context.Step("GetAudioCapability", {"THR-3"});
     const List list = GetList(context);
     const std::vector<uint8_t> content = ContentOf(list);
+    if (IsHandedOutAgain(context, list)) {
+        return; // another check reports lists that share memory
+    }
     for (const uint32_t type : {0U, 2U, 3U, 0x101U, 0x10001U, 0x80000001U, 0xFFFFFFFFU}) {
         context.Step(fmt::format("a release of type {}", type), {"REL-2"});
         context.table.Release(type, list.items, deviceCount);

@@ -48,7 +48,7 @@ EventRecorder::EventRecorder(Context &context) : m_context(context)
 
 EventRecorder::~EventRecorder()
 {
-    static const AudioListener none{nullptr, nullptr};
+    static AudioListener none{nullptr, nullptr};
     m_context.table.RegisterListener(&none);
 }
 

@@ -1,6 +1,8 @@
-// Host records that end directly before an inaccessible page.
+// Host records in memory that ends directly before an inaccessible page.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -10,14 +12,17 @@
 
 namespace velto::check {
 
-// A copy of a record of the C interface.
+// Accessible bytes behind a record, for checks in which it does not matter that a module reads too much.
+inline constexpr size_t bytesToSpare = 512;
+
+// A copy of a record of the C interface, with `bytesBehind` accessible bytes behind it.
 template <typename Record>
 class GuardedRecord {
     static_assert(std::is_trivially_copyable_v<Record>);
 
 public:
-    GuardedRecord(Environment &environment, const Record &record)
-        : m_memory(environment.Guarded(sizeof(Record)))
+    GuardedRecord(Environment &environment, const Record &record, size_t bytesBehind = 0)
+        : m_memory(environment.Guarded(sizeof(Record) + bytesBehind))
     {
         std::memcpy(m_memory->Data(), &record, sizeof(Record));
     }
@@ -30,11 +35,11 @@ private:
     std::unique_ptr<GuardedMemory> m_memory;
 };
 
-// A copy of a text; its terminator is the last accessible byte.
+// A copy of a text; its terminator is the last accessible byte, except for `bytesBehind`.
 class GuardedText {
 public:
-    GuardedText(Environment &environment, std::string_view text)
-        : m_memory(environment.Guarded(text.size() + 1)), m_length(text.size())
+    GuardedText(Environment &environment, std::string_view text, size_t bytesBehind = 0)
+        : m_memory(environment.Guarded(text.size() + 1 + bytesBehind)), m_length(text.size())
     {
         std::memcpy(m_memory->Data(), text.data(), text.size());
         m_memory->Data()[text.size()] = 0;

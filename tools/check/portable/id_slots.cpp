@@ -67,6 +67,7 @@ std::span<const IdSlot> IdSlots()
 int32_t CallAsUsual(Context &context, const IdSlot &slot)
 {
     const std::string id(slot.deviceId);
+    RegisterUsualListener(context.table);
     context.Step(fmt::format("{} with usual arguments", slot.name), {"THR-3"});
     return slot.call(context.table, id.c_str(), static_cast<uint32_t>(id.size()));
 }
@@ -78,6 +79,13 @@ void CallAllAsUsual(Context &context)
     }
 }
 
+void RegisterUsualListener(const AudioHandlerTable &table)
+{
+    static AudioListener listener{};
+    listener = {[](const char *, uint32_t, int32_t) {}, nullptr};
+    table.RegisterListener(&listener);
+}
+
 int32_t WriteSilence(const AudioHandlerTable &table, std::string_view id)
 {
     const std::string text(id);
@@ -86,10 +94,14 @@ int32_t WriteSilence(const AudioHandlerTable &table, std::string_view id)
 
 const AudioProfileList &UsualParameters()
 {
-    static const AudioProfileEntry rate{VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1,
-                                        VELTO_SAMPLE_RATE_HZ};
-    static const AudioProfileList list{1, 0, &rate};
-    return list;
+    struct Parameters {
+        AudioProfileEntry rate{};
+        AudioProfileList list{};
+    };
+    thread_local Parameters parameters;
+    parameters.rate = {VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1, VELTO_SAMPLE_RATE_HZ};
+    parameters.list = {1, 0, &parameters.rate};
+    return parameters.list;
 }
 
 } // namespace velto::check

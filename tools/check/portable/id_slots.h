@@ -20,8 +20,11 @@ struct IdSlot {
 // In the order of the table.
 std::span<const IdSlot> IdSlots();
 
-// Calls the slot once as a correct host does: a crash or a hang breaks THR-3 rather than a clause about
-// special arguments, which come later. Returns the result.
+// Registers a listener that ignores events: a host usually has one. Its record lives until the process ends.
+void RegisterUsualListener(const AudioHandlerTable &table);
+
+// Registers the usual listener and calls the slot once as a correct host does: a crash or a hang breaks THR-3
+// rather than a clause about special arguments, which come later. Returns the result.
 int32_t CallAsUsual(Context &context, const IdSlot &slot);
 // The same for all slots with an id.
 void CallAllAsUsual(Context &context);
@@ -29,7 +32,8 @@ void CallAllAsUsual(Context &context);
 // Writes one silent unit.
 int32_t WriteSilence(const AudioHandlerTable &table, std::string_view id);
 
-// A parameter list that every module accepts.
+// A parameter list that every module accepts, written again by each call: a module that changes it fails only
+// the check of this rule. One for each thread.
 const AudioProfileList &UsualParameters();
 
 } // namespace velto::check

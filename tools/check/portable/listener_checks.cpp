@@ -179,8 +179,8 @@ void CallTableInCallback(const char *, uint32_t, int32_t)
 void CheckCallsInCallback(Context &context)
 {
     CallAllAsUsual(context);
-    static const AudioListener listener{CallTableInCallback, EventRecorder::SecondField()};
-    static const AudioListener none{nullptr, nullptr};
+    static AudioListener listener{CallTableInCallback, EventRecorder::SecondField()};
+    static AudioListener none{nullptr, nullptr};
     tableOfCallback = &context.table;
     Register(context, &listener);
     for (const EventCall &call : eventCalls) {
@@ -196,7 +196,7 @@ void CheckCallsInCallback(Context &context)
 
 void CheckRegistration(Context &context)
 {
-    static const AudioListener listener{EventRecorder::OnEvent, EventRecorder::SecondField()};
+    static AudioListener listener{EventRecorder::OnEvent, EventRecorder::SecondField()};
     context.Step("RegisterListener", {"LSN-1"});
     context.ExpectEqual(Register(context, &listener), int32_t{VELTO_OK}, "LSN-1",
                         "RegisterListener returned");
@@ -270,9 +270,9 @@ void CheckReplacedListener(Context &context)
 {
     CallAllAsUsual(context);
     EventRecorder recorder(context);
-    static const AudioListener other{CountOther, EventRecorder::SecondField()};
-    static const AudioListener none{nullptr, nullptr};
-    static const AudioListener withoutCallback{nullptr, EventRecorder::SecondField()};
+    static AudioListener other{CountOther, EventRecorder::SecondField()};
+    static AudioListener none{nullptr, nullptr};
+    static AudioListener withoutCallback{nullptr, EventRecorder::SecondField()};
     recorder.Clear();
     context.Step("CloseAudioTrack with another listener", {"LSN-8"});
     Register(context, &other);
@@ -283,6 +283,7 @@ void CheckReplacedListener(Context &context)
     std::ranges::transform(eventCalls, usual.begin(), [&context](const EventCall &call) {
         return call.call(context.table, VELTO_ID_SPEAKER);
     });
+    context.environment.Sleep(timeForLateEvents);
     for (const AudioListener *empty : {&none, &withoutCallback}) {
         recorder.Clear();
         eventsOfOther = 0;

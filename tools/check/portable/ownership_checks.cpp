@@ -45,7 +45,7 @@ void TakeAway(const Memories &memories)
     }
 }
 
-// A frame with its header and unit, each at the end of accessible memory.
+// A frame with its header and unit, in memory that can be protected.
 class GuardedFrame {
 public:
     explicit GuardedFrame(Environment &environment)
@@ -73,13 +73,13 @@ private:
     GuardedRecord<StreamFrame> m_frame;
 };
 
-// A parameter list with one entry; each record and the key at the end of accessible memory.
+// A parameter list with one entry, in memory that can be protected.
 class GuardedList {
 public:
     explicit GuardedList(Environment &environment)
-        : m_key(environment, VELTO_KEY_SAMPLE_RATE),
-          m_entry(environment, {m_key.Get(), m_key.Length(), VELTO_SAMPLE_RATE_HZ}),
-          m_list(environment, {1, 0x12345678, m_entry.Get()})
+        : m_key(environment, VELTO_KEY_SAMPLE_RATE, bytesToSpare),
+          m_entry(environment, {m_key.Get(), m_key.Length(), VELTO_SAMPLE_RATE_HZ}, bytesToSpare),
+          m_list(environment, {1, 0, m_entry.Get()}, bytesToSpare)
     {
     }
 
@@ -154,7 +154,7 @@ void CheckParameterLists(Context &context)
 void CheckListenerRecord(Context &context)
 {
     context.Step("RegisterListener", {"OWN-10"});
-    const GuardedRecord<AudioListener> listener(context.environment, {nullptr, nullptr});
+    const GuardedRecord<AudioListener> listener(context.environment, {nullptr, nullptr}, bytesToSpare);
     context.table.RegisterListener(listener.Get());
     context.Require(listener->AudioStateCallback == nullptr && listener->reserved == nullptr, "OWN-10",
                     "RegisterListener changed the record");
@@ -173,9 +173,11 @@ void CheckRefusedCalls(Context &context)
     StreamFrameHeader header = usual;
     StreamFrame frame{buffer.data(), {}, &header};
     const auto expectUnchanged = [&](int32_t result, std::string_view what) {
-        context.Expect(result == VELTO_OK ||
-                           (buffer == untouched && std::memcmp(&header, &usual, sizeof usual) == 0),
-                       "OWN-9", fmt::format("{} was refused and changed the host's memory", what));
+        const bool isUnchanged = buffer == untouched && std::memcmp(&header, &usual, sizeof usual) == 0;
+        context.Expect(result == VELTO_OK || isUnchanged, "OWN-9",
+                       fmt::format("{} was refused and changed the host's memory", what));
+        header = usual;
+        buffer = untouched;
     };
     const AudioHandlerTable &table = context.table;
     context.Step("refused reads and writes", {"OWN-9"});
@@ -245,7 +247,7 @@ void CheckWrittenUnits(Context &context)
     for (size_t number = 0; number < unitsToPlay; ++number) {
         const GuardedFrame &frame = frames.emplace_back(context.environment);
         const GuardedText &id = texts.emplace_back(
-            context.environment, number % 2 == 0 ? VELTO_ID_SPEAKER : VELTO_ID_MODEM_SPEAKER);
+            context.environment, number % 2 == 0 ? VELTO_ID_SPEAKER : VELTO_ID_MODEM_SPEAKER, bytesToSpare);
         context.Step("WriteStreamBuffer while the memory of earlier writes is inaccessible", {"OWN-1"});
         context.table.WriteStreamBuffer(id.Get(), id.Length(), nullptr, frame.Get());
         TakeAway(frame.Parts());
@@ -259,8 +261,8 @@ void CheckListsAndIds(Context &context)
 {
     CallAllAsUsual(context);
     const GuardedList list(context.environment);
-    const GuardedText speaker(context.environment, VELTO_ID_SPEAKER);
-    const GuardedText microphone(context.environment, VELTO_ID_MIC);
+    const GuardedText speaker(context.environment, VELTO_ID_SPEAKER, bytesToSpare);
+    const GuardedText microphone(context.environment, VELTO_ID_MIC, bytesToSpare);
     context.Step("calls whose records and ids become inaccessible", {"OWN-1"});
     context.table.SetAudioParameter(speaker.Get(), speaker.Length(), nullptr, nullptr, list.Get());
     context.table.CloseAudioTrack(speaker.Get(), speaker.Length());
@@ -286,8 +288,10 @@ void CheckReadBuffers(Context &context)
     context.table.OpenAudioRecord(VELTO_ID_MIC, 4, nullptr, nullptr, &UsualParameters());
     for (int number = 0; number < reads; ++number) {
         const auto buffer = context.environment.Guarded(bufferBytes);
-        const GuardedRecord<StreamFrameHeader> header(context.environment, {0, VELTO_READ_SIZE, 0});
-        const GuardedRecord<StreamFrame> frame(context.environment, {buffer->Data(), {}, header.Get()});
+        const GuardedRecord<StreamFrameHeader> header(context.environment, {0, VELTO_READ_SIZE, 0},
+                                                      bytesToSpare);
+        const GuardedRecord<StreamFrame> frame(context.environment, {buffer->Data(), {}, header.Get()},
+                                               bytesToSpare);
         context.Step("ReadStreamBuffer while the memory of earlier reads is inaccessible", {"OWN-1"});
         context.table.ReadStreamBuffer(VELTO_ID_MIC, 4, nullptr, frame.Get());
         TakeAway({buffer.get(), &header.Memory(), &frame.Memory()});
