@@ -167,7 +167,7 @@ std::filesystem::path CopyModule(const ProcessContext &process)
     fs::create_directories(folder);
     for (const fs::directory_entry &entry : fs::directory_iterator(original.parent_path())) {
         const bool isModule = entry.path().filename() == original.filename();
-        if (isModule || entry.path().extension() == ".dll") {
+        if (isModule || _wcsicmp(entry.path().extension().c_str(), L".dll") == 0) {
             fs::copy_file(entry.path(), folder / entry.path().filename());
         }
     }
