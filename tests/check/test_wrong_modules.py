@@ -30,8 +30,11 @@ JOBS = int(os.environ.get("VELTO_JOBS", 2))
 SEED = 1
 
 PASSED, FAILED = 0, 6     # exit codes of velto-host check
+HEARD_FAILED = 1          # exit code of velto-host check-heard
 RUN_TIMEOUT_S = 3600 if FULL_PLAN else 900  # of one run of velto-host
 SETTLE_S = 0.5            # of the recorder, before sound is played
+ATTEMPTS = 3              # to hear a module
+LOST_SOUND = "SPK-16"     # the clause that a stall of the machine breaks
 COLUMNS = ["module", "what is wrong", "breaks", "level", "found by", "outcome"]
 
 
@@ -135,7 +138,9 @@ class Worker:
     def _examine(self, module, checks):
         if module.heard:
             yield from self._listen(module)
-        elif module.speak:
+        if module.heard and module.breaks:
+            return
+        if module.speak:
             yield from self._check(module, "--speak", "--only", module.speak)
         elif FULL_PLAN or not module.breaks:
             yield from self._check(module, "--level", module.level)
@@ -159,26 +164,35 @@ class Worker:
         self.findings.add(content, process.returncode)
 
     def _listen(self, module):
-        """Records what the module plays in a check, and gives it to the checker's listener."""
+        """Repeats the listening if sound is missing that the module does not lose: the machine may have stalled."""
+        for attempt in range(1, ATTEMPTS + 1):
+            broken = yield from self._hear(module)
+            if broken - set(module.breaks) != {LOST_SOUND}:
+                break
+            print(f"  {module.name}: lost sound in attempt {attempt} of {ATTEMPTS}", flush=True)
+        if broken:
+            self.findings.first = (module.heard, module.level, "failed")
+        self.findings.broken |= broken
+
+    def _hear(self, module):
+        """Records what the module plays in a check, and gives it to the checker's listener. Returns the broken clauses."""
         recording = self.session.folder / f"{module.name}.wav"
         heard = self.session.record()
         time.sleep(SETTLE_S)
         yield from self._check(module, "--listen", "--only", module.heard)
         recorder.write_wav(recording, heard.stop(), heard.rate)
         self.session.recorders.remove(heard)
-        process = self._start(f"{module.name}.heard", "check-heard", paths.to_windows(recording), "--json")
+        process = self._start(f"{module.name}.heard", "check-heard", paths.to_windows(recording))
         yield process
         text = (self.session.folder / f"{module.name}.heard").read_text("utf-8", "replace")
         try:
             broken = {each["clause"] for each in json.loads(text)["broken"]}
         except (ValueError, KeyError):
             self.findings.problems.append(f"check-heard ended with {process.returncode}: {text[-800:]}")
-            return
-        if process.returncode != (FAILED if broken else PASSED):
+            return set()
+        if process.returncode != (HEARD_FAILED if broken else PASSED):
             self.findings.problems.append(f"check-heard found {sorted(broken)} and ended with {process.returncode}")
-        if broken:
-            self.findings.first = (module.heard, module.level, "failed")
-        self.findings.broken |= broken
+        return broken
 
     def _start(self, output, *arguments):
         with open(self.session.folder / output, "wb") as out, open(self.session.folder / f"{output}.err", "wb") as err:
