@@ -342,6 +342,29 @@ TEST(FindWatermark, FindsWrongSpeed)
     }
 }
 
+// Louder tones next to the steady ones, as in music, show a wrong speed; the frames show the right one.
+TEST(FindWatermark, TakesSpeedFromFramesWhereOtherTonesMislead)
+{
+    Sound tones;
+    for (size_t i = 0; i < PlayedSound().size(); ++i) {
+        const double phase =
+            2 * std::numbers::pi * 1.0008 * static_cast<double>(i / 2) / watermarkFrameSamples;
+        tones.push_back(static_cast<float>(0.2 * std::sin(phase * leftVoice.steadySteps) +
+                                           0.2 * std::sin(phase * rightVoice.steadySteps)));
+    }
+    const HeardSound heard = Hear(Mixed(PlayedSound(), tones));
+    ExpectComplete(heard);
+    EXPECT_NEAR(heard.speed, 1, 0.0001);
+}
+
+TEST(FindWatermark, IgnoresFramesThatWereNotSent)
+{
+    const HeardSound heard = FindWatermark(PlayedSound(), rate, 2, frames - 20);
+    EXPECT_EQ(heard.framesInOrder, Numbers(frames - 20));
+    EXPECT_EQ(heard.framesMissing, 0U);
+    EXPECT_THAT(heard.gapsAtSeconds, IsEmpty());
+}
+
 TEST(FindWatermark, FindsSwappedAndMixedChannels)
 {
     Sound swapped = PlayedSound();
@@ -415,6 +438,13 @@ TEST(FindWatermark, DrawsPeaksOfRecording)
     EXPECT_EQ(heard.envelope[7], 0.25F);
     EXPECT_EQ(heard.envelope[299], 1.0F);
     EXPECT_EQ(std::count(heard.envelope.begin(), heard.envelope.end(), 0.0F), 298);
+}
+
+// A place between two frames shows a pitch that neither has, with 0.4 of the energy: more than the search for
+// sound in a room asks for.
+TEST(FindWatermark, FindsNoFramesBetweenFrames)
+{
+    ExpectComplete(ExamineWatermark(PlayedSound(), rate, 2, frames, leastShareInRoom).sound);
 }
 
 // An echo as loud as the sound hides frames from the ordinary search.

@@ -46,6 +46,16 @@ LoopbackRecording RecordWhile(Context &context, const std::function<void()> &pla
     }
 }
 
+// For checks that start the speakers first: saves their time where nothing can be recorded.
+void SkipWithoutLoopback(Context &context)
+{
+    try {
+        LoopbackRecorder().Stop();
+    } catch (const LoopbackError &error) {
+        context.Skip(error.what());
+    }
+}
+
 HeardWatermark Examine(const LoopbackRecording &recording, uint32_t frames)
 {
     HeardWatermark heard =
@@ -201,6 +211,7 @@ size_t FramesWithTone(const LoopbackRecording &recording, double factor)
 // The watermark on the call speaker, a tone on the media speaker: each must be heard as if it were alone.
 void CheckBothSpeakers(Context &context)
 {
+    SkipWithoutLoopback(context);
     context.Step("starts the speakers", {"SPK-21"});
     SpeakerStream media(context, VELTO_ID_SPEAKER);
     SpeakerStream call(context, VELTO_ID_MODEM_SPEAKER);
@@ -281,6 +292,7 @@ constexpr uint32_t mostOfBurst = 60;
 // All units at once: the newest 20 wait, the endpoint's buffer took a few of the oldest, the others are lost.
 void CheckFullQueue(Context &context)
 {
+    SkipWithoutLoopback(context);
     context.Step("starts the speakers", {"SPK-5"});
     SpeakerStream speaker(context, VELTO_ID_SPEAKER);
     speaker.WarmUp();
@@ -335,6 +347,7 @@ void CheckRateOfZero(Context &context)
 
 void CheckOtherIds(Context &context)
 {
+    SkipWithoutLoopback(context);
     context.Step("starts the speakers", {"SPK-22"});
     SpeakerStream(context, VELTO_ID_SPEAKER).WarmUp();
     const AacUnits units = EncodeStereo(WatermarkSound(shortFrames));

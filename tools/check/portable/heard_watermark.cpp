@@ -76,11 +76,10 @@ Hearing ListenAt(double speed, const Recording &recording, std::span<const float
     return hearing;
 }
 
-// Whether the frame `later` directly follows `earlier`, in time and in number.
+// Whether the frame `later` begins where `earlier` ends.
 bool Follows(const FoundFrame &later, const FoundFrame &earlier, double frameSamples)
 {
-    const double shift = (later.position - earlier.position) / frameSamples - 1;
-    return later.number == earlier.number + 1 && std::abs(shift) < leastShift;
+    return std::abs((later.position - earlier.position) / frameSamples - 1) < leastShift;
 }
 
 // From the first to the last frame of the longest undisturbed part.
