@@ -207,7 +207,19 @@ TEST(ProcessResult, UnexplainedEndAfterVerdictFailsLifecycleCheckOutsideWine)
     EXPECT_EQ(ResultOf(lifecycle, Completed(), Exited(9, false)).outcome, Outcome::CRASHED);
     EXPECT_EQ(ResultOf(lifecycle, WithFault(Completed(), false, false), Exited(accessViolation)).outcome,
               Outcome::CRASHED);
-    EXPECT_EQ(ResultOf(lifecycle, Completed(), Ended(Kind::TIMED_OUT)).outcome, Outcome::HUNG);
+    ProcessEnd hang = Ended(Kind::TIMED_OUT);
+    hang.isUnderWine = false;
+    EXPECT_EQ(ResultOf(lifecycle, Completed(), hang).outcome, Outcome::HUNG);
+}
+
+TEST(ProcessResult, HangOfWineAtEndOfProcessWarnsInLifecycleCheck)
+{
+    EXPECT_EQ(ResultOf(lifecycle, Completed(), Ended(Kind::TIMED_OUT)).outcome, Outcome::WARNED);
+    Journal freeing = Completed();
+    freeing.hasEnded = false;
+    EXPECT_EQ(ResultOf(lifecycle, freeing, Ended(Kind::TIMED_OUT)).outcome, Outcome::HUNG);
+    EXPECT_EQ(ResultOf(lifecycle, WithFault(Completed(), true, false), Ended(Kind::TIMED_OUT)).outcome,
+              Outcome::CRASHED);
 }
 
 } // namespace

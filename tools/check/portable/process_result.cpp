@@ -91,7 +91,12 @@ void EndLifecycle(CheckResult &result, const Journal &journal, const ProcessEnd 
     if (ofModule != nullptr) {
         Crash(result, journal, ofModule->place);
     } else if (end.kind == ProcessEnd::Kind::TIMED_OUT) {
-        Hang(result, journal, end);
+        if (end.isUnderWine && journal.hasEnded) {
+            result.warnings.push_back("the process hung at its end, without a fault of the module: "
+                                      "Wine's sound driver causes such hangs");
+        } else {
+            Hang(result, journal, end);
+        }
     } else if (end.exitCode != 0) {
         const std::string place = last != nullptr ? last->place : ExitCodeText(end.exitCode);
         if (last != nullptr ? last->isOfWine : end.isUnderWine) {

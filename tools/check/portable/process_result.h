@@ -28,8 +28,8 @@ struct ProcessEnd {
 // A journal without a verdict, of a process that has begun, is the module's fault: the clauses of the last
 // step are broken. Once the verdict is written, the end of the process does not change it. The exception are
 // the checks of the lifecycle: there, a fault of the module's code breaks the clauses of the last step, also
-// if the process survived it; a death outside of the module's code is a warning if it is Wine's, and the
-// module's fault elsewhere.
+// if the process survived it. A death or a hang outside of the module's code is a warning under Wine, if no
+// other code than Wine's is known to be the place, and the module's fault elsewhere.
 CheckResult ResultOf(const Check &check, const Journal &journal, const ProcessEnd &end);
 
 } // namespace velto::check
