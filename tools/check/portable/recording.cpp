@@ -60,20 +60,15 @@ Recording::Outcome Recording::Read(uint32_t requested)
     }
     const bool isFrameSame = frame.data == m_memory->Data() && frame.header == &header &&
                              header.streamType == streamTypeOfHost && header.reserved == reservedOfHost;
-    if (!m_context.Expect(isFrameSame, "OWN-3",
-                          "a read changed more of the frame than the size and the buffer")) {
-        return Outcome::WRONG;
-    }
+    m_context.Expect(isFrameSame, "OWN-3", "a read changed more of the frame than the size and the buffer");
     return Classify(header.size, requested);
 }
 
 Recording::Outcome Recording::Classify(uint32_t size, uint32_t requested)
 {
     if (size == 0 || size == requested) {
-        const bool isUntouched =
-            m_context.Expect(IsUntouched(0), "OWN-3", "a read without a packet wrote to the buffer");
-        const Outcome outcome = size == 0 ? Outcome::NOTHING : Outcome::STOPPED;
-        return isUntouched ? outcome : Outcome::WRONG;
+        m_context.Expect(IsUntouched(0), "OWN-3", "a read without a packet wrote to the buffer");
+        return size == 0 ? Outcome::NOTHING : Outcome::STOPPED;
     }
     if (!m_context.Expect(
             size <= VELTO_MAX_PACKET_BYTES, "MIC-2",
@@ -81,9 +76,8 @@ Recording::Outcome Recording::Classify(uint32_t size, uint32_t requested)
         return Outcome::WRONG;
     }
     m_packetBytes = size;
-    return m_context.Expect(IsUntouched(size), "OWN-3", "a read wrote behind the packet that it delivered")
-               ? Outcome::PACKET
-               : Outcome::WRONG;
+    m_context.Expect(IsUntouched(size), "OWN-3", "a read wrote behind the packet that it delivered");
+    return Outcome::PACKET;
 }
 
 // Whether nothing was written from this byte on.
@@ -102,7 +96,7 @@ bool Recording::ReadUntilPacket(uint32_t requested)
             return true;
         }
         if (outcome == Outcome::WRONG) {
-            return false;
+            throw CheckEnded{};
         }
         m_context.environment.Sleep(5ms); // not every read waits, and simulated time passes in sleeps only
     }

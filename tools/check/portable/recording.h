@@ -18,7 +18,7 @@ public:
         PACKET,  // Packet() has a unit
         NOTHING, // none came in time, or nothing is open
         STOPPED, // the module does not capture
-        WRONG,   // reported: the read broke a clause
+        WRONG,   // reported: a result or a size that breaks the contract
     };
 
     // The context outlives this object.
@@ -33,7 +33,8 @@ public:
 
     // Reads once. Reports each rule of reading that is broken. `requested`: the size before the call.
     Outcome Read(uint32_t requested = VELTO_READ_SIZE);
-    // Reads until a packet comes, for ten seconds at most. False without one.
+    // Reads until a packet comes, for ten seconds at most. False without one; ends the check after a WRONG
+    // read.
     bool ReadUntilPacket(uint32_t requested = VELTO_READ_SIZE);
 
     // Of the last read that returned PACKET.

@@ -150,7 +150,7 @@ void CheckUnitsAtEndOfPage(Context &context)
         for (const std::vector<uint8_t> &unit : units) {
             const auto memory = context.environment.Guarded(unit.size());
             std::copy(unit.begin(), unit.end(), memory->Data());
-            speaker.ExpectWrites({memory->Data(), unit.size()}, "OWN-6", "a unit without padding");
+            speaker.ExpectWrites({memory->Data(), unit.size()}, "SPK-3", "a unit without padding");
         }
     }
 }
@@ -364,7 +364,7 @@ std::span<const Check> SpeakerChecks()
         {"speaker.raw-units", 5, {"SPK-3", "SPK-10", "PAR-8", "THR-3"}, 60s, CheckRawUnits},
         {"speaker.adts-units", 5, {"SPK-3", "SPK-10", "PAR-8", "THR-3"}, 60s, CheckAdtsUnits},
         {"speaker.both", 5, {"SPK-3", "SPK-10", "PAR-8", "THR-3"}, 60s, CheckBothSpeakers},
-        {"speaker.units-at-end-of-page", 5, {"OWN-6"}, 60s, CheckUnitsAtEndOfPage},
+        {"speaker.units-at-end-of-page", 5, {"OWN-6", "SPK-3"}, 60s, CheckUnitsAtEndOfPage},
         {"speaker.bad-units", 5, {"SPK-3", "SPK-6", "THR-3"}, 60s, CheckBadUnits},
         {"speaker.other-ids", 5, {"IDS-3", "SPK-3", "THR-3"}, 60s, CheckOtherIds},
         {"speaker.parameters-of-zero", 5, {"PAR-5", "PAR-8", "THR-3"}, 60s, CheckParametersOfZero},

@@ -1,5 +1,6 @@
 // Storms: all slots at random, from eleven threads at the same time. No correct host calls so, yet each
 // result is documented.
+#include <atomic>
 #include <chrono>
 
 #include "check/portable/built_in_sound.h"
@@ -61,14 +62,37 @@ void CheckCallsAfterStorm(Context &context, const AacUnits &units)
     context.ExpectEqual(closed, ok, "THR-1", "CloseAudioRecord after the storm returned");
 }
 
+// A call whose result is wrong on one thread, too, says nothing about overlapping calls.
+void SkipIfWrongOnOneThread(Context &context, const AacUnits &units, const StormTime &time)
+{
+    context.Step("calls all slots on one thread", {"THR-1"});
+    const std::atomic<bool> stopped{false};
+    StormCaller caller(context.table, units, pace / 10, time, stopped, context.random.Next());
+    for (int calls = 0; calls < 40; ++calls) {
+        caller.SetParameters();
+        caller.CloseTrack();
+        caller.QueryCapabilities();
+        caller.ChangeListener();
+        caller.Read();
+    }
+    caller.Write(VELTO_ID_SPEAKER);
+    caller.Write(VELTO_ID_MODEM_SPEAKER);
+    caller.Record();
+    caller.Record();
+    if (caller.Figures().Different() > 0) {
+        context.Skip("calls on one thread do not return documented results");
+    }
+}
+
 // About ten seconds. The first writes of several threads meet each other while the speakers are started.
 void CheckStorm(Context &context)
 {
     const AacUnits units = SpeechLikeUnits(60);
+    const StormTime time = TimeOf(context.environment);
+    SkipIfWrongOnOneThread(context, units, time);
     context.Step("calls all slots at random from eleven threads", {"THR-1"});
-    CallStorm storm(
-        context.table, units,
-        {.seed = context.random.Next(), .pace = pace, .rounds = 6, .time = TimeOf(context.environment)});
+    CallStorm storm(context.table, units,
+                    {.seed = context.random.Next(), .pace = pace, .rounds = 6, .time = time});
     storm.Finish();
     ReportCalls(context, storm.Figures());
     CheckCallsAfterStorm(context, units);
