@@ -51,16 +51,29 @@ HMODULE ModuleOf(uintptr_t address)
     return module;
 }
 
-std::string FileNameOf(HMODULE module)
+// In small letters.
+std::string PathOf(HMODULE module)
 {
     std::array<wchar_t, 1024> path{};
     const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
-    std::string name = host::ToUtf8(std::wstring(path.data(), length));
-    name.erase(0, name.find_last_of('\\') + 1);
-    std::transform(name.begin(), name.end(), name.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? char(letter - 'A' + 'a') : letter;
+    std::string text = host::ToUtf8(std::wstring(path.data(), length));
+    std::transform(text.begin(), text.end(), text.begin(), [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
     });
-    return name;
+    return text;
+}
+
+std::string FolderOf(HMODULE module)
+{
+    std::string path = PathOf(module);
+    path.resize(path.find_last_of('\\') + 1);
+    return path;
+}
+
+std::string FileNameOf(HMODULE module)
+{
+    const std::string path = PathOf(module);
+    return path.substr(path.find_last_of('\\') + 1);
 }
 
 ThreadInfo Examine(uint32_t threadId)
@@ -114,10 +127,15 @@ std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInf
         return std::any_of(before.begin(), before.end(),
                            [&](const ThreadInfo &old) { return old.id == thread.id; });
     });
-    const bool inModule = std::any_of(threads.begin(), threads.end(),
-                                      [&](const ThreadInfo &thread) { return thread.startModule == module; });
+    const HMODULE program = GetModuleHandleW(nullptr); // may be in the same folder
+    const std::string folder = FolderOf(module);
+    const auto isOfModule = [&](const ThreadInfo &thread) {
+        return thread.startModule != nullptr && thread.startModule != program &&
+               FolderOf(thread.startModule) == folder;
+    };
+    const bool hasOwn = std::any_of(threads.begin(), threads.end(), isOfModule);
     std::erase_if(threads, [&](const ThreadInfo &thread) {
-        return inModule ? thread.startModule != module : !BeginsInRuntime(thread);
+        return hasOwn ? !isOfModule(thread) : !BeginsInRuntime(thread);
     });
     return threads;
 }
@@ -130,6 +148,13 @@ std::vector<ThreadInfo> StillRunning(const std::vector<ThreadInfo> &threads)
         return std::find(ids.begin(), ids.end(), thread.id) != ids.end() &&
                StartAddressOf(thread.id) == thread.startAddress; // an id may be used again
     });
+    return running;
+}
+
+std::vector<ThreadInfo> WithoutCode(const std::vector<ThreadInfo> &threads)
+{
+    std::vector<ThreadInfo> running = StillRunning(threads);
+    std::erase_if(running, [](const ThreadInfo &thread) { return ModuleOf(thread.startAddress) != nullptr; });
     return running;
 }
 

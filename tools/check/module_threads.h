@@ -19,13 +19,17 @@ struct ThreadInfo {
 // All threads of this process, now. A thread that ends meanwhile may be missing.
 std::vector<ThreadInfo> ThreadsOfProcess();
 
-// The threads that a module has started since the list `before`: those that begin in its code. If there are
-// none, those that begin in a C runtime, which starts threads for the code that calls it. Threads that the
-// system starts do not count: they begin in the system's own DLLs.
+// The threads that a module has started since the list `before`: those that begin in its code, or in another
+// DLL of its folder, to which it may have delegated them. If there are none, those that begin in a C runtime,
+// which starts threads for the code that calls it. Threads that the system starts do not count: they begin in
+// the system's own DLLs. The module is mapped.
 std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInfo> &before);
 
 // Of `threads`, those that still run.
 std::vector<ThreadInfo> StillRunning(const std::vector<ThreadInfo> &threads);
+
+// Of the threads that still run, those whose DLL is no longer mapped.
+std::vector<ThreadInfo> WithoutCode(const std::vector<ThreadInfo> &threads);
 
 // "3 threads: 4711 in module.dll+0x1a20, ...".
 std::string Describe(const std::vector<ThreadInfo> &threads);
