@@ -491,8 +491,9 @@ void CheckKinds(Context &context)
     for (size_t index = 0; index < kinds.size(); ++index) {
         context.Step(fmt::format("slot {} with arguments that are harmless for every function", index),
                      {"ENT-9"});
-        kinds[index] =
-            index == releaseSlot ? Kind::OTHER : KindOf(context.table, SlotAt(context.table, index));
+        const AnySlot slot = SlotAt(context.table, index);
+        const bool isKnown = index != releaseSlot && slot != nullptr;
+        kinds[index] = isKnown ? KindOf(context.table, slot) : Kind::OTHER;
     }
     for (size_t left = 0; left < kinds.size(); ++left) {
         for (size_t right = left + 1; right < kinds.size(); ++right) {

@@ -49,9 +49,9 @@ void TakeAway(const Memories &memories)
 class GuardedFrame {
 public:
     explicit GuardedFrame(Environment &environment)
-        : m_unit(environment, silentUnit),
-          m_header(environment, {3, silentUnit.size(), 0x12345678}),
-          m_frame(environment, {m_unit->data(), {1, 2, 3}, m_header.Get()})
+        : m_unit(environment, silentUnit, bytesToSpare),
+          m_header(environment, {3, silentUnit.size(), 0x12345678}, bytesToSpare),
+          m_frame(environment, {m_unit->data(), {1, 2, 3}, m_header.Get()}, bytesToSpare)
     {
     }
 
