@@ -159,15 +159,12 @@ void FakesEnvironment::Step(std::chrono::milliseconds time)
     fakewin::AdvanceClock(static_cast<uint64_t>(time.count()));
     std::this_thread::sleep_for(std::chrono::microseconds(time) / realShare);
 
-    uint64_t calls = CaptureCalls();
-    auto standstill = std::chrono::steady_clock::now();
-    while (IsCapturing() && !HasCapturedUntil(now)) {
+    const auto begin = std::chrono::steady_clock::now();
+    while (IsCapturing() && !HasCapturedUntil(now) && !IsStandingStill()) {
         std::this_thread::sleep_for(50us);
-        const auto real = std::chrono::steady_clock::now();
-        if (const uint64_t latest = CaptureCalls(); latest != calls) {
-            calls = latest;
-            standstill = real;
-        } else if (real - standstill > longestStandstill) {
+        if (std::chrono::steady_clock::now() - begin > longestStandstill) {
+            const std::lock_guard lock(m_mutex);
+            m_standstillAt = m_captureCalls;
             return;
         }
     }
@@ -202,10 +199,10 @@ bool FakesEnvironment::HasCapturedUntil(std::chrono::milliseconds time) const
     return m_emptyAt >= time;
 }
 
-uint64_t FakesEnvironment::CaptureCalls() const
+bool FakesEnvironment::IsStandingStill() const
 {
     const std::lock_guard lock(m_mutex);
-    return m_captureCalls;
+    return m_standstillAt == m_captureCalls;
 }
 
 } // namespace velto_test

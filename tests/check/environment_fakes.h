@@ -52,7 +52,8 @@ private:
     bool IsCapturing() const;
     // Whether a capture has asked for sound after `time` and there was none left.
     bool HasCapturedUntil(std::chrono::milliseconds time) const;
-    uint64_t CaptureCalls() const;
+    // Whether no capture has asked for sound since a wait that ended without it.
+    bool IsStandingStill() const;
 
     const Endpoints m_endpoints;
     fakes::AudioSystem &m_audio = fakes::AudioSystem::Instance();
@@ -61,6 +62,7 @@ private:
     std::map<std::thread::id, std::chrono::milliseconds> m_captured; // until when, by each capture thread
     std::chrono::milliseconds m_emptyAt{-1}; // the last time at which no sound was left
     uint64_t m_captureCalls = 0;
+    std::optional<uint64_t> m_standstillAt; // the number of calls then
 };
 
 } // namespace velto_test
