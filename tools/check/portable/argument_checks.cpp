@@ -506,6 +506,7 @@ void CheckKinds(Context &context)
 void CheckSlotOrder(Context &context)
 {
     CheckKinds(context);
+    CallAllAsUsual(context);
     EventRecorder recorder(context);
     std::array<Answers, slotAnswers.size()> answers;
     for (size_t index = 0; index < answers.size(); ++index) {
