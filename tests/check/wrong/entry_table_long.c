@@ -1,4 +1,5 @@
-// The entry writes one byte behind the table. The byte keeps its value, so only an inaccessible page shows it.
+// The entry writes one byte behind the table. The byte keeps its value, so only an inaccessible page shows
+// it.
 // breaks: ENT-8
 // level: 1
 

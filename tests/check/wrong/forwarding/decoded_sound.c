@@ -23,6 +23,6 @@ void ChangeTable(AudioHandlerTable *table)
     (void)table;
     if (receiveFrame == NULL) {
         receiveFrame = (ReceiveFrame)(uintptr_t)ReplaceImport("avcodec_receive_frame",
-                                                             (const void *)(uintptr_t)&ReceiveAndChange);
+                                                              (const void *)(uintptr_t)&ReceiveAndChange);
     }
 }

@@ -38,7 +38,8 @@ static HMODULE RealModule(void)
 static void **FindImport(const char *function)
 {
     uint8_t *const image = (uint8_t *)RealModule();
-    const IMAGE_NT_HEADERS *headers = (const IMAGE_NT_HEADERS *)(image + ((IMAGE_DOS_HEADER *)image)->e_lfanew);
+    const IMAGE_NT_HEADERS *headers =
+        (const IMAGE_NT_HEADERS *)(image + ((IMAGE_DOS_HEADER *)image)->e_lfanew);
     const IMAGE_DATA_DIRECTORY *directory =
         &headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
     const IMAGE_IMPORT_DESCRIPTOR *dll = (const IMAGE_IMPORT_DESCRIPTOR *)(image + directory->VirtualAddress);
@@ -74,9 +75,9 @@ const void *ReplaceImport(const char *function, const void *replacement)
 
 /* ---- The life of this DLL --------------------------------------------------------------------- */
 
-/* The real module has references to itself while its threads run, which keep it mapped. This DLL has to stay mapped for
-   as long, as a module does that contains these threads. So the real module takes and drops a reference to this DLL
-   with each reference to itself. */
+/* The real module has references to itself while its threads run, which keep it mapped. This DLL has to stay
+   mapped for as long, as a module does that contains these threads. So the real module takes and drops a
+   reference to this DLL with each reference to itself. */
 
 static BOOL WINAPI AcquireBoth(DWORD flags, LPCWSTR name, HMODULE *module)
 {

@@ -6,8 +6,8 @@
 
 #define VELTO_PACKET_ROOM 2048 /* bytes: more than a packet has */
 
-/* Reads from the real module, and stores the call's result. Returns the bytes of the packet at frame->data, or 0 if the
-   call delivered none. */
+/* Reads from the real module, and stores the call's result. Returns the bytes of the packet at frame->data,
+   or 0 if the call delivered none. */
 static inline uint32_t ReadPacket(const char *id, uint32_t idLength, void *unused, StreamFrame *frame,
                                   int32_t *result)
 {
@@ -20,8 +20,8 @@ static inline uint32_t ReadPacket(const char *id, uint32_t idLength, void *unuse
     return frame->header->size;
 }
 
-/* True for every 130th call. With each packet wrong, a module would break all clauses that need a packet. One wrong packet
-   in almost three seconds of sound breaks only its own. */
+/* True for every 130th call. With each packet wrong, a module would break all clauses that need a packet. One
+   wrong packet in almost three seconds of sound breaks only its own. */
 static inline int IsRarePacket(void)
 {
     static int packets;
