@@ -342,19 +342,37 @@ TEST(FindWatermark, FindsWrongSpeed)
     }
 }
 
-// Louder tones next to the steady ones, as in music, show a wrong speed; the frames show the right one.
-TEST(FindWatermark, TakesSpeedFromFramesWhereOtherTonesMislead)
+// The steady tones of a watermark of another speed, and louder ones.
+Sound TonesOfSpeed(double speed)
 {
     Sound tones;
     for (size_t i = 0; i < PlayedSound().size(); ++i) {
         const double phase =
-            2 * std::numbers::pi * 1.0008 * static_cast<double>(i / 2) / watermarkFrameSamples;
+            2 * std::numbers::pi * speed * static_cast<double>(i / 2) / watermarkFrameSamples;
         tones.push_back(static_cast<float>(0.2 * std::sin(phase * leftVoice.steadySteps) +
                                            0.2 * std::sin(phase * rightVoice.steadySteps)));
     }
-    const HeardSound heard = Hear(Mixed(PlayedSound(), tones));
-    ExpectComplete(heard);
-    EXPECT_NEAR(heard.speed, 1, 0.0001);
+    return tones;
+}
+
+TEST(FindWatermark, TakesSpeedFromFramesWhereOtherTonesMislead)
+{
+    for (const double misleading : {0.7, 1.0008}) {
+        SCOPED_TRACE(misleading);
+        const HeardSound heard = Hear(Mixed(PlayedSound(), TonesOfSpeed(misleading)));
+        ExpectComplete(heard);
+        EXPECT_NEAR(heard.speed, 1, 0.0001);
+    }
+}
+
+TEST(FindWatermark, TakesDelayFromMostOfFirstFrames)
+{
+    Sound swapped = PlayedSound();
+    std::swap_ranges(swapped.begin() + block, swapped.begin() + 2 * block, swapped.begin() + 2 * block);
+    EXPECT_NEAR(Hear(swapped).delayMs, unitMs, 0.2);
+    Sound repeated = PlayedSound();
+    repeated.insert(repeated.begin() + 7 * block, BlockOf(PlayedSound(), 5), BlockOf(PlayedSound(), 6));
+    EXPECT_NEAR(Hear(repeated).delayMs, unitMs, 0.2);
 }
 
 TEST(FindWatermark, IgnoresFramesThatWereNotSent)

@@ -120,7 +120,8 @@ public:
         return places;
     }
 
-    // Where the place's glides are loudest, next to the place.
+    // Where the place's glides are loudest: the top of a parabola through the logarithms of their loudness at
+    // the place and on both sides of it.
     double ExactPosition(const Place &place) const
     {
         const auto loudness = [&](double position) {
@@ -128,19 +129,11 @@ public:
                    std::log(m_correlation.Amplitude(rightVoice, place.rightPitch, position) + 1e-12);
         };
         const double step = m_frameSamples / placesInFrame / 2;
-        double position = place.position;
-        double before = loudness(position - step);
-        double here = loudness(position);
-        double after = loudness(position + step);
-        for (int moves = 0; moves < placesInFrame && (before > here || after > here); ++moves) {
-            const bool forward = after > before;
-            position += forward ? step : -step;
-            (forward ? before : after) = here;
-            here = forward ? after : before;
-            (forward ? after : before) = loudness(forward ? position + step : position - step);
-        }
+        const double before = loudness(place.position - step);
+        const double here = loudness(place.position);
+        const double after = loudness(place.position + step);
         const double curvature = before - 2 * here + after;
-        return curvature < 0 ? position + step * 0.5 * (before - after) / curvature : position;
+        return curvature < 0 ? place.position + step * 0.5 * (before - after) / curvature : place.position;
     }
 
 private:
