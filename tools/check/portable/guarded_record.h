@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -41,7 +42,7 @@ public:
     GuardedText(Environment &environment, std::string_view text, size_t bytesBehind = 0)
         : m_memory(environment.Guarded(text.size() + 1 + bytesBehind)), m_length(text.size())
     {
-        std::memcpy(m_memory->Data(), text.data(), text.size());
+        std::copy(text.begin(), text.end(), m_memory->Data());
         m_memory->Data()[text.size()] = 0;
     }
 
