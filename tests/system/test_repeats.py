@@ -90,6 +90,9 @@ class ScriptedTest(session.SystemTest):
     def setUp(self):
         self.addCleanup(self.clean_up)
 
+    def stalls(self):
+        return []
+
     def clean_up(self):
         self.cleanups += 1
 
@@ -113,7 +116,8 @@ class Repeats(unittest.TestCase):
     def run_test(self, *outcomes):
         """Returns (whether the test passed, number of attempts). Every attempt must be cleaned up."""
         test, result = ScriptedTest(outcomes), unittest.TestResult()
-        with contextlib.redirect_stdout(io.StringIO()) as self.printed:
+        with (contextlib.redirect_stdout(io.StringIO()) as self.printed,
+              mock.patch.object(repeats, "wait_for_calm") as self.wait_for_calm):
             test.run(result)
         self.assertEqual(test.cleanups, test.attempts)
         return result.wasSuccessful(), test.attempts
@@ -127,6 +131,7 @@ class Repeats(unittest.TestCase):
         self.assertEqual(self.run_test(self.DAMAGE, self.DAMAGE, None), (True, 3))
         self.assertEqual(self.printed.getvalue().splitlines(),
                          [f"  attempt {attempt} of 3: 5 windows; repeating" for attempt in (1, 2)])
+        self.assertEqual(self.wait_for_calm.call_count, 2)
         self.assertEqual(self.list.read_text().splitlines(), ["repeated: __main__.ScriptedTest.attempt: 5 windows"] * 2)
 
     def test_sound_damaged_in_every_attempt_fails(self):
@@ -150,6 +155,40 @@ class Repeats(unittest.TestCase):
             repeats.note_accepted("one window")
         self.assertTrue(repeats.may_repeat("many windows"))
         self.assertEqual(self.list.read_text().splitlines()[-2:], ["accepted: one window", "repeated: many windows"])
+
+
+class ScriptedClock:
+    """A clock that only sleep() advances."""
+
+    def __init__(self):
+        self.now = BEGIN
+
+    def time(self):
+        return self.now
+
+    def sleep(self, seconds):
+        self.now += seconds
+
+
+class Calm(unittest.TestCase):
+    """The wait between two attempts."""
+
+    def waited_s(self, stalls):
+        clock = ScriptedClock()
+        repeats.wait_for_calm(lambda: [stall for stall in stalls if stall.end <= clock.now], clock)
+        return clock.now - BEGIN
+
+    def test_calm_machine_is_not_waited_for(self):
+        self.assertEqual(self.waited_s([]), 0)
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 7, BEGIN - 6)]), 0)
+
+    def test_wait_ends_when_last_stall_is_five_seconds_ago(self):
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 2, BEGIN - 1)]), 4)
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 2, BEGIN - 1), damage.Stall(BEGIN + 2, BEGIN + 3)]), 8)
+
+    def test_wait_is_limited_on_machine_that_keeps_stalling(self):
+        stalls = [damage.Stall(BEGIN + second, BEGIN + second + 0.5) for second in range(-1, 100)]
+        self.assertEqual(self.waited_s(stalls), repeats.LONGEST_WAIT_S)
 
 
 class StallMonitor(unittest.TestCase):

@@ -122,9 +122,9 @@ class Session:
 class SystemTest(unittest.TestCase):
     """A test with its own session. SINKS, MICROPHONES and WITH_SERVER set what exists at its start.
 
-    If sound is damaged at several places, and the machine stalled at each of them, the test repeats in a new session, with up
-    to ATTEMPTS attempts in total and within the limit of the whole run: no module can play through a stall. Any other
-    failure fails the test at once."""
+    If sound is damaged at several places, and the machine stalled at each of them, the test repeats in a new session when the
+    machine is calm again, with up to ATTEMPTS attempts in total and within the limit of the whole run: no module can play
+    through a stall. Any other failure fails the test at once."""
 
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
@@ -143,6 +143,7 @@ class SystemTest(unittest.TestCase):
                 if attempt == self.ATTEMPTS or not repeats.may_repeat(f"{self.id()}: {reason}"):
                     raise
                 print(f"  attempt {attempt} of {self.ATTEMPTS}: {reason}; repeating", flush=True)
+            repeats.wait_for_calm(self.stalls)
             self.doCleanups()
             self.setUp()
 
