@@ -15,7 +15,7 @@ from unittest import mock
 
 import numpy
 
-from rig import compare, damage, media, processes, repeats, session, stall_monitor, waiting
+from rig import compare, damage, media, processes, recorder, repeats, session, stall_monitor, waiting
 
 RATE = 48000
 BEGIN = 1000.0  # wall time of the recording's first frame
@@ -78,6 +78,29 @@ class Damage(unittest.TestCase):
         self.places((4.45, 4.5))
         early = [w for w in self.result.windows if w.start_s < 4]
         self.assertEqual(damage.places_in(self.result, time_of, early), [])
+
+
+class ArrivalTimes(unittest.TestCase):
+    """The wall time of a frame, from a sink that loses two seconds after three. Chunks of 20 ms arrive up to 15 ms late."""
+
+    LOST_S, LOSS_S = 2.0, 3.0
+    CHUNK = RATE // 50
+
+    def setUp(self):
+        self.times = recorder.ArrivalTimes(RATE)
+        for chunk in range(1, 301):
+            self.times.add(chunk * self.CHUNK, self.heard(chunk * self.CHUNK) + 0.005 * (chunk % 4))
+
+    def heard(self, frame):
+        return time_of(frame) + (self.LOST_S if frame > self.LOSS_S * RATE else 0)
+
+    def test_time_of_frame_follows_lost_time(self):
+        for second in (0, 1.0, 2.4, 2.99, 3.0, 3.01, 3.2, 4.0, 5.9, 6.0):
+            self.assertAlmostEqual(self.times.of(int(second * RATE)), self.heard(int(second * RATE)), delta=0.02)
+
+    def test_least_delayed_chunk_dates_first_frame(self):
+        self.assertAlmostEqual(self.times.least_delayed(), BEGIN, delta=0.001)
+        self.assertIsNone(recorder.ArrivalTimes(RATE).least_delayed())
 
 
 class ScriptedTest(session.SystemTest):
