@@ -98,6 +98,10 @@ class Session:
         listed = listed.get("endpoints", listed.get("devices", [])) if isinstance(listed, dict) else listed
         return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == flow}
 
+    def default_endpoint(self, flow="render"):
+        """Returns (name, id) of the endpoint for the server's default device: "PulseAudio", in newer Wine with a second word."""
+        return next((name, id_) for name, id_ in self.endpoints(flow).items() if name.startswith("PulseAudio"))
+
     def rows_of(self, host):
         """Returns the names of the rows of the troubleshooting table that "velto-host log" finds in a host's log."""
         explained = json.loads(self.prefix.run([paths.HOST, "log", paths.to_windows(host.log.path), "--json"]))
