@@ -210,7 +210,7 @@ class Calm(unittest.TestCase):
         self.assertEqual(self.waited_s([damage.Stall(BEGIN - 2, BEGIN - 1), damage.Stall(BEGIN + 2, BEGIN + 3)]), 8)
 
     def test_wait_is_limited_on_machine_that_keeps_stalling(self):
-        stalls = [damage.Stall(BEGIN + second, BEGIN + second + 0.5) for second in range(-1, 100)]
+        stalls = [damage.Stall(BEGIN + second, BEGIN + second + 0.5) for second in range(-1, 200)]
         self.assertEqual(self.waited_s(stalls), repeats.LONGEST_WAIT_S)
 
 
