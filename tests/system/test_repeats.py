@@ -214,6 +214,35 @@ class Calm(unittest.TestCase):
         self.assertEqual(self.waited_s(stalls), repeats.LONGEST_WAIT_S)
 
 
+class IdleHost(unittest.TestCase):
+    """The wait before a test."""
+
+    def waited_s(self, *busy):
+        """busy: (begin, end) of the periods in which the host steals half of a processor."""
+        clock = ScriptedClock()
+
+        def stolen():
+            return sum(0.5 * max(min(clock.now - BEGIN, end) - begin, 0) for begin, end in busy)
+
+        repeats.wait_for_idle_host(stolen, clock)
+        return clock.now - BEGIN
+
+    def test_idle_host_costs_one_look(self):
+        self.assertAlmostEqual(self.waited_s(), repeats.LOOK_S)
+
+    def test_wait_ends_when_host_has_stolen_nothing_for_five_seconds(self):
+        self.assertAlmostEqual(self.waited_s((0, 20.3)), 25.3)
+        self.assertAlmostEqual(self.waited_s((0, 2.3), (6.3, 7.3)), 12.3)
+
+    def test_wait_for_host_that_keeps_stealing_is_limited(self):
+        self.assertAlmostEqual(self.waited_s((0, 1000)), repeats.LONGEST_WAIT_S, delta=1)
+
+    def test_stolen_time_is_that_of_all_processors(self):
+        with open("/proc/stat", encoding="ascii") as stat:
+            stolen = [int(line.split()[8]) for line in stat if line.startswith("cpu") and line[3].isdigit()]
+        self.assertAlmostEqual(repeats.stolen_s(), sum(stolen) / os.sysconf("SC_CLK_TCK"), delta=1)
+
+
 class StallMonitor(unittest.TestCase):
     def test_stall_monitor_reports_time_and_length_of_stall(self):
         with tempfile.TemporaryDirectory() as folder:

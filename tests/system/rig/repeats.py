@@ -10,6 +10,8 @@ import time
 MOST = 6
 # Stalls come in groups, for example while the host of a virtual machine is busy. Groups of more than two minutes were seen.
 CALM_S, LONGEST_WAIT_S = 5, 180
+# How long a test looks for stolen time before it starts, and how much of a processor may be stolen.
+LOOK_S, MOST_STOLEN = 0.3, 0.07
 REPEATED, ACCEPTED, REFUSED = "repeated", "accepted", "not repeated, because the run had reached its limit"
 
 _own = []  # the entries of a test that runs alone
@@ -40,6 +42,25 @@ def wait_for_calm(stalls, clock=time):
         if calm <= now:
             return
         clock.sleep(calm - now)
+
+
+def stolen_s():
+    """The time that the host of a virtual machine has stolen from all processors so far."""
+    with open("/proc/stat", encoding="ascii") as file:
+        return int(file.readline().split()[8]) / os.sysconf("SC_CLK_TCK")
+
+
+def wait_for_idle_host(stolen=stolen_s, clock=time):
+    """While the host of a virtual machine steals time, waits until it has not done so for CALM_S, but at most LONGEST_WAIT_S.
+    Costs LOOK_S if the host steals nothing."""
+    begin, calm_s, look_s = clock.time(), 0, LOOK_S
+    while clock.time() < begin + LONGEST_WAIT_S:
+        before = stolen()
+        clock.sleep(look_s)
+        calm_s = calm_s + look_s if stolen() - before <= MOST_STOLEN * look_s else 0
+        if look_s == LOOK_S and calm_s or calm_s >= CALM_S:
+            return
+        look_s = 1
 
 
 def note_accepted(reason):

@@ -154,6 +154,7 @@ class SystemTest(unittest.TestCase):
     def setUp(self):
         if not paths.HOST.exists() or not paths.MODULE.exists():
             self.fail(f"velto-host.exe or the DLL is missing in {paths.WINDOWS_BIN}: run scripts/build windows")
+        repeats.wait_for_idle_host()
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         # These two run after the next one, which ends all hosts.
