@@ -65,6 +65,18 @@ class Damage(unittest.TestCase):
         with self.assertRaises(damage.SoundDamaged):
             damage.check(self.places((3.9, 5.0)), [STALL])
 
+    def test_damage_without_stall_is_refused_beside_much_damage_within(self):
+        """Unless it is one place of twenty or more: queued sound is lost late."""
+        long_stall = damage.Stall(BEGIN + 3.0, BEGIN + 5.5)
+        with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 1.2 s$"):
+            damage.check(self.places((1.25, 1.3), (3.9, 5.0)), [long_stall])
+        places = self.places((1.25, 1.3), (2.65, 6.35))
+        self.assertEqual(len(places), 20)
+        with self.assertRaises(damage.SoundDamaged):
+            damage.check(places, [long_stall])
+        with self.assertRaises(damage.DamagedWithoutStall):
+            damage.check(places + [places[0]], [long_stall])
+
     def test_missing_sound_without_stall_is_refused(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, 3 * RATE + 4800), axis=0)
         places = damage.places_in(compare.compare(heard, self.sent, RATE), time_of)
@@ -137,13 +149,15 @@ class Repeats(unittest.TestCase):
         self.addCleanup(variables.stop)
 
     def run_test(self, *outcomes):
-        """Returns (whether the test passed, number of attempts). Every attempt must be cleaned up."""
+        """Returns (whether the test passed, None if its sound was not measured; number of attempts). Every attempt must be
+        cleaned up."""
         test, result = ScriptedTest(outcomes), unittest.TestResult()
+        self.result = result
         with (contextlib.redirect_stdout(io.StringIO()) as self.printed,
               mock.patch.object(repeats, "wait_for_calm") as self.wait_for_calm):
             test.run(result)
         self.assertEqual(test.cleanups, test.attempts)
-        return result.wasSuccessful(), test.attempts
+        return None if result.skipped else result.wasSuccessful(), test.attempts
 
     def test_undamaged_sound_needs_one_attempt(self):
         self.assertEqual(self.run_test(None), (True, 1))
@@ -157,8 +171,17 @@ class Repeats(unittest.TestCase):
         self.assertEqual(self.wait_for_calm.call_count, 2)
         self.assertEqual(self.list.read_text().splitlines(), ["repeated: __main__.ScriptedTest.attempt: 5 windows"] * 2)
 
-    def test_sound_damaged_in_every_attempt_fails(self):
-        self.assertEqual(self.run_test(*[self.DAMAGE] * 4), (False, 3))
+    def test_sound_damaged_in_every_attempt_is_not_measured_and_listed(self):
+        self.assertEqual(self.run_test(*[self.DAMAGE] * 4), (None, 3))
+        self.assertEqual(self.list.read_text().splitlines()[-1], "NOT MEASURED: __main__.ScriptedTest.attempt: 5 windows")
+
+    def test_program_says_if_sound_was_not_measured(self):
+        for outcomes, code in (((None,), 0), ((self.DAMAGE,) * 3, session.NOT_MEASURED), ((AssertionError(),), 1)):
+            self.run_test(*outcomes)
+            self.assertEqual(session.exit_code(self.result), code)
+        self.run_test(*[self.DAMAGE] * 3)
+        ScriptedTest([AssertionError()]).run(self.result)
+        self.assertEqual(session.exit_code(self.result), 1, "a failure beside a spoiled recording")
 
     def test_other_failures_are_not_repeated(self):
         self.assertEqual(self.run_test(AssertionError(), None), (False, 1))
@@ -170,8 +193,10 @@ class Repeats(unittest.TestCase):
         while self.run_test(self.DAMAGE, None) == (True, 2):
             repeated += 1
         self.assertEqual(repeated, repeats.MOST)
-        self.assertEqual(self.run_test(self.DAMAGE, None), (False, 1))
-        self.assertTrue(self.list.read_text().splitlines()[-1].startswith(repeats.REFUSED))
+        self.assertEqual(self.run_test(self.DAMAGE, None), (None, 1))
+        refused, unmeasured = self.list.read_text().splitlines()[-2:]
+        self.assertTrue(refused.startswith(repeats.REFUSED))
+        self.assertTrue(unmeasured.startswith(repeats.UNMEASURED))
 
     def test_accepted_damage_is_listed_and_does_not_count(self):
         for _ in range(2 * repeats.MOST):
@@ -193,8 +218,16 @@ class ScriptedClock:
         self.now += seconds
 
 
+def nothing_waited():
+    """For each test: the test program has not waited so far."""
+    return mock.patch.object(repeats, "_waited_s", 0.0)
+
+
 class Calm(unittest.TestCase):
     """The wait between two attempts."""
+
+    def setUp(self):
+        self.enterContext(nothing_waited())
 
     def waited_s(self, stalls):
         clock = ScriptedClock()
@@ -212,10 +245,15 @@ class Calm(unittest.TestCase):
     def test_wait_is_limited_on_machine_that_keeps_stalling(self):
         stalls = [damage.Stall(BEGIN + second, BEGIN + second + 0.5) for second in range(-1, 200)]
         self.assertEqual(self.waited_s(stalls), repeats.LONGEST_WAIT_S)
+        self.assertEqual(self.waited_s(stalls), repeats.MOST_WAITING_S - repeats.LONGEST_WAIT_S, "limit of the program")
+        self.assertEqual(self.waited_s(stalls), 0)
 
 
 class IdleHost(unittest.TestCase):
     """The wait before a test."""
+
+    def setUp(self):
+        self.enterContext(nothing_waited())
 
     def waited_s(self, *busy):
         """busy: (begin, end) of the periods in which the host steals half of a processor."""
