@@ -7,6 +7,8 @@ import subprocess
 import tempfile
 import unittest
 
+import pefile
+
 import places
 
 # DLLs that every Windows 10 has.
@@ -30,8 +32,8 @@ def sections(path):
 
 
 def exports(name):
-    table = headers(name).split("[Ordinal/Name Pointer] Table", 1)
-    return re.findall(r"^\s*\[\s*\d+\]\s+(\S+)$", table[1], re.M) if len(table) == 2 else []
+    with pefile.PE(str(places.BIN / name)) as image:
+        return [symbol.name.decode("ascii") for symbol in image.DIRECTORY_ENTRY_EXPORT.symbols]
 
 
 def imports(name):

@@ -82,7 +82,7 @@ class Documents(Sources):
             self.make("# Title\n\n[a](docs/other.md#plaice)\n")
 
     def test_warning_of_sphinx_is_refused(self):
-        with self.assertRaisesRegex(RuntimeError, "index.md:3: WARNING"):
+        with self.assertRaisesRegex(RuntimeError, r"index\.md(\.rst)?:3: WARNING"):
             self.make("# Title\n\n### Skips a level\n")
 
 

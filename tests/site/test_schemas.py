@@ -49,10 +49,11 @@ class Outputs(unittest.TestCase):
         tone(cls.folder / "tone.aac")
 
     def run_host(self, *arguments, expect=0):
-        """Runs velto-host without a sound driver. Returns its output."""
+        """Runs velto-host without a sound driver. Returns its output. expect: the exit code; None: any."""
         result = wine_program.run(places.WINE_PREFIX, places.HOST, *arguments, "--json", cwd=self.folder,
                                   VELTO_LOG_FILE=wine_program.to_windows(self.folder / "module.log"))
-        self.assertEqual(result.returncode, expect, result.stdout)
+        if expect is not None:
+            self.assertEqual(result.returncode, expect, result.stdout)
         return json.loads(result.stdout)
 
     def matches(self, command, *arguments, expect=0):
@@ -86,7 +87,10 @@ class Outputs(unittest.TestCase):
         self.assertEqual(output["play"]["exitCode"], 0)
 
     def test_devices_without_sound_driver_match(self):
-        self.assertIn("error", self.matches("devices", expect=1))
+        """Wine 8 has no device enumerator then, Wine 10 one without endpoints."""
+        output = self.run_host("devices", expect=None)
+        failed = "error" in output
+        self.assertEqual(self.matches("devices", expect=1 if failed else 0).get("devices", []), [])
 
     def test_log_matches(self):
         for name in ("storm.log", "no-service.log"):

@@ -33,8 +33,8 @@ class IdleRelease(session.SystemTest):
             result = compare.compare(part, reference, recorder.rate)
             self.report(label, result)
             windows = [w for w in result.windows if low <= w.start_s < high]
-            self.assertGreater(sum(w.state == compare.GOOD for w in windows), 15, label)
             self.assert_intact(result, lambda frame, first=first: recorder.time_of(first + frame), windows)
+            self.assertGreater(sum(w.state == compare.GOOD for w in windows), 15, label)
 
 
 if __name__ == "__main__":

@@ -61,7 +61,7 @@ class WithUnusableDefault(UnloadWhileOpen):
     SINKS = ()
 
     def test_host_survives_new_microphone_after_freeing_module(self):
-        default = self.session.endpoints("capture")["PulseAudio"]
+        _, default = self.session.default_endpoint("capture")
         host = self.probe()
         is_registered = host.log.count(REGISTERED) > host.log.count("UnregisterEndpointNotificationCallback")
         print(f"  the recording follows the default: {is_registered}", flush=True)

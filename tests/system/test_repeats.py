@@ -15,7 +15,7 @@ from unittest import mock
 
 import numpy
 
-from rig import compare, damage, media, processes, repeats, session, stall_monitor, waiting
+from rig import compare, damage, media, processes, recorder, repeats, session, stall_monitor, waiting
 
 RATE = 48000
 BEGIN = 1000.0  # wall time of the recording's first frame
@@ -65,6 +65,18 @@ class Damage(unittest.TestCase):
         with self.assertRaises(damage.SoundDamaged):
             damage.check(self.places((3.9, 5.0)), [STALL])
 
+    def test_damage_without_stall_is_refused_beside_much_damage_within(self):
+        """Unless it is one place of twenty or more: queued sound is lost late."""
+        long_stall = damage.Stall(BEGIN + 3.0, BEGIN + 5.5)
+        with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 1.2 s$"):
+            damage.check(self.places((1.25, 1.3), (3.9, 5.0)), [long_stall])
+        places = self.places((1.25, 1.3), (2.65, 6.35))
+        self.assertEqual(len(places), 20)
+        with self.assertRaises(damage.SoundDamaged):
+            damage.check(places, [long_stall])
+        with self.assertRaises(damage.DamagedWithoutStall):
+            damage.check(places + [places[0]], [long_stall])
+
     def test_missing_sound_without_stall_is_refused(self):
         heard = numpy.delete(self.sent, slice(3 * RATE, 3 * RATE + 4800), axis=0)
         places = damage.places_in(compare.compare(heard, self.sent, RATE), time_of)
@@ -80,6 +92,29 @@ class Damage(unittest.TestCase):
         self.assertEqual(damage.places_in(self.result, time_of, early), [])
 
 
+class ArrivalTimes(unittest.TestCase):
+    """The wall time of a frame, from a sink that loses two seconds after three. Chunks of 20 ms arrive up to 15 ms late."""
+
+    LOST_S, LOSS_S = 2.0, 3.0
+    CHUNK = RATE // 50
+
+    def setUp(self):
+        self.times = recorder.ArrivalTimes(RATE)
+        for chunk in range(1, 301):
+            self.times.add(chunk * self.CHUNK, self.heard(chunk * self.CHUNK) + 0.005 * (chunk % 4))
+
+    def heard(self, frame):
+        return time_of(frame) + (self.LOST_S if frame > self.LOSS_S * RATE else 0)
+
+    def test_time_of_frame_follows_lost_time(self):
+        for second in (0, 1.0, 2.4, 2.99, 3.0, 3.01, 3.2, 4.0, 5.9, 6.0):
+            self.assertAlmostEqual(self.times.of(int(second * RATE)), self.heard(int(second * RATE)), delta=0.02)
+
+    def test_least_delayed_chunk_dates_first_frame(self):
+        self.assertAlmostEqual(self.times.least_delayed(), BEGIN, delta=0.001)
+        self.assertIsNone(recorder.ArrivalTimes(RATE).least_delayed())
+
+
 class ScriptedTest(session.SystemTest):
     """A system test whose attempts have the given outcomes: None to pass, or an exception to raise."""
 
@@ -89,6 +124,9 @@ class ScriptedTest(session.SystemTest):
 
     def setUp(self):
         self.addCleanup(self.clean_up)
+
+    def stalls(self):
+        return []
 
     def clean_up(self):
         self.cleanups += 1
@@ -111,12 +149,15 @@ class Repeats(unittest.TestCase):
         self.addCleanup(variables.stop)
 
     def run_test(self, *outcomes):
-        """Returns (whether the test passed, number of attempts). Every attempt must be cleaned up."""
+        """Returns (whether the test passed, None if its sound was not measured; number of attempts). Every attempt must be
+        cleaned up."""
         test, result = ScriptedTest(outcomes), unittest.TestResult()
-        with contextlib.redirect_stdout(io.StringIO()) as self.printed:
+        self.result = result
+        with (contextlib.redirect_stdout(io.StringIO()) as self.printed,
+              mock.patch.object(repeats, "wait_for_calm") as self.wait_for_calm):
             test.run(result)
         self.assertEqual(test.cleanups, test.attempts)
-        return result.wasSuccessful(), test.attempts
+        return None if result.skipped else result.wasSuccessful(), test.attempts
 
     def test_undamaged_sound_needs_one_attempt(self):
         self.assertEqual(self.run_test(None), (True, 1))
@@ -127,10 +168,20 @@ class Repeats(unittest.TestCase):
         self.assertEqual(self.run_test(self.DAMAGE, self.DAMAGE, None), (True, 3))
         self.assertEqual(self.printed.getvalue().splitlines(),
                          [f"  attempt {attempt} of 3: 5 windows; repeating" for attempt in (1, 2)])
+        self.assertEqual(self.wait_for_calm.call_count, 2)
         self.assertEqual(self.list.read_text().splitlines(), ["repeated: __main__.ScriptedTest.attempt: 5 windows"] * 2)
 
-    def test_sound_damaged_in_every_attempt_fails(self):
-        self.assertEqual(self.run_test(*[self.DAMAGE] * 4), (False, 3))
+    def test_sound_damaged_in_every_attempt_is_not_measured_and_listed(self):
+        self.assertEqual(self.run_test(*[self.DAMAGE] * 4), (None, 3))
+        self.assertEqual(self.list.read_text().splitlines()[-1], "NOT MEASURED: __main__.ScriptedTest.attempt: 5 windows")
+
+    def test_program_says_if_sound_was_not_measured(self):
+        for outcomes, code in (((None,), 0), ((self.DAMAGE,) * 3, session.NOT_MEASURED), ((AssertionError(),), 1)):
+            self.run_test(*outcomes)
+            self.assertEqual(session.exit_code(self.result), code)
+        self.run_test(*[self.DAMAGE] * 3)
+        ScriptedTest([AssertionError()]).run(self.result)
+        self.assertEqual(session.exit_code(self.result), 1, "a failure beside a spoiled recording")
 
     def test_other_failures_are_not_repeated(self):
         self.assertEqual(self.run_test(AssertionError(), None), (False, 1))
@@ -142,14 +193,92 @@ class Repeats(unittest.TestCase):
         while self.run_test(self.DAMAGE, None) == (True, 2):
             repeated += 1
         self.assertEqual(repeated, repeats.MOST)
-        self.assertEqual(self.run_test(self.DAMAGE, None), (False, 1))
-        self.assertTrue(self.list.read_text().splitlines()[-1].startswith(repeats.REFUSED))
+        self.assertEqual(self.run_test(self.DAMAGE, None), (None, 1))
+        refused, unmeasured = self.list.read_text().splitlines()[-2:]
+        self.assertTrue(refused.startswith(repeats.REFUSED))
+        self.assertTrue(unmeasured.startswith(repeats.UNMEASURED))
 
     def test_accepted_damage_is_listed_and_does_not_count(self):
         for _ in range(2 * repeats.MOST):
             repeats.note_accepted("one window")
         self.assertTrue(repeats.may_repeat("many windows"))
         self.assertEqual(self.list.read_text().splitlines()[-2:], ["accepted: one window", "repeated: many windows"])
+
+
+class ScriptedClock:
+    """A clock that only sleep() advances."""
+
+    def __init__(self):
+        self.now = BEGIN
+
+    def time(self):
+        return self.now
+
+    def sleep(self, seconds):
+        self.now += seconds
+
+
+def nothing_waited():
+    """For each test: the test program has not waited so far."""
+    return mock.patch.object(repeats, "_waited_s", 0.0)
+
+
+class Calm(unittest.TestCase):
+    """The wait between two attempts."""
+
+    def setUp(self):
+        self.enterContext(nothing_waited())
+
+    def waited_s(self, stalls):
+        clock = ScriptedClock()
+        repeats.wait_for_calm(lambda: [stall for stall in stalls if stall.end <= clock.now], clock)
+        return clock.now - BEGIN
+
+    def test_calm_machine_is_not_waited_for(self):
+        self.assertEqual(self.waited_s([]), 0)
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 7, BEGIN - 6)]), 0)
+
+    def test_wait_ends_when_last_stall_is_five_seconds_ago(self):
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 2, BEGIN - 1)]), 4)
+        self.assertEqual(self.waited_s([damage.Stall(BEGIN - 2, BEGIN - 1), damage.Stall(BEGIN + 2, BEGIN + 3)]), 8)
+
+    def test_wait_is_limited_on_machine_that_keeps_stalling(self):
+        stalls = [damage.Stall(BEGIN + second, BEGIN + second + 0.5) for second in range(-1, 200)]
+        self.assertEqual(self.waited_s(stalls), repeats.LONGEST_WAIT_S)
+        self.assertEqual(self.waited_s(stalls), repeats.MOST_WAITING_S - repeats.LONGEST_WAIT_S, "limit of the program")
+        self.assertEqual(self.waited_s(stalls), 0)
+
+
+class IdleHost(unittest.TestCase):
+    """The wait before a test."""
+
+    def setUp(self):
+        self.enterContext(nothing_waited())
+
+    def waited_s(self, *busy):
+        """busy: (begin, end) of the periods in which the host steals half of a processor."""
+        clock = ScriptedClock()
+
+        def stolen():
+            return sum(0.5 * max(min(clock.now - BEGIN, end) - begin, 0) for begin, end in busy)
+
+        repeats.wait_for_idle_host(stolen, clock)
+        return clock.now - BEGIN
+
+    def test_idle_host_costs_one_look(self):
+        self.assertAlmostEqual(self.waited_s(), repeats.LOOK_S)
+
+    def test_wait_ends_when_host_has_stolen_nothing_for_five_seconds(self):
+        self.assertAlmostEqual(self.waited_s((0, 20.3)), 25.3)
+        self.assertAlmostEqual(self.waited_s((0, 2.3), (6.3, 7.3)), 12.3)
+
+    def test_wait_for_host_that_keeps_stealing_is_limited(self):
+        self.assertAlmostEqual(self.waited_s((0, 1000)), repeats.LONGEST_WAIT_S, delta=1)
+
+    def test_stolen_time_is_that_of_all_processors(self):
+        with open("/proc/stat", encoding="ascii") as stat:
+            stolen = [int(line.split()[8]) for line in stat if line.startswith("cpu") and line[3].isdigit()]
+        self.assertAlmostEqual(repeats.stolen_s(), sum(stolen) / os.sysconf("SC_CLK_TCK"), delta=1)
 
 
 class StallMonitor(unittest.TestCase):

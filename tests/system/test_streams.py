@@ -10,6 +10,7 @@ from rig import compare, damage, media, paths, session
 EXACT_DB = 60.0
 SILENCE = compare.QUIET_RMS  # the encoder's priming is quieter
 LEAST_PERIOD_S = 1.3 + 0.8 - 0.3  # from the start of a stream to that of the next one: its length, and the gap
+KEPT_BY_RESAMPLER = 48  # frames; 8 were seen
 PRIMING = 800     # frames that are certainly silent at the start of the AAC encoder's output
 
 
@@ -80,7 +81,8 @@ class ShortStream(Streams):
         self.assert_ended_well(host)
         self.assertEqual((host.summary["unitsSent"], host.summary["silentUnits"]), (50, 0))
         heard = recorder.samples()
-        place = self.place(recorder, self.decoded(short, following), "short and following")
+        # Newer versions of Wine resample each stream. The resampler keeps the last frames of a sound that no silence follows.
+        place = self.place(recorder, self.decoded(short, following)[:-KEPT_BY_RESAMPLER], "short and following")
         self.assert_silent(heard, 0, place, "before short")
 
     def test_c_player_example_plays_short_stream_completely(self):

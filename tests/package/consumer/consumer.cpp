@@ -1,5 +1,6 @@
 // The same as consumer.c in C++: the names of the header and of the import library must match in this
 // language, too.
+#include <cstdint>
 #include <iostream>
 #include <string>
 

@@ -29,8 +29,9 @@ def _probe(path, *options):
     return processes.run(["ffprobe", "-v", "error", *options, "-of", "csv=p=0", path]).strip().strip(",")
 
 
-def speech(name, rate=48000, pan=None, container="aac", backwards=False):
-    """An AAC-LC file of about 11 s of real speech. It is made once and cached. pan: an expression for FFmpeg's filter."""
+def speech(name, rate=48000, pan=None, container="aac", backwards=False, cutoff_hz=None):
+    """An AAC-LC file of about 11 s of real speech. It is made once and cached. pan: an expression for FFmpeg's filter.
+    cutoff_hz: the encoder leaves out higher frequencies."""
     target = paths.CACHE / "samples" / f"{name}.{container}"
     target.parent.mkdir(parents=True, exist_ok=True)
     with open(target.parent / "samples.lock", "w") as lock:
@@ -44,7 +45,8 @@ def speech(name, rate=48000, pan=None, container="aac", backwards=False):
             chain = f"concat=n={len(files)}:v=0:a=1,aresample={rate},{pan or 'pan=stereo|c0=c0|c1=c0'}"
             unfinished = target.with_suffix(".unfinished." + container)
             processes.run(["ffmpeg", "-nostdin", "-v", "error", "-y", *inputs, "-filter_complex", chain, "-ar", rate,
-                           "-c:a", "aac", "-b:a", "160k", unfinished], timeout_s=120)
+                           "-c:a", "aac", "-b:a", "160k", *(["-cutoff", cutoff_hz] if cutoff_hz else []), unfinished],
+                          timeout_s=120)
             unfinished.rename(target)
     return target
 

@@ -52,10 +52,11 @@ def give_all_threads_priority(child, priority=SERVER_PRIORITY):
 
 def mapped_file(pid, address):
     """Returns the file that is mapped at an address of a process, or ""."""
-    for line in open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace"):
-        begin, end = (int(bound, 16) for bound in line.split(" ", 1)[0].split("-"))
-        if begin <= address < end:
-            return line.partition("/")[1] + line.partition("/")[2].strip()
+    with open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace") as maps:
+        for line in maps:
+            begin, end = (int(bound, 16) for bound in line.split(" ", 1)[0].split("-"))
+            if begin <= address < end:
+                return line.partition("/")[1] + line.partition("/")[2].strip()
     return ""
 
 

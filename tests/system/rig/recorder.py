@@ -1,5 +1,6 @@
 """Records the sound of an endpoint, from the monitor of its sink."""
 
+import bisect
 import subprocess
 import threading
 import time
@@ -10,6 +11,32 @@ import numpy
 from . import audio_server, processes, waiting
 
 
+class ArrivalTimes:
+    """The wall times at which the frames of a recording arrived. A sink that stalls can lose time, so a frame's time
+    follows from the frames after it, not from the first one."""
+
+    SPAN_S = 0.5
+
+    def __init__(self, rate):
+        self._rate = rate
+        self._ends, self._clocks = [], []  # of each chunk: its last frame + 1; when frame 0 arrived, if no time was lost
+
+    def add(self, end, now):
+        """A chunk that ends before frame `end` arrived."""
+        self._ends.append(end)
+        self._clocks.append(now - end / self._rate)
+
+    def least_delayed(self):
+        """When frame 0 arrived, from the chunk with the least delay. None without a chunk."""
+        return min(self._clocks, default=None)
+
+    def of(self, frame):
+        """The wall time of a frame, from the chunk with the least delay of those that end within SPAN_S after it."""
+        first = min(bisect.bisect_left(self._ends, frame), len(self._ends) - 1)
+        last = max(bisect.bisect_right(self._ends, frame + self.SPAN_S * self._rate), first + 1)
+        return min(self._clocks[first:last]) + frame / self._rate
+
+
 class Recorder:
     """Keeps the 32-bit float samples of one sink in memory, with the time at which they arrived."""
 
@@ -17,7 +44,7 @@ class Recorder:
         self.sink, self.rate, self.channels = sink, rate, channels
         self._chunks = []
         self._frames = 0
-        self._clock = None  # wall time of frame 0, from the chunk with the least delay
+        self._times = ArrivalTimes(rate)
         self._lock = threading.Lock()
         self._process = processes.start(
             ["parec", "--raw", "-d", f"{sink}.monitor", "--latency-msec=20", "--format=float32le",
@@ -40,8 +67,7 @@ class Recorder:
             with self._lock:
                 self._chunks.append(data[:whole])
                 self._frames += whole // width
-                start = now - self._frames / self.rate
-                self._clock = start if self._clock is None else min(self._clock, start)
+                self._times.add(self._frames, now)
 
     @property
     def seconds(self):
@@ -60,7 +86,7 @@ class Recorder:
         """
         with self._lock:
             samples, self._chunks = self._array(), []
-            clock, self._clock = self._clock, None
+            clock, self._times = self._times.least_delayed(), ArrivalTimes(self.rate)
         return samples, clock
 
     def _array(self):
@@ -68,7 +94,8 @@ class Recorder:
 
     def time_of(self, frame):
         """Wall time (as in time.time()) at which a frame was heard, to within about 20 ms."""
-        return self._clock + frame / self.rate
+        with self._lock:
+            return self._times.of(frame)
 
     def peak_since(self, frame):
         """The largest absolute sample value from a frame on."""

@@ -24,6 +24,7 @@ STEREO_48K = ("spkA", 48000, 2)
 MICROPHONE_48K = ("micA", 48000, 2)
 RECORDING_RATE = 48000
 INTERRUPTED = 130        # exit code of velto-host after Ctrl-C
+NOT_MEASURED = 77        # exit code of a test program if the machine spoiled recordings, and all else passed
 MAX_CPU = 0.5            # of one processor
 START_CPU_S = 2.0        # processor time to start and end a host
 
@@ -98,6 +99,10 @@ class Session:
         listed = listed.get("endpoints", listed.get("devices", [])) if isinstance(listed, dict) else listed
         return {e["name"]: e["id"] for e in listed if e.get("flow", "render") == flow}
 
+    def default_endpoint(self, flow="render"):
+        """Returns (name, id) of the endpoint for the server's default device: "PulseAudio", in newer Wine with a second word."""
+        return next((name, id_) for name, id_ in self.endpoints(flow).items() if name.startswith("PulseAudio"))
+
     def rows_of(self, host):
         """Returns the names of the rows of the troubleshooting table that "velto-host log" finds in a host's log."""
         explained = json.loads(self.prefix.run([paths.HOST, "log", paths.to_windows(host.log.path), "--json"]))
@@ -122,9 +127,9 @@ class Session:
 class SystemTest(unittest.TestCase):
     """A test with its own session. SINKS, MICROPHONES and WITH_SERVER set what exists at its start.
 
-    If sound is damaged at several places, and the machine stalled at each of them, the test repeats in a new session, with up
-    to ATTEMPTS attempts in total and within the limit of the whole run: no module can play through a stall. Any other
-    failure fails the test at once."""
+    If the machine spoils a recording by stalls, the test repeats in a new session when the machine is calm again, with up to
+    ATTEMPTS attempts in total and within the limit of the whole run: no module can play through a stall. If the last recording
+    is spoiled, too, the test is skipped: its sound was not measured. Any other failure fails the test at once."""
 
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
@@ -141,14 +146,17 @@ class SystemTest(unittest.TestCase):
                 return test()
             except damage.SoundDamaged as reason:
                 if attempt == self.ATTEMPTS or not repeats.may_repeat(f"{self.id()}: {reason}"):
-                    raise
+                    repeats.note_unmeasured(f"{self.id()}: {reason}")
+                    self.skipTest(f"not measured: {reason}")
                 print(f"  attempt {attempt} of {self.ATTEMPTS}: {reason}; repeating", flush=True)
+            repeats.wait_for_calm(self.stalls)
             self.doCleanups()
             self.setUp()
 
     def setUp(self):
         if not paths.HOST.exists() or not paths.MODULE.exists():
             self.fail(f"velto-host.exe or the DLL is missing in {paths.WINDOWS_BIN}: run scripts/build windows")
+        repeats.wait_for_idle_host()
         name = f"{type(self).__module__.removeprefix('__main__')}{type(self).__name__}.{self._testMethodName}"
         self.session = Session(name.lstrip("."), self.SINKS, self.WITH_SERVER, self.MICROPHONES)
         # These two run after the next one, which ends all hosts.
@@ -168,8 +176,10 @@ class SystemTest(unittest.TestCase):
     def assert_intact(self, result, time_of, windows=None, minutes=1):
         """The compared sound is intact but for what damage.check accepts. time_of(frame): the wall time at which
         a frame of the recording was heard or read. windows: compares only these."""
+        places = damage.places_in(result, time_of, windows)
+        damage.refuse_spoiled(places, self.stalls(), damage.ACCEPTED_PER_MINUTE * minutes)
         self.assertEqual(result.wrong_as_a_whole(), "")
-        self.assert_undamaged(damage.places_in(result, time_of, windows), minutes)
+        self.assert_undamaged(places, minutes)
 
     def stalls(self):
         """The stalls of the machine so far, and the times in which it was too busy for a host."""
@@ -295,10 +305,18 @@ def read_times(summary):
 
 
 def main():
-    """Runs the tests of the calling file. All child processes end with it."""
+    """Runs the tests of the calling file, and exits. All child processes end with it."""
     processes.install_handlers()
     for variable in ("PULSE_SERVER", "PULSE_SINK", "PULSE_RUNTIME_PATH"):
         os.environ.pop(variable, None)
     signal.siginterrupt(signal.SIGTERM, True)
     sys.stdout.reconfigure(line_buffering=True)
-    unittest.main(module="__main__", verbosity=2, failfast=False, catchbreak=False)
+    program = unittest.main(module="__main__", verbosity=2, failfast=False, catchbreak=False, exit=False)
+    sys.exit(exit_code(program.result))
+
+
+def exit_code(result):
+    """The exit code of a test program: 1 after a failure, else NOT_MEASURED if the machine spoiled a recording, else 0."""
+    if not result.wasSuccessful():
+        return 1
+    return NOT_MEASURED if result.skipped else 0
