@@ -43,7 +43,8 @@ void Storm(Context &context, const AudioHandlerTable &table, const AacUnits &uni
     context.Step(fmt::format("calls all slots at random, cycle {} of {}", cycle, cycles), {"THR-1"});
     CallStorm storm(table, units, {.seed = context.random.Next(), .pace = pace, .rounds = 1});
     storm.Finish();
-    for (const auto &[difference, times] : storm.Figures().FromDocumentation()) {
+    const StormFigures figures = storm.Figures();
+    for (const auto &[difference, times] : figures.FromDocumentation()) {
         context.Expect(false, "THR-1",
                        fmt::format("{} {} time(s) in the storm of cycle {}, which is not documented",
                                    difference, times, cycle));

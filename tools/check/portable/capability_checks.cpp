@@ -252,8 +252,8 @@ void CheckNullMembers(Context &context)
 {
     context.Step("GetAudioCapability", {"THR-3"});
     const List list = GetList(context);
-    static AudioCapabilityItem kept; // static: nothing can free its blocks any more, and they are no leak
-    kept = std::exchange(list.items[0], AudioCapabilityItem{});
+    static std::vector<AudioCapabilityItem> kept; // nothing can free these blocks any more, and they are no leak
+    kept.push_back(std::exchange(list.items[0], AudioCapabilityItem{}));
     context.Step("the release of a list whose first item is empty", {"REL-4"});
     Release(context, list);
 }
