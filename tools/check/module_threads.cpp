@@ -16,7 +16,18 @@ namespace {
 
 using QueryThread = LONG(NTAPI *)(HANDLE thread, int kind, void *value, ULONG bytes, ULONG *writtenBytes);
 
-constexpr int threadStartAddress = 9; // ThreadQuerySetWin32StartAddress
+constexpr int threadBasicInformation = 0; // ThreadBasicInformation
+constexpr int threadStartAddress = 9;     // ThreadQuerySetWin32StartAddress
+
+// The part of THREAD_BASIC_INFORMATION that is read here.
+struct ThreadBasics {
+    LONG exitStatus = 0;
+    const NT_TIB *block = nullptr;
+    std::array<uintptr_t, 4> others{};
+};
+
+// The first functions of a thread are here. It has the address of the code that a C runtime called for it.
+constexpr size_t examinedStackBytes = 65536;
 
 // C runtimes whose function for starting threads is the first of a thread.
 constexpr std::array<std::string_view, 6> runtimeNames{"msvcrt", "ucrtbase",        "vcruntime",
@@ -29,18 +40,51 @@ QueryThread FindQueryThread()
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationThread")));
 }
 
-uintptr_t StartAddressOf(uint32_t threadId)
+// The value of this kind of a thread of this process, zeros if the system does not report it.
+template <typename Value>
+Value Query(uint32_t threadId, int kind)
 {
     static const QueryThread query = FindQueryThread();
-    uintptr_t address = 0;
+    Value value{};
     const HANDLE thread = OpenThread(THREAD_QUERY_INFORMATION, FALSE, threadId);
     if (thread != nullptr) {
-        if (query == nullptr || query(thread, threadStartAddress, &address, sizeof address, nullptr) < 0) {
-            address = 0;
+        if (query == nullptr || query(thread, kind, &value, sizeof value, nullptr) < 0) {
+            value = {};
         }
         CloseHandle(thread);
     }
-    return address;
+    return value;
+}
+
+uintptr_t StartAddressOf(uint32_t threadId)
+{
+    return Query<uintptr_t>(threadId, threadStartAddress);
+}
+
+// Memory of a thread that may end meanwhile.
+bool ReadMemory(const void *address, void *copy, size_t bytes)
+{
+    SIZE_T read = 0;
+    return ReadProcessMemory(GetCurrentProcess(), address, copy, bytes, &read) != FALSE && read == bytes;
+}
+
+// The values on the stack of a thread, next to its first functions. Empty if it has ended.
+std::vector<uintptr_t> BeginOfStack(uint32_t threadId)
+{
+    const auto basics = Query<ThreadBasics>(threadId, threadBasicInformation);
+    NT_TIB block{};
+    if (basics.block == nullptr || !ReadMemory(basics.block, &block, sizeof block)) {
+        return {};
+    }
+    const auto base = reinterpret_cast<uintptr_t>(block.StackBase);
+    const auto limit = reinterpret_cast<uintptr_t>(block.StackLimit);
+    const size_t bytes = std::min<size_t>(base - std::min(limit, base), examinedStackBytes);
+    std::vector<uintptr_t> values(bytes / sizeof(uintptr_t));
+    if (!ReadMemory(reinterpret_cast<const void *>(base - bytes), values.data(),
+                    values.size() * sizeof(uintptr_t))) {
+        values.clear();
+    }
+    return values;
 }
 
 HMODULE ModuleOf(uintptr_t address)
@@ -70,10 +114,49 @@ std::string FolderOf(HMODULE module)
     return path;
 }
 
+// An address behind the last byte of a mapped DLL.
+uintptr_t EndOf(HMODULE module)
+{
+    const auto base = reinterpret_cast<uintptr_t>(module);
+    const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
+    const auto *headers = reinterpret_cast<const IMAGE_NT_HEADERS *>(base + static_cast<size_t>(dos->e_lfanew));
+    return base + headers->OptionalHeader.SizeOfImage;
+}
+
+// Whether a thread runs code of a DLL: an address in the DLL is on its stack.
+bool RunsCodeOf(HMODULE module, uint32_t threadId)
+{
+    const std::vector<uintptr_t> stack = BeginOfStack(threadId);
+    const auto begin = reinterpret_cast<uintptr_t>(module);
+    const uintptr_t end = EndOf(module);
+    return std::any_of(stack.begin(), stack.end(),
+                       [&](uintptr_t value) { return value >= begin && value < end; });
+}
+
 std::string FileNameOf(HMODULE module)
 {
     const std::string path = PathOf(module);
     return path.substr(path.find_last_of('\\') + 1);
+}
+
+// The DLL, and the others in its folder. Not the program, which may be there, too.
+std::vector<HMODULE> ModulesInFolderOf(HMODULE module)
+{
+    std::vector<HMODULE> modules;
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) {
+        return {module};
+    }
+    const std::string folder = FolderOf(module);
+    MODULEENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Module32FirstW(snapshot, &entry); more != FALSE; more = Module32NextW(snapshot, &entry)) {
+        if (entry.hModule != GetModuleHandleW(nullptr) && FolderOf(entry.hModule) == folder) {
+            modules.push_back(entry.hModule);
+        }
+    }
+    CloseHandle(snapshot);
+    return modules;
 }
 
 ThreadInfo Examine(uint32_t threadId)
@@ -127,15 +210,14 @@ std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInf
         return std::any_of(before.begin(), before.end(),
                            [&](const ThreadInfo &old) { return old.id == thread.id; });
     });
-    const HMODULE program = GetModuleHandleW(nullptr); // may be in the same folder
-    const std::string folder = FolderOf(module);
-    const auto isOfModule = [&](const ThreadInfo &thread) {
-        return thread.startModule != nullptr && thread.startModule != program &&
-               FolderOf(thread.startModule) == folder;
-    };
-    const bool hasOwn = std::any_of(threads.begin(), threads.end(), isOfModule);
+    const std::vector<HMODULE> modules = ModulesInFolderOf(module);
     std::erase_if(threads, [&](const ThreadInfo &thread) {
-        return hasOwn ? !isOfModule(thread) : !BeginsInRuntime(thread);
+        const bool isOfModule = std::find(modules.begin(), modules.end(), thread.startModule) != modules.end();
+        const bool isOfRuntime =
+            BeginsInRuntime(thread) && std::any_of(modules.begin(), modules.end(), [&](HMODULE each) {
+                return RunsCodeOf(each, thread.id);
+            });
+        return !isOfModule && !isOfRuntime;
     });
     return threads;
 }

@@ -20,9 +20,8 @@ struct ThreadInfo {
 std::vector<ThreadInfo> ThreadsOfProcess();
 
 // The threads that a module has started since the list `before`: those that begin in its code, or in another
-// DLL of its folder, to which it may have delegated them. If there are none, those that begin in a C runtime,
-// which starts threads for the code that calls it. Threads that the system starts do not count: they begin in
-// the system's own DLLs. The module is mapped.
+// DLL of its folder, to which it may have delegated them, and those that a C runtime began to run such code.
+// Threads that the system starts do not count. The module is mapped.
 std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInfo> &before);
 
 // Of `threads`, those that still run.

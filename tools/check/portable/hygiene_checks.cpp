@@ -62,7 +62,7 @@ private:
                  [this] { m_table.WriteStreamBuffer(VELTO_ID_SPEAKER, 8, nullptr, nullptr); }},
                 {"SetAudioParameter",
                  [this] {
-                     m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, &UsualParameters());
+                     m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, &m_parameters);
                  }},
                 {"a refused SetAudioParameter",
                  [this] { m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, nullptr); }},
@@ -75,7 +75,7 @@ private:
         return {
             {"ReadStreamBuffer without a recording", [this] { Read(); }},
             {"OpenAudioRecord",
-             [this] { m_table.OpenAudioRecord(VELTO_ID_MIC, 4, nullptr, nullptr, &UsualParameters()); }},
+             [this] { m_table.OpenAudioRecord(VELTO_ID_MIC, 4, nullptr, nullptr, &m_parameters); }},
             {"ReadStreamBuffer", [this] { Read(); }},
             {"a second ReadStreamBuffer", [this] { Read(); }},
             {"a refused ReadStreamBuffer",
@@ -94,6 +94,8 @@ private:
     }
 
     const AudioHandlerTable &m_table;
+    // Made before the calls: the first use of a static object may change the thread's last error.
+    const AudioProfileList &m_parameters = UsualParameters();
     AudioCapabilityItem *m_list = nullptr;
     uint32_t m_count = 0;
     std::array<uint8_t, VELTO_READ_SIZE> m_buffer{};
