@@ -119,7 +119,8 @@ uintptr_t EndOf(HMODULE module)
 {
     const auto base = reinterpret_cast<uintptr_t>(module);
     const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
-    const auto *headers = reinterpret_cast<const IMAGE_NT_HEADERS *>(base + static_cast<size_t>(dos->e_lfanew));
+    const auto *headers =
+        reinterpret_cast<const IMAGE_NT_HEADERS *>(base + static_cast<size_t>(dos->e_lfanew));
     return base + headers->OptionalHeader.SizeOfImage;
 }
 
@@ -150,7 +151,8 @@ std::vector<HMODULE> ModulesInFolderOf(HMODULE module)
     const std::string folder = FolderOf(module);
     MODULEENTRY32W entry{};
     entry.dwSize = sizeof(entry);
-    for (BOOL more = Module32FirstW(snapshot, &entry); more != FALSE; more = Module32NextW(snapshot, &entry)) {
+    for (BOOL more = Module32FirstW(snapshot, &entry); more != FALSE;
+         more = Module32NextW(snapshot, &entry)) {
         if (entry.hModule != GetModuleHandleW(nullptr) && FolderOf(entry.hModule) == folder) {
             modules.push_back(entry.hModule);
         }
@@ -212,11 +214,11 @@ std::vector<ThreadInfo> NewThreadsOf(HMODULE module, const std::vector<ThreadInf
     });
     const std::vector<HMODULE> modules = ModulesInFolderOf(module);
     std::erase_if(threads, [&](const ThreadInfo &thread) {
-        const bool isOfModule = std::find(modules.begin(), modules.end(), thread.startModule) != modules.end();
+        const bool isOfModule =
+            std::find(modules.begin(), modules.end(), thread.startModule) != modules.end();
         const bool isOfRuntime =
-            BeginsInRuntime(thread) && std::any_of(modules.begin(), modules.end(), [&](HMODULE each) {
-                return RunsCodeOf(each, thread.id);
-            });
+            BeginsInRuntime(thread) && std::any_of(modules.begin(), modules.end(),
+                                                   [&](HMODULE each) { return RunsCodeOf(each, thread.id); });
         return !isOfModule && !isOfRuntime;
     });
     return threads;

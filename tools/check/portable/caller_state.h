@@ -15,13 +15,14 @@ struct StateValue {
     std::string value;
 };
 
-// What Windows and the C runtime say about the calling thread and the process. The native build has a shorter list.
+// What Windows and the C runtime say about the calling thread and the process. The native build has a shorter
+// list.
 class CallerState {
 public:
     virtual ~CallerState() = default;
 
-    // Sets what a careless module would change to unusual values: for example a last error, a rounding mode and a
-    // current folder. Undone by Restore. Same thread.
+    // Sets what a careless module would change to unusual values: for example a last error, a rounding mode
+    // and a current folder. Undone by Restore. Same thread.
     virtual void MakeUnusual() = 0;
     virtual void Restore() = 0;
     // Of the calling thread and the process, now. Always the same names, in the same order.

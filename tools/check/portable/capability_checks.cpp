@@ -252,7 +252,8 @@ void CheckNullMembers(Context &context)
 {
     context.Step("GetAudioCapability", {"THR-3"});
     const List list = GetList(context);
-    static std::vector<AudioCapabilityItem> kept; // nothing can free these blocks any more, and they are no leak
+    // Nothing can free these blocks any more, and they are no leak.
+    static std::vector<AudioCapabilityItem> kept;
     kept.push_back(std::exchange(list.items[0], AudioCapabilityItem{}));
     context.Step("the release of a list whose first item is empty", {"REL-4"});
     Release(context, list);

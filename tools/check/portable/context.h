@@ -1,5 +1,5 @@
-// What a check gets while it runs: the module's table, the environment, random numbers, and the functions that
-// report results.
+// What a check gets while it runs: the module's table, the environment, random numbers, and the functions
+// that report results.
 #pragma once
 
 #include <atomic>
@@ -44,7 +44,8 @@ public:
         return actual == expected ||
                Expect(false, clause,
                       fmt::format("{}: {} instead of {}",
-                                  fmt::format(text, std::forward<Arguments>(arguments)...), actual, expected));
+                                  fmt::format(text, std::forward<Arguments>(arguments)...), actual,
+                                  expected));
     }
     // Expect, and ends the check if it is false.
     void Require(bool isTrue, std::string_view clause, std::string_view text);

@@ -1,5 +1,5 @@
-// What a check needs from the system: the same checks run in velto-host under Windows and, on Linux, on the fakes of
-// the unit tests, where time is simulated.
+// What a check needs from the system: the same checks run in velto-host under Windows and, on Linux, on the
+// fakes of the unit tests, where time is simulated.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// What a check reports while it runs. In velto-host the events go to a file of the check's own process, one line of
-// JSON each, so that they survive a crash; in unit tests they are collected in memory.
+// What a check reports while it runs. In velto-host the events go to a file of the check's own process, one
+// line of JSON each, so that they survive a crash; in unit tests they are collected in memory.
 #pragma once
 
 #include <cstdint>

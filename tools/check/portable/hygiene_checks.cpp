@@ -61,9 +61,7 @@ private:
                 {"a refused WriteStreamBuffer",
                  [this] { m_table.WriteStreamBuffer(VELTO_ID_SPEAKER, 8, nullptr, nullptr); }},
                 {"SetAudioParameter",
-                 [this] {
-                     m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, &m_parameters);
-                 }},
+                 [this] { m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, &m_parameters); }},
                 {"a refused SetAudioParameter",
                  [this] { m_table.SetAudioParameter(VELTO_ID_SPEAKER, 8, nullptr, nullptr, nullptr); }},
                 {"CloseAudioTrack", [this] { m_table.CloseAudioTrack(VELTO_ID_SPEAKER, 8); }},

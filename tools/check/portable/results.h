@@ -39,11 +39,11 @@ struct HeardSound {
     double levelDb = 0; // relative to what was sent
     double speed = 0;   // 1: as sent
     uint32_t framesSent = 0;
-    uint32_t framesHeard = 0;      // different ones
-    uint32_t framesMissing = 0;    // framesSent - framesHeard
-    uint32_t framesRepeated = 0;   // heard again after their first time
-    uint32_t framesOutOfOrder = 0; // fewest frames whose removal leaves the others in order
-    bool channelsSwapped = false;  // left was heard on the right, and right on the left
+    uint32_t framesHeard = 0;            // different ones
+    uint32_t framesMissing = 0;          // framesSent - framesHeard
+    uint32_t framesRepeated = 0;         // heard again after their first time
+    uint32_t framesOutOfOrder = 0;       // fewest frames whose removal leaves the others in order
+    bool channelsSwapped = false;        // left was heard on the right, and right on the left
     std::vector<double> gapsAtSeconds;   // beginnings of gaps
     std::vector<float> envelope;         // peak of each of a few hundred equal parts, 0 to 1
     std::vector<uint32_t> framesInOrder; // the frame numbers in the order in which they were heard
@@ -98,11 +98,11 @@ struct Run {
     std::vector<CheckResult> results; // in the order of the plan
 };
 
-// The verdict over all results: BROKEN, then FAILED (also for CRASHED and HUNG), then PASSED. Skipped checks and
-// warnings do not change it.
+// The verdict over all results: BROKEN, then FAILED (also for CRASHED and HUNG), then PASSED. Skipped checks
+// and warnings do not change it.
 Outcome Verdict(const Run &run);
-// The highest level of which no check, and no check of a lower level, failed; 0 if none. A level whose checks were
-// all skipped does not count as reached.
+// The highest level of which no check, and no check of a lower level, failed; 0 if none. A level whose checks
+// were all skipped does not count as reached.
 int LevelReached(const Run &run);
 
 } // namespace velto::check

@@ -19,8 +19,8 @@
 //             0   1   2   3    frame
 //
 // Glides survive the AAC encoder, which spreads errors over two frames, and show time exactly: a frame that
-// is searched 1 ms too late has its left tone 18 Hz too high and its right tone 18 Hz too low. The steady tones
-// show the speed. They have a whole number of periods in a frame, so a lost frame does not break them.
+// is searched 1 ms too late has its left tone 18 Hz too high and its right tone 18 Hz too low. The steady
+// tones show the speed. They have a whole number of periods in a frame, so a lost frame does not break them.
 #pragma once
 
 #include <cstdint>
