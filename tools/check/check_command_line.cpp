@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "check/listen_checks.h"
+#include "check/microphone_command.h"
 
 namespace velto::check {
 namespace {
@@ -101,6 +102,38 @@ void AddHeardCommand(CLI::App &command, HeardOptions &options)
     command.add_option("--frames", options.frames, "Number of frames that were played");
     command.add_flag_callback(
         "--json", [] {}, "The output is always JSON");
+}
+
+void AddStormCommand(CLI::App &command, StormOptions &options)
+{
+    command.group(hidden);
+    command.add_option("--seconds", options.seconds, "Length of a storm")->check(CLI::NonNegativeNumber);
+    command
+        .add_option("--loads", options.loads,
+                    "Number of load/storm/unload cycles; above 1, the last one waits for the unload")
+        ->check(CLI::Range(1U, 1000000U));
+    command.add_option("--seed", options.seed, "Each thread makes the same calls for the same seed");
+    command
+        .add_option("--unload-wait", options.end.unloadWait, "Wait at most this many seconds for the unload")
+        ->check(CLI::NonNegativeNumber);
+    command
+        .add_option("--exit-after", options.end.exitAfter,
+                    "End the process during the storm, after this many seconds")
+        ->check(CLI::NonNegativeNumber);
+    command.add_option("--exit-code", options.end.exitCode, "Exit code of --exit-after");
+}
+
+void AddMicrophoneCommand(CLI::App &command, MicrophoneOptions &options)
+{
+    command.group(hidden);
+    command.add_option("--sequence", options.sequence, "Calls to make")
+        ->required()
+        ->check(CLI::IsMember(
+            {sequenceOpenTwice, sequenceCloseWhileReading, sequenceCycles, sequenceUnloadWhileOpen}));
+    command.add_option("--count", options.count, "Number of cycles of opening, reading and closing")
+        ->check(CLI::Range(1U, 1000000U));
+    command.add_option("--hold", options.hold, "Wait for this many seconds after the sequence")
+        ->check(CLI::NonNegativeNumber);
 }
 
 } // namespace velto::check

@@ -18,5 +18,7 @@ void AddCheckCommand(CLI::App &command, CheckOptions &options);
 void AddCheckProcessCommand(CLI::App &command, CheckProcessOptions &options);
 void AddEndProcessCommand(CLI::App &command, EndProcessOptions &options);
 void AddHeardCommand(CLI::App &command, HeardOptions &options);
+void AddStormCommand(CLI::App &command, StormOptions &options);
+void AddMicrophoneCommand(CLI::App &command, MicrophoneOptions &options);
 
 } // namespace velto::check

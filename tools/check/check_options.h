@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "velto-host/options.h"
+
 namespace velto::check {
 
 inline constexpr int defaultLevel = 5;
@@ -51,6 +53,21 @@ struct EndProcessOptions {
 struct HeardOptions {
     std::string wavFile;
     uint32_t frames = 0; // that were played
+};
+
+// Random calls from many threads.
+struct StormOptions {
+    double seconds = 10; // of each storm
+    uint32_t loads = 1;  // number of load/storm/unload cycles; above 1, the last one waits for the unload
+    uint32_t seed = 1;
+    host::EndOptions end; // unloadAfter is not used
+};
+
+// A sequence of the microphone's calls.
+struct MicrophoneOptions {
+    std::string sequence; // one of the names in microphone_command.h
+    uint32_t count = 200; // of cycles
+    double hold = 0;      // seconds to wait at the end, so that a test can inspect the process
 };
 
 } // namespace velto::check

@@ -344,12 +344,21 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
     check::AddCheckProcessCommand(*addHidden("check-one", Command::CHECK_ONE), line.checkProcess);
     check::AddEndProcessCommand(*addHidden("check-end", Command::CHECK_END), line.endProcess);
     check::AddHeardCommand(*addHidden("check-heard", Command::CHECK_HEARD), line.heard);
+    const auto addForTests = [&](const char *name, Command command) {
+        CLI::App *added = addHidden(name, command);
+        AddCommon(*added, line, true);
+        return added;
+    };
+    check::AddStormCommand(*addForTests("check-storm", Command::CHECK_STORM), line.storm);
+    check::AddMicrophoneCommand(*addForTests("check-microphone", Command::CHECK_MICROPHONE), line.microphone);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {
         app.parse(std::move(arguments));
-        line.schema =
-            Format("urn:velto:velto-host-{}:{}", app.get_subcommands().front()->get_name(), jsonVersion);
+        // The output of hidden commands has no documented form.
+        if (const CLI::App *command = app.get_subcommands().front(); !command->get_group().empty()) {
+            line.schema = Format("urn:velto:velto-host-{}:{}", command->get_name(), jsonVersion);
+        }
     } catch (const CLI::ParseError &error) {
         line.exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
         line.command = Command::NONE;

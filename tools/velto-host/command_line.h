@@ -22,7 +22,9 @@ struct CommandLine {
         CHECK,
         CHECK_ONE,   // hidden: a child of CHECK
         CHECK_END,   // hidden: a child of CHECK_ONE
-        CHECK_HEARD, // hidden: for tests
+        CHECK_HEARD, // hidden, as the next ones: for tests
+        CHECK_STORM,
+        CHECK_MICROPHONE,
     };
 
     Command command = Command::NONE; // NONE: help, version or an error was printed; exit with exitCode
@@ -40,6 +42,8 @@ struct CommandLine {
     check::CheckProcessOptions checkProcess;
     check::EndProcessOptions endProcess;
     check::HeardOptions heard;
+    check::StormOptions storm;
+    check::MicrophoneOptions microphone;
 };
 
 // Prints help, the version and errors of the command line; the command is then NONE.

@@ -4,6 +4,8 @@
 #include "check/check_command.h"
 #include "check/check_process.h"
 #include "check/heard_command.h"
+#include "check/microphone_command.h"
+#include "check/storm_command.h"
 #include "velto-host/command_line.h"
 #include "velto-host/crash_dump.h"
 #include "velto-host/device_commands.h"
@@ -63,6 +65,14 @@ int Run(const CommandLine &line, const Output &output)
         return check::RunEndProcess(line.endProcess);
     case CommandLine::Command::CHECK_HEARD:
         return check::CompareRecording(line.heard.wavFile, line.heard.frames);
+    case CommandLine::Command::CHECK_STORM: {
+        const Interruption interruption;
+        return check::StormCommand(line.storm, output, interruption).Run(line.modulePath);
+    }
+    case CommandLine::Command::CHECK_MICROPHONE: {
+        Module module(line.modulePath);
+        return check::RunMicrophoneCommand(module, line.microphone, output);
+    }
     case CommandLine::Command::NONE:
         break;
     }

@@ -61,11 +61,6 @@ class Session:
         """The times so far in which a thread of a host waited for a processor, as stalls."""
         return [wait for host in self.hosts for wait in host.waits]
 
-    def test_host(self, command, *arguments, name="host"):
-        """Runs velto-test-host, which makes calls that no correct host makes."""
-        return self.host(command, "--module", paths.to_windows(paths.MODULE), *arguments, name=name,
-                         program=paths.TEST_HOST)
-
     def play(self, path, *arguments, name="host"):
         return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
 

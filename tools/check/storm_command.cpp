@@ -1,35 +1,20 @@
-#include "storm_command.h"
+#include "check/storm_command.h"
 
-#include "velto-host/portable/aac_reader.h"
+namespace velto::check {
 
-namespace velto_test {
-
-using namespace velto::check;
-using namespace velto::host;
+using host::EXIT_FAILED;
+using host::EXIT_INTERRUPTED;
+using host::EXIT_OK;
+using host::ExitCode;
+using host::Json;
+using host::Module;
+using host::SecondsSince;
+using host::StreamTimer;
 
 namespace {
 
 constexpr double pollSeconds = 0.01;
-
-AacUnits ReadUnits(const std::string &file)
-{
-    AacReader reader(file);
-    AacUnits units;
-    std::vector<uint8_t> unit;
-    for (;;) {
-        const AacReader::Outcome outcome = reader.Read(unit);
-        if (outcome == AacReader::Outcome::END) {
-            break;
-        }
-        if (outcome == AacReader::Outcome::UNIT) {
-            units.push_back(unit);
-        }
-    }
-    if (units.empty()) {
-        throw AacFileError(file + ": has no unit");
-    }
-    return units;
-}
+constexpr size_t unitsOfStorm = 200; // different ones
 
 // {slot: {result: calls}}
 Json CallsAsJson(const StormFigures &figures)
@@ -45,29 +30,29 @@ Json CallsAsJson(const StormFigures &figures)
 
 } // namespace
 
-StormCommand::StormCommand(const StormOptions &options, const Output &output,
-                           const Interruption &interruption)
+StormCommand::StormCommand(const StormOptions &options, const host::Output &output,
+                           const host::Interruption &interruption)
     : m_options(options),
       m_output(output),
       m_timer(interruption),
       m_end(options.end, output, m_timer),
-      m_units(ReadUnits(options.file))
+      m_units(SpeechLikeUnits(unitsOfStorm))
 {
 }
 
 ExitCode StormCommand::Run(const std::string &modulePath)
 {
     m_output.Say("storm with seed {}", m_options.seed);
-    m_usage.Append(MeasureProcess());
+    m_usage.Append(host::MeasureProcess());
     while (m_loads < m_options.loads && !m_interrupted) {
         Module module(modulePath);
         RunOnce(module, m_options.seed + 100 * m_loads++);
         if (m_loads > 1 && m_loads == m_options.loads) {
-            m_usage.Append(MeasureProcess());
+            m_usage.Append(host::MeasureProcess());
             m_unload = m_end.Unload(module);
         }
     }
-    m_usage.Append(MeasureProcess());
+    m_usage.Append(host::MeasureProcess());
     const ExitCode exitCode = m_interrupted                ? EXIT_INTERRUPTED
                               : m_figures.Different() == 0 ? EXIT_OK
                                                            : EXIT_FAILED;
@@ -112,4 +97,4 @@ Json StormCommand::Report(int exitCode, const StormFigures &figures) const
     return report;
 }
 
-} // namespace velto_test
+} // namespace velto::check

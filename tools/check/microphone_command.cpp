@@ -1,4 +1,4 @@
-#include "microphone_probe.h"
+#include "check/microphone_command.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,13 +8,19 @@
 #include "velto-host/portable/microphone.h"
 #include "velto-host/stream_control.h"
 
-namespace velto_test {
+namespace velto::check {
 
-using namespace velto::host;
+using host::EXIT_OK;
+using host::ExitCode;
+using host::Json;
+using host::Microphone;
+using host::Module;
+using host::Output;
+using host::SecondsSince;
 
 namespace {
 
-using Clock = StreamTimer::Clock;
+using Clock = host::StreamTimer::Clock;
 
 constexpr double packetTimeoutSeconds = 10;
 constexpr uint32_t samplesPerRun = 10; // how often Cycles measures the process
@@ -64,7 +70,7 @@ Json CloseWhileReading(const Module &module)
     std::atomic<double> readEnded{0};
     std::thread reader([&] {
         StreamFrame frame{data, {}, &header};
-        const DeviceId &id = microphone.Device();
+        const host::DeviceId &id = microphone.Device();
         readResult = module->ReadStreamBuffer(id.Text(), id.Length(), nullptr, &frame);
         readEnded = SecondsSince(begin);
     });
@@ -105,7 +111,7 @@ Json Cycles(const Module &module, uint32_t count, const Output &output)
         withPacket += ReadPacket(microphone) ? 1 : 0;
         nonzero += microphone.Close() != VELTO_OK ? 1 : 0;
         if (cycle % std::max(count / samplesPerRun, 1U) == 0) {
-            Json usage = MeasureProcess();
+            Json usage = host::MeasureProcess();
             usage["cycle"] = cycle;
             output.Say("{}", usage.Text());
             usages.Append(std::move(usage));
@@ -120,7 +126,7 @@ Json Cycles(const Module &module, uint32_t count, const Output &output)
 
 } // namespace
 
-ExitCode ProbeMicrophone(Module &module, const MicrophoneProbeOptions &options, const Output &output)
+ExitCode RunMicrophoneCommand(Module &module, const MicrophoneOptions &options, const Output &output)
 {
     Json report = options.sequence == sequenceOpenTwice           ? OpenTwice(module)
                   : options.sequence == sequenceCloseWhileReading ? CloseWhileReading(module)
@@ -134,4 +140,4 @@ ExitCode ProbeMicrophone(Module &module, const MicrophoneProbeOptions &options, 
     return EXIT_OK;
 }
 
-} // namespace velto_test
+} // namespace velto::check
