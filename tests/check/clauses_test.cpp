@@ -209,6 +209,23 @@ TEST(ContractPage, NamesChecksOfClauseInTheirOrder)
     EXPECT_NE(tables.find("tests: `HostRecords.ReleaseWithCountZeroFreesOnlyBlock` |\n"), std::string::npos);
 }
 
+TEST(ContractPage, CountsChecksThatAreTooManyToName)
+{
+    std::vector<Check> many;
+    for (int number = 0; number < 16; ++number) {
+        many.push_back({"a.check", 1, {"ENT-2"}, std::chrono::seconds{1}, nullptr});
+    }
+    std::vector<const Check *> checks;
+    for (const Check &check : many) {
+        checks.push_back(&check);
+    }
+    EXPECT_NE(
+        ContractTables(checks).find("| 16 checks: `velto-host check --list --only ENT-2` names them |\n"),
+        std::string::npos);
+    checks.pop_back();
+    EXPECT_EQ(ContractTables(checks).find(" names them |"), std::string::npos);
+}
+
 TEST(ContractPage, KeepsTextAroundTables)
 {
     const std::string page = std::string("before\n") + tablesBegin + "old\n" + tablesEnd + "after\n";

@@ -77,7 +77,7 @@ constexpr std::array clauses{
     Checked("IDS-5", "An id MUST be read up to its terminator, and nothing behind it."),
 
     Checked("CAP-1",
-            "The list MUST hold speaker1 (type 0), ModemSpeaker1 (2), ModemMic1 (3), mic1 (1), in this "
+            "The list MUST contain speaker1 (type 0), ModemSpeaker1 (2), ModemMic1 (3), mic1 (1), in this "
             "order, each with the profile 48000 Hz, channel code 3, format code 1, and with codec 0."),
     Checked("CAP-2", "The count MUST be 4, also when memory is missing."),
     Checked("CAP-3", "A null argument MUST be answered with -2000."),
@@ -129,7 +129,7 @@ constexpr std::array clauses{
         "HostRecords.LaterEntriesOverrideEarlierAndUnknownKeysAreIgnored, "
         "HostRecords.ChannelCodesMapToCountsAndUnknownCodesChangeNothing, "
         "HostRecords.FormatCodesMapToBitsAndUnknownCodesChangeNothing"),
-    Checked("PAR-4", "Parameters MUST hold for both speakers and be used when a speaker is next started."),
+    Checked("PAR-4", "Parameters MUST apply to both speakers, from the next start of the speakers on."),
     Checked(
         "PAR-5",
         "The values are only tested for being at least 1 as signed 32-bit numbers: with a sample rate of 0 "
@@ -175,9 +175,9 @@ constexpr std::array clauses{
             "header."),
     Checked(
         "SPK-4",
-        "The first 5 blocks after load, and after each PAR-6, MUST be held back and then queued together, "
-        "in order. A stream of 4 units or fewer is therefore not heard until more units come."),
-    Checked("SPK-5", "At most 20 blocks MUST wait in the queue; one more drops the oldest."),
+        "The first 5 blocks after load, and after each re-arming (PAR-6), MUST be collected and then queued "
+        "together, in order. A stream of 4 units or fewer is therefore not heard until more units come."),
+    Checked("SPK-5", "At most 20 blocks wait in the queue; one more MUST drop the oldest."),
     Checked(
         "SPK-6",
         "A unit that does not decode MUST be dropped with a log line and the result 0. The next good unit "
@@ -207,8 +207,8 @@ constexpr std::array clauses{
         "The host SHOULD write one unit every 1024 / 48000 s, and call `SetAudioParameter` before the first "
         "unit of a stream."),
     OfHost("SPK-14",
-           "The host SHOULD end a stream with 5 silent units: they play what is held back and clear the "
-           "decoder."),
+           "The host SHOULD end a stream with 5 silent units: they play what is still collected and clear "
+           "the decoder."),
     Checked("SPK-15", "A null frame or header MUST be answered with -2000."),
     Checked("SPK-16",
             "Units at the pace of SPK-13 MUST be heard completely: each once, in order and without gaps."),
@@ -318,7 +318,7 @@ constexpr std::array clauses{
     Checked("LIF-3",
             "A process MUST be able to end at any time with its own exit code; nothing is waited for."),
     OfHost("LIF-4",
-           "The host MUST NOT call the table after `FreeLibrary`, and SHOULD close a recording before."),
+           "The host MUST NOT call the table after `FreeLibrary`, and SHOULD close a recording before it."),
     Checked("LIF-5",
             "The DLL MUST load from any folder that also holds its FFmpeg DLLs, also one with spaces and "
             "letters of any script in its path; neither the current folder nor `PATH` is needed."),
@@ -354,10 +354,8 @@ constexpr std::array clauses{
     Checked("HYG-15",
             "A call MUST leave the processor affinity of the calling thread and of the process as it was."),
 
-    Checked(
-        "RES-1",
-        "Memory that is lost by contract is listed in [known-leaks.md](known-leaks.md); the module MUST NOT "
-        "lose other memory or handles over time."),
+    Checked("RES-1",
+            "The module MUST NOT lose memory or handles over time, except those that known-leaks.md lists."),
     Checked(
         "RES-2",
         "The module MUST run at most three threads for the speakers (two that play, one that waits for the "
@@ -369,7 +367,7 @@ constexpr std::array clauses{
         "LOG-1",
         "Each line MUST go to the channel \"OceloMirror\", and with its tag in parentheses to the platform's "
         "process-wide logger."),
-    Checked("LOG-2", "Only levels 3 (information) and 4 (error) MUST be used."),
+    Checked("LOG-2", "Each line MUST have level 3 (information) or 4 (error)."),
     Checked(
         "LOG-3",
         "Texts, tags and numbers of the lines in the guide's table MUST NOT change, misspellings included: "

@@ -4,10 +4,14 @@
 #include <stdexcept>
 #include <string_view>
 
+#include <fmt/format.h>
+
 #include "check/portable/clause.h"
 
 namespace velto::check {
 namespace {
+
+constexpr size_t mostNames = 15; // in a cell of the table
 
 void AddToList(std::string &list, std::string_view entry)
 {
@@ -20,12 +24,18 @@ void AddToList(std::string &list, std::string_view entry)
 std::string NamesOfChecks(const Clause &clause, std::span<const Check *const> checks)
 {
     std::string names;
+    size_t count = 0;
     for (const Check *check : checks) {
         if (std::ranges::find(check->clauses, clause.id) != check->clauses.end()) {
             AddToList(names, check->name);
+            ++count;
         }
     }
-    return names;
+    if (count <= mostNames) {
+        return names;
+    }
+    const std::string command = fmt::format("velto-host check --list --only {}", clause.id);
+    return fmt::format("{} checks: `{}` names them", count, command);
 }
 
 std::string NamesOfTests(const Clause &clause)
