@@ -50,6 +50,12 @@ void PrintWithoutClause(const CheckResult &result, const host::Output &output)
     output.Say("    repeat: {}", result.repeat);
 }
 
+std::string ReachedBy(const Run &run)
+{
+    return run.only.empty() ? host::Format("level reached: {}", LevelReached(run))
+                            : host::Format("only {} was examined, no level as a whole", run.only);
+}
+
 } // namespace
 
 void PrintSummary(const Run &run, const host::Output &output)
@@ -71,7 +77,7 @@ void PrintSummary(const Run &run, const host::Output &output)
         }
     }
     output.Say("{} checks in {:.0f} s: {}", run.results.size(), run.seconds, CountsOf(run));
-    output.Say("verdict: {}; level reached: {}", NameOf(Verdict(run)), LevelReached(run));
+    output.Say("verdict: {}; {}", NameOf(Verdict(run)), ReachedBy(run));
 }
 
 } // namespace velto::check

@@ -6,6 +6,7 @@
 
 #include "check/module_use.h"
 #include "check/portable/call_storm.h"
+#include "check/portable/process_check_list.h"
 #include "velto-host/process_usage.h"
 
 namespace velto::check {
@@ -82,7 +83,7 @@ void StormLoadCycles(Context &context)
 std::span<const Check> LoadCycleChecks()
 {
     static const std::vector<Check> checks{
-        {"storm.load-cycles", 8, {"LIF-1", "LIF-7", "RES-2", "THR-1"}, 180s, StormLoadCycles},
+        ProcessCheck("storm.load-cycles", StormLoadCycles),
     };
     return checks;
 }

@@ -19,6 +19,7 @@
 #include <fmt/format.h>
 
 #include "check/portable/sound_timeline.h"
+#include "velto-host/com_apartment.h"
 #include "velto-host/windows_text.h"
 
 namespace velto::check {
@@ -29,24 +30,12 @@ using Microsoft::WRL::ComPtr;
 constexpr REFERENCE_TIME bufferTime = 10'000'000; // 1 s in units of 100 ns: a busy PC delays this thread
 constexpr DWORD pollMs = 10;                      // before Windows 10 1703, a loopback client gets no events
 
-class ComApartment {
-public:
-    ComApartment() : m_result(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-    ~ComApartment()
-    {
-        if (SUCCEEDED(m_result)) {
-            CoUninitialize();
-        }
-    }
-    ComApartment(const ComApartment &) = delete;
-    ComApartment &operator=(const ComApartment &) = delete;
-
-private:
-    const HRESULT m_result;
-};
-
+// Systems without loopback differ in the call that refuses it: Wine 8 accepts the flag, and then has no packets.
 void ThrowIfFailed(HRESULT result, const char *step)
 {
+    if (result == AUDCLNT_E_WRONG_ENDPOINT_TYPE) {
+        throw LoopbackError("this system has no loopback: it cannot record what a loudspeaker plays");
+    }
     if (FAILED(result)) {
         throw LoopbackError(
             fmt::format("{}: {}", step, host::SystemErrorText(static_cast<uint32_t>(result))));
@@ -92,13 +81,9 @@ public:
         if (!IsFloat(*m_format)) {
             throw LoopbackError("the loudspeaker's mix format is not 32-bit float");
         }
-        const HRESULT result = m_client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK,
-                                                    bufferTime, 0, m_format.get(), nullptr);
-        if (result == AUDCLNT_E_WRONG_ENDPOINT_TYPE) {
-            throw LoopbackError(
-                "this system cannot record what a loudspeaker plays: it has no loopback mode");
-        }
-        ThrowIfFailed(result, "cannot record what the loudspeaker plays");
+        ThrowIfFailed(m_client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK, bufferTime, 0,
+                                           m_format.get(), nullptr),
+                      "cannot record what the loudspeaker plays");
         ThrowIfFailed(m_client->GetService(__uuidof(IAudioCaptureClient), &m_capture),
                       "cannot get the packets of the loopback");
         ThrowIfFailed(m_client->Start(), "cannot start the loopback");
@@ -208,7 +193,7 @@ LoopbackRecording LoopbackRecorder::Stop()
 
 LoopbackRecording LoopbackRecorder::Record(std::promise<void> begun)
 {
-    const ComApartment apartment;
+    const host::ComApartment apartment;
     std::optional<Loopback> loopback;
     ComPtr<IMMDevice> device;
     try {

@@ -30,8 +30,8 @@ struct EndedProcess {
     ProcessEnd end;
 };
 
-// Runs a process of this program that ends in the situation. Throws std::runtime_error if it cannot be
-// started.
+// Runs a process of this program that ends in the situation. Throws std::runtime_error if it does not start or
+// does not get as far as its first line, which says nothing about the module.
 EndedProcess RunEndingProcess(std::string_view situation, int attempt, uint32_t exitCode)
 {
     const ProcessContext &process = CurrentProcess();
@@ -39,12 +39,12 @@ EndedProcess RunEndingProcess(std::string_view situation, int attempt, uint32_t 
     const std::filesystem::path journal = folder / fmt::format("end-{}.journal", attempt);
     ChildOrder order;
     order.program = host::ToWide(process.hostProgram);
-    order.arguments = {"check-one",
+    order.arguments = {"check-end",
                        "--module",
                        process.modulePath,
                        "--journal",
                        host::ToUtf8(journal.wstring()),
-                       "--end-while",
+                       "--how",
                        std::string(situation),
                        "--exit-code",
                        std::to_string(exitCode)};
@@ -57,7 +57,12 @@ EndedProcess RunEndingProcess(std::string_view situation, int attempt, uint32_t 
     if (end.kind == ProcessEnd::Kind::NOT_STARTED) {
         throw std::runtime_error("cannot start a process that ends: " + end.error);
     }
-    return {ReadJournal(journal), end};
+    EndedProcess ended{ReadJournal(journal), end};
+    if (!ended.journal.hasBegun) {
+        throw std::runtime_error(fmt::format(
+            "a process that should end while it uses the module did not begin: exit code {}", end.exitCode));
+    }
+    return ended;
 }
 
 bool IsRefused(const EndedProcess &ended)

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string>
 
@@ -15,9 +14,6 @@ namespace velto::check {
 // The performance counter in units of 100 ns, as recordings state their times.
 uint64_t PerformanceTime();
 
-// Calls `write` with 0 to count - 1, every 1024 / 48000 s.
-void WriteAtPace(Environment &environment, size_t count, const std::function<void(size_t)> &write);
-
 // One thread. Results of calls are not examined here, but refused writes are counted: see WarnAboutRefusals.
 class SpeakerStream {
 public:
@@ -26,6 +22,8 @@ public:
 
     // SetAudioParameter with this sample rate alone.
     void SetRate(uint32_t rateHz);
+    // SetAudioParameter with the number of channels alone.
+    void SetChannels(uint32_t channels);
     void Write(std::span<const uint8_t> unit);
     void WriteAtPace(std::span<const std::vector<uint8_t>> units);
     void WriteSilenceAtPace(size_t units);
@@ -36,8 +34,6 @@ public:
     void WarnAboutRefusals();
 
 private:
-    uint32_t IdLength() const { return static_cast<uint32_t>(m_id.size()); }
-
     Context &m_context;
     const std::string m_id;
     uint32_t m_refused = 0;

@@ -58,6 +58,7 @@ void CallTimes::Report(Context &context) const
         context.Measured(fmt::format("{} p99", slot), p99.count(), "µs");
         context.Measured(fmt::format("{} maximum", slot), Ranked(times, 100).count(), "µs");
         const std::chrono::duration<double, std::milli> budget = BudgetOf(slot);
+        context.Measured(fmt::format("{} budget", slot), budget.count(), "ms");
         if (p99 > budget) {
             context.Warn(fmt::format("{} took {:.1f} ms (p99 of {} calls); its budget is {:.0f} ms", slot,
                                      p99.count() / 1000, times.size(), budget.count()));

@@ -46,7 +46,7 @@ public:
     // The time that `percent` of a slot's calls did not exceed. Empty if no call of the slot was made.
     std::optional<Duration> Percentile(std::string_view slot, double percent) const;
 
-    // Reports p50, p99 and maximum of each slot, and warns if p99 exceeds the budget.
+    // Reports p50, p99, maximum and budget of each slot, and warns if p99 exceeds the budget.
     void Report(Context &context) const;
 
 private:

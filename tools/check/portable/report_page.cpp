@@ -124,8 +124,9 @@ std::string VerdictSentence(const Run &run, const std::vector<ClauseResult> &cla
                              [=](const ClauseResult &clause) { return clause.outcome == outcome; });
     };
     const int reached = LevelReached(run);
-    const std::string level =
-        reached == 0 ? "No level was reached" : fmt::format("Level {} of {} was reached", reached, run.level);
+    const std::string level = !run.only.empty() ? fmt::format("Only {} was examined, no level as a whole", run.only)
+                              : reached == 0    ? "No level was reached"
+                                                : fmt::format("Level {} of {} was reached", reached, run.level);
     switch (Verdict(run)) {
     case Outcome::PASSED:
         return fmt::format("{}. {}, none is broken.", level,
@@ -500,8 +501,8 @@ std::string Files(const Run &run)
 // The command of this run. The module's folder is unknown here, and would be another one elsewhere.
 std::string RunCommand(const Run &run)
 {
-    return fmt::format("velto-host check --module \"{}\" --level {} --seed {}{}{}", ModuleName(run),
-                       run.level, run.seed, run.only.empty() ? "" : " --only " + run.only,
+    return fmt::format("velto-host check --module \"{}\" {} --seed {}{}", ModuleName(run),
+                       run.only.empty() ? fmt::format("--level {}", run.level) : "--only " + run.only, run.seed,
                        run.listen ? " --listen" : "");
 }
 
@@ -523,8 +524,10 @@ std::string HtmlReport(const Run &run)
     std::string html =
         fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
                     "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
-                    "<title>{}: {}, level {}</title>\n<style>{}</style>\n</head>\n<body>\n",
-                    EscapeXml(ModuleName(run)), VerdictWord(Verdict(run)), LevelReached(run), reportStyle);
+                    "<title>{}: {}, {}</title>\n<style>{}</style>\n</head>\n<body>\n",
+                    EscapeXml(ModuleName(run)), VerdictWord(Verdict(run)),
+                    run.only.empty() ? fmt::format("level {}", LevelReached(run)) : EscapeXml(run.only),
+                    reportStyle);
     html += Head(run, clauses) + "<main>\n" + Levels(run) +
             Section("failed", "What failed", FailedChecks(run)) +
             Section("heard", "What was heard", Heard(run)) + Section("times", "Measured", Times(run)) +

@@ -76,8 +76,11 @@ Verification VerifyReport(const Run &report, const std::vector<FileIdentity> &ac
     const Outcome verdict = Verdict(report);
     verification.hasPassed = verdict == Outcome::PASSED;
     if (verdict == Outcome::PASSED) {
-        verification.lines.push_back(fmt::format("the report's verdict is passed: level {} of {} reached",
-                                                 LevelReached(report), report.level));
+        verification.lines.push_back(
+            report.only.empty()
+                ? fmt::format("the report's verdict is passed: level {} of {} reached", LevelReached(report),
+                              report.level)
+                : fmt::format("the report's verdict is passed, but only {} was examined", report.only));
     } else {
         verification.lines.push_back(
             verdict == Outcome::FAILED

@@ -43,6 +43,9 @@ Outcome Verdict(const Run &run)
 
 int LevelReached(const Run &run)
 {
+    if (!run.only.empty()) {
+        return 0;
+    }
     struct Level {
         bool hasPassed = false;
         bool hasFailed = false; // or the checker failed, so the level is not proved
@@ -55,7 +58,7 @@ int LevelReached(const Run &run)
     }
     int reached = 0;
     for (const auto &[number, level] : levels) {
-        if (level.hasFailed) {
+        if (level.hasFailed || number > run.level) {
             break;
         }
         if (level.hasPassed) {
