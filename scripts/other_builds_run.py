@@ -20,8 +20,9 @@ LOGGING = measuring.REPOSITORY / "tests" / "check" / "other_builds" / "logger.cp
 CHECK_TIMEOUT_S = 1800
 
 
-def build_library(folder, name, sources):
-    """Makes a folder as a host platform delivers a library: include/NAME and lib. Returns the folder."""
+def build_library(folder, name, sources, uses=()):
+    """Makes a folder as a host platform delivers a library: include/NAME and lib. uses: libraries that it needs. Returns the
+    folder."""
     root = folder / "platform" / name
     shutil.rmtree(root, ignore_errors=True)
     (root / "lib").mkdir(parents=True)
@@ -33,15 +34,18 @@ def build_library(folder, name, sources):
         measuring.run_logged(root / f"{source.stem}.log", f"compiling {source.name}", command, root)
     archive = ["x86_64-w64-mingw32-ar", "rcs", root / "lib" / f"libother{name}.a", *sorted(root.glob("*.o"))]
     measuring.run_logged(root / "archive.log", f"making the library {name}", archive, root)
+    for library in uses:
+        shutil.copy2(library, root / "lib" / f"libuses-{library.name}")  # behind the library that needs it
     return root
 
 
 def libraries(folder):
     """The options of CMake for a build with other libraries."""
+    ffmpeg = sorted((measuring.BUILD / "windows" / "ffmpeg" / "lib").glob("*.dll.a"))
     registry, codec = (sorted((PLATFORM / name).glob("*.cpp")) for name in ("registry", "codec"))
     return [f"-DVELTO_PLATFORM_LOGGING={build_library(folder, 'logging', [LOGGING])}",
             f"-DVELTO_PLATFORM_REGISTRY={build_library(folder, 'registry', registry)}",
-            f"-DVELTO_PLATFORM_CODEC={build_library(folder, 'codec', codec)}"]
+            f"-DVELTO_PLATFORM_CODEC={build_library(folder, 'codec', codec, ffmpeg)}"]
 
 
 # Of each build: the toolchain file, and a function from its folder to further options of CMake.
