@@ -40,7 +40,6 @@ Function FunctionOf(HMODULE library, const char *name)
 }
 
 // ---- The calling thread
-// -----------------------------------------------------------------------------------------
 
 // A thread that entered no apartment is reported in the implicit multi-threaded apartment while another
 // thread of the process is in the real one. The module's own threads may be; only the caller's own apartment
@@ -93,7 +92,6 @@ std::string ThreadAffinity()
 }
 
 // ---- The process
-// ------------------------------------------------------------------------------------------------
 
 std::string ProcessAffinity()
 {
@@ -230,7 +228,6 @@ std::string TimerRequest()
 }
 
 // ---- FFmpeg's log callback
-// --------------------------------------------------------------------------------------
 
 constexpr char logProbe[] = "velto-host looks for the log callback";
 constexpr int traceLevel = 56; // AV_LOG_TRACE: the default callback drops it
@@ -302,7 +299,6 @@ std::vector<FfmpegLog> LoadedFfmpegLogs()
 }
 
 // ---- All of it
-// --------------------------------------------------------------------------------------------------
 
 // What MakeUnusual replaced.
 struct UsualState {

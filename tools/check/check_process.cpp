@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
-#include <vector>
 
 #include "check/all_checks.h"
 #include "check/crash_watch.h"
@@ -47,13 +46,6 @@ bool LoadsModuleItself(const Check &check)
 HANDLE OpenEnding(const std::string &name)
 {
     return name.empty() ? nullptr : OpenEventW(EVENT_MODIFY_STATE, FALSE, host::ToWide(name).c_str());
-}
-
-std::filesystem::path ThisProgram()
-{
-    std::vector<wchar_t> path(32768);
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    return path.data();
 }
 
 std::wstring FileNameOf(const std::string &path)
@@ -139,7 +131,7 @@ void FillProcessContext(const CheckProcessOptions &options, JournalWriter &journ
     ProcessContext &process = CurrentProcess();
     process.modulePath = options.modulePath;
     process.workFolder = options.workFolder;
-    process.hostProgram = host::ToUtf8(ThisProgram().wstring());
+    process.hostProgram = host::ToUtf8(host::ProgramPath());
     process.minutes = options.minutes;
     process.events = &journal;
     process.heard = &heard;

@@ -2,26 +2,21 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <mutex>
 #include <optional>
 
 #include "check/portable/windows_arguments.h"
+#include "velto-host/handle.h"
 #include "velto-host/windows_text.h"
 
 namespace velto::check {
 namespace {
 
+using host::Handle;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr DWORD terminationMs = 10000; // a process that does not end within this time hangs in the system
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<HANDLE, HandleCloser>;
 
 Handle OpenInheritable(const std::filesystem::path &file, DWORD access, DWORD creation)
 {

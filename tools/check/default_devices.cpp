@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "velto-host/com_apartment.h"
 #include "velto-host/windows_text.h"
 
 namespace velto::check {
@@ -33,35 +34,18 @@ constexpr IID peakMeterId{0xC02216F6, 0x8C67, 0x4B5B, {0x9D, 0x00, 0xD0, 0x08, 0
 // The calling thread's apartment, and the enumerator.
 class DefaultDevices::Com {
 public:
-    Com() : m_entered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
+    Com()
     {
         const HRESULT result = CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
                                                 __uuidof(IMMDeviceEnumerator), &enumerator);
         if (FAILED(result)) {
-            Leave();
             throw std::runtime_error("cannot create the device enumerator: " +
                                      host::SystemErrorText(static_cast<uint32_t>(result)));
         }
     }
-    ~Com()
-    {
-        enumerator.Reset();
-        Leave();
-    }
-    Com(const Com &) = delete;
-    Com &operator=(const Com &) = delete;
 
+    const host::ComApartment apartment; // first, because the enumerator needs it
     ComPtr<IMMDeviceEnumerator> enumerator;
-
-private:
-    void Leave() const
-    {
-        if (m_entered) {
-            CoUninitialize();
-        }
-    }
-
-    const bool m_entered;
 };
 
 // Registered while it exists. The owner controls its life, so the reference count has no effect: the system

@@ -5,6 +5,7 @@
 #include <audioclient.h>
 #include <mmdeviceapi.h>
 #include <objbase.h>
+#include <wrl/client.h>
 
 #include <new>
 #include <thread>
@@ -13,6 +14,8 @@
 
 namespace velto::check {
 namespace {
+
+using Microsoft::WRL::ComPtr;
 
 constexpr REFERENCE_TIME probeBuffer = 2'000'000; // 200 ms in units of 100 ns
 
@@ -78,22 +81,6 @@ private:
     bool m_access = true;
 };
 
-// Releases a COM interface at the end of the scope.
-template <typename Interface>
-struct Owned {
-    Owned() = default;
-    ~Owned()
-    {
-        if (object != nullptr) {
-            object->Release();
-        }
-    }
-    Owned(const Owned &) = delete;
-    Owned &operator=(const Owned &) = delete;
-
-    Interface *object = nullptr;
-};
-
 bool OpensInSharedMode(IAudioClient &client)
 {
     WAVEFORMATEX *format = nullptr;
@@ -108,19 +95,14 @@ bool OpensInSharedMode(IAudioClient &client)
 // On a thread in an apartment.
 bool OpensDefaultEndpoint(EDataFlow flow)
 {
-    Owned<IMMDeviceEnumerator> enumerator;
-    Owned<IMMDevice> device;
-    void *client = nullptr;
-    if (FAILED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                                __uuidof(IMMDeviceEnumerator),
-                                reinterpret_cast<void **>(&enumerator.object))) ||
-        FAILED(enumerator.object->GetDefaultAudioEndpoint(flow, eConsole, &device.object)) ||
-        FAILED(device.object->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, &client))) {
-        return false;
-    }
-    Owned<IAudioClient> owned;
-    owned.object = static_cast<IAudioClient *>(client);
-    return OpensInSharedMode(*owned.object);
+    ComPtr<IMMDeviceEnumerator> enumerator;
+    ComPtr<IMMDevice> device;
+    ComPtr<IAudioClient> client;
+    return SUCCEEDED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
+                                      __uuidof(IMMDeviceEnumerator), &enumerator)) &&
+           SUCCEEDED(enumerator->GetDefaultAudioEndpoint(flow, eConsole, &device)) &&
+           SUCCEEDED(device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, &client)) &&
+           OpensInSharedMode(*client.Get());
 }
 
 bool HasEndpoint(EDataFlow flow)

@@ -37,7 +37,7 @@ WatchedFolders::WatchedFolders(const ProcessContext &process) : m_earlierFolder(
 WatchedFolders::~WatchedFolders()
 {
     for (const auto &[name, value] : m_earlierVariables) {
-        SetEnvironmentVariableW(name.c_str(), value.c_str());
+        SetEnvironmentVariableW(name.c_str(), value.empty() ? nullptr : value.c_str());
     }
     std::error_code ignored; // the folder may be gone
     fs::current_path(m_earlierFolder, ignored);

@@ -24,8 +24,8 @@ struct LoopbackRecording {
     uint32_t rateHz = 0;
     uint32_t channels = 0;
     std::vector<float> interleaved;
-    uint64_t beganAt =
-        0; // the performance counter at the first sample, in units of 100 ns; 0: no packet came
+    // The performance counter at the first sample, in units of 100 ns; 0: no packet came.
+    uint64_t beganAt = 0;
     bool isMuted = false; // this program, or the loudspeaker
     // The levels at which this program's sound may be in the recording, in dB: with its volume, and also with
     // the loudspeaker's volume.

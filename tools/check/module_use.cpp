@@ -11,9 +11,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t unitsOfSound = 141; // 3 s
-constexpr auto unitTime =
-    std::chrono::nanoseconds(1'000'000'000LL * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ);
+constexpr size_t unitsOfSound = 141;    // 3 s
 constexpr auto mostLate = 4 * unitTime; // units that may be written at once after a delay
 constexpr DWORD pollMs = 5;
 
@@ -29,26 +27,6 @@ std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause
         context.Require(false, clause.empty() ? error.Clause() : clause, error.what());
         throw; // not reached: Require has ended the check
     }
-}
-
-int32_t WriteUnit(const AudioHandlerTable &table, std::string_view id, std::span<const uint8_t> unit,
-                  int32_t streamType)
-{
-    // The module only reads the unit; the field has no const because reads share the record.
-    StreamFrameHeader header{streamType, static_cast<uint32_t>(unit.size()), 0};
-    StreamFrame frame{const_cast<uint8_t *>(unit.data()), {}, &header};
-    const std::string text(id);
-    return table.WriteStreamBuffer(text.c_str(), static_cast<uint32_t>(text.size()), nullptr, &frame);
-}
-
-int32_t StartStream(const AudioHandlerTable &table, std::string_view id)
-{
-    constexpr char key[] = VELTO_KEY_SAMPLE_RATE;
-    const AudioProfileEntry rate{key, sizeof key - 1, VELTO_SAMPLE_RATE_HZ};
-    const AudioProfileList parameters{1, 0, &rate};
-    const std::string text(id);
-    return table.SetAudioParameter(text.c_str(), static_cast<uint32_t>(text.size()), nullptr, nullptr,
-                                   &parameters);
 }
 
 SpeakerUse::SpeakerUse(const AudioHandlerTable &table, std::string_view id)

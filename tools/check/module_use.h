@@ -5,13 +5,13 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string_view>
 #include <vector>
 
 #include "check/module_file.h"
 #include "check/portable/built_in_sound.h"
 #include "check/portable/context.h"
+#include "check/portable/speaker_calls.h"
 #include "velto-host/portable/microphone.h"
 #include "velto/audio_handler.h"
 
@@ -22,11 +22,6 @@ using Seconds = std::chrono::duration<double>;
 // Loads the module of this process and has its table filled. If the module refuses, reports the clause that
 // it breaks and ends the check. After an earlier load, `clause` names that clause instead.
 std::unique_ptr<ModuleFile> LoadModule(Context &context, std::string_view clause = {});
-
-// Each returns the module's result.
-int32_t WriteUnit(const AudioHandlerTable &table, std::string_view id, std::span<const uint8_t> unit,
-                  int32_t streamType = 3);
-int32_t StartStream(const AudioHandlerTable &table, std::string_view id);
 
 // Writes units at their pace on the calling thread.
 class SpeakerUse {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <exception>
 #include <fstream>
-#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -13,6 +12,7 @@
 #include "check/portable/process_result.h"
 #include "check/portable/windows_arguments.h"
 #include "check/temporary_folder.h"
+#include "velto-host/handle.h"
 #include "velto-host/output.h"
 #include "velto-host/windows_text.h"
 
@@ -28,33 +28,6 @@ constexpr int firstLevelWithSound = 5;
 constexpr int levelWithMinutes = 10;
 // For a process whose check is done. Wine needs some seconds to report a crash.
 constexpr std::chrono::seconds endingLimit(30);
-
-class EventHandle {
-public:
-    explicit EventHandle(const std::string &name)
-        : m_event(CreateEventW(nullptr, TRUE, FALSE, ToWide(name).c_str()))
-    {
-    }
-    ~EventHandle()
-    {
-        if (m_event != nullptr) {
-            CloseHandle(m_event);
-        }
-    }
-    EventHandle(const EventHandle &) = delete;
-    EventHandle &operator=(const EventHandle &) = delete;
-    HANDLE Get() const { return m_event; }
-
-private:
-    const HANDLE m_event;
-};
-
-fs::path ThisProgram()
-{
-    std::vector<wchar_t> path(32768);
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    return path.data();
-}
 
 std::string Text(const fs::path &path)
 {
@@ -117,7 +90,7 @@ Runner::Runner(RunnerOptions options, Progress progress, HANDLE interruption)
     : m_options(std::move(options)),
       m_progress(std::move(progress)),
       m_interruption(interruption),
-      m_program(ThisProgram())
+      m_program(host::ProgramPath())
 {
 }
 
@@ -128,7 +101,7 @@ CheckResult Runner::RunCheck(const Check &check)
     const TemporaryFolder work(files.Path() / "work");
     const fs::path journal = files.Path() / "journal.jsonl";
     const std::string endingName = Format("Local\\velto-check-{}-{}", GetCurrentProcessId(), name);
-    const EventHandle ending(endingName);
+    const host::Handle ending(CreateEventW(nullptr, TRUE, FALSE, ToWide(endingName).c_str()));
     const fs::path dump =
         m_options.dumpsFolder.empty() ? fs::path() : m_options.dumpsFolder / (name + ".dmp");
 
@@ -154,7 +127,7 @@ CheckResult Runner::RunCheck(const Check &check)
     }
     order.outputFile = files.Path() / "output.txt";
     order.timeLimit = TimeLimitOf(check, m_options.minutes);
-    order.ending = ending.Get();
+    order.ending = ending.get();
     order.endingLimit = endingLimit;
 
     const ProcessEnd end = RunChild(order, m_interruption);

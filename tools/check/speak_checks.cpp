@@ -19,6 +19,7 @@
 #include "check/portable/watermark.h"
 #include "check/process_context.h"
 #include "check/speaker_stream.h"
+#include "velto-host/portable/microphone.h"
 
 namespace velto::check {
 namespace {
@@ -36,8 +37,11 @@ constexpr double mostSpeedError = 0.005;
 // Reads all packets of the microphone, on a thread of its own, from construction to Take.
 class PacketReader {
 public:
-    // The context outlives this object. The microphone is open.
-    explicit PacketReader(Context &context) : m_context(context), m_thread([this] { Read(); }) {}
+    // Both outlive this object. The microphone is open.
+    PacketReader(Environment &environment, host::Microphone &microphone)
+        : m_environment(environment), m_microphone(microphone), m_thread([this] { Read(); })
+    {
+    }
     ~PacketReader() { Stop(); }
     PacketReader(const PacketReader &) = delete;
     PacketReader &operator=(const PacketReader &) = delete;
@@ -62,44 +66,22 @@ private:
 
     void Read()
     {
-        std::array<uint8_t, VELTO_MAX_PACKET_BYTES> packet{};
         while (!m_stop) {
-            StreamFrameHeader header{0, VELTO_READ_SIZE, 0};
-            StreamFrame frame{packet.data(), {}, &header};
-            const int32_t result =
-                m_context.table.ReadStreamBuffer(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, &frame);
-            const bool isPacket = result == VELTO_OK && header.size > 0 && header.size <= packet.size();
-            if (isPacket && !m_decoder.Decode(std::span(packet).first(header.size), m_sound)) {
+            if (m_microphone.Read() != host::Microphone::Outcome::PACKET) {
+                m_environment.Sleep(1ms); // a stopped microphone returns at once
+            } else if (!m_decoder.Decode(m_microphone.Packet(), m_sound)) {
                 ++m_undecoded;
-            } else if (!isPacket) {
-                m_context.environment.Sleep(1ms); // a stopped microphone returns at once
             }
         }
     }
 
-    Context &m_context;
+    Environment &m_environment;
+    host::Microphone &m_microphone;
     std::atomic<bool> m_stop{false};
     PacketDecoder m_decoder;
     std::vector<float> m_sound;
     uint32_t m_undecoded = 0;
     std::thread m_thread; // last: it uses the others
-};
-
-// An open microphone.
-class Microphone {
-public:
-    explicit Microphone(Context &context) : m_context(context)
-    {
-        const AudioProfileList parameters{};
-        m_context.table.OpenAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, nullptr,
-                                        &parameters);
-    }
-    ~Microphone() { m_context.table.CloseAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1); }
-    Microphone(const Microphone &) = delete;
-    Microphone &operator=(const Microphone &) = delete;
-
-private:
-    Context &m_context;
 };
 
 // Plays the watermark and returns what the packets contain meanwhile.
@@ -108,14 +90,16 @@ std::vector<float> SoundFromTheAir(Context &context)
     SpeakerStream speaker(context, VELTO_ID_SPEAKER);
     speaker.WarmUp();
     context.Step("plays and records", {"MIC-17"});
-    const Microphone microphone(context);
-    PacketReader reader(context);
+    host::Microphone microphone(context.table, VELTO_ID_MIC);
+    microphone.Open();
+    PacketReader reader(context.environment, microphone);
     speaker.SetRate(VELTO_SAMPLE_RATE_HZ);
     speaker.WriteAtPace(EncodeStereo(WatermarkSound(framesOfSpeaking)));
     speaker.WriteSilenceAtPace(VELTO_CUSHION_UNITS);
     context.environment.Sleep(endOfSound);
     speaker.WarnAboutRefusals();
     std::vector<float> sound = reader.Take();
+    microphone.Close();
     context.Expect(reader.Undecoded() == 0, "MIC-17",
                    fmt::format("{} packets of the microphone do not decode", reader.Undecoded()));
     return sound;

@@ -16,8 +16,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::array<uint8_t, 6> silentUnit VELTO_SILENT_UNIT;
-constexpr size_t bytesBehind =
-    512; // accessible memory in which a careless module reads or writes without a fault
 constexpr uint8_t pattern = 0xA5;
 
 int32_t Invalid()
@@ -26,7 +24,6 @@ int32_t Invalid()
 }
 
 // ---- Ids
-// --------------------------------------------------------------------------------------------------------
 
 struct WrongId {
     std::string_view what;
@@ -55,7 +52,7 @@ void CheckWrongIds(Context &context)
 {
     for (const IdSlot &slot : IdSlots()) {
         CallAsUsual(context, slot);
-        std::array<char, bytesBehind> text{};
+        std::array<char, bytesToSpare> text{};
         std::ranges::copy(slot.deviceId, text.begin());
         for (const WrongId &wrong : WrongIds(text.data())) {
             context.Step(fmt::format("{} with {}", slot.name, wrong.what), {"IDS-1"});
@@ -138,7 +135,6 @@ void CheckOtherIds(Context &context)
 }
 
 // ---- Null records
-// -----------------------------------------------------------------------------------------------
 
 int32_t SetParameters(Context &context, const AudioProfileList *list, void *unused = nullptr)
 {
@@ -275,7 +271,6 @@ void CheckWithoutRecording(Context &context)
 }
 
 // ---- Records at the end of accessible memory
-// --------------------------------------------------------------------
 
 void CheckListsAtPageEnd(Context &context)
 {
@@ -323,7 +318,7 @@ void CheckListenerAtPageEnd(Context &context)
 // A buffer of the largest packet, with accessible memory behind it: true if the memory stays unchanged.
 bool KeepsBytesBehindBuffer(Context &context)
 {
-    std::vector<uint8_t> buffer(VELTO_MAX_PACKET_BYTES + bytesBehind, pattern);
+    std::vector<uint8_t> buffer(VELTO_MAX_PACKET_BYTES + bytesToSpare, pattern);
     StreamFrameHeader header{0, VELTO_READ_SIZE, 0};
     StreamFrame frame{buffer.data(), {}, &header};
     Read(context, &frame);
@@ -357,7 +352,6 @@ void CheckReadingBuffer(Context &context)
 }
 
 // ---- Fields and arguments that are not read
-// ---------------------------------------------------------------------
 
 void CheckReservedFields(Context &context)
 {
@@ -404,7 +398,6 @@ void CheckUnusedArguments(Context &context)
 }
 
 // ---- The order of the slots
-// -------------------------------------------------------------------------------------
 
 // Any function of the table: additional arguments do no harm.
 using AnySlot = int32_t (*)(const void *, const void *, const void *, void *, const void *);
@@ -460,8 +453,8 @@ Answers AnswersOf(AnySlot slot, EventRecorder &recorder)
     std::ranges::copy(silentUnit, bytes.begin());
     StreamFrameHeader header{0, silentUnit.size(), 0};
     StreamFrame frame{bytes.data(), {}, &header};
-    const auto length =
-        reinterpret_cast<const void *>(uintptr_t{8}); // a length fills the register of a pointer
+    // A length fills the register of a pointer.
+    const auto length = reinterpret_cast<const void *>(uintptr_t{8});
     Answers answers;
     recorder.Clear();
     answers.withList = slot(VELTO_ID_SPEAKER, length, nullptr, nullptr, &UsualParameters());

@@ -2,7 +2,7 @@
 
 namespace velto::check {
 
-void Context::Step(std::string_view text, std::vector<std::string_view> clauses)
+void Context::Step(std::string_view text, const std::vector<std::string_view> &clauses)
 {
     const std::lock_guard lock(m_mutex);
     m_events.OnStep(text, clauses);

@@ -33,7 +33,7 @@ public:
     Context &operator=(const Context &) = delete;
 
     // Call before calls that might crash or hang: names the clauses that a crash or a hang would break.
-    void Step(std::string_view text, std::vector<std::string_view> clauses);
+    void Step(std::string_view text, const std::vector<std::string_view> &clauses);
 
     // Reports a broken clause unless `isTrue`; returns `isTrue`. The check continues.
     bool Expect(bool isTrue, std::string_view clause, std::string_view text);

@@ -145,7 +145,7 @@ HeardVerdict VerdictOn(const HeardWatermark &heard, const HeardConditions &condi
 std::string FaultsOfSequence(const HeardSound &sound)
 {
     std::string text;
-    const auto add = [&](std::string fault) { text += (text.empty() ? "" : "; ") + fault; };
+    const auto add = [&](const std::string &fault) { text += (text.empty() ? "" : "; ") + fault; };
     if (sound.framesMissing > 0) {
         add(fmt::format("{} of {} frames are missing", sound.framesMissing, sound.framesSent));
     }

@@ -111,8 +111,8 @@ void MakeEachCall(Context &context, std::string_view where)
         ExpectStateKept(context, *state, what, call.make);
     }
     context.Step("the entry", {"THR-3"});
-    std::array<AudioHandlerTable, 3>
-        tables{}; // with space around the second one, for an entry that writes too much
+    // With space around the second one, for an entry that writes too much.
+    std::array<AudioHandlerTable, 3> tables{};
     ExpectStateKept(context, *state, fmt::format("the entry {}", where), [&] { context.entry(&tables[1]); });
 }
 

@@ -8,6 +8,7 @@
 #include "check/portable/event_recorder.h"
 #include "check/portable/guarded_record.h"
 #include "check/portable/id_slots.h"
+#include "check/portable/speaker_calls.h"
 
 namespace velto::check {
 namespace {
@@ -32,11 +33,6 @@ int32_t SetParameters(const AudioHandlerTable &table, std::string_view id)
                                    &UsualParameters());
 }
 
-int32_t CloseTrack(const AudioHandlerTable &table, std::string_view id)
-{
-    return table.CloseAudioTrack(id.data(), static_cast<uint32_t>(id.size()));
-}
-
 constexpr std::array eventCalls{
     EventCall{"SetAudioParameter", VELTO_EVENT_PARAMETERS_SET, "PAR-7", SetParameters},
     EventCall{"CloseAudioTrack", VELTO_EVENT_TRACK_CLOSED, "SPK-10", CloseTrack},
@@ -48,7 +44,6 @@ int32_t Register(Context &context, const AudioListener *listener)
 }
 
 // ---- Events
-// -----------------------------------------------------------------------------------------------------
 
 // An accepted call.
 void ExpectEvent(Context &context, const EventCall &call, std::string_view id,
@@ -135,7 +130,6 @@ void CheckRefusedCalls(Context &context)
 }
 
 // ---- Threads and locks
-// ------------------------------------------------------------------------------------------
 
 void CheckThread(Context &context)
 {
@@ -192,7 +186,6 @@ void CheckCallsInCallback(Context &context)
 }
 
 // ---- Registration
-// -----------------------------------------------------------------------------------------------
 
 void CheckRegistration(Context &context)
 {

@@ -108,7 +108,6 @@ int32_t SetParameters(Context &context, const AudioProfileList *list)
 }
 
 // ---- What may not be changed
-// ------------------------------------------------------------------------------------
 
 // First with memory that can be written, because a failure says more than a crash.
 void CheckWrittenFrame(Context &context)
@@ -192,7 +191,6 @@ void CheckRefusedCalls(Context &context)
 }
 
 // ---- What a read may write
-// --------------------------------------------------------------------------------------
 
 // One read into memory filled with a pattern.
 void ExpectOwnBytesWritten(Context &context, std::string_view what)
@@ -235,7 +233,6 @@ void CheckReadings(Context &context)
 }
 
 // ---- What may not be kept
-// ---------------------------------------------------------------------------------------
 
 // A module that keeps a pointer uses it in a later call or on one of its threads. The memory stays
 // inaccessible, so that its addresses are not used again.

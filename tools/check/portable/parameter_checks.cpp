@@ -52,8 +52,6 @@ std::vector<ListCase> ListCases()
     return cases;
 }
 
-const std::string longKey(10000, 'k');
-
 int32_t SetParameters(Context &context, std::string_view id, const std::vector<AudioProfileEntry> &entries)
 {
     const AudioProfileList list{static_cast<uint32_t>(entries.size()), 0, entries.data()};
@@ -65,6 +63,7 @@ int32_t SetParameters(Context &context, std::string_view id, const std::vector<A
 void CheckAcceptedLists(Context &context)
 {
     CallAllAsUsual(context);
+    const std::string longKey(10000, 'k');
     std::vector<ListCase> cases = ListCases();
     cases.push_back({"a key of 10000 letters", {Entry(longKey.c_str(), 1)}});
     for (const std::string_view id : {VELTO_ID_SPEAKER, VELTO_ID_MODEM_SPEAKER}) {

@@ -11,7 +11,7 @@
 #include "check/portable/built_in_sound.h"
 #include "check/portable/call_times.h"
 #include "check/portable/check.h"
-#include "velto-host/portable/pacer.h"
+#include "check/portable/speaker_calls.h"
 
 namespace velto::check {
 namespace {
@@ -19,12 +19,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int32_t ok = VELTO_OK; // with the type of a result
-using velto::host::Pacer;
 
 using Unit = std::span<const uint8_t>;
 
-constexpr std::chrono::nanoseconds unitTime =
-    std::chrono::nanoseconds(1s) * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ;
 constexpr std::array<uint8_t, 6> silentUnit VELTO_SILENT_UNIT;
 constexpr size_t unitsOfStream = 70; // one and a half seconds
 
@@ -33,22 +30,12 @@ class Speaker {
 public:
     Speaker(Context &context, std::string id) : m_context(context), m_id(std::move(id)) {}
 
-    int32_t Write(Unit unit)
-    {
-        // A record takes a pointer to bytes that are not constant, because it also serves for reading.
-        StreamFrameHeader header{2, static_cast<uint32_t>(unit.size()), 0};
-        StreamFrame frame{const_cast<uint8_t *>(unit.data()), {}, &header};
-        return m_context.table.WriteStreamBuffer(m_id.c_str(), Length(), nullptr, &frame);
-    }
-
+    int32_t Write(Unit unit) { return WriteUnit(m_context.table, m_id, unit); }
     int32_t SetRate(uint32_t rateHz)
     {
-        const AudioProfileEntry rate{VELTO_KEY_SAMPLE_RATE, sizeof(VELTO_KEY_SAMPLE_RATE) - 1, rateHz};
-        const AudioProfileList parameters{1, 0, &rate};
-        return m_context.table.SetAudioParameter(m_id.c_str(), Length(), nullptr, nullptr, &parameters);
+        return SetParameter(m_context.table, m_id, VELTO_KEY_SAMPLE_RATE, rateHz);
     }
-
-    int32_t Close() { return m_context.table.CloseAudioTrack(m_id.c_str(), Length()); }
+    int32_t Close() { return CloseTrack(m_context.table, m_id); }
 
     // The same calls; a result other than 0 breaks `clause`.
     void ExpectWrites(Unit unit, std::string_view clause, std::string_view what)
@@ -66,8 +53,6 @@ public:
     }
 
 private:
-    uint32_t Length() const { return static_cast<uint32_t>(m_id.size()); }
-
     Context &m_context;
     const std::string m_id;
 };
@@ -75,16 +60,7 @@ private:
 // Calls `write` for each unit when it is due.
 void SendAtPace(Environment &environment, const AacUnits &units, const std::function<void(Unit)> &write)
 {
-    Pacer pacer(unitTime, VELTO_CUSHION_UNITS);
-    for (const std::vector<uint8_t> &unit : units) {
-        const auto now = environment.Now();
-        const auto wait = pacer.Due(now) - now;
-        if (wait > 0ns) {
-            environment.Sleep(std::chrono::ceil<std::chrono::milliseconds>(wait));
-        }
-        write(unit);
-        pacer.Advance();
-    }
+    WriteAtPace(environment, units.size(), [&](size_t i) { write(units[i]); });
 }
 
 // The stream of a correct host, from its parameters to the silence at its end.

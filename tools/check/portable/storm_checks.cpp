@@ -6,6 +6,7 @@
 #include "check/portable/built_in_sound.h"
 #include "check/portable/call_storm.h"
 #include "check/portable/check.h"
+#include "check/portable/speaker_calls.h"
 
 namespace velto::check {
 namespace {
@@ -52,11 +53,8 @@ void CheckCallsAfterStorm(Context &context, const AacUnits &units)
         table.OpenAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1, nullptr, nullptr, &none);
     context.ExpectEqual(opened, ok, "THR-1", "OpenAudioRecord after the storm returned");
     for (const std::vector<uint8_t> &unit : units) {
-        StreamFrameHeader header{0, static_cast<uint32_t>(unit.size()), 0};
-        StreamFrame frame{const_cast<uint8_t *>(unit.data()), {}, &header};
-        const int32_t written =
-            table.WriteStreamBuffer(VELTO_ID_SPEAKER, sizeof(VELTO_ID_SPEAKER) - 1, nullptr, &frame);
-        context.ExpectEqual(written, ok, "THR-1", "WriteStreamBuffer after the storm returned");
+        context.ExpectEqual(WriteUnit(table, VELTO_ID_SPEAKER, unit), ok, "THR-1",
+                            "WriteStreamBuffer after the storm returned");
     }
     const int32_t closed = table.CloseAudioRecord(VELTO_ID_MIC, sizeof(VELTO_ID_MIC) - 1);
     context.ExpectEqual(closed, ok, "THR-1", "CloseAudioRecord after the storm returned");
