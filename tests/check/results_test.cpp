@@ -88,6 +88,21 @@ TEST(LevelReached, LeavesOutLevelsWhoseChecksWereAllSkipped)
     EXPECT_EQ(LevelReached(RunOf({skipped})), 0);
 }
 
+TEST(LevelReached, IsNotAboveLevelOfRun)
+{
+    check::Run run = RunOf({MakeResult("a", 4, Outcome::PASSED), MakeResult("listen.b", 7, Outcome::PASSED)});
+    run.level = 4;
+    run.listen = true;
+    EXPECT_EQ(LevelReached(run), 4);
+}
+
+TEST(LevelReached, IsZeroForSelectedChecks)
+{
+    check::Run run = RunOf({MakeResult("a", 1, Outcome::PASSED)});
+    run.only = "a";
+    EXPECT_EQ(LevelReached(run), 0);
+}
+
 ClauseOutcome OutcomeOf(std::string_view id, const check::Run &run)
 {
     const std::vector<ClauseResult> clauses = ClauseResults(run);

@@ -102,7 +102,8 @@ struct Run {
 // and warnings do not change it.
 Outcome Verdict(const Run &run);
 // The highest level of which no check, and no check of a lower level, failed; 0 if none. A level whose checks
-// were all skipped does not count as reached.
+// were all skipped does not count as reached, nor does one above that of the run, of which `listen` adds some
+// checks. With `only`, no level was examined as a whole, so none was reached.
 int LevelReached(const Run &run);
 
 } // namespace velto::check
