@@ -204,7 +204,7 @@ def check_module(folder, level=CHECK_LEVEL):
     contract, or if a check could not be made."""
     say(f"checking the module up to level {level}")
     doc = make_folder(folder / "doc")
-    run(sys.executable, REPOSITORY / "tests" / "check" / "certify.py", level, doc,
+    run(REPOSITORY / "tests" / "check" / "certify.py", level, doc,
         env=dict(os.environ, VELTO_WINDOWS_BIN=str(folder / "bin"), PYTHONDONTWRITEBYTECODE="1"))
 
 
