@@ -1,4 +1,5 @@
-// The checks of velto-host are those that the contract's page names: the portable ones, and the list of process checks.
+// The checks of velto-host are those that the contract's page names: the portable ones, and the list of
+// process checks.
 #include "check/all_checks.h"
 
 #include <algorithm>

@@ -49,6 +49,32 @@ TEST(HtmlReport, BeginsWithVerdictLevelAndModule)
                                           HasSubstr("says nothing about the module")));
 }
 
+TEST(HtmlReport, SaysThatRunWasInterrupted)
+{
+    check::Run run = PassedRun();
+    for (CheckResult &result : run.results) {
+        if (result.level >= 7) {
+            result.outcome = Outcome::BROKEN;
+            result.reason = interruptedReason;
+        }
+    }
+    const std::string page = HtmlReport(run);
+    EXPECT_THAT(
+        page,
+        AllOf(
+            HasSubstr("The run was interrupted: 2 of 7 checks were not finished. Level 5 of 8 was reached."),
+            HasSubstr("not finished, 1 check, 1 interrupted")));
+    EXPECT_EQ(SectionOf(page, "failed"), "");
+}
+
+TEST(HtmlReport, ClaimsNoLevelForSelectedChecks)
+{
+    check::Run run = PassedRun();
+    run.only = "ENT-2";
+    EXPECT_THAT(HtmlReport(run), AllOf(HasSubstr("Only ENT-2 was examined, no level as a whole."),
+                                       HasSubstr("Passed, ENT-2</title>"), HasSubstr("--only ENT-2 --seed")));
+}
+
 TEST(HtmlReport, NeedsNothingElse)
 {
     const std::string page = HtmlReport(FailedRun());

@@ -17,13 +17,16 @@ std::string CountsOf(const Run &run)
     std::string text;
     for (const Outcome outcome : outcomes) {
         const auto count =
-            std::count_if(run.results.begin(), run.results.end(),
-                          [&](const CheckResult &result) { return result.outcome == outcome; });
+            std::count_if(run.results.begin(), run.results.end(), [&](const CheckResult &result) {
+                return result.outcome == outcome && !IsInterrupted(result);
+            });
         if (count > 0) {
             text += host::Format("{}{} {}", text.empty() ? "" : ", ", count, NameOf(outcome));
         }
     }
-    return text;
+    const auto interrupted = std::ranges::count_if(run.results, IsInterrupted);
+    return text +
+           (interrupted > 0 ? host::Format("{}{} interrupted", text.empty() ? "" : ", ", interrupted) : "");
 }
 
 // A check that finds a clause broken many times, for example on several threads, prints its first
@@ -66,7 +69,7 @@ void PrintSummary(const Run &run, const host::Output &output)
         }
     }
     for (const CheckResult &result : run.results) {
-        if (!result.repeat.empty() && result.broken.empty()) {
+        if (!result.repeat.empty() && result.broken.empty() && !IsInterrupted(result)) {
             PrintWithoutClause(result, output);
         }
         for (const std::string &warning : result.warnings) {

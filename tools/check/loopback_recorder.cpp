@@ -30,7 +30,8 @@ using Microsoft::WRL::ComPtr;
 constexpr REFERENCE_TIME bufferTime = 10'000'000; // 1 s in units of 100 ns: a busy PC delays this thread
 constexpr DWORD pollMs = 10;                      // before Windows 10 1703, a loopback client gets no events
 
-// Systems without loopback differ in the call that refuses it: Wine 8 accepts the flag, and then has no packets.
+// Systems without loopback differ in the call that refuses it: Wine 8 accepts the flag, and then has no
+// packets.
 void ThrowIfFailed(HRESULT result, const char *step)
 {
     if (result == AUDCLNT_E_WRONG_ENDPOINT_TYPE) {
@@ -81,8 +82,8 @@ public:
         if (!IsFloat(*m_format)) {
             throw LoopbackError("the loudspeaker's mix format is not 32-bit float");
         }
-        ThrowIfFailed(m_client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK, bufferTime, 0,
-                                           m_format.get(), nullptr),
+        ThrowIfFailed(m_client->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK, bufferTime,
+                                           0, m_format.get(), nullptr),
                       "cannot record what the loudspeaker plays");
         ThrowIfFailed(m_client->GetService(__uuidof(IAudioCaptureClient), &m_capture),
                       "cannot get the packets of the loopback");

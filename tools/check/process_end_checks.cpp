@@ -30,8 +30,8 @@ struct EndedProcess {
     ProcessEnd end;
 };
 
-// Runs a process of this program that ends in the situation. Throws std::runtime_error if it does not start or
-// does not get as far as its first line, which says nothing about the module.
+// Runs a process of this program that ends in the situation. Throws std::runtime_error if it does not start
+// or does not get as far as its first line, which says nothing about the module.
 EndedProcess RunEndingProcess(std::string_view situation, int attempt, uint32_t exitCode)
 {
     const ProcessContext &process = CurrentProcess();

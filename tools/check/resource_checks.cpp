@@ -159,8 +159,8 @@ void LoadCycles(Context &context)
 {
     constexpr uint32_t cycles = 25;
     const Answers first = LoadAndFree(context, nullptr);
-    // By contract, the idle event of each entry call is lost, and two handles that the thread library in the module
-    // keeps for the thread that frees it. The loader and the heap keep some memory.
+    // By contract, the idle event of each entry call is lost, and two handles that the thread library in the
+    // module keeps for the thread that frees it. The loader and the heap keep some memory.
     constexpr double handlesPerCycle = 3;
     constexpr double memoryPerCycle = 64 * 1024;
     Repeat(context, {"loading and freeing", "RES-1", cycles, {handlesPerCycle, memoryPerCycle}, [&] {

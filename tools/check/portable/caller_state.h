@@ -10,7 +10,7 @@ namespace velto::check {
 
 // One value of the state, as text for comparison and for people.
 struct StateValue {
-    std::string_view name;   // "COM apartment of the calling thread"
+    std::string_view name;   // "COM apartment"
     std::string_view clause; // the clause that protects it, for example "HYG-1"
     std::string value;
 };
@@ -21,13 +21,15 @@ class CallerState {
 public:
     virtual ~CallerState() = default;
 
-    // Sets what a careless module would change to unusual values: for example a last error, a rounding mode
-    // and a current folder. Undone by Restore. Same thread.
+    // Sets part of the state to unusual values, so that a module that sets usual ones is detected: for
+    // example the last error, the rounding mode and the current folder. All functions are called on one
+    // thread.
     virtual void MakeUnusual() = 0;
+    // Undoes MakeUnusual, except for the last error. Without MakeUnusual, it does nothing.
     virtual void Restore() = 0;
-    // Of the calling thread and the process, now. Always the same names, in the same order.
+    // The state now: always the same names, in the same order. To be called directly after the module's call,
+    // because other calls change the last error. Keeps the last error.
     virtual std::vector<StateValue> Read() const = 0;
-    // Read() starts with the last error, which other calls change: it must come directly after the call.
 };
 
 } // namespace velto::check

@@ -12,9 +12,11 @@ namespace velto::check {
 
 struct Check {
     std::string_view name;                 // "arguments.wrong-ids": the group and what is checked
-    int level;                             // 1 to 10; a run of a level makes all checks up to it
+    int level;                             // 1 to 10; see PlanOf for the checks of a run
     std::vector<std::string_view> clauses; // all that it may report as broken
-    std::chrono::seconds timeLimit; // of its process; a hang beyond it breaks the clauses of the last step
+    // Of its process, without the minutes that --minutes adds at level 10. A hang beyond it breaks the
+    // clauses of the last step.
+    std::chrono::seconds timeLimit;
     void (*run)(Context &);
 };
 

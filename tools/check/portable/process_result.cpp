@@ -150,7 +150,7 @@ CheckResult ResultOf(const Check &check, const Journal &journal, const ProcessEn
     if (end.kind == ProcessEnd::Kind::NOT_STARTED) {
         Fail(result, "the check's process could not be started: " + end.error);
     } else if (end.kind == ProcessEnd::Kind::INTERRUPTED && !journal.hasVerdict) {
-        Fail(result, "interrupted");
+        Fail(result, std::string(interruptedReason));
     } else if (journal.broken) {
         Fail(result, *journal.broken);
     } else if (!journal.hasBegun) {

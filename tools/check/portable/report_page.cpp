@@ -38,6 +38,12 @@ bool IsFailed(const CheckResult &result)
            result.outcome == Outcome::HUNG || result.outcome == Outcome::BROKEN;
 }
 
+// A failure of the module or of the checker, which is shown first. An interrupted check may have found one.
+bool HasFailure(const CheckResult &result)
+{
+    return IsFailed(result) && !(IsInterrupted(result) && result.broken.empty());
+}
+
 bool IsSkipped(const CheckResult &result)
 {
     return result.outcome == Outcome::SKIPPED;
@@ -124,9 +130,10 @@ std::string VerdictSentence(const Run &run, const std::vector<ClauseResult> &cla
                              [=](const ClauseResult &clause) { return clause.outcome == outcome; });
     };
     const int reached = LevelReached(run);
-    const std::string level = !run.only.empty() ? fmt::format("Only {} was examined, no level as a whole", run.only)
-                              : reached == 0    ? "No level was reached"
-                                                : fmt::format("Level {} of {} was reached", reached, run.level);
+    const std::string level = !run.only.empty()
+                                  ? fmt::format("Only {} was examined, no level as a whole", run.only)
+                              : reached == 0 ? "No level was reached"
+                                             : fmt::format("Level {} of {} was reached", reached, run.level);
     switch (Verdict(run)) {
     case Outcome::PASSED:
         return fmt::format("{}. {}, none is broken.", level,
@@ -136,8 +143,13 @@ std::string VerdictSentence(const Run &run, const std::vector<ClauseResult> &cla
                            Counted(count(ClauseOutcome::BROKEN), "clause is broken", "clauses are broken"),
                            Counted(count(ClauseOutcome::PASSED), "passed", "passed"));
     default:
-        return "The checker could not finish its work. This report says nothing about the module.";
+        break;
     }
+    const auto interrupted = std::ranges::count_if(run.results, IsInterrupted);
+    return interrupted > 0
+               ? fmt::format("The run was interrupted: {} of {} checks were not finished. {}.", interrupted,
+                             run.results.size(), level)
+               : "The checker could not finish its work. This report says nothing about the module.";
 }
 
 std::string Head(const Run &run, const std::vector<ClauseResult> &clauses)
@@ -170,21 +182,26 @@ std::string Levels(const Run &run)
             });
         };
         const auto all = count([](const CheckResult &) { return true; });
-        const auto failed = count(IsFailed);
+        const auto failed = count(HasFailure);
         const auto skipped = count(IsSkipped);
-        const std::string_view state = all == 0         ? "not run"
-                                       : failed > 0     ? "failed"
-                                       : skipped == all ? "skipped"
-                                                        : "passed";
+        const auto interrupted = count(IsInterrupted);
+        const std::string_view state = all == 0          ? "not run"
+                                       : failed > 0      ? "failed"
+                                       : interrupted > 0 ? "not finished"
+                                       : skipped == all  ? "skipped"
+                                                         : "passed";
         std::string detail = all == 0 ? "" : fmt::format(", {}", Counted(all, "check", "checks"));
         if (failed > 0) {
             detail += fmt::format(", {} failed", failed);
+        }
+        if (interrupted > 0) {
+            detail += fmt::format(", {} interrupted", interrupted);
         }
         if (skipped > 0 && skipped != all) {
             detail += fmt::format(", {} skipped", skipped);
         }
         html += fmt::format("<li class=\"{}\"><b>Level {}: {}</b>{}{}</li>\n",
-                            state == "not run" ? "off" : state, level, levelTitles[i], state, detail);
+                            state.starts_with("not ") ? "off" : state, level, levelTitles[i], state, detail);
     }
     return html + "</ol>\n";
 }
@@ -222,7 +239,7 @@ std::string FailedChecks(const Run &run)
 {
     std::string html;
     for (const CheckResult &result : run.results) {
-        if (IsFailed(result)) {
+        if (HasFailure(result)) {
             html += FailedCheck(result);
         }
     }
@@ -502,8 +519,8 @@ std::string Files(const Run &run)
 std::string RunCommand(const Run &run)
 {
     return fmt::format("velto-host check --module \"{}\" {} --seed {}{}", ModuleName(run),
-                       run.only.empty() ? fmt::format("--level {}", run.level) : "--only " + run.only, run.seed,
-                       run.listen ? " --listen" : "");
+                       run.only.empty() ? fmt::format("--level {}", run.level) : "--only " + run.only,
+                       run.seed, run.listen ? " --listen" : "");
 }
 
 std::string HowTo(const Run &run)
@@ -521,13 +538,12 @@ std::string HowTo(const Run &run)
 std::string HtmlReport(const Run &run)
 {
     const std::vector<ClauseResult> clauses = ClauseResults(run);
-    std::string html =
-        fmt::format("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
-                    "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
-                    "<title>{}: {}, {}</title>\n<style>{}</style>\n</head>\n<body>\n",
-                    EscapeXml(ModuleName(run)), VerdictWord(Verdict(run)),
-                    run.only.empty() ? fmt::format("level {}", LevelReached(run)) : EscapeXml(run.only),
-                    reportStyle);
+    std::string html = fmt::format(
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
+        "<title>{}: {}, {}</title>\n<style>{}</style>\n</head>\n<body>\n",
+        EscapeXml(ModuleName(run)), VerdictWord(Verdict(run)),
+        run.only.empty() ? fmt::format("level {}", LevelReached(run)) : EscapeXml(run.only), reportStyle);
     html += Head(run, clauses) + "<main>\n" + Levels(run) +
             Section("failed", "What failed", FailedChecks(run)) +
             Section("heard", "What was heard", Heard(run)) + Section("times", "Measured", Times(run)) +

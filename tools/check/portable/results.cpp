@@ -28,6 +28,11 @@ std::string_view NameOf(Outcome outcome)
     return names.at(static_cast<size_t>(outcome));
 }
 
+bool IsInterrupted(const CheckResult &result)
+{
+    return result.outcome == Outcome::BROKEN && result.reason == interruptedReason;
+}
+
 Outcome Verdict(const Run &run)
 {
     const auto any = [&](auto isSo) {

@@ -98,6 +98,10 @@ struct Run {
     std::vector<CheckResult> results; // in the order of the plan
 };
 
+// The reason of a check that Ctrl-C ended, or that was not begun because of it.
+inline constexpr std::string_view interruptedReason = "interrupted";
+bool IsInterrupted(const CheckResult &result);
+
 // The verdict over all results: BROKEN, then FAILED (also for CRASHED and HUNG), then PASSED. Skipped checks
 // and warnings do not change it.
 Outcome Verdict(const Run &run);
