@@ -12,8 +12,7 @@ import subprocess
 import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "tools",
-                                     "tests/tools")]
+OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "tools")]
 REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 
