@@ -175,7 +175,7 @@ fs::path CreateDumpsFolder(const std::string &folder)
     if (folder.empty()) {
         return {};
     }
-    const fs::path path = fs::absolute(host::ToWide(folder));
+    fs::path path = fs::absolute(host::ToWide(folder));
     std::error_code error;
     fs::create_directories(path, error);
     if (error) {
@@ -186,7 +186,7 @@ fs::path CreateDumpsFolder(const std::string &folder)
 
 fs::path ExistingModule(const std::string &modulePath)
 {
-    const fs::path module = host::Module::FullPath(modulePath);
+    fs::path module = host::Module::FullPath(modulePath);
     std::error_code error;
     if (!fs::is_regular_file(module, error)) {
         throw host::ModuleError("there is no module " + host::ToUtf8(module.wstring()));

@@ -100,41 +100,47 @@ void RegisterForDlls()
 
 // ---- The file of an address
 
+// The memory at an address that the processor or the system reports.
+template <typename Record>
+const Record *At(uintptr_t address)
+{
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the number was no pointer of this program before
+    return reinterpret_cast<const Record *>(address);
+}
+
 // The base of the program or DLL at an address; 0 without one. Asks the memory manager: the loader would need
 // its lock.
 uintptr_t ImageAt(uintptr_t address)
 {
     MEMORY_BASIC_INFORMATION memory{};
-    const bool isImage = VirtualQuery(reinterpret_cast<const void *>(address), &memory, sizeof memory) != 0 &&
+    const bool isImage = VirtualQuery(At<void>(address), &memory, sizeof memory) != 0 &&
                          memory.State == MEM_COMMIT && memory.Type == MEM_IMAGE;
     return isImage ? reinterpret_cast<uintptr_t>(memory.AllocationBase) : 0;
 }
 
 bool HasDosHeader(uintptr_t base)
 {
-    return base != 0 && reinterpret_cast<const IMAGE_DOS_HEADER *>(base)->e_magic == IMAGE_DOS_SIGNATURE;
+    return base != 0 && At<IMAGE_DOS_HEADER>(base)->e_magic == IMAGE_DOS_SIGNATURE;
 }
 
 // The name that a DLL has in its table of exports.
 const char *NameInExports(uintptr_t base)
 {
-    const auto &dos = *reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
-    const auto &headers =
-        *reinterpret_cast<const IMAGE_NT_HEADERS *>(base + static_cast<uintptr_t>(dos.e_lfanew));
-    const DWORD exports = headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress;
-    if (exports == 0 || exports >= headers.OptionalHeader.SizeOfImage) {
+    const uintptr_t newHeader = base + static_cast<uintptr_t>(At<IMAGE_DOS_HEADER>(base)->e_lfanew);
+    const IMAGE_OPTIONAL_HEADER &headers = At<IMAGE_NT_HEADERS>(newHeader)->OptionalHeader;
+    const DWORD exports = headers.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress;
+    if (exports == 0 || exports >= headers.SizeOfImage) {
         return "unknown.dll";
     }
-    return reinterpret_cast<const char *>(
-        base + reinterpret_cast<const IMAGE_EXPORT_DIRECTORY *>(base + exports)->Name);
+    return At<char>(base + At<IMAGE_EXPORT_DIRECTORY>(base + exports)->Name);
 }
 
 // Wine marks its own DLLs behind their DOS header.
 bool IsOfWine(uintptr_t base)
 {
     constexpr std::string_view mark = "Wine builtin DLL";
-    return HasDosHeader(base) && std::memcmp(reinterpret_cast<const char *>(base) + sizeof(IMAGE_DOS_HEADER),
-                                             mark.data(), mark.size()) == 0;
+    return HasDosHeader(base) &&
+           std::memcmp(At<char>(base + sizeof(IMAGE_DOS_HEADER)), mark.data(), mark.size()) == 0;
 }
 
 // ---- The line of a fault
@@ -235,13 +241,13 @@ void AppendFault(const EXCEPTION_RECORD &exception, bool isOfModule)
     // Another thread may have been in the middle of a line.
     line.Add("\n{\"event\":\"");
     line.Add(faultEvent);
-    line.Add("\",\"place\":\"");
+    line.Add(R"(","place":")");
     AddPlace(address);
     line.Add(": ");
     line.Add(NameOfException(exception.ExceptionCode));
     line.Add(" ");
     line.AddHexadecimal(exception.ExceptionCode);
-    line.Add(isOfModule ? "\",\"ofModule\":true" : "\",\"ofModule\":false");
+    line.Add(isOfModule ? R"(","ofModule":true)" : R"(","ofModule":false)");
     line.Add(IsOfWine(ImageAt(address)) ? ",\"ofWine\":true}\n" : ",\"ofWine\":false}\n");
     line.Append();
 }
@@ -276,7 +282,7 @@ bool WalkToCaller()
     PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(frame.Rip, &base, nullptr);
     if (function == nullptr) {
         // A function that calls no other, or a jump to no code: the return address is on top of the stack.
-        frame.Rip = *reinterpret_cast<const uint64_t *>(frame.Rsp);
+        frame.Rip = *At<uint64_t>(frame.Rsp);
         frame.Rsp += sizeof(uint64_t);
     } else {
         void *handlerData = nullptr;

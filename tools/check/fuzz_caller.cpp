@@ -298,11 +298,11 @@ void FuzzCaller::Close()
 void FuzzCaller::ReleaseNothing()
 {
     Random &random = m_context.random;
-    std::array<uint8_t, 64> block{};
     const uint32_t count = random.Below(8);
     if (random.OneIn(2)) {
         m_context.table.Release(static_cast<uint32_t>(random.Next()), nullptr, count);
     } else {
+        std::array<uint8_t, 64> block{};
         // Any type but that of the list: the block is on the stack, and freeing it crashes.
         m_context.table.Release(2 + random.Below(1000), block.data(), count);
     }

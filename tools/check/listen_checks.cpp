@@ -92,11 +92,12 @@ void ExpectNothing(Context &context, const LoopbackRecording &recording, std::st
 uint64_t PlayWatermark(SpeakerStream &speaker, const AacUnits &units)
 {
     speaker.SetRate(VELTO_SAMPLE_RATE_HZ);
-    const uint64_t begin = PerformanceTime();
+    // The first unit is priming.
+    constexpr uint64_t unitTime100ns = 10'000'000ULL * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ;
+    const uint64_t firstSound = PerformanceTime() + unitTime100ns;
     speaker.WriteAtPace(units);
     speaker.WriteSilenceAtPace(VELTO_CUSHION_UNITS);
-    return begin +
-           uint64_t{10'000'000} * VELTO_UNIT_SAMPLES / VELTO_SAMPLE_RATE_HZ; // the first unit is priming
+    return firstSound;
 }
 
 HeardConditions ConditionsOf(const LoopbackRecording &recording, uint64_t firstWrite)

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace velto::check {
 
@@ -10,7 +11,7 @@ class TemporaryFolder {
 public:
     // Creates the empty folder. Replaces one that a crash has left, because process ids, of which names are
     // made, come again. Throws std::filesystem::filesystem_error.
-    explicit TemporaryFolder(const std::filesystem::path &path) : m_path(path)
+    explicit TemporaryFolder(std::filesystem::path path) : m_path(std::move(path))
     {
         std::filesystem::remove_all(m_path);
         std::filesystem::create_directories(m_path);

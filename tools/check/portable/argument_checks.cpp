@@ -1,6 +1,7 @@
 // Wrong, unusual and barely accessible arguments of each slot, with the results that the contract gives.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -198,16 +199,15 @@ void CheckUnitsWithoutBytes(Context &context)
     CallAllAsUsual(context);
     std::array<uint8_t, silentUnit.size()> unit = silentUnit;
     StreamFrameHeader header{0, 0, 0};
-    const auto expectDropped = [&](uint8_t *data, uint32_t size, std::string_view what) {
+    const auto expectDropped = [&](StreamFrame frame, uint32_t size, std::string_view what) {
         header.size = size;
-        StreamFrame frame{data, {}, &header};
         context.Step(fmt::format("WriteStreamBuffer with {}", what), {"SPK-6"});
         context.ExpectEqual(Write(context, &frame), int32_t{VELTO_OK}, "SPK-6",
                             "WriteStreamBuffer with {} returned", what);
     };
-    expectDropped(unit.data(), 0, "a unit of 0 bytes");
-    expectDropped(nullptr, 0, "null data of 0 bytes");
-    expectDropped(nullptr, 16, "null data of 16 bytes");
+    expectDropped({unit.data(), {}, &header}, 0, "a unit of 0 bytes");
+    expectDropped({nullptr, {}, &header}, 0, "null data of 0 bytes");
+    expectDropped({nullptr, {}, &header}, 16, "null data of 16 bytes");
 }
 
 void CheckNullFramesOfRead(Context &context)
@@ -415,12 +415,11 @@ enum class Kind { CAPABILITIES, TAKES_ID, OTHER };
 // wrong length; a count; a release of an unknown type.
 Kind KindOf(const AudioHandlerTable &table, AnySlot slot)
 {
-    alignas(64) std::array<uint64_t, 8> first{};
+    alignas(64) std::array<void *, 8> first{};
     alignas(64) std::array<uint64_t, 8> second{};
     const int32_t result = slot(first.data(), second.data(), nullptr, nullptr, nullptr);
     if (second[0] != 0) {
-        table.Release(VELTO_RELEASE_CAPABILITIES, reinterpret_cast<void *>(first[0]),
-                      static_cast<uint32_t>(second[0]));
+        table.Release(VELTO_RELEASE_CAPABILITIES, first[0], static_cast<uint32_t>(second[0]));
         return Kind::CAPABILITIES;
     }
     return result == VELTO_ERROR_INVALID ? Kind::TAKES_ID : Kind::OTHER;
@@ -454,7 +453,7 @@ Answers AnswersOf(AnySlot slot, EventRecorder &recorder)
     StreamFrameHeader header{0, silentUnit.size(), 0};
     StreamFrame frame{bytes.data(), {}, &header};
     // A length fills the register of a pointer.
-    const auto length = reinterpret_cast<const void *>(uintptr_t{8});
+    const auto *const length = std::bit_cast<const void *>(uintptr_t{8});
     Answers answers;
     recorder.Clear();
     answers.withList = slot(VELTO_ID_SPEAKER, length, nullptr, nullptr, &UsualParameters());

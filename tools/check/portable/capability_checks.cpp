@@ -94,9 +94,13 @@ bool IsZero(const void *bytes, size_t count)
 // False if a later look at the item's blocks could fault.
 bool HasAllBlocks(Context &context, const AudioCapabilityItem &item, size_t index)
 {
-    return context.Expect(item.name != nullptr, "CAP-7", fmt::format("item {} has no name", index)) &
-           context.Expect(item.profiles != nullptr, "CAP-1", fmt::format("item {} has no profile", index)) &
-           context.Expect(item.codecs != nullptr, "CAP-1", fmt::format("item {} has no codec", index));
+    const bool hasName =
+        context.Expect(item.name != nullptr, "CAP-7", fmt::format("item {} has no name", index));
+    const bool hasProfile =
+        context.Expect(item.profiles != nullptr, "CAP-1", fmt::format("item {} has no profile", index));
+    const bool hasCodec =
+        context.Expect(item.codecs != nullptr, "CAP-1", fmt::format("item {} has no codec", index));
+    return hasName && hasProfile && hasCodec;
 }
 
 void ExpectDevice(Context &context, const AudioCapabilityItem &item, size_t index)
