@@ -5,31 +5,29 @@
 
 #include <string.h>
 
-#include "forwarding_module.h"
+#include "decoded_sound.h"
 
-static uint8_t waiting[8191]; /* the most that the length field of ADTS allows */
-static StreamFrameHeader waitingHeader;
-static int isWaiting;
+#define UNIT 1024 /* samples */
 
-static int32_t WriteStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame)
+/* The sound of a channel, three units late: the decoder needs units in their order. */
+typedef struct Channel {
+    float units[4][UNIT];
+    unsigned count;
+} Channel;
+
+static void Swap(Channel *channel, float *samples)
 {
-    StreamFrame earlier = {waiting, {0}, &waitingHeader};
-
-    if (id == NULL || strcmp(id, VELTO_ID_SPEAKER) != 0 || frame == NULL || frame->header == NULL ||
-        frame->data == NULL || frame->header->size > sizeof(waiting)) {
-        return real.WriteStreamBuffer(id, idLength, unused, frame);
-    }
-    isWaiting = !isWaiting;
-    if (isWaiting) {
-        memcpy(waiting, frame->data, frame->header->size);
-        waitingHeader = *frame->header;
-        return VELTO_OK;
-    }
-    real.WriteStreamBuffer(id, idLength, unused, frame);
-    return real.WriteStreamBuffer(id, idLength, unused, &earlier);
+    memcpy(channel->units[channel->count % 4], samples, sizeof(channel->units[0]));
+    memcpy(samples, channel->units[(channel->count ^ 1U) % 4 ^ 2U], sizeof(channel->units[0]));
+    ++channel->count;
 }
 
-void ChangeTable(AudioHandlerTable *table)
+void ChangeSound(float *left, float *right, int samples)
 {
-    table->WriteStreamBuffer = WriteStreamBuffer;
+    static Channel channels[2];
+
+    if (samples == UNIT) {
+        Swap(&channels[0], left);
+        Swap(&channels[1], right);
+    }
 }

@@ -113,7 +113,7 @@ void CheckDistinctSlots(Context &context)
 }
 
 // The results of some calls. Equal for all tables of a module, whether right or wrong.
-std::array<int32_t, 3> ResultsOf(const AudioHandlerTable &table)
+std::array<int32_t, 4> ResultsOf(const AudioHandlerTable &table)
 {
     AudioCapabilityItem *list = nullptr;
     uint32_t count = 0;
@@ -121,7 +121,8 @@ std::array<int32_t, 3> ResultsOf(const AudioHandlerTable &table)
     if (capabilities == VELTO_OK) {
         table.Release(VELTO_RELEASE_CAPABILITIES, list, count);
     }
-    return {capabilities, table.CloseAudioRecord(VELTO_ID_MIC, 4), table.NoOperation1()};
+    return {capabilities, table.CloseAudioTrack(VELTO_ID_SPEAKER, 8), table.CloseAudioRecord(VELTO_ID_MIC, 4),
+            table.NoOperation1()};
 }
 
 void CheckCopies(Context &context)

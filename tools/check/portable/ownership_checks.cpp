@@ -22,6 +22,7 @@ constexpr auto unitTime = 21ms;
 constexpr size_t unitsToPlay = 70; // one and a half seconds
 constexpr size_t bufferBytes = 4096;
 constexpr uint8_t pattern = 0xA5;
+constexpr uint32_t paddingOfHost = 0x12345678; // other than 0, to which a module could set it
 
 void Append(std::vector<uint8_t> &content, const void *bytes, size_t count)
 {
@@ -79,7 +80,7 @@ public:
     explicit GuardedList(Environment &environment)
         : m_key(environment, VELTO_KEY_SAMPLE_RATE, bytesToSpare),
           m_entry(environment, {m_key.Get(), m_key.Length(), VELTO_SAMPLE_RATE_HZ}, bytesToSpare),
-          m_list(environment, {1, 0, m_entry.Get()}, bytesToSpare)
+          m_list(environment, {1, paddingOfHost, m_entry.Get()}, bytesToSpare)
     {
     }
 
