@@ -235,6 +235,19 @@ TEST(ContractPage, KeepsTextAroundTables)
     EXPECT_THROW(PageWithTables(std::string(tablesEnd) + tablesBegin, ""), std::runtime_error);
 }
 
+// The first line of `text` that is not in `expected`, at the same place. Empty if there is none.
+std::string FirstDifference(const std::string &text, const std::string &expected)
+{
+    const auto [difference, other] = std::ranges::mismatch(text, expected);
+    if (difference == text.end() && other == expected.end()) {
+        return "";
+    }
+    const size_t place = difference - text.begin();
+    const size_t begin = place == 0 ? 0 : text.rfind('\n', place - 1) + 1;
+    return fmt::format("line {}: {}", std::count(text.begin(), difference, '\n') + 1,
+                       text.substr(begin, text.find('\n', place) - begin));
+}
+
 // VELTO_WRITE_PAGES=1 writes the page instead of comparing it.
 TEST(ContractPage, IsThatOfTheClauses)
 {
@@ -246,7 +259,7 @@ TEST(ContractPage, IsThatOfTheClauses)
         std::ofstream(file, std::ios::binary) << expected;
         return;
     }
-    EXPECT_EQ(page, expected)
+    EXPECT_EQ(FirstDifference(page, expected), "")
         << "VELTO_WRITE_PAGES=1 velto-check-tests --gtest_filter=ContractPage.* writes the page";
 }
 
