@@ -137,7 +137,7 @@ ProcessEnd RunChild(const ChildOrder &order, HANDLE interruption)
     }
     // The process is suspended until it is in the job, so that it cannot start others outside of it.
     if (!AssignProcessToJobObject(job.get(), child.process.get())) {
-        const ProcessEnd end = NotStarted("adding the process to its job");
+        ProcessEnd end = NotStarted("adding the process to its job");
         TerminateProcess(child.process.get(), 1);
         return end;
     }

@@ -276,11 +276,11 @@ void FuzzCaller::Read()
     } else if (header.size == asked || header.size == 0) {
         Note("read without a packet"); // or with one that has exactly the size asked for
     } else if (header.size > VELTO_MAX_PACKET_BYTES) {
-        Expect(false, "MIC-3", fmt::format("a read delivered {} bytes", header.size));
+        Expect(false, "MIC-2", fmt::format("a read delivered {} bytes", header.size));
     } else {
         m_samples.clear();
         const bool decodes = m_decoder.Decode({data->Data(), header.size}, m_samples);
-        Expect(decodes, "MIC-3", "a packet does not decode: " + m_decoder.Reason());
+        Expect(decodes, "MIC-2", "a packet does not decode: " + m_decoder.Reason());
         Note("packet");
     }
 }

@@ -76,12 +76,11 @@ std::vector<uintptr_t> BeginOfStack(uint32_t threadId)
     if (basics.block == nullptr || !ReadMemory(basics.block, &block, sizeof block)) {
         return {};
     }
-    const auto base = reinterpret_cast<uintptr_t>(block.StackBase);
-    const auto limit = reinterpret_cast<uintptr_t>(block.StackLimit);
-    const size_t bytes = std::min<size_t>(base - std::min(limit, base), examinedStackBytes);
+    const auto *const base = static_cast<const uint8_t *>(block.StackBase);
+    const auto *const limit = static_cast<const uint8_t *>(block.StackLimit);
+    const size_t bytes = limit < base ? std::min(static_cast<size_t>(base - limit), examinedStackBytes) : 0;
     std::vector<uintptr_t> values(bytes / sizeof(uintptr_t));
-    if (!ReadMemory(reinterpret_cast<const void *>(base - bytes), values.data(),
-                    values.size() * sizeof(uintptr_t))) {
+    if (!ReadMemory(base - bytes, values.data(), values.size() * sizeof(uintptr_t))) {
         values.clear();
     }
     return values;
@@ -89,9 +88,11 @@ std::vector<uintptr_t> BeginOfStack(uint32_t threadId)
 
 HMODULE ModuleOf(uintptr_t address)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the system reports it as a number
+    const auto *const place = reinterpret_cast<LPCWSTR>(address);
     HMODULE module = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCWSTR>(address), &module);
+                       place, &module);
     return module;
 }
 
@@ -117,11 +118,10 @@ std::string FolderOf(HMODULE module)
 // An address behind the last byte of a mapped DLL.
 uintptr_t EndOf(HMODULE module)
 {
-    const auto base = reinterpret_cast<uintptr_t>(module);
-    const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
-    const auto *headers =
-        reinterpret_cast<const IMAGE_NT_HEADERS *>(base + static_cast<size_t>(dos->e_lfanew));
-    return base + headers->OptionalHeader.SizeOfImage;
+    const auto *const base = reinterpret_cast<const uint8_t *>(module);
+    const auto *const dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
+    const auto *const headers = reinterpret_cast<const IMAGE_NT_HEADERS *>(base + dos->e_lfanew);
+    return reinterpret_cast<uintptr_t>(base) + headers->OptionalHeader.SizeOfImage;
 }
 
 // Whether a thread runs code of a DLL: an address in the DLL is on its stack.

@@ -120,8 +120,8 @@ std::string Counts(const Results &results)
     for (const CheckResult *result : results) {
         seconds += result->seconds;
     }
-    return fmt::format("tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" time=\"{:.3f}\"",
-                       results.size(), count(IsFailure), count(IsError), count(IsSkipped), seconds);
+    return fmt::format(R"(tests="{}" failures="{}" errors="{}" skipped="{}" time="{:.3f}")", results.size(),
+                       count(IsFailure), count(IsError), count(IsSkipped), seconds);
 }
 
 std::string Suite(const Run &run, int level, const Results &results)
