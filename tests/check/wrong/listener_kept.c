@@ -18,7 +18,7 @@ static int32_t RegisterListener(const AudioListener *listener)
     const AudioListener own = {OnEvent, NULL};
 
     if (listener == NULL) {
-        return VELTO_ERROR_INVALID;
+        return real.RegisterListener(NULL);
     }
     kept = listener;
     return real.RegisterListener(&own);

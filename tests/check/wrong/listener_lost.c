@@ -10,7 +10,7 @@ static int32_t RegisterListener(const AudioListener *listener)
 
     if (listener == NULL) {
         real.RegisterListener(&none);
-        return VELTO_ERROR_INVALID;
+        return real.RegisterListener(NULL);
     }
     return real.RegisterListener(listener);
 }

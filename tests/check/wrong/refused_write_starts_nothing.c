@@ -1,4 +1,4 @@
-// A write with a null id does not start the speakers.
+// A write of a frame with a null id does not start the speakers.
 // breaks: SPK-1
 // level: 5
 // check: lifecycle.first-write-starts-speakers
@@ -7,7 +7,7 @@
 
 static int32_t WriteStreamBuffer(const char *id, uint32_t idLength, void *unused, StreamFrame *frame)
 {
-    if (id == NULL) {
+    if (id == NULL && frame != NULL) {
         return VELTO_ERROR_INVALID;
     }
     return real.WriteStreamBuffer(id, idLength, unused, frame);
