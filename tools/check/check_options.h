@@ -21,7 +21,7 @@ struct CheckOptions {
     std::string jsonFile; // reports; empty: none
     std::string junitFile;
     std::string htmlFile;
-    int jobs = 1;
+    int jobs = 2; // at the same time, of the checks without sound
     bool list = false;
     double minutes = 1;       // of each check of level 10
     std::string dumpsFolder;  // empty: no minidumps
