@@ -14,7 +14,7 @@ using host::StreamTimer;
 namespace {
 
 constexpr double pollSeconds = 0.01;
-constexpr size_t unitsOfStorm = 200; // different ones
+constexpr size_t unitsOfStorm = 60; // different ones
 
 // {slot: {result: calls}}
 Json CallsAsJson(const StormFigures &figures)

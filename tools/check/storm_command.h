@@ -32,8 +32,9 @@ private:
     const host::Output &m_output;
     host::StreamTimer m_timer;
     host::StreamEnd m_end;
-    host::StreamTimer::Clock::time_point m_begin = host::StreamTimer::Clock::now();
     const AacUnits m_units;
+    // After the units were made, which takes seconds on a busy machine.
+    host::StreamTimer::Clock::time_point m_begin = host::StreamTimer::Clock::now();
     StormFigures m_figures; // of the storms that are over
     uint32_t m_loads = 0;
     bool m_interrupted = false;
