@@ -111,8 +111,8 @@ class Worker:
     the sound that the loudspeaker plays if a check has to hear its own sound."""
 
     def __init__(self, number):
-        self.session = session.Session(f"WrongModules.{number}")
-        self.session.server.pactl("load-module", "module-sine-source", "source_name=tone", "rate=48000", "frequency=440")
+        self.session = session.Session(f"WrongModules.{number}", microphones=(session.MICROPHONE_48K,))
+        self.session.server.pactl("load-module", "module-sine", "sink=micA", "frequency=440")
         self.monitor = stall_monitor.StallMonitor(self.session.folder)
         self.examination = None  # a generator: it yields each process for which it waits
         self.process = None
@@ -120,7 +120,7 @@ class Worker:
 
     def begin(self, module, checks):
         self.findings = Findings()
-        self.session.server.pactl("set-default-source", "spkA.monitor" if module.speak else "tone")
+        self.session.server.make_default_source("spkA" if module.speak else "micA")
         self.examination = self._examine(module, checks)
         self._continue()
 
