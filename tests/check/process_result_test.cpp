@@ -158,6 +158,11 @@ TEST(ProcessResult, FailureOfCheckerIsBroken)
     broken.broken = "no memory";
     EXPECT_EQ(ResultOf(ordinary, broken, Exited(7)).outcome, Outcome::BROKEN);
     EXPECT_EQ(ResultOf(ordinary, broken, Exited(7)).reason, "no memory");
+    broken.failures.push_back({"SPK-5", "no sound"});
+    const CheckResult unfinished = ResultOf(ordinary, broken, Exited(7));
+    EXPECT_EQ(unfinished.outcome, Outcome::FAILED);
+    EXPECT_EQ(BrokenIn(unfinished), Clauses{"SPK-5"});
+    EXPECT_EQ(unfinished.warnings, std::vector<std::string>{"the check was not finished: no memory"});
     Journal damaged = Completed();
     damaged.isDamaged = true;
     EXPECT_EQ(ResultOf(ordinary, damaged, Exited(0)).outcome, Outcome::BROKEN);

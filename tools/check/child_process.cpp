@@ -94,6 +94,7 @@ Clock::duration InTicks(Seconds time)
     return std::chrono::duration_cast<Clock::duration>(time);
 }
 
+// NOT_STARTED if the wait fails, which has to be reported as the checker's own failure.
 ProcessEnd::Kind WaitForEnd(const ChildOrder &order, HANDLE process, HANDLE interruption)
 {
     std::array<HANDLE, 3> events{process, interruption, order.ending};
@@ -109,8 +110,10 @@ ProcessEnd::Kind WaitForEnd(const ChildOrder &order, HANDLE process, HANDLE inte
             count = 2;
             deadline = std::min(deadline, Clock::now() + InTicks(order.endingLimit));
             break;
-        default:
+        case WAIT_TIMEOUT:
             return ProcessEnd::Kind::TIMED_OUT;
+        default:
+            return ProcessEnd::Kind::NOT_STARTED;
         }
     }
 }
@@ -145,6 +148,9 @@ ProcessEnd RunChild(const ChildOrder &order, HANDLE interruption)
     ProcessEnd end;
     end.isUnderWine = IsUnderWine();
     end.kind = WaitForEnd(order, child.process.get(), interruption);
+    if (end.kind == ProcessEnd::Kind::NOT_STARTED) {
+        end.error = "waiting for it: " + host::SystemErrorText(GetLastError());
+    }
     end.seconds = Seconds(Clock::now() - begin).count();
     TerminateJobObject(job.get(), 1); // also children of the child
     WaitForSingleObject(child.process.get(), terminationMs);

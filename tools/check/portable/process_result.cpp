@@ -151,8 +151,11 @@ CheckResult ResultOf(const Check &check, const Journal &journal, const ProcessEn
         Fail(result, "the check's process could not be started: " + end.error);
     } else if (end.kind == ProcessEnd::Kind::INTERRUPTED && !journal.hasVerdict) {
         Fail(result, std::string(interruptedReason));
-    } else if (journal.broken) {
+    } else if (journal.broken && result.broken.empty()) {
         Fail(result, *journal.broken);
+    } else if (journal.broken) { // what was found is true, although the check was not finished
+        result.outcome = Outcome::FAILED;
+        result.warnings.push_back("the check was not finished: " + *journal.broken);
     } else if (!journal.hasBegun) {
         Fail(result, "the check's process did not begin: " + ExitCodeText(end.exitCode));
     } else if (journal.isDamaged && journal.faults.empty()) {
