@@ -113,7 +113,7 @@ class Worker:
     def __init__(self, number):
         self.session = session.Session(f"WrongModules.{number}", microphones=(session.MICROPHONE_48K,))
         self.session.server.pactl("load-module", "module-sine", "sink=micA", "frequency=440")
-        self.monitor = stall_monitor.StallMonitor(self.session.folder)
+        self.monitor = stall_monitor.StallMonitor(self.session.folder, self.session.prefix.root)
         self.examination = None  # a generator: it yields each process for which it waits
         self.process = None
         self.deadline = 0.0

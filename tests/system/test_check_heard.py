@@ -13,6 +13,8 @@ AROUND_S = 0.1           # a gap: the stretch of sound that counts as damaged
 
 
 class Watermark(session.SystemTest):
+    HEARS_CHECKS = True
+
     def test_shipped_modules_watermark_is_heard_as_it_was_sent(self):
         heard = self.session.record()
         time.sleep(SETTLE_S)
