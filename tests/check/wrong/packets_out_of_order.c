@@ -1,6 +1,6 @@
 // Of each two packets, the later one is delivered first.
 // breaks: MIC-16
-// level: 6
+// level: 7
 // speak: speak.watermark
 
 #include <string.h>
