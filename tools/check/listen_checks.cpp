@@ -277,7 +277,7 @@ void CheckFourUnits(Context &context)
 
     context.Step("writes more units", {"SPK-4"});
     ExpectHeldBackFrames(context, RecordWhile(context, [&] {
-                             speaker.WriteAtPace(Units(units).subspan(four, 2 * VELTO_QUEUE_UNITS));
+                             speaker.WriteAtPace(Units(units).subspan(four, size_t{2} * VELTO_QUEUE_UNITS));
                              speaker.WriteSilenceAtPace(VELTO_CUSHION_UNITS);
                          }));
 
@@ -380,7 +380,7 @@ void CheckOtherIds(Context &context)
     const auto play = [&](std::span<const std::string> ids) {
         return RecordWhile(context, [&] {
             for (const std::string &id : ids) {
-                SpeakerStream(context, id).WriteAtPace(Units(units).first(2 * VELTO_CUSHION_UNITS));
+                SpeakerStream(context, id).WriteAtPace(Units(units).first(size_t{2} * VELTO_CUSHION_UNITS));
             }
         });
     };

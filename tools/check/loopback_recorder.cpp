@@ -64,7 +64,7 @@ bool IsFloat(const WAVEFORMATEX &format)
     if (format.wFormatTag == WAVE_FORMAT_EXTENSIBLE) {
         const auto &extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE &>(format);
         return format.wBitsPerSample == 32 &&
-               IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT);
+               IsEqualGUID(extensible.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT) != 0;
     }
     return format.wBitsPerSample == 32 && format.wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
 }
@@ -91,7 +91,7 @@ public:
     }
     ~Loopback()
     {
-        if (m_capture) {
+        if (m_capture != nullptr) {
             m_client->Stop();
         }
     }

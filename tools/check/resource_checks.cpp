@@ -20,7 +20,7 @@ using host::ProcessUsage;
 constexpr int64_t spareHandles = 12;
 constexpr int64_t spareThreads = 3;
 // Growth of heaps that is no leak: they grow in blocks, and log buffers and caches fill once.
-constexpr int64_t spareBytes = 384 * 1024;
+constexpr int64_t spareBytes = int64_t{384} * 1024;
 
 // What repeated calls may lose.
 struct Allowance {

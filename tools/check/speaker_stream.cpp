@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr uint8_t silentUnit[] = VELTO_SILENT_UNIT;
-constexpr size_t warmUpUnits = 2 * VELTO_CUSHION_UNITS;
+constexpr size_t warmUpUnits = size_t{2} * VELTO_CUSHION_UNITS;
 // A loudspeaker starts in some 100 ms; more units than the queue takes must not come before.
 constexpr auto startTime = 2s;
 
