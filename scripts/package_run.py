@@ -7,8 +7,9 @@
   velto-ffmpeg-VERSION-source.tar               the source of FFmpeg's DLLs, and how they were configured
   SHA256SUMS                                    the checksums of the four
 
-The sources of the commit are unpacked and built from clean, and the first archive is tested as unpacked. Two runs on one
-commit give identical files, unless they are signed.
+The sources of the commit are unpacked and built from clean. velto-host check examines the DLLs up to level 8; its report is in
+the package, which is not made if the module breaks its contract. The first archive is tested as unpacked. Two runs on one
+commit give identical files, except for the report, and unless they are signed.
 """
 
 import argparse
@@ -34,6 +35,9 @@ import wine_program
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OUT = REPOSITORY / "build" / "package"
 FAILURES = (OSError, RuntimeError, subprocess.SubprocessError)
+# The report of velto-host check in the package, and the level up to which it examines the module.
+REPORTS = ("doc/check-report.json", "doc/check-report.html")
+CHECK_LEVEL = 8
 # Each signature changes the file. They are made before anything is computed from the files.
 SIGNED = (".dll", ".exe")
 
@@ -45,7 +49,8 @@ include/     the C interface, velto/audio_handler.h
 lib/         import libraries for Visual C++ (.lib) and MinGW-w64 (.dll.a), the list of exports (.def), the CMake package
              VeltoAudioHandler, the pkg-config file velto-audio-handler
 share/       example hosts in C, with a CMake project
-doc/         the documents as pages for a browser, which need no network: index.html
+doc/         the documents as pages for a browser, which need no network: index.html; check-report.html says what
+             velto-host check found in the DLLs of this package
 licenses/    LICENSE and NOTICE of the package; the texts and copyright lines of the parts of others
 sbom.spdx.json   the bill of materials, in SPDX 2.3
 SHA256SUMS   the checksums of all other files
@@ -56,6 +61,11 @@ Ship the five DLLs of bin/ with the folder licenses/. A host loads LibVeltoAudio
   add_executable(host host.c)
   target_link_libraries(host PRIVATE Velto::AudioHandler)   # or Velto::headers, to load it at run time
   velto_copy_runtime(host)                                  # copies the DLLs next to host.exe
+
+To find out whether the DLLs are those that were checked, and whether they work on your PC:
+
+  bin\\velto-host check --verify doc\\check-report.json
+  bin\\velto-host check --level 8 --listen --report-html report.html
 
 The folder may be moved. Debug information and sources are in archives of their own, next to this one; that of FFmpeg's
 sources has to be offered to everyone who gets the FFmpeg DLLs.
@@ -96,8 +106,9 @@ def git(*arguments, repository=REPOSITORY, **options):
 class Sources:
     """The commit to pack, or, with changes allowed, the files of the working tree."""
 
-    def __init__(self, repository, allow_dirty):
+    def __init__(self, repository, allow_dirty, is_checked=True):
         self.repository = repository
+        self.is_checked = is_checked
         self.commit = git("rev-parse", "HEAD", repository=repository)
         self.seconds = int(os.environ.get("SOURCE_DATE_EPOCH")
                            or git("log", "-1", "--format=%ct", repository=repository))
@@ -123,7 +134,8 @@ class Sources:
     @property
     def version(self):
         text = git("show", f"{self.packed}:CMakeLists.txt", repository=self.repository)
-        return re.search(r"project\(velto_audio_handler\s+VERSION ([\d.]+)", text)[1] + ("-dirty" if self.is_dirty else "")
+        marks = ("-dirty" if self.is_dirty else "") + ("" if self.is_checked else "-unchecked")
+        return re.search(r"project\(velto_audio_handler\s+VERSION ([\d.]+)", text)[1] + marks
 
     @property
     def about(self):
@@ -187,11 +199,35 @@ def sign(folder, command):
                 raise RuntimeError(f"the command of --sign did not change {path.name}")
 
 
-def stage_product(build, folder, version, commit, seconds, sign_command=None):
-    """Fills a folder with the contents of the package."""
+def check_module(folder, level=CHECK_LEVEL):
+    """Examines the binaries in the folder of a package, and adds the report. Raises RuntimeError if the module breaks its
+    contract, or if a check could not be made."""
+    say(f"checking the module up to level {level}")
+    doc = make_folder(folder / "doc")
+    run(REPOSITORY / "tests" / "check" / "certify.py", level, doc,
+        env=dict(os.environ, VELTO_WINDOWS_BIN=str(folder / "bin"), PYTHONDONTWRITEBYTECODE="1"))
+
+
+def take_report(folder, archive, prefix):
+    """Adds the report in another archive to the folder of a package. Raises RuntimeError if it is of other bytes. prefix: of
+    Wine."""
+    make_folder(folder / "doc")
+    with zipfile.ZipFile(archive) as other:
+        for name in REPORTS:
+            (folder / name).write_bytes(other.read(name))
+    result = wine_program.run(prefix, folder / "bin" / "velto-host.exe", "check", "--verify",
+                              wine_program.to_windows(folder / REPORTS[0]))
+    if result.returncode != 0:
+        raise RuntimeError(f"the report in {archive.name} is not of this build:\n{result.stdout}{result.stderr}")
+
+
+def stage_product(build, folder, version, commit, seconds, sign_command=None, add_report=None):
+    """Fills a folder with the contents of the package. add_report(folder) adds the report of velto-host check."""
     run("cmake", "--install", build, "--prefix", folder)
     if sign_command:
         sign(folder / "bin", sign_command)
+    if add_report:
+        add_report(folder)
     text = README.format(version=version, major=version.split(".")[0], commit=commit)
     (folder / "README.txt").write_text(text.replace("\n", "\r\n"), "utf-8", newline="")
     bill = package_parts.sbom(folder, version, commit, seconds, cached(build, "VELTO_FFMPEG_USED"))
@@ -208,11 +244,11 @@ def stage_symbols(build, folder):
         raise RuntimeError(str(problem)) from problem
 
 
-def write_binaries(build, out, version, commit, seconds, sign_command=None):
+def write_binaries(build, out, version, commit, seconds, sign_command=None, add_report=None):
     """Writes the package and the symbols of a build to the folder out."""
     with tempfile.TemporaryDirectory(prefix="velto-package-") as name:
         folder = pathlib.Path(name)
-        stage_product(build, make_folder(folder / "product"), version, commit, seconds, sign_command)
+        stage_product(build, make_folder(folder / "product"), version, commit, seconds, sign_command, add_report)
         stage_symbols(build, make_folder(folder / "symbols"))
         product = make_folder(out) / f"velto-audio-handler-{version}-windows-x64.zip"
         symbols = out / f"velto-audio-handler-{version}-symbols.zip"
@@ -251,19 +287,24 @@ def write_ffmpeg_source(ffmpeg, out, seconds):
     return path
 
 
-def make(sources, work, out, sign_command=None):
-    """Builds in work, writes the four archives to out and returns their paths, and the build folder."""
+def make(sources, work, out, sign_command=None, add_report=None):
+    """Builds in work, writes the four archives to out and returns their paths, and the build folder. add_report: as for
+    stage_product."""
     build = compile_product(sources, work)
     check_ffmpeg_source(pathlib.Path(cached(build, "VELTO_FFMPEG_USED")))
-    archives = write_binaries(build, out, sources.version, sources.about, sources.seconds, sign_command)
+    archives = write_binaries(build, out, sources.version, sources.about, sources.seconds, sign_command,
+                              add_report)
     ffmpeg = pathlib.Path(cached(build, "VELTO_FFMPEG_USED"))
     return [*archives, write_own_source(sources, out), write_ffmpeg_source(ffmpeg, out, sources.seconds)], build
 
 
 def compare_with_second_build(sources, archives):
-    """Builds once more in a folder of another name and length, and compares the archives."""
+    """Builds once more in a folder of another name and length, and compares the archives. The report of the first build has to
+    be one of the second build, too: a second report would contain other measured values."""
     with tempfile.TemporaryDirectory(prefix="velto second build ") as name:
-        second, _ = make(sources, pathlib.Path(name) / "work", pathlib.Path(name) / "out")
+        work = pathlib.Path(name) / "work"
+        add_report = (lambda folder: take_report(folder, archives[0], work / "build" / "wine")) if sources.is_checked else None
+        second, _ = make(sources, work, pathlib.Path(name) / "out", add_report=add_report)
         different = [one.name for one, other in zip(archives, second) if not filecmp.cmp(one, other, shallow=False)]
     if different:
         raise RuntimeError(f"a second build gave other files: {', '.join(different)}")
@@ -294,6 +335,8 @@ def arguments():
     parser.add_argument("--sign", metavar="COMMAND",
                         help="sign each DLL and program in place with COMMAND FILE, which the shell runs")
     parser.add_argument("--twice", action="store_true", help="build a second time elsewhere and compare the archives")
+    parser.add_argument("--no-check", action="store_true",
+                        help="do not examine the module with velto-host check; the names then have -unchecked")
     parser.add_argument("--no-demo", action="store_true", help="do not test the package with sound")
     parser.add_argument("--no-tests", action="store_true", help="do not test the package at all")
     options = parser.parse_args()
@@ -305,10 +348,11 @@ def arguments():
 def main():
     options = arguments()
     try:
-        sources = Sources(REPOSITORY, options.allow_dirty)
-        run(REPOSITORY / "scripts" / "setup", "--site" if options.no_tests else "--test")
+        sources = Sources(REPOSITORY, options.allow_dirty, is_checked=not options.no_check)
+        run(REPOSITORY / "scripts" / "setup", "--site" if options.no_tests and options.no_check else "--test")
         shutil.rmtree(OUT, ignore_errors=True)
-        archives, build = make(sources, OUT / "work", OUT, options.sign)
+        add_report = check_module if sources.is_checked else None
+        archives, build = make(sources, OUT / "work", OUT, options.sign, add_report)
         if options.twice:
             compare_with_second_build(sources, archives)
         (OUT / "SHA256SUMS").write_text(package_archives.sums(archives, OUT), "utf-8")

@@ -27,6 +27,16 @@ def archive(kind):
     return found[0]
 
 
+def is_unchecked():
+    """Whether the package was made without examining its module."""
+    return "-unchecked-" in archive("windows-x64.zip").name
+
+
+def is_for_tests():
+    """Whether make_packages.py made the package."""
+    return "-test-" in archive("windows-x64.zip").name
+
+
 def run(*command, expect=0, **options):
     """Runs a command and returns its output, by default of both streams. Fails if its exit code is another."""
     streams = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT} | options

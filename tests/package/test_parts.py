@@ -19,7 +19,7 @@ SCHEMA = pathlib.Path(__file__).resolve().parent / "sbom.schema.json"
 MODULE, HOST = "LibVeltoAudioHandler.dll", "velto-host.exe"
 # The targets of CMake whose objects are in each binary.
 TARGETS = {MODULE: {"LibVeltoAudioHandler", "velto_module_objects", "velto_codec", "velto_logging", "velto_registry"},
-           HOST: {"velto-host", "velto_host_parts", "velto_host_portable"}}
+           HOST: {"velto-host", "velto_host_parts", "velto_host_portable", "velto_check_parts", "velto_check_portable"}}
 
 
 def linked_libraries(text):

@@ -48,6 +48,10 @@ class Sources(unittest.TestCase):
         # The index of the repository is not changed.
         self.assertIn("?? new.txt", package_run.git("status", "--porcelain", repository=self.repository))
 
+    def test_unchecked_module_is_packed_under_another_version(self):
+        sources = package_run.Sources(self.repository, allow_dirty=False, is_checked=False)
+        self.assertEqual(sources.version, "4.5.6-unchecked")
+
     def test_commit_is_packed_alike_at_another_time(self):
         sources = package_run.Sources(self.repository, allow_dirty=False)
         first = sources.archive()

@@ -59,8 +59,11 @@ class Outputs(unittest.TestCase):
     def matches(self, command, *arguments, expect=0):
         """The output matches the schema of the command, and each of its members is documented."""
         output = self.run_host(command, *arguments, expect=expect)
-        self.assertEqual(output["schema"], f"urn:velto:velto-host-{command}:1")
         self.assertEqual(output["exitCode"], expect)
+        return self.has_form_of(command, output)
+
+    def has_form_of(self, name, output):
+        self.assertEqual(output["schema"], f"urn:velto:velto-host-{name}:1")
         schemas.check(output)
         schema = schemas.store()["urn:velto:velto-host-error:1" if "error" in output else output["schema"]]
         self.assertEqual(names_in(output) - {"schema"} - documented(schema), set(), "members without documentation")
@@ -99,6 +102,23 @@ class Outputs(unittest.TestCase):
 
     def test_report_matches(self):
         self.assertIn("report.json", self.matches("report", "report.zip")["entries"])
+
+    def test_check_and_its_report_match(self):
+        report = self.has_form_of("check", self.run_host("check", "--level", "1", "--report-json", "report.json"))
+        self.assertGreater(len(report["results"]), 5)
+        self.assertEqual(json.loads((self.folder / "report.json").read_text("utf-8")), report)
+
+    def test_check_list_matches(self):
+        self.assertGreater(len(self.has_form_of("check-list", self.run_host("check", "--list"))["checks"]), 50)
+
+    def test_check_verify_matches(self):
+        self.run_host("check", "--only", "ENT-3", "--report-json", "entry.json")
+        self.assertTrue(self.has_form_of("check-verify", self.run_host("check", "--verify", "entry.json"))["isOfTheseBytes"])
+
+    def test_check_errors_match(self):
+        for name, arguments, expect in (("check", ("--only", "none"), 2), ("check", ("--module", "missing.dll"), 3),
+                                        ("check", ("--verify", "missing.json"), 4)):
+            self.assertIn("error", self.has_form_of(name, self.run_host("check", *arguments, expect=expect)))
 
     def test_missing_file_matches(self):
         self.assertIn("missing.aac", self.matches("play", "missing.aac", expect=4)["error"])

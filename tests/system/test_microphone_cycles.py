@@ -13,7 +13,7 @@ class MicrophoneCycles(session.SystemTest):
 
     def test_two_hundred_openings_leak_no_more_than_documented(self):
         self.session.record("micA")  # keeps the microphone in use, because an idle one starts slowly
-        host = self.session.test_host("probe", "--sequence", "cycles", "--count", CYCLES, "--json")
+        host = self.session.host("check-microphone", "--sequence", "cycles", "--count", CYCLES, "--json")
         self.assert_ended_well(host, 280)
         summary = host.summary
         self.assertEqual((summary["cycles"], summary["withPacket"], summary["nonzeroResults"]), (CYCLES, CYCLES, 0))

@@ -33,7 +33,7 @@ class CallOrder(session.SystemTest):
     MICROPHONES = (session.MICROPHONE_48K,)
 
     def test_first_of_two_openings_keeps_recording_after_close(self):
-        host = self.session.test_host("probe", "--sequence", "open-twice", "--hold", "5", "--json")
+        host = self.session.host("check-microphone", "--sequence", "open-twice", "--hold", "5", "--json")
         self.until(lambda: "open-twice:" in host.errors(), "the calls to be done", 60)
         self.assertEqual(len(self.session.server.captures()), 1)
         self.assert_ended_well(host)
@@ -44,7 +44,7 @@ class CallOrder(session.SystemTest):
 
     def test_close_ends_waiting_read(self):
         self.session.server.load_dead_microphone("dead")
-        host = self.session.test_host("probe", "--sequence", "close-while-reading", "--json")
+        host = self.session.host("check-microphone", "--sequence", "close-while-reading", "--json")
         self.assert_ended_well(host)
         print(f"  the close took {host.summary['closeSeconds']:.3f} s", flush=True)
         self.assertTrue(host.summary["readWasWaiting"])

@@ -12,9 +12,9 @@ CHANGES = 2
 
 
 class UnloadWhileOpen(session.SystemTest):
-    def probe(self):
+    def start_and_free(self):
         """Starts a host that opens the microphone, frees the DLL, and ends later. Returns it when the DLL has been freed."""
-        host = self.session.test_host("probe", "--sequence", "unload-while-open", "--hold", "30", "--json")
+        host = self.session.host("check-microphone", "--sequence", "unload-while-open", "--hold", "30", "--json")
         self.until(lambda: "unload-while-open:" in host.errors(), "the DLL to be freed", 60)
         return host
 
@@ -41,7 +41,7 @@ class WithoutMicrophone(UnloadWhileOpen):
         self.assertEqual(self.session.endpoints("capture"), {})
 
     def test_host_survives_default_changes_after_freeing_module(self):
-        host = self.probe()
+        host = self.start_and_free()
         for change in range(1, CHANGES + 1):
             # Wine reports every new value of this entry as a change of the default microphone.
             self.session.prefix.write_string(rf"{DRIVERS_KEY}\winealsa.drv", "DefaultInput", f"microphone {change}")
@@ -62,7 +62,7 @@ class WithUnusableDefault(UnloadWhileOpen):
 
     def test_host_survives_new_microphone_after_freeing_module(self):
         _, default = self.session.default_endpoint("capture")
-        host = self.probe()
+        host = self.start_and_free()
         is_registered = host.log.count(REGISTERED) > host.log.count("UnregisterEndpointNotificationCallback")
         print(f"  the recording follows the default: {is_registered}", flush=True)
         self.session.server.load_sink(*session.MICROPHONE_48K)

@@ -3,7 +3,7 @@
 
 import random
 
-from rig import media, paths, session, storms
+from rig import media, session, storms
 
 SECONDS = 20
 
@@ -16,8 +16,7 @@ class Storm(session.SystemTest):
         self.session.server.load_second_microphone("micB", "micA", 44100, 2)
         self.session.speak(media.glides(SECONDS + 60, seed=5))
         seed = random.SystemRandom().randrange(10 ** 6)
-        host = self.session.test_host("storm", paths.to_windows(media.speech("speech")), "--seconds", SECONDS, "--seed", seed,
-                                      "--json")
+        host = self.session.host("check-storm", "--seconds", SECONDS, "--seed", seed, "--json")
         with storms.FlappingDefaults(self.session) as flapping:
             flapping.change_until_end(host, seconds=2)
         print(f"  seed {seed}, {flapping.changes} changes of a default device", flush=True)

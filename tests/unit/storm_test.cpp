@@ -13,14 +13,15 @@
 
 #include "aac_units.h"
 #include "capture_fixture.h"
+#include "check/portable/call_storm.h"
 #include "handler/speaker_track.h"
 #include "host_calls.h"
 #include "reset.h"
-#include "tests/tools/call_storm.h"
 
 namespace {
 
 using namespace velto_test;
+using namespace velto::check;
 using namespace std::chrono_literals;
 
 const std::array<std::wstring, 2> loudspeakers{L"speakers", L"headphones"};
@@ -80,7 +81,7 @@ protected:
         EXPECT_EQ(audio.LiveObjects(), 4);
     }
 
-    void ChangeDevices(RandomChoices &random);
+    void ChangeDevices(Random &random);
 
     AudioHandlerTable table{};
     fakes::AudioSystem &audio = fakes::AudioSystem::Instance();
@@ -97,7 +98,7 @@ private:
     }
 };
 
-void Storm::ChangeDevices(RandomChoices &random)
+void Storm::ChangeDevices(Random &random)
 {
     const std::wstring &speaker = loudspeakers[random.Below(2)];
     const std::wstring &microphone = microphones[random.Below(2)];
@@ -123,8 +124,8 @@ TEST_F(Storm, GetsOnlyDocumentedResultsAndLeaksNothing)
 {
     const AacUnits units = EncodeTone(20);
     CallStorm storm(table, units, {.seed = seed, .pace = 0.01, .rounds = 12});
-    storm.Disturb(5, 800, [this](RandomChoices &random) { ChangeDevices(random); });
-    storm.Disturb(1, 4000, [](RandomChoices &) { fakewin::AdvanceClock(idleMs); });
+    storm.Disturb(5, 800, [this](Random &random) { ChangeDevices(random); });
+    storm.Disturb(1, 4000, [](Random &) { fakewin::AdvanceClock(idleMs); });
     storm.Finish();
     EXPECT_EQ(storm.Figures().FromDocumentation(), StormFigures::Differences{});
     ASSERT_TRUE(ReleaseSpeakers());

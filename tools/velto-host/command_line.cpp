@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "check/check_command_line.h"
 #include "velto-host/output.h"
 #include "velto-host/version_info.h"
 
@@ -302,8 +303,9 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
 {
     using Command = CommandLine::Command;
     CommandLine line;
-    CLI::App app{"Plays and records AAC files through LibVeltoAudioHandler, as a host process does.",
-                 "velto-host"};
+    CLI::App app{
+        "Plays and records AAC files through LibVeltoAudioHandler, as a host process does, and checks it.",
+        "velto-host"};
     app.formatter(std::make_shared<Help>());
     app.set_version_flag("--version", [] { return VersionText(); });
     app.set_help_all_flag("--help-all", "Print help with all commands, and with the diagnostic options");
@@ -332,12 +334,31 @@ CommandLine ReadCommandLine(std::vector<std::string> arguments)
         line.log);
     AddReport(*addCommand("report", Command::REPORT, "Write a report for support: versions, endpoints, logs"),
               line.report);
+    check::AddCheckCommand(*addCommand("check", Command::CHECK, "Check that the module obeys its contract"),
+                           line.checks);
+    const auto addHidden = [&](const char *name, Command command) {
+        CLI::App *added = app.add_subcommand(name);
+        added->preparse_callback([&line, command](size_t) { line.command = command; });
+        return added;
+    };
+    check::AddCheckProcessCommand(*addHidden("check-one", Command::CHECK_ONE), line.checkProcess);
+    check::AddEndProcessCommand(*addHidden("check-end", Command::CHECK_END), line.endProcess);
+    check::AddHeardCommand(*addHidden("check-heard", Command::CHECK_HEARD), line.heard);
+    const auto addForTests = [&](const char *name, Command command) {
+        CLI::App *added = addHidden(name, command);
+        AddCommon(*added, line, true);
+        return added;
+    };
+    check::AddStormCommand(*addForTests("check-storm", Command::CHECK_STORM), line.storm);
+    check::AddMicrophoneCommand(*addForTests("check-microphone", Command::CHECK_MICROPHONE), line.microphone);
 
     std::reverse(arguments.begin(), arguments.end()); // CLI11 wants them last to first
     try {
         app.parse(std::move(arguments));
-        line.schema =
-            Format("urn:velto:velto-host-{}:{}", app.get_subcommands().front()->get_name(), jsonVersion);
+        // The output of hidden commands has no documented form.
+        if (const CLI::App *command = app.get_subcommands().front(); !command->get_group().empty()) {
+            line.schema = Format("urn:velto:velto-host-{}:{}", command->get_name(), jsonVersion);
+        }
     } catch (const CLI::ParseError &error) {
         line.exitCode = app.exit(error) == 0 ? EXIT_OK : EXIT_USAGE;
         line.command = Command::NONE;

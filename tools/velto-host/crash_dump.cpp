@@ -37,9 +37,34 @@ void PrintPlace(const EXCEPTION_RECORD &exception)
                  module != nullptr ? name : "unknown", static_cast<unsigned long long>(offset));
 }
 
-// False if the file could not be written.
+LONG WINAPI OnCrash(EXCEPTION_POINTERS *exception)
+{
+    SetUnhandledExceptionFilter(nullptr); // a second crash, in this function, is left to Windows
+    PrintPlace(*exception->ExceptionRecord);
+    std::fputs(WriteDump(exception) ? "velto-host: the minidump was written\n"
+                                    : "velto-host: the minidump could not be written\n",
+               stderr);
+    std::fflush(stderr);
+    TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
+    return EXCEPTION_EXECUTE_HANDLER;
+}
+
+} // namespace
+
+void PrepareDump(const std::string &file)
+{
+    dumpFile = ToWide(file);
+    // Loaded at run time, because only a crash needs it, and never freed.
+    const HMODULE library = LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    writeDump = reinterpret_cast<WriteDumpFunction>(reinterpret_cast<void *>(
+        library != nullptr ? GetProcAddress(library, "MiniDumpWriteDump") : nullptr));
+}
+
 bool WriteDump(EXCEPTION_POINTERS *exception)
 {
+    if (writeDump == nullptr) {
+        return false;
+    }
     const HANDLE file = CreateFileW(dumpFile.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
@@ -52,28 +77,9 @@ bool WriteDump(EXCEPTION_POINTERS *exception)
     return isWritten != FALSE;
 }
 
-LONG WINAPI OnCrash(EXCEPTION_POINTERS *exception)
-{
-    SetUnhandledExceptionFilter(nullptr); // a second crash, in this function, is left to Windows
-    PrintPlace(*exception->ExceptionRecord);
-    std::fputs(writeDump != nullptr && WriteDump(exception)
-                   ? "velto-host: the minidump was written\n"
-                   : "velto-host: the minidump could not be written\n",
-               stderr);
-    std::fflush(stderr);
-    TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
-    return EXCEPTION_EXECUTE_HANDLER;
-}
-
-} // namespace
-
 void WriteDumpOnCrash(const std::string &file)
 {
-    dumpFile = ToWide(file);
-    // Loaded at run time, because only a crash needs it, and never freed.
-    const HMODULE library = LoadLibraryExW(L"dbghelp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    writeDump = reinterpret_cast<WriteDumpFunction>(reinterpret_cast<void *>(
-        library != nullptr ? GetProcAddress(library, "MiniDumpWriteDump") : nullptr));
+    PrepareDump(file);
     SetUnhandledExceptionFilter(OnCrash);
 }
 

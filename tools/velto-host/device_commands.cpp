@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "velto-host/com_apartment.h"
 #include "velto-host/windows_text.h"
 
 namespace velto::host {
@@ -108,22 +109,6 @@ void Print(const AudioCapabilityItem &item, const Output &output)
         output.Say("    codec    {} (code {})", CodecName(codec), codec);
     }
 }
-
-class ComApartment {
-public:
-    ComApartment() : m_entered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
-    ~ComApartment()
-    {
-        if (m_entered) {
-            CoUninitialize();
-        }
-    }
-    ComApartment(const ComApartment &) = delete;
-    ComApartment &operator=(const ComApartment &) = delete;
-
-private:
-    bool m_entered;
-};
 
 constexpr std::array<std::pair<ERole, const char *>, 3> roles{
     {{eConsole, "console"}, {eMultimedia, "multimedia"}, {eCommunications, "communications"}}};

@@ -3,8 +3,8 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <memory>
 
+#include "velto-host/handle.h"
 #include "velto-host/output.h"
 #include "velto-host/windows_text.h"
 
@@ -14,19 +14,14 @@ namespace {
 constexpr int oldFiles = 2;
 constexpr size_t blockBytes = 1U << 20U;
 
-struct CloseFile {
-    void operator()(HANDLE file) const { CloseHandle(file); }
-};
-using File = std::unique_ptr<void, CloseFile>;
-
-File Open(const std::filesystem::path &path, DWORD access, DWORD share, DWORD disposition)
+Handle Open(const std::filesystem::path &path, DWORD access, DWORD share, DWORD disposition)
 {
     const HANDLE file =
         CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         throw FileError("cannot open " + ToUtf8(path.wstring()) + ": " + SystemErrorText(GetLastError()));
     }
-    return File(file);
+    return Handle(file);
 }
 
 } // namespace
@@ -63,7 +58,7 @@ void ReadBlocks(const std::filesystem::path &path, const std::function<void(std:
                 const std::function<void(uint64_t, uint64_t)> &progress)
 {
     // Without FILE_SHARE_DELETE, the module could not rename a full log, and would empty it instead.
-    const File file =
+    const Handle file =
         Open(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
     LARGE_INTEGER size{};
     GetFileSizeEx(file.get(), &size);
@@ -99,7 +94,7 @@ void WriteWholeFile(const std::filesystem::path &path, std::string_view content)
 {
     DWORD failure = ERROR_SUCCESS;
     {
-        const File file = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
+        const Handle file = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
         while (!content.empty() && failure == ERROR_SUCCESS) {
             DWORD written = 0;
             const auto part = static_cast<DWORD>(std::min(content.size(), blockBytes));

@@ -1,6 +1,11 @@
 // velto-host: loads LibVeltoAudioHandler and drives it from the command line. The exit codes are in output.h.
 #include <windows.h>
 
+#include "check/check_command.h"
+#include "check/check_process.h"
+#include "check/heard_command.h"
+#include "check/microphone_command.h"
+#include "check/storm_command.h"
 #include "velto-host/command_line.h"
 #include "velto-host/crash_dump.h"
 #include "velto-host/device_commands.h"
@@ -18,6 +23,7 @@
 namespace {
 
 using namespace velto::host;
+namespace check = velto::check;
 
 // The files are opened before the module is loaded, so that a wrong name is reported at once.
 int Run(const CommandLine &line, const Output &output)
@@ -51,6 +57,22 @@ int Run(const CommandLine &line, const Output &output)
         return ExplainLog(line.log, output);
     case CommandLine::Command::REPORT:
         return WriteReport(line.report, line.modulePath, output);
+    case CommandLine::Command::CHECK:
+        return check::RunCheckCommand(line.checks, line.modulePath, line.json);
+    case CommandLine::Command::CHECK_ONE:
+        return check::RunCheckProcess(line.checkProcess);
+    case CommandLine::Command::CHECK_END:
+        return check::RunEndProcess(line.endProcess);
+    case CommandLine::Command::CHECK_HEARD:
+        return check::CompareRecording(line.heard.wavFile, line.heard.frames);
+    case CommandLine::Command::CHECK_STORM: {
+        const Interruption interruption;
+        return check::StormCommand(line.storm, output, interruption).Run(line.modulePath);
+    }
+    case CommandLine::Command::CHECK_MICROPHONE: {
+        Module module(line.modulePath);
+        return check::RunMicrophoneCommand(module, line.microphone, output);
+    }
     case CommandLine::Command::NONE:
         break;
     }

@@ -13,7 +13,6 @@ namespace velto::host {
 namespace {
 
 constexpr wchar_t moduleName[] = L"LibVeltoAudioHandler.dll";
-constexpr size_t longestPath = 32768; // the longest path of Windows, with its terminator
 
 std::atomic<ListenerLog *> currentLog{nullptr};
 std::atomic<bool> crashInNextEvent{false};
@@ -31,9 +30,7 @@ __declspec(noinline) void CrashOnPurpose()
 
 std::filesystem::path PathInThisProgramsFolder()
 {
-    std::vector<wchar_t> program(longestPath);
-    GetModuleFileNameW(nullptr, program.data(), static_cast<DWORD>(program.size()));
-    return std::filesystem::path(program.data()).replace_filename(moduleName);
+    return std::filesystem::path(ProgramPath()).replace_filename(moduleName);
 }
 
 std::string EventName(int32_t code)

@@ -20,6 +20,8 @@ enum ExitCode : int {
     EXIT_MODULE = 3,           // the module cannot be loaded or lacks its entry point
     EXIT_FILE = 4,             // the file cannot be read or written, or has the wrong format
     EXIT_NOTHING_RECORDED = 5, // no packet came from the microphone
+    EXIT_CHECK_FAILED = 6,     // the module breaks its contract
+    EXIT_CHECK_BROKEN = 7,     // a check could not be made
     EXIT_INTERRUPTED = 130,    // Ctrl-C
 };
 
@@ -31,6 +33,8 @@ inline constexpr char exitCodeHelp[] =
     "  3    the module cannot be loaded\n"
     "  4    the file cannot be read or written, or has the wrong format\n"
     "  5    nothing came from the microphone\n"
+    "  6    check: the module breaks its contract\n"
+    "  7    check: a check could not be made, which says nothing about the module\n"
     "  130  interrupted with Ctrl-C";
 
 // A file cannot be read or written, or has another format than the command needs.

@@ -2,11 +2,10 @@
 
 #include <windows.h>
 
-#include <psapi.h>
-#include <tlhelp32.h>
-
 #include <atomic>
 #include <ratio>
+
+#include "velto-host/process_usage.h"
 
 #ifndef CREATE_WAITABLE_TIMER_HIGH_RESOLUTION
 #define CREATE_WAITABLE_TIMER_HIGH_RESOLUTION 0x00000002
@@ -40,36 +39,6 @@ HANDLE CreateTimer()
     const HANDLE timer =
         CreateWaitableTimerExW(nullptr, nullptr, CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, TIMER_ALL_ACCESS);
     return timer != nullptr ? timer : CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS);
-}
-
-// Estimates the number of handles in use where the system does not count them, as under Wine: a new handle
-// gets the lowest free number, and numbers go in steps of four.
-uint32_t HighestHandle()
-{
-    const HANDLE probe = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const auto number = reinterpret_cast<uintptr_t>(probe);
-    CloseHandle(probe);
-    return static_cast<uint32_t>(number / 4);
-}
-
-uint32_t CountHandles()
-{
-    DWORD handles = 0;
-    const bool counted = GetProcessHandleCount(GetCurrentProcess(), &handles) != FALSE && handles > 0;
-    return counted ? handles : HighestHandle();
-}
-
-uint32_t CountThreads()
-{
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof(entry);
-    uint32_t count = 0;
-    for (BOOL more = Thread32First(snapshot, &entry); more != FALSE; more = Thread32Next(snapshot, &entry)) {
-        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
-    }
-    CloseHandle(snapshot);
-    return count;
 }
 
 } // namespace
@@ -157,12 +126,11 @@ Json StreamEnd::Unload(Module &module)
 
 Json MeasureProcess()
 {
-    PROCESS_MEMORY_COUNTERS memory{};
-    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));
-    return {{"handles", CountHandles()},
-            {"threads", CountThreads()},
-            {"committedBytes", uint64_t{memory.PagefileUsage}},
-            {"residentBytes", uint64_t{memory.WorkingSetSize}}};
+    const ProcessUsage usage = MeasureUsage();
+    return {{"handles", usage.handles},
+            {"threads", usage.threads},
+            {"committedBytes", usage.committedBytes},
+            {"residentBytes", usage.residentBytes}};
 }
 
 UsageReport::UsageReport(const Output &output, std::chrono::duration<double> period)

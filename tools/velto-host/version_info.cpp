@@ -138,25 +138,6 @@ std::vector<uint8_t> VersionResource(const std::filesystem::path &file)
     return resource;
 }
 
-BinaryFacts Examine(const std::filesystem::path &file)
-{
-    BinaryFacts facts;
-    facts.name = ToUtf8(file.filename().wstring());
-    try {
-        std::string content;
-        ReadBlocks(file, [&](std::string_view block) { content += block; });
-        facts.bytes = content.size();
-        facts.sha256 = Sha256(content);
-        facts.buildId = BuildId(content);
-        std::vector<uint8_t> resource = VersionResource(file);
-        facts.version = VersionString(resource, L"FileVersion");
-        facts.product = VersionString(resource, L"ProductVersion");
-    } catch (const FileError &error) {
-        facts.error = error.what();
-    }
-    return facts;
-}
-
 } // namespace
 
 std::string ProgramVersion()
@@ -183,14 +164,33 @@ std::string SystemVersion()
     return wineVersion == nullptr ? windows : Format("Wine {} as {}", wineVersion(), windows);
 }
 
+BinaryFacts ExamineBinary(const std::filesystem::path &file)
+{
+    BinaryFacts facts;
+    facts.name = ToUtf8(file.filename().wstring());
+    try {
+        std::string content;
+        ReadBlocks(file, [&](std::string_view block) { content += block; });
+        facts.bytes = content.size();
+        facts.sha256 = Sha256(content);
+        facts.buildId = BuildId(content);
+        std::vector<uint8_t> resource = VersionResource(file);
+        facts.version = VersionString(resource, L"FileVersion");
+        facts.product = VersionString(resource, L"ProductVersion");
+    } catch (const FileError &error) {
+        facts.error = error.what();
+    }
+    return facts;
+}
+
 std::vector<BinaryFacts> ExamineBinaries(const std::string &modulePath)
 {
     const std::filesystem::path module = Module::FullPath(modulePath);
-    std::vector<BinaryFacts> facts{Examine(module)};
+    std::vector<BinaryFacts> facts{ExamineBinary(module)};
     for (const char *name : ffmpegNames) {
-        facts.push_back(Examine(module.parent_path() / name));
+        facts.push_back(ExamineBinary(module.parent_path() / name));
     }
-    facts.push_back(Examine(Module::FullPath("").replace_filename("velto-host.exe")));
+    facts.push_back(ExamineBinary(Module::FullPath("").replace_filename("velto-host.exe")));
     return facts;
 }
 

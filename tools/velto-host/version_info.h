@@ -24,6 +24,8 @@ struct BinaryFacts {
     std::string error; // why the file cannot be read; empty if it can
 };
 
+BinaryFacts ExamineBinary(const std::filesystem::path &file);
+
 // The module, FFmpeg's DLLs and this program. `modulePath` as for Module.
 std::vector<BinaryFacts> ExamineBinaries(const std::string &modulePath);
 

@@ -36,6 +36,14 @@ std::vector<std::string> CommandLineArguments()
     return arguments;
 }
 
+std::wstring ProgramPath()
+{
+    constexpr size_t longestPath = 32768; // of Windows, with its terminator
+    std::wstring path(longestPath, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), longestPath));
+    return path;
+}
+
 std::wstring EnvironmentVariable(const wchar_t *name)
 {
     std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');

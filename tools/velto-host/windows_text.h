@@ -13,6 +13,9 @@ std::string ToUtf8(const std::wstring &text);
 // The process's arguments without the program's name. Independent of the code page.
 std::vector<std::string> CommandLineArguments();
 
+// The full path of this program.
+std::wstring ProgramPath();
+
 // A variable of the process's environment; empty without one.
 std::wstring EnvironmentVariable(const wchar_t *name);
 

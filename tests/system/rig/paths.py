@@ -11,7 +11,6 @@ CACHE = BUILD / "rig"
 RESULTS = BUILD / "system"
 
 HOST = WINDOWS_BIN / "velto-host.exe"
-TEST_HOST = TEST_BIN / "velto-test-host.exe"
 BARE_STREAMS = TEST_BIN / "velto-bare-streams.exe"
 EXAMPLE_HOST = WINDOWS_BIN / "velto-host-example.exe"
 EXAMPLE_RECORDER = WINDOWS_BIN / "velto-recorder-example.exe"

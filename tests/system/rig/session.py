@@ -61,11 +61,6 @@ class Session:
         """The times so far in which a thread of a host waited for a processor, as stalls."""
         return [wait for host in self.hosts for wait in host.waits]
 
-    def test_host(self, command, *arguments, name="host"):
-        """Runs velto-test-host, which makes calls that no correct host makes."""
-        return self.host(command, "--module", paths.to_windows(paths.MODULE), *arguments, name=name,
-                         program=paths.TEST_HOST)
-
     def play(self, path, *arguments, name="host"):
         return self.host("play", paths.to_windows(path), "--json", *arguments, name=name)
 
@@ -125,7 +120,8 @@ class Session:
 
 
 class SystemTest(unittest.TestCase):
-    """A test with its own session. SINKS, MICROPHONES and WITH_SERVER set what exists at its start.
+    """A test with its own session. SINKS, MICROPHONES and WITH_SERVER set what exists at its start. HEARS_CHECKS: the processes
+    that velto-host starts for its checks play, and are heard.
 
     If the machine spoils a recording by stalls, the test repeats in a new session when the machine is calm again, with up to
     ATTEMPTS attempts in total and within the limit of the whole run: no module can play through a stall. If the last recording
@@ -134,6 +130,7 @@ class SystemTest(unittest.TestCase):
     SINKS = (STEREO_48K,)
     MICROPHONES = ()
     WITH_SERVER = True
+    HEARS_CHECKS = False
     ATTEMPTS = 3
 
     def __init__(self, name="runTest"):
@@ -163,7 +160,7 @@ class SystemTest(unittest.TestCase):
         self.addCleanup(self.assert_outputs_match_schemas)
         self.addCleanup(self.assert_no_module_faults)
         self.addCleanup(self.session.close)
-        self.stall_monitor = StallMonitor(self.session.folder)
+        self.stall_monitor = StallMonitor(self.session.folder, self.session.prefix.root if self.HEARS_CHECKS else None)
         self.addCleanup(self.stall_monitor.stop)
 
     def assert_outputs_match_schemas(self):

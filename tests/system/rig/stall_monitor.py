@@ -29,16 +29,23 @@ STOLEN_SPAN_S, MIN_STOLEN_S = 0.2, 0.02
 # The servers and the tools of the rig, without which no sound is heard or recorded.
 SERVERS = ("pulseaudio", "wineserver", "parec", "pacat")
 MIN_WAIT_S = 0.005
-NEW_SERVERS_PERIODS = 10
+# The processes that velto-host starts for its checks. Their waits are those of programs that play, as the tracer sees them.
+CHECKS, MIN_WAIT_OF_CHECK_S = "velto-host", 0.01
+DRIVER_THREADS = "winepulse"  # the threads of Wine's sound driver: a program that has none plays nothing yet
+NEW_PROCESSES_PERIODS = 10
 
 
 class StallMonitor:
-    """A child process that measures until it is stopped."""
+    """A child process that measures until it is stopped.
 
-    def __init__(self, folder):
+    prefix: a Wine prefix in which velto-host starts processes that play. No tracer knows them, so the monitor gives them the
+    priority of sound and reports their waits."""
+
+    def __init__(self, folder, prefix=None):
         self._stalls = folder / "stalls"
         with open(self._stalls, "wb") as out:
-            self.process = processes.start([sys.executable, "-B", "-m", "rig.stall_monitor", folder / "stalls.disk", os.getpid()],
+            self.process = processes.start([sys.executable, "-B", "-m", "rig.stall_monitor", folder / "stalls.disk", os.getpid(),
+                                            *([prefix] if prefix else [])],
                                            stdout=out, stderr=subprocess.DEVNULL,
                                            cwd=pathlib.Path(__file__).resolve().parent.parent)
 
@@ -149,19 +156,40 @@ def servers_of(test):
     return servers
 
 
-def watch_servers(test):
-    """Reads repeatedly how long the test's servers waited."""
+def _name(folder):
+    return (folder / "comm").read_text("utf-8", "replace")
+
+
+def checks_in(prefix):
+    """The processes of velto-host in a Wine prefix that have opened a device: {process: name}. Gives them the priority of sound;
+    new threads inherit it."""
+    checks, variable = {}, f"WINEPREFIX={prefix}".encode()
+    for folder in pathlib.Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):  # it has ended
+            if not _name(folder).startswith(CHECKS) or variable not in (folder / "environ").read_bytes().split(b"\0"):
+                continue
+            threads = list((folder / "task").iterdir())
+            drivers = [thread for thread in threads if _name(thread).startswith(DRIVER_THREADS)]
+            if drivers:
+                checks[folder.name] = CHECKS
+                for thread in threads:
+                    processes.give_sound_priority(int(thread.name), processes.SOUND_PRIORITY + (thread in drivers))
+    return checks
+
+
+def watch_waits(find, least_s):
+    """Reads repeatedly how long processes waited. find(): those that exist now, {process: name}."""
     processes.give_monitor_priority(0)
-    waits, servers, before = Waits(), {}, time.time()
+    waits, names, before = Waits(), {}, time.time()
     for period in itertools.count():
         waited_s, process = waits.longest()
-        if waited_s >= MIN_WAIT_S:
-            _print_stall(before - waited_s, time.time(), f"{servers[process]} waited {waited_s:.3f} s")
+        if waited_s >= least_s:
+            _print_stall(before - waited_s, time.time(), f"{names[process]} waited {waited_s:.3f} s")
         before = time.time()
-        if period % NEW_SERVERS_PERIODS == 0:
+        if period % NEW_PROCESSES_PERIODS == 0:
             with contextlib.suppress(OSError):  # one has ended
-                found = servers_of(test)
-                servers |= found
+                found = find()
+                names |= found
                 for process in found:
                     waits.watch(process)
         time.sleep(PERIOD_S)
@@ -171,13 +199,15 @@ def _start(watch, *arguments):
     threading.Thread(target=watch, args=arguments).start()
 
 
-def main(disk_path, test):
+def main(disk_path, test, prefix=None):
     """Begins with the disk after the others, so that the file shows that all of them watch."""
     prepared = []
     for each in os.sched_getaffinity(0):
         prepared.append(threading.Event())
         _start(watch_processor, each, prepared[-1])
-    _start(watch_servers, test)
+    _start(watch_waits, lambda: servers_of(test), MIN_WAIT_S)
+    if prefix:
+        _start(watch_waits, lambda: checks_in(prefix), MIN_WAIT_OF_CHECK_S)
     for event in prepared:
         event.wait()
     _start(watch_disk, disk_path)

@@ -3,8 +3,8 @@
 
 #include <fmt/format.h>
 
+#include "velto-host/portable/html_text.h"
 #include "velto-host/portable/log_report.h"
-#include "velto-host/portable/printable_text.h"
 
 namespace velto::host {
 namespace {
@@ -32,32 +32,6 @@ tr.normal td:first-child, tr.note td:first-child { border-left: .3em solid #8886
 code { font-family: ui-monospace, monospace; font-size: .92em; }
 svg { width: 100%; height: auto; } svg text { fill: currentColor; font: 12px system-ui, sans-serif; }
 )";
-
-// For text and attributes.
-std::string Escape(std::string_view text)
-{
-    std::string out;
-    for (const char c : PrintableText(text)) {
-        switch (c) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '"':
-            out += "&quot;";
-            break;
-        default:
-            out += c;
-            break;
-        }
-    }
-    return out;
-}
 
 // The shortest usual period of which fewer than `most` whole ones are in the time.
 int64_t UsualPeriod(int64_t seconds, int64_t most)
@@ -180,29 +154,11 @@ std::string PlotOf(const LogResult &result)
     return svg + Bands(plot, result, bands) + "</svg>\n";
 }
 
-// The Markdown of a row, as HTML.
-std::string Html(std::string_view markdown)
-{
-    std::string html;
-    bool isCode = false;
-    while (!markdown.empty()) {
-        const size_t mark = markdown.find('`');
-        html += Escape(isCode ? std::string(markdown.substr(0, mark)) : PlainText(markdown.substr(0, mark)));
-        if (mark == std::string_view::npos) {
-            break;
-        }
-        isCode = !isCode;
-        html += isCode ? "<code>" : "</code>";
-        markdown.remove_prefix(mark + 1);
-    }
-    return html;
-}
-
 std::string Builds(const LogResult &result)
 {
     std::string html;
     for (const LogBuild &build : result.builds) {
-        html += fmt::format("<p>{} from {}.</p>\n", Escape(build.text), TimeText(build.firstMs));
+        html += fmt::format("<p>{} from {}.</p>\n", EscapeHtml(build.text), TimeText(build.firstMs));
     }
     return html;
 }
@@ -218,8 +174,8 @@ std::string FindingsTable(const LogResult &result)
                 html += fmt::format(
                     "<tr class=\"{}\" id=\"{}\"><td>{}</td><td class=\"n\">{}</td><td>{}</td><td>{}</td>"
                     "<td>{}</td><td>{}</td></tr>\n",
-                    NameOf(kind), row.name, Escape(row.title), finding.count, TimeText(finding.firstMs),
-                    TimeText(finding.lastMs), Html(row.line), Html(row.meaning));
+                    NameOf(kind), row.name, EscapeHtml(row.title), finding.count, TimeText(finding.firstMs),
+                    TimeText(finding.lastMs), HtmlOfMarkdown(row.line), HtmlOfMarkdown(row.meaning));
             }
         }
     }
@@ -227,7 +183,7 @@ std::string FindingsTable(const LogResult &result)
         html += fmt::format(
             "<tr class=\"problem\"><td>another error</td><td class=\"n\">{}</td><td>{}</td>"
             "<td>{}</td><td><code>{}</code></td><td>no row in the table; # is a number</td></tr>\n",
-            finding.count, TimeText(finding.firstMs), TimeText(finding.lastMs), Escape(text));
+            finding.count, TimeText(finding.firstMs), TimeText(finding.lastMs), EscapeHtml(text));
     }
     return html + "</table>\n";
 }
@@ -240,7 +196,7 @@ std::string TimeLineTable(const LogResult &result)
     for (size_t i = 0; i < std::min(entries.size(), mostEntries); ++i) {
         const TimeLineEntry &entry = entries[i];
         html += fmt::format("<tr class=\"{}\"><td>{}</td><td>{}</td><td>{}</td></tr>\n", NameOf(entry.kind),
-                            DateAndTimeText(entry.beginMs), TimeText(entry.endMs), Escape(entry.text));
+                            DateAndTimeText(entry.beginMs), TimeText(entry.endMs), EscapeHtml(entry.text));
     }
     html += "</table>\n";
     const size_t omitted = entries.size() - std::min(entries.size(), mostEntries) + result.eventsOmitted;
@@ -268,7 +224,7 @@ std::string MinutesTable(const LogResult &result)
 
 std::string LogPage(const LogResult &result, std::string_view title)
 {
-    const std::string name = Escape(title);
+    const std::string name = EscapeHtml(title);
     return fmt::format(
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n<title>{}</title>\n"
         "<style>{}</style>\n</head>\n<body>\n<h1>{}</h1>\n<p>{} to {}: {} lines, {} messages, {} "

@@ -1,0 +1,20 @@
+// A reserved byte of an item is not 0.
+// breaks: CAP-7
+// level: 2
+
+#include "forwarding_module.h"
+
+static int32_t GetAudioCapability(AudioCapabilityItem **list, uint32_t *count)
+{
+    const int32_t result = real.GetAudioCapability(list, count);
+
+    if (result == VELTO_OK) {
+        (*list)[2].reserved[15] = 1;
+    }
+    return result;
+}
+
+void ChangeTable(AudioHandlerTable *table)
+{
+    table->GetAudioCapability = GetAudioCapability;
+}

@@ -1,0 +1,17 @@
+// Unloading the DLL crashes.
+// breaks: LIF-6
+// level: 1
+
+#include <windows.h>
+
+#include "forwarding_module.h"
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID ending)
+{
+    (void)instance;
+    if (reason == DLL_PROCESS_DETACH && ending == NULL) {
+        volatile int *volatile nowhere = NULL;
+        *nowhere = 0;
+    }
+    return TRUE;
+}

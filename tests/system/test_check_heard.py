@@ -1,0 +1,65 @@
+#!/usr/bin/python3
+"""The watermark of velto-host check, played by the shipped module and recorded from the sink, satisfies the checker's listener.
+Wine has no loopback, so the check itself cannot listen, and says so."""
+
+import time
+
+from rig import damage, paths, recorder, session
+
+CHECK = "listen.watermark"
+SETTLE_S = 0.5           # of the recorder, before sound is played
+LOST_SOUND = "SPK-16"    # the clause that a stall of the machine breaks, too
+AROUND_S = 0.1           # a gap: the stretch of sound that counts as damaged
+
+
+class Watermark(session.SystemTest):
+    HEARS_CHECKS = True
+
+    def test_shipped_modules_watermark_is_heard_as_it_was_sent(self):
+        heard = self.session.record()
+        time.sleep(SETTLE_S)
+        self.play()
+        recording = self.session.folder / "watermark.wav"
+        recorder.write_wav(recording, heard.stop(), heard.rate)
+        found = self.listen_to(recording)
+        sound = found["heard"]
+        print(f"  {sound['framesHeard']} of {sound['framesSent']} frames heard, level {sound['levelDb']:.2f} dB, "
+              f"speed {sound['speed']:.5f}, gaps at {sound['gapsAtSeconds']}", flush=True)
+        if {each["clause"] for each in found["broken"]} == {LOST_SOUND}:
+            self.refuse_stalled(heard, sound["gapsAtSeconds"])
+        self.assertEqual(found["broken"], [])
+        self.assertGreater(sound["framesSent"], 0)
+        self.assertEqual(sound["framesHeard"], sound["framesSent"])
+
+    def test_silence_breaks_clause_of_complete_sound(self):
+        heard = self.session.record()
+        time.sleep(1 + SETTLE_S)
+        recording = self.session.folder / "silence.wav"
+        recorder.write_wav(recording, heard.stop(), heard.rate)
+        self.assertEqual([each["clause"] for each in self.listen_to(recording)["broken"]], [LOST_SOUND])
+
+    def play(self):
+        """Runs the check, which plays the watermark and then reports that it could not record it."""
+        host = self.session.host("check", "--listen", "--only", CHECK, "--json")
+        self.assertEqual(host.wait(120), 0, host.errors())
+        result, = host.summary["results"]
+        self.assertEqual((result["name"], result["outcome"]), (CHECK, "skipped"))
+        self.assertIn("no loopback", result["reason"])
+        self.assertIn("the sound was played", result["reason"])
+
+    def listen_to(self, recording):
+        host = self.session.host("check-heard", paths.to_windows(recording), name=recording.stem)
+        code = host.wait(120)
+        found = host.summary
+        self.assertEqual(code, 1 if found["broken"] else 0, host.errors())
+        return found
+
+    def refuse_stalled(self, heard, gaps):
+        """Raises SoundDamaged, which repeats the test, if the machine stalled at the gaps."""
+        places = [damage.Place(heard.time_of(round((at - AROUND_S) * heard.rate)),
+                               heard.time_of(round((at + AROUND_S) * heard.rate)), f"{at:.1f} s") for at in gaps]
+        damage.refuse_spoiled(places, self.stalls(), accepted=0)
+
+
+if __name__ == "__main__":
+    session.main()
