@@ -14,7 +14,7 @@ from dataclasses import dataclass
 
 import numpy
 
-from rig import compare, damage, media, paths, picture, processes, session, waiting
+from rig import compare, damage, media, paths, picture, processes, repeats, session, waiting
 from rig.module_log import FIRST_FRAME
 from rig.recorder import write_wav
 from rig.stall_monitor import StallMonitor
@@ -182,7 +182,8 @@ def run_again_after_stall(folder, speech, answer):
     try:
         return run(folder, speech, answer)
     except damage.SoundDamaged as reason:
-        say(f"{reason}; repeating the call once")
+        say(f"{reason}; repeating the call once, when the host of this machine steals no time, in 3 minutes at the latest")
+    repeats.wait_for_idle_host()
     return run(folder, speech, answer)
 
 
