@@ -3,7 +3,7 @@
 clang      clang compiles the module, GCC links it
 libraries  the module uses a logging library without a file, and libraries for the registry and the codec that were built apart
 
-Takes about ten minutes. The reports go to build/other-builds.
+The reports go to build/other-builds.
 """
 
 import json

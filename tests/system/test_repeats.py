@@ -66,7 +66,7 @@ class Damage(unittest.TestCase):
             damage.check(self.places((3.9, 5.0)), [STALL])
 
     def test_damage_without_stall_is_refused_beside_much_damage_within(self):
-        """Unless it is one place of twenty or more: queued sound is lost late."""
+        """A spoiled recording may have one such place in twenty, because queued sound is lost late."""
         long_stall = damage.Stall(BEGIN + 3.0, BEGIN + 5.5)
         with self.assertRaisesRegex(damage.DamagedWithoutStall, ": 1.2 s$"):
             damage.check(self.places((1.25, 1.3), (3.9, 5.0)), [long_stall])

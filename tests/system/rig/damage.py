@@ -2,7 +2,7 @@
 
 A stall is one that the stall monitor saw, or a time in which a host's thread waited for a processor. If there was a stall at
 each damaged place, a few places are accepted, and listed. With more of them, the machine has spoiled the recording, which is
-repeated. A damaged place without a stall is a failure, unless it is one of the few in a spoiled recording.
+repeated. A damaged place without a stall is a failure. Only in a spoiled recording, a small part of the places may be without one.
 """
 
 from dataclasses import dataclass
@@ -16,7 +16,7 @@ BEFORE_S = 0.5
 AFTER_S = 1.0
 ACCEPTED_PER_MINUTE = 4
 # Sound that the module had queued can be lost later than AFTER_S after a period of many stalls.
-MOST_OUTSIDE = 0.05  # of the damaged places in a spoiled recording, those without a stall
+MOST_OUTSIDE = 0.05  # the largest part of the damaged places in a spoiled recording that may be without a stall
 
 
 class DamagedWithoutStall(AssertionError):
