@@ -13,8 +13,6 @@ import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 OWN = [REPOSITORY / part for part in ("support", "handler", "playback", "render", "capture", "platform", "tools")]
-# Examined by cppcheck only: clang-tidy and Visual C++'s mode have not been run on all of these sources yet.
-CPPCHECK_ONLY = REPOSITORY / "tools" / "check"
 REDIRECT = REPOSITORY / "tests" / "fakes" / "redirect.h"
 
 
@@ -65,14 +63,13 @@ def main():
         if source.suffix == ".cpp" and any(folder in source.parents for folder in OWN):
             if entry["file"] not in chosen or "velto_module_under_test.dir" not in entry["command"]:
                 chosen[entry["file"]] = {**entry, "command": for_clang(entry["command"])}
-                if "mingw32" in entry["command"] and CPPCHECK_ONLY not in source.parents:
+                if "mingw32" in entry["command"]:
                     msvc[entry["file"]] = for_msvc(entry["command"])
     out.mkdir(parents=True, exist_ok=True)
     (out / "compile_commands.json").write_text(json.dumps(list(chosen.values()), indent=1), "utf-8")
     (out / "msvc").write_text("".join(f"{command}\n" for _, command in sorted(msvc.items())), "utf-8")
     # The sources in folders named "portable" are the same in both builds: the native build's turn is enough for clang-tidy.
-    sources = [source for source in map(pathlib.Path, sorted(chosen))
-               if CPPCHECK_ONLY not in source.parents and not (msvc and "portable" in source.parts)]
+    sources = [source for source in map(pathlib.Path, sorted(chosen)) if not (msvc and "portable" in source.parts)]
     (out / "sources").write_text("".join(f"{source}\n" for source in sources), "utf-8")
 
 

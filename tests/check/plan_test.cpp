@@ -46,11 +46,6 @@ TEST(Plan, HasAllChecksUpToLevelInOrderOfLevels)
     EXPECT_EQ(NamesIn({.level = 1}), (Names{"entry.fills", "entry.fills-twice"}));
 }
 
-TEST(Plan, IsSameForEverySeed)
-{
-    EXPECT_EQ(NamesIn({.level = 10, .seed = 1}), NamesIn({.level = 10, .seed = 99}));
-}
-
 TEST(Plan, ListensFromLevelSevenOrWhenAskedTo)
 {
     EXPECT_EQ(NamesIn({.level = 1, .listen = true}),

@@ -25,7 +25,7 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(REPOSITORY / "scripts"), str(REPOSITORY / "tests" / "system")]
 
 import measuring
-from rig import damage, paths, processes, recorder, repeats, schemas, session, stall_monitor
+from rig import damage, paths, processes, repeats, schemas, session, stall_monitor
 
 SOURCES = REPOSITORY / "tests" / "check" / "wrong"
 MODULES = paths.TEST_BIN / "wrong"
@@ -206,15 +206,13 @@ class Worker:
     def _hear(self, module):
         """Records what the module plays in a check, and gives it to the checker's listener. Returns the broken clauses, and the
         places where sound was lost."""
-        recording = self.session.folder / f"{module.name}.wav"
         heard = self.session.record()
         time.sleep(SETTLE_S)
         yield from self._check(module, "--listen", "--only", module.heard)
         samples = heard.samples()
         heard.stop()
         self.session.recorders.remove(heard)
-        recorder.write_wav(recording, samples, heard.rate)
-        process = self._start(f"{module.name}.heard", "check-heard", paths.to_windows(recording))
+        process = self._start(f"{module.name}.heard", *heard.check_command(self.session.folder / f"{module.name}.f32"))
         yield process
         text = (self.session.folder / f"{module.name}.heard").read_text("utf-8", "replace")
         try:

@@ -34,7 +34,7 @@ class Cycles(session.SystemTest):
     def test_calls_of_long_storm_return_documented_results(self):
         host = self.storm("--seconds", STORM_SECONDS)
         with storms.FlappingDefaults(self.session) as flapping:
-            flapping.change_until_end(host, seconds=3)
+            flapping.change_until_end(host, seconds=3, longest_s=STORM_SECONDS)
             changes = flapping.changes
         storms.check_calls(self, host)
         self.session.wait_for_end_of_streams()

@@ -4,7 +4,7 @@ Wine has no loopback, so the check itself cannot listen, and says so."""
 
 import time
 
-from rig import damage, paths, recorder, session
+from rig import damage, session
 
 CHECK = "listen.watermark"
 SETTLE_S = 0.5           # of the recorder, before sound is played
@@ -19,9 +19,7 @@ class Watermark(session.SystemTest):
         heard = self.session.record()
         time.sleep(SETTLE_S)
         self.play()
-        recording = self.session.folder / "watermark.wav"
-        recorder.write_wav(recording, heard.stop(), heard.rate)
-        found = self.listen_to(recording)
+        found = self.listen_to("watermark", heard)
         sound = found["heard"]
         print(f"  {sound['framesHeard']} of {sound['framesSent']} frames heard, level {sound['levelDb']:.2f} dB, "
               f"speed {sound['speed']:.5f}, gaps at {sound['gapsAtSeconds']}", flush=True)
@@ -34,9 +32,7 @@ class Watermark(session.SystemTest):
     def test_silence_breaks_clause_of_complete_sound(self):
         heard = self.session.record()
         time.sleep(1 + SETTLE_S)
-        recording = self.session.folder / "silence.wav"
-        recorder.write_wav(recording, heard.stop(), heard.rate)
-        self.assertEqual([each["clause"] for each in self.listen_to(recording)["broken"]], [LOST_SOUND])
+        self.assertEqual([each["clause"] for each in self.listen_to("silence", heard)["broken"]], [LOST_SOUND])
 
     def play(self):
         """Runs the check, which plays the watermark and then reports that it could not record it."""
@@ -47,8 +43,10 @@ class Watermark(session.SystemTest):
         self.assertIn("no loopback", result["reason"])
         self.assertIn("the sound was played", result["reason"])
 
-    def listen_to(self, recording):
-        host = self.session.host("check-heard", paths.to_windows(recording), name=recording.stem)
+    def listen_to(self, name, heard):
+        """Stops a recording and gives it to the checker's listener."""
+        heard.stop()
+        host = self.session.host(*heard.check_command(self.session.folder / f"{name}.f32"), name=name)
         code = host.wait(120)
         found = host.summary
         self.assertEqual(code, 1 if found["broken"] else 0, host.errors())

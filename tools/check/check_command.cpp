@@ -126,13 +126,7 @@ int Verify(const CheckOptions &options, const std::string &modulePath, bool json
 
 PlanOptions PlanOptionsOf(const CheckOptions &options, int level)
 {
-    PlanOptions plan;
-    plan.level = level;
-    plan.seed = options.seed;
-    plan.only = options.only;
-    plan.listen = options.listen;
-    plan.speak = options.speak;
-    return plan;
+    return {.level = level, .only = options.only, .listen = options.listen, .speak = options.speak};
 }
 
 // All files are opened before the first check: a run may take hours.

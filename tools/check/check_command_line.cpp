@@ -59,7 +59,7 @@ void AddCheckCommand(CLI::App &command, CheckOptions &options)
         "--speak", options.speak,
         "Also play through the loudspeaker and expect this sound from the microphone: in a quiet room");
     AddReports(command, options);
-    command.add_option("--jobs", options.jobs, "Make so many checks without sound at the same time")
+    command.add_option("--jobs", options.jobs, "Make so many checks of levels 1 to 4 at the same time")
         ->check(Silent(CLI::Range(1, 64)))
         ->type_name("N")
         ->capture_default_str();
@@ -98,7 +98,12 @@ void AddHeardCommand(CLI::App &command, HeardOptions &options)
 {
     options.frames = framesOfListening;
     command.group(hidden);
-    command.add_option("FILE", options.wavFile, "Recording of the watermark")->required();
+    command
+        .add_option("FILE", options.file,
+                    "Recording of the watermark: interleaved 32-bit float samples, little-endian, no header")
+        ->required();
+    command.add_option("--rate", options.rateHz, "Of the recording, in Hz")->check(CLI::PositiveNumber);
+    command.add_option("--channels", options.channels, "Of the recording")->check(CLI::PositiveNumber);
     command.add_option("--frames", options.frames, "Number of frames that were played");
     command.add_flag_callback(
         "--json", [] {}, "The output is always JSON");
@@ -108,6 +113,11 @@ void AddStormCommand(CLI::App &command, StormOptions &options)
 {
     command.group(hidden);
     command.add_option("--seconds", options.seconds, "Length of a storm")->check(CLI::NonNegativeNumber);
+    command
+        .add_option(
+            "--packet-wait", options.packetWait,
+            "Continue a storm in which no packet was read until the first one, at most this many seconds")
+        ->check(CLI::NonNegativeNumber);
     command
         .add_option("--loads", options.loads,
                     "Number of load/storm/unload cycles; above 1, the last one waits for the unload")

@@ -21,7 +21,7 @@ struct CheckOptions {
     std::string jsonFile; // reports; empty: none
     std::string junitFile;
     std::string htmlFile;
-    int jobs = 2; // at the same time, of the checks without sound
+    int jobs = 2; // at the same time, of levels 1 to 4
     bool list = false;
     double minutes = 1;       // of each check of level 10
     std::string dumpsFolder;  // empty: no minidumps
@@ -51,14 +51,17 @@ struct EndProcessOptions {
 
 // A recording from elsewhere, which is compared with what the check "listen.watermark" plays.
 struct HeardOptions {
-    std::string wavFile;
+    std::string file; // UTF-8: interleaved 32-bit float samples, little-endian, without a header
+    uint32_t rateHz = 48000;
+    uint32_t channels = 2;
     uint32_t frames = 0; // that were played
 };
 
 // Random calls from many threads.
 struct StormOptions {
-    double seconds = 10; // of each storm
-    uint32_t loads = 1;  // number of load/storm/unload cycles; above 1, the last one waits for the unload
+    double seconds = 10;   // of each storm
+    double packetWait = 0; // seconds: if no packet was read, a storm continues for at most this long
+    uint32_t loads = 1;    // number of load/storm/unload cycles; above 1, the last one waits for the unload
     uint32_t seed = 1;
     host::EndOptions end; // unloadAfter is not used
 };

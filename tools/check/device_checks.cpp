@@ -21,7 +21,7 @@ constexpr auto choosingTime = 60s; // in which the first change must come
 constexpr auto moreTime = 20s;     // after the first change, for further ones
 constexpr auto poll = 5ms;
 constexpr auto soundTime =
-    5s; // from a change to sound on the new loudspeaker; the sound has no longer pauses
+    5s; // from a change to sound on the new loudspeaker; no pause of the sound is longer
 constexpr auto packetTime = 10s; // from a change to a packet of the new microphone, which may have to wake up
 constexpr float audible = 0.001F;
 constexpr Seconds restartGap = 100ms; // between packets: five of them are missing

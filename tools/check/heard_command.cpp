@@ -1,14 +1,16 @@
 #include "check/heard_command.h"
 
 #include <cstdio>
-#include <stdexcept>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "check/portable/heard_verdict.h"
 #include "check/portable/heard_watermark.h"
-#include "check/portable/wav_file.h"
 #include "velto-host/json.h"
 
 namespace velto::check {
@@ -47,19 +49,32 @@ Json Describe(const std::vector<BrokenClause> &clauses)
     return list;
 }
 
+// Whole frames only. None: the file cannot be read.
+std::optional<std::vector<float>> ReadSamples(const HeardOptions &options)
+{
+    std::ifstream file(std::filesystem::path(std::u8string(options.file.begin(), options.file.end())),
+                       std::ios::binary | std::ios::ate);
+    if (!file) {
+        return std::nullopt;
+    }
+    const size_t frameBytes = options.channels * sizeof(float);
+    std::vector<float> interleaved(static_cast<size_t>(file.tellg()) / frameBytes * options.channels);
+    file.seekg(0);
+    file.read(reinterpret_cast<char *>(interleaved.data()),
+              static_cast<std::streamsize>(interleaved.size() * sizeof(float)));
+    return file ? std::optional(std::move(interleaved)) : std::nullopt;
+}
+
 } // namespace
 
-int CompareRecording(const std::string &wavFile, uint32_t frames)
+int CompareRecording(const HeardOptions &options)
 {
-    WavSound recording;
-    try {
-        recording = ReadWavFile(wavFile);
-    } catch (const std::runtime_error &error) {
-        fmt::print(stderr, "{}: {}\n", wavFile, error.what());
+    const std::optional<std::vector<float>> recording = ReadSamples(options);
+    if (!recording) {
+        fmt::print(stderr, "cannot read {}\n", options.file);
         return exitUnreadable;
     }
-    HeardWatermark heard =
-        ExamineWatermark(recording.interleaved, recording.rateHz, recording.channels, frames);
+    HeardWatermark heard = ExamineWatermark(*recording, options.rateHz, options.channels, options.frames);
     heard.sound.source = "recording";
     const HeardVerdict verdict = VerdictOn(heard, {.firstWriteMs = {}, .levelsDb = {0}});
     const Json result{{"heard", Describe(heard.sound)}, {"broken", Describe(verdict.broken)}};

@@ -13,6 +13,7 @@
 #include "check/portable/process_check_list.h"
 #include "check/process_context.h"
 #include "check/process_end.h"
+#include "velto-host/handle.h"
 #include "velto-host/windows_text.h"
 
 namespace velto::check {
@@ -51,9 +52,8 @@ EndedProcess RunEndingProcess(std::string_view situation, int attempt, uint32_t 
     order.outputFile = folder / fmt::format("end-{}.txt", attempt);
     order.timeLimit = timeLimit;
     // Never set: the end of this process also ends its children.
-    const HANDLE interruption = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const ProcessEnd end = RunChild(order, interruption);
-    CloseHandle(interruption);
+    const host::Handle interruption(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const ProcessEnd end = RunChild(order, interruption.get());
     if (end.kind == ProcessEnd::Kind::NOT_STARTED) {
         throw std::runtime_error("cannot start a process that ends: " + end.error);
     }

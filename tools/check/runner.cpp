@@ -24,7 +24,7 @@ using host::Format;
 using host::ToUtf8;
 using host::ToWide;
 
-constexpr int firstLevelWithSound = 5;
+constexpr int firstLevelWithSound = 5; // whose sound is examined
 constexpr int levelWithMinutes = 10;
 // For a process whose check is done. Wine needs some seconds to report a crash.
 constexpr std::chrono::seconds endingLimit(30);

@@ -73,7 +73,12 @@ void StormCommand::RunOnce(const Module &module, uint32_t seed)
         return Report(exitCode, figures);
     };
     const auto begin = StreamTimer::Clock::now();
-    while (!m_interrupted && SecondsSince(begin) < m_options.seconds) {
+    const auto isOver = [&] {
+        const double time = SecondsSince(begin);
+        return time >= m_options.seconds + m_options.packetWait ||
+               (time >= m_options.seconds && (m_options.packetWait == 0 || storm.Figures().Packets() > 0));
+    };
+    while (!m_interrupted && !isOver()) {
         m_interrupted = !m_timer.WaitFor(pollSeconds);
         m_end.ExitIfDue(SecondsSince(m_begin), reportSoFar);
     }

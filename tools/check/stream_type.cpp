@@ -42,11 +42,15 @@ void AddValues(HKEY key, const std::string &path, std::vector<RegistryValue> &va
 {
     std::vector<wchar_t> name(16384); // the longest name of a value, with its terminator
     std::vector<uint8_t> data(65536);
-    for (DWORD i = 0;; ++i) {
+    for (DWORD i = 0;;) {
         auto nameLength = static_cast<DWORD>(name.size());
         auto bytes = static_cast<DWORD>(data.size());
         const LSTATUS result =
             RegEnumValueW(key, i, name.data(), &nameLength, nullptr, nullptr, data.data(), &bytes);
+        if (result == ERROR_MORE_DATA && bytes > data.size()) {
+            data.resize(bytes);
+            continue;
+        }
         if (result != ERROR_SUCCESS) {
             return;
         }
@@ -54,6 +58,7 @@ void AddValues(HKEY key, const std::string &path, std::vector<RegistryValue> &va
         if (text != streamTypeName) {
             values.push_back({path + "\\" + host::ToUtf8(text), {data.begin(), data.begin() + bytes}});
         }
+        ++i;
     }
 }
 

@@ -64,7 +64,7 @@ int Run(const CommandLine &line, const Output &output)
     case CommandLine::Command::CHECK_END:
         return check::RunEndProcess(line.endProcess);
     case CommandLine::Command::CHECK_HEARD:
-        return check::CompareRecording(line.heard.wavFile, line.heard.frames);
+        return check::CompareRecording(line.heard);
     case CommandLine::Command::CHECK_STORM: {
         const Interruption interruption;
         return check::StormCommand(line.storm, output, interruption).Run(line.modulePath);

@@ -8,7 +8,7 @@ import wave
 
 import numpy
 
-from . import audio_server, processes, waiting
+from . import audio_server, paths, processes, waiting
 
 
 class ArrivalTimes:
@@ -113,6 +113,11 @@ class Recorder:
         """Waits until `seconds` more have been recorded, by the sink's clock."""
         goal = self._frames + int(seconds * self.rate)
         waiting.until(lambda: self._frames >= goal, f"{seconds} more seconds of {self.sink}", timeout_s)
+
+    def check_command(self, path):
+        """Writes the frames so far to a file. Returns the command with which velto-host looks for the watermark in them."""
+        self.samples().astype("<f4").tofile(path)
+        return "check-heard", paths.to_windows(path), "--rate", str(self.rate), "--channels", str(self.channels)
 
     def stop(self):
         processes.end(self._process)

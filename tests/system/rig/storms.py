@@ -34,9 +34,11 @@ class FlappingDefaults:
         processes.end(self._process)
         self._out.close()
 
-    def change_until_end(self, host, seconds):
-        """Until the host ends, alternates `seconds` of changes with a rest, in which the module can open devices."""
-        while host.running:
+    def change_until_end(self, host, seconds, longest_s):
+        """Until the host ends, at most `longest_s`, alternates `seconds` of changes with a rest, in which the module can open
+        devices."""
+        end = time.monotonic() + longest_s
+        while host.running and time.monotonic() < end:
             try:
                 host.process.wait(seconds)
             except subprocess.TimeoutExpired:

@@ -1,6 +1,5 @@
 #include "check/portable/clause.h"
 
-#include <algorithm>
 #include <array>
 
 namespace velto::check {
@@ -408,8 +407,12 @@ std::span<const Clause> AllClauses()
 
 const Clause *FindClause(std::string_view id)
 {
-    const auto found = std::ranges::find(clauses, id, &Clause::id);
-    return found != clauses.end() ? &*found : nullptr;
+    for (const Clause &clause : clauses) {
+        if (clause.id == id) {
+            return &clause;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace velto::check

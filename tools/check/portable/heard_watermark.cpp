@@ -20,7 +20,7 @@ constexpr size_t framesOfDelay = 9;    // at the begin
 constexpr size_t framesOfLevel = 64;   // spread over the sound
 constexpr double leastSeparation = 10; // as a ratio of powers: 10 dB
 
-struct Recording {
+struct RecordedSound {
     std::span<const float> interleaved;
     uint32_t rateHz;
     uint32_t channels;
@@ -34,7 +34,7 @@ struct Hearing {
     std::vector<FoundFrame> frames;
 };
 
-std::vector<float> SumOfChannels(const Recording &recording)
+std::vector<float> SumOfChannels(const RecordedSound &recording)
 {
     std::vector<float> sum(recording.Frames());
     for (size_t i = 0; i < sum.size(); ++i) {
@@ -45,7 +45,7 @@ std::vector<float> SumOfChannels(const Recording &recording)
     return sum;
 }
 
-double FrameSamplesAt(const Recording &recording, double speed)
+double FrameSamplesAt(const RecordedSound &recording, double speed)
 {
     return double{watermarkFrameSamples} * recording.rateHz / watermarkRateHz / speed;
 }
@@ -67,8 +67,8 @@ void CompleteNumbers(std::vector<FoundFrame> &frames, uint32_t framesSent)
     });
 }
 
-Hearing ListenAt(double speed, const Recording &recording, std::span<const float> sum, uint32_t framesSent,
-                 double leastShare)
+Hearing ListenAt(double speed, const RecordedSound &recording, std::span<const float> sum,
+                 uint32_t framesSent, double leastShare)
 {
     Hearing hearing{FrameSamplesAt(recording, speed), {}};
     hearing.frames = FindFrames(sum, hearing.frameSamples, leastShare);
@@ -101,7 +101,7 @@ double ExactFrameSamples(const Hearing &hearing)
 }
 
 // At the speed at which the most frames are heard.
-Hearing Listen(const Recording &recording, uint32_t framesSent, double leastShare)
+Hearing Listen(const RecordedSound &recording, uint32_t framesSent, double leastShare)
 {
     const std::vector<float> sum = SumOfChannels(recording);
     Hearing best;
@@ -212,7 +212,7 @@ struct VoicePowers {
     std::vector<double> right;
 };
 
-VoicePowers PowersOf(const Recording &recording, const FoundFrame &frame, double frameSamples)
+VoicePowers PowersOf(const RecordedSound &recording, const FoundFrame &frame, double frameSamples)
 {
     VoicePowers powers;
     for (uint32_t channel = 0; channel < recording.channels; ++channel) {
@@ -228,7 +228,7 @@ VoicePowers PowersOf(const Recording &recording, const FoundFrame &frame, double
 }
 
 // Frames spread evenly over the sound.
-std::vector<VoicePowers> SamplePowers(const Recording &recording, const Hearing &hearing)
+std::vector<VoicePowers> SamplePowers(const RecordedSound &recording, const Hearing &hearing)
 {
     std::vector<VoicePowers> samples;
     const size_t count = std::min(hearing.frames.size(), framesOfLevel);
@@ -251,6 +251,7 @@ double Sum(const std::vector<double> &values)
 double LevelDb(const std::vector<VoicePowers> &samples)
 {
     std::vector<double> powers;
+    powers.reserve(samples.size());
     for (const VoicePowers &sample : samples) {
         powers.push_back((Sum(sample.left) + Sum(sample.right)) / 2);
     }
@@ -280,7 +281,7 @@ HeardChannels ChannelsOf(const std::vector<VoicePowers> &samples)
     return swapped ? HeardChannels::SWAPPED : HeardChannels::MIXED;
 }
 
-std::vector<float> EnvelopeOf(const Recording &recording)
+std::vector<float> EnvelopeOf(const RecordedSound &recording)
 {
     std::vector<float> envelope(std::min(envelopeParts, recording.Frames()));
     for (size_t i = 0; i < recording.interleaved.size() / recording.channels * recording.channels; ++i) {
@@ -295,7 +296,7 @@ std::vector<float> EnvelopeOf(const Recording &recording)
 HeardWatermark ExamineWatermark(std::span<const float> interleaved, uint32_t rateHz, uint32_t channels,
                                 uint32_t framesSent, double leastShare)
 {
-    const Recording recording{interleaved, rateHz, channels};
+    const RecordedSound recording{interleaved, rateHz, channels};
     HeardWatermark heard;
     HeardSound &sound = heard.sound;
     sound.seconds = static_cast<double>(recording.Frames()) / rateHz;

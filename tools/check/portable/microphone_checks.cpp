@@ -307,17 +307,19 @@ void CheckOtherIds(Context &context)
         context.ExpectEqual(closed.Close(), ok, "IDS-4", "CloseAudioRecord for \"{}\" returned",
                             VELTO_ID_MIC);
         context.Expect(!DeliversPackets(context, read), "IDS-4",
-                       fmt::format("closing \"{}\" did not close the recording of \"{}\"", VELTO_ID_MIC, id));
+                       fmt::format(R"(closing "{}" did not close the recording of "{}")", VELTO_ID_MIC, id));
     }
 }
 
-// A packet has the sound of 21 ms. One that comes sooner after the opening was captured before it.
+// A packet has the sound of 21 ms, of which the system may have captured one period of 10 ms before the
+// opening. A packet that comes sooner is of an earlier recording.
 void ExpectNewSound(Context &context, std::chrono::duration<double, std::milli> time, int opening)
 {
+    constexpr std::chrono::duration<double, std::milli> period(10);
     constexpr std::chrono::duration<double, std::milli> packet{1000.0 * VELTO_UNIT_SAMPLES /
                                                                VELTO_SAMPLE_RATE_HZ};
     context.Expect(
-        time >= packet, "MIC-15",
+        time >= packet - period, "MIC-15",
         fmt::format("a packet came {:.1f} ms after opening {}, sooner than its sound can be captured",
                     time.count(), opening));
 }
@@ -447,7 +449,7 @@ void CheckSlowReader(Context &context)
     uint32_t most = 0;
     for (int left = attempts; left > 0 && most < least; --left) {
         context.Step("does not read for four seconds", {"MIC-5"});
-        for (auto slept = pause.zero(); slept < pause; slept += slice) {
+        for (std::chrono::milliseconds slept(0); slept < pause; slept += slice) {
             context.environment.Sleep(slice);
         }
         context.Step("reads all packets that waited", {"MIC-5"});

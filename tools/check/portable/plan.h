@@ -11,8 +11,7 @@
 namespace velto::check {
 
 struct PlanOptions {
-    int level = 5;     // 1 to 10: all checks up to this level
-    uint64_t seed = 1; // of the checks' inputs; every seed has the same plan, so that reports can be compared
+    int level = 5; // 1 to 10: all checks up to this level
     // A clause's id, a check's name, or a group such as "arguments."; empty: no restriction.
     std::string only{};
     bool listen = false; // also the checks that record the loudspeaker, at any level

@@ -92,8 +92,8 @@ void EndLifecycle(CheckResult &result, const Journal &journal, const ProcessEnd 
         Crash(result, journal, ofModule->place);
     } else if (end.kind == ProcessEnd::Kind::TIMED_OUT) {
         if (end.isUnderWine && journal.hasEnded) {
-            result.warnings.push_back("the process hung at its end, and no fault of the module was seen: "
-                                      "processes hang there under Wine without a module, too");
+            result.warnings.emplace_back("the process hung at its end, and no fault of the module was seen: "
+                                         "processes hang there under Wine without a module, too");
         } else {
             Hang(result, journal, end);
         }

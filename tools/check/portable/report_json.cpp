@@ -288,7 +288,7 @@ void RequireConsistency(const Json &json, const Run &run)
     const std::string verdict = json.at("verdict");
     if (verdict != NameOf(Verdict(run))) {
         throw std::runtime_error(
-            fmt::format("the report contradicts itself: its verdict is \"{}\", that of its results \"{}\"",
+            fmt::format(R"(the report contradicts itself: its verdict is "{}", that of its results "{}")",
                         verdict, NameOf(Verdict(run))));
     }
     const int reached = json.at("levelReached");

@@ -170,38 +170,61 @@ std::string Head(const Run &run, const std::vector<ClauseResult> &clauses)
                               EscapeXml(run.beganAt), run.seconds, EscapeXml(run.system));
 }
 
+// How the checks of a level ended.
+struct LevelCounts {
+    LevelCounts(const Run &run, int level)
+    {
+        for (const CheckResult &result : run.results) {
+            if (result.level == level) {
+                ++all;
+                failed += HasFailure(result) ? 1 : 0;
+                skipped += IsSkipped(result) ? 1 : 0;
+                interrupted += IsInterrupted(result) ? 1 : 0;
+            }
+        }
+    }
+
+    int all = 0;
+    int failed = 0;
+    int skipped = 0;
+    int interrupted = 0;
+};
+
+std::string_view StateOf(const LevelCounts &counts)
+{
+    return counts.all == 0                ? "not run"
+           : counts.failed > 0            ? "failed"
+           : counts.interrupted > 0       ? "not finished"
+           : counts.skipped == counts.all ? "skipped"
+                                          : "passed";
+}
+
+std::string DetailOf(const LevelCounts &counts)
+{
+    std::string detail = counts.all == 0 ? "" : fmt::format(", {}", Counted(counts.all, "check", "checks"));
+    if (counts.failed > 0) {
+        detail += fmt::format(", {} failed", counts.failed);
+    }
+    if (counts.interrupted > 0) {
+        detail += fmt::format(", {} interrupted", counts.interrupted);
+    }
+    if (counts.skipped > 0 && counts.skipped != counts.all) {
+        detail += fmt::format(", {} skipped", counts.skipped);
+    }
+    return detail;
+}
+
 // A box for each level: the checks that it has, and how they ended.
 std::string Levels(const Run &run)
 {
     std::string html = "<ol class=\"levels\">\n";
     for (size_t i = 0; i < levelTitles.size(); ++i) {
         const int level = static_cast<int>(i) + 1;
-        const auto count = [&](auto isSo) {
-            return std::count_if(run.results.begin(), run.results.end(), [&](const CheckResult &result) {
-                return result.level == level && isSo(result);
-            });
-        };
-        const auto all = count([](const CheckResult &) { return true; });
-        const auto failed = count(HasFailure);
-        const auto skipped = count(IsSkipped);
-        const auto interrupted = count(IsInterrupted);
-        const std::string_view state = all == 0          ? "not run"
-                                       : failed > 0      ? "failed"
-                                       : interrupted > 0 ? "not finished"
-                                       : skipped == all  ? "skipped"
-                                                         : "passed";
-        std::string detail = all == 0 ? "" : fmt::format(", {}", Counted(all, "check", "checks"));
-        if (failed > 0) {
-            detail += fmt::format(", {} failed", failed);
-        }
-        if (interrupted > 0) {
-            detail += fmt::format(", {} interrupted", interrupted);
-        }
-        if (skipped > 0 && skipped != all) {
-            detail += fmt::format(", {} skipped", skipped);
-        }
+        const LevelCounts counts(run, level);
+        const std::string_view state = StateOf(counts);
         html += fmt::format("<li class=\"{}\"><b>Level {}: {}</b>{}{}</li>\n",
-                            state.starts_with("not ") ? "off" : state, level, levelTitles[i], state, detail);
+                            state.starts_with("not ") ? "off" : state, level, levelTitles[i], state,
+                            DetailOf(counts));
     }
     return html + "</ol>\n";
 }
@@ -482,7 +505,7 @@ std::string AllChecks(const Run &run)
             result.level, EscapeXml(result.name), StyleOf(result.outcome), NameOf(result.outcome),
             Measured(result.seconds, "{:.2f} s"));
     }
-    return Table("<th class=\"n\">Level</th><th>Check</th><th>Outcome</th><th class=\"n\">Time</th>", rows);
+    return Table(R"(<th class="n">Level</th><th>Check</th><th>Outcome</th><th class="n">Time</th>)", rows);
 }
 
 std::string Machine(const Run &run)

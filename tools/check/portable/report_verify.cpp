@@ -82,7 +82,7 @@ Verification VerifyReport(const Run &report, const std::vector<FileIdentity> &ac
                               report.level)
                 : fmt::format("the report's verdict is passed, but only {} was examined", report.only));
     } else {
-        verification.lines.push_back(
+        verification.lines.emplace_back(
             verdict == Outcome::FAILED
                 ? "the report's verdict is failed: the module breaks its contract"
                 : "the report's verdict is broken: the checker failed, so the report certifies nothing");

@@ -43,7 +43,7 @@ void WriteAtPace(Environment &environment, size_t count, const std::function<voi
     for (size_t i = 0; i < count; ++i) {
         const auto now = environment.Now();
         const auto wait = pacer.Due(now) - now;
-        if (wait > wait.zero()) {
+        if (wait > std::chrono::nanoseconds(0)) {
             environment.Sleep(std::chrono::ceil<std::chrono::milliseconds>(wait));
         }
         write(i);

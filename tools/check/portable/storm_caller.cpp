@@ -86,14 +86,14 @@ void StormCaller::SetParameters()
         {VELTO_KEY_FORMAT, sizeof(VELTO_KEY_FORMAT) - 1, random.AnyOf<uint32_t>(formats)},
     };
     const AudioProfileList list{random.Below(4), 0, entries};
-    const std::string &id = random.AnyOf<std::string>(speakers);
+    const auto &id = random.AnyOf<std::string>(speakers);
     const int32_t result = m_table.SetAudioParameter(id.c_str(), Length(id), nullptr, nullptr, &list);
     Note("SetAudioParameter", result, result == (list.count == 0 ? VELTO_ERROR_INVALID : VELTO_OK));
 }
 
 void StormCaller::CloseTrack()
 {
-    const std::string &id = random.AnyOf<std::string>(speakers);
+    const auto &id = random.AnyOf<std::string>(speakers);
     const bool isWrongLength = random.OneIn(faultInterval);
     const int32_t result = m_table.CloseAudioTrack(id.c_str(), Length(id) - (isWrongLength ? 1 : 0));
     Note("CloseAudioTrack", result, result == (isWrongLength ? VELTO_ERROR_INVALID : VELTO_OK));
@@ -118,7 +118,7 @@ void StormCaller::ChangeListener()
 
 void StormCaller::Record()
 {
-    const std::string &id = random.AnyOf<std::string>(microphones);
+    const auto &id = random.AnyOf<std::string>(microphones);
     const AudioProfileList profiles{};
     const int32_t opened = m_table.OpenAudioRecord(id.c_str(), Length(id), nullptr, nullptr, &profiles);
     Note("OpenAudioRecord", opened, opened == VELTO_OK);
@@ -133,7 +133,7 @@ void StormCaller::Record()
 
 void StormCaller::Read()
 {
-    const std::string &id = random.AnyOf<std::string>(microphones);
+    const auto &id = random.AnyOf<std::string>(microphones);
     // As long as the longest packet. On the heap, where AddressSanitizer reports a write past the end.
     std::vector<uint8_t> data(VELTO_MAX_PACKET_BYTES);
     // The module only derives its waiting time from the size: 22 ms, or 3 ms.
