@@ -11,7 +11,7 @@ class IdleRelease(session.SystemTest):
         recorder = self.session.record()
         host = self.session.play(speech, "--pause-after", "5", "--pause", "246")
         recorder.wait_for_sound(60)
-        self.assertEqual(len(self.session.server.streams()), 2, "one stream for each speaker")
+        self.until(lambda: len(self.session.server.streams()) == 2, "one stream for each speaker")
         host.log.wait_for(IDLE_RELEASE, 300)
         self.assertEqual(host.log.count(FIRST_FRAME), 1, "the line of the first unit")
         idle = host.log.time_of(IDLE_RELEASE) - host.log.time_of(FIRST_FRAME)

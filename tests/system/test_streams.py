@@ -28,12 +28,14 @@ class Streams(session.SystemTest):
 
     def place(self, recorder, expected, label):
         """Returns the frame of the recording at which a sound begins. All of the sound must match."""
-        place, match_db = compare.find(recorder.samples(), expected)
+        heard = recorder.samples()
+        place, match_db = compare.find(heard, expected)
         print(f"  {label}: at {place / 48000:.3f} s, match {match_db:.1f} dB", flush=True)
-        self.assertGreater(match_db, 0.0, f"{label} was not heard")
         if match_db < EXACT_DB:
-            bounds = (recorder.time_of(place), recorder.time_of(place + len(expected)))
-            damage.check([damage.Place(*bounds, f"{label}: match {match_db:.1f} dB")], self.stalls(), accepted=0)
+            is_found = match_db > 0.0  # otherwise, the sound can be anywhere
+            begin, end = (place, place + len(expected)) if is_found else (0, len(heard))
+            what = f"{label}: match {match_db:.1f} dB" if is_found else f"{label} was not heard"
+            damage.check([damage.Place(recorder.time_of(begin), recorder.time_of(end), what)], self.stalls(), accepted=0)
         return place
 
     def assert_silent(self, heard, begin, end, label):
