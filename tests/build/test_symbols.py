@@ -162,6 +162,7 @@ class Crash(unittest.TestCase):
                         "-c:a", "aac", str(sound)], check=True)
         cls.result = wine.run_host("play", wine.to_windows(sound), "--crash-in-listener", "--crash-dump",
                                    wine.to_windows(cls.dump), VELTO_LOG_FILE=wine.to_windows(cls.folder / "module.log"))
+        cls.symbolised = script("symbolise", cls.dump, "--symbols", SYMBOLS, "--binaries", places.BIN)
 
     def symbolise(self, file, *arguments, code=0):
         result = script("symbolise", file, "--symbols", SYMBOLS, "--binaries", places.BIN, *arguments)
@@ -175,7 +176,8 @@ class Crash(unittest.TestCase):
 
     def test_dump_has_stack_through_module(self):
         self.assertEqual(self.result.returncode, ILLEGAL_INSTRUCTION & 0xFF, self.result.stderr)
-        text = self.symbolise(self.dump).stdout
+        self.assertEqual(self.symbolised.returncode, 0, self.symbolised.stderr)
+        text = self.symbolised.stdout
         self.assertIn("exception 0xC000001D at velto-host.exe+0x", text)
         functions = re.findall(r"= (?:velto::)?(?:\(anonymous namespace\)::)?([\w:]+)[^\n]*[/\\]([\w.]+:\d+)\)", text)
         order = [function for function, _ in functions]
@@ -255,13 +257,13 @@ class Crash(unittest.TestCase):
         other = self.other_build()
         result = script("symbolise", self.dump, "--symbols", other, "--symbols", SYMBOLS, "--binaries", other,
                         "--binaries", places.BIN)
-        self.assertEqual(result.stdout, self.symbolise(self.dump).stdout)
+        self.assertEqual(result.stdout, self.symbolised.stdout)
 
     def test_files_of_dump_are_found_in_unpacked_archives(self):
         for source, folder in ((SYMBOLS, "one/symbols"), (places.BIN, "one/package/bin")):
             shutil.copytree(source, self.folder / folder)
         result = script("symbolise", self.dump, "--symbols", self.folder / "one", "--binaries", self.folder / "one")
-        self.assertEqual(result.stdout, self.symbolise(self.dump).stdout)
+        self.assertEqual(result.stdout, self.symbolised.stdout)
 
     def test_damaged_dumps_are_refused_without_traceback(self):
         content = self.dump.read_bytes()

@@ -22,7 +22,7 @@ public:
     void Sleep(std::chrono::milliseconds time) override { Pass(time); }
     std::chrono::steady_clock::time_point Now() const override { return m_now; }
     bool HasLoudspeaker() const override { return false; }
-    bool HasMicrophone() const override { return false; }
+    MicrophoneState Microphone() const override { return MicrophoneState::MISSING; }
 
     void Pass(std::chrono::microseconds time) { m_now += time; }
 

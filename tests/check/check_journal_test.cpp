@@ -148,6 +148,7 @@ TEST_F(CheckJournal, ReadsFaultInMiddleOfAnotherLine)
     ASSERT_EQ(journal.faults.size(), 1u);
     EXPECT_EQ(journal.faults[0].place, "a.dll+0x10: illegal instruction");
     EXPECT_TRUE(journal.faults[0].isOfModule);
+    EXPECT_TRUE(journal.faults[0].isOnStackOnly);
     EXPECT_TRUE(journal.faults[0].isOfWine);
     EXPECT_FALSE(journal.faults[0].isAfterVerdict);
     EXPECT_TRUE(journal.endsWithFault);
@@ -162,6 +163,8 @@ TEST_F(CheckJournal, DistinguishesSurvivedFault)
     const Journal late = ParseJournal(std::string("{\"event\":\"verdict\"}\n") + fault);
     EXPECT_TRUE(late.endsWithFault);
     EXPECT_TRUE(late.faults.at(0).isAfterVerdict);
+    EXPECT_FALSE(late.faults.at(0).isAtEnd);
+    EXPECT_FALSE(late.faults.at(0).isOnStackOnly);
 }
 
 TEST_F(CheckJournal, ReportsDamagedLines)

@@ -44,21 +44,25 @@ TEST(Ending, WithExpectedCodeBeforeLastStepIsOfModule)
     EXPECT_EQ(process.WhoseFault(), Blame::MODULE);
 }
 
-TEST(Ending, WithAnotherCodeIsOfModuleOnWindows)
+TEST(Ending, WithAnotherCodeBeforeLastStepIsOfModule)
 {
     Process process;
     process.end.exitCode = 1;
+    process.journal.lastStep = "plays";
     process.end.isUnderWine = false;
     EXPECT_EQ(process.WhoseFault(), Blame::MODULE);
-    EXPECT_EQ(ExamineEnd(process.journal, process.end, expectedCode, lastStep).reason,
-              "the process ended with exit code 1 instead of 42, at its end");
 }
 
-TEST(Ending, WithAnotherCodeAndNoTraceIsUnknownUnderWine)
+TEST(Ending, WithAnotherCodeAndNoTraceAtEndIsUnknown)
 {
-    Process process;
-    process.end.exitCode = 1;
-    EXPECT_EQ(process.WhoseFault(), Blame::UNKNOWN);
+    for (const bool isUnderWine : {true, false}) {
+        Process process;
+        process.end.exitCode = 1;
+        process.end.isUnderWine = isUnderWine;
+        EXPECT_EQ(process.WhoseFault(), Blame::UNKNOWN);
+        EXPECT_EQ(ExamineEnd(process.journal, process.end, expectedCode, lastStep).reason,
+                  "the process ended with exit code 1 instead of 42, at its end");
+    }
 }
 
 TEST(Ending, FaultInWineAfterLastStepIsOfWine)
@@ -77,13 +81,33 @@ TEST(Ending, FaultInWineBeforeLastStepIsOfModule)
     EXPECT_EQ(process.WhoseFault(), Blame::MODULE);
 }
 
-TEST(Ending, FaultOutsideWineAndModuleIsOfModule)
+TEST(Ending, FaultOutsideWineAndModuleIsUnknownOnWindowsOnly)
 {
     Process process;
     process.AddFault(false, false);
     process.end.exitCode = 0xC0000005;
-    process.end.isUnderWine = false;
     EXPECT_EQ(process.WhoseFault(), Blame::MODULE);
+    process.end.isUnderWine = false;
+    EXPECT_EQ(process.WhoseFault(), Blame::UNKNOWN);
+    process.journal.lastStep = "plays";
+    EXPECT_EQ(process.WhoseFault(), Blame::MODULE);
+}
+
+TEST(Ending, FaultThatModuleOnlyCalledCountsAtBadEndAtLastStepOrUnderWine)
+{
+    Process handled;
+    handled.AddFault(true, false);
+    handled.journal.faults.back().isOnStackOnly = true;
+    handled.journal.endsWithFault = false;
+    EXPECT_EQ(handled.WhoseFault(), Blame::MODULE);
+    handled.end.isUnderWine = false;
+    EXPECT_EQ(handled.WhoseFault(), Blame::NOBODY);
+    Process last = handled;
+    last.journal.endsWithFault = true;
+    EXPECT_EQ(last.WhoseFault(), Blame::MODULE);
+    Process bad = handled;
+    bad.end.exitCode = 1;
+    EXPECT_EQ(bad.WhoseFault(), Blame::MODULE);
 }
 
 TEST(Ending, FaultThatSystemHandlesIsIgnoredOnWindows)

@@ -106,6 +106,7 @@ FakesEnvironment::FakesEnvironment(Endpoints endpoints) : m_endpoints(endpoints)
     }
     m_audio.Get(L"speakers").drainFrames = m_audio.Get(L"speakers").bufferFrames;
     m_audio.Get(L"microphone").source = [this] { return NextPacket(); };
+    m_audio.Get(L"microphone").muted = endpoints == Endpoints::MICROPHONE_MUTED ? TRUE : FALSE;
 }
 
 // The module's threads have ended, so nobody calls the microphone's source.
@@ -128,6 +129,21 @@ std::chrono::steady_clock::time_point FakesEnvironment::Now() const
 {
     const std::lock_guard lock(m_mutex);
     return std::chrono::steady_clock::time_point(m_now);
+}
+
+velto::check::MicrophoneState FakesEnvironment::Microphone() const
+{
+    using velto::check::MicrophoneState;
+    switch (m_endpoints) {
+    case Endpoints::NONE:
+        return MicrophoneState::MISSING;
+    case Endpoints::MICROPHONE_MUTED:
+        return MicrophoneState::MUTED;
+    case Endpoints::MICROPHONE_WITHOUT_SOUND:
+        return MicrophoneState::NO_SOUND;
+    default:
+        return MicrophoneState::WORKS;
+    }
 }
 
 bool FakesEnvironment::Enter(velto::check::ComApartment apartment)
@@ -182,7 +198,11 @@ std::optional<fakes::CapturedPacket> FakesEnvironment::NextPacket()
         return std::nullopt;
     }
     captured += packetTime;
-    return TonePacket(captured - packetTime);
+    fakes::CapturedPacket packet = TonePacket(captured - packetTime);
+    if (m_endpoints == Endpoints::MICROPHONE_WITHOUT_SOUND) {
+        packet.flags = AUDCLNT_BUFFERFLAGS_SILENT;
+    }
+    return packet;
 }
 
 bool FakesEnvironment::IsCapturing() const

@@ -19,7 +19,8 @@
 
 namespace velto_test {
 
-enum class Endpoints { BOTH, NONE };
+// The microphone that has no sound flags each packet as silent.
+enum class Endpoints { BOTH, NONE, MICROPHONE_MUTED, MICROPHONE_WITHOUT_SOUND };
 
 // One object at a time. All functions may be called from any thread.
 class FakesEnvironment final : public velto::check::Environment, public velto::check::ComApartments {
@@ -34,8 +35,8 @@ public:
     std::unique_ptr<velto::check::CallerState> MakeCallerState() override;
     void Sleep(std::chrono::milliseconds time) override { Elapse(time); }
     std::chrono::steady_clock::time_point Now() const override;
-    bool HasLoudspeaker() const override { return m_endpoints == Endpoints::BOTH; }
-    bool HasMicrophone() const override { return m_endpoints == Endpoints::BOTH; }
+    bool HasLoudspeaker() const override { return m_endpoints != Endpoints::NONE; }
+    velto::check::MicrophoneState Microphone() const override;
 
     bool Enter(velto::check::ComApartment apartment) override;
     void Leave() override;

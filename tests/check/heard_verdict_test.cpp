@@ -1,14 +1,21 @@
 #include "check/portable/heard_verdict.h"
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velto::check {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::Eq;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 constexpr uint32_t frames = 200;
@@ -30,13 +37,18 @@ HeardWatermark Good()
 
 const HeardConditions full{100, {0}};
 
-std::vector<std::string> Broken(const HeardWatermark &heard, const HeardConditions &conditions = full)
+std::vector<std::string> ClausesOf(const HeardVerdict &verdict)
 {
     std::vector<std::string> clauses;
-    for (const BrokenClause &broken : VerdictOn(heard, conditions).broken) {
+    for (const BrokenClause &broken : verdict.broken) {
         clauses.push_back(broken.clause);
     }
     return clauses;
+}
+
+std::vector<std::string> Broken(const HeardWatermark &heard, const HeardConditions &conditions = full)
+{
+    return ClausesOf(VerdictOn(heard, conditions));
 }
 
 TEST(HeardVerdict, AcceptsFaultlessSound)
@@ -162,6 +174,192 @@ TEST(HeardVerdict, ExaminesOnlyWhatIsKnown)
     heard.sound.delayMs = 5000;
     heard.sound.levelDb = -20;
     EXPECT_THAT(Broken(heard, {}), IsEmpty());
+}
+
+// ---- A comparison with the same sound without the module
+
+HeardVerdict Compared(const HeardWatermark &heard, const HeardWatermark &control)
+{
+    return CompareWithControl(heard, full, control, full);
+}
+
+HeardWatermark Losing(uint32_t lost)
+{
+    HeardWatermark heard = Good();
+    heard.sound.framesHeard = frames - lost;
+    heard.sound.framesMissing = lost;
+    return heard;
+}
+
+HeardWatermark AtLevel(double levelDb)
+{
+    HeardWatermark heard = Good();
+    heard.sound.levelDb = levelDb;
+    return heard;
+}
+
+HeardWatermark AtSpeed(double speed)
+{
+    HeardWatermark heard = Good();
+    heard.sound.speed = speed;
+    return heard;
+}
+
+HeardWatermark On(HeardChannels channels)
+{
+    HeardWatermark heard = Good();
+    heard.channels = channels;
+    return heard;
+}
+
+HeardWatermark After(double delayMs)
+{
+    HeardWatermark heard = Good();
+    heard.sound.delayMs = 100 + delayMs;
+    return heard;
+}
+
+HeardWatermark OnlyOther(float peak)
+{
+    HeardWatermark heard;
+    heard.sound.framesSent = frames;
+    heard.sound.framesMissing = frames;
+    heard.sound.envelope = {peak};
+    return heard;
+}
+
+TEST(HeardControl, LeavesEveryClauseWhereControlIsFaultless)
+{
+    const std::vector<std::pair<HeardWatermark, std::string>> faults{
+        {OnlyOther(0), "SPK-16"},
+        {OnlyOther(0.1F), "SPK-3"},
+        {Losing(frames / 2), "SPK-16"}, // each second unit
+        {Losing(1), "SPK-16"},
+        {AtSpeed(0.5), "SPK-17"},
+        {On(HeardChannels::SWAPPED), "SPK-18"},
+        {On(HeardChannels::MIXED), "SPK-18"},
+        {AtLevel(-6), "SPK-19"},
+        {After(900), "SPK-20"},
+    };
+    for (const auto &[heard, clause] : faults) {
+        const HeardVerdict verdict = Compared(heard, Good());
+        EXPECT_THAT(ClausesOf(verdict), ElementsAre(clause));
+        EXPECT_EQ(verdict.excuse, "") << clause;
+    }
+}
+
+TEST(HeardControl, ExcusesFaultsThatControlHasAsWell)
+{
+    for (const HeardWatermark &heard :
+         {OnlyOther(0), OnlyOther(0.1F), AtSpeed(0.99), On(HeardChannels::SWAPPED), On(HeardChannels::MIXED),
+          AtLevel(-6), After(900)}) {
+        const std::vector<std::string> broken = Broken(heard);
+        ASSERT_THAT(broken, SizeIs(1));
+        const HeardVerdict verdict = Compared(heard, heard);
+        EXPECT_THAT(verdict.broken, IsEmpty()) << broken.front();
+        EXPECT_THAT(verdict.excuse, HasSubstr("this PC changes sound"));
+        EXPECT_THAT(verdict.excuse, HasSubstr(broken.front() + ": "));
+        EXPECT_THAT(verdict.excuse, HasSubstr("switch off"));
+    }
+}
+
+TEST(HeardControl, LeavesWorseFaults)
+{
+    const std::vector<std::pair<HeardWatermark, HeardWatermark>> faultsAndControls{
+        {OnlyOther(0), Losing(1)},
+        {OnlyOther(0), OnlyOther(0.1F)}, // silence, where another sound was heard
+        {OnlyOther(0.1F), Losing(frames / 2)},
+        {Losing(frames / 2), Losing(frames / 10)},
+        {AtSpeed(0.5), AtSpeed(0.998)},
+        {On(HeardChannels::SWAPPED), On(HeardChannels::MIXED)},
+        {AtLevel(-9), AtLevel(-3)},
+        {AtLevel(-6), OnlyOther(0)},
+    };
+    for (const auto &[heard, control] : faultsAndControls) {
+        EXPECT_THAT(ClausesOf(Compared(heard, control)), Eq(Broken(heard)));
+    }
+}
+
+TEST(HeardControl, NeverExcusesSingleFrames)
+{
+    HeardWatermark gap = Good();
+    gap.sound.gapsAtSeconds = {1.5, 2.5};
+    for (const HeardWatermark &heard : {Losing(2), Losing(frames / 2), gap}) {
+        const HeardVerdict verdict = Compared(heard, heard);
+        EXPECT_THAT(ClausesOf(verdict), ElementsAre("SPK-16"));
+        EXPECT_EQ(verdict.excuse, "");
+        EXPECT_THAT(verdict.warnings, Contains(HasSubstr("without the module, was damaged, too")));
+    }
+}
+
+TEST(HeardControl, ExcusesLevelThatIsAsFarOffAsControls)
+{
+    EXPECT_THAT(Compared(AtLevel(-6), AtLevel(-5.5)).broken, IsEmpty());
+    EXPECT_THAT(Compared(AtLevel(-1.2), AtLevel(-0.9)).broken, IsEmpty()); // only one is out of tolerance
+}
+
+TEST(HeardControl, ExcusesOnlyClausesThatControlBreaks)
+{
+    HeardWatermark heard = On(HeardChannels::SWAPPED);
+    heard.sound.levelDb = -6;
+    const HeardVerdict verdict = Compared(heard, On(HeardChannels::SWAPPED));
+    EXPECT_THAT(ClausesOf(verdict), ElementsAre("SPK-19"));
+    EXPECT_THAT(verdict.excuse, HasSubstr("SPK-18: "));
+    EXPECT_THAT(verdict.excuse, Not(HasSubstr("SPK-19")));
+}
+
+TEST(HeardControl, KeepsWarningsOfSound)
+{
+    EXPECT_THAT(Compared(After(500), Good()).warnings, SizeIs(1));
+    EXPECT_THAT(Compared(After(500), Losing(2)).warnings, SizeIs(2));
+}
+
+// ---- Both speakers
+
+TEST(HeardPair, AcceptsBothSounds)
+{
+    const HeardVerdict verdict = VerdictOn(HeardPair{Good(), frames - 8});
+    EXPECT_THAT(verdict.broken, IsEmpty());
+    EXPECT_EQ(verdict.excuse, "");
+}
+
+TEST(HeardPair, NamesSpeakerThatIsNotHeard)
+{
+    const auto only = [](const HeardPair &heard) {
+        const HeardVerdict verdict = VerdictOn(heard);
+        EXPECT_THAT(ClausesOf(verdict), ElementsAre("SPK-21"));
+        return verdict.broken.empty() ? "" : verdict.broken.front().text;
+    };
+    EXPECT_EQ(only({OnlyOther(0.1F), frames}), "nothing was heard of the call speaker");
+    EXPECT_EQ(only({Losing(3), frames}), "the call speaker: 3 of 200 frames are missing");
+    EXPECT_EQ(only({Good(), frames - 9}), "the media speaker was heard in 191 of 200 frames");
+    EXPECT_THAT(VerdictOn(HeardPair{OnlyOther(0), 0}).broken, SizeIs(2));
+}
+
+TEST(HeardPair, IsComparedWithControlForEachSpeaker)
+{
+    const HeardPair good{Good(), frames};
+    const HeardPair withoutTone{Good(), 0};
+    const HeardPair withoutWatermark{OnlyOther(0.1F), frames};
+    EXPECT_THAT(CompareWithControl(withoutTone, good).broken, SizeIs(1));
+    EXPECT_THAT(CompareWithControl(withoutTone, withoutWatermark).broken, SizeIs(1));
+    EXPECT_THAT(CompareWithControl(withoutTone, HeardPair{Good(), frames - 9}).broken, SizeIs(1));
+    EXPECT_THAT(CompareWithControl(withoutWatermark, withoutTone).broken, SizeIs(1));
+    EXPECT_THAT(CompareWithControl(withoutTone, withoutTone).broken, IsEmpty());
+    EXPECT_THAT(CompareWithControl(withoutTone, withoutTone).excuse, HasSubstr("SPK-21: the media speaker"));
+    EXPECT_THAT(CompareWithControl(withoutWatermark, withoutWatermark).broken, IsEmpty());
+    const HeardPair damaged{Losing(3), frames - 9};
+    EXPECT_THAT(CompareWithControl(damaged, damaged).broken, SizeIs(2));
+    EXPECT_THAT(CompareWithControl(damaged, damaged).warnings, SizeIs(1));
+}
+
+TEST(HeardControl, IsDisturbedByAudibleSamplesOnly)
+{
+    const std::vector<float> quiet{0, 0.0009F, -0.0009F};
+    const std::vector<float> loud{0, -0.002F};
+    EXPECT_TRUE(IsSilent(quiet));
+    EXPECT_TRUE(IsSilent({}));
+    EXPECT_FALSE(IsSilent(loud));
 }
 
 } // namespace

@@ -13,7 +13,8 @@ using namespace std::chrono_literals;
 using Kind = ProcessEnd::Kind;
 
 const Check ordinary{"speaker.order", 5, {"SPK-4", "SPK-5"}, 10s, nullptr};
-const Check lifecycle{"lifecycle.unload", 7, {"LIF-1"}, 10s, nullptr};
+const Check lifecycle{"lifecycle.unload", 7, {"LIF-1", "LIF-3"}, 10s, nullptr};
+const Check lifecycleBeforeEnd{"lifecycle.threads", 5, {"RES-2"}, 10s, nullptr};
 
 Journal Begun()
 {
@@ -33,7 +34,8 @@ Journal Completed()
 
 void AddFault(Journal &journal, bool isOfModule, bool isOfWine)
 {
-    journal.faults.push_back({"some.dll+0x10: access violation", isOfModule, isOfWine, journal.hasVerdict});
+    journal.faults.push_back(
+        {"some.dll+0x10: access violation", isOfModule, isOfWine, journal.hasVerdict, journal.hasEnded});
     journal.endsWithFault = true;
 }
 
@@ -188,6 +190,24 @@ TEST(ProcessResult, FaultOfModuleAfterVerdictFailsLifecycleCheck)
     const CheckResult result =
         ResultOf(lifecycle, WithFault(Completed(), true, false), Exited(accessViolation));
     EXPECT_EQ(result.outcome, Outcome::CRASHED);
+    EXPECT_EQ(BrokenIn(result), Clauses{"LIF-3"});
+}
+
+TEST(ProcessResult, FaultOfModuleAtEndWarnsInLifecycleCheckWithoutClauseOfEnd)
+{
+    const CheckResult result =
+        ResultOf(lifecycleBeforeEnd, WithFault(Completed(), true, false), Exited(accessViolation));
+    EXPECT_EQ(result.outcome, Outcome::WARNED);
+    ASSERT_EQ(result.warnings.size(), 1u);
+    EXPECT_NE(result.warnings[0].find("LIF-3"), std::string::npos);
+}
+
+TEST(ProcessResult, FaultOfModuleWhileFreedBreaksClausesOfLastStep)
+{
+    Journal freeing = Completed();
+    freeing.hasEnded = false;
+    const CheckResult result = ResultOf(lifecycle, WithFault(freeing, true, false), Exited(accessViolation));
+    EXPECT_EQ(result.outcome, Outcome::CRASHED);
     EXPECT_EQ(BrokenIn(result), Clauses{"SPK-4"});
 }
 
@@ -195,6 +215,28 @@ TEST(ProcessResult, FaultOfModuleThatProcessSurvivedFailsLifecycleCheck)
 {
     EXPECT_EQ(ResultOf(lifecycle, WithFault(Completed(), true, false), Exited(0)).outcome, Outcome::CRASHED);
     EXPECT_EQ(ResultOf(lifecycle, WithFault(Completed(), true, true), Exited(0)).outcome, Outcome::CRASHED);
+}
+
+TEST(ProcessResult, SurvivedFaultThatModuleOnlyCalledFailsLifecycleCheckAtEndOrUnderWine)
+{
+    Journal during = WithFault(Begun(), true, false);
+    during.faults.back().isOnStackOnly = true;
+    during.hasVerdict = during.hasEnded = true;
+    EXPECT_EQ(ResultOf(lifecycle, during, Exited(0)).outcome, Outcome::CRASHED);
+    EXPECT_EQ(ResultOf(lifecycle, during, Exited(0, false)).outcome, Outcome::PASSED);
+    EXPECT_EQ(ResultOf(lifecycle, during, Exited(1, false)).outcome, Outcome::CRASHED);
+    Journal atEnd = WithFault(Completed(), true, false);
+    atEnd.faults.back().isOnStackOnly = true;
+    EXPECT_EQ(ResultOf(lifecycle, atEnd, Exited(0, false)).outcome, Outcome::CRASHED);
+}
+
+TEST(ProcessResult, EndByWindowsForLockOfEndedThreadWarnsInLifecycleCheck)
+{
+    constexpr uint32_t threadIsTerminating = 0xC000004B;
+    EXPECT_EQ(ResultOf(lifecycle, Completed(), Exited(threadIsTerminating, false)).outcome, Outcome::WARNED);
+    Journal freeing = Completed();
+    freeing.hasEnded = false;
+    EXPECT_EQ(ResultOf(lifecycle, freeing, Exited(threadIsTerminating, false)).outcome, Outcome::CRASHED);
 }
 
 TEST(ProcessResult, FaultOfWineAfterVerdictWarnsInLifecycleCheck)

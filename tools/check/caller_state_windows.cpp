@@ -93,8 +93,13 @@ std::string ThreadAffinity()
 
 // ---- The process
 
+// In a process with threads in several processor groups, Windows reports a mask of 0. A new thread of the
+// module may be the first one in another group, so with several groups a changed mask proves nothing.
 std::string ProcessAffinity()
 {
+    if (GetActiveProcessorGroupCount() > 1) {
+        return "not compared: this system has several processor groups";
+    }
     DWORD_PTR process = 0;
     DWORD_PTR system = 0;
     GetProcessAffinityMask(GetCurrentProcess(), &process, &system);

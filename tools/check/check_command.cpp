@@ -231,12 +231,25 @@ int ExitCodeOf(const Run &run, const host::Interruption &interruption)
     }
 }
 
+// Refuses the whole run: the checks would examine other DLLs than the report names.
+int RefuseForeignDll(const std::string &foreignDll, bool json)
+{
+    return Output(program, json, std::string(reportSchema))
+        .Fail(host::EXIT_CHECK_BROKEN,
+              Format("{}: copy velto-host.exe, and those of its DLLs that are missing there, to the module's "
+                     "folder and run it from there",
+                     foreignDll));
+}
+
 int RunChecks(const CheckOptions &options, const std::vector<const Check *> &plan,
               const std::string &modulePath, int level, bool json)
 {
     const Output output(program, json);
     RunnerOptions runnerOptions;
     runnerOptions.module = ExistingModule(modulePath);
+    if (const std::string foreignDll = FindForeignDll(runnerOptions.module); !foreignDll.empty()) {
+        return RefuseForeignDll(foreignDll, json);
+    }
     runnerOptions.moduleArgument = modulePath;
     runnerOptions.seed = options.seed;
     runnerOptions.minutes = options.minutes;

@@ -17,6 +17,9 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr DWORD terminationMs = 10000; // a process that does not end within this time hangs in the system
+// Wine on a busy machine sometimes fails to start a process.
+constexpr int startAttempts = 3;
+constexpr DWORD startPauseMs = 1000;
 
 Handle OpenInheritable(const std::filesystem::path &file, DWORD access, DWORD creation)
 {
@@ -133,8 +136,11 @@ ProcessEnd RunChild(const ChildOrder &order, HANDLE interruption)
     if (!job) {
         return NotStarted("creating a job object");
     }
-    const auto begin = Clock::now();
-    const Started child = StartSuspended(order);
+    Started child = StartSuspended(order);
+    for (int left = startAttempts - 1; left > 0 && !child.process; --left) {
+        Sleep(startPauseMs);
+        child = StartSuspended(order);
+    }
     if (!child.process) {
         return NotStarted("starting the program");
     }
@@ -144,6 +150,7 @@ ProcessEnd RunChild(const ChildOrder &order, HANDLE interruption)
         TerminateProcess(child.process.get(), 1);
         return end;
     }
+    const auto begin = Clock::now();
     ResumeThread(child.thread.get());
     ProcessEnd end;
     end.isUnderWine = IsUnderWine();

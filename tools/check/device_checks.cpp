@@ -155,8 +155,9 @@ private:
 
 void FollowsDefaultMicrophone(Context &context)
 {
-    if (!context.environment.HasMicrophone()) {
-        context.Skip("there is no microphone");
+    const MicrophoneState state = context.environment.Microphone();
+    if (state != MicrophoneState::WORKS) {
+        context.Skip(MicrophoneProblem(state));
     }
     const DefaultDevices devices;
     const std::vector<ThreadInfo> before = ThreadsOfProcess();
@@ -164,7 +165,7 @@ void FollowsDefaultMicrophone(Context &context)
     microphone.Open();
     if (!ReadPacketWithin(microphone, 5s)) {
         microphone.Close();
-        context.Skip("the microphone delivers no packets: it may be muted");
+        context.Skip("the module delivers no units of the microphone, although the microphone has sound");
     }
     context.Step("records; choose another default microphone within 60 s", {"MIC-3", "MIC-9"});
     ChangePeriod period(context.environment.Now());

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,8 @@ using namespace std::chrono_literals;
 
 constexpr auto unmapTime = 2s; // more than the loader needs
 constexpr DWORD threadStartMs = 100;
+// Finds programs that write every second or more often. Each run waits for it.
+constexpr auto quietTime = 1s;
 
 // The DLLs that are loaded when a device is opened: Windows' audio client and Wine's drivers.
 constexpr std::array<const wchar_t *, 6> deviceDlls{L"audioses.dll",      L"winepulse.drv",
@@ -166,17 +169,34 @@ void UseEverything(const AudioHandlerTable &table)
     table.RegisterListener(nullptr); // refused, with a log line
 }
 
+// What happened meanwhile to each file and registry value, by its name.
+template <typename Action>
+std::map<std::string, std::string> ChangesDuring(WatchedFolders &folders, Action action)
+{
+    const std::vector<RegistryValue> registryBefore = ValuesOfModuleKeys();
+    folders.TakeChanges();
+    action();
+    std::map<std::string, std::string> changes = folders.TakeChanges();
+    changes.merge(ChangesOf(registryBefore, ValuesOfModuleKeys()));
+    return changes;
+}
+
+// Other programs of the platform may write to the module's folder and below its registry key. A file or value
+// that also changes without a call causes a warning. Not a failure, because another program may write it; not
+// ignored, because the module may write it in a check that runs at the same time.
 void WritesNoFiles(Context &context)
 {
-    const WatchedFolders folders(CurrentProcess());
-    const std::vector<RegistryValue> registryBefore = ValuesOfModuleKeys();
+    WatchedFolders folders(CurrentProcess());
+    const auto withoutCalls = ChangesDuring(folders, [&] { context.environment.Sleep(quietTime); });
     context.Step("calls every slot", {"HYG-2"});
-    UseEverything(context.table);
-    for (const std::string &change : folders.Changes()) {
-        context.Expect(false, "HYG-2", change);
-    }
-    for (const std::string &change : ChangesOf(registryBefore, ValuesOfModuleKeys())) {
-        context.Expect(false, "HYG-2", change);
+    const auto withCalls = ChangesDuring(folders, [&] { UseEverything(context.table); });
+    for (const auto &[name, change] : withCalls) {
+        const std::string text = fmt::format("{} {}", change, name);
+        if (withoutCalls.contains(name)) {
+            context.Warn(text + ": it changed before the first call, too, so another program may write it");
+        } else {
+            context.Expect(false, "HYG-2", text);
+        }
     }
 }
 

@@ -3,21 +3,27 @@
 #include <windows.h>
 
 #include <audioclient.h>
+#include <endpointvolume.h>
 #include <mmdeviceapi.h>
 #include <objbase.h>
 #include <wrl/client.h>
 
+#include <chrono>
 #include <new>
 #include <thread>
 
+#include "check/default_endpoint.h"
 #include "check/caller_state_windows.h"
 
 namespace velto::check {
 namespace {
 
+using namespace std::chrono_literals;
 using Microsoft::WRL::ComPtr;
 
 constexpr REFERENCE_TIME probeBuffer = 2'000'000; // 200 ms in units of 100 ns
+constexpr auto longestWaitForSound = 5s;          // a headset that wakes up needs up to three
+constexpr auto poll = 3ms;
 
 size_t PageBytes()
 {
@@ -81,41 +87,102 @@ private:
     bool m_access = true;
 };
 
-bool OpensInSharedMode(IAudioClient &client)
+// An initialised client of the endpoint; null if the endpoint cannot be opened.
+ComPtr<IAudioClient> OpenInSharedMode(IMMDevice &device)
 {
-    WAVEFORMATEX *format = nullptr;
-    if (FAILED(client.GetMixFormat(&format)) || format == nullptr) {
-        return false;
-    }
-    const HRESULT result = client.Initialize(AUDCLNT_SHAREMODE_SHARED, 0, probeBuffer, 0, format, nullptr);
-    CoTaskMemFree(format);
-    return SUCCEEDED(result);
-}
-
-// On a thread in an apartment.
-bool OpensDefaultEndpoint(EDataFlow flow)
-{
-    ComPtr<IMMDeviceEnumerator> enumerator;
-    ComPtr<IMMDevice> device;
     ComPtr<IAudioClient> client;
-    return SUCCEEDED(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                                      __uuidof(IMMDeviceEnumerator), &enumerator)) &&
-           SUCCEEDED(enumerator->GetDefaultAudioEndpoint(flow, eConsole, &device)) &&
-           SUCCEEDED(device->Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, &client)) &&
-           OpensInSharedMode(*client.Get());
+    WAVEFORMATEX *format = nullptr;
+    if (FAILED(device.Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, &client)) ||
+        FAILED(client->GetMixFormat(&format)) || format == nullptr) {
+        return nullptr;
+    }
+    const HRESULT result = client->Initialize(AUDCLNT_SHAREMODE_SHARED, 0, probeBuffer, 0, format, nullptr);
+    CoTaskMemFree(format);
+    return SUCCEEDED(result) ? client : nullptr;
 }
 
-bool HasEndpoint(EDataFlow flow)
+bool IsMuted(IMMDevice &device)
 {
-    bool opens = false;
-    std::thread probe([&opens, flow] {
+    ComPtr<IAudioEndpointVolume> volume;
+    BOOL mute = FALSE;
+    return SUCCEEDED(device.Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr, &volume)) &&
+           SUCCEEDED(volume->GetMute(&mute)) && mute != FALSE;
+}
+
+// Takes the packets that wait. Returns whether one of them was not flagged as silent; zeros without the flag
+// are sound, for a module too.
+bool TakesSound(IAudioCaptureClient &capture)
+{
+    BYTE *data = nullptr;
+    UINT32 frames = 0;
+    DWORD flags = 0;
+    while (capture.GetBuffer(&data, &frames, &flags, nullptr, nullptr) == S_OK && frames != 0) {
+        capture.ReleaseBuffer(frames);
+        if ((flags & AUDCLNT_BUFFERFLAGS_SILENT) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool TakesSoundInTime(IAudioCaptureClient &capture)
+{
+    const auto end = std::chrono::steady_clock::now() + longestWaitForSound;
+    while (std::chrono::steady_clock::now() < end) {
+        if (TakesSound(capture)) {
+            return true;
+        }
+        std::this_thread::sleep_for(poll);
+    }
+    return false;
+}
+
+MicrophoneState Record(IAudioClient &client)
+{
+    ComPtr<IAudioCaptureClient> capture;
+    if (FAILED(client.GetService(__uuidof(IAudioCaptureClient), &capture)) || FAILED(client.Start())) {
+        return MicrophoneState::CANNOT_OPEN;
+    }
+    const bool hasSound = TakesSoundInTime(*capture.Get());
+    client.Stop();
+    return hasSound ? MicrophoneState::WORKS : MicrophoneState::NO_SOUND;
+}
+
+// Examines mute first, because a muted endpoint opens and delivers packets. This function and the next one
+// need a thread in a COM apartment.
+MicrophoneState ProbeMicrophone()
+{
+    ComPtr<IMMDevice> device;
+    if (FAILED(FindDefaultEndpoint(eCapture, &device))) {
+        return MicrophoneState::MISSING;
+    }
+    if (IsMuted(*device.Get())) {
+        return MicrophoneState::MUTED;
+    }
+    const ComPtr<IAudioClient> client = OpenInSharedMode(*device.Get());
+    return client != nullptr ? Record(*client.Get()) : MicrophoneState::CANNOT_OPEN;
+}
+
+bool OpensLoudspeaker()
+{
+    ComPtr<IMMDevice> device;
+    return SUCCEEDED(FindDefaultEndpoint(eRender, &device)) && OpenInSharedMode(*device.Get()) != nullptr;
+}
+
+// Calls `probe` on a new thread in the multi-threaded apartment. Returns `otherwise` if the thread cannot
+// enter the apartment.
+template <typename Result>
+Result InApartment(Result (*probe)(), Result otherwise)
+{
+    Result result = otherwise;
+    std::thread thread([&result, probe] {
         if (SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
-            opens = OpensDefaultEndpoint(flow);
+            result = probe();
             CoUninitialize();
         }
     });
-    probe.join();
-    return opens;
+    thread.join();
+    return result;
 }
 
 } // namespace
@@ -142,12 +209,14 @@ std::chrono::steady_clock::time_point WindowsEnvironment::Now() const
 
 bool WindowsEnvironment::HasLoudspeaker() const
 {
-    return HasEndpoint(eRender);
+    return InApartment(OpensLoudspeaker, false);
 }
 
-bool WindowsEnvironment::HasMicrophone() const
+MicrophoneState WindowsEnvironment::Microphone() const
 {
-    return HasEndpoint(eCapture);
+    std::call_once(m_microphoneProbed,
+                   [this] { m_microphone = InApartment(ProbeMicrophone, MicrophoneState::MISSING); });
+    return m_microphone;
 }
 
 bool WindowsEnvironment::Enter(ComApartment apartment)

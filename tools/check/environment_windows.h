@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 
 #include "check/portable/com_apartments.h"
 #include "check/portable/environment.h"
@@ -22,12 +23,18 @@ public:
     std::chrono::steady_clock::time_point Now() const override;
 
     // Whether the default endpoint of the console role can be opened in shared mode. Opens it for a moment,
-    // on a thread of its own, so that the caller's apartment does not matter.
+    // on a new thread, so that the caller's apartment does not matter.
     bool HasLoudspeaker() const override;
-    bool HasMicrophone() const override;
+    // Likewise, and records until a packet is not flagged as silent, for five seconds at most. Later calls
+    // return the first result.
+    MicrophoneState Microphone() const override;
 
     bool Enter(ComApartment apartment) override;
     void Leave() override;
+
+private:
+    mutable std::once_flag m_microphoneProbed;
+    mutable MicrophoneState m_microphone = MicrophoneState::MISSING;
 };
 
 } // namespace velto::check

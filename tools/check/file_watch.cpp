@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <utility>
+
 #include "velto-host/windows_text.h"
 
 namespace velto::check {
@@ -57,23 +59,24 @@ WatchedFolders::Files WatchedFolders::Read() const
     return files;
 }
 
-std::vector<std::string> WatchedFolders::Changes() const
+std::map<std::string, std::string> WatchedFolders::TakeChanges()
 {
-    std::vector<std::string> changes;
-    const Files after = Read();
+    std::map<std::string, std::string> changes;
+    Files after = Read();
     for (const auto &[path, state] : after) {
         const auto old = m_before.find(path);
         if (old == m_before.end()) {
-            changes.push_back("new file " + Name(path));
+            changes[Name(path)] = "new file";
         } else if (old->second != state) {
-            changes.push_back("changed file " + Name(path));
+            changes[Name(path)] = "changed file";
         }
     }
     for (const auto &[path, state] : m_before) {
         if (!after.contains(path)) {
-            changes.push_back("deleted file " + Name(path));
+            changes[Name(path)] = "deleted file";
         }
     }
+    m_before = std::move(after);
     return changes;
 }
 

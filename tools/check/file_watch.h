@@ -21,9 +21,10 @@ public:
     WatchedFolders(const WatchedFolders &) = delete;
     WatchedFolders &operator=(const WatchedFolders &) = delete;
 
-    // A sentence for each file that is new, has changed or is gone since the constructor: in the current
-    // folder, in the folder for temporary files and in the module's folder. Log files (*.log) do not count.
-    std::vector<std::string> Changes() const;
+    // What happened to each file, by its path, since the previous call or the constructor: "new file",
+    // "changed file" or "deleted file". Watches the current folder, the folder for temporary files and the
+    // module's folder. Log files (*.log) do not count.
+    std::map<std::string, std::string> TakeChanges();
 
 private:
     struct FileState {

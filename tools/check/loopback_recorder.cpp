@@ -18,6 +18,7 @@
 
 #include <fmt/format.h>
 
+#include "check/default_endpoint.h"
 #include "check/portable/sound_timeline.h"
 #include "velto-host/com_apartment.h"
 #include "velto-host/windows_text.h"
@@ -30,8 +31,8 @@ using Microsoft::WRL::ComPtr;
 constexpr REFERENCE_TIME bufferTime = 10'000'000; // 1 s in units of 100 ns: a busy PC delays this thread
 constexpr DWORD pollMs = 10;                      // before Windows 10 1703, a loopback client gets no events
 
-// Systems without loopback differ in the call that refuses it: Wine 8 accepts the flag, and then has no
-// packets.
+// Systems without loopback differ in the call that refuses it: Wine 8 accepts the flag, and refuses the
+// capture client.
 void ThrowIfFailed(HRESULT result, const char *step)
 {
     if (result == AUDCLNT_E_WRONG_ENDPOINT_TYPE) {
@@ -45,12 +46,8 @@ void ThrowIfFailed(HRESULT result, const char *step)
 
 ComPtr<IMMDevice> DefaultLoudspeaker()
 {
-    ComPtr<IMMDeviceEnumerator> enumerator;
-    ThrowIfFailed(CoCreateInstance(__uuidof(MMDeviceEnumerator), nullptr, CLSCTX_ALL,
-                                   __uuidof(IMMDeviceEnumerator), &enumerator),
-                  "cannot create the device enumerator");
     ComPtr<IMMDevice> device;
-    ThrowIfFailed(enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device), "there is no loudspeaker");
+    ThrowIfFailed(FindDefaultEndpoint(eRender, &device), "cannot find the default loudspeaker");
     return device;
 }
 
@@ -116,8 +113,9 @@ public:
             }
             const bool isSilent = (flags & AUDCLNT_BUFFERFLAGS_SILENT) != 0;
             const bool isDiscontinuous = (flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) != 0;
-            timeline.Add({position, time, frames, isDiscontinuous,
-                          isSilent ? nullptr : reinterpret_cast<const float *>(data)});
+            const bool isTimeWrong = (flags & AUDCLNT_BUFFERFLAGS_TIMESTAMP_ERROR) != 0;
+            timeline.Add({position, isTimeWrong ? std::nullopt : std::optional<uint64_t>(time), frames,
+                          isDiscontinuous, isSilent ? nullptr : reinterpret_cast<const float *>(data)});
             ThrowIfFailed(m_capture->ReleaseBuffer(frames), "the loudspeaker was lost during the recording");
         }
     }

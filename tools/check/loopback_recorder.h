@@ -14,8 +14,7 @@
 
 namespace velto::check {
 
-// Loopback recording is not possible here; the text is the reason. Wine 8 has no loopback mode: there,
-// Initialize returns AUDCLNT_E_WRONG_ENDPOINT_TYPE.
+// Loopback recording is not possible here; the text is the reason. Wine 10 has the loopback mode, Wine 8 not.
 class LoopbackError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -24,7 +23,7 @@ struct LoopbackRecording {
     uint32_t rateHz = 0;
     uint32_t channels = 0;
     std::vector<float> interleaved;
-    // The performance counter at the first sample, in units of 100 ns; 0: no packet came.
+    // The performance counter at the first sample, in units of 100 ns; 0: no packet with a time came.
     uint64_t beganAt = 0;
     bool isMuted = false; // this program, or the loudspeaker
     // The levels at which this program's sound may be in the recording, in dB: with its volume, and also with

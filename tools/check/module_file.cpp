@@ -17,7 +17,8 @@ ModuleFile::ModuleFile(const std::string &path)
                               LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32))
 {
     if (m_handle == nullptr) {
-        throw ModuleFileError("LIF-5", "cannot load " + path + ": " + host::SystemErrorText(GetLastError()));
+        const DWORD error = GetLastError();
+        throw ModuleFileError("LIF-5", "cannot load " + path + ": " + host::SystemErrorText(error), error);
     }
     // The cast through void * avoids a warning about the different function type of GetProcAddress.
     m_entry = reinterpret_cast<VeltoGetAudioHandlerFunction>(

@@ -15,15 +15,18 @@ namespace velto::check {
 // The DLL, a DLL that it needs, or its entry is missing, or the entry returned an error.
 class ModuleFileError : public std::runtime_error {
 public:
-    // `clause`: the one that the module breaks; a literal.
-    ModuleFileError(std::string_view clause, const std::string &text)
-        : std::runtime_error(text), m_clause(clause)
+    // `clause`: the one that the module breaks; a literal. `systemError`: why Windows did not load the DLL; 0
+    // for another reason.
+    ModuleFileError(std::string_view clause, const std::string &text, DWORD systemError = 0)
+        : std::runtime_error(text), m_clause(clause), m_systemError(systemError)
     {
     }
     std::string_view Clause() const { return m_clause; }
+    DWORD SystemError() const { return m_systemError; }
 
 private:
     std::string_view m_clause;
+    DWORD m_systemError;
 };
 
 // Loads the DLL as hosts are asked to: Windows searches for the DLLs that it needs in the module's own folder

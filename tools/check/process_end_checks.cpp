@@ -92,7 +92,8 @@ void EndsIn(Context &context, std::string_view situation)
             context.Expect(false, "LIF-3", ending.reason);
             return;
         case Blame::UNKNOWN:
-            context.Warn(ending.reason + fmt::format(" (attempt {}; Wine does this, too)", attempt));
+            context.Warn(ending.reason +
+                         fmt::format(" (attempt {}; other code in the process can cause this)", attempt));
         }
     }
     context.Expect(false, "LIF-3", fmt::format("none of {} processes ended with its exit code", attempts));

@@ -109,20 +109,19 @@ std::vector<RegistryValue> ValuesOfModuleKeys()
     return values;
 }
 
-std::vector<std::string> ChangesOf(const std::vector<RegistryValue> &before,
-                                   const std::vector<RegistryValue> &after)
+std::map<std::string, std::string> ChangesOf(const std::vector<RegistryValue> &before,
+                                             const std::vector<RegistryValue> &after)
 {
-    std::vector<std::string> changes;
+    std::map<std::string, std::string> changes;
     for (const RegistryValue &value : after) {
         const RegistryValue *old = Find(before, value.name);
         if (old == nullptr || old->data != value.data) {
-            changes.push_back((old == nullptr ? "new registry value " : "changed registry value ") +
-                              value.name);
+            changes[value.name] = old == nullptr ? "new registry value" : "changed registry value";
         }
     }
     for (const RegistryValue &value : before) {
         if (Find(after, value.name) == nullptr) {
-            changes.push_back("deleted registry value " + value.name);
+            changes[value.name] = "deleted registry value";
         }
     }
     return changes;

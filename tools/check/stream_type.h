@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,8 +21,9 @@ struct RegistryValue {
 // Other programs of the platform write there, too.
 std::vector<RegistryValue> ValuesOfModuleKeys();
 
-// A sentence for each value that is new, has changed or is gone.
-std::vector<std::string> ChangesOf(const std::vector<RegistryValue> &before,
-                                   const std::vector<RegistryValue> &after);
+// What happened to each value, by its name: "new registry value", "changed registry value" or "deleted
+// registry value".
+std::map<std::string, std::string> ChangesOf(const std::vector<RegistryValue> &before,
+                                             const std::vector<RegistryValue> &after);
 
 } // namespace velto::check

@@ -74,13 +74,13 @@ void ReadMeasured(Journal &journal, const Json &event)
 void ReadFault(Journal &journal, const Json &event)
 {
     journal.faults.push_back(
-        {event.at("place"), event.at("ofModule"), event.at("ofWine"), journal.hasVerdict});
+        {event.at("place"), event.at("ofModule"), event.at("ofWine"), journal.hasVerdict, journal.hasEnded});
 }
 
 void ReadFaultStack(Journal &journal, const Json &event)
 {
     if (!journal.faults.empty()) {
-        journal.faults.back().isOfModule = event.at("ofModule");
+        journal.faults.back().isOfModule = journal.faults.back().isOnStackOnly = event.at("ofModule");
     }
 }
 

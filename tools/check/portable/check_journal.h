@@ -52,6 +52,8 @@ struct FaultRecord {
     bool isOfModule = false; // the module's code raised it, or was on the thread's stack
     bool isOfWine = false;   // the code that raised it is a DLL of Wine
     bool isAfterVerdict = false;
+    bool isAtEnd = false;       // the process was ending
+    bool isOnStackOnly = false; // of the module, but raised by other code that it called
 };
 
 // The line of a fault, and the line that is added once the module was found on the stack. A process that

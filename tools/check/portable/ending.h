@@ -13,7 +13,7 @@ enum class Blame {
     NOBODY,  // the process ended with its own exit code, and nothing crashed
     WINE,    // a crash in Wine's own code, with no code of the module on the stack
     MODULE,  // all other ends
-    UNKNOWN, // under Wine, an end without any trace
+    UNKNOWN, // an end that other code in the process can cause, too: the end is repeated
 };
 
 // A verdict on one end, with the reason as a sentence.
@@ -23,8 +23,8 @@ struct Ending {
 };
 
 // `journal` and `end` are those of a process that was to end with `expectedCode`, and whose last step before
-// its end is `lastStep`. Faults of the module count even if the process survived them: under Wine, the loader
-// continues after a crash in DllMain.
+// its end is `lastStep`. Faults of the module count even if the process survived them: the loader may
+// continue after a crash in DllMain.
 Ending ExamineEnd(const Journal &journal, const ProcessEnd &end, uint32_t expectedCode,
                   const std::string &lastStep);
 

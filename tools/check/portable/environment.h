@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string_view>
 
 #include "check/portable/caller_state.h"
 #include "velto/audio_handler.h"
@@ -22,6 +23,34 @@ public:
     virtual void AllowAccess(bool allow) = 0; // false: every access faults
 };
 
+// Whether the default microphone can be recorded; if not, the reason.
+enum class MicrophoneState {
+    WORKS,
+    MISSING,     // the system has no microphone
+    CANNOT_OPEN, // there is one, and opening or starting it fails
+    MUTED,       // its endpoint is muted, so a module delivers no units
+    NO_SOUND,    // each of its packets is flagged as silent, or none comes
+};
+
+// The reason in words for the report. Empty for a microphone that works.
+inline std::string_view MicrophoneProblem(MicrophoneState state)
+{
+    switch (state) {
+    case MicrophoneState::WORKS:
+        break;
+    case MicrophoneState::MISSING:
+        return "this system has no microphone";
+    case MicrophoneState::CANNOT_OPEN:
+        return "the default microphone cannot be opened: another program may use it exclusively, or the "
+               "privacy settings forbid it";
+    case MicrophoneState::MUTED:
+        return "the default microphone is muted";
+    case MicrophoneState::NO_SOUND:
+        return "the default microphone delivers no sound";
+    }
+    return "";
+}
+
 class Environment {
 public:
     virtual ~Environment() = default;
@@ -32,9 +61,11 @@ public:
     virtual void Sleep(std::chrono::milliseconds time) = 0;
     virtual std::chrono::steady_clock::time_point Now() const = 0;
 
-    // Whether this environment has a loudspeaker or a microphone that works.
+    // Whether this environment has a loudspeaker that works.
     virtual bool HasLoudspeaker() const = 0;
-    virtual bool HasMicrophone() const = 0;
+    // The first call may take seconds if no sound comes.
+    virtual MicrophoneState Microphone() const = 0;
+    bool HasMicrophone() const { return Microphone() == MicrophoneState::WORKS; }
 };
 
 } // namespace velto::check

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -15,6 +17,7 @@ constexpr double longestDelayMs = 727;     // of SPK-20
 constexpr double usualDelayMs = 300;       // of SPK-20
 constexpr double soundSystemDelayMs = 100; // of Windows' mixer and driver, generously
 constexpr size_t mostGapsNamed = 5;
+constexpr size_t mostFramesWithoutTone = 8; // at its begin and end, which the recording cuts somewhere
 
 // The clauses of one recording as they are collected.
 class Examination {
@@ -135,11 +138,161 @@ std::string GapsText(const std::vector<double> &gapsAtSeconds)
     return text;
 }
 
+bool IsInaudible(const HeardSound &sound)
+{
+    return PeakOf(sound) < audiblePeak;
+}
+
+// Whether neither sound has a frame that can be recognised. Single lost frames are no excuse: losses of a
+// busy PC in the control would hide losses of the module.
+bool IsUnheardAlike(const HeardSound &sound, const HeardSound &control)
+{
+    return sound.framesHeard == 0 && control.framesHeard == 0 && IsInaudible(control) == IsInaudible(sound);
+}
+
+void WarnOfDamagedControl(HeardVerdict &verdict, const HeardSound &control)
+{
+    const std::string faults = FaultsOfSequence(control);
+    if (control.framesHeard > 0 && !faults.empty()) {
+        verdict.warnings.push_back(fmt::format(
+            "the checker's own sound, played without the module, was damaged, too ({}): repeat the "
+            "check on an idle PC",
+            faults));
+    }
+}
+
+bool Breaks(const HeardVerdict &verdict, const std::string &clause)
+{
+    return std::ranges::any_of(verdict.broken,
+                               [&](const BrokenClause &broken) { return broken.clause == clause; });
+}
+
+// Whether the control explains a clause that `heard` breaks.
+bool IsExplained(const std::string &clause, const HeardWatermark &heard, const HeardWatermark &control,
+                 const HeardVerdict &ofControl)
+{
+    if (clause == "SPK-3" || clause == "SPK-16") {
+        return IsUnheardAlike(heard.sound, control.sound);
+    }
+    if (control.sound.framesHeard == 0) { // nothing else is known about the control
+        return false;
+    }
+    if (clause == "SPK-17") {
+        return Breaks(ofControl, clause) &&
+               std::abs(heard.sound.speed - control.sound.speed) <= mostSpeedError;
+    }
+    if (clause == "SPK-18") {
+        return heard.channels == control.channels;
+    }
+    if (clause == "SPK-19") {
+        return std::abs(heard.sound.levelDb - control.sound.levelDb) <= mostLevelErrorDb;
+    }
+    return Breaks(ofControl, clause);
+}
+
+// Collects what remains and what is excused.
+class Comparison {
+public:
+    void Add(BrokenClause broken, bool isExplained)
+    {
+        (isExplained ? m_excused : m_verdict.broken).push_back(std::move(broken));
+    }
+
+    HeardVerdict Take()
+    {
+        if (!m_excused.empty()) {
+            std::string faults;
+            for (const BrokenClause &broken : m_excused) {
+                faults += fmt::format("{}{}: {}", faults.empty() ? "" : "; ", broken.clause, broken.text);
+            }
+            m_verdict.excuse = fmt::format(
+                "this PC changes sound: the checker's own sound, played without the module, had the same "
+                "faults "
+                "({}); switch off the loudspeaker's audio enhancements, spatial sound and mono audio, close "
+                "other programs, and repeat the check",
+                faults);
+        }
+        return std::move(m_verdict);
+    }
+
+private:
+    HeardVerdict m_verdict;
+    std::vector<BrokenClause> m_excused;
+};
+
+// What is wrong with one sound of a pair. Empty: nothing.
+std::string FaultOfWatermark(const HeardPair &heard)
+{
+    const HeardSound &sound = heard.watermark.sound;
+    if (sound.framesHeard == 0) {
+        return "nothing was heard of the call speaker";
+    }
+    const std::string faults = FaultsOfSequence(sound);
+    return faults.empty() ? "" : "the call speaker: " + faults;
+}
+
+uint32_t FramesWithoutTone(const HeardPair &heard)
+{
+    const uint32_t sent = heard.watermark.sound.framesSent;
+    return sent - std::min(sent, heard.framesWithTone);
+}
+
+std::string FaultOfTone(const HeardPair &heard)
+{
+    return FramesWithoutTone(heard) > mostFramesWithoutTone
+               ? fmt::format("the media speaker was heard in {} of {} frames", heard.framesWithTone,
+                             heard.watermark.sound.framesSent)
+               : "";
+}
+
+// Without a control, nothing is excused.
+HeardVerdict VerdictOnPair(const HeardPair &heard, const HeardPair *control)
+{
+    Comparison comparison;
+    if (std::string fault = FaultOfWatermark(heard); !fault.empty()) {
+        comparison.Add({"SPK-21", std::move(fault)},
+                       control != nullptr && IsUnheardAlike(heard.watermark.sound, control->watermark.sound));
+    }
+    if (std::string fault = FaultOfTone(heard); !fault.empty()) {
+        comparison.Add({"SPK-21", std::move(fault)},
+                       control != nullptr && heard.framesWithTone == 0 && control->framesWithTone == 0);
+    }
+    return comparison.Take();
+}
+
 } // namespace
 
 HeardVerdict VerdictOn(const HeardWatermark &heard, const HeardConditions &conditions)
 {
     return Examination(heard, conditions).Take();
+}
+
+HeardVerdict VerdictOn(const HeardPair &heard)
+{
+    return VerdictOnPair(heard, nullptr);
+}
+
+HeardVerdict CompareWithControl(const HeardWatermark &heard, const HeardConditions &conditions,
+                                const HeardWatermark &control, const HeardConditions &ofControl)
+{
+    HeardVerdict verdict = VerdictOn(heard, conditions);
+    const HeardVerdict controlVerdict = VerdictOn(control, ofControl);
+    Comparison comparison;
+    for (BrokenClause &broken : verdict.broken) {
+        const bool isExplained = IsExplained(broken.clause, heard, control, controlVerdict);
+        comparison.Add(std::move(broken), isExplained);
+    }
+    HeardVerdict compared = comparison.Take();
+    compared.warnings = std::move(verdict.warnings);
+    WarnOfDamagedControl(compared, control.sound);
+    return compared;
+}
+
+HeardVerdict CompareWithControl(const HeardPair &heard, const HeardPair &control)
+{
+    HeardVerdict compared = VerdictOnPair(heard, &control);
+    WarnOfDamagedControl(compared, control.watermark.sound);
+    return compared;
 }
 
 std::string FaultsOfSequence(const HeardSound &sound)
@@ -159,6 +312,11 @@ std::string FaultsOfSequence(const HeardSound &sound)
         add(fmt::format("the sound has gaps in the recording at {}", GapsText(sound.gapsAtSeconds)));
     }
     return text;
+}
+
+bool IsSilent(std::span<const float> samples)
+{
+    return std::ranges::all_of(samples, [](float sample) { return std::abs(sample) < audiblePeak; });
 }
 
 float PeakOf(const HeardSound &sound)

@@ -1,7 +1,9 @@
 // Which clauses a recording of the watermark breaks.
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,11 +24,35 @@ struct HeardConditions {
 struct HeardVerdict {
     std::vector<BrokenClause> broken; // in the order of the clauses
     std::vector<std::string> warnings;
+    // Why other clauses, which the sound broke, say nothing about the module: this PC caused it. Empty
+    // without such clauses. See CompareWithControl.
+    std::string excuse;
 };
 
 // Of a whole watermark, sent at its pace to started speakers: SPK-3, SPK-16 to SPK-20. A sound that was not
 // heard breaks one clause alone, because nothing is known about the others.
 HeardVerdict VerdictOn(const HeardWatermark &heard, const HeardConditions &conditions);
+
+// The call speaker's watermark and the media speaker's tone, heard at the same time.
+struct HeardPair {
+    HeardWatermark watermark;
+    uint32_t framesWithTone = 0; // of watermark.sound.framesSent
+};
+
+// SPK-21.
+HeardVerdict VerdictOn(const HeardPair &heard);
+
+// The control is the same sound, as long, played and recorded on the same PC without the module. Effects of a
+// driver or of Windows change both alike, for example audio enhancements, spatial sound or mono audio.
+// Clauses that the control breaks in the same way and to a similar extent are excused, because they say
+// nothing about the module; a worse fault of the module remains. Single lost frames are not excused: a busy
+// PC loses others each time. A warning then says that the control was damaged, too.
+HeardVerdict CompareWithControl(const HeardWatermark &heard, const HeardConditions &conditions,
+                                const HeardWatermark &control, const HeardConditions &ofControl);
+HeardVerdict CompareWithControl(const HeardPair &heard, const HeardPair &control);
+
+// Whether all samples are below the level at which a recording is called silent.
+bool IsSilent(std::span<const float> samples);
 
 // "3 of 220 frames are missing, ..., at 2.13 s, ...": what is wrong with the sequence of frames. Empty if
 // nothing is.

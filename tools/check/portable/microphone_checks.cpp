@@ -31,8 +31,9 @@ constexpr int mostReads = 5000;      // ends loops if the clock does not run
 
 void NeedMicrophone(Context &context)
 {
-    if (!context.environment.HasMicrophone()) {
-        context.Skip("this system has no microphone");
+    const MicrophoneState state = context.environment.Microphone();
+    if (state != MicrophoneState::WORKS) {
+        context.Skip(MicrophoneProblem(state));
     }
 }
 
@@ -210,7 +211,8 @@ void CheckReadsWithoutBuffer(Context &context)
 
 void CheckMissingMicrophone(Context &context)
 {
-    if (context.environment.HasMicrophone()) {
+    // A microphone that cannot be used now may be usable a moment later, so it does not count as missing.
+    if (context.environment.Microphone() != MicrophoneState::MISSING) {
         context.Skip("this system has a microphone");
     }
     Recording recording(context, VELTO_ID_MIC);

@@ -1,11 +1,17 @@
 #include "check/portable/process_result.h"
 
 #include <algorithm>
+#include <functional>
 
 #include <fmt/format.h>
 
 namespace velto::check {
 namespace {
+
+constexpr std::string_view clauseOfProcessEnd = "LIF-3";
+// At the end of a process, Windows ends all threads but one. A DLL that then waits for a lock of an ended
+// thread, which may be any DLL of the process, makes Windows end the process with this code.
+constexpr uint32_t threadIsTerminating = 0xC000004B;
 
 // Codes of Windows' exceptions, such as 0xC0000005, are known by their hexadecimal form.
 std::string ExitCodeText(uint32_t code)
@@ -19,21 +25,36 @@ void Break(CheckResult &result, const Journal &journal, Outcome outcome, const s
     result.outcome = outcome;
     result.lastStep = journal.lastStep;
     for (const std::string &clause : journal.lastStepClauses) {
-        result.broken.push_back({clause, text});
+        result.broken.push_back({clause, fmt::format("{} in the step \"{}\"", text, journal.lastStep)});
     }
 }
 
-void Crash(CheckResult &result, const Journal &journal, const std::string &fault)
+void BreakAtEnd(CheckResult &result, Outcome outcome, const std::string &text)
 {
-    result.fault = fault;
-    Break(result, journal, Outcome::CRASHED,
-          fmt::format("the process crashed ({}) in the step \"{}\"", fault, journal.lastStep));
+    const std::string atEnd = text + " at the end of the process";
+    if (std::find(result.clauses.begin(), result.clauses.end(), clauseOfProcessEnd) == result.clauses.end()) {
+        result.warnings.push_back(
+            fmt::format("{}; the checks of {} examine this", atEnd, clauseOfProcessEnd));
+        return;
+    }
+    result.outcome = outcome;
+    result.broken.push_back({std::string(clauseOfProcessEnd), atEnd});
 }
 
-void Hang(CheckResult &result, const Journal &journal, const ProcessEnd &end)
+std::string HangText(const ProcessEnd &end)
 {
-    Break(result, journal, Outcome::HUNG,
-          fmt::format("no end after {:.0f} s, in the step \"{}\"", end.seconds, journal.lastStep));
+    return fmt::format("no end after {:.0f} s", end.seconds);
+}
+
+void Crash(CheckResult &result, const Journal &journal, const std::string &fault, bool isAtEnd)
+{
+    result.fault = fault;
+    const std::string text = fmt::format("the process crashed ({})", fault);
+    if (isAtEnd) {
+        BreakAtEnd(result, Outcome::CRASHED, text);
+    } else {
+        Break(result, journal, Outcome::CRASHED, text);
+    }
 }
 
 void Fail(CheckResult &result, const std::string &reason)
@@ -46,12 +67,13 @@ void EndBeforeVerdict(CheckResult &result, const Journal &journal, const Process
 {
     // A process that crashed may also reach the time limit, while the system reports the crash.
     if (end.kind == ProcessEnd::Kind::TIMED_OUT && !journal.endsWithFault) {
-        Hang(result, journal, end);
+        Break(result, journal, Outcome::HUNG, HangText(end));
         return;
     }
     Crash(result, journal,
           journal.endsWithFault ? journal.faults.back().place
-                                : "ended without a crash, with " + ExitCodeText(end.exitCode));
+                                : "ended without a crash, with " + ExitCodeText(end.exitCode),
+          false);
 }
 
 bool IsOfLifecycle(const Check &check)
@@ -70,7 +92,7 @@ Outcome OutcomeOf(const CheckResult &result, const Journal &journal)
     return result.warnings.empty() ? Outcome::PASSED : Outcome::WARNED;
 }
 
-const FaultRecord *FindFault(const Journal &journal, bool (*isIt)(const FaultRecord &))
+const FaultRecord *FindFault(const Journal &journal, const std::function<bool(const FaultRecord &)> &isIt)
 {
     const auto found = std::find_if(journal.faults.begin(), journal.faults.end(), isIt);
     return found != journal.faults.end() ? &*found : nullptr;
@@ -84,25 +106,31 @@ std::string WhereItEnded(const Journal &journal)
 // The process of a check of the lifecycle, after the verdict.
 void EndLifecycle(CheckResult &result, const Journal &journal, const ProcessEnd &end)
 {
-    const FaultRecord *ofModule =
-        FindFault(journal, [](const FaultRecord &fault) { return fault.isOfModule; });
+    const bool isGoodEnd = end.kind == ProcessEnd::Kind::EXITED && end.exitCode == 0;
+    const FaultRecord *ofModule = FindFault(journal, [&](const FaultRecord &fault) {
+        return fault.isOfModule && (!isGoodEnd || fault.isAtEnd || CountsIfSurvived(fault, end));
+    });
     const FaultRecord *last =
         !journal.faults.empty() && journal.faults.back().isAfterVerdict ? &journal.faults.back() : nullptr;
     if (ofModule != nullptr) {
-        Crash(result, journal, ofModule->place);
+        Crash(result, journal, ofModule->place, ofModule->isAtEnd);
     } else if (end.kind == ProcessEnd::Kind::TIMED_OUT) {
         if (end.isUnderWine && journal.hasEnded) {
             result.warnings.emplace_back("the process hung at its end, and no fault of the module was seen: "
                                          "processes hang there under Wine without a module, too");
+        } else if (journal.hasEnded) {
+            BreakAtEnd(result, Outcome::HUNG, HangText(end));
         } else {
-            Hang(result, journal, end);
+            Break(result, journal, Outcome::HUNG, HangText(end));
         }
     } else if (end.exitCode != 0) {
         const std::string place = last != nullptr ? last->place : ExitCodeText(end.exitCode);
-        if (last != nullptr ? last->isOfWine : end.isUnderWine) {
+        if (last == nullptr && journal.hasEnded && end.exitCode == threadIsTerminating) {
+            result.warnings.push_back(fmt::format("Windows ended the process itself: {}", place));
+        } else if (last != nullptr ? last->isOfWine : end.isUnderWine) {
             result.warnings.push_back(fmt::format("a crash of Wine {}: {}", WhereItEnded(journal), place));
         } else {
-            Crash(result, journal, place);
+            Crash(result, journal, place, journal.hasEnded);
         }
     }
 }
@@ -135,6 +163,11 @@ void EndAfterVerdict(CheckResult &result, const Check &check, const Journal &jou
 }
 
 } // namespace
+
+bool CountsIfSurvived(const FaultRecord &fault, const ProcessEnd &end)
+{
+    return !fault.isOnStackOnly || end.isUnderWine;
+}
 
 CheckResult ResultOf(const Check &check, const Journal &journal, const ProcessEnd &end)
 {

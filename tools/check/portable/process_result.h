@@ -30,6 +30,11 @@ struct ProcessEnd {
 // the checks of the lifecycle: there, a fault of the module's code breaks the clauses of the last step, also
 // if the process survived it. A death or a hang outside of the module's code is a warning under Wine, if no
 // other code than Wine's is known to be the place, and the module's fault elsewhere.
+// Other code may raise and handle exceptions while the module calls it: on Windows, such a fault counts at
+// the end of the process only.
 CheckResult ResultOf(const Check &check, const Journal &journal, const ProcessEnd &end);
+
+// Whether a fault of the module counts in a process that survived it.
+bool CountsIfSurvived(const FaultRecord &fault, const ProcessEnd &end);
 
 } // namespace velto::check

@@ -32,7 +32,7 @@ code { font: .92em/1.45 ui-monospace, Consolas, monospace; overflow-wrap: anywhe
 .passed .word, .good { color: var(--good); } .failed .word, .bad { color: var(--bad); }
 .broken .word, .warn { color: var(--warn); } .off { color: var(--off); }
 .good, .bad, .warn, .off { font-weight: 600; }
-ol.levels { display: grid; grid-template-columns: repeat(auto-fill, minmax(9.5em, 1fr)); gap: .5em; padding: 0;
+ol.levels { display: grid; grid-template-columns: repeat(auto-fill, minmax(12em, 1fr)); gap: .5em; padding: 0;
   margin: 1em 0 0; list-style: none; }
 ol.levels li { padding: .4em .7em; border: 1px solid var(--line); border-top: .3em solid var(--line);
   border-radius: .4em; background: var(--card); font-size: .9em; }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace velto::check {
@@ -10,8 +11,10 @@ namespace velto::check {
 class SoundTimeline {
 public:
     struct Packet {
-        uint64_t position;  // of its first frame, counted by the device
-        uint64_t time100ns; // when its first frame was recorded, in units of 100 ns
+        uint64_t position; // of its first frame, counted by the device
+        // When its first frame was recorded, in units of 100 ns; none if the device reports the time as
+        // wrong.
+        std::optional<uint64_t> time100ns;
         uint32_t frames;
         bool isDiscontinuous; // the device reports that it does not follow the packet before it
         const float *samples; // interleaved; null: silence
@@ -24,18 +27,19 @@ public:
 
     // Interleaved.
     std::vector<float> &Samples() { return m_samples; }
-    // Of the first packet; 0 without one.
-    uint64_t BeganAt() const { return m_beganAt; }
+    // When the first sample was recorded, by the first packet with a time; 0 without one.
+    uint64_t BeganAt() const { return m_beganAt.value_or(0); }
 
 private:
     uint64_t FramesBefore(const Packet &packet) const;
+    uint64_t TimeOf(uint64_t frames) const;
 
     const uint32_t m_rateHz;
     const uint32_t m_channels;
     bool m_isEmpty = true;
-    uint64_t m_beganAt = 0;
-    uint64_t m_nextPosition = 0; // after the last packet
-    uint64_t m_nextTime = 0;
+    std::optional<uint64_t> m_beganAt;
+    uint64_t m_nextPosition = 0;        // after the last packet
+    std::optional<uint64_t> m_nextTime; // likewise; none before the first packet with a time
     std::vector<float> m_samples;
 };
 
