@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The watermark of velto-host check, played by the shipped module and recorded from the sink, satisfies the checker's listener.
-Wine has no loopback, so the check itself cannot listen, and says so."""
+Wine 8 has no loopback, so the check itself cannot listen there, and says so. With Wine 10, it listens, too."""
 
 import time
 
@@ -35,13 +35,20 @@ class Watermark(session.SystemTest):
         self.assertEqual([each["clause"] for each in self.listen_to("silence", heard)["broken"]], [LOST_SOUND])
 
     def play(self):
-        """Runs the check, which plays the watermark and then reports that it could not record it."""
+        """Runs the check, which plays the watermark. Without loopback, it reports this; with loopback, its verdict is not used,
+        because a stall of the machine damages its own recording, too: system.check examines such verdicts."""
         host = self.session.host("check", "--listen", "--only", CHECK, "--json")
-        self.assertEqual(host.wait(120), 0, host.errors())
+        code = host.wait(120)
         result, = host.summary["results"]
-        self.assertEqual((result["name"], result["outcome"]), (CHECK, "skipped"))
-        self.assertIn("no loopback", result["reason"])
-        self.assertIn("the sound was played", result["reason"])
+        self.assertEqual(result["name"], CHECK)
+        if result["outcome"] == "skipped":
+            self.assertEqual(code, 0, host.errors())
+            self.assertIn("no loopback", result["reason"])
+            self.assertIn("the sound was played", result["reason"])
+        else:
+            heard = host.summary["measured"]["results"][0]["heard"]
+            self.assertGreater(heard["framesHeard"], 0, host.errors())
+            print(f"  by loopback: {heard['framesHeard']} of {heard['framesSent']} frames heard", flush=True)
 
     def listen_to(self, name, heard):
         """Stops a recording and gives it to the checker's listener."""

@@ -4,6 +4,7 @@
 from rig import compare, damage, media, session
 
 MAX_GAP_WINDOWS = 6
+BLOCK = 1024  # frames at 48000 Hz
 ABSENT_ENDPOINT = "{0.0.0.00000000}.{00000000-1111-2222-3333-444444444444}"
 
 
@@ -62,7 +63,20 @@ class DefaultDevice(session.SystemTest):
         gap = sum(last < w.start_s < begun for w in here.windows)
         self.assertLessEqual(gap, MAX_GAP_WINDOWS, f"heard on neither endpoint between {last:.1f} and {begun:.1f} s")
         self.assert_intact(here, first.time_of, [w for w in here.windows if w.start_s <= last])
-        self.assert_intact(there, second.time_of, [w for w in there.windows if w.start_s >= begun])
+        self.assert_intact(there, second.time_of, self.without_pauses(there, begun))
+
+    def without_pauses(self, result, begun):
+        """The windows from BEGUN on, without those around short pauses. The stream's cushion is lost with the buffer of the old
+        endpoint. So a short delay of a block or of the sound system is heard as a pause, after which the stream has this time in
+        advance: all pauses together are not longer than a block. Nothing of the sound may be missing."""
+        pauses = [(window.start_s, frames) for window, frames in result.slips_at if window.start_s > begun and frames > 0]
+        total = sum(frames for _, frames in pauses)
+        if total > BLOCK * result.rate / 48000:
+            pauses = []
+        for start, frames in pauses:
+            print(f"  a pause of {frames} frames before {start:.1f} s", flush=True)
+        around = [(start - 1.5 * compare.WINDOW_S, start + compare.WINDOW_S / 2) for start, _ in pauses]
+        return [w for w in result.windows if w.start_s >= begun and not any(a < w.start_s < b for a, b in around)]
 
 
 if __name__ == "__main__":

@@ -2,7 +2,7 @@
 """The audio service starts after the host. Takes over four minutes."""
 
 from rig import compare, media, session
-from rig.module_log import IDLE_RELEASE
+from rig.module_log import FIRST_FRAME, IDLE_RELEASE
 
 
 # Without the service, Wine 8 has no device enumerator (REGDB_E_CLASSNOTREG), and that of Wine 10 has no endpoint
@@ -22,6 +22,7 @@ class LateServer(session.SystemTest):
         self.session.server.start()
         recorder = self.session.record()
         host.log.wait_for(IDLE_RELEASE, 300)
+        self.assertLess(host.log.time_of(IDLE_RELEASE) - host.log.time_of(FIRST_FRAME), 300)
         self.assert_ended_well(host, 120)
         self.assertEqual(host.summary["nonzeroResults"], 0)
         self.assertEqual(host.log.count(IDLE_RELEASE), 1)

@@ -86,6 +86,13 @@ class Damage(unittest.TestCase):
             damage.check(places, [])
         self.assertNotEqual(damage.check(places, [damage.Stall(BEGIN + 2.9, BEGIN + 3.0)]), "")
 
+    def test_longer_gap_is_explained_only_by_time_of_stalls_and_second_after_them(self):
+        stalls = [damage.Stall(BEGIN + 4.0, BEGIN + 4.2), damage.Stall(BEGIN + 4.1, BEGIN + 4.4)]
+        for excess_s, near in ((1.5, stalls), (0.1, [damage.Stall(BEGIN + 1.0, BEGIN + 1.5)]), (0.1, [])):
+            damage.refuse_longer_gap(BEGIN + 3.0, BEGIN + 5.4, excess_s, near)
+        with self.assertRaisesRegex(damage.SoundDamaged, "^a gap is 1.30 s too long, .* for 0.40 s in it$"):
+            damage.refuse_longer_gap(BEGIN + 3.0, BEGIN + 5.4, 1.3, stalls)
+
     def test_only_chosen_windows_count(self):
         self.places((4.45, 4.5))
         early = [w for w in self.result.windows if w.start_s < 4]
@@ -120,13 +127,13 @@ class ScriptedTest(session.SystemTest):
 
     def __init__(self, outcomes):
         super().__init__("attempt")
-        self.outcomes, self.attempts, self.cleanups = outcomes, 0, 0
+        self.outcomes, self.attempts, self.cleanups, self.machine_stalls = outcomes, 0, 0, []
 
     def setUp(self):
         self.addCleanup(self.clean_up)
 
     def stalls(self):
-        return []
+        return self.machine_stalls
 
     def clean_up(self):
         self.cleanups += 1
@@ -223,6 +230,85 @@ def nothing_waited():
     return mock.patch.object(repeats, "_waited_s", 0.0)
 
 
+class Gaps(unittest.TestCase):
+    """Recordings of eight seconds in which sound is missing."""
+
+    def setUp(self):
+        self.test = ScriptedTest([])
+        self.sent = media.glides(8, seed=11)
+        variables = mock.patch.dict("os.environ")
+        variables.start()
+        self.addCleanup(variables.stop)
+        os.environ.pop("VELTO_REPEATS", None)  # accepted damage here is not of the run's sound
+
+    def compared(self, *lost_s):
+        heard = numpy.delete(self.sent, numpy.concatenate([numpy.arange(int(a * RATE), int(b * RATE)) for a, b in lost_s]), axis=0)
+        return compare.compare(heard, self.sent, RATE, search_s=4)
+
+    def gap(self, result, since=BEGIN, **limits):
+        last, begun, windows = self.test.assert_intact_around_gap(result, time_of, since, **limits)
+        return round(last.start_s, 1), round(begun.start_s, 1), last.offset - begun.offset, len(windows)
+
+    def test_gap_has_its_place_and_length(self):
+        last, begun, frames, windows = self.gap(self.compared((4.0, 5.0)))
+        self.assertEqual(frames, RATE)
+        self.assertTrue(3.6 <= last <= 3.8 and 5.0 <= begun <= 5.2 and 5 <= windows <= 7, (last, begun, windows))
+
+    def test_lost_sound_is_placed_between_good_sound_around_it(self):
+        result = self.compared((2.0, 3.0))
+        self.assertEqual([result.bounds(w) for w in result.damaged], [(2 * RATE, 2 * RATE)] * 5)
+        heard = self.sent.copy()
+        heard[2 * RATE:3 * RATE] = 0
+        result = compare.compare(heard, self.sent, RATE)
+        self.assertEqual([tuple(frame / RATE for frame in result.bounds(w)) for w in result.damaged],
+                         [(2.0, 2.2), (2.2, 2.4), (2.4, 2.6), (2.6, 2.8), (2.8, 3.0)])
+        result = compare.compare(numpy.zeros_like(self.sent), self.sent, RATE)
+        self.assertEqual(result.bounds(result.windows[3])[0], int(0.6 * RATE) + result.windows[3].offset)
+
+    def test_sound_without_gap_is_refused(self):
+        with self.assertRaisesRegex(AssertionError, "there is no gap"):
+            self.gap(compare.compare(self.sent, self.sent, RATE))
+
+    def test_sound_that_does_not_come_back_is_refused_also_with_stall(self):
+        self.test.machine_stalls = [damage.Stall(BEGIN + 4.0, BEGIN + 8.0)]
+        with self.assertRaisesRegex(AssertionError, "good windows after the gap") as raised:
+            self.gap(self.compared((4.0, 7.0)))
+        self.assertNotIsInstance(raised.exception, damage.SoundDamaged)
+
+    def test_second_gap_is_refused_without_stall_and_repeated_with_stall(self):
+        result = self.compared((1.6, 2.6), (5.0, 6.2))
+        with self.assertRaises(damage.DamagedWithoutStall):
+            self.gap(result, least=5)
+        self.test.machine_stalls = [damage.Stall(BEGIN + 1.6, BEGIN + 1.8)]
+        with self.assertRaises(damage.SoundDamaged):
+            self.gap(result, least=5)
+
+    def test_short_drop_out_after_the_change_is_not_the_gap(self):
+        self.test.machine_stalls = [damage.Stall(BEGIN + 2.0, BEGIN + 2.2)]
+        last, begun, frames, _ = self.gap(self.compared((2.0, 2.1), (4.0, 5.0)), BEGIN + 1.0, least=5)
+        self.assertEqual(frames, RATE)
+        self.assertTrue(3.6 <= last <= 3.8 and 5.0 <= begun <= 5.2, (last, begun))
+
+    def test_piece_of_sound_in_gap_belongs_to_it(self):
+        last, begun, frames, _ = self.gap(self.compared((3.0, 4.0), (4.5, 5.4)), least=5)
+        self.assertEqual(frames, int(1.9 * RATE))
+        self.assertTrue(2.6 <= last <= 2.8 and 5.4 <= begun <= 5.6, (last, begun))
+
+    def test_gap_that_is_too_long_is_failure_unless_stalls_explain_it(self):
+        bounds = (BEGIN + 3.9, BEGIN + 4.1)
+        for seconds, stalls, error in ((3.5, [], AssertionError), (3.5, [STALL], damage.SoundDamaged), (5.0, [STALL], AssertionError)):
+            self.test.machine_stalls = stalls
+            with self.assertRaises(AssertionError) as raised:
+                self.test.assert_gap_at_most(seconds, 3.0, bounds)
+            self.assertIs(type(raised.exception), error)
+        self.test.assert_gap_at_most(3.0, 3.0, bounds)
+
+    def test_frames_after_last_packet_are_later(self):
+        time_of_frame = session.times_of_packets([10.0, 10.5, 10.6])
+        self.assertEqual([time_of_frame(frame) for frame in (-5, 0, media.UNIT, 2 * media.UNIT, 3 * media.UNIT + RATE)],
+                         [10.0, 10.0, 10.5, 10.6, 11.6])
+
+
 class Calm(unittest.TestCase):
     """The wait between two attempts."""
 
@@ -281,6 +367,21 @@ class IdleHost(unittest.TestCase):
         self.assertAlmostEqual(repeats.stolen_s(), sum(stolen) / os.sysconf("SC_CLK_TCK"), delta=1)
 
 
+# Names itself velto-host. When a file exists, starts a thread with the name of one of Wine's sound driver.
+CHECK = """
+import pathlib, sys, threading, time
+def give_name(thread, name):
+    pathlib.Path(f"/proc/self/task/{thread}/comm").write_text(name)
+def drive():
+    give_name(threading.get_native_id(), "winepulse_timer")
+    time.sleep(1000)
+give_name(threading.get_native_id(), "velto-host.exe")
+while not pathlib.Path(sys.argv[1]).exists():
+    time.sleep(0.02)
+threading.Thread(target=drive).start()
+"""
+
+
 class StallMonitor(unittest.TestCase):
     def test_stall_monitor_reports_time_and_length_of_stall(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -309,6 +410,36 @@ class StallMonitor(unittest.TestCase):
             stalls = pathlib.Path(folder) / "stalls"
             waiting.until(lambda: re.search(r"wineserver64 waited 0\.\d+ s\n", stalls.read_text()), "the wait of the server", 10)
             self.assertNotIn("other", stalls.read_text())
+
+    def start_check(self, prefix):
+        """A process with the name of velto-host. Returns its number, and the file that makes it open a device."""
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        sign = pathlib.Path(folder.name) / "sign"
+        check = processes.start([sys.executable, "-c", CHECK, sign], env={"WINEPREFIX": prefix})
+        self.addCleanup(processes.end, check)
+        comm = pathlib.Path(f"/proc/{check.pid}/comm")
+        waiting.until(lambda: comm.read_text("ascii") == "velto-host.exe\n", "the name of the process", 20)
+        return str(check.pid), sign
+
+    def test_check_is_found_when_it_opens_device_long_after_its_start(self):
+        process, sign = self.start_check("/a prefix")
+        checks = stall_monitor.Checks("/a prefix")
+        with mock.patch.object(stall_monitor, "NAMING_S", 0.2):
+            self.assertEqual(checks.find(), {})
+            time.sleep(0.3)
+            self.assertEqual(checks.find(), {})
+            sign.touch()
+            self.assertEqual(waiting.until(checks.find, "the check", 20), {process: stall_monitor.CHECKS})
+            self.assertEqual(checks.find(), {process: stall_monitor.CHECKS})
+
+    def test_check_of_other_prefix_is_not_found(self):
+        for process, sign in (self.start_check("/other"), self.start_check("/a prefix")):
+            sign.touch()
+            drivers = pathlib.Path(f"/proc/{process}/task")
+            waiting.until(lambda: any((each / "comm").read_text("ascii").startswith(stall_monitor.DRIVER_THREADS)
+                                      for each in drivers.iterdir()), "the open device", 20)
+        self.assertEqual(stall_monitor.Checks("/a prefix").find(), {process: stall_monitor.CHECKS})
 
     def test_short_delay_is_stall_only_with_stolen_time(self):
         short, long = 0.02, 0.07

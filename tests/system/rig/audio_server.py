@@ -118,15 +118,15 @@ class PrivateAudioServer:
         return self._streams("source-outputs", "sources", "source", process_name)
 
     def _streams(self, kind, places, place, process_name):
-        names = {each["index"]: each["name"] for each in self.list(places)}
         found = []
         for stream in self.list(kind):
             properties = stream.get("properties", {})
             label = " ".join(str(properties.get(key, "")) for key in
                              ("application.name", "application.process.binary", "media.name"))
             if process_name in label.lower():
-                found.append((stream["index"], names.get(stream[place], "?")))
-        return found
+                found.append(stream)
+        names = {each["index"]: each["name"] for each in self.list(places)} if found else {}
+        return [(stream["index"], names.get(stream[place], "?")) for stream in found]
 
     def unload_sink(self, name):
         """Removes an endpoint while the server runs."""

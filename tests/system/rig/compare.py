@@ -59,9 +59,20 @@ class Comparison:
         return len(self.slips_at)
 
     def bounds(self, window):
-        """The frames of the recording between which a window is."""
-        begin = int(window.start_s * self.rate) + window.offset
-        return begin, begin + int(WINDOW_S * self.rate)
+        """The frames of the recording between which a window is. A damaged window has no known place: the good windows around it
+        give its bounds."""
+        start, length = int(window.start_s * self.rate), int(WINDOW_S * self.rate)
+        before = after = window
+        if window.state == DAMAGED:
+            before = next((w for w in reversed(self.windows) if w.state == GOOD and w.start_s < window.start_s), None)
+            after = next((w for w in self.windows if w.state == GOOD and w.start_s > window.start_s), None)
+            before, after = before or after or window, after or before or window
+        begin, end = start + before.offset, start + length + after.offset
+        if before.start_s < window.start_s:
+            begin, end = (max(frame, self.bounds(before)[1]) for frame in (begin, end))
+        if after.start_s > window.start_s:
+            begin, end = (min(frame, self.bounds(after)[0]) for frame in (begin, end))
+        return min(begin, end), max(begin, end)
 
     @property
     def audible(self):

@@ -25,7 +25,7 @@ class DamagedWithoutStall(AssertionError):
 
 class SoundDamaged(AssertionError):
     """The machine spoiled the recording: the sound is damaged at more places than are accepted, and the machine stalled at
-    (nearly) all of them."""
+    (nearly) all of them. Or stalls made a gap too long."""
 
 
 class Place(NamedTuple):
@@ -62,6 +62,18 @@ def refuse_spoiled(places, stalls, accepted=ACCEPTED_PER_MINUTE):
         raise SoundDamaged(_note(inside, stalls))
 
 
+def refuse_longer_gap(begin, end, excess_s, stalls):
+    """Raises SoundDamaged if the stalls around a gap between two wall times can have made it longer by excess_s: by their
+    time, and AFTER_S in which their effect is heard."""
+    within = sorted(((stall.begin, stall.end) for stall in stalls if stall.reaches(begin, end)))
+    stalled_s, until = 0.0, 0.0
+    for first, last in within:
+        stalled_s += max(last - max(first, until), 0.0)
+        until = max(until, last)
+    if within and excess_s <= stalled_s + AFTER_S:
+        raise SoundDamaged(f"a gap is {excess_s:.2f} s too long, and the machine stalled for {stalled_s:.2f} s in it")
+
+
 def places_in(result, time_of, windows=None):
     """The damaged windows and the slips of a comparison, for check(). time_of(frame): the wall time at which a frame of the
     recording was heard or read. windows: only these, without the slips of the others."""
@@ -70,7 +82,11 @@ def places_in(result, time_of, windows=None):
     for window, frames in result.slips_at:
         if any(window is each for each in chosen):
             found.append((window, f"a slip of {frames} frames at {window.start_s:.1f} s"))
-    return [Place(*map(time_of, result.bounds(window)), what) for window, what in found]
+    places = []
+    for window, what in found:
+        begin, end = result.bounds(window)
+        places.append(Place(time_of(begin - 1), time_of(end), what))  # what follows lost sound was heard or read after the loss
+    return places
 
 
 def _divided(places, stalls):

@@ -23,10 +23,13 @@ class ModuleLog:
     def text(self):
         return self.path.read_text("utf-8", "replace") if self.path.exists() else ""
 
+    def _lines(self, containing):
+        return [line for line in self.text().splitlines() if containing in line]
+
     def messages(self, containing="", tag=""):
         """Returns the messages that end with a function's name, in order. `tag` is the end of that name."""
         found = []
-        for line in self.text().splitlines():
+        for line in self._lines(containing):
             match = _LINE.match(line)
             message = match.group(5) if match else line
             if message.endswith(f"{tag})") and "(" in message and containing in message:
@@ -45,7 +48,7 @@ class ModuleLog:
         return list(self._times(containing, lambda message: message.endswith(")") and "(" in message))
 
     def _times(self, containing, is_wanted=lambda message: True):
-        for line in self.text().splitlines():
+        for line in self._lines(containing):
             match = _LINE.match(line)
             if match and containing in match.group(5) and is_wanted(match.group(5)):
                 yield datetime.datetime.strptime(match.group(1), "%Y-%m-%d %H:%M:%S.%f").timestamp()

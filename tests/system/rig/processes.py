@@ -14,6 +14,8 @@ import subprocess
 import sys
 import tempfile
 
+from . import waiting
+
 _PR_SET_PDEATHSIG = 1
 _PTRACE_PEEKUSER, _PTRACE_ATTACH, _PTRACE_DETACH = 3, 16, 17
 _USER_RIP = 128  # the program counter in struct user
@@ -97,7 +99,8 @@ def start(command, **options):
 
 
 def run(command, timeout_s=60, check=True, **options):
-    """Runs a short command to its end and returns its output as text.
+    """Runs a short command to its end and returns its output as text. Raises TimeoutExpired after
+    waiting.patient(timeout_s).
 
     The output goes into files, because Wine's background processes inherit it and would keep a
     pipe open long after the command has ended.
@@ -105,7 +108,7 @@ def run(command, timeout_s=60, check=True, **options):
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         child = start(command, stdout=out, stderr=err, **options)
         try:
-            child.wait(timeout_s)
+            child.wait(waiting.patient(timeout_s))
         finally:
             end(child)
         out.seek(0)

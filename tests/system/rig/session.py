@@ -27,6 +27,8 @@ INTERRUPTED = 130        # exit code of velto-host after Ctrl-C
 NOT_MEASURED = 77        # exit code of a test program if the machine spoiled recordings, and all else passed
 MAX_CPU = 0.5            # of one processor
 START_CPU_S = 2.0        # processor time to start and end a host
+MOST_LIFE_S = 60         # of a process that plays or records for a few seconds
+PIECE = 3                # windows: the longest piece of sound in a gap
 
 
 class Session:
@@ -178,6 +180,13 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(result.wrong_as_a_whole(), "")
         self.assert_undamaged(places, minutes)
 
+    def assert_gap_at_most(self, seconds, most_s, bounds):
+        """A gap between two wall times lasts at most `most_s`. If stalls in it explain the excess, the machine has spoiled the
+        recording."""
+        if seconds > most_s:
+            damage.refuse_longer_gap(*bounds, seconds - most_s, self.stalls())
+        self.assertLessEqual(seconds, most_s, "seconds of missing sound")
+
     def stalls(self):
         """The stalls of the machine so far, and the times in which it was too busy for a host."""
         return self.stall_monitor.stalls() + self.session.waits()
@@ -228,19 +237,30 @@ class SystemTest(unittest.TestCase):
         self.report(pathlib.Path(recording).name, result)
         return result
 
-    def assert_intact_around_gap(self, result, time_of, least=13):
-        """The recording is intact before and after its only gap, with at least `least` good windows on each side. Returns
-        (frames that are missing from the sound, windows in the gap)."""
+    def assert_intact_around_gap(self, result, time_of, since, least=13):
+        """The recording is intact but for one gap, and has at least `least` good windows on each side of it. The gap is the longest
+        one that ends after the wall time `since`; pieces of sound of up to PIECE windows in it belong to it. Returns (the last good
+        window before the gap, the first one after it, the windows between them)."""
         self.assertEqual(result.wrong_as_a_whole(), "")
-        before, after = result.good[0].offset, result.good[-1].offset
-        sides = [[w for w in result.good if abs(w.offset - place) <= compare.NEAR_FRAMES] for place in (before, after)]
-        for label, windows in zip(("before", "after"), sides):
-            self.assertGreaterEqual(len(windows), least, f"good windows {label} the gap")
-        last, begun = sides[0][-1].start_s, sides[1][0].start_s
-        self.assertLess(last, begun, "there is no gap")
-        outside = [w for w in result.windows if w.start_s <= last or w.start_s > begun]
-        self.assert_intact(result, time_of, outside)
-        return before - after, [w for w in result.windows if last < w.start_s < begun]
+        good = result.good
+        holes = [number for number in range(1, len(good)) if self._is_hole(result, good[number - 1], good[number])]
+        ending = [number for number in holes if time_of(result.bounds(good[number])[0]) > since]
+        self.assertTrue(ending, "there is no gap")
+        first = end = max(ending, key=lambda number: good[number].start_s - good[number - 1].start_s)
+        for number in holes:  # from front to back
+            end = number if end < number <= end + PIECE else end
+        for number in reversed(holes):
+            first = number if first > number >= first - PIECE else first
+        for label, count in (("before", first), ("after", len(good) - end)):
+            self.assertGreaterEqual(count, least, f"good windows {label} the gap")
+        last, begun = good[first - 1], good[end]
+        self.assert_intact(result, time_of, [w for w in result.windows if w.start_s <= last.start_s or w.start_s > begun.start_s])
+        return last, begun, [w for w in result.windows if last.start_s < w.start_s < begun.start_s]
+
+    @staticmethod
+    def _is_hole(result, last, begun):
+        """Whether sound is missing between two good windows that follow each other."""
+        return compare.is_slip(begun.offset - last.offset) or any(last.start_s < w.start_s < begun.start_s for w in result.damaged)
 
     def report(self, label, result):
         print(f"  {label}: {result.heard_s:.1f} s heard, match {result.match_db:.1f} dB, "
@@ -274,11 +294,12 @@ class SystemTest(unittest.TestCase):
         last words and the cause is known to be Wine's. run(name) starts a process and returns its host."""
         for attempt in range(1, attempts + 1):
             host = run(f"host-{attempt}")
-            end = host.end(code, 60)
+            end = host.end(code, MOST_LIFE_S)
             if end.code == code or not end.is_wines:
                 break
             print(f"  attempt {attempt} of {attempts}: {end.describe()}", flush=True)
         self.assertTrue(end.is_good or end.code == code and end.is_wines, f"{end.describe()}\n{host.last_output()}")
+        self.assertLess(end.life_s, MOST_LIFE_S, "seconds from the start of the process to its end")
         return host
 
     def measure_after_loss(self, host, seconds=3.0):
@@ -297,8 +318,16 @@ class SystemTest(unittest.TestCase):
 def read_times(summary):
     """Returns a function from a frame of a recording to the wall time at which the host read its packet. summary: the
     host's report of the recording."""
-    times = summary["packetTimes"]
-    return lambda frame: times[min(max(frame // media.UNIT, 0), len(times) - 1)]
+    return times_of_packets(summary["packetTimes"])
+
+
+def times_of_packets(times):
+    """Returns a function from a frame of a recording to the wall time of its packet. Frames beyond the end, where sound is
+    missing, follow the last packet."""
+    def of(frame):
+        late_s = max(frame - len(times) * media.UNIT, 0) / RECORDING_RATE
+        return times[min(max(frame // media.UNIT, 0), len(times) - 1)] + late_s
+    return of
 
 
 def main():

@@ -33,6 +33,7 @@ MIN_WAIT_S = 0.005
 CHECKS, MIN_WAIT_OF_CHECK_S = "velto-host", 0.01
 DRIVER_THREADS = "winepulse"  # the threads of Wine's sound driver: a program that has none plays nothing yet
 NEW_PROCESSES_PERIODS = 10
+NAMING_S = 10  # a new process gets its name within this time
 
 
 class StallMonitor:
@@ -160,21 +161,37 @@ def _name(folder):
     return (folder / "comm").read_text("utf-8", "replace")
 
 
-def checks_in(prefix):
-    """The processes of velto-host in a Wine prefix that have opened a device: {process: name}. Gives them the priority of sound;
-    new threads inherit it."""
-    checks, variable = {}, f"WINEPREFIX={prefix}".encode()
-    for folder in pathlib.Path("/proc").glob("[0-9]*"):
-        with contextlib.suppress(OSError):  # it has ended
-            if not _name(folder).startswith(CHECKS) or variable not in (folder / "environ").read_bytes().split(b"\0"):
-                continue
-            threads = list((folder / "task").iterdir())
-            drivers = [thread for thread in threads if _name(thread).startswith(DRIVER_THREADS)]
-            if drivers:
-                checks[folder.name] = CHECKS
-                for thread in threads:
-                    processes.give_sound_priority(int(thread.name), processes.SOUND_PRIORITY + (thread in drivers))
-    return checks
+class Checks:
+    """The processes of velto-host in a Wine prefix that have opened a device."""
+
+    def __init__(self, prefix):
+        self._variable = f"WINEPREFIX={prefix}".encode()
+        self._found = {}      # process: when it was found
+        self._checks = set()  # processes of velto-host in the prefix
+
+    def find(self):
+        """Returns {process: name}, and gives them the priority of sound; new threads inherit it. Reads only processes that are
+        checks, or so new that they may become checks: to read all processes of a machine takes long."""
+        now = time.monotonic()
+        self._found = {process: self._found.get(process, now) for process in os.listdir("/proc") if process.isdigit()}
+        self._checks &= self._found.keys()
+        opened = {}
+        for process in [each for each, found in self._found.items() if each in self._checks or now - found < NAMING_S]:
+            with contextlib.suppress(OSError):  # it has ended
+                if self._has_opened_device(pathlib.Path("/proc", process)):
+                    opened[process] = CHECKS
+        return opened
+
+    def _has_opened_device(self, folder):
+        if not _name(folder).startswith(CHECKS) or self._variable not in (folder / "environ").read_bytes().split(b"\0"):
+            return False
+        self._checks.add(folder.name)
+        threads = list((folder / "task").iterdir())
+        drivers = [thread for thread in threads if _name(thread).startswith(DRIVER_THREADS)]
+        if drivers:
+            for thread in threads:
+                processes.give_sound_priority(int(thread.name), processes.SOUND_PRIORITY + (thread in drivers))
+        return bool(drivers)
 
 
 def watch_waits(find, least_s):
@@ -207,7 +224,7 @@ def main(disk_path, test, prefix=None):
         _start(watch_processor, each, prepared[-1])
     _start(watch_waits, lambda: servers_of(test), MIN_WAIT_S)
     if prefix:
-        _start(watch_waits, lambda: checks_in(prefix), MIN_WAIT_OF_CHECK_S)
+        _start(watch_waits, Checks(prefix).find, MIN_WAIT_OF_CHECK_S)
     for event in prepared:
         event.wait()
     _start(watch_disk, disk_path)

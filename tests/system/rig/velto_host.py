@@ -79,9 +79,9 @@ class VeltoHost:
 
     def wait(self, timeout_s=90):
         """Waits for the end of the process. Returns its exit code, or the negative number of the signal that ended it.
-        Kills a process that is stuck, or that does not end in time."""
+        Kills a process that is stuck, or that does not end within waiting.patient(timeout_s)."""
         stuck_s = 0
-        for _ in range(timeout_s):
+        for _ in range(waiting.patient(timeout_s)):
             try:
                 return self.process.wait(1)
             except subprocess.TimeoutExpired:
