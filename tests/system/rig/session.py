@@ -181,11 +181,11 @@ class SystemTest(unittest.TestCase):
         self.assert_undamaged(places, minutes)
 
     def assert_gap_at_most(self, seconds, most_s, bounds):
-        """A gap between two wall times lasts at most `most_s`. If stalls in it explain the excess, the machine has spoiled the
-        recording."""
+        """In a gap between two wall times, so many seconds of sound are missing or damaged, and at most `most_s`. If stalls in it
+        explain the excess, the machine has spoiled the recording."""
         if seconds > most_s:
             damage.refuse_longer_gap(*bounds, seconds - most_s, self.stalls())
-        self.assertLessEqual(seconds, most_s, "seconds of missing sound")
+        self.assertLessEqual(seconds, most_s, "seconds of missing or damaged sound")
 
     def stalls(self):
         """The stalls of the machine so far, and the times in which it was too busy for a host."""
