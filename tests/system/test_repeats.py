@@ -433,6 +433,15 @@ class StallMonitor(unittest.TestCase):
             self.assertEqual(waiting.until(checks.find, "the check", 20), {process: stall_monitor.CHECKS})
             self.assertEqual(checks.find(), {process: stall_monitor.CHECKS})
 
+    def test_driver_of_check_comes_before_sound_and_main_thread_after_it(self):
+        process, sign = self.start_check("/a prefix")
+        sign.touch()
+        waiting.until(stall_monitor.Checks("/a prefix").find, "the check", 20)
+        priorities = [os.sched_getparam(int(thread)).sched_priority for thread in sorted(os.listdir(f"/proc/{process}/task"), key=int)]
+        if priorities[0] == 0:
+            self.skipTest("real-time priority needs root rights")
+        self.assertEqual(priorities, [processes.SOUND_PRIORITY - 1, processes.SOUND_PRIORITY + 1])
+
     def test_check_of_other_prefix_is_not_found(self):
         for process, sign in (self.start_check("/other"), self.start_check("/a prefix")):
             sign.touch()

@@ -23,8 +23,9 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-# Servers run only briefly at a time, so they come before the hosts.
-SOUND_PRIORITY, SERVER_PRIORITY, MONITOR_PRIORITY = 5, 7, 50
+# Servers and recorders run only briefly at a time, so they come before the hosts. A Wine server takes longer when it starts a
+# program or saves the registry, which must not delay the sound of other tests.
+SOUND_PRIORITY, WINE_SERVER_PRIORITY, AUDIO_PRIORITY, MONITOR_PRIORITY = 5, 7, 8, 50
 
 
 def give_sound_priority(thread, priority=SOUND_PRIORITY):
@@ -40,7 +41,7 @@ def give_monitor_priority(thread):
     give_sound_priority(thread, MONITOR_PRIORITY)
 
 
-def give_all_threads_priority(child, priority=SERVER_PRIORITY):
+def give_all_threads_priority(child, priority=AUDIO_PRIORITY):
     """Gives real-time priority to all threads of a child that has started. Its start would delay the sound of other tests."""
     known = set()
     try:

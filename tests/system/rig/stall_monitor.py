@@ -26,8 +26,9 @@ MIN_STALL_S = 0.06
 MIN_DELAY_WITH_STOLEN_TIME_S = 0.006
 # Many short interruptions delay sound, too.
 STOLEN_SPAN_S, MIN_STOLEN_S = 0.2, 0.02
-# The servers and the tools of the rig, without which no sound is heard or recorded.
-SERVERS = ("pulseaudio", "wineserver", "parec", "pacat")
+# The servers and recorders, without which no sound is heard or recorded. A player into a microphone sends 2 s in advance, so it
+# may wait.
+SERVERS = ("pulseaudio", "wineserver", "parec")
 MIN_WAIT_S = 0.005
 # The processes that velto-host starts for its checks. Their waits are those of programs that play, as the tracer sees them.
 CHECKS, MIN_WAIT_OF_CHECK_S = "velto-host", 0.01
@@ -170,8 +171,9 @@ class Checks:
         self._checks = set()  # processes of velto-host in the prefix
 
     def find(self):
-        """Returns {process: name}, and gives them the priority of sound; new threads inherit it. Reads only processes that are
-        checks, or so new that they may become checks: to read all processes of a machine takes long."""
+        """Returns {process: name}, and gives them the priority of sound; new threads inherit it. The main thread gets less than
+        all other sound, because it encodes for nearly a second what the check sends. Reads only processes that are checks, or so
+        new that they may become checks: to read all processes of a machine takes long."""
         now = time.monotonic()
         self._found = {process: self._found.get(process, now) for process in os.listdir("/proc") if process.isdigit()}
         self._checks &= self._found.keys()
@@ -190,7 +192,8 @@ class Checks:
         drivers = [thread for thread in threads if _name(thread).startswith(DRIVER_THREADS)]
         if drivers:
             for thread in threads:
-                processes.give_sound_priority(int(thread.name), processes.SOUND_PRIORITY + (thread in drivers))
+                priority = processes.SOUND_PRIORITY + (thread in drivers) - (thread.name == folder.name)
+                processes.give_sound_priority(int(thread.name), priority)
         return bool(drivers)
 
 

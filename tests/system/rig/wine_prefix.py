@@ -10,19 +10,24 @@ from . import paths, processes, waiting
 DRIVERS_KEY = r"HKCU\Software\Wine\Drivers"
 PULSE_KEY = DRIVERS_KEY + r"\winepulse.drv"
 
+# These services and drivers would start with each prefix, and have nothing to do with sound.
+_UNUSED_SERVICES = ("Eventlog", "NDIS", "nsiproxy", "PlugPlay")
+_UNUSED_FILES = "mscoree,mshtml,winebus.sys,winehid.sys,wineusb.sys"
+_SERVICES_KEY, _NEVER_STARTS = r"HKLM\System\CurrentControlSet\Services", "4"
+
 _COPIED_FILES = ("system.reg", "user.reg", "userdef.reg", ".update-timestamp")
 
 
 def _environment(prefix, base):
     env = dict(base)
-    env.update(WINEPREFIX=str(prefix), WINEDEBUG="-all", WINEDLLOVERRIDES="mscoree,mshtml=", DISPLAY="")
+    env.update(WINEPREFIX=str(prefix), WINEDEBUG="-all", WINEDLLOVERRIDES=f"{_UNUSED_FILES}=", DISPLAY="")
     return env
 
 
 def _template(base_environment):
     """Returns the template, and builds it first if there is none. A lock guards it, because several tests start at once."""
     version = processes.run(["wine", "--version"], env=base_environment).split()[0]
-    template = paths.CACHE / f"prefix-{version}-1"
+    template = paths.CACHE / f"prefix-{version}-2"
     paths.CACHE.mkdir(parents=True, exist_ok=True)
     with open(paths.CACHE / "prefix.lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
@@ -39,6 +44,9 @@ def _template(base_environment):
         # endpoints until the process ends.
         processes.run(["wine", "reg", "add", DRIVERS_KEY, "/v", "Audio", "/d", "pulse", "/f"],
                       env=env, timeout_s=60)
+        for service in _UNUSED_SERVICES:
+            processes.run(["wine", "reg", "add", rf"{_SERVICES_KEY}\{service}", "/v", "Start", "/t", "REG_DWORD",
+                           "/d", _NEVER_STARTS, "/f"], env=env, timeout_s=60)
         processes.run(["wineserver", "-k"], env=env, check=False)
         processes.run(["wineserver", "-w"], env=env, timeout_s=60, check=False)
         unfinished.rename(template)
@@ -68,7 +76,7 @@ class WinePrefix:
         self._server = processes.start(["wineserver", "-f", "-p"], env=self.environment,
                                        death_signal=signal.SIGINT)
         waiting.until(self._answers, "the private Wine server to answer", 60)
-        processes.give_all_threads_priority(self._server)
+        processes.give_all_threads_priority(self._server, processes.WINE_SERVER_PRIORITY)
         return self
 
     def _answers(self):
