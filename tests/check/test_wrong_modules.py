@@ -43,7 +43,7 @@ PASSED, FAILED = 0, 6     # exit codes of velto-host check
 HEARD_FAILED = 1          # exit code of velto-host check-heard
 RUN_TIMEOUT_S = 3600 if FULL_PLAN else 900  # of one run of velto-host
 SETTLE_S = 0.5            # of the recorder, before sound is played
-ATTEMPTS = 3              # to hear a module
+ATTEMPTS = 3              # to hear a module, or to examine it with devices that work
 LOST_SOUND = "SPK-16"     # the clause that a stall of the machine breaks
 SILENT_LEVEL = 4          # the highest level whose checks play no sound
 PLAN = ("all checks up to its level" if FULL_PLAN else
@@ -131,12 +131,16 @@ class Worker:
     hears: whether it gets modules that are heard. Stalls matter only for these."""
 
     def __init__(self, number, hears):
-        self.session = session.Session(f"WrongModules.{number}", microphones=(session.MICROPHONE_48K,))
-        self.session.server.pactl("load-module", "module-sine", "sink=micA", "frequency=440")
+        self.number = number
+        self._start_session()
         self.monitor = stall_monitor.StallMonitor(self.session.folder, self.session.prefix.root) if hears else None
         self.examination = None  # a generator: it yields each process for which it waits
         self.process = None
         self.deadline = 0.0
+
+    def _start_session(self):
+        self.session = session.Session(f"WrongModules.{self.number}", microphones=(session.MICROPHONE_48K,))
+        self.session.server.pactl("load-module", "module-sine", "sink=micA", "frequency=440")
 
     def begin(self, module, checks):
         self.findings = Findings()
@@ -181,10 +185,21 @@ class Worker:
         elif FULL_PLAN or not module.breaks:
             yield from self._check(module, "--level", module.level if FULL_PLAN else SILENT_LEVEL)
         else:
-            for check in candidates(module, checks):
+            yield from self._find(module, candidates(module, checks))
+
+    def _find(self, module, checks):
+        """If all checks were skipped, the rig's devices failed, and nothing was examined: repeats them with new devices."""
+        for attempt in range(1, ATTEMPTS + 1):
+            for check in checks:
                 yield from self._check(module, "--only", check["name"])
                 if self.findings.broken and not IS_EXACT:
-                    break
+                    return
+            if len(self.findings.skipped) < len(checks) or attempt == ATTEMPTS:
+                return
+            print(f"  {module.name}, attempt {attempt} of {ATTEMPTS}: {self.findings.skipped}; repeating with new devices", flush=True)
+            self.findings.skipped.clear()
+            self.session.close()
+            self._start_session()
 
     def _check(self, module, *arguments, is_recorded=False):
         """is_recorded: the listener gets a recording of the check's sound. If the check could listen, too, its verdict is not
