@@ -12,7 +12,7 @@ bool Eventually(const std::function<bool()> &condition)
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        std::this_thread::sleep_for(pollTime);
     }
     return true;
 }

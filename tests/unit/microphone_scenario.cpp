@@ -10,6 +10,7 @@
 #include "aac_sound.h"
 #include "capture_fixture.h"
 #include "reset.h"
+#include "tests/fakes/polling.h"
 #include "tone.h"
 
 namespace velto_test {
@@ -250,7 +251,7 @@ void MicrophoneScenario::WaitInLoop()
     if (!mayRun()) {
         m_loopWaits = true;
         while (!mayRun()) { // for as long as the test does something else
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            std::this_thread::sleep_for(fakes::pollTime);
         }
         m_loopWaits = false;
     }
