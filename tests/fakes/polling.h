@@ -6,8 +6,8 @@
 
 namespace fakes {
 
-// How long a poll sleeps. On Windows, a sleep below a millisecond only gives up the rest of the time slice, so
-// a thread that polls more often keeps a processor busy.
+// How long a poll sleeps. On Windows, a sleep below a millisecond only gives up the rest of the time slice,
+// so a thread that polls more often keeps a processor busy.
 #ifdef _WIN32
 inline constexpr std::chrono::microseconds pollTime{1000};
 #else
