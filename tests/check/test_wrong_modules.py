@@ -9,7 +9,8 @@ breaks.
 VELTO_JOBS sets how many modules are examined at the same time. VELTO_MODULES, a regular expression, chooses the modules by
 their names; VELTO_HEARD=1 chooses those that are heard, and VELTO_HEARD=0 the others.
 
-If the machine stalled while it lost sound of a module, the recording is repeated when the machine is calm again."""
+If the machine stalled while it lost sound of a module, the recording is repeated when the machine is calm again. If all checks
+of a module were skipped, they are repeated with new devices."""
 
 import contextlib
 import json
@@ -107,7 +108,7 @@ class Findings:
     broken: set = field(default_factory=set)      # clauses
     first: tuple = ("", 0, "passed")              # the check that was the first to find something: name, level, outcome
     problems: list = field(default_factory=list)  # contradictions in the reports, failures of the checker
-    skipped: list = field(default_factory=list)   # the checks that were not made, and why
+    skipped: list = field(default_factory=list)   # the checks that the last attempt did not make, and why
     unmeasured: str = ""                          # why the module could not be heard
 
     def add(self, report, code):
@@ -131,15 +132,15 @@ class Worker:
     hears: whether it gets modules that are heard. Stalls matter only for these."""
 
     def __init__(self, number, hears):
-        self.number = number
-        self._start_session()
+        self.name = f"WrongModules.{number}"
+        self._start_session(self.name)
         self.monitor = stall_monitor.StallMonitor(self.session.folder, self.session.prefix.root) if hears else None
         self.examination = None  # a generator: it yields each process for which it waits
         self.process = None
         self.deadline = 0.0
 
-    def _start_session(self):
-        self.session = session.Session(f"WrongModules.{self.number}", microphones=(session.MICROPHONE_48K,))
+    def _start_session(self, name):
+        self.session = session.Session(name, microphones=(session.MICROPHONE_48K,))
         self.session.server.pactl("load-module", "module-sine", "sink=micA", "frequency=440")
 
     def begin(self, module, checks):
@@ -188,18 +189,23 @@ class Worker:
             yield from self._find(module, candidates(module, checks))
 
     def _find(self, module, checks):
-        """If all checks were skipped, the rig's devices failed, and nothing was examined: repeats them with new devices."""
+        """Makes the checks, by default up to the first one that finds something. If all were skipped, nothing was examined, as
+        when the rig's devices fail: then repeats them with new devices. The files of the old ones stay in their folder."""
         for attempt in range(1, ATTEMPTS + 1):
             for check in checks:
                 yield from self._check(module, "--only", check["name"])
                 if self.findings.broken and not IS_EXACT:
                     return
-            if len(self.findings.skipped) < len(checks) or attempt == ATTEMPTS:
+            if not checks or len(self.findings.skipped) < len(checks) or attempt == ATTEMPTS:
                 return
-            print(f"  {module.name}, attempt {attempt} of {ATTEMPTS}: {self.findings.skipped}; repeating with new devices", flush=True)
+            reason = f"{module.name}: all checks were skipped: {'; '.join(self.findings.skipped)}"
+            if not repeats.may_repeat(reason):
+                return
+            print(f"  attempt {attempt} of {ATTEMPTS}: {reason}; repeating with new devices", flush=True)
+            assert self.monitor is None  # it would watch the old devices
             self.findings.skipped.clear()
             self.session.close()
-            self._start_session()
+            self._start_session(f"{self.name}.after.{module.name}.{attempt}")
 
     def _check(self, module, *arguments, is_recorded=False):
         """is_recorded: the listener gets a recording of the check's sound. If the check could listen, too, its verdict is not

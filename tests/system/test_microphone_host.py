@@ -23,7 +23,8 @@ class SlowReader(session.SystemTest):
         # Packets that were queued during the pause are read after it: they get the times at which they were recorded.
         queue = range(pause, pause + int(QUEUED_S / unit_s))
         recorded = [begin + (packet - pause + 1) * unit_s if packet in queue else time for packet, time in enumerate(times)]
-        last, begun, gap = self.assert_intact_around_gap(result, session.times_of_packets(recorded), begin)
+        time_of = session.times_of_packets(recorded)
+        last, begun, gap = self.assert_intact_around_gap(result, time_of, begin)
         lost = (last.offset - begun.offset) / session.RECORDING_RATE
         queued = result.bounds(last)[1] / session.RECORDING_RATE - pause * unit_s
         print(f"  {queued:.2f} s were queued in a pause of {pause_s:.2f} s, then {lost:.2f} s are missing", flush=True)
@@ -31,7 +32,8 @@ class SlowReader(session.SystemTest):
         self.assertTrue(QUEUED_S - 0.3 <= queued <= QUEUED_S + 1.5, f"{queued:.2f} s were queued")
         self.assertLessEqual(abs(lost - (pause_s - queued)), 1.5, f"{lost:.2f} s are missing")
         # Pieces of the endpoint's buffer of 0.5 s can be recorded within the gap.
-        self.assertLessEqual(len(gap), lost / compare.WINDOW_S + 4)
+        bounds = (time_of(result.bounds(last)[1]), time_of(result.bounds(begun)[0]))
+        self.assert_gap_at_most(len(gap) * compare.WINDOW_S, lost + 4 * compare.WINDOW_S, bounds)
         self.assertEqual(host.log.count("Error code: "), 0)
 
 

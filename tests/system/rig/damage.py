@@ -63,15 +63,15 @@ def refuse_spoiled(places, stalls, accepted=ACCEPTED_PER_MINUTE):
 
 
 def refuse_longer_gap(begin, end, excess_s, stalls):
-    """Raises SoundDamaged if the stalls around a gap between two wall times can have made it longer by excess_s: by their
-    time, and AFTER_S in which their effect is heard."""
+    """Raises SoundDamaged if the stalls around a gap between two wall times can have made it, or the damage in it, longer by
+    excess_s: by their time, and AFTER_S in which their effect is heard."""
     within = sorted(((stall.begin, stall.end) for stall in stalls if stall.reaches(begin, end)))
     stalled_s, until = 0.0, 0.0
     for first, last in within:
         stalled_s += max(last - max(first, until), 0.0)
         until = max(until, last)
     if within and excess_s <= stalled_s + AFTER_S:
-        raise SoundDamaged(f"a gap is {excess_s:.2f} s too long, and the machine stalled for {stalled_s:.2f} s in it")
+        raise SoundDamaged(f"a gap, or the damage in it, is {excess_s:.2f} s too long, and the machine stalled for {stalled_s:.2f} s in it")
 
 
 def places_in(result, time_of, windows=None):

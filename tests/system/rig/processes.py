@@ -23,8 +23,8 @@ _libc = ctypes.CDLL(None, use_errno=True)
 _children = []
 
 
-# Servers and recorders run only briefly at a time, so they come before the hosts. A Wine server takes longer when it starts a
-# program or saves the registry, which must not delay the sound of other tests.
+# Audio servers and recorders run only briefly at a time, so they come before the hosts. So do Wine servers, for which hosts wait;
+# but one that starts a program or saves the registry takes longer, so it comes after the audio servers of other tests.
 SOUND_PRIORITY, WINE_SERVER_PRIORITY, AUDIO_PRIORITY, MONITOR_PRIORITY = 5, 7, 8, 50
 
 

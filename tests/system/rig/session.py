@@ -181,7 +181,7 @@ class SystemTest(unittest.TestCase):
         self.assert_undamaged(places, minutes)
 
     def assert_gap_at_most(self, seconds, most_s, bounds):
-        """In a gap between two wall times, so many seconds of sound are missing or damaged, and at most `most_s`. If stalls in it
+        """Of the sound in a gap between two wall times, `seconds` are missing or damaged: at most `most_s`. If stalls in the gap
         explain the excess, the machine has spoiled the recording."""
         if seconds > most_s:
             damage.refuse_longer_gap(*bounds, seconds - most_s, self.stalls())

@@ -31,6 +31,7 @@ STOLEN_SPAN_S, MIN_STOLEN_S = 0.2, 0.02
 SERVERS = ("pulseaudio", "wineserver", "parec")
 MIN_WAIT_S = 0.005
 # The processes that velto-host starts for its checks. Their waits are those of programs that play, as the tracer sees them.
+# Their main threads compute and send; what they send is queued, so only a long wait of them counts.
 CHECKS, MIN_WAIT_OF_CHECK_S = "velto-host", 0.01
 DRIVER_THREADS = "winepulse"  # the threads of Wine's sound driver: a program that has none plays nothing yet
 NEW_PROCESSES_PERIODS = 10
@@ -133,8 +134,9 @@ class Waits:
             if (process, thread) not in self._counts:
                 self._counts[process, thread] = os.open(f"/proc/{process}/task/{thread}/schedstat", os.O_RDONLY)
 
-    def longest(self):
-        """Returns the longest wait since the last call, in s, and the process whose thread waited."""
+    def longest(self, least_of_main_s=0.0):
+        """Returns the longest wait since the last call, in s, and the process whose thread waited. Shorter waits of main threads
+        than least_of_main_s do not count."""
         longest = (0.0, "")
         for key, file in list(self._counts.items()):
             try:
@@ -143,8 +145,10 @@ class Waits:
                 os.close(self._counts.pop(key))
                 self._waited_s.pop(key, None)
                 continue
-            longest = max(longest, (waited_s - self._waited_s.get(key, waited_s), key[0]))
+            new_s = waited_s - self._waited_s.get(key, waited_s)
             self._waited_s[key] = waited_s
+            if key[0] != key[1] or new_s >= least_of_main_s:
+                longest = max(longest, (new_s, key[0]))
         return longest
 
 
@@ -171,9 +175,10 @@ class Checks:
         self._checks = set()  # processes of velto-host in the prefix
 
     def find(self):
-        """Returns {process: name}, and gives them the priority of sound; new threads inherit it. The main thread gets less than
-        all other sound, because it encodes for nearly a second what the check sends. Reads only processes that are checks, or so
-        new that they may become checks: to read all processes of a machine takes long."""
+        """Returns {process: name}, and gives their threads the priority of sound. A new thread has that of the thread that started
+        it until the next call. The main thread gets less than all other sound, because it encodes for nearly a second what the
+        check sends. Reads only processes that are checks, or so new that they may become checks: to read all processes of a
+        machine takes long."""
         now = time.monotonic()
         self._found = {process: self._found.get(process, now) for process in os.listdir("/proc") if process.isdigit()}
         self._checks &= self._found.keys()
@@ -197,12 +202,13 @@ class Checks:
         return bool(drivers)
 
 
-def watch_waits(find, least_s):
-    """Reads repeatedly how long processes waited. find(): those that exist now, {process: name}."""
+def watch_waits(find, least_s, least_of_main_s=0.0):
+    """Reads repeatedly how long processes waited. find(): those that exist now, {process: name}. least_of_main_s: for their main
+    threads."""
     processes.give_monitor_priority(0)
     waits, names, before = Waits(), {}, time.time()
     for period in itertools.count():
-        waited_s, process = waits.longest()
+        waited_s, process = waits.longest(least_of_main_s)
         if waited_s >= least_s:
             _print_stall(before - waited_s, time.time(), f"{names[process]} waited {waited_s:.3f} s")
         before = time.time()
@@ -227,7 +233,7 @@ def main(disk_path, test, prefix=None):
         _start(watch_processor, each, prepared[-1])
     _start(watch_waits, lambda: servers_of(test), MIN_WAIT_S)
     if prefix:
-        _start(watch_waits, Checks(prefix).find, MIN_WAIT_OF_CHECK_S)
+        _start(watch_waits, Checks(prefix).find, MIN_WAIT_OF_CHECK_S, MIN_STALL_S)
     for event in prepared:
         event.wait()
     _start(watch_disk, disk_path)

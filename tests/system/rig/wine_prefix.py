@@ -12,7 +12,7 @@ PULSE_KEY = DRIVERS_KEY + r"\winepulse.drv"
 
 # These services and drivers would start with each prefix, and have nothing to do with sound.
 _UNUSED_SERVICES = ("Eventlog", "NDIS", "nsiproxy", "PlugPlay")
-_UNUSED_FILES = "mscoree,mshtml,winebus.sys,winehid.sys,wineusb.sys"
+_UNUSED_DRIVERS = "winebus.sys,winehid.sys,wineusb.sys"
 _SERVICES_KEY, _NEVER_STARTS = r"HKLM\System\CurrentControlSet\Services", "4"
 
 _COPIED_FILES = ("system.reg", "user.reg", "userdef.reg", ".update-timestamp")
@@ -20,7 +20,7 @@ _COPIED_FILES = ("system.reg", "user.reg", "userdef.reg", ".update-timestamp")
 
 def _environment(prefix, base):
     env = dict(base)
-    env.update(WINEPREFIX=str(prefix), WINEDEBUG="-all", WINEDLLOVERRIDES=f"{_UNUSED_FILES}=", DISPLAY="")
+    env.update(WINEPREFIX=str(prefix), WINEDEBUG="-all", WINEDLLOVERRIDES=f"mscoree,mshtml,{_UNUSED_DRIVERS}=", DISPLAY="")
     return env
 
 
