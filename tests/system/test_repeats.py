@@ -445,7 +445,8 @@ class StallMonitor(unittest.TestCase):
     def test_short_wait_of_main_thread_of_check_is_no_stall(self):
         """It encodes after all other sound, and what it sends is queued."""
         waits, counts = stall_monitor.Waits(), {"7": [0, 0], "8": [0, 0]}  # {thread of process 7: waits in ns}
-        with mock.patch("os.listdir", return_value=list(counts)), mock.patch("os.open", side_effect=lambda path, _: path.split("/")[4]):
+        with (mock.patch("os.listdir", return_value=list(counts)),
+              mock.patch("os.open", side_effect=lambda path, _: path.split("/")[4])):
             waits.watch("7")
         for main_s, other_s, longest_s in ((0.05, 0.02, 0.02), (0.07, 0.02, 0.07), (0.05, 0.0, 0.0)):
             with mock.patch("os.pread", side_effect=lambda thread, *_: b"1 %d 1" % counts[thread][0]):
