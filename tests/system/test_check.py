@@ -6,7 +6,7 @@ import shutil
 import time
 import xml.etree.ElementTree as ElementTree
 
-from rig import damage, paths, schemas, session
+from rig import damage, paths, processes, schemas, session
 
 LEVEL = 7
 TIMEOUT_S = 900
@@ -91,6 +91,19 @@ class ShippedModule(session.SystemTest):
         for report in (first, second):
             self.assertTrue(report.pop("measured"))
         self.assertEqual(first, second)
+
+    def test_report_names_commit_of_its_run_if_log_has_earlier_lines(self):
+        commit = self.make_reports(1, 120)["moduleCommit"]
+        self.assertTrue(commit)
+        line = "2026-03-07 04:05:06.007 [4711] [info] [Logging] LibVeltoAudioHandler 1.0.0, commit 0123456789ab, release\n"
+        log = self.session.folder / "user.log"
+        for lines in (1, 50000):  # the module renames a log of more than 5 MiB, and begins a new one
+            with self.subTest(lines):
+                log.write_text(line * lines, "ascii")
+                processes.run(["wine", paths.HOST, "check", "--level", "1",
+                               "--report-json", paths.to_windows(self.reports["json"])], timeout_s=120,
+                              env=dict(self.session.prefix.environment, VELTO_LOG_FILE=paths.to_windows(log)))
+                self.assertEqual(json.loads(self.reports["json"].read_text("utf-8"))["moduleCommit"], commit)
 
     def test_list_names_checks_with_clauses(self):
         listed = self.check("--list").summary["checks"]

@@ -111,12 +111,13 @@ std::vector<EndpointInfo> ListEndpoints(bool withNames)
     return endpoints;
 }
 
-std::string CommitInLog(const std::filesystem::path &log)
+std::string CommitInLog(const std::filesystem::path &log, uintmax_t earlierBytes)
 {
     try {
         std::string content;
         host::ReadBlocks(log, [&](std::string_view block) { content += block; });
-        return ModuleCommit(content);
+        return ModuleCommit(
+            std::string_view(content).substr(std::min<uintmax_t>(earlierBytes, content.size())));
     } catch (const host::FileError &) {
         return {};
     }

@@ -1,6 +1,7 @@
 // The machine on which checks run, for their reports.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -16,8 +17,9 @@ std::string ProcessorText();
 // which may be personal. Enters and leaves COM on the calling thread.
 std::vector<EndpointInfo> ListEndpoints(bool withNames);
 
-// The commit that this log of the module names; empty if there is no such file or line.
-std::string CommitInLog(const std::filesystem::path &log);
+// The commit that this log of the module names after its first `earlierBytes`; empty if there is no such file
+// or line.
+std::string CommitInLog(const std::filesystem::path &log, uintmax_t earlierBytes);
 
 // Fills `system`, `processor`, `endpoints` and `checkerVersion`.
 void DescribeMachine(Run &run, bool withNames);

@@ -14,11 +14,11 @@ namespace fs = std::filesystem;
 
 constexpr wchar_t variable[] = L"VELTO_LOG_FILE";
 
-bool HasContent(const fs::path &file)
+uintmax_t SizeOf(const fs::path &file)
 {
     std::error_code error;
     const uintmax_t bytes = fs::file_size(file, error);
-    return !error && bytes > 0;
+    return error ? 0 : bytes;
 }
 
 } // namespace
@@ -29,9 +29,8 @@ ModuleLog::ModuleLog(const fs::path &folder) : m_file(host::EnvironmentVariable(
     if (!m_isOfUser) {
         m_file = folder / "module.log";
         SetEnvironmentVariableW(variable, m_file.c_str());
-    } else if (HasContent(m_file)) {
-        m_file.clear();
     }
+    m_earlierBytes = SizeOf(m_file);
 }
 
 ModuleLog::~ModuleLog()
@@ -43,7 +42,8 @@ ModuleLog::~ModuleLog()
 
 std::string ModuleLog::Commit() const
 {
-    return m_file.empty() ? std::string() : CommitInLog(m_file);
+    // A smaller file is a new one: the module has renamed the full one.
+    return CommitInLog(m_file, SizeOf(m_file) < m_earlierBytes ? 0 : m_earlierBytes);
 }
 
 } // namespace velto::check

@@ -1,6 +1,7 @@
 // The log of the module while checks run.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -16,13 +17,14 @@ public:
     ModuleLog(const ModuleLog &) = delete;
     ModuleLog &operator=(const ModuleLog &) = delete;
 
-    // The commit that the module named since the constructor; empty if it has not. A user's file may have the
-    // lines of another build, so it does not count unless it was empty.
+    // The commit that the module named since the constructor; empty if it has not. Earlier lines do not
+    // count: a user's file may have those of another build.
     std::string Commit() const;
 
 private:
     bool m_isOfUser;
-    std::filesystem::path m_file; // empty: no commit can be read
+    std::filesystem::path m_file;
+    uintmax_t m_earlierBytes; // of the file, when this object was made
 };
 
 } // namespace velto::check
